@@ -1,0 +1,50 @@
+// Diagnostic lines on the standard output.
+
+#ifndef BASE_DIAGNOSTIC_LINE_H_
+#define BASE_DIAGNOSTIC_LINE_H_
+
+#include <concepts>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace base {
+
+// One line of diagnostics: put together piece by piece, then written whole, at once and unbuffered
+// when the object goes out of scope. Lines of several threads never mix. A line that the standard
+// output does not take (it is closed, or a full pipe) is lost; the next one is tried afresh.
+// Foreign text is data here, never a format.
+//
+// A process-wide integer base says how integers print whose base the call does not fix. It starts
+// as decimal; hexadecimal() and decimal() switch it for all later lines, on purpose: a reader of
+// the output can rely on the same base as in a stream that was switched and not switched back.
+class DiagnosticLine {
+ public:
+  DiagnosticLine() = default;
+  explicit DiagnosticLine(std::string_view text) : text_(text) {}
+  ~DiagnosticLine();
+  DiagnosticLine(const DiagnosticLine&) = delete;
+  DiagnosticLine& operator=(const DiagnosticLine&) = delete;
+
+  DiagnosticLine& text(std::string_view text);
+  // In decimal, whatever the base.
+  DiagnosticLine& dec(std::integral auto value) {
+    text_ += std::to_string(value);
+    return *this;
+  }
+  // In the process-wide base. Hexadecimal shows a negative value as 32-bit two's complement.
+  DiagnosticLine& integer(std::int32_t value);
+  // "0x" and hexadecimal digits; "0" for null. Leaves the base alone.
+  DiagnosticLine& address(const void* pointer);
+
+  // Switch the process-wide base.
+  DiagnosticLine& hexadecimal();
+  DiagnosticLine& decimal();
+
+ private:
+  std::string text_;
+};
+
+}  // namespace base
+
+#endif  // BASE_DIAGNOSTIC_LINE_H_

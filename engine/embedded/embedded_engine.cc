@@ -1,0 +1,1 @@
+#include "tesselclient/tesselclient.h"

@@ -1,0 +1,62 @@
+#include "napi/object_property_helper.h"
+
+#include <utility>
+
+#include "napi/status.h"
+#include "napi/values.h"
+
+NapiObjectPropertyHelper::NapiObjectPropertyHelper(const Napi::CallbackInfo& info,
+                                                   Napi::Value object, std::string objectName)
+    : env_(info.Env()), object_(object), objectName_(std::move(objectName)) {}
+
+bool NapiObjectPropertyHelper::has(const std::string& name) const {
+  bool result = false;
+  Utils::checkStatus(env_,
+                     napi_has_property(env_, object_, Utils::toJavascript(env_, name), &result));
+  return result;
+}
+
+Napi::Value NapiObjectPropertyHelper::get(const std::string& name) const {
+  napi_value result = nullptr;
+  Utils::checkStatus(env_,
+                     napi_get_property(env_, object_, Utils::toJavascript(env_, name), &result));
+  return {env_, result};
+}
+
+Napi::Value NapiObjectPropertyHelper::getChecked(const std::string& name,
+                                                 bool (*isWanted)(const Napi::Value&),
+                                                 const char* typeWord) const {
+  if (!has(name)) {
+    throw Napi::TypeError::New(env_, "Missing property " + name + " on object " + objectName_);
+  }
+  if (!isWanted(get(name))) {
+    throw Napi::TypeError::New(env_, "Wrong type for property " + name + " on object " +
+                                         objectName_ + ", expected " + typeWord);
+  }
+  return get(name);
+}
+
+std::string NapiObjectPropertyHelper::getAsString(const std::string& name) const {
+  return Utils::toUtf8(getChecked(
+      name, [](const Napi::Value& value) { return value.IsString(); }, "String"));
+}
+
+bool NapiObjectPropertyHelper::getAsBoolean(const std::string& name) const {
+  return Utils::toBool(getChecked(
+      name, [](const Napi::Value& value) { return value.IsBoolean(); }, "Boolean"));
+}
+
+Napi::Object NapiObjectPropertyHelper::getAsObject(const std::string& name) const {
+  return getChecked(name, Utils::isObject, "Object").As<Napi::Object>();
+}
+
+Napi::Array NapiObjectPropertyHelper::getAsArray(const std::string& name) const {
+  return getChecked(
+             name, [](const Napi::Value& value) { return value.IsArray(); }, "Array")
+      .As<Napi::Array>();
+}
+
+std::int32_t NapiObjectPropertyHelper::getAsInt(const std::string& name) const {
+  return Utils::toInt32(getChecked(
+      name, [](const Napi::Value& value) { return value.IsNumber(); }, "Number"));
+}

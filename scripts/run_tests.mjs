@@ -144,7 +144,7 @@ function addSanitizerReports() {
   for (const name of readdirSync(reports)) {
     const report = readFileSync(path.join(reports, name), 'utf8');
     process.stdout.write(`\n${report}`);
-    addFailure(path.join(reports, name), 'a report of a sanitizer');
+    addFailure(path.relative(root, path.join(reports, name)), 'a sanitizer reported');
   }
 }
 

@@ -23,6 +23,11 @@ if(TESSEL_SANITIZERS)
   add_compile_options(-fsanitize=${TESSEL_SANITIZERS} -fno-omit-frame-pointer
                       -fno-sanitize-recover=undefined)
   add_link_options(-fsanitize=${TESSEL_SANITIZERS})
+  if(TESSEL_SANITIZERS MATCHES undefined)
+    # As shared libraries the two runtimes share a symbol through which this one's `log_path` ends
+    # up in the other: its reports would then be lost with the output of the process.
+    add_link_options(-static-libubsan -Wl,--exclude-libs,libubsan.a)
+  endif()
 endif()
 
 include_directories("${PROJECT_SOURCE_DIR}")

@@ -1,0 +1,160 @@
+// node scripts/run_tests.mjs PRESET [--only TEXT]
+//
+// Runs the native tests of build/PRESET through CTest, then every test/js/**/*.test.mjs in a node
+// process of its own, and ends with one line 'N passed, N failed' for both. These are failures too:
+// a runner that crashes or finds no tests, a file that ends before its tests did, a skipped test,
+// and a sanitizer's report in any process, even one whose outcome the tests ignore.
+//
+// --only TEXT keeps the native tests and the test files whose name contains TEXT.
+
+import { spawn, spawnSync } from 'node:child_process';
+import {
+  closeSync,
+  existsSync,
+  mkdirSync,
+  openSync,
+  readFileSync,
+  readdirSync,
+  rmSync,
+} from 'node:fs';
+import path from 'node:path';
+import { fileURLToPath } from 'node:url';
+import { sanitizerEnvironment } from './sanitizer_environment.mjs';
+
+const PARALLEL = 2;
+// Far above what any test takes, also under a sanitizer: it ends what would never end.
+const TIME_LIMIT_SECONDS = 600;
+
+const root = fileURLToPath(new URL('..', import.meta.url));
+process.chdir(root);
+
+const [preset, option, only = ''] = process.argv.slice(2);
+if (!preset || (option !== undefined && (option !== '--only' || only === ''))) {
+  console.error('usage: node scripts/run_tests.mjs PRESET [--only TEXT]');
+  process.exit(2);
+}
+const build = path.resolve('build', preset);
+const results = path.join(build, 'test_results');
+const reports = path.join(results, 'sanitizer_reports');
+rmSync(results, { recursive: true, force: true });
+mkdirSync(reports, { recursive: true });
+
+const total = { passed: 0, failed: 0 };
+// One text for each thing that went wrong, shown again at the end.
+const complaints = [];
+
+function addCounts(name, { passed, failed }) {
+  total.passed += passed;
+  total.failed += failed;
+  if (failed > 0) complaints.push(`${name}: ${failed} failed or skipped`);
+}
+
+function addFailure(name, complaint) {
+  total.failed += 1;
+  complaints.push(`${name}: ${complaint}`);
+}
+
+function howItEnded(status, signal) {
+  return signal ? `was ended by ${signal}` : `ended with exit code ${status}`;
+}
+
+function runNativeTests(environment) {
+  const file = path.join(results, 'native.xml');
+  const { status, signal, error } = spawnSync(
+    'ctest',
+    [
+      ...['--preset', preset, '--output-junit', file],
+      ...['--parallel', `${PARALLEL}`, '--timeout', `${TIME_LIMIT_SECONDS}`],
+      ...(only ? ['--tests-regex', only.replace(/\W/g, '\\$&')] : []),
+    ],
+    { stdio: 'inherit', env: environment },
+  );
+  if (error) throw error;
+  const cases = existsSync(file)
+    ? (readFileSync(file, 'utf8').match(/<testcase [^>]*>/g) ?? [])
+    : [];
+  const passed = cases.filter((testCase) => testCase.includes(' status="run"')).length;
+  const failed = cases.length - passed;
+  addCounts('native tests', { passed, failed });
+  if (failed === 0 && status !== 0)
+    addFailure('native tests', `ctest ${howItEnded(status, signal)}`);
+  else if (cases.length === 0 && !only) addFailure('native tests', 'none was run');
+}
+
+function testFiles() {
+  const below = (directory) =>
+    existsSync(directory)
+      ? readdirSync(directory, { recursive: true }).map((name) => path.join(directory, name))
+      : [];
+  return below('test/js')
+    .filter((file) => file.endsWith('.test.mjs'))
+    .concat(below('test/canary').filter((file) => file.endsWith(`${preset}.test.mjs`)))
+    .filter((file) => file.includes(only))
+    .sort();
+}
+
+// Resolves when the process has ended and its output, kept in a file so that nothing is lost when
+// it crashes, has been shown.
+async function runTestFile(file, environment) {
+  const base = path.join(results, file.replaceAll('/', '.'));
+  const output = openSync(`${base}.log`, 'w');
+  const test = spawn(
+    process.execPath,
+    [
+      ...['--import', './scripts/child_environment.mjs'],
+      ...['--test-reporter=spec', '--test-reporter-destination=stdout'],
+      ...['--test-reporter=./scripts/test_counts.mjs', `--test-reporter-destination=${base}.json`],
+      file,
+    ],
+    {
+      env: environment,
+      stdio: ['ignore', output, output],
+      timeout: TIME_LIMIT_SECONDS * 1000,
+      killSignal: 'SIGKILL',
+    },
+  );
+  closeSync(output);
+  const [status, signal] = await new Promise((resolve, reject) => {
+    test.on('error', reject);
+    test.on('exit', (...outcome) => resolve(outcome));
+  });
+  process.stdout.write(`\n${file}\n${readFileSync(`${base}.log`, 'utf8')}`);
+
+  const written = existsSync(`${base}.json`) ? readFileSync(`${base}.json`, 'utf8') : '';
+  if (!written) {
+    addFailure(file, `${howItEnded(status, signal)} before its tests had reported`);
+    return;
+  }
+  const counts = JSON.parse(written);
+  addCounts(file, counts);
+  if (counts.failed === 0 && status !== 0) addFailure(file, howItEnded(status, signal));
+  else if (counts.passed + counts.failed === 0) addFailure(file, 'no tests were run');
+}
+
+async function runTestFiles(environment) {
+  const files = testFiles();
+  if (files.length === 0 && !only) addFailure('test files', 'none was found');
+  const worker = async () => {
+    for (let file = files.shift(); file; file = files.shift()) await runTestFile(file, environment);
+  };
+  await Promise.all(Array.from({ length: PARALLEL }, worker));
+}
+
+function addSanitizerReports() {
+  for (const name of readdirSync(reports)) {
+    const report = readFileSync(path.join(reports, name), 'utf8');
+    process.stdout.write(`\n${report}`);
+    addFailure(path.relative(root, path.join(reports, name)), 'a sanitizer reported');
+  }
+}
+
+const { forEveryProcess, forNode } = sanitizerEnvironment(preset, reports);
+runNativeTests({ ...process.env, ...forEveryProcess });
+await runTestFiles({ ...process.env, ...forEveryProcess, ...forNode, TESSEL_BUILD: build });
+addSanitizerReports();
+if (total.passed + total.failed === 0) addFailure(`--only ${only}`, 'no tests were run');
+
+console.log('');
+for (const complaint of complaints) console.log(complaint);
+console.log(`${total.passed} passed, ${total.failed} failed`);
+process.exitCode = total.failed === 0 ? 0 : 1;

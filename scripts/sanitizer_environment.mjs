@@ -1,0 +1,48 @@
+// How the sanitizers are run: what the environment of a test holds.
+
+import { execFileSync } from 'node:child_process';
+import path from 'node:path';
+
+// The same for all, so that it is told from a test's own exit code.
+const EXIT_CODE = 66;
+
+const RUNTIMES = { asan: 'libasan.so', tsan: 'libtsan.so' };
+
+function options(values) {
+  return Object.entries(values)
+    .map(([name, value]) => `${name}="${value}"`)
+    .join(':');
+}
+
+// Every report goes to a file in the folder `reports`, named after the sanitizer and the process,
+// so that one in a process whose output and exit code nobody looks at is found as well. Paths are
+// taken from the repository's root.
+export function sanitizerEnvironment(preset, reports) {
+  const runtime = RUNTIMES[preset];
+  if (!runtime) return { forEveryProcess: {}, forNode: {} };
+  const common = { exitcode: EXIT_CODE };
+  const suppressions = (name) => path.resolve('test/sanitizers', name);
+  return {
+    forEveryProcess: {
+      ASAN_OPTIONS: options({ ...common, log_path: path.join(reports, 'asan') }),
+      UBSAN_OPTIONS: options({
+        ...common,
+        log_path: path.join(reports, 'ubsan'),
+        print_stacktrace: 1,
+      }),
+      LSAN_OPTIONS: options({ suppressions: suppressions('lsan.supp'), print_suppressions: 0 }),
+      TSAN_OPTIONS: options({
+        ...common,
+        log_path: path.join(reports, 'tsan'),
+        suppressions: suppressions('tsan.supp'),
+        second_deadlock_stack: 1,
+        // By default every process lingers for a second at its end.
+        atexit_sleep_ms: 100,
+      }),
+    },
+    // A stock node does not carry the runtime, which must be the first library of the process.
+    forNode: {
+      LD_PRELOAD: execFileSync('g++', [`-print-file-name=${runtime}`], { encoding: 'utf8' }).trim(),
+    },
+  };
+}

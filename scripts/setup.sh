@@ -1,0 +1,146 @@
+#!/usr/bin/env bash
+# scripts/setup.sh PRESET [--for start|test|bench|lint]
+#
+# Brings a fresh clone, or one that changed, to the point where PRESET is built: checks the tools
+# (and installs what is missing with apt-get when root), fetches the npm packages, configures and
+# builds. It does only what is not done yet. What is asked of the machine depends on the purpose
+# ("test" unless another is named): `npm start` needs neither a test framework nor ffmpeg.
+
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+fail() {
+  printf 'setup: %s\n' "$@" >&2
+  exit 1
+}
+
+usage="usage: scripts/setup.sh release|debug|asan|tsan|tidy [--for start|test|bench|lint]"
+preset=${1:-}
+purpose='test'
+case $# in
+  1) ;;
+  3) [[ $2 == --for ]] || fail "$usage"; purpose=$3 ;;
+  *) fail "$usage" ;;
+esac
+[[ $preset =~ ^(release|debug|asan|tsan|tidy)$ ]] || fail "$usage"
+[[ $purpose =~ ^(start|test|bench|lint)$ ]] || fail "$usage"
+
+build=build/$preset
+log=build/setup-$preset.log
+mkdir -p build
+: >"$log"
+
+# Runs a command with its output in the log, which is shown when the command fails.
+logged() {
+  printf '$ %s\n' "$*" >>"$log"
+  "$@" >>"$log" 2>&1 && return
+  tail -n 100 "$log" >&2
+  fail "\"$*\" failed; all of its output is in $log"
+}
+
+has_command() { command -v "$1" >/dev/null; }
+has_header() {
+  has_command g++ && printf '#if !__has_include(<%s>)\n#error\n#endif\n' "$1" |
+    g++ -E -x c++ - >/dev/null 2>&1
+}
+# A library that comes with the compiler is printed with its path, an unknown one without.
+has_runtime() { has_command g++ && [[ $(g++ -print-file-name="$1") == */* ]]; }
+# has_version COMMAND MINIMUM: the command exists and the first version it prints is high enough.
+has_version() {
+  local version
+  has_command "$1" || return
+  version=$("$1" --version | grep -oE '[0-9]+(\.[0-9]+)+' | head -n 1) || return
+  printf '%s\n' "$2" "$version" | sort --version-sort --check=quiet
+}
+
+# The Debian packages without which something that the purpose needs is missing.
+missing_packages() {
+  need() { "${@:2}" || echo "$1"; }
+  need cmake has_version cmake 3.25
+  need ninja-build has_command ninja
+  need g++ has_version g++ 12
+  [[ $purpose == start ]] && return
+  need libgtest-dev has_header gtest/gtest.h
+  need libgmock-dev has_header gmock/gmock.h
+  case $purpose in
+    bench | lint) need libbenchmark-dev has_header benchmark/benchmark.h ;;
+    test) need ffmpeg has_command ffmpeg ;;
+  esac
+  case $preset in
+    asan) need g++ has_runtime libasan.so ;;
+    tsan) need g++ has_runtime libtsan.so ;;
+    tidy)
+      need clang has_command clang++
+      need clang-tidy has_command clang-tidy
+      ;;
+  esac
+  if [[ $purpose == lint ]]; then
+    need clang-format has_command clang-format
+    need shellcheck has_command shellcheck
+  fi
+}
+
+check_node() {
+  local hint="install Node.js 20 or newer as nodejs.org ships it: with npm and its headers"
+  has_command node || fail "node is missing: $hint"
+  has_version node 20.0 || fail "node $(node --version) is too old: $hint"
+  has_command npm || fail "npm is missing: $hint"
+  local headers header
+  headers=$(node -p 'require("path").resolve(process.execPath, "../../include/node")')
+  for header in node_api.h uv.h; do
+    [[ -e $headers/$header ]] ||
+      fail "$headers/$header is missing (the headers of the node that runs): $hint"
+  done
+}
+
+check_packages() {
+  local packages install
+  mapfile -t packages < <(missing_packages | sort -u)
+  ((${#packages[@]})) || return 0
+  install="apt-get install -y --no-install-recommends ${packages[*]}"
+  has_command apt-get ||
+    fail "these are missing (by the names of their Debian packages): ${packages[*]}"
+  ((EUID == 0)) || fail "some tools are missing; install them with: sudo $install"
+
+  echo "Installing ${packages[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  # A source that cannot be reached need not be the one that has the packages.
+  apt-get update >>"$log" 2>&1 || true
+  logged apt-get install -y --no-install-recommends "${packages[@]}"
+  hash -r
+  mapfile -t packages < <(missing_packages | sort -u)
+  ((${#packages[@]} == 0)) ||
+    fail "still missing or too old after \"$install\": ${packages[*]}"
+}
+
+fetch_npm_packages() {
+  # npm writes this file last.
+  local installed=node_modules/.package-lock.json
+  [[ -e $installed && ! $installed -ot package-lock.json ]] && return
+  echo "Fetching the npm packages"
+  logged npm ci --include=dev --no-audit --no-fund
+}
+
+build_preset() {
+  # What a tree was once configured with stays on, so that `npm start` and `npm test` in turns do
+  # not undo each other's work.
+  local options=() targets=()
+  if [[ ! -e $build/CMakeCache.txt ]]; then
+    options+=(-DTESSEL_BUILD_TESTS=OFF -DTESSEL_BUILD_BENCHMARKS=OFF)
+    echo "Building $build (the first time takes some minutes)"
+  else
+    echo "Building $build"
+  fi
+  case $purpose in
+    start) targets=(--target tesselWrapper) ;;
+    test) options+=(-DTESSEL_BUILD_TESTS=ON) ;;
+    bench | lint) options+=(-DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCHMARKS=ON) ;;
+  esac
+  logged cmake --preset "$preset" "${options[@]}"
+  logged cmake --build --preset "$preset" "${targets[@]}"
+}
+
+check_node
+check_packages
+fetch_npm_packages
+build_preset

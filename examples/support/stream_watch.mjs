@@ -1,0 +1,87 @@
+// Polls the frames of every stream of a meeting and keeps count of them.
+
+import { writePicture } from './picture.mjs';
+
+// Twice the highest frame rate, so that no frame is overwritten between two polls.
+const POLL_INTERVAL_MS = 1000 / 60;
+
+// What was seen of one stream.
+class WatchedStream {
+  #frameId = 0;
+  #firstSeen = 0;
+  #lastSeen = 0;
+
+  constructor(stream) {
+    this.stream = stream;
+    this.frames = 0;
+    this.size = '';
+  }
+
+  get name() {
+    return `${this.stream.type}-${this.stream.streamIndex}`;
+  }
+
+  // Frames per second between the first and the last frame seen; 0 when there were not two.
+  get rate() {
+    const seconds = (this.#lastSeen - this.#firstSeen) / 1000;
+    return seconds > 0 ? (this.frames - 1) / seconds : 0;
+  }
+
+  poll(wrapper) {
+    const frame = wrapper.getFrame(this.stream, this.#frameId);
+    if (frame.noUpdate || frame.clearFrame) return;
+    const now = performance.now();
+    this.#frameId = frame.frameId;
+    this.#firstSeen ||= now;
+    this.#lastSeen = now;
+    this.frames += 1;
+    this.size = `${frame.width}x${frame.height}`;
+  }
+}
+
+export class StreamWatch {
+  #wrapper;
+  #streams = new Map();
+  #timer;
+
+  constructor(wrapper) {
+    this.#wrapper = wrapper;
+    this.#timer = setInterval(() => this.#pollAll(), POLL_INTERVAL_MS);
+  }
+
+  add({ type, streamIndex }) {
+    const watched = new WatchedStream({ type, streamIndex });
+    if (!this.#streams.has(watched.name)) this.#streams.set(watched.name, watched);
+  }
+
+  stop() {
+    clearInterval(this.#timer);
+  }
+
+  // One row for each stream, as console.table shows them.
+  table() {
+    return [...this.#streams.values()].map((watched) => ({
+      stream: watched.name,
+      size: watched.size,
+      'frames seen': watched.frames,
+      'frames per second': Number(watched.rate.toFixed(1)),
+    }));
+  }
+
+  // Writes the last frame of each stream that had one and returns the files' paths.
+  writePictures(directory) {
+    const files = [];
+    for (const { name, stream } of this.#streams.values()) {
+      const frame = this.#wrapper.getLastFrame(stream);
+      if (frame.noUpdate) continue;
+      const file = `${directory}/${name}.png`;
+      writePicture(frame, file);
+      files.push(file);
+    }
+    return files;
+  }
+
+  #pollAll() {
+    for (const watched of this.#streams.values()) watched.poll(this.#wrapper);
+  }
+}

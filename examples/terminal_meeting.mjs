@@ -1,0 +1,97 @@
+// Joins a meeting of four participants and shared content on the embedded engine, prints its events
+// as they arrive, polls the frames of every stream for some seconds, and ends with a table and one
+// picture for each stream.
+//
+//   npm start                            moving test cards as video
+//   npm start -- --video FILE.y4m        a clip as the participants' video
+//   npm start -- --seconds 10            how long to stay
+//   npm start -- --output DIRECTORY      where the pictures go (default: out/)
+
+import { EventEmitter, once } from 'node:events';
+import { mkdirSync } from 'node:fs';
+import path from 'node:path';
+import { setTimeout } from 'node:timers/promises';
+import { parseArgs } from 'node:util';
+
+import addon from '../js/index.js';
+import { connection } from './support/connection.mjs';
+import { StreamWatch } from './support/stream_watch.mjs';
+
+const EVENTS = [
+  'streamAdded',
+  'streamRemoved',
+  'streamUpdated',
+  'gracefulEvent',
+  'callConnectionStatus',
+  'screenShareStatus',
+  'contentReceive',
+  'callDisconnect',
+  'mediaMuteState',
+  'micLevel',
+  'noRtpMedia',
+  'deviceChange',
+  'eventNotify',
+  'vspUpdateVOQI',
+];
+
+function readOptions() {
+  const { values } = parseArgs({
+    options: {
+      video: { type: 'string' },
+      seconds: { type: 'string', default: '5' },
+      output: { type: 'string', default: 'out' },
+    },
+  });
+  const seconds = Number(values.seconds);
+  if (!(seconds > 0)) throw new Error(`--seconds ${values.seconds}: not a positive number`);
+  return { ...values, seconds };
+}
+
+// Four participants, one of whom presents; with `video`, a clip instead of their test cards.
+function meetingUri({ video }) {
+  const clip = video === undefined ? '' : `&video=${encodeURIComponent(path.resolve(video))}`;
+  return `tessel:demo?participants=4&present=1@0${clip}`;
+}
+
+// Settles when the engine has answered: true when joined, false when refused.
+async function join(wrapper, emitter, uri) {
+  const answer = once(emitter, 'callConnectionStatus');
+  wrapper.connectCall(connection(uri));
+  const [{ connected }] = await answer;
+  return connected;
+}
+
+async function leave(wrapper, emitter) {
+  const left = once(emitter, 'callDisconnect');
+  wrapper.disconnectCall();
+  await left;
+}
+
+const options = readOptions();
+const emitter = new EventEmitter(); // the wrapper holds it weakly
+addon.TesselWrapper._internal_setEmitterFactory(() => emitter);
+const wrapper = new addon.TesselWrapper({
+  appVersion: '1.0.0',
+  configPath: '',
+  logPath: options.output,
+  logPrefix: 'terminal-meeting',
+  userAgent: 'terminal meeting',
+});
+const watch = new StreamWatch(wrapper);
+for (const name of EVENTS) {
+  wrapper.on(name, (payload) => console.log('event', name, JSON.stringify(payload)));
+}
+wrapper.on('streamAdded', (stream) => watch.add(stream));
+
+mkdirSync(options.output, { recursive: true });
+if (await join(wrapper, emitter, meetingUri(options))) {
+  await setTimeout(options.seconds * 1000);
+  const files = watch.writePictures(options.output);
+  console.table(watch.table());
+  for (const file of files) console.log('picture', file);
+  await leave(wrapper, emitter);
+} else {
+  process.exitCode = 1;
+}
+watch.stop();
+wrapper.destroy();

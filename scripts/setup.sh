@@ -4,7 +4,8 @@
 # Brings a fresh clone, or one that changed, to the point where PRESET is built: checks the tools
 # (and installs what is missing with apt-get when root), fetches the npm packages, configures and
 # builds. It does only what is not done yet. What is asked of the machine depends on the purpose
-# ("test" unless another is named): `npm start` needs neither a test framework nor ffmpeg.
+# ("test" unless another is named): `npm start` needs neither a test framework nor ffmpeg. For
+# "lint" it stops before the build, which is the check itself.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -121,26 +122,36 @@ fetch_npm_packages() {
   logged npm ci --include=dev --no-audit --no-fund
 }
 
-build_preset() {
+configure() {
   # What a tree was once configured with stays on, so that `npm start` and `npm test` in turns do
   # not undo each other's work.
-  local options=() targets=()
-  if [[ ! -e $build/CMakeCache.txt ]]; then
+  local options=()
+  [[ -e $build/CMakeCache.txt ]] ||
     options+=(-DTESSEL_BUILD_TESTS=OFF -DTESSEL_BUILD_BENCHMARKS=OFF)
-    echo "Building $build (the first time takes some minutes)"
-  else
-    echo "Building $build"
-  fi
   case $purpose in
-    start) targets=(--target tesselWrapper) ;;
     test) options+=(-DTESSEL_BUILD_TESTS=ON) ;;
     bench | lint) options+=(-DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCHMARKS=ON) ;;
   esac
   logged cmake --preset "$preset" "${options[@]}"
+}
+
+build() {
+  local targets=()
+  [[ $purpose == start ]] && targets=(--target tesselWrapper)
   logged cmake --build --preset "$preset" "${targets[@]}"
 }
 
 check_node
 check_packages
 fetch_npm_packages
-build_preset
+if [[ $purpose == lint ]]; then
+  configure
+else
+  if [[ -e $build ]]; then
+    echo "Building $build"
+  else
+    echo "Building $build (the first time takes some minutes)"
+  fi
+  configure
+  build
+fi

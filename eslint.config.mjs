@@ -1,0 +1,19 @@
+import js from '@eslint/js';
+import globals from 'globals';
+
+export default [
+  { ignores: ['build/', 'out/'] },
+  js.configs.recommended,
+  {
+    languageOptions: { globals: globals.node },
+    linterOptions: { reportUnusedDisableDirectives: 'error' },
+    rules: {
+      eqeqeq: 'error',
+      'no-var': 'error',
+      'object-shorthand': 'error',
+      'prefer-const': 'error',
+      'prefer-template': 'error',
+    },
+  },
+  { files: ['**/*.js', '**/*.cjs'], languageOptions: { sourceType: 'commonjs' } },
+];

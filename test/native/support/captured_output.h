@@ -1,0 +1,77 @@
+// What the process writes to its standard output, for tests to look at.
+
+#ifndef TEST_NATIVE_SUPPORT_CAPTURED_OUTPUT_H_
+#define TEST_NATIVE_SUPPORT_CAPTURED_OUTPUT_H_
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <regex>
+#include <string>
+#include <vector>
+
+namespace test {
+
+// Puts a file in the place of the standard output for as long as it lives; what this process, or a
+// child that it forks meanwhile, writes to descriptor 1 collects there. Failed expectations print
+// into it too, so keep it around the action alone.
+class CapturedOutput {
+ public:
+  CapturedOutput() {
+    std::fflush(stdout);
+    dup2(file_, STDOUT_FILENO);
+  }
+  ~CapturedOutput() {
+    std::fflush(stdout);
+    dup2(original_, STDOUT_FILENO);
+    close(original_);
+    close(file_);
+  }
+  CapturedOutput(const CapturedOutput&) = delete;
+  CapturedOutput& operator=(const CapturedOutput&) = delete;
+
+  // Everything since the beginning.
+  std::string text() const {
+    std::fflush(stdout);
+    std::string text(static_cast<std::size_t>(lseek(file_, 0, SEEK_END)), '\0');
+    const ssize_t count = pread(file_, text.data(), text.size(), 0);
+    text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+    return text;
+  }
+
+  // The same, without the ends of the lines. A last line without an end shows as "...(no end)".
+  std::vector<std::string> lines() const {
+    std::vector<std::string> lines;
+    const std::string all = text();
+    std::size_t start = 0;
+    for (std::size_t end; (end = all.find('\n', start)) != std::string::npos; start = end + 1) {
+      lines.push_back(all.substr(start, end - start));
+    }
+    if (start < all.size()) lines.push_back(all.substr(start) + "(no end)");
+    return lines;
+  }
+
+ private:
+  const int original_ = dup(STDOUT_FILENO);
+  const int file_ = memfd_create("captured output", 0);
+};
+
+// The lines that `action` writes.
+template <typename Action>
+std::vector<std::string> linesWrittenBy(Action&& action) {
+  const CapturedOutput output;
+  action();
+  return output.lines();
+}
+
+// The same with every address replaced by "0xADDRESS", for comparing lines as a whole.
+inline std::vector<std::string> withoutAddresses(std::vector<std::string> lines) {
+  static const std::regex address("0x[0-9a-f]+");
+  for (std::string& line : lines) line = std::regex_replace(line, address, "0xADDRESS");
+  return lines;
+}
+
+}  // namespace test
+
+#endif  // TEST_NATIVE_SUPPORT_CAPTURED_OUTPUT_H_

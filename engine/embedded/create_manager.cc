@@ -1,0 +1,26 @@
+// What the engine library exports.
+
+#include "engine/embedded/embedded_manager.h"
+
+namespace {
+
+// Some frames for each of 50 streams; more is not kept when nobody uses it.
+constexpr std::size_t kSpareBytes = std::size_t{64} << 20;
+
+// All that the engines of a process share.
+const std::shared_ptr<embedded::FramePool>& processPool() {
+  static const auto pool = std::make_shared<embedded::FramePool>(kSpareBytes);
+  return pool;
+}
+
+}  // namespace
+
+namespace TSLM {
+
+TSLMManager* TSLMManager::CreateTSLMManager(const tsl::CreateParams& params) {
+  return new embedded::EmbeddedManager(params, embedded::realClock(), processPool());
+}
+
+void TSLMManager::DestroyTSLMManager() { processPool()->trim(); }
+
+}  // namespace TSLM

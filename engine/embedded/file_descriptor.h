@@ -1,0 +1,37 @@
+// An open file.
+
+#ifndef ENGINE_EMBEDDED_FILE_DESCRIPTOR_H_
+#define ENGINE_EMBEDDED_FILE_DESCRIPTOR_H_
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace embedded {
+
+// Owns a file descriptor and closes it.
+class FileDescriptor {
+ public:
+  FileDescriptor() = default;
+  // Takes over what open() returned, also when it failed.
+  explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
+  ~FileDescriptor() {
+    if (isOpen()) ::close(descriptor_);
+  }
+  FileDescriptor(FileDescriptor&& other) noexcept
+      : descriptor_(std::exchange(other.descriptor_, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    std::swap(descriptor_, other.descriptor_);
+    return *this;
+  }
+
+  bool isOpen() const { return descriptor_ >= 0; }
+  int get() const { return descriptor_; }
+
+ private:
+  int descriptor_ = -1;
+};
+
+}  // namespace embedded
+
+#endif  // ENGINE_EMBEDDED_FILE_DESCRIPTOR_H_

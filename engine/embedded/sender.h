@@ -1,0 +1,55 @@
+// The sending side of a video stream.
+
+#ifndef ENGINE_EMBEDDED_SENDER_H_
+#define ENGINE_EMBEDDED_SENDER_H_
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "engine/embedded/engine_parts.h"
+#include "engine/embedded/picture.h"
+#include "engine/embedded/picture_source.h"
+#include "engine/embedded/video_stream.h"
+
+namespace embedded {
+
+// When frame `index`, counted from 0, is due after the first one.
+Time frameTime(FrameRate rate, std::uint64_t index);
+
+// Draws the pictures of a source into frames, at a rate, and publishes them in a stream. Frames are
+// numbered from 1 for as long as the sender lives, whatever it sends. A sender that comes too late
+// does not catch up: it goes on from where it is. Belongs to the engine's thread.
+class Sender {
+ public:
+  using Level = std::function<std::uint32_t()>;  // how loud the sender is now, 0 to 100
+
+  Sender(EngineParts& parts, std::shared_ptr<VideoStream> stream, Level level);
+  Sender(const Sender&) = delete;
+  Sender& operator=(const Sender&) = delete;
+
+  VideoStream& stream() { return *stream_; }
+
+  // Sends from now on, the first frame at once; replaces what was sent before.
+  void start(std::unique_ptr<PictureSource> source, FrameRate rate);
+  // The stream shows nothing from now on.
+  void stop();
+
+ private:
+  void setTimer();
+  void sendFrame();
+
+  EngineParts& parts_;
+  const std::shared_ptr<VideoStream> stream_;
+  const Level level_;
+  std::unique_ptr<PictureSource> source_;
+  FrameRate rate_;
+  Time startedAt_ = {};
+  std::uint64_t ticks_ = 0;   // since the start
+  std::uint64_t lastId_ = 0;  // of all frames ever sent
+  Timer timer_;
+};
+
+}  // namespace embedded
+
+#endif  // ENGINE_EMBEDDED_SENDER_H_

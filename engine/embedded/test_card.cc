@@ -35,6 +35,9 @@ TestCard::TestCard(const CardSubject& subject, Size size)
       still_(i420Bytes(size)) {
   Canvas canvas(size, still_.data());
   canvas.fill({0, 0, canvas.width(), canvas.height()}, fromHsv(hue_, 0.6, 0.3));
+  const int side = static_cast<int>(blockSide(size));
+  canvas.fill({0, 0, side * static_cast<int>(kCodeColumns), side * static_cast<int>(kCodeRows)},
+              kBlack);
   switch (key_.first) {
     case TSLM_STREAM_LOCAL:
       drawSteps(canvas);

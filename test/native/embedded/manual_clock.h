@@ -15,7 +15,7 @@ class ManualClock final : public Clock {
  public:
   Time now() const override { return Time(now_.load()); }
 
-  void wait(base::Mutex& mutex, base::CondVar& changed, Time) const override {
+  void wait(base::Mutex& mutex, base::CondVar& changed, Time) const override REQUIRES(mutex) {
     changed.Wait(mutex);
   }
 

@@ -358,7 +358,6 @@ TEST_F(FailingManagerTest, IsThereAlsoWhenItsSegmentCannotBeMade) {
               manager = std::make_unique<SharedMemoryManager>(creating(kMainSegmentSize));
             }).back(),
             "SharedMemoryManager:Failed to initialise shared memory for TesselWrapper");
-  std::string shmName;
   const auto lines = linesWrittenBy([&] { EXPECT_FALSE(manager->enableSharedMemory(kRemote)); });
   EXPECT_EQ(lines.back(), "enableSharedMemory: Shared mem lock failed, something is wrong!");
   linesWrittenBy([&] {
@@ -464,7 +463,7 @@ TEST_F(FailingManagerTest, ALaterLookUpThatTimesOutKeepsTheStreamsSource) {
               IsEmpty());
 }
 
-TEST_F(FailingManagerTest, MakesTheSemaphoresNameFirstOutOfTheSameCharacters) {
+TEST_F(FailingManagerTest, MakesBothNamesOutOfTheSameCharacters) {
   systemCalls().second = 1'700'000'000;
   std::shared_ptr<SharedMemoryManager> manager;
   linesWrittenBy([&] { manager = SharedMemoryManager::CreateSharedMemoryManager(); });

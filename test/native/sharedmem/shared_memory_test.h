@@ -28,7 +28,7 @@ class SharedMemoryTest : public testing::Test {
  protected:
   void TearDown() override {
     test::linesWrittenBy([] { base::DiagnosticLine("").decimal(); });
-    EXPECT_THAT(test::TestNames::present(), testing::IsEmpty());
+    EXPECT_THAT(names_.present(), testing::IsEmpty());
   }
 
   SharedMemoryInfo creating(std::uint32_t size) const {

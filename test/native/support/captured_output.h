@@ -3,6 +3,7 @@
 #ifndef TEST_NATIVE_SUPPORT_CAPTURED_OUTPUT_H_
 #define TEST_NATIVE_SUPPORT_CAPTURED_OUTPUT_H_
 
+#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -14,8 +15,8 @@
 namespace test {
 
 // Puts a file in the place of the standard output for as long as it lives; what this process, or a
-// child that it forks meanwhile, writes to descriptor 1 collects there. Failed expectations print
-// into it too, so keep it around the action alone.
+// child that it forks meanwhile, writes to descriptor 1 collects there. That includes what failed
+// expectations print, so everything collected shows after all when the test has failed.
 class CapturedOutput {
  public:
   CapturedOutput() {
@@ -23,8 +24,9 @@ class CapturedOutput {
     dup2(file_, STDOUT_FILENO);
   }
   ~CapturedOutput() {
-    std::fflush(stdout);
+    const std::string collected = text();
     dup2(original_, STDOUT_FILENO);
+    if (testing::Test::HasFailure()) std::fputs(collected.c_str(), stdout);
     close(original_);
     close(file_);
   }

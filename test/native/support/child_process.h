@@ -68,6 +68,7 @@ class ChildProcess {
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
+  pid_t pid() const { return pid_; }
   const Conversation& conversation() const { return conversation_; }
 
   // Waits until the child has ended, and expects that it ended well.

@@ -46,22 +46,20 @@ class TestNames {
  public:
   TestNames() { removeLeftovers(); }
 
-  std::string shm(const std::string& what = "") const { return "/" + ownPrefix() + "shm" + what; }
-  std::string sem(const std::string& what = "") const { return "/" + ownPrefix() + "sem" + what; }
+  std::string shm() const { return "/" + prefix_ + "shm"; }
+  std::string sem() const { return "/" + prefix_ + "sem"; }
 
-  // The files that this process's names have now.
-  static std::vector<std::string> present() {
+  // The files that these names have now.
+  std::vector<std::string> present() const {
     std::vector<std::string> names;
     for (const std::string& name : filesOfAnyRun()) {
-      if (name.find(ownPrefix()) != std::string::npos) names.push_back(name);
+      if (name.find(prefix_) != std::string::npos) names.push_back(name);
     }
     return names;
   }
 
  private:
   static constexpr const char* kPrefix = "tessel_test_";
-
-  static std::string ownPrefix() { return kPrefix + std::to_string(getpid()) + "_"; }
 
   static std::vector<std::string> filesOfAnyRun() {
     std::vector<std::string> names;
@@ -82,6 +80,9 @@ class TestNames {
       if (!stillRuns) unlink(("/dev/shm/" + name).c_str());
     }
   }
+
+  // Of the process that made this object; a forked child goes on using its parent's names.
+  const std::string prefix_ = kPrefix + std::to_string(getpid()) + "_";
 };
 
 }  // namespace test

@@ -82,17 +82,18 @@ bool NapiThreadsafeFunction::deliverNext() {
   return true;
 }
 
-// Nothing thrown may reach libuv, which is C.
+// Nothing thrown may reach libuv, which is C. The item may have deleted this object when it throws.
 void NapiThreadsafeFunction::deliver(void* data) {
-  const Napi::HandleScope handleScope(env_);
-  const Napi::CallbackScope callbackScope(env_, *asyncContext_);
+  const Napi::Env env = env_;
+  const Napi::HandleScope handleScope(env);
+  const Napi::CallbackScope callbackScope(env, *asyncContext_);
   try {
-    callback_(env_, data);
+    callback_(env, data);
   } catch (const Napi::Error& error) {
     reportUncaught(error);
   } catch (const std::exception& error) {
-    reportUncaught(Napi::Error::New(env_, error.what()));
+    reportUncaught(Napi::Error::New(env, error.what()));
   } catch (...) {
-    reportUncaught(Napi::Error::New(env_, "A native exception was thrown"));
+    reportUncaught(Napi::Error::New(env, "A native exception was thrown"));
   }
 }

@@ -113,7 +113,7 @@ test('a frame is unchanged for as long as it may be read', async (t) => {
 
 test('a participant that speaks is heard as the microphone level', async (t) => {
   const meeting = new Meeting(t);
-  await meeting.join('tessel:room?participants=1&speak=1@0-5');
+  await meeting.join('tessel:room?participants=1&speak=0@0-5');
   const { level } = await meeting.seen('micLevel', (payload) => payload.level > 0);
   assert.ok(level > 0);
 });

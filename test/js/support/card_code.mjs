@@ -18,7 +18,7 @@ export function readCard(frame) {
   for (let bit = 0; bit < ROWS * COLUMNS; bit++) {
     const row = Math.floor(bit / COLUMNS) * side + middle;
     const column = (bit % COLUMNS) * side + middle;
-    if (luma[row * stride + column] >= LIGHT) bytes[bit >> 3] |= 0x80 >> bit % 8;
+    if (luma[row * stride + column] >= LIGHT) bytes[bit >> 3] |= 0x80 >> (bit % 8);
   }
   const check = bytes.subarray(0, 8).reduce((sum, byte) => sum ^ byte, CHECK);
   if (check !== bytes[8]) return null;

@@ -2,12 +2,11 @@
 
 import { EventEmitter, once } from 'node:events';
 import { createRequire } from 'node:module';
-import { mkdtempSync, rmSync } from 'node:fs';
-import os from 'node:os';
 import path from 'node:path';
 import { setImmediate } from 'node:timers/promises';
 
 import { connection } from '../../../examples/support/connection.mjs';
+import { temporaryDirectory } from './temporary_directory.mjs';
 
 const require = createRequire(import.meta.url);
 const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
@@ -32,12 +31,6 @@ const EVENTS = [
   'eventNotify',
   'vspUpdateVOQI',
 ];
-
-export function temporaryDirectory(test) {
-  const directory = mkdtempSync(path.join(os.tmpdir(), 'tessel-test-'));
-  test.after(() => rmSync(directory, { recursive: true }));
-  return directory;
-}
 
 // One wrapper with its emitter and everything that it emitted; destroyed when the test ends.
 export class Meeting {

@@ -85,6 +85,8 @@ wrapper.on('streamAdded', (stream) => watch.add(stream));
 
 mkdirSync(options.output, { recursive: true });
 if (await join(wrapper, emitter, meetingUri(options))) {
+  wrapper.enableCameraCapture(true);
+  watch.add({ type: 'local', streamIndex: 0 });
   await setTimeout(options.seconds * 1000);
   const files = watch.writePictures(options.output);
   console.table(watch.table());

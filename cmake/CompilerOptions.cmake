@@ -22,6 +22,8 @@ endif()
 if(TESSEL_SANITIZERS)
   add_compile_options(-fsanitize=${TESSEL_SANITIZERS} -fno-omit-frame-pointer
                       -fno-sanitize-recover=undefined)
+  # What a sanitizer adds to the code makes gcc see uninitialised variables where there are none.
+  add_compile_options(-Wno-maybe-uninitialized)
   add_link_options(-fsanitize=${TESSEL_SANITIZERS})
   if(TESSEL_SANITIZERS MATCHES undefined)
     # As shared libraries the two runtimes share a symbol through which this one's `log_path` ends

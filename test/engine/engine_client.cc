@@ -122,6 +122,12 @@ void NotificationLog::arrived(const char* notification, Array args) {
   changed_.NotifyAll();
 }
 
+std::shared_ptr<INotifyCallback> NotificationLog::shared(std::shared_ptr<NotificationLog> log) {
+  log->letGoOnThread_ = 0;
+  NotificationLog* callback = log.get();
+  return {callback, [log = std::move(log)](INotifyCallback*) { log->letGoOnThread_ = ::gettid(); }};
+}
+
 void NotificationLog::NotifyInitCompleted() { arrived("NotifyInitCompleted"); }
 void NotificationLog::NotifyStreamAdded(std::pair<TSLM_STREAM_INDEX, int> stream,
                                         unsigned int csrc) {
@@ -266,7 +272,8 @@ Value EngineClient::callFrameManager(std::int64_t facade, StreamKey key, std::st
 }
 
 void EngineClient::registerCallback(std::int64_t facade, bool registered) {
-  facadeOf(facade).RegisterNotifyCallback(registered ? notifications_ : nullptr);
+  facadeOf(facade).RegisterNotifyCallback(registered ? NotificationLog::shared(notifications_)
+                                                     : nullptr);
 }
 
 void EngineClient::awaitNotifications(std::string notification, std::uint32_t count) {
@@ -310,7 +317,7 @@ void EngineClient::awaitFrames(std::uint32_t count) { frames_->await(count); }
 
 std::vector<ArrivedFrame> EngineClient::takeFrames() { return frames_->take(); }
 
-std::int64_t EngineClient::callbackOwners() { return notifications_.use_count() - 1; }
+std::int64_t EngineClient::callbackLetGoOnThread() { return notifications_->letGoOnThread(); }
 
 std::int64_t EngineClient::receiverOwners() { return frames_.use_count() - 1; }
 

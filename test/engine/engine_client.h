@@ -4,6 +4,7 @@
 #ifndef TEST_ENGINE_ENGINE_CLIENT_H_
 #define TEST_ENGINE_ENGINE_CLIENT_H_
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -46,6 +47,11 @@ class NotificationLog final : public INotifyCallback {
   // Blocks until so many notifications of the name are there.
   void await(const std::string& notification, std::uint32_t count) EXCLUDES(mutex_);
 
+  // Owners share the log through this: it remembers the thread on which the last of them let go.
+  static std::shared_ptr<INotifyCallback> shared(std::shared_ptr<NotificationLog> log);
+  // 0 while there are owners, or never were.
+  std::int64_t letGoOnThread() const { return letGoOnThread_; }
+
   void NotifyInitCompleted() override;
   void NotifyStreamAdded(std::pair<TSLM_STREAM_INDEX, int> stream, unsigned int csrc) override;
   void NotifyStreamRemoved(std::pair<TSLM_STREAM_INDEX, int> stream, unsigned int csrc) override;
@@ -64,6 +70,8 @@ class NotificationLog final : public INotifyCallback {
 
  private:
   void arrived(const char* notification, Array args = {}) EXCLUDES(mutex_);
+
+  std::atomic<std::int64_t> letGoOnThread_ = 0;
 
   base::Mutex mutex_;
   base::CondVar changed_;
@@ -125,8 +133,9 @@ class EngineClient {
   void awaitDelivery();
   void awaitFrames(std::uint32_t count);
   std::vector<ArrivedFrame> takeFrames();
+  // The thread on which the engine let go of the callback; 0 while it holds it.
+  std::int64_t callbackLetGoOnThread();
   // Owners other than the client.
-  std::int64_t callbackOwners();
   std::int64_t receiverOwners();
 
   // Lets go of everything.

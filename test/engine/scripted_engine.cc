@@ -134,13 +134,14 @@ void ScriptedEngine::reset() {
     results_ = {};
     selectedEngine_ = 0;
     lastRegistered_ = 0;
+    ++resets_;
+    resetRequested_.NotifyAll();
   }
   for (auto& [handle, job] : jobs) {
     for (std::thread& thread : job.threads) thread.join();
   }
   for (auto& [key, stream] : streams) {
     stream->stopPushing();
-    stream->setReceiver(nullptr);
   }
 }
 
@@ -235,10 +236,12 @@ std::shared_ptr<INotifyCallback> ScriptedEngine::callbackOf(std::int64_t engine)
 void ScriptedEngine::initialise(std::int64_t engine) {
   std::shared_ptr<INotifyCallback> callback;
   Initialisation initialisation;
+  std::int64_t resets = 0;
   {
     base::MutexLock lock(mutex_);
     callback = callbackOf(engine);
     initialisation = initialisation_;
+    resets = resets_;
   }
   if (callback == nullptr) return;
   std::vector<Sender> senders;
@@ -259,18 +262,26 @@ void ScriptedEngine::initialise(std::int64_t engine) {
     }).join();
   } else {
     auto returning = std::make_shared<std::latch>(1);
-    const auto delay = std::chrono::milliseconds(initialisation.delayMs);
+    const std::chrono::milliseconds delay(initialisation.delayMs);
     Job job;
     job.done = std::make_shared<std::atomic<std::int64_t>>(0);
-    job.threads.emplace_back([=] {
+    job.threads.emplace_back([=, this] {
       returning->wait();
-      std::this_thread::sleep_for(delay);
+      if (!waitUnlessReset(delay, resets)) return;
       notify();
       callback->NotifyInitCompleted();
     });
     addJob(std::move(job));
     returning->count_down();
   }
+}
+
+bool ScriptedEngine::waitUnlessReset(std::chrono::milliseconds delay, std::int64_t resets) {
+  const auto end = std::chrono::steady_clock::now() + delay;
+  base::MutexLock lock(mutex_);
+  while (resets_ == resets && resetRequested_.WaitUntil(mutex_, end)) {
+  }
+  return resets_ == resets;
 }
 
 void ScriptedEngine::selectEngine(std::int64_t engine) {

@@ -5,6 +5,7 @@
 #define TEST_ENGINE_SCRIPTED_ENGINE_H_
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -169,10 +170,14 @@ class TESSELCLIENT_API ScriptedEngine {
   std::shared_ptr<INotifyCallback> callbackOf(std::int64_t engine) REQUIRES(mutex_);
   std::shared_ptr<Stream> stream(const StreamKey& key) EXCLUDES(mutex_);
   std::int64_t addJob(Job job) EXCLUDES(mutex_);
+  // False as soon as there were more than `resets` resets.
+  bool waitUnlessReset(std::chrono::milliseconds delay, std::int64_t resets) EXCLUDES(mutex_);
 
   std::atomic<std::int64_t> lastEngineNumber_ = 0;
 
   base::Mutex mutex_;
+  base::CondVar resetRequested_;
+  std::int64_t resets_ GUARDED_BY(mutex_) = 0;
   bool recording_ GUARDED_BY(mutex_) = true;
   std::vector<Call> calls_ GUARDED_BY(mutex_);
   std::map<std::string, Failure, std::less<>> failures_ GUARDED_BY(mutex_);

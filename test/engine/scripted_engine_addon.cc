@@ -58,7 +58,7 @@ Exports<EngineClient> clientExports() {
       EXPORTED(EngineClient, awaitDelivery),
       EXPORTED(EngineClient, awaitFrames),
       EXPORTED(EngineClient, takeFrames),
-      EXPORTED(EngineClient, callbackOwners),
+      EXPORTED(EngineClient, callbackLetGoOnThread),
       EXPORTED(EngineClient, receiverOwners),
       EXPORTED(EngineClient, reset),
   };

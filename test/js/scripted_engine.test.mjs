@@ -252,14 +252,23 @@ test('completion before the wait comes from another thread, but before Initializ
   assert.notEqual(completed.thread, engine.jsThread);
 });
 
-test('later completion comes from another thread, after Initialize has returned', () => {
+test('later completion comes from another thread', () => {
   const facade = facadeWithCallback();
-  engine.setInitialisation('later', { delayMs: 100 });
+  engine.setInitialisation('later', { delayMs: 0 });
   client.call(facade, 'Initialize', []);
-  assert.deepEqual(arrived(), []);
   client.awaitNotifications('NotifyInitCompleted', 1);
   const [completed] = client.takeNotifications();
   assert.notEqual(completed.thread, engine.jsThread);
+});
+
+test('Initialize does not wait for later completion, and a reset gives it up', () => {
+  const facade = facadeWithCallback();
+  const [week, notifications] = [7 * 24 * 3600 * 1000, [['NotifyMicLevel', 1]]];
+  engine.setInitialisation('later', { delayMs: week, notifications });
+  client.call(facade, 'Initialize', []);
+  assert.deepEqual(arrived(), []);
+  engine.reset();
+  assert.deepEqual(arrived(), []);
 });
 
 for (const mode of ['inside', 'before-wait', 'later']) {
@@ -528,11 +537,15 @@ test('the callback is notified beyond the end of its facade, until it is dropped
   });
 });
 
-test('a callback can be dropped on an engine thread', () => {
-  facadeWithCallback();
-  assert.equal(client.callbackOwners(), 1);
+test('the callback is dropped on the calling thread, or on an engine thread', () => {
+  const facade = facadeWithCallback();
+  assert.equal(client.callbackLetGoOnThread(), 0);
+  engine.dropCallback();
+  assert.equal(client.callbackLetGoOnThread(), engine.jsThread);
+  client.registerCallback(facade, true);
   engine.dropCallback({ onEngineThread: true });
-  assert.equal(client.callbackOwners(), 0);
+  assert.notEqual(client.callbackLetGoOnThread(), 0);
+  assert.notEqual(client.callbackLetGoOnThread(), engine.jsThread);
 });
 
 test('notifications go to the facade that registered last, or to the selected one', () => {
@@ -707,14 +720,15 @@ test('a fresh frame from recycled memory carries its identity', () => {
 });
 
 test('the objects that the process holds are counted', () => {
-  const before = engine.live();
+  const none = { engines: 0, frameManagers: 0, configurations: 0, frames: 0 };
+  assert.deepEqual(engine.live(), none);
   const facade = client.create({});
   engine.setStream(REMOTE);
   client.getFrame(facade, REMOTE, 0);
   client.callConfigData(facade, 'isVesperCapable', []);
-  assert.deepEqual(engine.live(), { ...before, engines: before.engines + 1 });
+  assert.deepEqual(engine.live(), { ...none, engines: 1 });
   client.deleteFacade(facade);
-  assert.deepEqual(engine.live(), before);
+  assert.deepEqual(engine.live(), none);
 });
 
 // ---- Frames that are pushed
@@ -792,6 +806,19 @@ test('detaching a receiver waits for the delivery under way and lets go of it', 
   assert.equal(client.deliveriesUnderWay(), 0);
   assert.equal(client.receiverOwners(), 0);
   assert.equal(running.join(), 1);
+});
+
+test('whenever a receiver has been detached, the engine holds it no longer', () => {
+  const facade = client.create({});
+  engine.setStream(REMOTE);
+  for (let round = 1; round <= 100; ++round) {
+    client.setReceiver(facade, REMOTE, true);
+    const running = engine.pushFrameAsync(REMOTE, {});
+    client.awaitFrames(round);
+    client.setReceiver(facade, REMOTE, false);
+    assert.equal(client.receiverOwners(), 0);
+    running.join();
+  }
 });
 
 test('frames of one stream never run the receiver twice at once', () => {
@@ -879,7 +906,7 @@ test('reset ends what is under way and brings the defaults back', () => {
 
   assert.equal(engine.liveFrames(), 0);
   assert.equal(client.receiverOwners(), 0);
-  assert.equal(client.callbackOwners(), 0);
+  assert.equal(client.callbackLetGoOnThread(), engine.jsThread);
   assert.deepEqual(engine.calls(), []);
   client.call(facade, 'DisconnectCall', []);
   assert.deepEqual(engine.operations(), ['DisconnectCall']);

@@ -59,10 +59,12 @@ class SharedMemoryManagerTest : public SharedMemoryTest {
   // The names in a line that tells of a new frame segment. They are expected to be gone when the
   // test ends.
   SharedMemoryKey segmentOf(const std::string& line) {
-    static const std::regex pattern(".*SHMname:(.*), SEMname:(.*)");
-    std::smatch names;
-    EXPECT_TRUE(std::regex_match(line, names, pattern)) << line;
-    segments_.push_back({names[1], names[2]});
+    const std::string beforeShm = "SHMname:";
+    const std::string beforeSem = ", SEMname:";
+    const std::size_t shm = line.find(beforeShm) + beforeShm.size();
+    const std::size_t sem = line.find(beforeSem) + beforeSem.size();
+    segments_.push_back(
+        {.shmName = line.substr(shm, sem - beforeSem.size() - shm), .semName = line.substr(sem)});
     return segments_.back();
   }
 

@@ -164,6 +164,8 @@ void TesselWrapper::obtainEmitter(Napi::Env env) {
   Utils::checkStatus(
       env, napi_call_function(env, env.Undefined(), emitterFactory.Value(), 0, nullptr, &made));
   const Napi::Object object(env, made);
+  // Node-API makes references to symbols too. What else is no object it refuses in these words.
+  if (object.IsSymbol()) throw Napi::Error::New(env, "Invalid argument");
   emitter = Utils::weakReference(object);
   eventHandler->setEmitter(object);
 }

@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/diagnostic_line.h"
@@ -49,10 +50,18 @@ void printCreateParams(const tsl::CreateParams& params) {
   print("szUserAgent", params.szUserAgent);
 }
 
-// "<what>Pid:<process id>, obj:<address>", after which integers print in hexadecimal.
+// "<what>Pid:<process id>, obj:<address>", after which integers print in hexadecimal. So does the
+// process id, except in the first such line of the process, whatever base other lines have left.
 void printProcessAndObject(const char* what, const void* object) {
-  base::DiagnosticLine(what).text("Pid:").integer(getpid()).text(", obj:").hexadecimal().address(
-      object);
+  static bool isFirst = true;
+  base::DiagnosticLine line(what);
+  line.text("Pid:");
+  if (std::exchange(isFirst, false)) {
+    line.dec(getpid());
+  } else {
+    line.hexadecimal().integer(getpid());
+  }
+  line.text(", obj:").hexadecimal().address(object);
 }
 
 }  // namespace
@@ -155,6 +164,8 @@ void TesselWrapper::obtainEmitter(Napi::Env env) {
   Utils::checkStatus(
       env, napi_call_function(env, env.Undefined(), emitterFactory.Value(), 0, nullptr, &made));
   const Napi::Object object(env, made);
+  // Node-API makes references to symbols too. What else is no object it refuses in these words.
+  if (object.IsSymbol()) throw Napi::Error::New(env, "Invalid argument");
   emitter = Utils::weakReference(object);
   eventHandler->setEmitter(object);
 }

@@ -15,9 +15,12 @@ find_path(NODE_ADDON_API_DIR napi.h
 add_library(node_api INTERFACE)
 target_include_directories(node_api SYSTEM INTERFACE
   "${NODE_INCLUDE_DIR}" "${NODE_ADDON_API_DIR}")
-# Errors are C++ exceptions; any std::exception that leaves a method becomes a JavaScript Error.
+# Errors are C++ exceptions; any std::exception that leaves a method becomes a JavaScript Error. An
+# error that JavaScript cannot be given, because its environment is just being ended, is dropped
+# instead of ending the process.
 target_compile_definitions(node_api INTERFACE
-  NAPI_VERSION=8 NODE_ADDON_API_CPP_EXCEPTIONS_ALL NODE_ADDON_API_DISABLE_DEPRECATED)
+  NAPI_VERSION=8 NODE_ADDON_API_CPP_EXCEPTIONS_ALL NODE_API_SWALLOW_UNTHROWABLE_EXCEPTIONS
+  NODE_ADDON_API_DISABLE_DEPRECATED)
 
 # add_node_addon(NAME SOURCES...): a loadable NAME.node in the build directory's root.
 function(add_node_addon name)

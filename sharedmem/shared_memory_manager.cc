@@ -137,6 +137,16 @@ void SharedMemoryManager::clearTable() {
   allocator_->unlockDataAccess();
 }
 
+void SharedMemoryManager::close() {
+  std::map<StreamKey, SourcePtr> closed;
+  {
+    base::MutexLock lock(sourcesMutex_);
+    closed.swap(sources_);
+  }
+  closed.clear();
+  allocator_.reset();
+}
+
 void SharedMemoryManager::NotifyFrameArrived(std::shared_ptr<QVXCommon::IVideoFrame> frame,
                                              unsigned int csrc, const StreamKey& key) {
   // The copy keeps the source alive if the stream is removed meanwhile.

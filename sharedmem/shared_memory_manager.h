@@ -39,6 +39,10 @@ class SharedMemoryManager : public IFrameRecieveCallback {
   SharedMemoryManager(const SharedMemoryManager&) = delete;
   SharedMemoryManager& operator=(const SharedMemoryManager&) = delete;
 
+  // Drops all segments and their names now, though the engine may hold this receiver for longer;
+  // what it still delivers finds no stream. Nothing else may be called after it.
+  void close();
+
   // Creating side: copies the stream's frame into its frame segment.
   void NotifyFrameArrived(std::shared_ptr<QVXCommon::IVideoFrame> frame, unsigned int csrc,
                           const StreamKey& key) override;
@@ -70,7 +74,7 @@ class SharedMemoryManager : public IFrameRecieveCallback {
   void eraseSource(const StreamKey& key) EXCLUDES(sourcesMutex_);
 
   // JavaScript thread.
-  const std::unique_ptr<SharedMemoryAllocator> allocator_;
+  std::unique_ptr<SharedMemoryAllocator> allocator_;  // null once closed
 
   // Keeps the frame threads' look-ups apart from other streams' entering and leaving. Held for a
   // step on the map alone: nobody waits for a segment or copies a frame while holding it.

@@ -171,10 +171,11 @@ void TesselWrapper::obtainEmitter(Napi::Env env) {
 }
 
 void TesselWrapper::release() {
-  // No event may reach a handler that is going, and the engine may hold the handler, and through it
-  // the dispatcher, for longer than this object does.
+  // No event may reach a handler that is going, and the engine may hold the handler, through it the
+  // dispatcher, and the receiver of a stream's frames for longer than this object does.
   if (dispatcher) dispatcher->close();
   if (eventHandler) eventHandler->detach();
+  if (sharedMemoryManager) sharedMemoryManager->close();
   retainedPlanes.takeBackAll();
   clearPlanes.takeBackAll();
   sharedMemoryManager.reset();

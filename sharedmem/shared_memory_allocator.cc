@@ -59,9 +59,12 @@ bool SharedMemoryAllocator::initialize() {
       .text(", SEM name:")
       .text(info_.semName);
   locked_ = info_.create;
-  if (openSegmentAndSemaphore()) return true;
-  uninitialize();
-  return false;
+  if (!openSegmentAndSemaphore()) {
+    uninitialize();
+    return false;
+  }
+  namesAtExit_.emplace(info_.shmName, info_.semName);
+  return true;
 }
 
 bool SharedMemoryAllocator::openSegmentAndSemaphore() {
@@ -126,6 +129,7 @@ void SharedMemoryAllocator::uninitialize() {
     sem_unlink(info_.semName.c_str());
     semaphore_.reset();
   }
+  namesAtExit_.reset();
 }
 
 bool SharedMemoryAllocator::lockDataAccess() {

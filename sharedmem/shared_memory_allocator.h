@@ -3,6 +3,9 @@
 #ifndef SHAREDMEM_SHARED_MEMORY_ALLOCATOR_H_
 #define SHAREDMEM_SHARED_MEMORY_ALLOCATOR_H_
 
+#include <optional>
+
+#include "sharedmem/names_at_exit.h"
 #include "sharedmem/posix_shared_memory.h"
 #include "sharedmem/shared_memory_info.h"
 
@@ -12,7 +15,8 @@
 //
 // The creating side starts out holding the lock, so that it can clear the contents before anyone
 // reads them; its first unlockDataAccess() opens the segment to others. Whichever side goes first
-// removes both names: what is mapped stays usable, but can no longer be opened.
+// removes both names: what is mapped stays usable, but can no longer be opened. A process that ends
+// by exit() removes them, too.
 //
 // Every access is lockDataAccess(), getDataPtr(), read or write, unlockDataAccess(). Nothing
 // throws: a failure is one diagnostic line and a false or null result, also when the pair could not
@@ -48,6 +52,7 @@ class SharedMemoryAllocator {
   posix::FileDescriptor object_;
   posix::SharedMapping mapping_;
   posix::NamedSemaphore semaphore_;
+  std::optional<NamesAtExit> namesAtExit_;
   bool initialised_ = false;
   bool locked_ = false;  // this object holds the semaphore
 };

@@ -214,7 +214,10 @@ void TesselWrapper::on(const Napi::CallbackInfo& info) {
 
 void TesselWrapper::destroy(const Napi::CallbackInfo&) {
   // Before the engine is asked, so that the process can end also when the engine throws; what the
-  // engine still reports arrives all the same.
+  // engine still reports arrives all the same, and not only if JavaScript goes on holding this
+  // object until then.
+  Ref();
+  dispatcher->async([this](Napi::Env) { Unref(); });
   dispatcher->releaseEventLoop();
   manager->DeInitialize();
   TSLM::TSLMManager::DestroyTSLMManager();

@@ -377,7 +377,8 @@ TEST_F(FailingManagerTest, WritesNothingIntoAMappingAtAddressZero) {
               ElementsAre("SharedMemoryManager:Failed to get shared memory for clearing",
                           "SharedMemoryManager: Unlocking now"));
   EXPECT_EQ(semaphoreCount(names_.sem()), 1);
-  linesWrittenBy([&] { EXPECT_FALSE(manager->enableSharedMemory(kRemote)); });
+  const auto enabling = linesWrittenBy([&] { EXPECT_FALSE(manager->enableSharedMemory(kRemote)); });
+  EXPECT_THAT(enabling.back(), StartsWith("SemName = ")) << "given up without a line";
   EXPECT_EQ(semaphoreCount(names_.sem()), 1);
 }
 

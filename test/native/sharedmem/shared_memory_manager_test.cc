@@ -425,8 +425,11 @@ TEST_F(SharedMemoryManagerTest, LocalStreamsShareOneEntryWhateverTheirIndex) {
   EXPECT_NE(lookUpQuietly(*opener, kLocal), nullptr);
   EXPECT_NE(lookUpQuietly(*opener, {TSLM_STREAM_LOCAL, -9}), nullptr);
 
-  const SharedMemoryKey later = enable(*creator, kLocal);
-  EXPECT_EQ(textAt(rawTable(), 1), later.shmName);
+  for (const int index : {123'456'789, 0}) {
+    const SharedMemoryKey later = enable(*creator, {TSLM_STREAM_LOCAL, index});
+    EXPECT_EQ(textAt(rawTable(), 1), later.shmName);
+    EXPECT_EQ(textAt(rawTable(), 256), later.semName);
+  }
   EXPECT_TRUE(disableQuietly(*creator, kLocal));
   EXPECT_EQ(rawTable().at<std::uint8_t>(0), 0);
 }
@@ -476,6 +479,9 @@ TEST_F(SharedMemoryManagerTest, KeepsTheSourceOfAnUnknownKindWithoutListingIt) {
               ElementsAre("enableSharedMemory: Already allocated, something is wrong!"));
   EXPECT_THAT(linesWrittenBy([&] { EXPECT_FALSE(manager->disableSharedMemory(kUnknownKind)); }),
               ElementsAre("disableSharedMemory: Unknown stream index!"));
+  EXPECT_THAT(
+      linesWrittenBy([&] { EXPECT_NE(manager->getVideoFrameSource(kUnknownKind), nullptr); }),
+      ElementsAre("getVideoFrameSource: Unknown stream index!"));
   EXPECT_EQ(semaphoreCount(names_.sem()), 1);
   EXPECT_TRUE(objectExists(names.shmName));
 }

@@ -67,6 +67,10 @@ TEST_F(SharedMemoryVideoFrameSourceTest, TellsOfItsCreationAndItsEnd) {
 
 TEST_F(SharedMemoryVideoFrameSourceTest, TheReaderTakesNoLockWhenItOpens) {
   const SourcePtr writer = createWriter();
+  const RawObject segment = rawSegment();
+  segment.put<std::uint8_t>(0, 1);
+  VideoFrame held;
+  ASSERT_TRUE(writer->getVideoFrame(held, kNoFrame));
   SourcePtr reader;
   auto lines = linesWrittenBy([&] {
     reader = SharedMemoryVideoFrameSource::CreateVideoFrameSource(opening(kSegmentSize));
@@ -76,7 +80,7 @@ TEST_F(SharedMemoryVideoFrameSourceTest, TheReaderTakesNoLockWhenItOpens) {
               ElementsAre("SharedMemoryVideoFrameSource:0xADDRESS, pid:" + hexPid() + ", created",
                           "++++++++ Memory Data to read from ++++++++++ ",
                           "ShmName = " + names_.shm(), "SemName = " + names_.sem()));
-  EXPECT_EQ(semaphoreCount(names_.sem()), 1);
+  EXPECT_EQ(segment.at<std::uint8_t>(0), 1) << "nor does it clear anything";
 }
 
 TEST_F(SharedMemoryVideoFrameSourceTest, LeavesTheBaseDecimalWhenItHasComeAndWhenItHasGone) {
@@ -425,10 +429,22 @@ TEST_F(SharedMemoryVideoFrameSourceTest, ADroppedFrameTakesNoSequenceNumber) {
 TEST_F(SharedMemoryVideoFrameSourceTest, AnswersDimensionsThatDoNotFitWithNoUpdate) {
   const struct {
     std::uint32_t width, height;
-  } cases[] = {{1920, 1080},       {1600, 865},      {1601, 864},     {2'073'600, 1},
-               {1, 2'073'600},     {kLargest, 1},    {1, kLargest},   {kLargest, kLargest},
-               {0x10000, 0x10000}, {0x80000000, 2},  {2, 0x80000000}, {0x80000000, 0x80000000},
-               {0x55555556, 3},    {kLargest - 1, 2}};
+  } cases[] = {{1920, 1080},
+               {1600, 865},
+               {1601, 864},
+               {2'073'600, 1},
+               {1, 2'073'600},
+               {kLargest, 1},
+               {1, kLargest},
+               {kLargest, kLargest},
+               {0x10000, 0x10000},
+               {0x80000000, 2},
+               {2, 0x80000000},
+               {0x80000000, 0x80000000},
+               {0x55555556, 3},
+               {kLargest - 1, 2},
+               // Bytes in all: 2 to the power of 64, plus 1,507,196.
+               {4'294'901'772, 2'863'355'214}};
   const SourcePtr writer = createWriter();
   const SourcePtr reader = openReader();
   ASSERT_TRUE(writer->storeVideoFrame(picture(8, 8), 1));
@@ -454,16 +470,26 @@ TEST_F(SharedMemoryVideoFrameSourceTest, AnswersDimensionsWithoutAreaWithEmptyPl
   const SourcePtr reader = openReader();
   ASSERT_TRUE(writer->storeVideoFrame(picture(8, 8), 1));
   const RawObject segment = rawSegment();
-  segment.put(20, kLargest);
-  segment.put(24, 0u);
-  VideoFrame frame;
-  ASSERT_TRUE(reader->getVideoFrame(frame, kNoFrame));
-  EXPECT_FALSE(frame.noUpdate);
-  EXPECT_EQ(frame.width, kLargest);
-  EXPECT_EQ(frame.yPlane.size, 0u);
-  EXPECT_EQ(frame.uPlane.size, 0u);
-  EXPECT_EQ(frame.uPlane.width, 0x80000000u);
-  EXPECT_EQ(frame.vPlane.data, frame.yPlane.data);
+  const struct {
+    std::uint32_t width, height, chromaWidth, chromaHeight;
+  } cases[] = {{kLargest, 0, 0x80000000, 0}, {0, kLargest, 0, 0x80000000}, {0, 1, 0, 1}};
+  for (const auto& [width, height, chromaWidth, chromaHeight] : cases) {
+    segment.put(20, width);
+    segment.put(24, height);
+    VideoFrame frame;
+    ASSERT_TRUE(reader->getVideoFrame(frame, kNoFrame));
+    EXPECT_FALSE(frame.noUpdate);
+    EXPECT_EQ(frame.width, width);
+    EXPECT_EQ(frame.height, height);
+    EXPECT_EQ(frame.yPlane.size, 0u);
+    for (const VideoPlane& plane : {frame.uPlane, frame.vPlane}) {
+      EXPECT_EQ(plane.data, frame.yPlane.data);
+      EXPECT_EQ(plane.size, 0u);
+      EXPECT_EQ(plane.width, chromaWidth);
+      EXPECT_EQ(plane.height, chromaHeight);
+    }
+    ASSERT_TRUE(reader->releaseVideoFrame());
+  }
 }
 
 TEST_F(SharedMemoryVideoFrameSourceTest, KeepsEveryPlaneInsideTheSegmentWhateverTheHeaderSays) {

@@ -13,6 +13,7 @@ class CardSource final : public PictureSource {
   CardSource(const CardSubject& subject, Size size) : size_(size), card_(subject, size) {}
 
   Size size() const override { return size_; }
+  bool has(std::uint64_t) const override { return true; }
   bool draw(std::uint64_t number, std::uint32_t level, std::uint8_t* pixels) override {
     card_.draw(static_cast<std::uint32_t>(number), level, pixels);
     return true;

@@ -4,29 +4,28 @@
 #define ENGINE_EMBEDDED_CLIP_SOURCE_H_
 
 #include <memory>
-#include <utility>
+#include <vector>
 
 #include "engine/embedded/picture_source.h"
 #include "engine/embedded/y4m_clip.h"
 
 namespace embedded {
 
-// Plays a clip once or in a loop: picture n is the clip's frame n - 1, counted around.
+// Plays a clip once or in a loop: picture n is the clip's frame n - 1, counted around. Pictures of
+// the clip's own size are the clip's bytes; those of another size are sampled from them.
 class ClipSource final : public PictureSource {
  public:
-  ClipSource(std::shared_ptr<const Y4mClip> clip, bool isLooped)
-      : clip_(std::move(clip)), isLooped_(isLooped) {}
+  ClipSource(std::shared_ptr<const Y4mClip> clip, bool isLooped, Size size);
 
-  Size size() const override { return clip_->size(); }
-  bool draw(std::uint64_t number, std::uint32_t, std::uint8_t* pixels) override {
-    const std::uint64_t index = number - 1;
-    if (!isLooped_ && index >= clip_->frameCount()) return false;
-    return clip_->readFrame(index % clip_->frameCount(), pixels);
-  }
+  Size size() const override { return size_; }
+  bool has(std::uint64_t number) const override;
+  bool draw(std::uint64_t number, std::uint32_t level, std::uint8_t* pixels) override;
 
  private:
   const std::shared_ptr<const Y4mClip> clip_;
   const bool isLooped_;
+  const Size size_;
+  std::vector<std::uint8_t> original_;  // of another size
 };
 
 }  // namespace embedded

@@ -61,35 +61,96 @@ void EmbeddedManager::MuteLocalAudio(bool mute) {
   if (const auto running = engine()) running->muteLocalAudio(mute);
 }
 
-void EmbeddedManager::SetRemoteAudioMute(bool) {}
+void EmbeddedManager::SetRemoteAudioMute(bool mute) {
+  if (const auto running = engine()) running->muteRemoteAudio(mute);
+}
 
 void EmbeddedManager::EnableCameraCapture(bool enable) {
   if (const auto running = engine()) running->enableCamera(enable);
 }
 
-void EmbeddedManager::SetAudioDebug(bool) {}
-void EmbeddedManager::UpdateMediaStreamState(const tsl::MediaStreamState&) {}
-void EmbeddedManager::SetAudioInDevice(const tsl::AudioInDevice&) {}
-void EmbeddedManager::SetAudioOutDevice(const tsl::AudioOutDevice&) {}
-void EmbeddedManager::SetVideoDevice(const tsl::VideoDevice&) {}
-void EmbeddedManager::SelectDevices(const tsl::DeviceSelectionParams&) {}
-void EmbeddedManager::SendAudioDeviceStats(const tsl::AudioDeviceStats&) {}
-void EmbeddedManager::StartPresentation(const tsl::ContentShareParams&) {}
-void EmbeddedManager::StopPresentation() {}
-void EmbeddedManager::RequestContentShareToken() {}
-void EmbeddedManager::ReleaseContentShareToken() {}
-std::vector<tsl::ScreenMonitor> EmbeddedManager::GetScreenMonitorDetails() { return {}; }
+void EmbeddedManager::SetAudioDebug(bool enable) {
+  if (const auto running = engine()) running->setAudioDebug(enable);
+}
+
+void EmbeddedManager::UpdateMediaStreamState(const tsl::MediaStreamState& state) {
+  if (const auto running = engine()) running->updateMediaState(state);
+}
+
+void EmbeddedManager::SetAudioInDevice(const tsl::AudioInDevice& device) {
+  if (const auto running = engine()) running->selectMicrophone(device);
+}
+
+void EmbeddedManager::SetAudioOutDevice(const tsl::AudioOutDevice& device) {
+  if (const auto running = engine()) running->selectSpeaker(device);
+}
+
+void EmbeddedManager::SetVideoDevice(const tsl::VideoDevice& device) {
+  if (const auto running = engine()) running->selectCamera(device);
+}
+
+void EmbeddedManager::SelectDevices(const tsl::DeviceSelectionParams& params) {
+  SetVideoDevice(params.videoDevice);
+  SetAudioInDevice(params.audioInDevice);
+  SetAudioOutDevice(params.audioOutDevice);
+}
+
+void EmbeddedManager::SendAudioDeviceStats(const tsl::AudioDeviceStats& stats) {
+  if (const auto running = engine()) running->noteAudioDevices(stats);
+}
+
+void EmbeddedManager::StartPresentation(const tsl::ContentShareParams& params) {
+  if (const auto running = engine()) running->startPresentation(params);
+}
+
+void EmbeddedManager::StopPresentation() {
+  if (const auto running = engine()) running->stopPresentation();
+}
+
+void EmbeddedManager::RequestContentShareToken() {
+  if (const auto running = engine()) running->requestToken();
+}
+
+void EmbeddedManager::ReleaseContentShareToken() {
+  if (const auto running = engine()) running->releaseToken();
+}
+
+std::vector<tsl::ScreenMonitor> EmbeddedManager::GetScreenMonitorDetails() {
+  const auto running = engine();
+  return running ? running->monitors() : std::vector<tsl::ScreenMonitor>();
+}
+
 void EmbeddedManager::UpdateVideoStreamsState(
-    std::vector<tsl::VideoStreamInfo>&, std::vector<std::vector<tsl::VideoStreamConstraints>>&) {}
-void EmbeddedManager::ConfigureMeetingStats(bool, unsigned short) {}
-void EmbeddedManager::GetMeetingStats(tsl::MeetingStats&) const {}
-std::set<std::string> EmbeddedManager::GetRequiredMeetingAttributes() { return {}; }
+    std::vector<tsl::VideoStreamInfo>& streams,
+    std::vector<std::vector<tsl::VideoStreamConstraints>>& constraints) {
+  if (const auto running = engine()) running->setWishes(streams, constraints);
+}
+
+void EmbeddedManager::ConfigureMeetingStats(bool enable, unsigned short timerDuration) {
+  if (const auto running = engine()) running->configureStatistics(enable, timerDuration);
+}
+
+void EmbeddedManager::GetMeetingStats(tsl::MeetingStats& stats) const {
+  const auto running = engine();
+  stats = running ? running->statistics() : tsl::MeetingStats();
+}
+
+std::set<std::string> EmbeddedManager::GetRequiredMeetingAttributes() {
+  const auto running = engine();
+  return running ? running->requiredAttributes() : std::set<std::string>();
+}
 
 std::shared_ptr<ConfigData> EmbeddedManager::GetConfigDataPtr() { return configuration_; }
 
-void EmbeddedManager::RegisterEvent(const std::string&, unsigned int, const std::string&,
-                                    const std::string&) {}
-void EmbeddedManager::UnregisterEvent(const std::string&) {}
+void EmbeddedManager::RegisterEvent(const std::string& eventName, unsigned int expires,
+                                    const std::string& mimeType, const std::string& mimeSubType) {
+  if (const auto running = engine())
+    running->registerEvent(eventName, expires, mimeType, mimeSubType);
+}
+
+void EmbeddedManager::UnregisterEvent(const std::string& eventName) {
+  if (const auto running = engine()) running->unregisterEvent(eventName);
+}
 
 std::shared_ptr<IFrameManager> EmbeddedManager::GetFrameManager(const StreamKey& key) {
   const auto running = engine();

@@ -3,14 +3,18 @@
 #ifndef ENGINE_EMBEDDED_ENGINE_H_
 #define ENGINE_EMBEDDED_ENGINE_H_
 
+#include <cstdint>
 #include <memory>
-#include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "engine/embedded/configuration.h"
 #include "engine/embedded/engine_parts.h"
-#include "engine/embedded/local_video.h"
+#include "engine/embedded/event_subscriptions.h"
+#include "engine/embedded/local_media.h"
 #include "engine/embedded/meeting.h"
+#include "engine/embedded/statistics.h"
 #include "tesselclient/tesselclient.h"
 
 namespace embedded {
@@ -34,25 +38,54 @@ class Engine : public std::enable_shared_from_this<Engine> {
   // For whoever drives the clock.
   TaskLoop& loop() { return parts_.loop; }
   Notifier& notifier() { return parts_.notifier; }
-  std::shared_ptr<IFrameManager> frameManager(const StreamKey& key) const;
 
   void connect(const tsl::ConnectParams& params);
   void disconnect();
+
   void muteLocalVideo(bool mute);
   void muteLocalAudio(bool mute);
+  void muteRemoteAudio(bool mute);
   void enableCamera(bool enable);
+  void setAudioDebug(bool enable);
+  void updateMediaState(const tsl::MediaStreamState& state);
+  void selectMicrophone(const tsl::AudioInDevice& device);
+  void selectSpeaker(const tsl::AudioOutDevice& device);
+  void selectCamera(const tsl::VideoDevice& device);
+  void noteAudioDevices(const tsl::AudioDeviceStats& stats);
+
+  void startPresentation(const tsl::ContentShareParams& params);
+  void stopPresentation();
+  void requestToken();
+  void releaseToken();
+
+  void setWishes(const std::vector<tsl::VideoStreamInfo>& streams,
+                 const std::vector<std::vector<tsl::VideoStreamConstraints>>& constraints);
+  void configureStatistics(bool enable, std::uint16_t milliseconds);
+  void registerEvent(const std::string& name, std::uint32_t expires, const std::string& mimeType,
+                     const std::string& mimeSubType);
+  void unregisterEvent(const std::string& name);
+
+  // Answered at once.
+  std::shared_ptr<IFrameManager> frameManager(const StreamKey& key) const;
+  std::vector<tsl::ScreenMonitor> monitors() const { return parts_.monitors.get(); }
+  std::set<std::string> requiredAttributes() const { return parts_.requiredAttributes.get(); }
+  tsl::MeetingStats statistics() const { return parts_.statistics.get(); }
 
  private:
-  void applyQualityIndex(std::int32_t index);
+  void applyTopRung(int rung);
   void join(const tsl::ConnectParams& params);
-  void setLocalVideoMuted(bool muted);
-  void setLocalAudioMuted(bool muted);
+  void applyOutgoing(const tsl::MediaStreamState& state);
+  bool isInCall() const { return meeting_ && meeting_->isJoined(); }
+  void collect(Time window, tsl::MeetingStats& stats);
 
   EngineParts parts_;
   const std::shared_ptr<Configuration> configuration_;
+  LocalMedia local_;
   std::unique_ptr<Meeting> meeting_;  // the present call or the last one
-  LocalVideo localVideo_;
+  EventSubscriptions subscriptions_;
+  Statistics statistics_;
   int lastCallId_ = 0;
+  bool isRemoteAudioMuted_ = false;
 };
 
 }  // namespace embedded

@@ -1,10 +1,8 @@
 #include "engine/embedded/meeting.h"
 
+#include <algorithm>
+#include <sstream>
 #include <utility>
-
-#include "engine/embedded/card_source.h"
-#include "engine/embedded/clip_source.h"
-#include "engine/embedded/identity.h"
 
 namespace embedded {
 namespace {
@@ -12,22 +10,54 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr Time kLevelPeriod = 200ms;
-constexpr FrameRate kCardRate = {30, 1};
+
+// What streams carried together in a window.
+struct Sum {
+  std::uint64_t bytes = 0;
+  std::uint64_t packets = 0;
+  std::uint64_t lostPackets = 0;
+
+  // The statistics of one stream more.
+  tsl::VideoStats add(const TrafficMeter::Window& window) {
+    bytes += window.bytes;
+    packets += window.packets;
+    lostPackets += window.lostPackets;
+    return window.stats;
+  }
+  std::int32_t bitsPerSecond(Time window) const {
+    return toBits(static_cast<double>(bytes) * 8 / std::chrono::duration<double>(window).count());
+  }
+  float loss() const {
+    return packets == 0 ? 0 : static_cast<float>(lostPackets) / static_cast<float>(packets);
+  }
+};
 
 }  // namespace
 
-Meeting::Meeting(EngineParts& parts, int callId, MeetingPlan plan,
-                 std::shared_ptr<const Y4mClip> clip, const tsl::ConnectParams& params)
+std::vector<tsl::ScreenMonitor> usualMonitors() {
+  return {{0, 0, 1920, 1080, 0}, {1920, 0, 1280, 720, 1}};
+}
+
+Incoming incomingOf(const tsl::MediaStreamState& state) {
+  return {state.incomingAudioEnabled, state.incomingVideoEnabled, state.contentStreamEnabled};
+}
+
+Meeting::Meeting(EngineParts& parts, LocalMedia& local, int callId, MeetingPlan plan,
+                 std::shared_ptr<const Y4mClip> clip, const tsl::ConnectParams& params, int topRung)
     : parts_(parts),
+      local_(local),
       callId_(callId),
       plan_(std::move(plan)),
       clip_(std::move(clip)),
       speech_(plan_.seed, plan_.participants, plan_.speech),
       params_(params),
-      localAudioMuted_(params.mediaStreamState.outgoingAudioMuted),
+      incoming_(incomingOf(params.mediaStreamState)),
+      content_(parts, plan_, incoming_.content),
       stateTimer_(parts.loop),
       eventTimer_(parts.loop),
-      levelTimer_(parts.loop) {}
+      levelTimer_(parts.loop) {
+  layout_.setTopRung(topRung);
+}
 
 void Meeting::join() {
   state_ = State::kJoining;
@@ -39,8 +69,56 @@ void Meeting::leave() {
   if (!isOver()) end(kLeft, "the call was left");
 }
 
+void Meeting::setIncoming(const Incoming& incoming) {
+  incoming_ = incoming;
+  content_.setReceiving(incoming.content);
+  updateReceptions();
+}
+
+void Meeting::setWishes(std::vector<tsl::VideoStreamInfo> streams,
+                        std::vector<std::vector<tsl::VideoStreamConstraints>> constraints) {
+  layout_.setWishes(std::move(streams), std::move(constraints));
+  updateReceptions();
+}
+
+void Meeting::setTopRung(int rung) {
+  layout_.setTopRung(rung);
+  updateReceptions();
+}
+
 std::uint32_t Meeting::localLevel() const {
-  return state_ == State::kJoined && !localAudioMuted_ ? speech_.level(kMyself, sinceJoin()) : 0;
+  return isJoined() && local_.hears() ? speech_.level(kMyself, sinceJoin()) : 0;
+}
+
+std::uint32_t Meeting::incomingLevel() const {
+  std::uint32_t loudest = 0;
+  if (!incoming_.audio) return loudest;
+  for (const auto& [number, participant] : participants_) {
+    loudest = std::max(loudest, participant->level());
+  }
+  return loudest;
+}
+
+void Meeting::collect(Time window, const TrafficMeter::Window& localVideo,
+                      tsl::MeetingStats& stats) {
+  Sum in;
+  Sum out;
+  for (const auto& [number, participant] : participants_) {
+    const auto traffic = participant->meter().closeWindow(window);
+    if (participant->isReceived()) stats.videoReceive[participant->csrc()] = in.add(traffic);
+  }
+  if (auto* const meter = content_.receivedMeter()) {
+    stats.contentReceive = in.add(meter->closeWindow(window));
+  }
+  if (local_.isSending()) stats.videoSend[local_.csrc()] = out.add(localVideo);
+  if (auto* const meter = content_.sentMeter()) {
+    stats.contentSend = out.add(meter->closeWindow(window));
+  }
+  stats.totalInboundBps = in.bitsPerSecond(window);
+  stats.totalOutboundBps = out.bitsPerSecond(window);
+  stats.instantInboundLoss = in.loss();
+  stats.instantOutboundLoss = out.loss();
+  stats.audio.transmitLevel = localLevel();
 }
 
 void Meeting::enter() {
@@ -50,6 +128,8 @@ void Meeting::enter() {
   }
   state_ = State::kJoined;
   parts_.log->write("joined " + plan_.room);
+  parts_.requiredAttributes.set(requiredAttributes());
+  if (plan_.monitors) parts_.monitors.set(*plan_.monitors);
   parts_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, true);
   for (const auto& [event, isEnabled] : params_.gracefulEvents) {
     if (isEnabled) parts_.notifier.notify(&INotifyCallback::NotifyGracefulEvent, event, true);
@@ -65,66 +145,138 @@ void Meeting::enter() {
 }
 
 void Meeting::end(int code, const std::string& reason) {
+  state_ = State::kOver;
   stateTimer_.stop();
   eventTimer_.stop();
   levelTimer_.stop();
+  content_.end();
   while (!participants_.empty()) removeParticipant(participants_.begin()->first);
-  state_ = State::kOver;
+  local_.restoreDevices();
+  parts_.monitors.set(usualMonitors());
+  parts_.requiredAttributes.set({});
   parts_.log->write("call " + std::to_string(callId_) + " ended: " + reason);
   parts_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, false);
   parts_.notifier.notify(&INotifyCallback::NotifyCallDisconnect, callId_, reason, code);
 }
 
-void Meeting::setEventTimer() {
-  if (nextEvent_ == plan_.events.size()) return;
-  eventTimer_.runAt(joinedAt_ + plan_.events[nextEvent_].at, [this] { happen(); });
+std::set<std::string> Meeting::requiredAttributes() const {
+  std::set<std::string> attributes = plan_.requiredAttributes;
+  attributes.insert(params_.meetingFeatures.begin(), params_.meetingFeatures.end());
+  std::istringstream listed(params_.meetingAttributes);
+  for (std::string attribute; std::getline(listed, attribute, ',');) {
+    if (!attribute.empty()) attributes.insert(attribute);
+  }
+  return attributes;
 }
 
-void Meeting::happen() {
+void Meeting::setEventTimer() {
+  if (nextEvent_ == plan_.events.size()) return;
+  eventTimer_.runAt(joinedAt_ + plan_.events[nextEvent_].at, [this] { happenNext(); });
+}
+
+void Meeting::happenNext() {
   const PlannedEvent& event = plan_.events[nextEvent_++];
   setEventTimer();
   happen(event);
 }
 
 void Meeting::happen(const PlannedEvent& event) {
+  if (event.participant == kMyself) {
+    happenToMyself(event);
+    return;
+  }
+  if (event.kind == PlannedEvent::Kind::kCome) {
+    addParticipant(event.participant);
+    return;
+  }
+  // What is planned for somebody who is away does not happen.
+  const auto found = participants_.find(event.participant);
+  if (found != participants_.end()) happenTo(*found->second, event);
+}
+
+void Meeting::happenToMyself(const PlannedEvent& event) {
   switch (event.kind) {
-    case PlannedEvent::Kind::kCome:
-      addParticipant(event.participant);
+    case PlannedEvent::Kind::kMuteVideo:
+    case PlannedEvent::Kind::kUnmuteVideo:
+      local_.setVideoMuted(event.kind == PlannedEvent::Kind::kMuteVideo);
       break;
+    case PlannedEvent::Kind::kMuteAudio:
+    case PlannedEvent::Kind::kUnmuteAudio:
+      local_.setAudioMuted(event.kind == PlannedEvent::Kind::kMuteAudio);
+      break;
+    case PlannedEvent::Kind::kPlug:
+    case PlannedEvent::Kind::kUnplug:
+      local_.setPlugged(event.device, event.kind == PlannedEvent::Kind::kPlug);
+      break;
+    default:
+      break;
+  }
+}
+
+void Meeting::happenTo(Participant& participant, const PlannedEvent& event) {
+  switch (event.kind) {
     case PlannedEvent::Kind::kLeave:
       removeParticipant(event.participant);
+      break;
+    case PlannedEvent::Kind::kMuteVideo:
+    case PlannedEvent::Kind::kUnmuteVideo:
+      participant.setVideoMuted(event.kind == PlannedEvent::Kind::kMuteVideo);
+      break;
+    case PlannedEvent::Kind::kMuteAudio:
+    case PlannedEvent::Kind::kUnmuteAudio:
+      participant.setAudioMuted(event.kind == PlannedEvent::Kind::kMuteAudio);
+      break;
+    case PlannedEvent::Kind::kPresent:
+      content_.present(event.participant, participant.isCut());
+      break;
+    case PlannedEvent::Kind::kStopPresenting:
+      content_.stopPresenting(event.participant);
+      break;
+    case PlannedEvent::Kind::kCut:
+    case PlannedEvent::Kind::kMend: {
+      const bool isCut = event.kind == PlannedEvent::Kind::kCut;
+      participant.setCut(isCut);
+      content_.setCut(event.participant, isCut);
+      break;
+    }
+    default:
       break;
   }
 }
 
 void Meeting::addParticipant(int number) {
   if (participants_.contains(number)) return;
-  const StreamKey key = remoteStream(number);
-  auto stream = std::make_shared<VideoStream>(key, csrcOf(plan_.seed, key), parts_.log);
-  parts_.streams.add(stream);
-  auto& sender = participants_[number];
-  sender = std::make_unique<Sender>(parts_, stream,
-                                    [this, number] { return speech_.level(number, sinceJoin()); });
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamAdded, key, stream->csrc());
-  const FrameRate ownRate = clip_ ? clip_->rate() : kCardRate;
-  sender->start(cameraOf(number), plan_.rate.value_or(ownRate));
+  auto& participant = participants_[number];
+  participant = std::make_unique<Participant>(
+      parts_, plan_, number, clip_, [this, number] { return speech_.level(number, sinceJoin()); });
+  participant->come(receptions().at(participant->csrc()));
+  // The newcomer may change the number of tiles.
+  updateReceptions();
 }
 
 void Meeting::removeParticipant(int number) {
   const auto found = participants_.find(number);
-  if (found == participants_.end()) return;
-  const StreamKey key = found->second->stream().key();
-  const std::uint32_t csrc = found->second->stream().csrc();
+  content_.stopPresenting(number);
+  found->second->leave();
   participants_.erase(found);
-  parts_.streams.remove(key);
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, key, csrc);
+  if (!isOver()) updateReceptions();
 }
 
-std::unique_ptr<PictureSource> Meeting::cameraOf(int number) const {
-  if (clip_) return std::make_unique<ClipSource>(clip_, plan_.isClipLooped);
-  const StreamKey key = remoteStream(number);
-  const CardSubject subject = {key, 0, "REMOTE " + std::to_string(number), hueOf(plan_.seed, key)};
-  return std::make_unique<CardSource>(subject, plan_.size);
+std::map<std::uint32_t, Reception> Meeting::receptions() const {
+  std::set<std::uint32_t> present;
+  for (const auto& [number, participant] : participants_) present.insert(participant->csrc());
+  auto receptions = layout_.receptions(present);
+  if (!incoming_.video) {
+    for (auto& [csrc, reception] : receptions) reception.isWanted = false;
+  }
+  return receptions;
+}
+
+void Meeting::updateReceptions() {
+  const auto receptions = this->receptions();
+  for (const auto& [number, participant] : participants_) {
+    participant->receive(receptions.at(participant->csrc()));
+  }
 }
 
 void Meeting::setLevelTimer() {
@@ -134,8 +286,10 @@ void Meeting::setLevelTimer() {
 void Meeting::reportLevel() {
   nextLevelAt_ += kLevelPeriod;
   setLevelTimer();
-  if (localAudioMuted_) return;
-  parts_.notifier.notify(&INotifyCallback::NotifyMicLevel, localLevel());
+  if (!local_.hears()) return;
+  const std::uint32_t level = localLevel();
+  if (local_.isDebugging()) parts_.log->write("microphone level " + std::to_string(level));
+  parts_.notifier.notify(&INotifyCallback::NotifyMicLevel, level);
 }
 
 }  // namespace embedded

@@ -4,26 +4,43 @@
 #define ENGINE_EMBEDDED_MEETING_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
+#include "engine/embedded/content_share.h"
 #include "engine/embedded/engine_parts.h"
+#include "engine/embedded/layout.h"
+#include "engine/embedded/local_media.h"
 #include "engine/embedded/meeting_uri.h"
-#include "engine/embedded/sender.h"
+#include "engine/embedded/participant.h"
 #include "engine/embedded/speech.h"
 #include "engine/embedded/y4m_clip.h"
 #include "tesselclient/records.h"
 
 namespace embedded {
 
+// The monitors that there are unless a meeting plan says otherwise.
+std::vector<tsl::ScreenMonitor> usualMonitors();
+
+// What the local participant wants to get of the others.
+struct Incoming {
+  bool audio = false;
+  bool video = false;
+  bool content = false;
+};
+
+Incoming incomingOf(const tsl::MediaStreamState& state);
+
 // Plays a meeting plan from the joining to the end of the call, by the engine's clock, and notifies
 // what happens. Owned by the engine; belongs to its thread.
 class Meeting {
  public:
   // `clip` is what the participants' cameras show; empty for test cards.
-  Meeting(EngineParts& parts, int callId, MeetingPlan plan, std::shared_ptr<const Y4mClip> clip,
-          const tsl::ConnectParams& params);
+  Meeting(EngineParts& parts, LocalMedia& local, int callId, MeetingPlan plan,
+          std::shared_ptr<const Y4mClip> clip, const tsl::ConnectParams& params, int topRung);
   Meeting(const Meeting&) = delete;
   Meeting& operator=(const Meeting&) = delete;
 
@@ -31,11 +48,22 @@ class Meeting {
   void join();
   // Ends the call, if it is not over.
   void leave();
+  bool isJoined() const { return state_ == State::kJoined; }
   bool isOver() const { return state_ == State::kOver; }
 
-  void setLocalAudioMuted(bool muted) { localAudioMuted_ = muted; }
+  void setIncoming(const Incoming& incoming);
+  void setWishes(std::vector<tsl::VideoStreamInfo> streams,
+                 std::vector<std::vector<tsl::VideoStreamConstraints>> constraints);
+  void setTopRung(int rung);
+  ContentShare& content() { return content_; }
+
   // How loud the local participant is, 0 to 100.
   std::uint32_t localLevel() const;
+  // How loud the others arrive together, 0 to 100.
+  std::uint32_t incomingLevel() const;
+  // Fills in what arrived and what was sent since the last call, in a window of this length. The
+  // call is joined.
+  void collect(Time window, const TrafficMeter::Window& localVideo, tsl::MeetingStats& stats);
 
  private:
   enum class State { kNew, kJoining, kJoined, kOver };
@@ -43,18 +71,24 @@ class Meeting {
   void enter();
   void end(int code, const std::string& reason);
   Time sinceJoin() const { return parts_.loop.now() - joinedAt_; }
+  std::set<std::string> requiredAttributes() const;
 
   void setEventTimer();
-  void happen();
+  void happenNext();
   void happen(const PlannedEvent& event);
+  void happenToMyself(const PlannedEvent& event);
+  void happenTo(Participant& participant, const PlannedEvent& event);
   void addParticipant(int number);
   void removeParticipant(int number);
-  std::unique_ptr<PictureSource> cameraOf(int number) const;
+  // How each present stream is received, by its contributing source.
+  std::map<std::uint32_t, Reception> receptions() const;
+  void updateReceptions();
 
   void setLevelTimer();
   void reportLevel();
 
   EngineParts& parts_;
+  LocalMedia& local_;
   const int callId_;
   const MeetingPlan plan_;
   const std::shared_ptr<const Y4mClip> clip_;
@@ -63,9 +97,11 @@ class Meeting {
 
   State state_ = State::kNew;
   Time joinedAt_ = {};
-  std::map<int, std::unique_ptr<Sender>> participants_;  // those present, by number
+  Incoming incoming_;
+  Layout layout_;
+  std::map<int, std::unique_ptr<Participant>> participants_;  // those present, by number
+  ContentShare content_;
   std::size_t nextEvent_ = 0;
-  bool localAudioMuted_ = false;
   Time nextLevelAt_ = {};
   Timer stateTimer_;  // the end of joining, then the drop
   Timer eventTimer_;

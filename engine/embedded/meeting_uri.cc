@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "engine/embedded/card_code.h"
+#include "engine/embedded/devices.h"
 
 namespace embedded {
 namespace {
@@ -19,7 +20,11 @@ constexpr std::size_t kMostEvents = 1000;
 constexpr std::uint32_t kLargestSide = 4096;
 constexpr std::uint32_t kHighestRate = 60;
 constexpr std::uint32_t kLatestSecond = 86'400;
+constexpr std::uint32_t kFarthestMonitor = 100'000;
+constexpr std::uint32_t kLargestMonitorSide = 16'384;
+constexpr std::size_t kMostMonitors = 16;
 constexpr std::string_view kScheme = "tessel:";
+constexpr std::string_view kMyName = "me";
 
 // Thrown by the readers of values; the parameter's name is added on the way out.
 struct BadValue {};
@@ -77,6 +82,37 @@ Size toSize(std::string_view text) {
 
 bool toFlag(std::string_view text) { return toNumber(text, 0, 1) == 1; }
 
+double toFraction(std::string_view text) {
+  // Digits and a point alone: no signs, exponents or names of numbers.
+  if (text.empty() || text.find_first_not_of("0123456789.") != std::string_view::npos) {
+    throw BadValue();
+  }
+  double number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || stop != end || number > 1) throw BadValue();
+  return number;
+}
+
+// Of the desktop's space.
+std::int32_t toCoordinate(std::string_view text) {
+  const bool isNegative = text.starts_with('-');
+  if (isNegative) text.remove_prefix(1);
+  const auto distance = static_cast<std::int32_t>(toNumber(text, 0, kFarthestMonitor));
+  return isNegative ? -distance : distance;
+}
+
+// WIDTHxHEIGHT@X:Y.
+tsl::ScreenMonitor toMonitor(std::string_view text, std::size_t id) {
+  const auto [extent, corner] = splitInTwo(text, '@');
+  const auto [width, height] = splitInTwo(extent, 'x');
+  const auto [x, y] = splitInTwo(corner, ':');
+  return {toCoordinate(x), toCoordinate(y),
+          static_cast<std::int32_t>(toNumber(width, 1, kLargestMonitorSide)),
+          static_cast<std::int32_t>(toNumber(height, 1, kLargestMonitorSide)),
+          static_cast<std::int32_t>(id)};
+}
+
 int toParticipant(std::string_view text) {
   return static_cast<int>(toNumber(text, 0, kMostParticipants - 1));
 }
@@ -123,9 +159,13 @@ class Parser {
   void addEvent(PlannedEvent event);
   void checkParticipants() const;
 
-  // who@time for every item of a list.
+  // Items of lists: who@time, who@from or who@from-to, and device@time.
   Read moments(PlannedEvent::Kind kind);
-  void readSpeech(std::string_view value);
+  Read spans(PlannedEvent::Kind begin, PlannedEvent::Kind end, bool mayBeMyself);
+  Read deviceMoments(PlannedEvent::Kind kind);
+  void readSpeech(std::string_view item);
+  void readLoss(std::string_view item);
+  void readMonitors(std::string_view value);
 
   MeetingPlan plan_;
   std::set<std::string, std::less<>> given_;
@@ -152,12 +192,25 @@ class Parser {
       {"refuse",
        [this](auto value) { plan_.refusal = static_cast<int>(toNumber(value, 300, 699)); }},
       {"drop", [this](auto value) { plan_.dropAfter = toTime(value); }},
+      {"monitors", [this](auto value) { readMonitors(value); }},
   };
   // Given any number of times; each is a list, separated by commas.
   const std::map<std::string_view, Read> lists_ = {
       {"come", moments(PlannedEvent::Kind::kCome)},
       {"leave", moments(PlannedEvent::Kind::kLeave)},
-      {"speak", [this](auto value) { readSpeech(value); }},
+      {"speak", [this](auto item) { readSpeech(item); }},
+      {"videomute", spans(PlannedEvent::Kind::kMuteVideo, PlannedEvent::Kind::kUnmuteVideo, true)},
+      {"audiomute", spans(PlannedEvent::Kind::kMuteAudio, PlannedEvent::Kind::kUnmuteAudio, true)},
+      {"present", spans(PlannedEvent::Kind::kPresent, PlannedEvent::Kind::kStopPresenting, false)},
+      {"cut", spans(PlannedEvent::Kind::kCut, PlannedEvent::Kind::kMend, false)},
+      {"loss", [this](auto item) { readLoss(item); }},
+      {"plug", deviceMoments(PlannedEvent::Kind::kPlug)},
+      {"unplug", deviceMoments(PlannedEvent::Kind::kUnplug)},
+      {"attributes",
+       [this](auto item) {
+         if (item.empty()) throw BadValue();
+         plan_.requiredAttributes.emplace(item);
+       }},
   };
 };
 
@@ -225,6 +278,7 @@ void Parser::checkParticipants() const {
   };
   for (const auto& event : plan_.events) check(event.participant);
   for (const auto& speech : plan_.speech) check(speech.participant);
+  for (const auto& [participant, loss] : plan_.losses) check(participant);
 }
 
 Parser::Read Parser::moments(PlannedEvent::Kind kind) {
@@ -234,17 +288,61 @@ Parser::Read Parser::moments(PlannedEvent::Kind kind) {
   };
 }
 
+Parser::Read Parser::spans(PlannedEvent::Kind begin, PlannedEvent::Kind end, bool mayBeMyself) {
+  return [this, begin, end, mayBeMyself](std::string_view item) {
+    const auto [who, when] = splitInTwo(item, '@');
+    const int participant = mayBeMyself && who == kMyName ? kMyself : toParticipant(who);
+    const auto times = split(when, '-');
+    if (times.size() > 2) throw BadValue();
+    const Time from = toTime(times[0]);
+    addEvent({begin, from, participant});
+    if (times.size() == 1) return;
+    const Time to = toTime(times[1]);
+    if (from >= to) throw BadValue();
+    addEvent({end, to, participant});
+  };
+}
+
+Parser::Read Parser::deviceMoments(PlannedEvent::Kind kind) {
+  return [this, kind](std::string_view item) {
+    const auto [device, when] = splitInTwo(item, '@');
+    if (!isDevice(std::string(device))) throw BadValue();
+    addEvent({kind, toTime(when), kMyself, std::string(device)});
+  };
+}
+
 void Parser::readSpeech(std::string_view item) {
   const auto [who, when] = splitInTwo(item, '@');
   const auto [from, to] = splitInTwo(when, '-');
-  const PlannedSpeech speech = {who == "me" ? kMyself : toParticipant(who), toTime(from),
+  const PlannedSpeech speech = {who == kMyName ? kMyself : toParticipant(who), toTime(from),
                                 toTime(to)};
   if (speech.from >= speech.to) throw BadValue();
   if (plan_.speech.size() == kMostEvents) refuse("the uri has too many events");
   plan_.speech.push_back(speech);
 }
 
+void Parser::readLoss(std::string_view item) {
+  if (item.find(':') == std::string_view::npos) {
+    plan_.loss = toFraction(item);
+    return;
+  }
+  const auto [who, loss] = splitInTwo(item, ':');
+  plan_.losses[toParticipant(who)] = toFraction(loss);
+}
+
+void Parser::readMonitors(std::string_view value) {
+  auto& monitors = plan_.monitors.emplace();
+  if (value == "none") return;
+  for (const auto item : split(value, ',')) monitors.push_back(toMonitor(item, monitors.size()));
+  if (monitors.size() > kMostMonitors) throw BadValue();
+}
+
 }  // namespace
+
+double MeetingPlan::lossOf(int participant) const {
+  const auto found = losses.find(participant);
+  return found == losses.end() ? loss : found->second;
+}
 
 MeetingPlan parseMeetingUri(const std::string& uri) { return Parser().parse(uri); }
 

@@ -4,13 +4,16 @@
 #define ENGINE_EMBEDDED_MEETING_URI_H_
 
 #include <cstdint>
+#include <map>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "engine/embedded/clock.h"
 #include "engine/embedded/picture.h"
+#include "tesselclient/records.h"
 
 namespace embedded {
 
@@ -44,11 +47,22 @@ struct PlannedEvent {
   enum class Kind {
     kCome,
     kLeave,
+    kMuteVideo,
+    kUnmuteVideo,
+    kMuteAudio,
+    kUnmuteAudio,
+    kPresent,
+    kStopPresenting,
+    kCut,
+    kMend,
+    kPlug,
+    kUnplug,
   };
 
   Kind kind = Kind::kCome;
   Time at = {};
-  int participant = 0;
+  int participant = kMyself;  // only mutes happen to the local one
+  std::string device = {};    // that is plugged in or unplugged
 };
 
 // Who speaks from when to when.
@@ -71,6 +85,12 @@ struct MeetingPlan {
   std::optional<Time> dropAfter;
   std::vector<PlannedEvent> events;   // in the order of their times
   std::vector<PlannedSpeech> speech;  // empty: people take turns by the seed
+  double loss = 0;                    // fraction of packets, of the links without one of their own
+  std::map<int, double> losses;       // of the links of these participants
+  std::set<std::string> requiredAttributes;
+  std::optional<std::vector<tsl::ScreenMonitor>> monitors;  // instead of the usual ones
+
+  double lossOf(int participant) const;
 };
 
 // docs/embedded-engine.md has the grammar. Throws JoinRefused with kBadUri for anything else.

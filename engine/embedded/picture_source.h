@@ -9,15 +9,16 @@
 
 namespace embedded {
 
-// Yields the pictures of one stream. Belongs to the engine's thread.
+// Yields the pictures of one stream, numbered from 1. Belongs to the engine's thread.
 class PictureSource {
  public:
   virtual ~PictureSource() = default;
 
-  // Of the pictures to come.
   virtual Size size() const = 0;
-  // Draws picture `number`, counted from 1, into i420Bytes(size()) bytes. `level` is how loud the
-  // sender is, 0 to 100. False when there is no such picture, and then there are none after it.
+  // False when the pictures end before `number`.
+  virtual bool has(std::uint64_t number) const = 0;
+  // Draws a picture that there is into i420Bytes(size()) bytes. `level` is how loud the sender is,
+  // 0 to 100. False when it cannot be drawn after all.
   virtual bool draw(std::uint64_t number, std::uint32_t level, std::uint8_t* pixels) = 0;
 };
 

@@ -14,22 +14,32 @@ constexpr Time kLongestDelay = 200ms;
 
 Time frameTime(FrameRate rate, std::uint64_t index) {
   // Whole periods first: the product of everything would not fit.
-  const std::uint64_t second = 1'000'000'000;
+  constexpr std::uint64_t kSecond = 1'000'000'000;
   const std::uint64_t periods = index / rate.numerator;
   const std::uint64_t rest = index % rate.numerator;
-  return Time(periods * rate.denominator * second +
-              rest * rate.denominator * second / rate.numerator);
+  return Time(static_cast<Time::rep>(periods * rate.denominator * kSecond +
+                                     rest * rate.denominator * kSecond / rate.numerator));
 }
 
-Sender::Sender(EngineParts& parts, std::shared_ptr<VideoStream> stream, Level level)
-    : parts_(parts), stream_(std::move(stream)), level_(std::move(level)), timer_(parts.loop) {}
+Sender::Sender(EngineParts& parts, std::shared_ptr<VideoStream> stream, LossyLink link, Level level)
+    : parts_(parts),
+      stream_(std::move(stream)),
+      link_(link),
+      level_(std::move(level)),
+      timer_(parts.loop) {}
 
-void Sender::start(std::unique_ptr<PictureSource> source, FrameRate rate) {
-  source_ = std::move(source);
+void Sender::start(std::unique_ptr<PictureSource> source, FrameRate rate,
+                   std::uint32_t mostPerSecond) {
+  change(std::move(source), mostPerSecond);
   rate_ = rate;
   startedAt_ = parts_.loop.now();
   ticks_ = 0;
   setTimer();
+}
+
+void Sender::change(std::unique_ptr<PictureSource> source, std::uint32_t mostPerSecond) {
+  source_ = std::move(source);
+  mostPerSecond_ = mostPerSecond;
 }
 
 void Sender::stop() {
@@ -39,26 +49,47 @@ void Sender::stop() {
 }
 
 void Sender::setTimer() {
-  timer_.runAt(startedAt_ + frameTime(rate_, ticks_), [this] { sendFrame(); });
+  timer_.runAt(startedAt_ + frameTime(rate_, ticks_), [this] { tick(); });
 }
 
-void Sender::sendFrame() {
-  const Time now = parts_.loop.now();
-  const Time delay = now - startedAt_ - frameTime(rate_, ticks_);
+void Sender::tick() {
+  const Time delay = parts_.loop.now() - startedAt_ - frameTime(rate_, ticks_);
   if (delay > kLongestDelay) startedAt_ += delay;
-  ++ticks_;
+  const std::uint64_t tick = ticks_++;
   // Before anything can fail, so that the next frame comes all the same.
   setTimer();
   if (!stream_->isCapturing()) return;
-  const std::shared_ptr<Frame> frame = parts_.pool->take(source_->size());
-  if (!source_->draw(lastId_ + 1, level_(), frame->pixels())) {
+  if (!source_->has(lastId_ + 1)) {
     timer_.stop();
     return;
   }
-  frame->id = ++lastId_;
-  frame->capturedAt = now;
+  ++lastId_;
+  if (!isLeftOut(tick)) send(lastId_);
+}
+
+bool Sender::isLeftOut(std::uint64_t tick) const {
+  if (mostPerSecond_ == 0 || tick == 0) return false;
+  // A frame stays when another one of the lower rate has become due since the frame before.
+  const auto due = [this](std::uint64_t index) {
+    return index * mostPerSecond_ * rate_.denominator / rate_.numerator;
+  };
+  return due(tick) == due(tick - 1);
+}
+
+void Sender::send(std::uint64_t id) {
+  const Size size = source_->size();
+  const std::uint64_t packets = packetsOf(i420Bytes(size));
+  if (const std::uint64_t lost = link_.send(packets); lost > 0) {
+    meter_.addLostFrame(packets, lost);
+    return;
+  }
+  const std::shared_ptr<Frame> frame = parts_.pool->take(size);
+  if (!source_->draw(id, level_(), frame->pixels())) return;
+  frame->id = id;
+  frame->capturedAt = parts_.loop.now();
   frame->csrc = stream_->csrc();
   stream_->publish(frame);
+  meter_.addFrame(size, frame->bytes(), packets);
 }
 
 }  // namespace embedded

@@ -8,8 +8,10 @@
 #include <memory>
 
 #include "engine/embedded/engine_parts.h"
+#include "engine/embedded/lossy_link.h"
 #include "engine/embedded/picture.h"
 #include "engine/embedded/picture_source.h"
+#include "engine/embedded/traffic_meter.h"
 #include "engine/embedded/video_stream.h"
 
 namespace embedded {
@@ -17,33 +19,43 @@ namespace embedded {
 // When frame `index`, counted from 0, is due after the first one.
 Time frameTime(FrameRate rate, std::uint64_t index);
 
-// Draws the pictures of a source into frames, at a rate, and publishes them in a stream. Frames are
-// numbered from 1 for as long as the sender lives, whatever it sends. A sender that comes too late
-// does not catch up: it goes on from where it is. Belongs to the engine's thread.
+// Draws the pictures of a source into frames, at a rate, and publishes those that the link carries
+// in a stream. Frames are numbered from 1 for as long as the sender lives, whatever it sends; those
+// that are lost, or left out for a lower rate, have numbers too. A sender that comes too late does
+// not catch up: it goes on from where it is. Belongs to the engine's thread.
 class Sender {
  public:
   using Level = std::function<std::uint32_t()>;  // how loud the sender is now, 0 to 100
 
-  Sender(EngineParts& parts, std::shared_ptr<VideoStream> stream, Level level);
+  Sender(EngineParts& parts, std::shared_ptr<VideoStream> stream, LossyLink link, Level level);
   Sender(const Sender&) = delete;
   Sender& operator=(const Sender&) = delete;
 
-  VideoStream& stream() { return *stream_; }
+  const std::shared_ptr<VideoStream>& stream() const { return stream_; }
+  TrafficMeter& meter() { return meter_; }
 
-  // Sends from now on, the first frame at once; replaces what was sent before.
-  void start(std::unique_ptr<PictureSource> source, FrameRate rate);
+  // Sends from now on, the first frame at once; replaces what was sent before. Of the frames that
+  // come at `rate` only `mostPerSecond` are published; 0 means all.
+  void start(std::unique_ptr<PictureSource> source, FrameRate rate, std::uint32_t mostPerSecond);
+  // Goes on at the same rate with another source and another limit.
+  void change(std::unique_ptr<PictureSource> source, std::uint32_t mostPerSecond);
   // The stream shows nothing from now on.
   void stop();
 
  private:
   void setTimer();
-  void sendFrame();
+  void tick();
+  bool isLeftOut(std::uint64_t tick) const;
+  void send(std::uint64_t id);
 
   EngineParts& parts_;
   const std::shared_ptr<VideoStream> stream_;
+  LossyLink link_;
   const Level level_;
+  TrafficMeter meter_;
   std::unique_ptr<PictureSource> source_;
   FrameRate rate_;
+  std::uint32_t mostPerSecond_ = 0;
   Time startedAt_ = {};
   std::uint64_t ticks_ = 0;   // since the start
   std::uint64_t lastId_ = 0;  // of all frames ever sent

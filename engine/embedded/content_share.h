@@ -1,0 +1,66 @@
+// The content that somebody shows to everybody.
+
+#ifndef ENGINE_EMBEDDED_CONTENT_SHARE_H_
+#define ENGINE_EMBEDDED_CONTENT_SHARE_H_
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "engine/embedded/engine_parts.h"
+#include "engine/embedded/meeting_uri.h"
+#include "engine/embedded/sender.h"
+#include "tesselclient/records.h"
+
+namespace embedded {
+
+// The meeting's content-share token and the content stream. Whoever holds the token may show
+// content: one at a time, the local participant or a remote one. Owned by the meeting, which
+// outlives it with its plan; belongs to the engine's thread.
+class ContentShare {
+ public:
+  ContentShare(EngineParts& parts, const MeetingPlan& plan, bool isReceiving);
+  ContentShare(const ContentShare&) = delete;
+  ContentShare& operator=(const ContentShare&) = delete;
+
+  // For the local participant. Outcomes are notified.
+  void requestToken();
+  void releaseToken();
+  void start(const tsl::ContentShareParams& params);
+  void stop();
+
+  // A participant who presents while somebody else holds the token is not seen.
+  void present(int participant, bool isCut);
+  void stopPresenting(int participant);
+  // Whether the link of the participant carries nothing.
+  void setCut(int participant, bool isCut);
+  // Whether remote content is received.
+  void setReceiving(bool isReceiving);
+
+  // The call ends, and with it all sharing.
+  void end();
+
+  // Null while no content is sent, or received.
+  TrafficMeter* sentMeter() { return holder_ == kMyself && sender_ ? &sender_->meter() : nullptr; }
+  TrafficMeter* receivedMeter() { return isReceived_ ? &sender_->meter() : nullptr; }
+
+ private:
+  void addStream(LossyLink link);
+  void removeStream();
+  // Starts or stops the remote content as it is received or not; says whether that changed.
+  bool updateReception();
+  void notifyUpdate();
+  void report(ShareStatus status);
+
+  EngineParts& parts_;
+  const MeetingPlan& plan_;
+  std::optional<int> holder_;       // of the token: a participant or kMyself
+  std::unique_ptr<Sender> sender_;  // while there is content
+  bool isReceiving_;
+  bool isCut_ = false;       // the presenting participant is
+  bool isReceived_ = false;  // remote content is being sent
+};
+
+}  // namespace embedded
+
+#endif  // ENGINE_EMBEDDED_CONTENT_SHARE_H_

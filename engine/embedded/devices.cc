@@ -1,0 +1,85 @@
+#include "engine/embedded/devices.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace embedded {
+namespace {
+
+constexpr int kOfEachType = 3;
+constexpr int kPluggedAtFirst = 2;
+
+constexpr std::array<std::pair<DeviceType, const char*>, 3> kTypes = {
+    {{DeviceType::kVideo, "camera-"},
+     {DeviceType::kAudioIn, "microphone-"},
+     {DeviceType::kAudioOut, "speaker-"}}};
+
+}  // namespace
+
+bool isDevice(const std::string& id) {
+  for (const auto& [type, name] : kTypes) {
+    for (int number = 0; number < kOfEachType; ++number) {
+      if (id == name + std::to_string(number)) return true;
+    }
+  }
+  return false;
+}
+
+Devices::Devices(EngineParts& parts) : parts_(parts) {
+  for (const auto& [type, name] : kTypes) selected_[type] = firstPlugged(type);
+}
+
+std::vector<Devices::Device> Devices::initialDevices() {
+  std::vector<Device> devices;
+  for (const auto& [type, name] : kTypes) {
+    for (int number = 0; number < kOfEachType; ++number) {
+      devices.push_back({name + std::to_string(number), type, number, number < kPluggedAtFirst});
+    }
+  }
+  return devices;
+}
+
+void Devices::setPlugged(const std::string& id, bool isPlugged) {
+  const auto device = std::find_if(devices_.begin(), devices_.end(),
+                                   [&id](const Device& candidate) { return candidate.id == id; });
+  if (device == devices_.end() || device->isPlugged == isPlugged) return;
+  device->isPlugged = isPlugged;
+  parts_.log->write(id + (isPlugged ? " plugged in" : " unplugged"));
+  reselect(device->type);
+  parts_.notifier.notify(&INotifyCallback::NotifyDeviceChange, id, device->type);
+}
+
+void Devices::restore() {
+  for (const Device& device : initialDevices()) setPlugged(device.id, device.isPlugged);
+}
+
+bool Devices::select(DeviceType type, const std::string& id) {
+  for (const Device& device : devices_) {
+    if (device.type != type || !device.isPlugged || (!id.empty() && device.id != id)) continue;
+    selected_[type] = &device;
+    parts_.log->write("selected " + device.id);
+    return true;
+  }
+  parts_.log->write("there is no device " + id);
+  return false;
+}
+
+std::optional<int> Devices::selected(DeviceType type) const {
+  const Device* const device = selected_.at(type);
+  return device == nullptr ? std::nullopt : std::optional(device->number);
+}
+
+const Devices::Device* Devices::firstPlugged(DeviceType type) const {
+  for (const Device& device : devices_) {
+    if (device.type == type && device.isPlugged) return &device;
+  }
+  return nullptr;
+}
+
+void Devices::reselect(DeviceType type) {
+  const Device*& device = selected_[type];
+  if (device == nullptr || !device->isPlugged) device = firstPlugged(type);
+}
+
+}  // namespace embedded

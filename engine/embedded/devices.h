@@ -1,0 +1,59 @@
+// Cameras, microphones and speakers that exist in name only.
+
+#ifndef ENGINE_EMBEDDED_DEVICES_H_
+#define ENGINE_EMBEDDED_DEVICES_H_
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engine/embedded/engine_parts.h"
+#include "tesselclient/types.h"
+
+namespace embedded {
+
+// Whether there ever is a device of this identifier.
+bool isDevice(const std::string& id);
+
+// The devices of the box: three of each type, "camera-0" to "camera-2", "microphone-0" and so on,
+// and "speaker-0" and so on, of which those numbered 2 are not plugged in at first. One plugged-in
+// device of each type is selected, if there is one. Belongs to the engine's thread.
+class Devices {
+ public:
+  explicit Devices(EngineParts& parts);
+  Devices(const Devices&) = delete;
+  Devices& operator=(const Devices&) = delete;
+
+  // Notified when it changes anything. Where the selected device is unplugged, the first one of its
+  // type takes its place.
+  void setPlugged(const std::string& id, bool isPlugged);
+  // Plugs and unplugs as it was at first.
+  void restore();
+
+  // An empty identifier means the first device. What is not plugged in cannot be selected: that is
+  // logged and changes nothing.
+  bool select(DeviceType type, const std::string& id);
+  // The number of the selected device; nothing when none of the type is plugged in.
+  std::optional<int> selected(DeviceType type) const;
+
+ private:
+  struct Device {
+    std::string id;
+    DeviceType type;
+    int number;
+    bool isPlugged;
+  };
+
+  static std::vector<Device> initialDevices();
+  const Device* firstPlugged(DeviceType type) const;
+  void reselect(DeviceType type);
+
+  EngineParts& parts_;
+  std::vector<Device> devices_ = initialDevices();
+  std::map<DeviceType, const Device*> selected_;  // null when there is none
+};
+
+}  // namespace embedded
+
+#endif  // ENGINE_EMBEDDED_DEVICES_H_

@@ -1,0 +1,78 @@
+// A remote participant.
+
+#ifndef ENGINE_EMBEDDED_PARTICIPANT_H_
+#define ENGINE_EMBEDDED_PARTICIPANT_H_
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "engine/embedded/engine_parts.h"
+#include "engine/embedded/layout.h"
+#include "engine/embedded/meeting_uri.h"
+#include "engine/embedded/sender.h"
+#include "engine/embedded/speech.h"
+#include "engine/embedded/y4m_clip.h"
+
+namespace embedded {
+
+// Somebody in a meeting, with a camera and a microphone, as received over a link. Owned by the
+// meeting, which outlives it with its plan; belongs to the engine's thread.
+class Participant {
+ public:
+  // `clip` is what the camera shows; empty for a test card. `level` is how loud the participant is
+  // when the microphone is not muted.
+  Participant(EngineParts& parts, const MeetingPlan& plan, int number,
+              std::shared_ptr<const Y4mClip> clip, Sender::Level level);
+  Participant(const Participant&) = delete;
+  Participant& operator=(const Participant&) = delete;
+
+  // Both are notified. come() is called first, leave() last.
+  void come(const Reception& reception);
+  void leave();
+
+  std::uint32_t csrc() const { return sender_.stream()->csrc(); }
+  // Changes are notified as updates of the stream.
+  void receive(const Reception& reception);
+  void setVideoMuted(bool isMuted);
+  void setAudioMuted(bool isMuted) { isAudioMuted_ = isMuted; }
+  // Whether the link carries nothing.
+  void setCut(bool isCut);
+  bool isCut() const { return isCut_; }
+
+  // How loud the participant arrives, 0 to 100.
+  std::uint32_t level() const;
+  bool isReceived() const { return format_.has_value(); }
+  TrafficMeter& meter() { return sender_.meter(); }
+
+ private:
+  // What arrives of the camera's video.
+  struct Format {
+    Size size;
+    std::uint32_t mostPerSecond = 0;
+    bool operator==(const Format&) const = default;
+  };
+
+  // Nothing when no video is to arrive.
+  std::optional<Format> wantedFormat() const;
+  // Brings what is sent in line with what is wanted; says whether that changed anything.
+  bool update();
+  void updateAndNotify();
+  std::unique_ptr<PictureSource> camera(Size size) const;
+
+  EngineParts& parts_;
+  const MeetingPlan& plan_;
+  const int number_;
+  const std::shared_ptr<const Y4mClip> clip_;
+  const Sender::Level loudness_;
+  Sender sender_;
+  Reception reception_;
+  std::optional<Format> format_;  // being sent
+  bool isVideoMuted_ = false;
+  bool isAudioMuted_ = false;
+  bool isCut_ = false;
+};
+
+}  // namespace embedded
+
+#endif  // ENGINE_EMBEDDED_PARTICIPANT_H_

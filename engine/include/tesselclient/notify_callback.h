@@ -12,7 +12,8 @@
 // calls it from any of its threads, several at once; NotifyInitCompleted may also be called from
 // inside TSLMManager::Initialize. Implementations return quickly and do not throw.
 //
-// The order of the virtual operations is an ABI promise; test/native/engine_abi_test.cc fixes it.
+// The order of the virtual operations is an ABI promise; test/native/engine/engine_abi_test.cc
+// fixes it.
 class TESSELCLIENT_API INotifyCallback {
  public:
   virtual ~INotifyCallback() = default;

@@ -1,7 +1,7 @@
 // The parameter and result records of the engine's operations.
 //
 // A record passed to the engine lives only until the operation returns: the engine copies what it
-// keeps. The order of the fields is an ABI promise; test/native/engine_abi_test.cc fixes it.
+// keeps. The order of the fields is an ABI promise; test/native/engine/engine_abi_test.cc fixes it.
 
 #ifndef TESSELCLIENT_RECORDS_H_
 #define TESSELCLIENT_RECORDS_H_

@@ -17,7 +17,8 @@
 // The engine's configuration, shared with its threads. All operations may be called from any
 // thread.
 //
-// The order of the virtual operations is an ABI promise; test/native/engine_abi_test.cc fixes it.
+// The order of the virtual operations is an ABI promise; test/native/engine/engine_abi_test.cc
+// fixes it.
 class TESSELCLIENT_API ConfigData {
  public:
   virtual ~ConfigData() = default;
@@ -34,7 +35,8 @@ namespace TSLM {
 // threads. Deleting it ends its threads; operations called after DeInitialize, or before
 // Initialize, do nothing.
 //
-// The order of the virtual operations is an ABI promise; test/native/engine_abi_test.cc fixes it.
+// The order of the virtual operations is an ABI promise; test/native/engine/engine_abi_test.cc
+// fixes it.
 class TESSELCLIENT_API TSLMManager {
  public:
   virtual ~TSLMManager() = default;

@@ -16,7 +16,8 @@ namespace QVXCommon {
 // ((height + 1) / 2) bytes. Owned by the engine, held through shared ownership, and unchanged for
 // as long as anyone holds it. All operations may be called from any thread.
 //
-// The order of the virtual operations is an ABI promise; test/native/engine_abi_test.cc fixes it.
+// The order of the virtual operations is an ABI promise; test/native/engine/engine_abi_test.cc
+// fixes it.
 class TESSELCLIENT_API IVideoFrame {
  public:
   virtual ~IVideoFrame() = default;
@@ -69,7 +70,8 @@ class TESSELCLIENT_API IFrameRecieveCallback {
 // The engine's source of one stream's frames. Obtained from TSLMManager::GetFrameManager under
 // shared ownership. All operations may be called from any thread.
 //
-// The order of the virtual operations is an ABI promise; test/native/engine_abi_test.cc fixes it.
+// The order of the virtual operations is an ABI promise; test/native/engine/engine_abi_test.cc
+// fixes it.
 class TESSELCLIENT_API IFrameManager {
  public:
   virtual ~IFrameManager() = default;

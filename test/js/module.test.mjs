@@ -396,7 +396,7 @@ test('workers that load the addon and end leave the wrappers of the main thread 
   assert.deepEqual(said, ['40000 levels']);
 });
 
-test('a process in which only a worker loaded the addon ends by itself', () => {
+test('a process in which only a worker loaded the addon keeps it mapped and ends by itself', () => {
   const said = saidIn(
     async ({ say }) => {
       const { once } = require('node:events');
@@ -406,10 +406,12 @@ test('a process in which only a worker loaded the addon ends by itself', () => {
         'exit',
       );
       say(code);
+      const maps = require('node:fs').readFileSync('/proc/self/maps', 'utf8');
+      say(maps.includes(process.argv[2]) ? 'mapped' : 'unmapped');
     },
     { modules: ['./support/child.mjs'], args: [WORKER, addonPath] },
   );
-  assert.deepEqual(said, ['0']);
+  assert.deepEqual(said, ['0', 'mapped']);
 });
 
 // ---- Class-wide references

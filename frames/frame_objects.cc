@@ -12,9 +12,8 @@ namespace {
 constexpr const char* kMakeHeader =
     "(noUpdate, clearFrame, frameId, csrc) => ({ noUpdate, clearFrame, frameId, csrc })";
 
-// The global is captured once, so that an application that replaces it does not change frames.
-constexpr const char* kMakePicture = R"('use strict';
-((Uint8Array) => (clearFrame, frameId, csrc, width, height,
+// Takes the class of the planes' arrays and makes the function that builds the frames.
+constexpr const char* kMakePicture = R"((Uint8Array) => (clearFrame, frameId, csrc, width, height,
     y, yWidth, yHeight, ySize, yStride,
     u, uWidth, uHeight, uSize, uStride,
     v, vWidth, vHeight, vSize, vStride) => ({
@@ -25,7 +24,7 @@ constexpr const char* kMakePicture = R"('use strict';
   uPlaneBufferSize: uSize, uPlaneBufferStride: uStride,
   vPlaneBuffer: new Uint8Array(v), vPlaneBufferWidth: vWidth, vPlaneBufferHeight: vHeight,
   vPlaneBufferSize: vSize, vPlaneBufferStride: vStride,
-}))(Uint8Array))";
+}))";
 
 Napi::FunctionReference evaluate(Napi::Env env, const char* source) {
   napi_value function = nullptr;
@@ -47,10 +46,23 @@ napi_value frameIdOf(Napi::Env env, const VideoFrame& frame) {
   return toJavascript(env, static_cast<double>(frame.frameId));
 }
 
+// The real class, also where the application has put something else in the place of the global.
+Napi::Value uint8Array(Napi::Env env) {
+  napi_value buffer = nullptr;
+  napi_value array = nullptr;
+  napi_value arrayClass = nullptr;
+  Utils::checkStatus(env, napi_create_arraybuffer(env, 0, nullptr, &buffer));
+  Utils::checkStatus(env, napi_create_typedarray(env, napi_uint8_array, 0, buffer, 0, &array));
+  Utils::checkStatus(env, napi_get_named_property(env, array, "constructor", &arrayClass));
+  return {env, arrayClass};
+}
+
 }  // namespace
 
 FrameObjects::FrameObjects(Napi::Env env)
-    : makeHeader_(evaluate(env, kMakeHeader)), makePicture_(evaluate(env, kMakePicture)) {}
+    : makeHeader_(evaluate(env, kMakeHeader)),
+      makePicture_(Napi::Persistent(
+          call<1>(evaluate(env, kMakePicture), {uint8Array(env)}).As<Napi::Function>())) {}
 
 Napi::Object FrameObjects::initHeader(const VideoFrame& frame) const {
   const Napi::Env env = makeHeader_.Env();

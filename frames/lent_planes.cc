@@ -1,14 +1,12 @@
 #include "frames/lent_planes.h"
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 #include "napi/status.h"
 
 namespace {
-
-bool isSameMemory(const VideoPlane& a, const VideoPlane& b) {
-  return a.data == b.data && a.size == b.size;
-}
 
 napi_value copyOf(napi_env env, const VideoPlane& plane) {
   void* copy = nullptr;
@@ -18,19 +16,32 @@ napi_value copyOf(napi_env env, const VideoPlane& plane) {
   return buffer;
 }
 
-napi_value bufferOver(napi_env env, const VideoPlane& plane) {
+// A buffer of the plane's bytes, and whether it lies over the plane's own memory.
+std::pair<napi_value, bool> bufferOf(napi_env env, const VideoPlane& plane) {
   napi_value buffer = nullptr;
   if (plane.data == nullptr || plane.size == 0) {
     Utils::checkStatus(env, napi_create_arraybuffer(env, 0, nullptr, &buffer));
-    return buffer;
+    return {buffer, false};
   }
   // Node-API has no read-only buffers: JavaScript is trusted not to draw into the engine's frames.
   void* const data = const_cast<std::uint8_t*>(plane.data);
   const napi_status status =
       napi_create_external_arraybuffer(env, data, plane.size, nullptr, nullptr, &buffer);
-  if (status == napi_no_external_buffers_allowed) return copyOf(env, plane);
+  if (status == napi_no_external_buffers_allowed) return {copyOf(env, plane), false};
   Utils::checkStatus(env, status);
-  return buffer;
+  return {buffer, true};
+}
+
+bool isDetached(napi_env env, napi_value buffer) {
+  bool result = false;
+  napi_is_detached_arraybuffer(env, buffer, &result);
+  return result;
+}
+
+// Keeps memory until the process ends.
+void keepForGood(std::shared_ptr<QVXCommon::IVideoFrame> memory) {
+  static auto& kept = *new std::vector<std::shared_ptr<QVXCommon::IVideoFrame>>;
+  kept.push_back(std::move(memory));
 }
 
 }  // namespace
@@ -39,17 +50,17 @@ LentPlanes::Buffers LentPlanes::lend(Napi::Env env, const StreamKey& key, const 
   const std::array planes = {frame.yPlane, frame.uPlane, frame.vPlane};
   Loan& loan = loans_[key];
   Buffers buffers = {};
-  if (!loan.buffers.back().IsEmpty() &&
-      std::equal(planes.begin(), planes.end(), loan.planes.begin(), isSameMemory)) {
-    for (std::size_t i = 0; i < buffers.size(); ++i) buffers[i] = loan.buffers[i].Value();
+  if (std::equal(planes.begin(), planes.end(), loan.planes.begin(), stillLends)) {
+    for (std::size_t i = 0; i < buffers.size(); ++i) buffers[i] = loan.planes[i].buffer.Value();
     return buffers;
   }
   takeBack(loan);
-  loan.planes = planes;
   loan.memory = frame.frame;
   for (std::size_t i = 0; i < buffers.size(); ++i) {
-    buffers[i] = bufferOver(env, planes[i]);
-    loan.buffers[i] = Napi::Persistent(Napi::ArrayBuffer(env, buffers[i]));
+    const auto [buffer, isOverPlane] = bufferOf(env, planes[i]);
+    buffers[i] = buffer;
+    loan.planes[i] = {planes[i].data, planes[i].size, isOverPlane,
+                      Napi::Persistent(Napi::ArrayBuffer(env, buffer))};
   }
   return buffers;
 }
@@ -64,13 +75,23 @@ void LentPlanes::takeBackAll() {
   loans_.clear();
 }
 
+bool LentPlanes::stillLends(const VideoPlane& plane, const LentPlane& lent) {
+  return !lent.buffer.IsEmpty() && lent.data == plane.data && lent.size == plane.size &&
+         !isDetached(lent.buffer.Env(), lent.buffer.Value());
+}
+
 void LentPlanes::takeBack(Loan& loan) {
-  for (auto& buffer : loan.buffers) {
-    if (buffer.IsEmpty()) continue;
-    const Napi::HandleScope scope(buffer.Env());
-    // A failure means that JavaScript detached the buffer itself.
-    napi_detach_arraybuffer(buffer.Env(), buffer.Value());
-    buffer.Reset();
+  bool isOutOfReach = false;
+  for (LentPlane& lent : loan.planes) {
+    if (lent.buffer.IsEmpty()) continue;
+    const Napi::Env env = lent.buffer.Env();
+    const Napi::HandleScope scope(env);
+    const Napi::ArrayBuffer buffer = lent.buffer.Value();
+    const bool isTakenBack =
+        !isDetached(env, buffer) && napi_detach_arraybuffer(env, buffer) == napi_ok;
+    if (lent.isOverPlane && !isTakenBack) isOutOfReach = true;
+    lent.buffer.Reset();
   }
+  if (isOutOfReach) keepForGood(std::move(loan.memory));
   loan.memory.reset();
 }

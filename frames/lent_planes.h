@@ -20,6 +20,10 @@
 // bytes. (External buffers that are left to the collector cost more than a copy would: it runs once
 // for every few frames.)
 //
+// JavaScript can put a buffer out of the owner's reach: by moving its memory into another buffer
+// (ArrayBuffer.prototype.transfer), or by making it the heap of an asm.js module. The memory of
+// such a frame is then never given back.
+//
 // On a host that refuses external buffers the planes are copied once into buffers of the host's;
 // nothing else differs.
 //
@@ -35,19 +39,26 @@ class LentPlanes {
 
   // Buffers over the planes of `frame`, and a share of its memory for as long as they are lent.
   // What is lent for the stream already serves again if it is the same memory, and is taken back
-  // otherwise. A null plane is an empty buffer.
+  // otherwise or when JavaScript has detached it. A null plane is an empty buffer.
   Buffers lend(Napi::Env env, const StreamKey& key, const VideoFrame& frame);
 
   void takeBack(const StreamKey& key);
   void takeBackAll();
 
  private:
+  struct LentPlane {
+    const std::uint8_t* data = nullptr;
+    std::uint32_t size = 0;
+    bool isOverPlane = false;                     // not empty, and no copy
+    Napi::Reference<Napi::ArrayBuffer> buffer{};  // empty once taken back
+  };
   struct Loan {
-    std::array<VideoPlane, 3> planes;
+    std::array<LentPlane, 3> planes;  // Y, U, V
     std::shared_ptr<QVXCommon::IVideoFrame> memory;
-    std::array<Napi::Reference<Napi::ArrayBuffer>, 3> buffers;
   };
 
+  // Whether `lent` is a buffer over `plane` that JavaScript has not detached.
+  static bool stillLends(const VideoPlane& plane, const LentPlane& lent);
   static void takeBack(Loan& loan);
 
   std::map<StreamKey, Loan> loans_;

@@ -349,8 +349,9 @@ TEST_F(SharedMemoryManagerTest, AWidgetSeesEveryStreamAsNotInitialisedAtFirst) {
     const std::string line = "getVideoFrameSource: Shared mem for " + kind +
                              " stream not initialised, something is wrong!";
     for (int request = 0; request < 2; ++request) {
-      EXPECT_THAT(linesWrittenBy([&] { EXPECT_EQ(opener->getVideoFrameSource(key), nullptr); }),
-                  ElementsAre(line));
+      EXPECT_THAT(
+          linesWrittenBy([&, key = key] { EXPECT_EQ(opener->getVideoFrameSource(key), nullptr); }),
+          ElementsAre(line));
     }
   }
   EXPECT_EQ(semaphoreCount(names_.sem()), 1);

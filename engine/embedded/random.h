@@ -27,7 +27,8 @@ constexpr std::uint64_t chance(std::uint64_t seed, std::unsigned_integral auto..
 // A sequence of chances. Not safe for use by several threads.
 class Random {
  public:
-  explicit Random(std::uint64_t seed) : state_(seed) {}
+  // Near seeds give far sequences.
+  explicit Random(std::uint64_t seed) : state_(spread(seed)) {}
 
   std::uint64_t next() { return spread(state_++); }
   // At least 0, less than 1.

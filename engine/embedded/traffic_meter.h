@@ -33,8 +33,6 @@ class TrafficMeter {
 
   // What was counted since the last call, in a window of this length; a new window begins.
   Window closeWindow(Time length);
-  // Forgets everything counted so far.
-  void reset() { *this = TrafficMeter(); }
 
  private:
   Size size_;  // of the newest frame

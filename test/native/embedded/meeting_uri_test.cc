@@ -3,6 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
 namespace embedded {
 namespace {
 
@@ -56,6 +61,46 @@ TEST(MeetingUri, SaysWhoSpeaks) {
   EXPECT_EQ(plan.speech[0].from, 2s);
   EXPECT_EQ(plan.speech[0].to, 3500ms);
   EXPECT_EQ(plan.speech[1].participant, kMyself);
+}
+
+TEST(MeetingUri, PlansBothEndsOfASpan) {
+  using Kind = PlannedEvent::Kind;
+  const MeetingPlan plan = parseMeetingUri(
+      "tessel:demo?videomute=1@1-2&audiomute=me@3&present=0@4-5&cut=2@6-7"
+      "&plug=camera-2@8&unplug=speaker-0@9");
+  std::vector<std::tuple<Kind, int, Time, std::string>> events;
+  for (const auto& event : plan.events) {
+    events.emplace_back(event.kind, event.participant, event.at, event.device);
+  }
+  using Event = std::tuple<Kind, int, Time, std::string>;
+  EXPECT_THAT(events,
+              testing::ElementsAre(
+                  Event(Kind::kMuteVideo, 1, 1s, ""), Event(Kind::kUnmuteVideo, 1, 2s, ""),
+                  Event(Kind::kMuteAudio, kMyself, 3s, ""), Event(Kind::kPresent, 0, 4s, ""),
+                  Event(Kind::kStopPresenting, 0, 5s, ""), Event(Kind::kCut, 2, 6s, ""),
+                  Event(Kind::kMend, 2, 7s, ""), Event(Kind::kPlug, kMyself, 8s, "camera-2"),
+                  Event(Kind::kUnplug, kMyself, 9s, "speaker-0")));
+}
+
+TEST(MeetingUri, NamesTheLossOfAllLinksOrOfOne) {
+  const MeetingPlan plan = parseMeetingUri("tessel:demo?loss=0.05,2:1&loss=1:0");
+  EXPECT_EQ(plan.lossOf(0), 0.05);
+  EXPECT_EQ(plan.lossOf(1), 0);
+  EXPECT_EQ(plan.lossOf(2), 1);
+  EXPECT_EQ(parseMeetingUri("tessel:demo").lossOf(0), 0);
+}
+
+TEST(MeetingUri, NamesMonitors) {
+  const auto monitors =
+      parseMeetingUri("tessel:demo?monitors=1920x1080@0:0,640x480@-640:-10").monitors;
+  ASSERT_TRUE(monitors);
+  ASSERT_EQ(monitors->size(), 2U);
+  EXPECT_EQ((*monitors)[1].x, -640);
+  EXPECT_EQ((*monitors)[1].y, -10);
+  EXPECT_EQ((*monitors)[1].width, 640);
+  EXPECT_EQ((*monitors)[1].height, 480);
+  EXPECT_EQ((*monitors)[1].engineValue, 1);
+  EXPECT_EQ(parseMeetingUri("tessel:demo").monitors, std::nullopt);
 }
 
 struct BadUri {
@@ -123,7 +168,31 @@ INSTANTIATE_TEST_SUITE_P(
                     BadUri{"tessel:a?leave=3@1", "there is no participant 3"},
                     BadUri{"tessel:a?speak=3@1-2", "there is no participant 3"},
                     BadUri{"tessel:a?speak=1@2", "bad value: speak=1@2"},
-                    BadUri{"tessel:a?speak=1@2-2", "bad value: speak=1@2-2"}));
+                    BadUri{"tessel:a?speak=1@2-2", "bad value: speak=1@2-2"},
+                    BadUri{"tessel:a?videomute=you@1", "bad value: videomute=you@1"},
+                    BadUri{"tessel:a?videomute=1@2-1", "bad value: videomute=1@2-1"},
+                    BadUri{"tessel:a?videomute=1@2-3-4", "bad value: videomute=1@2-3-4"},
+                    BadUri{"tessel:a?present=me@1", "bad value: present=me@1"},
+                    BadUri{"tessel:a?cut=3@1", "there is no participant 3"},
+                    BadUri{"tessel:a?loss=1.1", "bad value: loss=1.1"},
+                    BadUri{"tessel:a?loss=-0.1", "bad value: loss=-0.1"},
+                    BadUri{"tessel:a?loss=nan", "bad value: loss=nan"},
+                    BadUri{"tessel:a?loss=1e-1", "bad value: loss=1e-1"},
+                    BadUri{"tessel:a?loss=0.1.2", "bad value: loss=0.1.2"},
+                    BadUri{"tessel:a?loss=.", "bad value: loss=."},
+                    BadUri{"tessel:a?loss=", "bad value: loss="},
+                    BadUri{"tessel:a?loss=1:0.1:2", "bad value: loss=1:0.1:2"},
+                    BadUri{"tessel:a?loss=3:0.1", "there is no participant 3"},
+                    BadUri{"tessel:a?plug=camera-3@1", "bad value: plug=camera-3@1"},
+                    BadUri{"tessel:a?unplug=camera-1", "bad value: unplug=camera-1"},
+                    BadUri{"tessel:a?attributes=a,,b", "bad value: attributes=a,,b"},
+                    BadUri{"tessel:a?monitors=", "bad value: monitors="},
+                    BadUri{"tessel:a?monitors=1x1", "bad value: monitors=1x1"},
+                    BadUri{"tessel:a?monitors=0x1@0:0", "bad value: monitors=0x1@0:0"},
+                    BadUri{"tessel:a?monitors=1x16385@0:0", "bad value: monitors=1x16385@0:0"},
+                    BadUri{"tessel:a?monitors=1x1@100001:0", "bad value: monitors=1x1@100001:0"},
+                    BadUri{"tessel:a?monitors=1x1@--1:0", "bad value: monitors=1x1@--1:0"},
+                    BadUri{"tessel:a?monitors=none,1x1@0:0", "bad value: monitors=none,1x1@0:0"}));
 
 TEST(MeetingUri, HoldsAThousandEventsAndNoMore) {
   std::string uri = "tessel:a?leave=";

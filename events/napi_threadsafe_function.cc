@@ -11,6 +11,13 @@ namespace {
 // Hands an error to the application as an 'uncaughtException'.
 void reportUncaught(const Napi::Error& error) { napi_fatal_exception(error.Env(), error.Value()); }
 
+// Without the resource object that the binding's own way makes for each scope and Node-API ignores.
+napi_callback_scope openCallbackScope(Napi::Env env, napi_async_context context) {
+  napi_callback_scope scope = nullptr;
+  Utils::checkStatus(env, napi_open_callback_scope(env, nullptr, context, &scope));
+  return scope;
+}
+
 }  // namespace
 
 NapiThreadsafeFunction::NapiThreadsafeFunction(Napi::Env env, Callback callback, Discard discard)
@@ -86,7 +93,7 @@ bool NapiThreadsafeFunction::deliverNext() {
 void NapiThreadsafeFunction::deliver(void* data) {
   const Napi::Env env = env_;
   const Napi::HandleScope handleScope(env);
-  const Napi::CallbackScope callbackScope(env, *asyncContext_);
+  const Napi::CallbackScope callbackScope(env, openCallbackScope(env, *asyncContext_));
   try {
     callback_(env, data);
   } catch (const Napi::Error& error) {

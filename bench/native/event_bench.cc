@@ -1,6 +1,7 @@
-// What the event benchmarks load: the same job, three properties from native threads to a listener
-// on a JavaScript emitter, done by this system's dispatcher and by node-addon-api's
-// ThreadSafeFunction; and the bare libuv async handle that both build on.
+// What the event benchmarks load: one job, a notification with three properties from native threads
+// to a listener on a JavaScript emitter, done by this system and by node-addon-api's
+// ThreadSafeFunction; and the wake-up of an idle loop, by this system and by the bare libuv async
+// handle that both build on.
 
 #include <napi.h>
 #include <uv.h>
@@ -8,39 +9,22 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <optional>
+#include <semaphore>
 #include <thread>
 #include <vector>
 
 #include "events/tessel_event_handler.h"
+#include "napi/values.h"
 
 namespace {
 
-double nowInMicroseconds() {
-  return std::chrono::duration<double, std::micro>(
-             std::chrono::steady_clock::now().time_since_epoch())
-      .count();
-}
+constexpr int kStreamIndex = 3;
+constexpr unsigned int kCsrc = 7;
 
-// Starts `count` threads, each of which calls `post` `perThread` times.
-class Posters {
- public:
-  Posters(int count, int perThread, const std::function<void(int)>& post) {
-    for (int i = 0; i < count; ++i) {
-      threads_.emplace_back([post, perThread] {
-        for (int event = 0; event < perThread; ++event) post(event);
-      });
-    }
-  }
-  void join() {
-    for (auto& thread : threads_) thread.join();
-  }
+using Clock = std::chrono::steady_clock;
+using Post = std::function<void()>;
 
- private:
-  std::vector<std::thread> threads_;
-};
-
-// The dispatcher and handler under measurement, for the length of the process.
+// The dispatcher and handler of the system, for the length of the process.
 struct Tessel {
   explicit Tessel(Napi::Object emitter)
       : dispatcher(std::make_shared<JavascriptDispatcher>(emitter.Env())),
@@ -50,66 +34,135 @@ struct Tessel {
   std::shared_ptr<JavascriptDispatcher> dispatcher;
   TesselEventHandler handler;
 };
-std::unique_ptr<Tessel> tessel;
 
-// postTessel(emitter, threads, perThread): posts everything, then returns; nothing is delivered
-// before JavaScript returns to the event loop.
-void postTessel(const Napi::CallbackInfo& info) {
-  if (!tessel) tessel = std::make_unique<Tessel>(info[0].As<Napi::Object>());
-  Posters posters(info[1].As<Napi::Number>(), info[2].As<Napi::Number>(), [](int event) {
-    tessel->handler.NotifyStreamAdded({TSLM_STREAM_REMOTE, event}, 7);
-  });
-  posters.join();
+Post postThroughTessel(Napi::Object emitter) {
+  auto* tessel = new Tessel(emitter);
+  return [tessel] { tessel->handler.NotifyStreamAdded({TSLM_STREAM_REMOTE, kStreamIndex}, kCsrc); };
 }
 
 struct StreamEvent {
-  TSLM_STREAM_INDEX kind;
-  int index;
+  const char* type;
+  int streamIndex;
   unsigned int csrc;
 };
 
-void emitFromThreadSafeFunction(Napi::Env env, Napi::Function, Napi::Reference<Napi::Object>* emitter,
-                                StreamEvent* event) {
+// The payload is built and emitted natively, as the binding's documentation does it.
+void emitNatively(Napi::Env env, Napi::Function, Napi::ObjectReference* emitter,
+                  StreamEvent* event) {
   const std::unique_ptr<StreamEvent> owned(event);
   const Napi::Object payload = Napi::Object::New(env);
-  payload.Set("type", "remote");
-  payload.Set("streamIndex", event->index);
+  payload.Set("type", event->type);
+  payload.Set("streamIndex", event->streamIndex);
   payload.Set("csrc", event->csrc);
   const Napi::Object target = emitter->Value();
   target.Get("emit").As<Napi::Function>().Call(target,
                                                {Napi::String::New(env, "streamAdded"), payload});
 }
 
-using EventFunction = Napi::TypedThreadSafeFunction<Napi::Reference<Napi::Object>, StreamEvent,
-                                                    emitFromThreadSafeFunction>;
-
-void postThreadSafeFunction(const Napi::CallbackInfo& info) {
-  const Napi::Env env = info.Env();
-  static EventFunction function;
-  static bool isMade = false;
-  if (!isMade) {
-    isMade = true;
-    auto* emitter = new Napi::Reference<Napi::Object>(Napi::Persistent(info[0].As<Napi::Object>()));
-    function = EventFunction::New(env, "bench", 0, 1, emitter,
-                                  [](Napi::Env, void*, Napi::Reference<Napi::Object>* held) {
-                                    delete held;
-                                  });
-  }
-  Posters posters(info[1].As<Napi::Number>(), info[2].As<Napi::Number>(), [](int event) {
-    function.NonBlockingCall(new StreamEvent{TSLM_STREAM_REMOTE, event, 7});
-  });
-  posters.join();
+// The values are handed to the function's JavaScript callback, which builds the payload and emits.
+void callWithValues(Napi::Env env, Napi::Function callback, Napi::ObjectReference*,
+                    StreamEvent* event) {
+  const std::unique_ptr<StreamEvent> owned(event);
+  callback.Call({Napi::String::New(env, event->type), Napi::Number::New(env, event->streamIndex),
+                 Napi::Number::New(env, event->csrc)});
 }
 
-}  // namespace
+template <auto callJs>
+Post postThroughThreadSafeFunction(Napi::Object emitter, Napi::Function callback) {
+  using Function = Napi::TypedThreadSafeFunction<Napi::ObjectReference, StreamEvent, callJs>;
+  auto* reference = new Napi::ObjectReference(Napi::Persistent(emitter));
+  const Function function =
+      Function::New(emitter.Env(), callback, "event benchmark", 0, 1, reference);
+  return [function] { function.NonBlockingCall(new StreamEvent{"remote", kStreamIndex, kCsrc}); };
+}
 
-static Napi::Object Init(Napi::Env env, Napi::Object exports) {
-  exports.Set("postTessel", Napi::Function::New(env, postTessel));
-  exports.Set("postThreadSafeFunction", Napi::Function::New(env, postThreadSafeFunction));
-  exports.Set("now", Napi::Function::New(env, [](const Napi::CallbackInfo& info) {
-                return Napi::Number::New(info.Env(), nowInMicroseconds());
-              }));
+// How events are posted and by which threads; one set for a process.
+Post post;
+std::vector<std::thread> posters;
+
+// useTessel(emitter)
+void useTessel(const Napi::CallbackInfo& info) {
+  post = postThroughTessel(info[0].As<Napi::Object>());
+}
+
+// useThreadSafeFunction(emitter): the payload is built natively.
+// useThreadSafeFunction(emitter, callback): the callback is called with the payload's values.
+void useThreadSafeFunction(const Napi::CallbackInfo& info) {
+  const auto emitter = info[0].As<Napi::Object>();
+  post = info[1].IsFunction()
+             ? postThroughThreadSafeFunction<callWithValues>(emitter, info[1].As<Napi::Function>())
+             : postThroughThreadSafeFunction<emitNatively>(emitter, Napi::Function());
+}
+
+// startPosting(threads, perThread)
+void startPosting(const Napi::CallbackInfo& info) {
+  const int perThread = info[1].As<Napi::Number>();
+  for (int i = 0; i < Utils::toInt32(info[0]); ++i) {
+    posters.emplace_back([perThread] {
+      for (int event = 0; event < perThread; ++event) post();
+    });
+  }
+}
+
+// Waits for the threads.
+void join(const Napi::CallbackInfo&) {
+  for (auto& poster : posters) poster.join();
+  posters.clear();
+}
+
+// A thread that wakes the loop again and again when it is idle, and how long each wake-up took.
+struct WakeUps {
+  Clock::time_point posted;
+  std::vector<double> microseconds;
+  std::binary_semaphore hasArrived{0};
+
+  void arrived() {
+    microseconds.push_back(
+        std::chrono::duration<double, std::micro>(Clock::now() - posted).count());
+    hasArrived.release();
+  }
+} wakeUps;
+
+// startWaking(count): each time the loop has had a millisecond to fall asleep.
+void startWaking(const Napi::CallbackInfo& info) {
+  posters.emplace_back([count = Utils::toInt32(info[0])] {
+    for (int i = 0; i < count; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      wakeUps.posted = Clock::now();
+      post();
+      wakeUps.hasArrived.acquire();
+    }
+  });
+}
+
+// useBareHandle(): posting wakes a libuv async handle, whose callback is native, and no more.
+void useBareHandle(const Napi::CallbackInfo&) {
+  auto* handle = new uv_async_t;
+  uv_async_init(uv_default_loop(), handle, [](uv_async_t*) { wakeUps.arrived(); });
+  post = [handle] { uv_async_send(handle); };
+}
+
+// arrived(): for the listener.
+void arrived(const Napi::CallbackInfo&) { wakeUps.arrived(); }
+
+// How long each wake-up took so far, in microseconds.
+Napi::Value wakeUpTimes(const Napi::CallbackInfo& info) {
+  return Utils::makeArray(info.Env(), wakeUps.microseconds,
+                          [&](double time) { return Utils::toJavascript(info.Env(), time); });
+}
+
+Napi::Object initialise(Napi::Env env, Napi::Object exports) {
+  exports["useTessel"] = Napi::Function::New(env, useTessel);
+  exports["useThreadSafeFunction"] = Napi::Function::New(env, useThreadSafeFunction);
+  exports["useBareHandle"] = Napi::Function::New(env, useBareHandle);
+  exports["startPosting"] = Napi::Function::New(env, startPosting);
+  exports["startWaking"] = Napi::Function::New(env, startWaking);
+  exports["arrived"] = Napi::Function::New(env, arrived);
+  exports["wakeUpTimes"] = Napi::Function::New(env, wakeUpTimes);
+  exports["join"] = Napi::Function::New(env, join);
   return exports;
 }
 
-NODE_API_MODULE(event_bench, Init)
+NODE_API_MODULE(event_bench, initialise)
+
+}  // namespace

@@ -390,6 +390,9 @@ test('two channels are independent: one goes on when the other is released and c
   assert.deepStrictEqual(other.discarded(), []);
 });
 
+// Far above what any scenario takes: it ends what would never end.
+const HANG_MILLISECONDS = 120_000;
+
 // Runs one scenario of the fixture to its end. A process that ends by itself is also checked for
 // leaks where the sanitizer runs; see scripts/child_environment.mjs.
 function runProcess(scenario, { endsByItself }) {
@@ -398,7 +401,7 @@ function runProcess(scenario, { endsByItself }) {
   const { status, signal, stdout, stderr } = spawnSync(
     process.execPath,
     [fileURLToPath(new URL('fixtures/dispatcher_process.mjs', import.meta.url)), scenario],
-    { encoding: 'utf8', env: environment },
+    { encoding: 'utf8', env: environment, timeout: HANG_MILLISECONDS, killSignal: 'SIGKILL' },
   );
   return { end: signal ?? status, lines: stdout.split('\n').slice(0, -1), stderr };
 }

@@ -50,7 +50,7 @@ function readOptions() {
 // Four participants, one of whom presents; with `video`, a clip instead of their test cards.
 function meetingUri({ video }) {
   const clip = video === undefined ? '' : `&video=${encodeURIComponent(path.resolve(video))}`;
-  return `tessel:demo?participants=4${clip}`;
+  return `tessel:demo?participants=4&present=1@0${clip}`;
 }
 
 // Settles when the engine has answered: true when joined, false when refused.

@@ -35,7 +35,7 @@ test('it prints the events, a table of all streams, and a picture of each', asyn
   for (const stream of ['local-0', 'remote-0', 'remote-1', 'remote-2', 'remote-3', 'content-0']) {
     const row = stdout.split('\n').find((line) => line.includes(`'${stream}'`));
     assert.ok(row, `${stream} is in the table`);
-    const [, size, frames] = /'(\d+x\d+)' │ +(\d+)/.exec(row);
+    const [, size, frames] = /'(\d+x\d+)' *│ *(\d+)/.exec(row);
     assert.ok(Number(frames) > 0, stream);
     const { width, height } = picture(output, stream);
     assert.equal(`${width}x${height}`, size);

@@ -53,11 +53,12 @@ function meetingUri({ video }) {
   return `tessel:demo?participants=4&present=1@0${clip}`;
 }
 
-// Settles when the engine has answered: true when joined, false when refused.
+// Settles when the engine has answered: true when joined, false when refused and told why.
 async function join(wrapper, emitter, uri) {
   const answer = once(emitter, 'callConnectionStatus');
   wrapper.connectCall(connection(uri));
   const [{ connected }] = await answer;
+  if (!connected) await once(emitter, 'callDisconnect');
   return connected;
 }
 

@@ -10,30 +10,33 @@ NapiObjectPropertyHelper::NapiObjectPropertyHelper(const Napi::CallbackInfo& inf
     : env_(info.Env()), object_(object), objectName_(std::move(objectName)) {}
 
 bool NapiObjectPropertyHelper::has(const std::string& name) const {
+  return has(Utils::toJavascript(env_, name));
+}
+
+bool NapiObjectPropertyHelper::has(Napi::String key) const {
   bool result = false;
-  Utils::checkStatus(env_,
-                     napi_has_property(env_, object_, Utils::toJavascript(env_, name), &result));
+  Utils::checkStatus(env_, napi_has_property(env_, object_, key, &result));
   return result;
 }
 
-Napi::Value NapiObjectPropertyHelper::get(const std::string& name) const {
+Napi::Value NapiObjectPropertyHelper::get(Napi::String key) const {
   napi_value result = nullptr;
-  Utils::checkStatus(env_,
-                     napi_get_property(env_, object_, Utils::toJavascript(env_, name), &result));
+  Utils::checkStatus(env_, napi_get_property(env_, object_, key, &result));
   return {env_, result};
 }
 
 Napi::Value NapiObjectPropertyHelper::getChecked(const std::string& name,
                                                  bool (*isWanted)(const Napi::Value&),
                                                  const char* typeWord) const {
-  if (!has(name)) {
+  const Napi::String key = Utils::toJavascript(env_, name);
+  if (!has(key)) {
     throw Napi::TypeError::New(env_, "Missing property " + name + " on object " + objectName_);
   }
-  if (!isWanted(get(name))) {
+  if (!isWanted(get(key))) {
     throw Napi::TypeError::New(env_, "Wrong type for property " + name + " on object " +
                                          objectName_ + ", expected " + typeWord);
   }
-  return get(name);
+  return get(key);
 }
 
 std::string NapiObjectPropertyHelper::getAsString(const std::string& name) const {

@@ -34,7 +34,8 @@ class NapiObjectPropertyHelper {
   std::int32_t getAsInt(const std::string& name) const;
 
  private:
-  Napi::Value get(const std::string& name) const;
+  bool has(Napi::String key) const;
+  Napi::Value get(Napi::String key) const;
   // Checks presence, then the type through `isWanted`, and returns the property read anew.
   Napi::Value getChecked(const std::string& name, bool (*isWanted)(const Napi::Value&),
                          const char* typeWord) const;

@@ -84,7 +84,7 @@ void EmitFunctions::emit(Napi::Object emitter, TesselEvent event,
   std::array<napi_value, 4> arguments = {emitter};
   std::copy(values.begin(), values.end(), arguments.begin() + 1);
   const Napi::Function function = functions_[static_cast<std::size_t>(event)].Value();
-  const napi_env env = emitter.Env();
+  const Napi::Env env = emitter.Env();
   Utils::checkStatus(env, napi_call_function(env, emitter, function, 1 + values.size(),
                                              arguments.data(), nullptr));
 }

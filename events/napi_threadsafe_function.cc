@@ -24,8 +24,7 @@ NapiThreadsafeFunction::NapiThreadsafeFunction(Napi::Env env, Callback callback,
     : callback_(std::move(callback)),
       discard_(std::move(discard)),
       env_(env),
-      asyncContext_(std::in_place, env, "TesselWrapper"),
-      asyncHandle_(nullptr) {
+      asyncContext_(std::in_place, env, "TesselWrapper") {
   auto handle = std::make_unique<AsyncHandle>();
   const int result = uv_async_init(uv_default_loop(), &handle->async, doCallback);
   if (result != 0) throw std::runtime_error(uv_strerror(result));

@@ -64,7 +64,7 @@ class NapiThreadsafeFunction {
 
   base::Mutex mutex_;
   std::deque<void*> queue_ GUARDED_BY(mutex_);
-  AsyncHandle* asyncHandle_ GUARDED_BY(mutex_);  // null once closed
+  AsyncHandle* asyncHandle_ GUARDED_BY(mutex_) = nullptr;  // null once closed
 };
 
 #endif  // EVENTS_NAPI_THREADSAFE_FUNCTION_H_

@@ -16,6 +16,7 @@ std::string gen_random(const std::string& prefix, std::size_t length) {
   std::srand(static_cast<unsigned int>(getpid()) * static_cast<unsigned int>(std::time(nullptr)));
   std::string name = "/" + prefix;
   for (std::size_t i = 0; i < length; ++i) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): names are made on the JavaScript thread alone
     name += kAlphabet[static_cast<std::size_t>(std::rand()) % kAlphabet.size()];
   }
   return name;

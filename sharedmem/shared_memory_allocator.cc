@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <ctime>
+#include <utility>
 
 #include "base/diagnostic_line.h"
 
@@ -31,7 +32,7 @@ int reserve(const posix::FileDescriptor& object, off_t size) {
 
 }  // namespace
 
-SharedMemoryAllocator::SharedMemoryAllocator(const SharedMemoryInfo& info) : info_(info) {
+SharedMemoryAllocator::SharedMemoryAllocator(SharedMemoryInfo info) : info_(std::move(info)) {
   initialised_ = initialize();
   DiagnosticLine("SharedMemoryAllocator:")
       .hexadecimal()

@@ -26,7 +26,7 @@
 // lock excludes other allocators, not other threads of the same one.
 class SharedMemoryAllocator {
  public:
-  explicit SharedMemoryAllocator(const SharedMemoryInfo& info);
+  explicit SharedMemoryAllocator(SharedMemoryInfo info);
   ~SharedMemoryAllocator();
   SharedMemoryAllocator(const SharedMemoryAllocator&) = delete;
   SharedMemoryAllocator& operator=(const SharedMemoryAllocator&) = delete;

@@ -7,7 +7,7 @@ import { loadAddon } from './addon.mjs';
 import { quantile } from './statistics.mjs';
 
 const WARM_UP = 500;
-const WAKE_UPS = 3000;
+const WAKE_UPS = 2000;
 
 const bench = loadAddon('event_bench');
 const emitter = new EventEmitter();

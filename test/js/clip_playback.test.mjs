@@ -2,13 +2,13 @@
 // JavaScript receives are, byte for byte, that encoder's own raw output.
 
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
 import { readFileSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 import { setImmediate } from 'node:timers/promises';
 
 import { Meeting } from './support/embedded_meeting.mjs';
+import { ffmpeg } from './support/ffmpeg.mjs';
 import { temporaryDirectory } from './support/temporary_directory.mjs';
 
 const FRAMES = 12;
@@ -20,7 +20,7 @@ function makeClip(directory, width, height) {
   const output = (format, file) => {
     const picture = ['-frames:v', `${FRAMES}`, '-pix_fmt', 'yuv420p', '-f', format];
     const target = path.join(directory, file);
-    execFileSync('ffmpeg', ['-loglevel', 'error', ...source, ...picture, target]);
+    ffmpeg(...source, ...picture, target);
     return target;
   };
   return {

@@ -1,7 +1,7 @@
 // The example behind `npm start`, in a process of its own.
 
 import assert from 'node:assert/strict';
-import { execFile, execFileSync } from 'node:child_process';
+import { execFile } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
@@ -9,6 +9,7 @@ import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
 import { PNG } from 'pngjs';
 
+import { ffmpeg } from './support/ffmpeg.mjs';
 import { temporaryDirectory } from './support/temporary_directory.mjs';
 
 const EXAMPLE = fileURLToPath(new URL('../../examples/terminal_meeting.mjs', import.meta.url));
@@ -45,7 +46,7 @@ test('it prints the events, a table of all streams, and a picture of each', asyn
 test('with --video the participants show the clip', async (t) => {
   const clip = path.join(temporaryDirectory(t), 'green.y4m');
   const source = ['-f', 'lavfi', '-i', 'color=c=0x00ff00:size=96x54:rate=25:duration=1'];
-  execFileSync('ffmpeg', ['-loglevel', 'error', ...source, '-pix_fmt', 'yuv420p', clip]);
+  ffmpeg(...source, '-pix_fmt', 'yuv420p', clip);
   const { output } = await run(t, '--video', clip);
   const { width, height, data } = picture(output, 'remote-0');
   assert.deepEqual([width, height], [96, 54]);

@@ -112,10 +112,14 @@ struct Conversion<T> {
   }
 };
 
+// Text that is not to be UTF-8 is given as its bytes.
 template <>
 struct Conversion<std::string> {
   static Value toValue(const std::string& text) { return {text}; }
-  static std::string fromValue(const Value& value) { return as<std::string>(value, "a string"); }
+  static std::string fromValue(const Value& value) {
+    if (const auto* bytes = std::get_if<Bytes>(&value.data)) return {bytes->begin(), bytes->end()};
+    return as<std::string>(value, "a string");
+  }
 };
 
 template <>

@@ -40,6 +40,7 @@ class EventHandler : public Napi::ObjectWrap<EventHandler> {
             InstanceMethod<&EventHandler::waitForInitEvent>("waitForInitEvent"),
             InstanceMethod<&EventHandler::completesBeforeWaitEnds>("completesBeforeWaitEnds"),
             InstanceMethod<&EventHandler::holdsStreamManager>("holdsStreamManager"),
+            InstanceMethod<&EventHandler::delivered>("delivered"),
             InstanceMethod<&EventHandler::close>("close"),
         });
   }
@@ -82,6 +83,13 @@ class EventHandler : public Napi::ObjectWrap<EventHandler> {
 
   Napi::Value holdsStreamManager(const Napi::CallbackInfo& info) {
     return Napi::Boolean::New(info.Env(), !streamManager_.expired());
+  }
+
+  // A promise, fulfilled when all that was posted before has been emitted.
+  Napi::Value delivered(const Napi::CallbackInfo& info) {
+    const auto deferred = Napi::Promise::Deferred::New(info.Env());
+    dispatcher_->async([deferred](Napi::Env env) { deferred.Resolve(env.Undefined()); });
+    return deferred.Promise();
   }
 
   // To be called at the end, as the process does not end before.

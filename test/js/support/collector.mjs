@@ -14,6 +14,8 @@ const MOST_ROUNDS = 100;
 export async function collectUntil(isDone) {
   for (let round = 0; round < MOST_ROUNDS; ++round) {
     if (isDone()) return;
+    // What isDone() took from a WeakRef stays alive until the turn ends.
+    await setImmediate();
     collect();
     await setImmediate();
   }

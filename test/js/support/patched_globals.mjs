@@ -5,10 +5,11 @@ const { defineProperty, getOwnPropertyDescriptor } = Object;
 const BASICS = ['Array', 'ArrayBuffer', 'Boolean', 'Function', 'Number', 'Object', 'Promise'];
 const GLOBALS = [...BASICS, 'Reflect', 'String', 'Symbol', 'TypeError', 'Uint8Array'];
 
-// Runs `work` while something else is in the place of the globals, and every object inherits setters
-// that swallow properties called `properties`; with `elements`, which Node's own code does not bear,
-// so does every array those that swallow its first elements.
-export function withPatchedGlobals({ properties, elements = false }, work) {
+// Puts something else in the place of the globals and makes every object inherit setters that
+// swallow properties called `properties`; with `elements`, which Node's own code does not bear, so
+// does every array those that swallow its first elements. Answers with a function that puts it all
+// right again.
+export function patchGlobals({ properties, elements = false }) {
   let restore = () => {};
   const patch = (object, name, property) => {
     const original = getOwnPropertyDescriptor(object, name);
@@ -28,6 +29,12 @@ export function withPatchedGlobals({ properties, elements = false }, work) {
   for (const name of properties) patch(Object.prototype, name, swallow);
   for (let i = 0; elements && i < 4; ++i) patch(Array.prototype, i, swallow);
   for (const name of GLOBALS) patch(globalThis, name, { writable: true, value: refuse });
+  return restore;
+}
+
+// Runs `work` in such surroundings.
+export function withPatchedGlobals(patches, work) {
+  const restore = patchGlobals(patches);
   try {
     return work();
   } finally {

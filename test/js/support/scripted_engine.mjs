@@ -127,7 +127,8 @@ class Running {
 }
 
 // Sends a notification from a fresh engine thread, which has ended when this returns. Streams are
-// named as everywhere here; enumerations are numbers, listed in the interface or not.
+// named as everywhere here; enumerations are numbers, listed in the interface or not; a text that is
+// not UTF-8 is a Buffer of its bytes.
 export const fire = (name, ...args) => void fireAsync(name, ...args).join();
 
 // The same from a thread that runs on.
@@ -135,14 +136,19 @@ export const fireAsync = (name, ...args) =>
   new Running(engine.startPosting([{ notifications: [notification([name, ...args])] }]));
 
 // Sends from `threads` engine threads at once, `count` times each. `args` is a list that all of
-// them send, or a function of the thread's number and the sequence number, both from 0.
+// them send, or a function of the thread's number and the sequence number, both from 0. So may the
+// name of the notification be.
 export function fireManyAsync({ threads, count, notification: name, args = [] }) {
+  const isSame = typeof name !== 'function' && typeof args !== 'function';
+  const valueOf = (given, ...numbers) => (typeof given === 'function' ? given(...numbers) : given);
   const postings = Array.from({ length: threads }, (_, thread) => {
-    if (typeof args !== 'function') {
-      return { notifications: [notification([name, ...args])], repeat: count };
-    }
-    const each = Array.from({ length: count }, (_unused, sequence) => args(thread, sequence));
-    return { notifications: each.map((list) => notification([name, ...list])) };
+    if (isSame) return { notifications: [notification([name, ...args])], repeat: count };
+    const numbers = Array.from({ length: count }, (_unused, sequence) => [thread, sequence]);
+    return {
+      notifications: numbers.map((each) =>
+        notification([valueOf(name, ...each), ...valueOf(args, ...each)]),
+      ),
+    };
   });
   return new Running(engine.startPosting(postings));
 }

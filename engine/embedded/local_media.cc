@@ -11,7 +11,7 @@ namespace {
 // The local stream is there before any meeting, and so has a seed of its own.
 constexpr std::uint32_t kSeed = 0;
 
-constexpr std::int32_t kLargestSide = 4096;
+constexpr std::int32_t kLargestSide = 3840;
 constexpr std::int32_t kHighestRate = 60;
 
 // The camera's link to the application loses nothing.

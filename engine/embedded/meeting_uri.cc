@@ -17,7 +17,8 @@ namespace {
 constexpr std::size_t kLongestUri = 8192;
 constexpr std::size_t kLongestRoom = 64;
 constexpr std::size_t kMostEvents = 1000;
-constexpr std::uint32_t kLargestSide = 4096;
+// Fifty participants of this size still fit into an ordinary machine's memory.
+constexpr std::uint32_t kLargestSide = 1920;
 constexpr std::uint32_t kHighestRate = 60;
 constexpr std::uint32_t kLatestSecond = 86'400;
 constexpr std::uint32_t kFarthestMonitor = 100'000;

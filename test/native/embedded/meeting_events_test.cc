@@ -151,8 +151,9 @@ TEST_F(MeetingEventsTest, ACameraThatIsNotThereOrCannotFilmSoIsNotSelected) {
   manager.SelectDevices({{"camera-2", "", 640, 480, 10}, {"ear", "", ""}, {"camera-0", "", ""}});
   manager.SetVideoDevice({"camera-1", "", 63, 480, 10});
   manager.SetVideoDevice({"camera-1", "", 640, -1, 10});
+  manager.SetVideoDevice({"camera-1", "", 3841, 480, 10});
   manager.SetVideoDevice({"camera-1", "", 640, 480, 61});
-  manager.SetVideoDevice({"camera-1", "", 5000, 480, 0});
+  manager.SetVideoDevice({"camera-1", "", 640, 480, 0});
   clock_->pass(0s, manager.engine()->loop());
   EXPECT_THAT(recorder_->takeLines(), IsEmpty());
   VideoFrame frame;
@@ -162,8 +163,8 @@ TEST_F(MeetingEventsTest, ACameraThatIsNotThereOrCannotFilmSoIsNotSelected) {
   for (const auto* const line :
        {"there is no device camera-2\n", "there is no device ear\n",
         "there is no device camera-0\n", "no camera films 63x480 at 10\n",
-        "no camera films 640x-1 at 10\n", "no camera films 640x480 at 61\n",
-        "no camera films 5000x480 at 0\n"}) {
+        "no camera films 640x-1 at 10\n", "no camera films 3841x480 at 10\n",
+        "no camera films 640x480 at 61\n", "no camera films 640x480 at 0\n"}) {
     EXPECT_THAT(log, testing::HasSubstr(line));
   }
 }

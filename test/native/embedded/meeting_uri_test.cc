@@ -145,7 +145,7 @@ INSTANTIATE_TEST_SUITE_P(
                     BadUri{"tessel:a?participants=51", "bad value: participants=51"},
                     BadUri{"tessel:a?size=63x36", "bad value: size=63x36"},
                     BadUri{"tessel:a?size=64x35", "bad value: size=64x35"},
-                    BadUri{"tessel:a?size=4097x36", "bad value: size=4097x36"},
+                    BadUri{"tessel:a?size=1921x36", "bad value: size=1921x36"},
                     BadUri{"tessel:a?size=640", "bad value: size=640"},
                     BadUri{"tessel:a?size=640x360x2", "bad value: size=640x360x2"},
                     BadUri{"tessel:a?fps=0", "bad value: fps=0"},

@@ -78,7 +78,7 @@ napi_value textOrUndefined(Napi::Env env, const char* text) {
 }  // namespace
 
 TesselEventHandler::TesselEventHandler(std::shared_ptr<JavascriptDispatcher> dispatcher,
-                                       std::shared_ptr<StreamManager> /*streamManager*/)
+                                       const std::shared_ptr<StreamManager>& /*streamManager*/)
     : dispatcher_(std::move(dispatcher)) {}
 
 void TesselEventHandler::setEmitter(Napi::Object emitter) {

@@ -32,7 +32,7 @@ class TesselEventHandler : public INotifyCallback {
  public:
   // The stream manager is accepted for the engine's sake and not kept.
   TesselEventHandler(std::shared_ptr<JavascriptDispatcher> dispatcher,
-                     std::shared_ptr<StreamManager> streamManager);
+                     const std::shared_ptr<StreamManager>& streamManager);
 
   // Emits on `emitter` from now on, holding it weakly: JavaScript keeps it alive. Without an
   // emitter, or when it was collected, there are no listeners and events are dropped in silence.
@@ -61,6 +61,7 @@ class TesselEventHandler : public INotifyCallback {
   void NotifyUpdateVOQualityIndex(VSPVoQualityIndex index) override;
 
   // Part of the engine's contract without a slot of their own; deliberately without effect.
+  // NOLINTNEXTLINE(performance-unnecessary-value-param): the engine's contract says by value
   void NotifyMessage(std::string, std::string) {}
   void NotifyPresentationStop() {}
 

@@ -33,6 +33,7 @@ class LentPlanes {
   using Buffers = std::array<napi_value, 3>;  // Y, U, V
 
   LentPlanes() = default;
+  // NOLINTNEXTLINE(bugprone-exception-escape): Node-API does not refuse to give a reference up
   ~LentPlanes() { takeBackAll(); }
   LentPlanes(const LentPlanes&) = delete;
   LentPlanes& operator=(const LentPlanes&) = delete;
@@ -46,6 +47,7 @@ class LentPlanes {
   void takeBackAll();
 
  private:
+  // NOLINTNEXTLINE(bugprone-exception-escape): as above
   struct LentPlane {
     const std::uint8_t* data = nullptr;
     std::uint32_t size = 0;

@@ -52,7 +52,7 @@ class Canvas {
   void write(int x, int y, int scale, std::string_view text, Colour colour);
 
  private:
-  void fillPlane(std::uint8_t* plane, int stride, const Rectangle& area, std::uint8_t value);
+  static void fillPlane(std::uint8_t* plane, int stride, const Rectangle& area, std::uint8_t value);
 
   const int width_;
   const int height_;

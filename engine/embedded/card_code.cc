@@ -48,7 +48,7 @@ std::optional<CardCode> readCode(Size size, const std::uint8_t* yPlane) {
   if (size.width < kSmallestCard.width || size.height < kSmallestCard.height) return std::nullopt;
   const std::size_t side = blockSide(size);
   Bytes bytes = {};
-  for (std::size_t bit = 0; bit < kCodeRows * kCodeColumns; ++bit) {
+  for (std::size_t bit = 0; bit < std::size_t{kCodeRows} * kCodeColumns; ++bit) {
     const std::size_t y = bit / kCodeColumns * side + side / 2;
     const std::size_t x = bit % kCodeColumns * side + side / 2;
     const bool isSet = yPlane[y * size.width + x] >= 126;

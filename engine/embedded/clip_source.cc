@@ -9,9 +9,9 @@ namespace {
 void sample(const std::uint8_t* source, Size from, std::uint8_t* target, Size to) {
   for (std::size_t y = 0; y < to.height; ++y) {
     const std::uint8_t* const row =
-        source + (2 * y + 1) * from.height / (2 * to.height) * from.width;
+        source + (2 * y + 1) * from.height / (std::size_t{2} * to.height) * from.width;
     for (std::size_t x = 0; x < to.width; ++x) {
-      *target++ = row[(2 * x + 1) * from.width / (2 * to.width)];
+      *target++ = row[(2 * x + 1) * from.width / (std::size_t{2} * to.width)];
     }
   }
 }

@@ -18,7 +18,7 @@ std::shared_ptr<const Y4mClip> openClip(const MeetingPlan& plan) {
 
 }  // namespace
 
-Engine::Engine(std::shared_ptr<const Clock> clock, std::shared_ptr<Log> log,
+Engine::Engine(std::shared_ptr<const Clock> clock, const std::shared_ptr<Log>& log,
                std::shared_ptr<FramePool> pool, std::shared_ptr<Configuration> configuration,
                std::shared_ptr<INotifyCallback> callback)
     : parts_{.log = log,

@@ -24,7 +24,7 @@ namespace embedded {
 // and, while it runs, by its own thread.
 class Engine : public std::enable_shared_from_this<Engine> {
  public:
-  Engine(std::shared_ptr<const Clock> clock, std::shared_ptr<Log> log,
+  Engine(std::shared_ptr<const Clock> clock, const std::shared_ptr<Log>& log,
          std::shared_ptr<FramePool> pool, std::shared_ptr<Configuration> configuration,
          std::shared_ptr<INotifyCallback> callback);
   Engine(const Engine&) = delete;

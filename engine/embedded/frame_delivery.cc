@@ -6,8 +6,8 @@
 
 namespace embedded {
 
-FrameDelivery::FrameDelivery(const StreamKey& key, std::shared_ptr<const Log> log)
-    : key_(key), log_(std::move(log)) {}
+FrameDelivery::FrameDelivery(StreamKey key, std::shared_ptr<const Log> log)
+    : key_(std::move(key)), log_(std::move(log)) {}
 
 void FrameDelivery::setReceiver(std::shared_ptr<IFrameRecieveCallback> receiver) {
   std::shared_ptr<QVXCommon::IVideoFrame> forgotten;

@@ -21,7 +21,7 @@ namespace embedded {
 // thread, also from the receiver; no lock is held while the receiver runs.
 class FrameDelivery : public std::enable_shared_from_this<FrameDelivery> {
  public:
-  FrameDelivery(const StreamKey& key, std::shared_ptr<const Log> log);
+  FrameDelivery(StreamKey key, std::shared_ptr<const Log> log);
   FrameDelivery(const FrameDelivery&) = delete;
   FrameDelivery& operator=(const FrameDelivery&) = delete;
 

@@ -65,7 +65,7 @@ class Reader {
         return JsonValue(false);
       case 'n':
         expect("null");
-        return JsonValue();
+        return {};
       default:
         return JsonValue(readNumber());
     }

@@ -215,6 +215,7 @@ TEST_F(DiagnosticLineTest, KeepsTheLinesOfSeveralThreadsWhole) {
     }
   });
   std::vector<std::thread> writers;
+  writers.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) {
     writers.emplace_back([i] {
       const std::string text(kLength, static_cast<char>('a' + i));
@@ -227,7 +228,7 @@ TEST_F(DiagnosticLineTest, KeepsTheLinesOfSeveralThreadsWhole) {
   reader.join();
   close(ends[0]);
 
-  ASSERT_THAT(taken, SizeIs(kThreads * kLinesOfEach * (kLength + 1)));
+  ASSERT_THAT(taken, SizeIs(std::size_t{kThreads} * kLinesOfEach * (kLength + 1)));
   for (std::size_t start = 0; start < taken.size(); start += kLength + 1) {
     EXPECT_EQ(taken.substr(start, kLength + 1), std::string(kLength, taken[start]) + "\n")
         << "at " << start;

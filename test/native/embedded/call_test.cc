@@ -47,7 +47,7 @@ TEST_F(CallTest, FramesHaveTheSizeThatTheUriNames) {
   EXPECT_EQ(frame.uPlane.width, 321U);
   EXPECT_EQ(frame.uPlane.height, 181U);
   EXPECT_EQ(frame.vPlane.data + frame.vPlane.size,
-            frame.frame->frameBuffer() + 641 * 361 + 2 * 321 * 181);
+            frame.frame->frameBuffer() + std::ptrdiff_t{641} * 361 + std::ptrdiff_t{2} * 321 * 181);
   EXPECT_TRUE(codeOf(frame));
 }
 

@@ -9,7 +9,7 @@ namespace {
 
 class ClipSourceTest : public testing::Test {
  protected:
-  std::string draw(ClipSource&& source, std::uint64_t number) {
+  static std::string draw(ClipSource&& source, std::uint64_t number) {
     std::string picture(i420Bytes(source.size()), '?');
     EXPECT_TRUE(source.draw(number, 0, reinterpret_cast<std::uint8_t*>(picture.data())));
     return picture;

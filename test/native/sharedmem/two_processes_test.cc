@@ -18,7 +18,6 @@ using test::ChildProcess;
 using test::Conversation;
 using test::linesWrittenBy;
 using test::objectExists;
-using test::semaphoreCount;
 using test::semaphoreExists;
 using testing::Contains;
 using testing::ElementsAre;

@@ -12,9 +12,9 @@
 
 namespace Utils {
 
-// Runs `work` on the JavaScript thread when the environment ends with this object still alive, which
-// is when a process ends by itself. process.exit() and an error that nobody handles end the process
-// and leave the environment as it is. Used on the JavaScript thread only.
+// Runs `work` on the JavaScript thread when the environment ends with this object still alive,
+// which is when a process ends by itself. process.exit() and an error that nobody handles end the
+// process and leave the environment as it is. Used on the JavaScript thread only.
 class EnvironmentCleanupHook {
  public:
   EnvironmentCleanupHook(Napi::Env env, std::function<void()> work)

@@ -70,12 +70,12 @@ function runNativeTests(environment) {
     { stdio: 'inherit', env: environment },
   );
   if (error) throw error;
-  const cases = existsSync(file)
-    ? (readFileSync(file, 'utf8').match(/<testcase [^>]*>/g) ?? [])
-    : [];
-  const passed = cases.filter((testCase) => testCase.includes(' status="run"')).length;
-  const failed = cases.length - passed;
-  addCounts('native tests', { passed, failed });
+  const report = existsSync(file) ? readFileSync(file, 'utf8') : '';
+  const cases = report.match(/<testcase .*?<\/testcase>/gs) ?? [];
+  const failedCases = cases.filter((testCase) => !/^<[^>]* status="run"/.test(testCase));
+  const failed = failedCases.length;
+  addCounts('native tests', { passed: cases.length - failed, failed });
+  complaints.push(...failedCases);
   if (failed === 0 && status !== 0)
     addFailure('native tests', `ctest ${howItEnded(status, signal)}`);
   else if (cases.length === 0 && !only) addFailure('native tests', 'none was run');

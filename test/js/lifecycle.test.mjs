@@ -731,12 +731,12 @@ test('an engine that fails to shut down makes destroy throw, and the process can
     ]) {
       const child = run(
         ({ construct, engine, say }) => {
-          const wrapper = construct();
+          globalThis.wrapper = construct();
           engine.clearCalls();
           const [operation, failure] = process.argv.slice(1).map(JSON.parse);
           engine.failOperation(operation, failure);
           try {
-            wrapper.destroy();
+            globalThis.wrapper.destroy();
           } catch (error) {
             say(error);
           }

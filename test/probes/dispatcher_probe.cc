@@ -139,11 +139,10 @@ class Dispatcher : public Napi::ObjectWrap<Dispatcher> {
   // posts.
   void startPostingWhenIdle(const Napi::CallbackInfo& info) {
     const pid_t loopThread = gettid();
-    posters_.emplace_back(
-        [dispatcher = dispatcher_, closure = calling(intAt(info, 0)), loopThread] {
-          while (!isAsleep(loopThread)) std::this_thread::yield();
-          dispatcher->async(closure);
-        });
+    posters_.emplace_back([this, dispatcher = dispatcher_, value = intAt(info, 0), loopThread] {
+      while (!isAsleep(loopThread)) std::this_thread::yield();
+      dispatcher->async(calling(value));
+    });
   }
 
   // startSync(value): a thread posts with sync(). Answers with the caller's number.

@@ -40,6 +40,12 @@ function changing(first, second) {
   return withGetter(() => (readings++ === 0 ? first : second));
 }
 
+function revokedProxy() {
+  const { proxy, revoke } = Proxy.revocable([], {});
+  revoke();
+  return proxy;
+}
+
 // ---- The number of arguments
 
 test('as many arguments as are wanted pass, and so do more', () => {
@@ -224,6 +230,14 @@ test('what is no object is looked at as its boxed object', () => {
   assertThrows(() => getAsInt(5, 'X', 'a'), TypeError, 'Missing property a on object X');
 });
 
+test('a revoked proxy is an object that cannot be looked at, and no array', () => {
+  const cannotLook = "Cannot perform 'has' on a proxy that has been revoked";
+  assertThrows(() => getAsInt(revokedProxy(), 'X', 'a'), TypeError, cannotLook);
+  assert.throws(() => getAsArray({ a: revokedProxy() }, 'X', 'a'), {
+    message: 'Wrong type for property a on object X, expected Array',
+  });
+});
+
 test('null and undefined have no properties to look for', () => {
   for (const nothing of [null, undefined]) {
     assertThrows(
@@ -300,12 +314,6 @@ for (const [what, text, expected = text] of [
 }
 
 // ---- What JavaScript throws
-
-function revokedProxy() {
-  const { proxy, revoke } = Proxy.revocable({}, {});
-  revoke();
-  return proxy;
-}
 
 // What the binding layer itself asks of a thrown object must not change what is thrown.
 const THROWN = [

@@ -18,18 +18,24 @@ import {
 } from './records.mjs';
 import * as engine from './scripted_engine.mjs';
 
+const assertNothingAsked = (what) =>
+  assert.deepEqual({ what, calls: engine.takeCalls() }, { what, calls: [] });
+
 // Asserts that `call` throws an error of exactly this class and text and asks nothing of the engine.
 export function assertRefused(call, type, message, what = message) {
   engine.clearCalls();
   assert.throws(
     call,
     (error) => {
-      assert.deepEqual([error.constructor, error.message], [type, message], what);
+      assert.deepEqual(
+        { what, type: error.constructor, message: error.message },
+        { what, type, message },
+      );
       return true;
     },
     what,
   );
-  assert.deepEqual(engine.takeCalls(), [], what);
+  assertNothingAsked(what);
 }
 
 // Asserts that `call` throws `thrown` itself and asks nothing of the engine.
@@ -42,7 +48,7 @@ export function assertPassesOn(call, thrown, what) {
     caught = error;
   }
   assert.equal(caught, thrown, what);
-  assert.deepEqual(engine.takeCalls(), [], what);
+  assertNothingAsked(what);
 }
 
 // Asserts that `call` returns undefined and makes exactly these calls, { operation, args } each, on

@@ -85,6 +85,11 @@ test('a call without arguments has no stream', () => {
   );
 });
 
+const UNKNOWN_TYPES = [
+  ...['', 'local', 'remote', 'content'].flatMap((type) => [` ${type}`, `${type} `, `${type}\0`]),
+  ...['Local', 'REMOTE', 'loca', 'emote', 'unknown', '1'],
+];
+
 for (const [method, call] of WITH_STREAM) {
   test(`${method} refuses a stream that is no object`, () => {
     for (const stream of [undefined, null, 1, 'remote', true, 1n, Symbol('remote')]) {
@@ -123,7 +128,7 @@ for (const [method, call] of WITH_STREAM) {
   });
 
   test(`${method} refuses an unknown type`, () => {
-    for (const type of ['Local', 'REMOTE', '', ' local', 'content ', 'local\0', 'unknown', '1']) {
+    for (const type of ['', ...UNKNOWN_TYPES]) {
       assertRefused(
         () => call({ type, streamIndex: 0 }),
         Error,

@@ -160,13 +160,12 @@ TEST_F(StreamManagerTest, HoldsTheEngineForAsLongAsItLives) {
 TEST_F(StreamManagerTest, ReleasesTheRetainedFramesAndThenTheEngine) {
   std::vector<std::string> released;
   struct Noting {
+    Noting(std::vector<std::string>* log, std::string what) : log(log), what(std::move(what)) {}
     ~Noting() { log->push_back(what); }
     std::vector<std::string>* log;
     std::string what;
   };
-  const auto noting = [&](const char* what) {
-    return std::shared_ptr<Noting>(new Noting{&released, what});
-  };
+  const auto noting = [&](const char* what) { return std::make_shared<Noting>(&released, what); };
   const auto pictureNoting = [&](const char* what) {
     static FakePicture picture;
     return std::shared_ptr<QVXCommon::IVideoFrame>(noting(what), &picture);

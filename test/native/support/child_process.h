@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <functional>
 
 namespace test {
 
@@ -37,8 +38,7 @@ class Conversation {
 class ChildProcess {
  public:
   // `body` gets the child's side of the conversation.
-  template <typename Body>
-  explicit ChildProcess(Body&& body) {
+  explicit ChildProcess(const std::function<void(const Conversation& parent)>& body) {
     int toChild[2];
     int toParent[2];
     if (pipe(toChild) != 0 || pipe(toParent) != 0) ADD_FAILURE() << "no pipes";

@@ -35,7 +35,7 @@ class JoinWitness final : public INotifyCallback {
   void NotifyContentReceiveStatus(bool, std::string) override {}
   void NotifyCallDisconnect(int, std::string reason, int) override {
     std::fprintf(stderr, "%s\n", reason.c_str());
-    std::exit(EXIT_FAILURE);
+    std::_Exit(EXIT_FAILURE);
   }
   void NotifyMediaMuteState(MediaType, bool) override {}
   void NotifyMicLevel(unsigned int) override {}
@@ -85,7 +85,7 @@ void measure(int participants, const std::string& size, Seconds length) {
   const double processorStart = processorSeconds();
   const std::uint64_t framesStart = lastFrames();
   std::this_thread::sleep_for(length);
-  const double frames = static_cast<double>(lastFrames() - framesStart);
+  const auto frames = static_cast<double>(lastFrames() - framesStart);
   const double processor = processorSeconds() - processorStart;
   const Seconds real = std::chrono::steady_clock::now() - start;
   std::printf("%2d streams %9s @30: %5.1f %% of a core, %7.1f frames/s of %d, %5.1f us a frame\n",

@@ -97,6 +97,7 @@ void benchLock(std::FILE* out) {
   SharedMemoryAllocator allocator(info);
   constexpr int kLocks = 10'000;
   std::vector<double> rounds;
+  rounds.reserve(kRounds);
   for (int round = 0; round < kRounds; ++round) {
     rounds.push_back(nanosecondsOf([&] {
       for (int i = 0; i < kLocks; ++i) {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <thread>
+#include <utility>
 
 #include "base/mutex.h"
 #include "tesselclient/tesselclient.h"
@@ -80,7 +81,7 @@ inline constexpr std::uint64_t kMostFrameMemory = 64U << 20U;
 // thread; see SetFrameReceiver in the interface for what a receiver may rely on.
 class Stream {
  public:
-  explicit Stream(const StreamKey& key) : key_(key) {}
+  explicit Stream(StreamKey key) : key_(std::move(key)) {}
   // stopPushing() has been called.
   ~Stream() = default;
   Stream(const Stream&) = delete;

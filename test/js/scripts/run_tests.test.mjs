@@ -22,6 +22,20 @@ const CASES = [
     closing: '2 passed, 2 failed',
   },
   {
+    name: 'shows at the end what each failed native test wrote',
+    native: ['run', 'fail'],
+    closing: '3 passed, 1 failed',
+    shown: 'name="1" status="fail">\nit says fail\n',
+    hidden: 'it says run',
+  },
+  {
+    name: 'shows at the end why each failed test of a file did',
+    file: `import { test } from 'node:test';
+      test('a', () => {}); test('b', () => { throw new Error('no ' + 'reason'); });`,
+    closing: '2 passed, 1 failed',
+    shown: '\ntest/js/folder/some.test.mjs: 1 failed or skipped\nb: Error: no reason\n',
+  },
+  {
     name: 'counts the tests of a suite and not the suite',
     file: "import { describe, test } from 'node:test'; describe('a', () => test('b', () => {}));",
     closing: '2 passed, 0 failed',
@@ -142,7 +156,9 @@ function runInSmallTree({ native = ['run'], ctestStatus = 0, file = PASSING_FILE
     cpSync('scripts', path.join(tree, 'scripts'), { recursive: true });
     if (file !== null) write('test/js/folder/some.test.mjs', file);
     if (native !== null) {
-      const cases = native.map((status) => `<testcase name="A" status="${status}">`);
+      const cases = native.map(
+        (status, i) => `<testcase name="${i}" status="${status}">\nit says ${status}\n</testcase>`,
+      );
       write('native.xml', cases.join('\n'));
     }
     // The file for the results follows `--output-junit`.
@@ -175,11 +191,12 @@ function runInSmallTree({ native = ['run'], ctestStatus = 0, file = PASSING_FILE
   }
 }
 
-for (const { name, closing, shown = '', ...tree } of CASES) {
+for (const { name, closing, shown = '', hidden, ...tree } of CASES) {
   test(`the test runner ${name}`, () => {
     const { stdout, status } = runInSmallTree(tree);
     assert.strictEqual(stdout.trimEnd().split('\n').at(-1), closing);
     assert.strictEqual(status, closing.endsWith(' 0 failed') ? 0 : 1);
-    assert.ok(stdout.includes(shown));
+    assert.ok(stdout.includes(shown), stdout);
+    if (hidden) assert.ok(!stdout.includes(hidden), stdout);
   });
 }

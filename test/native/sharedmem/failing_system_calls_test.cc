@@ -21,7 +21,6 @@ using test::withoutAddresses;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 using testing::StartsWith;
 
 constexpr std::uint32_t kSize = 10'000;

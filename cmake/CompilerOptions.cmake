@@ -22,13 +22,15 @@ endif()
 if(TESSEL_SANITIZERS)
   add_compile_options(-fsanitize=${TESSEL_SANITIZERS} -fno-omit-frame-pointer
                       -fno-sanitize-recover=undefined)
-  # What a sanitizer adds to the code makes gcc see uninitialised variables where there are none.
-  add_compile_options(-Wno-maybe-uninitialized)
   add_link_options(-fsanitize=${TESSEL_SANITIZERS})
-  if(TESSEL_SANITIZERS MATCHES undefined)
-    # As shared libraries the two runtimes share a symbol through which this one's `log_path` ends
-    # up in the other: its reports would then be lost with the output of the process.
-    add_link_options(-static-libubsan -Wl,--exclude-libs,libubsan.a)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # What a sanitizer adds to the code makes gcc see uninitialised variables where there are none.
+    add_compile_options(-Wno-maybe-uninitialized)
+    if(TESSEL_SANITIZERS MATCHES undefined)
+      # As shared libraries the two runtimes share a symbol through which this one's `log_path` ends
+      # up in the other: its reports would then be lost with the output of the process.
+      add_link_options(-static-libubsan -Wl,--exclude-libs,libubsan.a)
+    endif()
   endif()
 endif()
 

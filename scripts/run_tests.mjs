@@ -87,7 +87,7 @@ function testFiles() {
       : [];
   return below('test/js')
     .filter((file) => file.endsWith('.test.mjs'))
-    .concat(below('test/canary').filter((file) => file.endsWith(`${preset}.test.mjs`)))
+    .concat(below('test').filter((file) => file.endsWith(`/${preset}.test.mjs`)))
     .filter((file) => file.includes(only))
     .sort();
 }

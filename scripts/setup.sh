@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# scripts/setup.sh PRESET [--for start|test|bench|lint]
+# scripts/setup.sh PRESET [--for start|test|bench|lint|fuzz]
 #
 # Brings a fresh clone, or one that changed, to the point where PRESET is built: checks the tools
 # (and installs what is missing with apt-get when root), fetches the npm packages, configures and
 # builds. It does only what is not done yet. What is asked of the machine depends on the purpose
-# ("test" unless another is named): `npm start` needs neither a test framework nor ffmpeg. For
-# "lint" it stops before the build, which is the check itself.
+# ("test" unless another is named): `npm start` needs neither a test framework nor ffmpeg, and "fuzz"
+# builds the fuzzers alone. For "lint" it stops before the build, which is the check itself.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -15,7 +15,9 @@ fail() {
   exit 1
 }
 
-usage="usage: scripts/setup.sh release|debug|asan|tsan|tidy [--for start|test|bench|lint]"
+presets='release|debug|asan|tsan|clang|coverage|fuzz|tidy'
+purposes='start|test|bench|lint|fuzz'
+usage="usage: scripts/setup.sh $presets [--for $purposes]"
 preset=${1:-}
 purpose='test'
 case $# in
@@ -23,8 +25,8 @@ case $# in
   3) [[ $2 == --for ]] || fail "$usage"; purpose=$3 ;;
   *) fail "$usage" ;;
 esac
-[[ $preset =~ ^(release|debug|asan|tsan|tidy)$ ]] || fail "$usage"
-[[ $purpose =~ ^(start|test|bench|lint)$ ]] || fail "$usage"
+[[ $preset =~ ^($presets)$ ]] || fail "$usage"
+[[ $purpose =~ ^($purposes)$ ]] || fail "$usage"
 
 build=build/$preset
 log=build/setup-$preset.log
@@ -46,6 +48,9 @@ has_header() {
 }
 # A library that comes with the compiler is printed with its path, an unknown one without.
 has_runtime() { has_command g++ && [[ $(g++ -print-file-name="$1") == */* ]]; }
+has_fuzzer_runtime() {
+  has_command clang++ && [[ -e $(clang++ -print-file-name=libclang_rt.fuzzer-x86_64.a) ]]
+}
 # has_version COMMAND MINIMUM: the command exists and the first version it prints is high enough.
 has_version() {
   local version
@@ -60,7 +65,11 @@ missing_packages() {
   need cmake has_version cmake 3.25
   need ninja-build has_command ninja
   need g++ has_version g++ 12
-  [[ $purpose == start ]] && return
+  case $preset in
+    clang | fuzz | tidy) need clang has_command clang++ ;;
+  esac
+  [[ $preset == fuzz ]] && need libclang-rt-dev has_fuzzer_runtime
+  [[ $purpose == start || $purpose == fuzz ]] && return
   need libgtest-dev has_header gtest/gtest.h
   need libgmock-dev has_header gmock/gmock.h
   case $purpose in
@@ -70,10 +79,8 @@ missing_packages() {
   case $preset in
     asan) need g++ has_runtime libasan.so ;;
     tsan) need g++ has_runtime libtsan.so ;;
-    tidy)
-      need clang has_command clang++
-      need clang-tidy has_command clang-tidy
-      ;;
+    coverage) need gcovr has_command gcovr ;;
+    tidy) need clang-tidy has_command clang-tidy ;;
   esac
   if [[ $purpose == lint ]]; then
     need clang-format has_command clang-format
@@ -137,7 +144,10 @@ configure() {
 
 build() {
   local targets=()
-  [[ $purpose == start ]] && targets=(--target tesselWrapper)
+  case $purpose in
+    start) targets=(--target tesselWrapper) ;;
+    fuzz) targets=(--target frame_segment_fuzzer stream_table_fuzzer) ;;
+  esac
   logged cmake --build --preset "$preset" "${targets[@]}"
 }
 

@@ -160,7 +160,7 @@ TEST_F(StreamManagerTest, HoldsTheEngineForAsLongAsItLives) {
 TEST_F(StreamManagerTest, ReleasesTheRetainedFramesAndThenTheEngine) {
   std::vector<std::string> released;
   struct Noting {
-    Noting(std::vector<std::string>* log, std::string what) : log(log), what(std::move(what)) {}
+    Noting(std::vector<std::string>* list, std::string name) : log(list), what(std::move(name)) {}
     ~Noting() { log->push_back(what); }
     std::vector<std::string>* log;
     std::string what;

@@ -1,0 +1,74 @@
+// A shared-memory object as a hostile process writes it: any bytes, under any name.
+
+#ifndef TEST_FUZZ_RAW_SEGMENT_H_
+#define TEST_FUZZ_RAW_SEGMENT_H_
+
+#include <fcntl.h>
+#include <semaphore.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "sharedmem/shared_memory_info.h"
+
+namespace fuzz {
+
+// Stops the fuzzer with the input that led here when something that must hold does not.
+inline void require(bool holds) {
+  if (!holds) std::abort();
+}
+
+// An object of `size` zero bytes and a free semaphore, for as long as it lives. Whoever opens the
+// pair removes the names when it goes; makeNamesAgain() brings them back.
+class RawSegment {
+ public:
+  RawSegment(const std::string& suffix, std::uint32_t size)
+      : info_{.shmName = "/tessel_fuzz_" + std::to_string(getpid()) + suffix,
+              .semName = "/tessel_fuzz_" + std::to_string(getpid()) + suffix,
+              .size = size} {
+    makeNamesAgain();
+  }
+  ~RawSegment() {
+    shm_unlink(info_.shmName.c_str());
+    sem_unlink(info_.semName.c_str());
+    munmap(bytes_, info_.size);
+  }
+  RawSegment(const RawSegment&) = delete;
+  RawSegment& operator=(const RawSegment&) = delete;
+
+  // What opens the pair.
+  const SharedMemoryInfo& info() const { return info_; }
+  std::uint8_t* bytes() const { return bytes_; }
+
+  void makeNamesAgain() {
+    if (bytes_ != nullptr) munmap(bytes_, info_.size);
+    const int fd = shm_open(info_.shmName.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
+    require(fd >= 0 && ftruncate(fd, static_cast<off_t>(info_.size)) == 0);
+    void* const mapped = mmap(nullptr, info_.size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    require(mapped != MAP_FAILED);
+    bytes_ = static_cast<std::uint8_t*>(mapped);
+    close(fd);
+    sem_unlink(info_.semName.c_str());
+    sem_t* const semaphore = sem_open(info_.semName.c_str(), O_CREAT | O_EXCL, 0600, 1);
+    require(semaphore != SEM_FAILED);
+    sem_close(semaphore);
+  }
+
+  // Puts at most `space` bytes of an input at an offset.
+  void put(std::size_t offset, const std::uint8_t* data, std::size_t size, std::size_t space) {
+    std::copy_n(data, std::min(size, space), bytes_ + offset);
+  }
+
+ private:
+  const SharedMemoryInfo info_;
+  std::uint8_t* bytes_ = nullptr;
+};
+
+}  // namespace fuzz
+
+#endif  // TEST_FUZZ_RAW_SEGMENT_H_

@@ -7,8 +7,6 @@
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <set>
-#include <string>
 #include <vector>
 
 #include "frames/frame_objects.h"
@@ -18,6 +16,7 @@
 #include "napi/arguments.h"
 #include "napi/status.h"
 #include "napi/values.h"
+#include "test/native/support/idle_engine.h"
 
 namespace {
 
@@ -74,40 +73,9 @@ class Pictures : public IFrameManager {
 };
 
 // An engine of one stream, of which nothing but its frames is asked.
-class Engine : public TSLM::TSLMManager {
+class Engine : public test::IdleEngine {
  public:
   std::shared_ptr<IFrameManager> GetFrameManager(const StreamKey&) override { return pictures_; }
-
-  void RegisterNotifyCallback(std::shared_ptr<INotifyCallback>) override {}
-  void Initialize() override {}
-  void DeInitialize() override {}
-  void ConnectCall(const tsl::ConnectParams&) override {}
-  void DisconnectCall() override {}
-  void MuteLocalVideo(bool) override {}
-  void MuteLocalAudio(bool) override {}
-  void SetRemoteAudioMute(bool) override {}
-  void EnableCameraCapture(bool) override {}
-  void SetAudioDebug(bool) override {}
-  void UpdateMediaStreamState(const tsl::MediaStreamState&) override {}
-  void SetAudioInDevice(const tsl::AudioInDevice&) override {}
-  void SetAudioOutDevice(const tsl::AudioOutDevice&) override {}
-  void SetVideoDevice(const tsl::VideoDevice&) override {}
-  void SelectDevices(const tsl::DeviceSelectionParams&) override {}
-  void SendAudioDeviceStats(const tsl::AudioDeviceStats&) override {}
-  void StartPresentation(const tsl::ContentShareParams&) override {}
-  void StopPresentation() override {}
-  void RequestContentShareToken() override {}
-  void ReleaseContentShareToken() override {}
-  std::vector<tsl::ScreenMonitor> GetScreenMonitorDetails() override { return {}; }
-  void UpdateVideoStreamsState(std::vector<tsl::VideoStreamInfo>&,
-                               std::vector<std::vector<tsl::VideoStreamConstraints>>&) override {}
-  void ConfigureMeetingStats(bool, unsigned short) override {}
-  void GetMeetingStats(tsl::MeetingStats&) const override {}
-  std::set<std::string> GetRequiredMeetingAttributes() override { return {}; }
-  std::shared_ptr<ConfigData> GetConfigDataPtr() override { return nullptr; }
-  void RegisterEvent(const std::string&, unsigned int, const std::string&,
-                     const std::string&) override {}
-  void UnregisterEvent(const std::string&) override {}
 
  private:
   std::shared_ptr<Pictures> pictures_ = std::make_shared<Pictures>();

@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
 # scripts/coverage.sh [DIRECTORY...]
 #
-# Runs the native tests and prints which lines and branches of the directories (those without
-# JavaScript and those between the threads, unless others are named) they reach. The details of
-# each file are in build/coverage/report.
+# Runs all tests and prints which lines and branches of the directories they reach: of sharedmem,
+# frames and events unless others are named. build/coverage/report shows every line.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -23,6 +22,8 @@ mkdir -p build/coverage/report
 filters=()
 for directory in "${directories[@]}"; do filters+=(--filter "$directory/"); done
 # A call that may throw has a branch for the exception, which is the compiler's and not the code's.
-gcovr --root . --exclude-throw-branches --exclude-unreachable-branches "${filters[@]}" \
-  --html-details build/coverage/report/index.html --print-summary \
-  --txt - --txt-metric "${COVERAGE_METRIC:-line}" build/coverage
+gcovr --exclude-throw-branches --exclude-unreachable-branches "${filters[@]}" \
+  --json build/coverage/coverage.json --html-details build/coverage/report/index.html build/coverage
+report() { gcovr --add-tracefile build/coverage/coverage.json "$@"; }
+report --txt
+report --txt --branches --print-summary

@@ -23,11 +23,18 @@ Napi::Value getProperty(Napi::Env env, Napi::Value object, const char* name) {
   return {env, result};
 }
 
+// What has no properties, null and undefined, throws as it does for an element of an array.
+Napi::Value toObject(Napi::Env env, Napi::Value value) {
+  napi_value result = nullptr;
+  Utils::checkStatus(env, napi_coerce_to_object(env, value, &result));
+  return {env, result};
+}
+
 // An own property that must be an array.
 Napi::Value ownArray(Napi::Env env, Napi::Object object, const char* name, const char* missingText,
                      const char* notAnArrayText) {
   if (!hasOwn(env, object, name)) throw Napi::TypeError::New(env, missingText);
-  const Napi::Value value = getProperty(env, object, name);
+  const Napi::Value value = toObject(env, getProperty(env, object, name));
   if (!value.IsArray()) throw Napi::TypeError::New(env, notAnArrayText);
   return value;
 }

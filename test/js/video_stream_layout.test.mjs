@@ -371,7 +371,14 @@ for (const { name, missing, noArray } of ARRAYS) {
 
   test(`a state whose ${name} is no array is refused`, () => {
     for (const wrong of WRONG_VALUES.Array) {
+      if (wrong === null || wrong === undefined) continue;
       assertStateRefused({ ...state(), [name]: wrong }, TypeError, noArray);
+    }
+  });
+
+  test(`a state whose ${name} is null or undefined fails as an element that is`, () => {
+    for (const wrong of [null, undefined]) {
+      assertStateRefused({ ...state(), [name]: wrong }, TypeError, NO_OBJECT);
     }
   });
 

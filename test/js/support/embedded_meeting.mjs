@@ -1,6 +1,7 @@
 // Meetings on the embedded engine for JavaScript tests.
 
 import { EventEmitter, once } from 'node:events';
+import { readFileSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import path from 'node:path';
 import { setImmediate } from 'node:timers/promises';
@@ -15,7 +16,12 @@ export const { TesselWrapper, TesselWrapperProxy } = require(
   path.join(build, 'tesselWrapper.node'),
 );
 
-const EVENTS = [
+export const LOCAL = { type: 'local', streamIndex: 0 };
+export const CONTENT = { type: 'content', streamIndex: 0 };
+export const remote = (streamIndex) => ({ type: 'remote', streamIndex });
+
+// The names of all events.
+export const EVENTS = [
   'streamAdded',
   'streamRemoved',
   'streamUpdated',
@@ -32,24 +38,37 @@ const EVENTS = [
   'vspUpdateVOQI',
 ];
 
+// `wrapper` for tests: the names of the methods that they call are added to `called`.
+function noting(wrapper, called) {
+  return new Proxy(wrapper, {
+    get(target, name) {
+      called.add(name);
+      return (...args) => target[name](...args);
+    },
+  });
+}
+
 // One wrapper with its emitter and everything that it emitted; destroyed when the test ends.
 export class Meeting {
-  constructor(test, { logPrefix = 'test' } = {}) {
+  constructor(test, { logPrefix = 'test', configPath = '' } = {}) {
     this.logPath = temporaryDirectory(test);
+    this.logFile = path.join(this.logPath, `${logPrefix}tesselclient.log`);
     this.emitter = new EventEmitter();
     TesselWrapper._internal_setEmitterFactory(() => this.emitter);
-    this.wrapper = new TesselWrapper({
+    const wrapper = new TesselWrapper({
       appVersion: '1',
-      configPath: '',
+      configPath,
       logPath: this.logPath,
       logPrefix,
       userAgent: 'test',
     });
+    this.called = new Set(); // the names of the wrapper's methods that were called
+    this.wrapper = noting(wrapper, this.called);
     this.events = []; // [name, payload] in order
     for (const name of EVENTS) {
       this.emitter.on(name, (payload) => this.events.push([name, payload]));
     }
-    test.after(() => this.wrapper.destroy());
+    test.after(() => wrapper.destroy());
   }
 
   // The payloads of one event so far.
@@ -64,6 +83,25 @@ export class Meeting {
       if (found !== undefined) return found;
       await once(this.emitter, name);
     }
+  }
+
+  // Forgets what was emitted so far.
+  forget() {
+    this.events.length = 0;
+  }
+
+  // Settles with the first answer of `look` that is neither false nor the like.
+  async until(look) {
+    for (;;) {
+      const answer = look();
+      if (answer) return answer;
+      await setImmediate();
+    }
+  }
+
+  // What the engine's log says so far.
+  log() {
+    return readFileSync(this.logFile, 'utf8');
   }
 
   connect(uri, overrides = {}) {
@@ -89,5 +127,24 @@ export class Meeting {
       if (!frame.noUpdate) return frame;
       await setImmediate();
     }
+  }
+
+  // The first fresh frame of `stream` that `matches`.
+  async frameWhere(stream, matches) {
+    let frame = await this.nextFrame(stream);
+    while (!matches(frame)) frame = await this.nextFrame(stream, frame.frameId);
+    return frame;
+  }
+
+  // Settles when the sender of `stream` has gone on for `count` pictures.
+  async passes(stream, count) {
+    const { frameId: first } = await this.nextFrame(stream);
+    await this.frameWhere(stream, ({ frameId }) => frameId >= first + count);
+  }
+
+  // Whether `stream` is to be cleared.
+  showsNothing(stream) {
+    const { noUpdate, clearFrame } = this.wrapper.getFrame(stream, 0);
+    return noUpdate && clearFrame;
   }
 }

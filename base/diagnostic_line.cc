@@ -55,7 +55,7 @@ DiagnosticLine& DiagnosticLine::text(std::string_view text) {
 }
 
 DiagnosticLine& DiagnosticLine::integer(std::int32_t value) {
-  if (!baseIsHexadecimal) return dec(value);
+  if (!isHexadecimal_.value_or(baseIsHexadecimal)) return dec(value);
   text_ += inHexadecimal(static_cast<std::uint32_t>(value));
   return *this;
 }
@@ -66,13 +66,13 @@ DiagnosticLine& DiagnosticLine::address(const void* pointer) {
   return *this;
 }
 
-DiagnosticLine& DiagnosticLine::hexadecimal() {
-  baseIsHexadecimal = true;
-  return *this;
-}
+DiagnosticLine& DiagnosticLine::hexadecimal() { return switchBase(true); }
 
-DiagnosticLine& DiagnosticLine::decimal() {
-  baseIsHexadecimal = false;
+DiagnosticLine& DiagnosticLine::decimal() { return switchBase(false); }
+
+DiagnosticLine& DiagnosticLine::switchBase(bool isHexadecimal) {
+  isHexadecimal_ = isHexadecimal;
+  baseIsHexadecimal = isHexadecimal;
   return *this;
 }
 

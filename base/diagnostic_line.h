@@ -5,6 +5,7 @@
 
 #include <concepts>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -17,7 +18,8 @@ namespace base {
 //
 // A process-wide integer base says how integers print whose base the call does not fix. It starts
 // as decimal; hexadecimal() and decimal() switch it for all later lines, on purpose: a reader of
-// the output can rely on the same base as in a stream that was switched and not switched back.
+// the output can rely on the same base as in a stream that was switched and not switched back. A
+// line that has switched it goes on in its own base, whatever other threads do.
 class DiagnosticLine {
  public:
   DiagnosticLine() = default;
@@ -42,7 +44,10 @@ class DiagnosticLine {
   DiagnosticLine& decimal();
 
  private:
+  DiagnosticLine& switchBase(bool isHexadecimal);
+
   std::string text_;
+  std::optional<bool> isHexadecimal_;  // empty until this line switches the base
 };
 
 }  // namespace base

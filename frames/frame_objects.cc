@@ -1,6 +1,7 @@
 #include "frames/frame_objects.h"
 
 #include <array>
+#include <utility>
 
 #include "napi/status.h"
 #include "napi/values.h"
@@ -78,10 +79,11 @@ Napi::Object FrameObjects::initNullFrame() const {
 }
 
 Napi::Object FrameObjects::initFrame(const StreamKey& key, const VideoFrame& frame,
+                                     std::shared_ptr<const void> memory,
                                      LentPlanes& lentPlanes) const {
   if (frame.noUpdate) return initHeader(frame);
   const Napi::Env env = makePicture_.Env();
-  const LentPlanes::Buffers buffers = lentPlanes.lend(env, key, frame);
+  const LentPlanes::Buffers buffers = lentPlanes.lend(env, key, frame, std::move(memory));
   std::array<napi_value, 20> arguments = {
       toJavascript(env, frame.clearFrame), frameIdOf(env, frame), toJavascript(env, frame.csrc),
       toJavascript(env, frame.width), toJavascript(env, frame.height)};

@@ -5,6 +5,8 @@
 
 #include <napi.h>
 
+#include <memory>
+
 #include "frames/lent_planes.h"
 #include "tesselclient/types.h"
 #include "tesselclient/video_frame.h"
@@ -23,9 +25,9 @@ class FrameObjects {
   explicit FrameObjects(Napi::Env env);
 
   // A frame without a picture (noUpdate) has the first four properties and no others. The planes of
-  // one with a picture are lent through `lentPlanes`.
+  // one with a picture, in memory that `memory` owns, are lent through `lentPlanes`.
   Napi::Object initFrame(const StreamKey& key, const VideoFrame& frame,
-                         LentPlanes& lentPlanes) const;
+                         std::shared_ptr<const void> memory, LentPlanes& lentPlanes) const;
 
   // The frame of a stream that cannot be found: noUpdate true, clearFrame false, frameId 0, csrc 0.
   Napi::Object initNullFrame() const;

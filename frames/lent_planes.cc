@@ -39,14 +39,15 @@ bool isDetached(napi_env env, napi_value buffer) {
 }
 
 // Keeps memory until the process ends.
-void keepForGood(std::shared_ptr<QVXCommon::IVideoFrame> memory) {
-  static auto& kept = *new std::vector<std::shared_ptr<QVXCommon::IVideoFrame>>;
+void keepForGood(std::shared_ptr<const void> memory) {
+  static auto& kept = *new std::vector<std::shared_ptr<const void>>;
   kept.push_back(std::move(memory));
 }
 
 }  // namespace
 
-LentPlanes::Buffers LentPlanes::lend(Napi::Env env, const StreamKey& key, const VideoFrame& frame) {
+LentPlanes::Buffers LentPlanes::lend(Napi::Env env, const StreamKey& key, const VideoFrame& frame,
+                                     std::shared_ptr<const void> memory) {
   const std::array planes = {frame.yPlane, frame.uPlane, frame.vPlane};
   Loan& loan = loans_[key];
   Buffers buffers = {};
@@ -55,7 +56,7 @@ LentPlanes::Buffers LentPlanes::lend(Napi::Env env, const StreamKey& key, const 
     return buffers;
   }
   takeBack(loan);
-  loan.memory = frame.frame;
+  loan.memory = std::move(memory);
   for (std::size_t i = 0; i < buffers.size(); ++i) {
     const auto [buffer, isOverPlane] = bufferOf(env, planes[i]);
     buffers[i] = buffer;

@@ -38,10 +38,12 @@ class LentPlanes {
   LentPlanes(const LentPlanes&) = delete;
   LentPlanes& operator=(const LentPlanes&) = delete;
 
-  // Buffers over the planes of `frame`, and a share of its memory for as long as they are lent.
+  // Buffers over the planes of `frame`, and a share of what owns their memory for as long as they
+  // are lent.
   // What is lent for the stream already serves again if it is the same memory, and is taken back
   // otherwise or when JavaScript has detached it. A null plane is an empty buffer.
-  Buffers lend(Napi::Env env, const StreamKey& key, const VideoFrame& frame);
+  Buffers lend(Napi::Env env, const StreamKey& key, const VideoFrame& frame,
+               std::shared_ptr<const void> memory);
 
   void takeBack(const StreamKey& key);
   void takeBackAll();
@@ -56,7 +58,7 @@ class LentPlanes {
   };
   struct Loan {
     std::array<LentPlane, 3> planes;  // Y, U, V
-    std::shared_ptr<QVXCommon::IVideoFrame> memory;
+    std::shared_ptr<const void> memory;
   };
 
   // Whether `lent` is a buffer over `plane` that JavaScript has not detached.

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <utility>
 #include <vector>
 
 #include "base/diagnostic_line.h"
@@ -52,12 +53,12 @@ Napi::Object TesselWrapperProxy::Init(Napi::Env env, Napi::Object exports) {
 TesselWrapperProxy::TesselWrapperProxy(const Napi::CallbackInfo& info)
     : Napi::ObjectWrap<TesselWrapperProxy>(info),
       frameObjects(requireMain(info.Env())),
-      cleanupHook(info.Env(), [this] { release(); }) {
+      cleanupHook(info.Env(), [this] { end(); }) {
   const SharedMemoryKey key = readKey(info);
   base::DiagnosticLine("TesselWrapperProxy::TesselWrapperProxy Params shm_name: ")
-      .text(key.shmName)
+      .text(key.shmName.c_str())
       .text(", sem_name: ")
-      .text(key.semName);
+      .text(key.semName.c_str());
   manager = SharedMemoryManager::CreateSharedMemoryManagerWithKey(key);
   base::DiagnosticLine("TesselWrapperProxy: Pid:")
       .dec(getpid())
@@ -66,65 +67,68 @@ TesselWrapperProxy::TesselWrapperProxy(const Napi::CallbackInfo& info)
       .address(this);
 }
 
-TesselWrapperProxy::~TesselWrapperProxy() {
+TesselWrapperProxy::~TesselWrapperProxy() { end(); }
+
+void TesselWrapperProxy::end() {
+  if (std::exchange(hasEnded, true)) return;
   base::DiagnosticLine("~TesselWrapperProxy: Pid:")
       .integer(getpid())
       .text(", obj:")
       .hexadecimal()
       .address(this);
-  release();
-}
-
-void TesselWrapperProxy::release() {
   lentPlanes.takeBackAll();
   manager.reset();
 }
 
-std::shared_ptr<SharedMemoryVideoFrameSource> TesselWrapperProxy::findSource(const char* method,
-                                                                             const StreamKey& key) {
+std::shared_ptr<SharedMemoryVideoFrameSource> TesselWrapperProxy::findSource(const StreamKey& key) {
   auto source = manager->getVideoFrameSource(key);
-  if (!source) {
-    // The look-up may have unmapped what was lent.
-    lentPlanes.takeBack(key);
-    base::DiagnosticLine(method).text(": shared memory video frame not found");
-  }
+  // A frame of a stream that has just been dropped is over. One of a stream that is only out of
+  // reach, because another process keeps the main segment locked, goes on being read.
+  if (!source && !manager->holdsVideoFrameSource(key)) lentPlanes.takeBack(key);
   return source;
 }
 
-Napi::Value TesselWrapperProxy::readFrame(SharedMemoryVideoFrameSource& source,
-                                          const StreamKey& key, std::int64_t lastFrameId) {
+Napi::Value TesselWrapperProxy::readFrame(
+    const std::shared_ptr<SharedMemoryVideoFrameSource>& source, const StreamKey& key,
+    std::int64_t lastFrameId) {
   // What stays as it is when the segment cannot be locked: a null frame.
   VideoFrame frame;
   frame.noUpdate = true;
-  source.getVideoFrame(frame, static_cast<std::uint64_t>(lastFrameId));
+  const bool isLocked = source->getVideoFrame(frame, static_cast<std::uint64_t>(lastFrameId));
   try {
-    return frameObjects.initFrame(key, frame, lentPlanes);
+    return frameObjects.initFrame(key, frame, source, lentPlanes);
   } catch (...) {
     lentPlanes.takeBack(key);
-    source.releaseVideoFrame();
+    if (isLocked) source->releaseVideoFrame();
     throw;
   }
 }
 
+Napi::Value TesselWrapperProxy::answerNotFound(const char* method) {
+  base::DiagnosticLine(method).text(": shared memory video frame not found");
+  return frameObjects.initNullFrame();
+}
+
 Napi::Value TesselWrapperProxy::getFrame(const Napi::CallbackInfo& info) {
   const StreamKey key = Utils::getStreamInfo(info);
-  const auto source = findSource("getFrame", key);
-  if (!source) return frameObjects.initNullFrame();
-  return readFrame(*source, key, Utils::toInt64(info[1]));
+  const auto source = findSource(key);
+  if (!source) return answerNotFound("getFrame");
+  return readFrame(source, key, Utils::toInt64(info[1]));
 }
 
 Napi::Value TesselWrapperProxy::getLastFrame(const Napi::CallbackInfo& info) {
   const StreamKey key = Utils::getStreamInfo(info);
-  const auto source = findSource("getLastFrame", key);
-  if (!source) return frameObjects.initNullFrame();
-  return readFrame(*source, key, 0);
+  const auto source = findSource(key);
+  if (!source) return answerNotFound("getLastFrame");
+  return readFrame(source, key, 0);
 }
 
 void TesselWrapperProxy::releaseFrame(const Napi::CallbackInfo& info) {
   const StreamKey key = Utils::getStreamInfo(info);
-  const auto source = manager->getVideoFrameSource(key);
+  const auto source = findSource(key);
+  if (!source) return;
   lentPlanes.takeBack(key);
-  if (source) source->releaseVideoFrame();
+  source->releaseVideoFrame();
 }
 
 void TesselWrapperProxy::removeVideo(const Napi::CallbackInfo& info) {

@@ -35,12 +35,13 @@ class TesselWrapperProxy : public Napi::ObjectWrap<TesselWrapperProxy> {
   void releaseFrame(const Napi::CallbackInfo& info);
   void removeVideo(const Napi::CallbackInfo& info);
 
-  // The source of the stream's frames; empty, with the line of `method`, when there is none.
-  std::shared_ptr<SharedMemoryVideoFrameSource> findSource(const char* method,
-                                                           const StreamKey& key);
-  Napi::Value readFrame(SharedMemoryVideoFrameSource& source, const StreamKey& key,
-                        std::int64_t lastFrameId);
-  void release();
+  // The source of the stream's frames; empty when there is none.
+  std::shared_ptr<SharedMemoryVideoFrameSource> findSource(const StreamKey& key);
+  Napi::Value readFrame(const std::shared_ptr<SharedMemoryVideoFrameSource>& source,
+                        const StreamKey& key, std::int64_t lastFrameId);
+  Napi::Value answerNotFound(const char* method);
+  // Once, when the JavaScript object is collected or its environment ends.
+  void end();
 
   // Class-wide, touched by the main environment only; left alone when the process ends.
   static Napi::FunctionReference constructor;
@@ -48,6 +49,7 @@ class TesselWrapperProxy : public Napi::ObjectWrap<TesselWrapperProxy> {
   std::shared_ptr<SharedMemoryManager> manager;
   FrameObjects frameObjects;
   LentPlanes lentPlanes;  // of the frames that are being read
+  bool hasEnded = false;
   Utils::EnvironmentCleanupHook cleanupHook;
 };
 

@@ -306,6 +306,10 @@ SharedMemoryManager::SourcePtr SharedMemoryManager::openVideoFrameSource(const S
   return source;
 }
 
+bool SharedMemoryManager::holdsVideoFrameSource(const StreamKey& key) {
+  return findSource(key).value_or(nullptr) != nullptr;
+}
+
 void SharedMemoryManager::removeVideoFrameSource(const StreamKey& key) {
   if (!findSource(key)) return;
   DiagnosticLine("removeVideoFrameSource: StreamKey:")

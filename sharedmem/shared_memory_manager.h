@@ -60,6 +60,8 @@ class SharedMemoryManager : public IFrameRecieveCallback {
   // Opening side: the source of a listed stream, opened at the first request and dropped at the
   // first one after the stream has left the list. Empty when there is none.
   SourcePtr getVideoFrameSource(const StreamKey& key);
+  // Opening side: whether the stream has a source, listed or not.
+  bool holdsVideoFrameSource(const StreamKey& key);
   // Opening side: forgets the stream's source.
   void removeVideoFrameSource(const StreamKey& key);
 

@@ -10,12 +10,12 @@ Napi::Value TesselWrapper::getFrame(const Napi::CallbackInfo& info) {
   const std::int64_t frameId = napiGetArgAsInt64(info, 1);
   VideoFrame frame;
   streamManager->getFrame(key, frameId, frame);
-  if (frame.noUpdate) return frameObjects.initFrame(key, frame, retainedPlanes);
+  if (frame.noUpdate) return frameObjects.initFrame(key, frame, frame.frame, retainedPlanes);
   // A picture has come, so what was lent of the one before it is no longer kept alive.
   clearPlanes.takeBack(key);
-  if (frame.clearFrame) return frameObjects.initFrame(key, frame, clearPlanes);
+  if (frame.clearFrame) return frameObjects.initFrame(key, frame, frame.frame, clearPlanes);
   retainedPlanes.takeBack(key);
-  return frameObjects.initFrame(key, frame, retainedPlanes);
+  return frameObjects.initFrame(key, frame, frame.frame, retainedPlanes);
 }
 
 Napi::Value TesselWrapper::getLastFrame(const Napi::CallbackInfo& info) {
@@ -23,7 +23,7 @@ Napi::Value TesselWrapper::getLastFrame(const Napi::CallbackInfo& info) {
   const StreamKey key = Utils::getStreamInfo(info);
   VideoFrame frame;
   streamManager->getLastFrame(key, frame);
-  return frameObjects.initFrame(key, frame, retainedPlanes);
+  return frameObjects.initFrame(key, frame, frame.frame, retainedPlanes);
 }
 
 // Frames are given back by asking for the next one.

@@ -122,11 +122,11 @@ void TesselWrapper::selectDevices(const Napi::CallbackInfo& info) {
   unpackAudioInDevice(info, helper.getAsObject("audioInDevice"), params.audioInDevice);
   unpackAudioOutDevice(info, helper.getAsObject("audioOutDevice"), params.audioOutDevice);
   base::DiagnosticLine("TesselWrapper::selectDevices: called, video device: ")
-      .text(params.videoDevice.id)
+      .text(params.videoDevice.id.c_str())
       .text(", audio in device: ")
-      .text(params.audioInDevice.id)
+      .text(params.audioInDevice.id.c_str())
       .text(", audio out device: ")
-      .text(params.audioOutDevice.id);
+      .text(params.audioOutDevice.id.c_str());
   manager->SelectDevices(params);
 }
 

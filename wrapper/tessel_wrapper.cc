@@ -41,7 +41,7 @@ void printCreateParams(const tsl::CreateParams& params) {
     base::DiagnosticLine("TesselWrapper::TesselWrapper Params params.")
         .text(field)
         .text(": ")
-        .text(text);
+        .text(text.c_str());
   };
   print("szAppVersion", params.szAppVersion);
   print("szConfigPath", params.szConfigPath);
@@ -123,7 +123,7 @@ Napi::Object TesselWrapper::Init(Napi::Env env, Napi::Object exports) {
 TesselWrapper::TesselWrapper(const Napi::CallbackInfo& info)
     : Napi::ObjectWrap<TesselWrapper>(info),
       frameObjects(requireMain(info.Env())),
-      cleanupHook(info.Env(), [this] { release(); }) {
+      cleanupHook(info.Env(), [this] { end(); }) {
   const Napi::Env env = info.Env();
   const tsl::CreateParams params = readCreateParams(info);
   printCreateParams(params);
@@ -139,7 +139,10 @@ TesselWrapper::TesselWrapper(const Napi::CallbackInfo& info)
   printProcessAndObject("TesselWrapper: ", this);
 }
 
-TesselWrapper::~TesselWrapper() {
+TesselWrapper::~TesselWrapper() { end(); }
+
+void TesselWrapper::end() {
+  if (std::exchange(hasEnded, true)) return;
   printProcessAndObject("~TesselWrapper: ", this);
   release();
 }
@@ -203,9 +206,9 @@ void TesselWrapper::on(const Napi::CallbackInfo& info) {
   if (!listener.IsFunction()) {
     throw Napi::TypeError::New(env, "Wrong argument type for argument 2, expected Function");
   }
+  const napi_value arguments[] = {Utils::toJavascript(env, eventName), listener};
   const Napi::Object target = emitter.Value();
   if (target.IsEmpty()) throw Napi::Error::New(env, "The event emitter was garbage-collected");
-  const napi_value arguments[] = {Utils::toJavascript(env, eventName), listener};
   napi_value subscribe = nullptr;
   Utils::checkStatus(env, napi_get_named_property(env, target, "on", &subscribe));
   Utils::checkStatus(

@@ -100,6 +100,8 @@ class TesselWrapper : public Napi::ObjectWrap<TesselWrapper> {
   void createAndRunTessel(const tsl::CreateParams& params);
   void obtainEmitter(Napi::Env env);
   // Ends everything that the wrapper owns. More calls do nothing.
+  // Once, when the JavaScript object is collected or its environment ends.
+  void end();
   void release();
 
   // Class-wide, touched by the main environment only. The constructor is kept for native code that
@@ -117,6 +119,7 @@ class TesselWrapper : public Napi::ObjectWrap<TesselWrapper> {
   FrameObjects frameObjects;
   LentPlanes retainedPlanes;  // of the stream manager's last frames
   LentPlanes clearPlanes;     // of frames that were not retained, until the stream's next frame
+  bool hasEnded = false;
   Utils::EnvironmentCleanupHook cleanupHook;
 };
 

@@ -103,7 +103,7 @@ Napi::Value getFrame(const Napi::CallbackInfo& info) {
   StreamKey key;
   const VideoFrame frame = bench->next(info, key);
   bench->lentPlanes.takeBack(key);
-  return bench->frameObjects.initFrame(key, frame, bench->lentPlanes);
+  return bench->frameObjects.initFrame(key, frame, frame.frame, bench->lentPlanes);
 }
 
 // copyFrame(stream, frameId, buffer): copies the pixels into the caller's buffer and answers with

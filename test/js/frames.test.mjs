@@ -3,8 +3,6 @@
 import assert from 'node:assert/strict';
 import { after, beforeEach, test } from 'node:test';
 import { setImmediate } from 'node:timers/promises';
-import v8 from 'node:v8';
-import vm from 'node:vm';
 
 import { runInChild } from './support/child.mjs';
 import { collectUntil } from './support/collector.mjs';
@@ -22,6 +20,7 @@ import {
   testFrameObjects,
 } from './support/frame_objects.mjs';
 import { makeLiveWrapper } from './support/live_wrapper.mjs';
+import { WAYS_OUT_OF_REACH } from './support/out_of_reach.mjs';
 import { withPatchedGlobals } from './support/patched_globals.mjs';
 import * as engine from './support/scripted_engine.mjs';
 
@@ -496,27 +495,6 @@ test('a process may end with frames in its hands', () => {
 
 // JavaScript can keep the memory of an array from being taken back. It is then never freed: the
 // frame counts as live for good.
-const WAYS_OUT_OF_REACH = {
-  'the heap of an asm.js module': (buffer) => {
-    const makeModule = new Function(
-      ...['stdlib', 'foreign', 'heap'],
-      `'use asm';
-      var bytes = new stdlib.Uint8Array(heap);
-      function byteAt(i) { i = i | 0; return bytes[i | 0] | 0; }
-      return { byteAt: byteAt };`,
-    );
-    const { byteAt } = makeModule(globalThis, {}, buffer);
-    return { length: () => buffer.byteLength, byteAt };
-  },
-  'moved to another buffer': (buffer) => {
-    // A context made with the flag has the method also where it is not standard yet.
-    v8.setFlagsFromString('--harmony-rab-gsab-transfer');
-    const { transfer } = vm.runInNewContext('ArrayBuffer.prototype');
-    const moved = new Uint8Array(transfer.call(buffer));
-    return { length: () => moved.length, byteAt: (i) => moved[i] };
-  },
-};
-
 for (const [what, putOutOfReach] of Object.entries(WAYS_OUT_OF_REACH)) {
   test(`memory that JavaScript keeps as ${what} is never freed`, () => {
     const stream = newStream();

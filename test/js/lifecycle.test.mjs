@@ -231,6 +231,16 @@ test('the texts are UTF-8, may be empty and are no formats', () => {
   ]);
 });
 
+test('a text with a NUL is printed up to it, and reaches the engine whole', () => {
+  const params = { ...PARAMS, appVersion: '1.2\0.3' };
+  make({ params });
+  assert.equal(createParams().szAppVersion, '1.2\0.3');
+  const { lines } = run(({ construct, PARAMS: given }) => {
+    construct({ params: { ...given, appVersion: '1.2\0.3' } }).destroy();
+  });
+  assert.equal(lines[0], 'TesselWrapper::TesselWrapper Params params.szAppVersion: 1.2');
+});
+
 test('functions and arrays serve as the argument, inherited properties count, further arguments do not', () => {
   const { destroy } = TesselWrapper.prototype;
   make();
@@ -805,6 +815,12 @@ test('a collected wrapper prints its line before it lets go of the shared memory
     construct();
     await collect();
   });
+  const ends = lines.filter((line) => line.startsWith('~')).map((line) => line.split(':')[0]);
+  assert.deepEqual(ends, ['~TesselWrapper', '~SharedMemoryAllocator']);
+});
+
+test('at the end of its process a wrapper prints its line before it lets go of the shared memory', () => {
+  const { lines } = run(({ construct }) => construct().destroy());
   const ends = lines.filter((line) => line.startsWith('~')).map((line) => line.split(':')[0]);
   assert.deepEqual(ends, ['~TesselWrapper', '~SharedMemoryAllocator']);
 });

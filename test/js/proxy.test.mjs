@@ -3,10 +3,12 @@
 // processes have. Processes of their own are in widget_processes.test.mjs.
 
 import assert from 'node:assert/strict';
+import { closeSync, openSync, writeSync } from 'node:fs';
 import { afterEach, beforeEach, test } from 'node:test';
 
 import { construct, engine } from './fixtures/wrapper_kit.mjs';
 import { runInChild } from './support/child.mjs';
+import { WAYS_OUT_OF_REACH } from './support/out_of_reach.mjs';
 
 const { TesselWrapperProxy } = engine.loadAddon();
 
@@ -41,6 +43,14 @@ function share(count = 1, frame = ODD) {
 
 const push = (number, frame = ODD) =>
   engine.pushFrame(STREAM, { csrc: 4_000_000_000, number, ...frame });
+
+// Does to a named semaphore what a process does that takes it (0) or gives it back (1): its count is
+// the first thing in its file.
+function setSemaphore(name, count) {
+  const file = openSync(`/dev/shm/sem.${name.slice(1)}`, 'r+');
+  writeSync(file, Uint32Array.of(count), 0, 4, 0);
+  closeSync(file);
+}
 
 test('construction checks its argument, then shm_name, then sem_name', () => {
   for (const [args, message] of [
@@ -205,6 +215,41 @@ test('after the stream has left widget mode its frame is empty and the next one 
   proxy.releaseFrame(STREAM);
 });
 
+test('a frame stays as it is while another process keeps the table of streams locked', () => {
+  share(2);
+  const { yPlaneBuffer } = proxy.getFrame(STREAM, 0);
+  const table = wrapper.getSharedDataInfo().sem_name;
+  setSemaphore(table, 0);
+  assert.deepEqual(proxy.getFrame(STREAM, 0), NULL_FRAME);
+  proxy.releaseFrame(STREAM);
+  setSemaphore(table, 1);
+  assert.equal(yPlaneBuffer.length, 231_401);
+  assert.deepEqual(engine.frameIdentity(yPlaneBuffer), { kind: 1, index: 3, number: 2 });
+  proxy.releaseFrame(STREAM);
+  assert.equal(yPlaneBuffer.length, 0);
+});
+
+for (const [what, putOutOfReach] of Object.entries(WAYS_OUT_OF_REACH)) {
+  for (const [how, end] of [
+    ['removeVideo', () => proxy.removeVideo(STREAM)],
+    ['exitWidgetMode', () => wrapper.exitWidgetMode(STREAM)],
+  ]) {
+    test(`memory that JavaScript keeps as ${what} is not unmapped after ${how}`, () => {
+      const size = { width: 256, height: 256 };
+      share(2, size);
+      const { yPlaneBuffer } = proxy.getFrame(STREAM, 0);
+      const bytes = Uint8Array.from(yPlaneBuffer);
+      const kept = putOutOfReach(yPlaneBuffer.buffer);
+      proxy.releaseFrame(STREAM);
+      end();
+      proxy.getFrame(STREAM, 0);
+      proxy.releaseFrame(STREAM);
+      assert.equal(kept.length(), bytes.length);
+      for (let i = 0; i < bytes.length; ++i) assert.equal(kept.byteAt(i), bytes[i]);
+    });
+  }
+}
+
 test('a frame that does not fit the segment is dropped and the one before it stays', () => {
   share(2);
   push(3, { width: 1920, height: 1080 });
@@ -241,10 +286,17 @@ test('a proxy for names that do not exist is made, and says for each request tha
   const lines = linesOf(({ engine: scripted }) => {
     const { TesselWrapperProxy: Proxy } = scripted.loadAddon();
     const made = new Proxy({ shm_name: '/no-such-%s', sem_name: '/nor-this-%n' });
-    made.getFrame({ type: 'local', streamIndex: 0 }, 0);
-    made.getLastFrame({ type: 'remote', streamIndex: 1 });
+    console.log(JSON.stringify(made.getFrame({ type: 'local', streamIndex: 0 }, 0)));
+    console.log(JSON.stringify(made.getFrame({ type: 'local', streamIndex: 0 }, 7)));
+    console.log(JSON.stringify(made.getLastFrame({ type: 'remote', streamIndex: 1 })));
     made.releaseFrame({ type: 'content', streamIndex: 0 });
   });
+  const notFound = (method) => [
+    'lockDataAccess, not initialised',
+    'getVideoFrameSource: Shared mem lock failed, something is wrong!',
+    `${method}: shared memory video frame not found`,
+    JSON.stringify(NULL_FRAME),
+  ];
   assert.deepEqual(lines.slice(0, 7), [
     'TesselWrapperProxy::TesselWrapperProxy Params shm_name: /no-such-%s, sem_name: /nor-this-%n',
     'CreateSharedMemoryManagerWithKey, size of shared main segment:26572',
@@ -254,13 +306,47 @@ test('a proxy for names that do not exist is made, and says for each request tha
     'SharedMemoryManager:Failed to initialise shared memory for TesselWrapper',
     'TesselWrapperProxy: Pid:<pid>, obj:<address>',
   ]);
-  assert.deepEqual(lines.slice(7, 13), [
-    'lockDataAccess, not initialised',
-    'getVideoFrameSource: Shared mem lock failed, something is wrong!',
-    'getFrame: shared memory video frame not found',
-    'lockDataAccess, not initialised',
-    'getVideoFrameSource: Shared mem lock failed, something is wrong!',
-    'getLastFrame: shared memory video frame not found',
+  assert.deepEqual(lines.slice(7, 19), [
+    ...['getFrame', 'getFrame', 'getLastFrame'].flatMap(notFound),
+  ]);
+});
+
+test('a proxy prints its line before it lets go of the segments, in the base of the lines before', () => {
+  const lines = linesOf(async ({ engine: scripted, construct: make, collect }) => {
+    const { TesselWrapperProxy: Proxy } = scripted.loadAddon();
+    const stream = { type: 'remote', streamIndex: 0 };
+    const main = make();
+    scripted.setStream(stream);
+    main.enterWidgetMode(stream);
+    const makeAndForget = () => {
+      const widget = new Proxy(main.getSharedDataInfo());
+      widget.getLastFrame(stream);
+      widget.releaseFrame(stream);
+    };
+    makeAndForget();
+    console.log('--- collect');
+    await collect();
+    console.log('--- exit');
+    main.exitWidgetMode(stream);
+    globalThis.kept = new Proxy(main.getSharedDataInfo());
+    main.destroy();
+    console.log('--- end');
+  });
+  const between = (from, to) =>
+    lines
+      .slice(lines.indexOf(from) + 1, to && lines.indexOf(to))
+      .map((line) => line.replace(/(?<=^~Shared\w+):.*/, ''));
+  assert.deepEqual(between('--- collect', '--- exit'), [
+    '~TesselWrapperProxy: Pid:<pid>, obj:<address>',
+    '~SharedMemoryVideoFrameSource',
+    '~SharedMemoryAllocator',
+    '~SharedMemoryAllocator',
+  ]);
+  assert.deepEqual(between('--- end'), [
+    '~TesselWrapperProxy: Pid:<hexadecimal pid>, obj:<address>',
+    '~SharedMemoryAllocator',
+    '~TesselWrapper: Pid:<hexadecimal pid>, obj:<address>',
+    '~SharedMemoryAllocator',
   ]);
 });
 

@@ -102,6 +102,16 @@ TEST_F(DiagnosticLineTest, PrintsIntegersInTheBaseThatAnEarlierLineLeft) {
               ElementsAre("255", "16 ff", "ff", "10 255", "255"));
 }
 
+TEST_F(DiagnosticLineTest, KeepsTheBaseThatItSwitchedWhateverOtherLinesDo) {
+  EXPECT_THAT(linesWrittenBy([] {
+                DiagnosticLine line("");
+                line.hexadecimal();
+                DiagnosticLine("").decimal().integer(255);
+                line.integer(255);
+              }),
+              ElementsAre("255", "ff"));
+}
+
 TEST_F(DiagnosticLineTest, PrintsNegativeIntegersInHexadecimalAsThirtyTwoBits) {
   EXPECT_THAT(linesWrittenBy([] {
                 DiagnosticLine("").integer(-1).hexadecimal().text(" ").integer(-1);

@@ -22,7 +22,6 @@
 namespace {
 
 using QVXCommon::IVideoFrame;
-using TSLM::TSLMManager;
 
 // ---- Slots
 

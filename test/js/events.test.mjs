@@ -5,6 +5,7 @@ import { EventEmitter, once } from 'node:events';
 import { createRequire } from 'node:module';
 import path from 'node:path';
 import { after, beforeEach, test } from 'node:test';
+import { getHeapStatistics } from 'node:v8';
 
 import { runInChild } from './support/child.mjs';
 import { collectUntil } from './support/collector.mjs';
@@ -701,6 +702,21 @@ test('an emitter is not kept alive, and without it events are dropped in silence
     handler.notifyMicLevel(2);
     await handler.delivered();
     assert.deepEqual(emits, [[third, ['micLevel', { level: 2 }]]]);
+  } finally {
+    handler.close();
+  }
+});
+
+test('the reference to the emitter of before is given up when another is set', () => {
+  const handler = new EventHandler();
+  const referenceBytes = () => getHeapStatistics().used_global_handles_size;
+  try {
+    const targets = Array.from({ length: 1000 }, () => ({}));
+    handler.setEmitter({});
+    const before = referenceBytes();
+    for (const target of targets) handler.setEmitter(target);
+    // Not a byte for each of them.
+    assert.ok(referenceBytes() - before < targets.length, `${before} to ${referenceBytes()} bytes`);
   } finally {
     handler.close();
   }

@@ -1,0 +1,132 @@
+// Processes that do what the test says, one command at a time, and that the test may kill.
+//
+// The test's side:
+//
+//   const main = await startProcess(t, './fixtures/main_process.mjs');
+//   const key = await main.does('construct');
+//
+// The process's side, in that module: obey({ construct() { ... } }).
+
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { EventEmitter, once } from 'node:events';
+import { createInterface } from 'node:readline';
+import { fileURLToPath } from 'node:url';
+
+const testDirectory = new URL('../', import.meta.url);
+
+class CommandedProcess {
+  #child;
+  #news = new EventEmitter().setMaxListeners(0);
+  #answers = new Map();
+  #commands = 0;
+
+  // What the process wrote to its standard output, and what it reported by itself, so far.
+  lines = [];
+  reports = [];
+
+  constructor(child) {
+    this.#child = child;
+    const output = createInterface({ input: child.stdout });
+    output.on('line', (line) => {
+      this.lines.push(line);
+      this.#news.emit('news');
+    });
+    child.on('message', ({ command, result, error, report }) => {
+      if (command === undefined) this.reports.push(report);
+      else this.#answers.set(command, { result, error });
+      this.#news.emit('news');
+    });
+    // Settles with { code, signal } when the process has ended and all it wrote has been read.
+    this.ended = Promise.all([once(child, 'exit'), once(output, 'close')]).then(
+      ([[code, signal]]) => {
+        this.outcome = { code, signal };
+        this.#news.emit('news');
+        return this.outcome;
+      },
+    );
+  }
+
+  get pid() {
+    return this.#child.pid;
+  }
+
+  // Settles with the first truthy answer of `find`, which is asked whenever the process has written
+  // or reported something. Rejects when the process ends before.
+  async seen(find) {
+    for (;;) {
+      const found = find(this);
+      if (found) return found;
+      if (this.outcome) {
+        throw new Error(`${JSON.stringify(this.outcome)}, after: ${this.lines.slice(-9).join('\n')}`);
+      }
+      await once(this.#news, 'news');
+    }
+  }
+
+  // Settles with what the command returned; rejects with what it threw, or when the process ends.
+  async does(name, ...args) {
+    const command = ++this.#commands;
+    this.#child.send({ command, name, args });
+    const { result, error } = await this.seen(() => this.#answers.get(command));
+    this.#answers.delete(command);
+    if (error !== undefined) throw new Error(`${name}: ${error}`);
+    return result;
+  }
+
+  count(line) {
+    return this.lines.filter((each) => each === line).length;
+  }
+
+  signal(name) {
+    process.kill(this.pid, name);
+  }
+
+  async kill() {
+    this.#child.kill('SIGKILL');
+    await this.ended;
+    assert.equal(this.outcome.signal, 'SIGKILL');
+  }
+
+  // Lets the process end by itself, which it has to do without an error.
+  async ends() {
+    await this.does('end');
+    assert.deepEqual(await this.ended, { code: 0, signal: null });
+  }
+}
+
+// Starts a module of test/js. `command` is what a program and its arguments are put in front of
+// node; the sanitizers' runtime is then given to node alone.
+export function startProcess(test, module, { args = [], environment = {}, command = [] } = {}) {
+  const file = fileURLToPath(new URL(module, testDirectory));
+  const [program, ...words] = [...command, process.execPath, file, ...args];
+  const child = spawn(program, words, {
+    env: { ...process.env, ...environment },
+    // The lines of the processes' own errors belong to the test's.
+    stdio: ['ignore', 'pipe', 'inherit', 'ipc'],
+  });
+  const started = new CommandedProcess(child);
+  test.after(async () => {
+    child.kill('SIGKILL');
+    await started.ended;
+  });
+  return started;
+}
+
+// In the process: does what it is told. "end" runs `commands.end`, if there is one, and closes the
+// channel, after which the process ends by itself unless something keeps it.
+export function obey(commands) {
+  process.on('message', async ({ command, name, args }) => {
+    try {
+      const result = await commands[name]?.(...args);
+      if (name !== 'end' && !(name in commands)) throw new Error('no such command');
+      process.send({ command, result });
+    } catch (error) {
+      process.send({ command, error: error.stack });
+    }
+    if (name === 'end') process.disconnect();
+  });
+}
+
+// In the process: says something without having been asked.
+export const report = (what) => process.send({ report: what });

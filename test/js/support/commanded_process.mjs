@@ -10,10 +10,15 @@
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { EventEmitter, once } from 'node:events';
+import { writeSync } from 'node:fs';
 import { createInterface } from 'node:readline';
 import { fileURLToPath } from 'node:url';
 
 const testDirectory = new URL('../', import.meta.url);
+
+// An answer or a report is a line of the process's standard output, so that it comes after whatever
+// the process wrote before.
+const MARK = '\u0001';
 
 class CommandedProcess {
   #child;
@@ -29,12 +34,8 @@ class CommandedProcess {
     this.#child = child;
     const output = createInterface({ input: child.stdout });
     output.on('line', (line) => {
-      this.lines.push(line);
-      this.#news.emit('news');
-    });
-    child.on('message', ({ command, result, error, report }) => {
-      if (command === undefined) this.reports.push(report);
-      else this.#answers.set(command, { result, error });
+      if (line.startsWith(MARK)) this.#take(JSON.parse(line.slice(MARK.length)));
+      else this.lines.push(line);
       this.#news.emit('news');
     });
     // Settles with { code, signal } when the process has ended and all it wrote has been read.
@@ -45,6 +46,11 @@ class CommandedProcess {
         return this.outcome;
       },
     );
+  }
+
+  #take({ command, result, error, report: what }) {
+    if (command === undefined) this.reports.push(what);
+    else this.#answers.set(command, { result, error });
   }
 
   get pid() {
@@ -58,7 +64,9 @@ class CommandedProcess {
       const found = find(this);
       if (found) return found;
       if (this.outcome) {
-        throw new Error(`${JSON.stringify(this.outcome)}, after: ${this.lines.slice(-9).join('\n')}`);
+        throw new Error(
+          `${JSON.stringify(this.outcome)}, after: ${this.lines.slice(-9).join('\n')}`,
+        );
       }
       await once(this.#news, 'news');
     }
@@ -95,13 +103,13 @@ class CommandedProcess {
   }
 }
 
-// Starts a module of test/js. `command` is what a program and its arguments are put in front of
-// node; the sanitizers' runtime is then given to node alone.
+// Starts a module of test/js. `command` is a program with arguments that starts node in its turn: it
+// runs without the sanitizers' runtime, which only node can bear.
 export function startProcess(test, module, { args = [], environment = {}, command = [] } = {}) {
   const file = fileURLToPath(new URL(module, testDirectory));
   const [program, ...words] = [...command, process.execPath, file, ...args];
   const child = spawn(program, words, {
-    env: { ...process.env, ...environment },
+    env: { ...process.env, ...environment, ...(command.length > 0 && { LD_PRELOAD: '' }) },
     // The lines of the processes' own errors belong to the test's.
     stdio: ['ignore', 'pipe', 'inherit', 'ipc'],
   });
@@ -113,20 +121,21 @@ export function startProcess(test, module, { args = [], environment = {}, comman
   return started;
 }
 
+const say = (message) => writeSync(1, `${MARK}${JSON.stringify(message)}\n`);
+
 // In the process: does what it is told. "end" runs `commands.end`, if there is one, and closes the
 // channel, after which the process ends by itself unless something keeps it.
 export function obey(commands) {
   process.on('message', async ({ command, name, args }) => {
     try {
-      const result = await commands[name]?.(...args);
-      if (name !== 'end' && !(name in commands)) throw new Error('no such command');
-      process.send({ command, result });
+      const run = name === 'end' ? (commands.end ?? (() => {})) : commands[name];
+      say({ command, result: await run(...args) });
     } catch (error) {
-      process.send({ command, error: error.stack });
+      say({ command, error: error.stack });
     }
     if (name === 'end') process.disconnect();
   });
 }
 
 // In the process: says something without having been asked.
-export const report = (what) => process.send({ report: what });
+export const report = (what) => say({ report: what });

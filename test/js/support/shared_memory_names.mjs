@@ -15,7 +15,8 @@ export const fileOfSemaphore = (semName) => path.join(DIRECTORY, `sem.${semName.
 // The files of all segments and semaphores that a process says it created or opened.
 export function filesNamedIn(lines) {
   return lines.flatMap((line) => {
-    const [, shmName, semName] = line.match(/^initialize: .* name:(\/\w+), SEM name:(\/\w+)$/) ?? [];
+    const [, shmName, semName] =
+      line.match(/^initialize: .* name:(\/\w+), SEM name:(\/\w+)$/) ?? [];
     return shmName ? [fileOfSegment(shmName), fileOfSemaphore(semName)] : [];
   });
 }

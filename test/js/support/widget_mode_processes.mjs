@@ -22,7 +22,7 @@ after(async () => {
   assert.deepEqual([...files].filter(existsSync), []);
 });
 
-export function startRemembered(...args) {
+function startRemembered(...args) {
   const one = startProcess(...args);
   started.push(one);
   return one;
@@ -30,9 +30,12 @@ export function startRemembered(...args) {
 
 // A main process on the scripted engine: { main, key }, with the names of its main segment.
 export async function startMain(test, options) {
-  const main = startRemembered(test, './fixtures/main_process.mjs', options);
+  const main = startMainWithoutWrapper(test, options);
   return { main, key: await main.does('construct') };
 }
+
+export const startMainWithoutWrapper = (test, options) =>
+  startRemembered(test, './fixtures/main_process.mjs', options);
 
 // A widget process that has opened these names.
 export async function startWidget(test, key, options = {}) {

@@ -10,6 +10,9 @@ import { filesNamedIn, removeLeftovers } from './shared_memory_names.mjs';
 
 const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
 
+// Which build's addon the package is to load.
+const PACKAGE = { TESSEL_WRAPPER_ADDON: path.join(build, 'tesselWrapper.node') };
+
 const started = [];
 
 removeLeftovers();
@@ -39,17 +42,17 @@ export const startMainWithoutWrapper = (test, options) =>
 
 // A widget process that has opened these names.
 export async function startWidget(test, key, options = {}) {
-  const widget = startRemembered(test, './fixtures/widget_process.mjs', {
-    ...options,
-    environment: { TESSEL_WRAPPER_ADDON: path.join(build, 'tesselWrapper.node') },
-  });
+  const widget = startWidgetWithoutProxy(test, options);
   await widget.does('open', key);
   return widget;
 }
 
+export const startWidgetWithoutProxy = (test, options) =>
+  startRemembered(test, './fixtures/widget_process.mjs', { ...options, environment: PACKAGE });
+
 export async function startEmbeddedMain(test, logPath) {
   const main = startRemembered(test, './fixtures/embedded_main_process.mjs', {
-    environment: { TESSEL_WRAPPER_ADDON: path.join(build, 'tesselWrapper.node') },
+    environment: PACKAGE,
   });
   return { main, key: await main.does('construct', logPath) };
 }

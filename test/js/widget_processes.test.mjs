@@ -2,11 +2,17 @@
 // a widget sees is compared, byte for byte, with what was sent.
 
 import assert from 'node:assert/strict';
-import { existsSync } from 'node:fs';
+import { existsSync, utimesSync } from 'node:fs';
 import { test } from 'node:test';
 
 import { remotePattern } from './fixtures/described_frames.mjs';
-import { fileOfSegment, fileOfSemaphore } from './support/shared_memory_names.mjs';
+import { makeSegment } from './support/handmade_segments.mjs';
+import {
+  fileOfSegment,
+  fileOfSemaphore,
+  filesNamedIn,
+  removeLeftovers,
+} from './support/shared_memory_names.mjs';
 import { temporaryDirectory } from './support/temporary_directory.mjs';
 import {
   remote,
@@ -192,5 +198,20 @@ test('streams deliver on while others enter and leave, and nothing is left of th
     [],
   );
   await widget.ends();
+  await main.ends();
+});
+
+test('what killed processes left in /dev/shm is removed, and nothing that is in use or new', async (t) => {
+  const makeOld = (file) => utimesSync(file, 0, 0);
+  const filesOf = ({ shm_name: shm, sem_name: sem }) => [fileOfSegment(shm), fileOfSemaphore(sem)];
+  const { main } = await startMain(t);
+  await main.does('enter', remote(3));
+  const used = filesNamedIn(main.lines);
+  const left = filesOf(makeSegment(t, 40));
+  const fresh = filesOf(makeSegment(t, 40));
+  [...used, ...left].forEach(makeOld);
+  removeLeftovers();
+  assert.deepEqual(left.map(existsSync), [false, false]);
+  assert.deepEqual([...used, ...fresh].map(existsSync), [true, true, true, true, true, true]);
   await main.ends();
 });

@@ -42,7 +42,7 @@ export function removeLeftovers() {
   const used = filesInUse();
   for (const file of files.filter((each) => !used.has(each))) {
     const status = statSync(file, { throwIfNoEntry: false });
-    if (status?.uid !== process.getuid() || Date.now() - status.ctimeMs < YOUNGEST_MS) continue;
+    if (status?.uid !== process.getuid() || Date.now() - status.mtimeMs < YOUNGEST_MS) continue;
     rmSync(file, { force: true });
   }
 }

@@ -21,17 +21,20 @@ export function filesNamedIn(lines) {
   });
 }
 
-function filesInUse() {
+// The inodes of what any process has mapped out of /dev/shm. By its path a semaphore would not be
+// found with its creator, who mapped it under another name before it was given its own.
+function inodesInUse() {
   const mapped = readdirSync('/proc')
     .filter((name) => /^\d+$/.test(name))
     .flatMap((pid) => {
       try {
-        return readFileSync(`/proc/${pid}/maps`, 'latin1').match(/\/dev\/shm\/\S+/g) ?? [];
+        const maps = readFileSync(`/proc/${pid}/maps`, 'latin1');
+        return maps.match(/\d+(?= +\/dev\/shm\/)/g) ?? [];
       } catch {
         return []; // it has ended, or is another user's
       }
     });
-  return new Set(mapped);
+  return new Set(mapped.map(Number));
 }
 
 // Removes what processes that were killed have left: this user's files that nobody has mapped.
@@ -39,10 +42,10 @@ export function removeLeftovers() {
   const files = readdirSync(DIRECTORY)
     .filter((name) => FILE.test(name))
     .map((name) => path.join(DIRECTORY, name));
-  const used = filesInUse();
-  for (const file of files.filter((each) => !used.has(each))) {
+  const used = inodesInUse();
+  for (const file of files) {
     const status = statSync(file, { throwIfNoEntry: false });
-    if (status?.uid !== process.getuid() || Date.now() - status.mtimeMs < YOUNGEST_MS) continue;
-    rmSync(file, { force: true });
+    if (status?.uid !== process.getuid() || used.has(status.ino)) continue;
+    if (Date.now() - status.mtimeMs >= YOUNGEST_MS) rmSync(file, { force: true });
   }
 }

@@ -1,7 +1,8 @@
-// loadAddon(name): one of the benchmarks' addons, of the release build.
+// loadAddon(name): one of the benchmarks' addons; loadProduct(): the product. Of the release build.
 
 import { createRequire } from 'node:module';
 
-export function loadAddon(name) {
-  return createRequire(import.meta.url)(`../build/release/bench/${name}.node`);
-}
+const require = createRequire(import.meta.url);
+
+export const loadAddon = (name) => require(`../build/release/bench/${name}.node`);
+export const loadProduct = () => require('../build/release/tesselWrapper.node');

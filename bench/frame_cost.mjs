@@ -2,7 +2,8 @@
 // while so much JavaScript heap is alive. Prints {"microseconds"} for each frame in the long run:
 // the call, the turn, and what the collector does meanwhile.
 
-import { loadAddon } from './addon.mjs';
+import { writeSync } from 'node:fs';
+import { loadAddon, loadProduct } from './addon.mjs';
 
 const WARM_UP_MILLISECONDS = 500;
 const MILLISECONDS = 2000;
@@ -27,11 +28,27 @@ const ways = {
     frameId = bench.copyFrame(stream, frameId, callersBuffer);
     pixels += callersBuffer[0];
   },
+  proxy() {
+    useFrame(proxy.getFrame(stream, -1));
+    proxy.releaseFrame(stream);
+  },
   nothing() {
     frameId += 1;
   },
 };
 const fetchFrame = ways[way];
+
+// For the proxy, which in real life stands in a widget process.
+let proxy;
+let output = 1;
+if (way === 'proxy') {
+  const shared = loadAddon('shared_frame_bench');
+  output = shared.silenceLines();
+  shared.open();
+  const { TesselWrapperProxy } = loadProduct();
+  proxy = new TesselWrapperProxy(shared.share(1));
+  shared.store(0, 1);
+}
 
 function fetchFor(milliseconds) {
   return new Promise((resolve) => {
@@ -56,4 +73,4 @@ await fetchFor(WARM_UP_MILLISECONDS);
 const microseconds = await fetchFor(MILLISECONDS);
 if (live.length === 0 && liveMegabytes > 0) throw new Error('the heap was not filled');
 if (pixels === 0 && way !== 'nothing') throw new Error('no pixels were seen');
-console.log(JSON.stringify({ microseconds }));
+writeSync(output, `${JSON.stringify({ microseconds })}\n`);

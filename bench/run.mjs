@@ -1,10 +1,10 @@
-// npm run bench [-- GROUP] [-- --write]
+// npm run bench [-- GROUP...] [-- --write]
 //
 // Runs the benchmarks, or one group of them. Every alternative runs in a process of its own, since
 // what a process has run before changes how its JavaScript is compiled, and the alternatives take
 // turns, round by round, so that a machine that slows down slows all of them. Prints the medians of
 // the rounds, and the ratios that matter beside their goals: each is the median of the rounds' own
-// ratios. --write puts everything into docs/performance.md.
+// ratios. --write puts the results into docs/performance.md, in the place of the former ones.
 
 import { execFileSync } from 'node:child_process';
 import { readFileSync, writeFileSync } from 'node:fs';
@@ -14,6 +14,14 @@ import { median } from './statistics.mjs';
 
 const ROUNDS = 5;
 const DOCUMENT = fileURLToPath(new URL('../docs/performance.md', import.meta.url));
+
+const WIDGET_ROWS = [
+  ['ours', 'shared memory, 1 stream', 'sharedMemory 1'],
+  ['messages', 'child_process messages, advanced serialisation', 'messages 1'],
+  ['socket', 'Unix socket, read into one buffer', 'socket 1'],
+  ['ours10', 'shared memory, 10 streams', 'sharedMemory 10'],
+  ['ours50', 'shared memory, 50 streams', 'sharedMemory 50'],
+];
 
 // rows: [name, label, arguments of the script, which of its numbers unless the group says it].
 // ratios: [label, row over row, goal].
@@ -89,20 +97,101 @@ const groups = [
       ['getFrame with live heap to without', 'oursLive', 'ours', { atMost: 1.5 }],
     ],
   },
+  {
+    name: 'store',
+    title: 'Shared memory: storing a frame of 1280x720',
+    unit: 'microseconds',
+    program: 'native/shared_memory_bench',
+    rows: [
+      ['hot1', 'storeVideoFrame, again and again, 1 stream', '', 'hotStore1'],
+      ['hotCopy1', 'memcpy, again and again, 1 stream', '', 'hotCopy1'],
+      ['hot10', 'storeVideoFrame, again and again, 10 streams', '', 'hotStore10'],
+      ['hotCopy10', 'memcpy, again and again, 10 streams', '', 'hotCopy10'],
+      ['hot50', 'storeVideoFrame, again and again, 50 streams', '', 'hotStore50'],
+      ['hotCopy50', 'memcpy, again and again, 50 streams', '', 'hotCopy50'],
+      ['cold1', 'storeVideoFrame, caches empty, 1 stream', '', 'coldStore1'],
+      ['coldCopy1', 'memcpy, caches empty, 1 stream', '', 'coldCopy1'],
+      ['cold10', 'storeVideoFrame, caches empty, 10 streams', '', 'coldStore10'],
+      ['cold50', 'storeVideoFrame, caches empty, 50 streams', '', 'coldStore50'],
+      ['coldCopy50', 'memcpy, caches empty, 50 streams', '', 'coldCopy50'],
+      ['lock', 'lock and unlock, nobody else there', '', 'lock'],
+    ],
+    ratios: [
+      ['storeVideoFrame to memcpy, 1 stream', 'hot1', 'hotCopy1', { atMost: 1.05 }],
+      ['storeVideoFrame to memcpy, 10 streams', 'hot10', 'hotCopy10', { atMost: 1.05 }],
+      ['storeVideoFrame to memcpy, 50 streams', 'hot50', 'hotCopy50', { atMost: 1.05 }],
+      ['storeVideoFrame to memcpy, caches empty', 'cold1', 'coldCopy1', { atMost: 1.05 }],
+      ['10 streams to 1, caches empty', 'cold10', 'cold1', { atMost: 1.2 }],
+      ['50 streams to 1, caches empty', 'cold50', 'cold1', { atMost: 1.2 }],
+      ['memcpy, 50 streams to 1, caches empty', 'coldCopy50', 'coldCopy1', {}],
+      ['50 streams to 1, again and again', 'hot50', 'hot1', {}],
+      ['memcpy, 50 streams to 1, again and again', 'hotCopy50', 'hotCopy1', {}],
+    ],
+  },
+  {
+    name: 'widget',
+    title: 'Shared memory: frames of 1280x720 from a main process to a widget',
+    unit: 'frames per second',
+    script: 'widget_frames',
+    number: 'framesPerSecond',
+    rows: WIDGET_ROWS,
+    ratios: [
+      ['shared memory to messages', 'ours', 'messages', { atLeast: 5 }],
+      ['shared memory to the socket', 'ours', 'socket', { atLeast: 2.5 }],
+    ],
+  },
+  {
+    name: 'processor',
+    title: 'Shared memory: what such a frame costs both processes',
+    unit: 'milliseconds of processor time for 1,000 frames',
+    script: 'widget_frames',
+    number: 'milliseconds',
+    rows: WIDGET_ROWS,
+    ratios: [
+      ['shared memory to messages', 'ours', 'messages', { atMost: 1 / 5 }],
+      ['shared memory to the socket', 'ours', 'socket', { atMost: 1 / 3 }],
+      ['10 streams to 1', 'ours10', 'ours', { atMost: 1.2 }],
+      ['50 streams to 1', 'ours50', 'ours', { atMost: 1.2 }],
+    ],
+  },
+  {
+    name: 'proxy',
+    title: 'Shared memory: reading a frame in each turn of the event loop',
+    unit: 'microseconds for each frame',
+    script: 'frame_cost',
+    number: 'microseconds',
+    rows: [
+      ['main', 'getFrame of the main process', 'getFrame 0'],
+      ['proxy', 'getFrame and releaseFrame of the widget', 'proxy 0'],
+    ],
+    ratios: [['widget to main process', 'proxy', 'main', { atMost: 1.1 }]],
+  },
 ];
 
-function runProcess(script, args) {
-  const file = fileURLToPath(new URL(`${script}.mjs`, import.meta.url));
-  const output = execFileSync(process.execPath, [file, ...args.split(' ')], { encoding: 'utf8' });
-  return JSON.parse(output);
+function runProcess({ script, program }, args) {
+  const command = program
+    ? [fileURLToPath(new URL(`../build/release/bench/${program}`, import.meta.url))]
+    : [process.execPath, fileURLToPath(new URL(`${script}.mjs`, import.meta.url))];
+  const [file, ...words] = [...command, ...args.split(' ').filter(Boolean)];
+  return JSON.parse(execFileSync(file, words, { encoding: 'utf8' }));
 }
 
+// The numbers of each round of a script or program, by its arguments; groups that look at different
+// numbers of the same processes share them.
+const measured = new Map();
+
 // The numbers of each round: [{ row name: number }].
-function measure({ name, script, number: groupNumber, rows }) {
+function measure({ name, script, program, number: groupNumber, rows }) {
   const processes = new Set(rows.map(([, , args]) => args));
   return Array.from({ length: ROUNDS }, (_, round) => {
     process.stderr.write(`${name}: round ${round + 1} of ${ROUNDS}\n`);
-    const results = new Map([...processes].map((args) => [args, runProcess(script, args)]));
+    const results = new Map(
+      [...processes].map((args) => {
+        const key = `${script ?? program} ${args} ${round}`;
+        if (!measured.has(key)) measured.set(key, runProcess({ script, program }, args));
+        return [args, measured.get(key)];
+      }),
+    );
     return Object.fromEntries(
       rows.map(([row, , args, number = groupNumber]) => [row, results.get(args)[number]]),
     );
@@ -131,12 +220,15 @@ function table(header, lines) {
 }
 
 function judge(ratio, { atLeast, atMost }) {
-  if (atLeast !== undefined) return [`at least ${atLeast}`, ratio >= atLeast ? 'met' : 'missed'];
-  if (atMost !== undefined) return [`at most ${atMost}`, ratio <= atMost ? 'met' : 'missed'];
+  if (atLeast !== undefined)
+    return [`at least ${formatNumber(atLeast)}`, ratio >= atLeast ? 'met' : 'missed'];
+  if (atMost !== undefined)
+    return [`at most ${formatNumber(atMost)}`, ratio <= atMost ? 'met' : 'missed'];
   return ['', ''];
 }
 
 function report(group) {
+  const load = `The machine's load when it began: ${os.loadavg()[0].toFixed(1)}.`;
   const rounds = measure(group);
   const values = table(
     ['', group.unit, 'lowest', 'highest'],
@@ -155,7 +247,7 @@ function report(group) {
       return [label, formatNumber(ratio), ...judge(ratio, goal)];
     }),
   );
-  return `### ${group.title}\n\n${values}\n\n${ratios}\n`;
+  return `### ${group.title}\n\n${values}\n\n${ratios}\n\n${load}\n`;
 }
 
 function machine() {
@@ -165,7 +257,7 @@ function machine() {
   const cpus = os.cpus();
   return [
     `${cpus[0].model}, ${cpus.length} cores, ${Math.round(os.totalmem() / 2 ** 30)} GiB of memory`,
-    `Linux ${os.release()}, load ${os.loadavg()[0].toFixed(1)} when the measurement began`,
+    `Linux ${os.release()}`,
     `Node.js ${process.version}, ${version}, the release preset`,
     `medians of ${ROUNDS} rounds`,
   ]
@@ -173,23 +265,36 @@ function machine() {
     .join('\n');
 }
 
+// The document with what is said of the machine in the place of what was said of the former one.
+function withMachine(text) {
+  return text.replace(/(?<=^## Results\n\n)(- .*\n)+/m, () => `${machine()}\n`);
+}
+
+// The document with a group's section in the place of the former one, or at the end.
+function withSection(text, section) {
+  const [title] = section.split('\n');
+  const start = text.indexOf(`${title}\n`);
+  if (start < 0) return `${text.trimEnd()}\n\n${section}`;
+  const next = text.indexOf('\n### ', start);
+  return text.slice(0, start) + section + (next < 0 ? '' : text.slice(next));
+}
+
 const options = process.argv.slice(2);
 const write = options.includes('--write');
 const wanted = options.filter((option) => option !== '--write');
-const chosen = wanted.length === 0 ? groups : groups.filter(({ name }) => wanted.includes(name));
-if (chosen.length !== (wanted.length || groups.length) || (write && chosen !== groups)) {
-  const names = groups.map(({ name }) => name).join('|');
-  console.error(`usage: npm run bench [-- ${names}], or npm run bench -- --write for all of them`);
+const names = groups.map(({ name }) => name);
+if (wanted.some((name) => !names.includes(name))) {
+  console.error(`usage: npm run bench [-- GROUP...] [-- --write], of: ${names.join(' ')}`);
   process.exit(2);
 }
 
-const sections = [machine()];
-console.log(`${sections[0]}\n`);
-for (const group of chosen) {
-  sections.push(report(group));
-  console.log(sections.at(-1));
-}
-if (write) {
-  const [before] = readFileSync(DOCUMENT, 'utf8').split(/(?<=^## Results\n)/m);
-  writeFileSync(DOCUMENT, `${before}\n${sections.join('\n\n').replaceAll('\n\n\n', '\n\n')}`);
+console.log(`${machine()}\n`);
+for (const group of groups) {
+  if (wanted.length > 0 && !wanted.includes(group.name)) continue;
+  const section = report(group);
+  console.log(section);
+  if (write) {
+    const text = readFileSync(DOCUMENT, 'utf8');
+    writeFileSync(DOCUMENT, withMachine(withSection(text, section)));
+  }
 }

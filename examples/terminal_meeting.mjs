@@ -1,6 +1,7 @@
 // Joins a meeting of four participants and shared content on the embedded engine, prints its events
 // as they arrive, polls the frames of every stream for some seconds, and ends with a table and one
-// picture for each stream.
+// picture for each stream. A widget, a second process, reads the first participant's stream through
+// shared memory meanwhile and has its own line in the table.
 //
 //   npm start                            moving test cards as video
 //   npm start -- --video FILE.y4m        a clip as the participants' video
@@ -16,6 +17,7 @@ import { parseArgs } from 'node:util';
 import addon from '../js/index.js';
 import { connection } from './support/connection.mjs';
 import { StreamWatch } from './support/stream_watch.mjs';
+import { WidgetProcess } from './support/widget_process.mjs';
 
 const EVENTS = [
   'streamAdded',
@@ -33,6 +35,8 @@ const EVENTS = [
   'eventNotify',
   'vspUpdateVOQI',
 ];
+
+const WIDGETS_STREAM = { type: 'remote', streamIndex: 0 };
 
 function readOptions() {
   const { values } = parseArgs({
@@ -88,10 +92,14 @@ mkdirSync(options.output, { recursive: true });
 if (await join(wrapper, emitter, meetingUri(options))) {
   wrapper.enableCameraCapture(true);
   watch.add({ type: 'local', streamIndex: 0 });
+  wrapper.enterWidgetMode(WIDGETS_STREAM);
+  const widget = new WidgetProcess(wrapper.getSharedDataInfo(), WIDGETS_STREAM);
   await setTimeout(options.seconds * 1000);
+  const widgetsRow = await widget.stop();
+  console.table([...watch.table(), widgetsRow]);
   const files = watch.writePictures(options.output);
-  console.table(watch.table());
   for (const file of files) console.log('picture', file);
+  wrapper.exitWidgetMode(WIDGETS_STREAM);
   await leave(wrapper, emitter);
 } else {
   process.exitCode = 1;

@@ -1,5 +1,6 @@
 // Polls the frames of every stream of a meeting and keeps count of them.
 
+import { FrameCounter } from './frame_counter.mjs';
 import { writePicture } from './picture.mjs';
 
 // Twice the highest frame rate, so that no frame is overwritten between two polls.
@@ -8,12 +9,10 @@ const POLL_INTERVAL_MS = 1000 / 60;
 // What was seen of one stream.
 class WatchedStream {
   #frameId = 0;
-  #firstSeen = 0;
-  #lastSeen = 0;
 
   constructor(stream) {
     this.stream = stream;
-    this.frames = 0;
+    this.counter = new FrameCounter();
     this.size = '';
   }
 
@@ -21,20 +20,11 @@ class WatchedStream {
     return `${this.stream.type}-${this.stream.streamIndex}`;
   }
 
-  // Frames per second between the first and the last frame seen; 0 when there were not two.
-  get rate() {
-    const seconds = (this.#lastSeen - this.#firstSeen) / 1000;
-    return seconds > 0 ? (this.frames - 1) / seconds : 0;
-  }
-
   poll(wrapper) {
     const frame = wrapper.getFrame(this.stream, this.#frameId);
     if (frame.noUpdate || frame.clearFrame) return;
-    const now = performance.now();
     this.#frameId = frame.frameId;
-    this.#firstSeen ||= now;
-    this.#lastSeen = now;
-    this.frames += 1;
+    this.counter.count();
     this.size = `${frame.width}x${frame.height}`;
   }
 }
@@ -63,8 +53,7 @@ export class StreamWatch {
     return [...this.#streams.values()].map((watched) => ({
       stream: watched.name,
       size: watched.size,
-      'frames seen': watched.frames,
-      'frames per second': Number(watched.rate.toFixed(1)),
+      ...watched.counter.columns,
     }));
   }
 

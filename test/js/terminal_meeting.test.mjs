@@ -43,6 +43,26 @@ test('it prints the events, a table of all streams, and a picture of each', asyn
   }
 });
 
+test('a widget, which is another process, sees one of the streams too', async (t) => {
+  const { stdout } = await run(t);
+  const rowOf = (stream) => {
+    const row = stdout.split('\n').find((line) => line.includes(`'${stream}'`));
+    const [, size, frames, rate] = /'(\d+x\d+)' *│ *(\d+) *│ *([\d.]+)/.exec(row);
+    return { size, frames: Number(frames), rate: Number(rate) };
+  };
+  const main = rowOf('remote-0');
+  const widget = rowOf('remote-0, in the widget');
+  assert.equal(widget.size, main.size);
+  assert.ok(widget.frames > 0 && widget.rate > 0, JSON.stringify(widget));
+  // Both processes made their lines, and each its own mapping of the same segment.
+  const opened = stdout.match(/^getVideoFrameSource: opening video .* shm name:(\/\w+)/m);
+  assert.ok(
+    stdout.includes(`enableSharedMemory: Creating shared video mem with SHMname:${opened[1]}`),
+  );
+  const pids = new Set(stdout.match(/(?<=^SharedMemoryVideoFrameSource:.* pid:)\w+/gm));
+  assert.equal(pids.size, 2);
+});
+
 test('with --video the participants show the clip', async (t) => {
   const clip = path.join(temporaryDirectory(t), 'green.y4m');
   const source = ['-f', 'lavfi', '-i', 'color=c=0x00ff00:size=96x54:rate=25:duration=1'];

@@ -45,10 +45,11 @@ for (const [params, shared] of [
   test(`sharing ${JSON.stringify(params)} shows ${shared.join(' ')}`, async (t) => {
     const meeting = await withToken(t);
     assert.equal(await answer(meeting, 'startPresentation', params), 'started');
+    const { csrc } = await meeting.seen('streamAdded', isContent);
     const frame = await meeting.nextFrame(CONTENT);
     assert.deepEqual(sharedOn(frame), shared);
     assert.deepEqual([frame.width, frame.height], [1280, 720]);
-    assert.equal(frame.csrc, meeting.payloads('streamAdded').find(isContent).csrc);
+    assert.equal(frame.csrc, csrc);
   });
 }
 
@@ -59,6 +60,7 @@ test('something else may be shared in the place of what is', async (t) => {
   const window = { type: 'window', windowId: 3 };
   assert.equal(await answer(meeting, 'startPresentation', window), 'started');
   await meeting.frameWhere(CONTENT, (frame) => sharedOn(frame)[0] === 'window');
+  await meeting.seen('streamUpdated', isContent);
   assert.equal(meeting.payloads('streamAdded').filter(isContent).length, 1);
   assert.equal(meeting.payloads('streamUpdated').filter(isContent).length, 1);
 });

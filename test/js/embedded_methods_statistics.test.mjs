@@ -96,7 +96,7 @@ test('the local video counts as sent during a call', async (t) => {
     capability: { width: 64, height: 36 },
   });
   await meeting.frameWhere(LOCAL, ({ width }) => width === 64);
-  const { csrc } = meeting.payloads('streamAdded')[0];
+  const { csrc } = await meeting.seen('streamAdded');
   await meeting.join('tessel:room?participants=0');
   const { video_send_stats: streams, meetingStats } = await window(
     meeting,

@@ -89,7 +89,7 @@ struct Times {
 };
 
 void print(std::FILE* out, const char* kind, const Streams& streams, const Times& times) {
-  std::fprintf(out, "\"%sStore%zu\": %.3f, \"%sCopy%zu\": %.3f, ", kind, streams.keys.size(),
+  std::fprintf(out, R"("%sStore%zu": %.3f, "%sCopy%zu": %.3f, )", kind, streams.keys.size(),
                median(times.store) / 1000, kind, streams.keys.size(), median(times.copy) / 1000);
 }
 
@@ -145,7 +145,7 @@ void benchLock(std::FILE* out) {
       }
     }));
   }
-  std::fprintf(out, "\"lock\": %.4f", median(rounds) / kLocks / 1000);
+  std::fprintf(out, R"("lock": %.4f)", median(rounds) / kLocks / 1000);
 }
 
 }  // namespace

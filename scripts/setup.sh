@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# scripts/setup.sh PRESET [--for start|test|bench|lint]
+# scripts/setup.sh PRESET [--for start|install|test|bench|lint]
 #
 # Brings a fresh clone, or one that changed, to the point where PRESET is built: checks the tools
 # (and installs what is missing with apt-get when root), fetches the npm packages, configures and
 # builds. It does only what is not done yet. What is asked of the machine depends on the purpose
 # ("test" unless another is named): `npm start` needs neither a test framework nor ffmpeg. For
-# "lint" it stops before the build, which is the check itself.
+# "install", where this is an installed package, npm has fetched what is needed, and another
+# compiler's warnings are no errors. For "lint" it stops before the build, which is the check itself.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -15,7 +16,7 @@ fail() {
   exit 1
 }
 
-usage="usage: scripts/setup.sh release|debug|asan|tsan|tidy [--for start|test|bench|lint]"
+usage="usage: scripts/setup.sh release|debug|asan|tsan|tidy [--for start|install|test|bench|lint]"
 preset=${1:-}
 purpose='test'
 case $# in
@@ -24,7 +25,7 @@ case $# in
   *) fail "$usage" ;;
 esac
 [[ $preset =~ ^(release|debug|asan|tsan|tidy)$ ]] || fail "$usage"
-[[ $purpose =~ ^(start|test|bench|lint)$ ]] || fail "$usage"
+[[ $purpose =~ ^(start|install|test|bench|lint)$ ]] || fail "$usage"
 
 build=build/$preset
 log=build/setup-$preset.log
@@ -60,7 +61,7 @@ missing_packages() {
   need cmake has_version cmake 3.25
   need ninja-build has_command ninja
   need g++ has_version g++ 12
-  [[ $purpose == start ]] && return
+  [[ $purpose =~ ^(start|install)$ ]] && return
   need libgtest-dev has_header gtest/gtest.h
   need libgmock-dev has_header gmock/gmock.h
   case $purpose in
@@ -131,19 +132,20 @@ configure() {
   case $purpose in
     test) options+=(-DTESSEL_BUILD_TESTS=ON) ;;
     bench | lint) options+=(-DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCHMARKS=ON) ;;
+    install) options+=(-DTESSEL_WARNINGS_AS_ERRORS=OFF) ;;
   esac
   logged cmake --preset "$preset" "${options[@]}"
 }
 
 build() {
   local targets=()
-  [[ $purpose == start ]] && targets=(--target tesselWrapper)
+  [[ $purpose =~ ^(start|install)$ ]] && targets=(--target tesselWrapper)
   logged cmake --build --preset "$preset" "${targets[@]}"
 }
 
 check_node
 check_packages
-fetch_npm_packages
+[[ $purpose == install ]] || fetch_npm_packages
 if [[ $purpose == lint ]]; then
   configure
 else

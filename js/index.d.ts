@@ -694,8 +694,9 @@ export class Meeting implements Disposable {
 
   /**
    * Copies the stream's frames into shared memory, for a `Widget` in a second process, which is made
-   * with the answer. The memory is readable for this user alone. Entering again within one second
-   * waits for the next one.
+   * with the answer, until `exitWidgetMode` or the end of the stream. The memory is readable for
+   * this user alone. Entering again within one second waits for the next one. Rejects for a stream
+   * that is not there.
    */
   enterWidgetMode(stream: StreamKey, options?: Pick<Limits, 'signal'>): Promise<SharedDataInfo>;
   /** Does nothing when the stream is not in widget mode. */

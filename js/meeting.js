@@ -131,7 +131,7 @@ function defineMeeting(TesselWrapper) {
         });
       } catch (error) {
         // Given up by the caller: the engine is not to join later.
-        if (this.#call === 'joining' && !this.isClosed) this.#disconnect();
+        if (this.#call === 'joining') this.#disconnect();
         throw error;
       }
     }
@@ -192,6 +192,7 @@ function defineMeeting(TesselWrapper) {
       for (const stream of this.#inWidgetMode.values()) this.exitWidgetMode(stream);
       this.#wrapper.destroy();
       open.delete(this);
+      this.#call = 'none';
       this.#ledger.close();
       this.#closing.abort(new ClosedError('The meeting was closed'));
     }
@@ -205,7 +206,11 @@ function defineMeeting(TesselWrapper) {
     #follow() {
       this.#emitter
         .on('streamAdded', (stream) => this.#streams.set(nameOf(stream), stream))
-        .on('streamRemoved', (stream) => this.#streams.delete(nameOf(stream)))
+        .on('streamRemoved', (stream) => {
+          this.#streams.delete(nameOf(stream));
+          // What comes back under this name is another stream for the engine.
+          this.exitWidgetMode(stream);
+        })
         .on('callConnectionStatus', ({ connected }) => {
           if (connected && this.#call === 'joining') this.#call = 'joined';
         })
@@ -259,6 +264,7 @@ function defineMeeting(TesselWrapper) {
     #enterWidgetMode(name, stream) {
       if (this.isClosed) throw this.#closing.signal.reason;
       if (this.#inWidgetMode.has(name)) return;
+      if (!this.#streams.has(name)) throw new Error(`The stream ${name} is not there`);
       this.#wrapper.enterWidgetMode(stream);
       this.#inWidgetMode.set(name, { ...stream });
     }

@@ -1,5 +1,15 @@
 'use strict';
 
+const { setMaxListeners } = require('node:events');
+
+// Calls `abort` when `signal` is aborted, until what it returns is called. One signal may end any
+// number of waits: that is no leak to be warned of.
+function onAbort(signal, abort) {
+  setMaxListeners(0, signal);
+  signal.addEventListener('abort', abort);
+  return () => signal.removeEventListener('abort', abort);
+}
+
 // A promise that settles as `begin` says, or rejects with the reason of the first of `signals` that
 // is aborted (those that are undefined are left out). `begin(resolve, reject, undo)` runs at once,
 // unless a signal is aborted already; what it gives to `undo` runs when the promise settles.
@@ -17,9 +27,7 @@ function abortable(signals, begin) {
       settle(value);
     };
     for (const signal of given) {
-      const abort = () => end(reject)(signal.reason);
-      signal.addEventListener('abort', abort);
-      steps.push(() => signal.removeEventListener('abort', abort));
+      steps.push(onAbort(signal, () => end(reject)(signal.reason)));
     }
     try {
       begin(end(resolve), end(reject), (step) => steps.push(step));
@@ -37,4 +45,4 @@ function pause(milliseconds, signals) {
   });
 }
 
-module.exports = { abortable, pause };
+module.exports = { abortable, onAbort, pause };

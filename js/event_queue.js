@@ -1,9 +1,11 @@
 'use strict';
 
+const { onAbort } = require('./abortable.js');
+
 // An async iterator over [name, payload] of the events `names` of `emitter`, from the moment it is
 // made until return() or the end that `signals` bring. Events wait in it until they are asked for.
 class EventQueue {
-  #waiting = []; // asked for, and not there: { resolve, reject }
+  #waiting = []; // asked for, and not there: what answers
   #arrived = []; // there, and not asked for
   #ending; // once ended: the last answer, given from then on
   #undo = [];
@@ -43,13 +45,8 @@ class EventQueue {
   }
 
   #endWith(signal, ending) {
-    const end = () => this.#end(ending);
-    if (signal.aborted) {
-      end();
-      return;
-    }
-    signal.addEventListener('abort', end);
-    this.#undo.push(() => signal.removeEventListener('abort', end));
+    if (signal.aborted) this.#end(ending);
+    else this.#undo.push(onAbort(signal, () => this.#end(ending)));
   }
 
   #end(ending) {

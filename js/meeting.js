@@ -1,6 +1,6 @@
 'use strict';
 
-const { EventEmitter, setMaxListeners } = require('node:events');
+const { EventEmitter } = require('node:events');
 
 const { abortable, pause } = require('./abortable.js');
 const { CallError, ClosedError, ShareError, TimeoutError } = require('./errors.js');
@@ -67,7 +67,6 @@ function defineMeeting(TesselWrapper) {
     constructor(params) {
       // Any number of waits is fine.
       this.#emitter.setMaxListeners(0);
-      setMaxListeners(0, this.#closing.signal);
       TesselWrapper._internal_setEmitterFactory(() => this.#emitter);
       this.#wrapper = new TesselWrapper({ ...CREATE_PARAMS, ...params });
       this.#ledger = new FrameLedger('meeting');
@@ -229,7 +228,13 @@ function defineMeeting(TesselWrapper) {
     #until(names, judge, { signal, timeout } = {}, ask = () => {}) {
       return abortable([this.#closing.signal, signal], (resolve, reject, undo) => {
         for (const name of names) {
-          const listener = (payload) => judge(name, payload, resolve, reject);
+          const listener = (payload) => {
+            try {
+              judge(name, payload, resolve, reject);
+            } catch (error) {
+              reject(error);
+            }
+          };
           this.#emitter.prependListener(name, listener);
           undo(() => this.#emitter.off(name, listener));
         }
@@ -257,8 +262,8 @@ function defineMeeting(TesselWrapper) {
     }
 
     #disconnect() {
-      if (this.#call !== 'none') this.#call = 'leaving';
       this.#wrapper.disconnectCall();
+      if (this.#call !== 'none') this.#call = 'leaving';
     }
 
     #enterWidgetMode(name, stream) {

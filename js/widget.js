@@ -1,7 +1,5 @@
 'use strict';
 
-const { setMaxListeners } = require('node:events');
-
 const { pause } = require('./abortable.js');
 const { ClosedError } = require('./errors.js');
 const { FrameLedger } = require('./frame_counters.js');
@@ -21,8 +19,6 @@ function defineWidget(TesselWrapperProxy) {
 
     constructor(names) {
       this.#proxy = new TesselWrapperProxy(names);
-      // Any number of watches is fine.
-      setMaxListeners(0, this.#closing.signal);
     }
 
     get proxy() {

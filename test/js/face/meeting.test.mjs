@@ -7,7 +7,6 @@ import { test } from 'node:test';
 
 import { runInChild } from '../support/child.mjs';
 import { collectUntil } from '../support/collector.mjs';
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
 import { face, joinMeeting, openMeeting } from './support/face.mjs';
 
 const { CallError, ClosedError, Meeting, ShareError, TimeoutError } = face;
@@ -235,7 +234,7 @@ test('disposing closes', async (t) => {
 test('a process that closes its meeting in the middle of a call ends by itself', () => {
   const child = runInChild(
     async ({ openMeeting: open }, { say }) => {
-      const meeting = await open({ after: (step) => process.on('exit', step) });
+      const meeting = await open();
       await meeting.join({ uri: 'tessel:demo' });
       meeting.waitFor('callDisconnect').catch(({ name }) => say(name));
       meeting.close();
@@ -250,7 +249,7 @@ test('a meeting that only its listeners remember goes on', async (t) => {
   let closed;
   const levels = new Promise((resolve) => {
     (async () => {
-      const meeting = await Meeting.open({ logPath: temporaryDirectory(t) });
+      const meeting = await openMeeting();
       closed = () => meeting.close();
       await meeting.join({ uri: 'tessel:demo' });
       let count = 0;

@@ -4,8 +4,6 @@ import { createRequire } from 'node:module';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 
-import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-
 export const repository = fileURLToPath(new URL('../../../../', import.meta.url));
 export const build = path.resolve(repository, process.env.TESSEL_BUILD ?? 'build/release');
 export const addonFile = path.join(build, 'tesselWrapper.node');
@@ -18,14 +16,14 @@ export const requireFace = createRequire(path.join(repository, 'js/index.js'));
 
 export const face = requireFace('./index.js');
 
-// A meeting that is closed when `test` ends.
-export async function openMeeting(test, params) {
-  const meeting = await face.Meeting.open({ logPath: temporaryDirectory(test), ...params });
-  test.after(() => meeting.close());
+// A meeting, which writes no log, closed when `test` ends; without one, the caller closes it.
+export async function openMeeting(test) {
+  const meeting = await face.Meeting.open({ logPath: '/dev/null' });
+  test?.after(() => meeting.close());
   return meeting;
 }
 
-// The same on the embedded engine, in the call that `uri` describes, with all its streams.
+// The same on the embedded engine, in the call that `uri` describes, when `count` streams are there.
 export async function joinMeeting(test, uri, count = 0) {
   const meeting = await openMeeting(test);
   const added = meeting.events(['streamAdded']);

@@ -57,7 +57,7 @@ function checkEngine() {
 function checkSpace({ bsize, blocks, bavail }, directory = SHARED_MEMORY) {
   const free = bavail * bsize;
   const streams = Math.floor(free / STREAM_BYTES);
-  const text = `${directory}: ${megabytes(blocks * bsize)}, ${megabytes(free)} free, room for ${streams} streams in widget mode`;
+  const text = `${directory}: ${megabytes(blocks * bsize)}, ${megabytes(free)} free, room for streams in widget mode: ${streams}`;
   return streams > 0
     ? good(text)
     : bad(
@@ -144,4 +144,4 @@ function examine() {
   return [...findings, checkSpace(fs.statfsSync(SHARED_MEMORY)), checkLeftovers()];
 }
 
-module.exports = { checkNode, checkRights, checkSpace, examine };
+module.exports = { checkLeftovers, checkNode, checkRights, checkSpace, examine };

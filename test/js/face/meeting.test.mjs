@@ -245,7 +245,7 @@ test('a process that closes its meeting in the middle of a call ends by itself',
   assert.deepEqual(child.said, ['ClosedError']);
 });
 
-test('a meeting that only its listeners remember goes on', async (t) => {
+test('a meeting that only its listeners remember goes on', async () => {
   let closed;
   const levels = new Promise((resolve) => {
     (async () => {

@@ -10,14 +10,8 @@ export type StreamType = 'local' | 'remote' | 'content';
 /** Names one media stream. */
 export interface StreamKey {
   type: StreamType;
-  /** Tells streams of one type apart; for remote streams, from 0 to 49 in widget mode. */
+  /** Tells streams of one type apart; in widget mode remote ones are those from 0 to 49. */
   streamIndex: number;
-}
-
-/** A stream that is there. */
-export interface Stream extends StreamKey {
-  /** The contributing source: unsigned 32-bit. A layout names remote streams by it. */
-  csrc: number;
 }
 
 /** An answer without a picture. */

@@ -26,10 +26,11 @@ meeting.close();
 // The standard output of a program that ends well. Nothing of this repository's build is in its
 // environment.
 function run(directory, command, ...args) {
-  const { TESSEL_BUILD: _build, TESSEL_WRAPPER_ADDON: _addon, ...environment } = process.env;
+  const environment = { ...process.env, LD_PRELOAD: '' };
+  for (const name of ['TESSEL_BUILD', 'TESSEL_WRAPPER_ADDON']) delete environment[name];
   const { status, signal, error, stdout, stderr } = spawnSync(command, args, {
     cwd: directory,
-    env: { ...environment, LD_PRELOAD: '' },
+    env: environment,
     encoding: 'utf8',
     timeout: 500_000,
     killSignal: 'SIGKILL',

@@ -173,6 +173,11 @@ test('closing ends watches and refuses reads; disposing closes', async () => {
   );
   assert.equal(await widget.watch(STREAM, () => {}), undefined);
   const other = new Widget(names);
+  assert.equal(
+    other.read(STREAM, () => true),
+    undefined,
+    'its names are gone',
+  );
   other[Symbol.dispose]();
   assert.equal(other.isClosed, true);
 });

@@ -144,8 +144,8 @@ describe('the frames of a meeting', () => {
     const first = frames.next();
     engine.clearCalls();
     while (!engine.operations().includes('GetFrameManager')) await setImmediate();
-    engine.setFrame(other, { ...SIZE, frameId: 1 });
     await notify('NotifyStreamAdded', other);
+    engine.setFrame(other, { ...SIZE, frameId: 1 });
     assert.equal((await first).value.frameId, 1);
     await notify('NotifyStreamRemoved', other);
     assert.deepEqual(await frames.next(), { done: true, value: undefined });

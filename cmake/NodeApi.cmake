@@ -9,8 +9,12 @@ cmake_path(GET node_path PARENT_PATH node_bin)
 cmake_path(GET node_bin PARENT_PATH node_prefix)
 find_path(NODE_INCLUDE_DIR node_api.h PATHS "${node_prefix}/include/node" NO_DEFAULT_PATH REQUIRED)
 find_path(UV_INCLUDE_DIR uv.h PATHS "${NODE_INCLUDE_DIR}" NO_DEFAULT_PATH REQUIRED)
-find_path(NODE_ADDON_API_DIR napi.h
-  PATHS "${PROJECT_SOURCE_DIR}/node_modules/node-addon-api" NO_DEFAULT_PATH REQUIRED)
+# Where npm put it: in an installed package that is beside the package, not in it.
+execute_process(
+  COMMAND "${NODE_EXECUTABLE}" -p "require('path').dirname(require.resolve('node-addon-api/napi.h'))"
+  WORKING_DIRECTORY "${PROJECT_SOURCE_DIR}"
+  OUTPUT_VARIABLE node_addon_api OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+find_path(NODE_ADDON_API_DIR napi.h PATHS "${node_addon_api}" NO_DEFAULT_PATH REQUIRED)
 
 add_library(node_api INTERFACE)
 target_include_directories(node_api SYSTEM INTERFACE

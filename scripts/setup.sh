@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
-# scripts/setup.sh PRESET [--for start|test|bench|lint|fuzz]
+# scripts/setup.sh PRESET [--for start|install|test|bench|lint|fuzz]
 #
 # Brings a fresh clone, or one that changed, to the point where PRESET is built: checks the tools
 # (and installs what is missing with apt-get when root), fetches the npm packages, configures and
 # builds. It does only what is not done yet. What is asked of the machine depends on the purpose
 # ("test" unless another is named): `npm start` needs neither a test framework nor ffmpeg, and "fuzz"
-# builds the fuzzers alone. For "lint" it stops before the build, which is the check itself.
+# builds the fuzzers alone. For "install", where this is an installed package, npm has fetched what
+# is needed, and another compiler's warnings are no errors. For "lint" it stops before the build,
+# which is the check itself.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -16,7 +18,7 @@ fail() {
 }
 
 presets='release|debug|asan|tsan|clang|coverage|fuzz|tidy'
-purposes='start|test|bench|lint|fuzz'
+purposes='start|install|test|bench|lint|fuzz'
 usage="usage: scripts/setup.sh $presets [--for $purposes]"
 preset=${1:-}
 purpose='test'
@@ -69,7 +71,7 @@ missing_packages() {
     clang | fuzz | tidy) need clang has_command clang++ ;;
   esac
   [[ $preset == fuzz ]] && need libclang-rt-dev has_fuzzer_runtime
-  [[ $purpose == start || $purpose == fuzz ]] && return
+  [[ $purpose =~ ^(start|install|fuzz)$ ]] && return
   need libgtest-dev has_header gtest/gtest.h
   need libgmock-dev has_header gmock/gmock.h
   case $purpose in
@@ -138,6 +140,7 @@ configure() {
   case $purpose in
     test) options+=(-DTESSEL_BUILD_TESTS=ON) ;;
     bench | lint) options+=(-DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCHMARKS=ON) ;;
+    install) options+=(-DTESSEL_WARNINGS_AS_ERRORS=OFF) ;;
   esac
   logged cmake --preset "$preset" "${options[@]}"
 }
@@ -145,7 +148,7 @@ configure() {
 build() {
   local targets=()
   case $purpose in
-    start) targets=(--target tesselWrapper) ;;
+    start | install) targets=(--target tesselWrapper) ;;
     fuzz) targets=(--target frame_segment_fuzzer stream_table_fuzzer) ;;
   esac
   logged cmake --build --preset "$preset" "${targets[@]}"
@@ -153,7 +156,7 @@ build() {
 
 check_node
 check_packages
-fetch_npm_packages
+[[ $purpose == install ]] || fetch_npm_packages
 if [[ $purpose == lint ]]; then
   configure
 else

@@ -1,0 +1,188 @@
+// The TypeScript declarations: what they accept and refuse, that they name what is there, and that
+// the API reference names what they declare.
+
+import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
+import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import path from 'node:path';
+import { test } from 'node:test';
+
+import { face, repository } from './support/face.mjs';
+
+const TYPES = path.join(repository, 'test/types');
+const EXPECTATION = /^ *\/\/ @ts-expect-error: /;
+
+const read = (...parts) => readFileSync(path.join(repository, ...parts), 'utf8');
+const readLines = (...parts) => read(...parts).split('\n');
+
+// What the compiler complains about in `files`, by name, with the options of the type tests:
+// { line, text } in order. One run for all tests, since most of its time goes into node's types.
+function complaints(files) {
+  const directory = mkdtempSync(path.join(TYPES, 'checked-'));
+  try {
+    for (const [name, source] of Object.entries(files)) {
+      writeFileSync(path.join(directory, name), source);
+    }
+    const configuration = { extends: '../tsconfig.json', include: ['*.*ts'] };
+    writeFileSync(path.join(directory, 'tsconfig.json'), JSON.stringify(configuration));
+    const { stdout, status, error } = spawnSync(
+      path.join(repository, 'node_modules/.bin/tsc'),
+      ['--project', directory, '--pretty', 'false'],
+      { encoding: 'utf8', cwd: directory, env: { ...process.env, LD_PRELOAD: '' } },
+    );
+    if (error) throw error;
+    const found = [...stdout.matchAll(/^(\S+?)\((\d+),\d+\): error (.*)$/gm)];
+    if ((status !== 0) !== found.length > 0) throw new Error(stdout);
+    const of = (name) => found.filter(([, file]) => file === name);
+    return (name) => of(name).map(([, , line, text]) => ({ line: Number(line), text }));
+  } finally {
+    rmSync(directory, { recursive: true });
+  }
+}
+
+// { kind, members, base } of every exported name; statics are named "static name", and the
+// constructor is left out.
+function declarations() {
+  const found = new Map();
+  let current;
+  for (const line of readLines('js/index.d.ts')) {
+    const start = /^export (class|interface|type|function) (\w+)(?:<.*?>)?(?: extends (\w+))?/.exec(
+      line,
+    );
+    if (start) {
+      const [, kind, name, base] = start;
+      current = { kind, members: [], base };
+      found.set(name, current);
+    }
+    const member = /^ {2}(?:readonly )?((?:static )?(?:\w+|\[Symbol\.dispose\]))\??[:(<]/.exec(
+      line,
+    );
+    if (member && /class|interface/.test(current.kind) && member[1] !== 'constructor') {
+      current.members.push(member[1]);
+    }
+  }
+  return found;
+}
+
+test('what is declared with a value is exported, and nothing else', () => {
+  const values = [...declarations()].filter(([, { kind }]) => /class|function/.test(kind));
+  assert.deepEqual(values.map(([name]) => name).sort(), Object.keys(face).sort());
+});
+
+test('the classes have the members that are declared, and no others', () => {
+  const nameOf = (key) => (key === Symbol.dispose ? '[Symbol.dispose]' : String(key));
+  for (const name of ['TesselWrapper', 'TesselWrapperProxy', 'Meeting', 'Widget']) {
+    const members = Reflect.ownKeys(face[name].prototype)
+      .map(nameOf)
+      .filter((member) => member !== 'constructor');
+    const statics = Object.keys(Object.getOwnPropertyDescriptors(face[name]))
+      .filter((member) => !Object.hasOwn(Function.prototype, member) && member !== 'prototype')
+      .map((member) => `static ${member}`);
+    const declared = declarations().get(name).members;
+    assert.deepEqual([...members, ...statics].sort(), [...declared].sort(), name);
+  }
+});
+
+// Compiles only if `keyof Name` is exactly the members read out of the declarations.
+function assertion([name, { kind, members, base }]) {
+  const quoted = (member) =>
+    member === '[Symbol.dispose]' ? 'typeof Symbol.dispose' : `'${member}'`;
+  const own = members.filter((member) => !member.startsWith('static ')).map(quoted);
+  const inherited = base === 'Error' ? 'keyof Error' : `keyof tessel.${base}`;
+  const parts = base ? [...own, inherited] : own;
+  const statics = members
+    .filter((member) => member.startsWith('static '))
+    .map((member) => quoted(member.slice(7)));
+  const parameter = name === 'WaitOptions' ? '<unknown>' : '';
+  const lines = [
+    `expect<Equal<keyof tessel.${name}${parameter}, ${parts.join(' | ') || 'never'}>>();`,
+  ];
+  if (kind === 'class' && base === undefined) {
+    lines.push(
+      `expect<Equal<keyof typeof tessel.${name}, ${['"prototype"', ...statics].join(' | ')}>>();`,
+    );
+  }
+  return lines.join('\n');
+}
+
+const EXPECT = `
+type Equal<A, B> = [A] extends [B] ? ([B] extends [A] ? true : false) : false;
+declare function expect<_Right extends true>(): void;`;
+
+function memberAssertions() {
+  const records = [...declarations()].filter(([, { kind }]) => /class|interface/.test(kind));
+  return [`import * as tessel from 'tessel-wrapper';${EXPECT}`, ...records.map(assertion)].join(
+    '\n',
+  );
+}
+
+// The addon's own table of events: their names, their properties and which may be absent.
+const EVENT_SHAPES = [
+  ...read('events/emit_functions.cc').matchAll(/^ +\{"(\w+)", \{([^}]*)\}(, Absence::k\w+)?\}/gm),
+].map(([, name, properties, absence]) => ({ name, properties: properties.split(', '), absence }));
+
+function eventAssertions() {
+  const names = EVENT_SHAPES.map(({ name }) => `'${name}'`).join(' | ');
+  return [
+    `import type { MeetingEvents } from 'tessel-wrapper';${EXPECT}`,
+    `expect<Equal<keyof MeetingEvents, ${names}>>();`,
+    ...EVENT_SHAPES.map(({ name, properties, absence }) => {
+      const payload = `MeetingEvents['${name}']`;
+      const first = absence?.includes('Last') ? properties.at(-1) : properties[0];
+      const isOptional = `{} extends Pick<${payload}, ${first}> ? true : false`;
+      return `expect<Equal<keyof ${payload}, ${properties.join(' | ')}>>();
+        expect<Equal<${isOptional}, ${absence !== undefined}>>();`;
+    }),
+  ].join('\n');
+}
+
+const BAD_USES = readLines('test/types/bad_uses.mts');
+
+const complaintsIn = complaints({
+  'good_uses.mts': read('test/types/good_uses.mts'),
+  'require.cts': read('test/types/require.cts'),
+  'bad_uses.mts': BAD_USES.join('\n'),
+  'bad_uses_alone.mts': BAD_USES.map((line) => line.replace(EXPECTATION, '// ')).join('\n'),
+  'members.mts': memberAssertions(),
+  'events.mts': eventAssertions(),
+});
+
+test('good uses compile, imported and required', () => {
+  assert.deepEqual(complaintsIn('good_uses.mts'), []);
+  assert.deepEqual(complaintsIn('require.cts'), []);
+});
+
+test('each bad use is refused where it is expected, and without its expectation is an error', () => {
+  assert.deepEqual(complaintsIn('bad_uses.mts'), []);
+  const expected = BAD_USES.flatMap((line, index) => (EXPECTATION.test(line) ? [index + 2] : []));
+  assert.ok(expected.length > 40);
+  assert.deepEqual(
+    complaintsIn('bad_uses_alone.mts').map(({ line }) => line),
+    expected,
+  );
+});
+
+test('the declarations themselves are without error', () => {
+  assert.deepEqual(complaintsIn('../../../js/index.d.ts'), []);
+});
+
+test('the members that these tests read out of the declarations are all there are', () => {
+  assert.deepEqual(complaintsIn('members.mts'), []);
+});
+
+test('the events and their payloads are those that the addon emits', () => {
+  assert.equal(EVENT_SHAPES.length, 14);
+  assert.deepEqual(complaintsIn('events.mts'), []);
+});
+
+test('the API reference has every exported name and member, and nothing else', () => {
+  const documented = new Map();
+  for (const line of readLines('docs/api.md')) {
+    const heading = /^### `(\w+)`$/.exec(line);
+    if (heading) documented.set(heading[1], []);
+    const member = /^- `(?!new )((?:static )?(?:\w+|\[Symbol\.dispose\]))\??[:(<]/.exec(line);
+    if (member) [...documented.values()].at(-1).push(member[1]);
+  }
+  const declared = new Map([...declarations()].map(([name, { members }]) => [name, members]));
+  assert.deepEqual(documented, declared);
+});

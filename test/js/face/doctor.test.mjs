@@ -1,0 +1,139 @@
+// npx tessel-wrapper: what the doctor looks at, and what it says.
+
+import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
+import { chmodSync, copyFileSync, mkdirSync, rmSync, writeFileSync } from 'node:fs';
+import path from 'node:path';
+import { test } from 'node:test';
+
+import { temporaryDirectory } from '../support/temporary_directory.mjs';
+import { addonFile, build, openMeeting, repository, requireFace } from './support/face.mjs';
+
+const { checkLeftovers, checkNode, checkRights, checkSpace, examine } = requireFace('./doctor.js');
+
+const COMMAND = path.join(repository, 'bin/tessel-wrapper.js');
+
+function run(args, environment = {}) {
+  const { status, stdout, stderr } = spawnSync(process.execPath, [COMMAND, ...args], {
+    env: { ...process.env, ...environment },
+    encoding: 'utf8',
+  });
+  return { status, lines: stdout.split('\n'), stderr };
+}
+
+const texts = (findings) => findings.map(({ text }) => text);
+
+test('on a good machine it names the node, the addon and the engine', () => {
+  const { lines, stderr } = run(['doctor']);
+  assert.equal(stderr, '');
+  assert.deepEqual(lines.slice(0, 4), [
+    `ok       node ${process.versions.node} on linux x64`,
+    `ok       addon ${addonFile}, which TESSEL_WRAPPER_ADDON names`,
+    `ok       engine ${build}/libtesselclient.so`,
+    'ok       /dev/shm: may be written to',
+  ]);
+  assert.match(
+    lines[4],
+    /^ok {7}\/dev\/shm: [\d.]+ MB, [\d.]+ MB free, room for streams in widget mode: \d+$/,
+  );
+});
+
+test("an addon that cannot be loaded is a problem, with the loader's words", () => {
+  const { status, lines } = run(['doctor'], { TESSEL_WRAPPER_ADDON: '/nowhere/a.node' });
+  assert.equal(status, 1);
+  assert.deepEqual(lines.slice(1, 3), [
+    "problem  Cannot load /nowhere/a.node: Cannot find module '/nowhere/a.node'",
+    "         -> There is no such file. TESSEL_WRAPPER_ADDON names this file: correct it, or unset it to use the package's own build.",
+  ]);
+});
+
+test('an engine from elsewhere is named with the reason', (t) => {
+  const directory = temporaryDirectory(t);
+  copyFileSync(path.join(build, 'libtesselclient.so'), path.join(directory, 'libtesselclient.so'));
+  const { lines } = run(['doctor'], { LD_LIBRARY_PATH: directory });
+  assert.deepEqual(lines.slice(2, 4), [
+    `ok       engine ${directory}/libtesselclient.so`,
+    `         -> It is not the one beside the addon: LD_LIBRARY_PATH is ${directory}.`,
+  ]);
+});
+
+test('an old node and another machine are problems', () => {
+  const linux = { platform: 'linux', arch: 'x64' };
+  for (const [given, advice] of [
+    [{ ...linux, version: '20.4.0' }, undefined],
+    [{ ...linux, version: '100.0.0' }, undefined],
+    [{ ...linux, version: '20.3.9' }, 'Install Node.js 20.4 or newer.'],
+    [{ ...linux, version: '9.11.0' }, 'Install Node.js 20.4 or newer.'],
+    [{ platform: 'darwin', arch: 'x64', version: '22.0.0' }, 'The addon runs on linux x64 alone.'],
+    [{ platform: 'linux', arch: 'arm64', version: '22.0.0' }, 'The addon runs on linux x64 alone.'],
+  ]) {
+    const finding = checkNode(given);
+    assert.equal(finding.advice, advice, finding.text);
+    assert.equal(finding.isGood, advice === undefined);
+  }
+});
+
+test('a shared memory without room for one stream is a problem', () => {
+  const bsize = 4096;
+  const blocks = 16384;
+  assert.deepEqual(checkSpace({ bsize, blocks, bavail: 508 }), {
+    isGood: true,
+    text: '/dev/shm: 67.1 MB, 2.1 MB free, room for streams in widget mode: 1',
+    advice: undefined,
+  });
+  const { isGood, advice } = checkSpace({ bsize, blocks, bavail: 507 });
+  assert.equal(isGood, false);
+  assert.match(advice, /--shm-size/);
+});
+
+test('a shared memory that is not there, or in which everybody may remove, is a problem', (t) => {
+  const directory = path.join(temporaryDirectory(t), 'shm');
+  assert.match(checkRights(directory).text, /ENOENT/);
+  mkdirSync(directory);
+  assert.equal(checkRights(directory).isGood, true);
+  chmodSync(directory, 0o777);
+  assert.deepEqual(checkRights(directory), {
+    isGood: false,
+    text: `${directory}: everybody may remove everybody's files`,
+    advice: `Set the sticky bit: chmod +t ${directory}`,
+  });
+  chmodSync(directory, 0o1777);
+  assert.equal(checkRights(directory).isGood, true);
+});
+
+test('names that no process has mapped are left over, others are not looked at', (t) => {
+  const directory = temporaryDirectory(t);
+  const characters = 'abcdefghijKLMNOPQRST';
+  const segments = [`SHM${characters}01234`, `SHM${characters}0123413`, `sem.SEM${characters}`];
+  for (const name of [...segments, 'SHMshort', 'other', `sem.SEM${characters}-`]) {
+    writeFileSync(path.join(directory, name), '');
+  }
+  const files = segments.map((name) => path.join(directory, name));
+  assert.deepEqual(checkLeftovers(directory), {
+    isGood: false,
+    text: ['3 names are left over from processes that were killed:', ...files].join('\n'),
+    advice: `Remove them: rm ${files.join(' ')}`,
+  });
+  for (const file of files) rmSync(file);
+  assert.equal(checkLeftovers(directory).isGood, true);
+});
+
+test('the segments of a meeting that is open are not left over', async (t) => {
+  const meeting = await openMeeting(t);
+  const { shm_name: name, sem_name: semaphore } = meeting.wrapper.getSharedDataInfo();
+  const { text } = checkLeftovers();
+  assert.ok(!text.includes(name));
+  assert.ok(!text.includes(semaphore.slice(1)));
+});
+
+test('all of it is examined', () => {
+  assert.equal(examine().length, 6);
+  assert.match(texts(examine()).at(-1), /left over/);
+});
+
+test('anything but its two commands is answered with the usage', () => {
+  for (const args of [[], ['constructor'], ['doctor', 'now']]) {
+    const { status, stderr } = run(args);
+    assert.deepEqual([status, stderr], [2, 'usage: tessel-wrapper doctor | build\n']);
+  }
+});

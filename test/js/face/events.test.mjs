@@ -1,0 +1,321 @@
+// Events and answers of a meeting on the scripted engine, which says what the test tells it to.
+
+import assert from 'node:assert/strict';
+import { after, afterEach, before, beforeEach, describe, test } from 'node:test';
+
+import { runInChild } from '../support/child.mjs';
+import * as engine from '../support/scripted_engine.mjs';
+import { face, openMeeting } from './support/face.mjs';
+
+const { CallError, ShareError, TimeoutError } = face;
+
+describe('the events of a meeting', () => {
+  // One for all tests: a second one would have to wait for the next second.
+  let meeting;
+
+  before(async () => {
+    meeting = await openMeeting();
+  });
+
+  after(() => meeting.close());
+
+  beforeEach(() => engine.clearCalls());
+
+  // Whatever a test leaves behind.
+  afterEach(() => {
+    engine.fire('NotifyScreenShareStatus', 6);
+    engine.fire('NotifyScreenShareStatus', 7);
+    engine.fire('NotifyCallDisconnect', 1, 'over', 0);
+    return meeting.waitFor('callDisconnect');
+  });
+
+  const remote = (streamIndex) => ({ type: 'remote', streamIndex });
+  const added = (streamIndex) => engine.fire('NotifyStreamAdded', remote(streamIndex), 7);
+
+  async function join() {
+    const joining = meeting.join({ uri: 'scripted' });
+    engine.fire('NotifyCallConnectionStatus', true);
+    await joining;
+  }
+
+  // ---- Listeners
+
+  test('on, once and off subscribe, and return the meeting', async () => {
+    const heard = [];
+    const listener = ({ level }) => heard.push(['on', level]);
+    assert.equal(meeting.on('micLevel', listener), meeting);
+    assert.equal(
+      meeting.once('micLevel', ({ level }) => heard.push(['once', level])),
+      meeting,
+    );
+    const last = meeting.waitFor('micLevel', { where: ({ level }) => level === 2 });
+    for (const level of [1, 2]) engine.fire('NotifyMicLevel', level);
+    await last;
+    assert.equal(meeting.off('micLevel', listener), meeting);
+    engine.fire('NotifyMicLevel', 3);
+    await meeting.waitFor('micLevel');
+    assert.deepEqual(heard, [
+      ['on', 1],
+      ['once', 1],
+      ['on', 2],
+    ]);
+  });
+
+  // ---- waitFor
+
+  test('waitFor settles with the next payload that counts', async () => {
+    const any = meeting.waitFor('streamAdded');
+    const third = meeting.waitFor('streamAdded', { where: ({ streamIndex }) => streamIndex === 3 });
+    for (const streamIndex of [1, 2, 3]) added(streamIndex);
+    assert.deepEqual(await any, { type: 'remote', streamIndex: 1, csrc: 7 });
+    assert.equal((await third).streamIndex, 3);
+  });
+
+  test('an event between two awaits is not lost when it was waited for before', async () => {
+    const status = meeting.waitFor('callConnectionStatus');
+    const stream = meeting.waitFor('streamAdded');
+    added(1);
+    engine.fire('NotifyCallConnectionStatus', true);
+    assert.deepEqual(await status, { connected: true });
+    assert.equal((await stream).streamIndex, 1);
+  });
+
+  test('events that arrive together can be awaited one after the other', async () => {
+    engine.fire('NotifyMicLevel', 1);
+    engine.fire('NotifyDeviceChange', 'camera', 1);
+    assert.deepEqual(await meeting.waitFor('micLevel'), { level: 1 });
+    assert.deepEqual(await meeting.waitFor('deviceChange'), { id: 'camera', type: 'video' });
+  });
+
+  test('waitFor rejects when its time is over, or its signal aborted, now or before', async () => {
+    await assert.rejects(meeting.waitFor('micLevel', { timeout: 0 }), (error) => {
+      assert.ok(error instanceof TimeoutError);
+      assert.deepEqual([error.name, error.message], ['TimeoutError', 'No micLevel within 0 ms']);
+      return true;
+    });
+    const controller = new AbortController();
+    const waiting = meeting.waitFor('micLevel', { signal: controller.signal });
+    controller.abort();
+    await assert.rejects(waiting, { name: 'AbortError' });
+    await assert.rejects(
+      meeting.waitFor('micLevel', { signal: AbortSignal.abort('reason') }),
+      (reason) => reason === 'reason',
+    );
+  });
+
+  test('a listener that throws keeps no wait from its event', () => {
+    const child = runInChild(
+      async (scripted, { openMeeting: open }, { say }) => {
+        const other = await open();
+        process.once('uncaughtException', ({ message }) => say(message));
+        other.on('micLevel', () => {
+          throw new Error('mine');
+        });
+        const waiting = other.waitFor('micLevel');
+        scripted.fire('NotifyMicLevel', 1);
+        say(JSON.stringify(await waiting));
+        other.close();
+      },
+      {
+        modules: [
+          './support/scripted_engine.mjs',
+          './face/support/face.mjs',
+          './support/child.mjs',
+        ],
+      },
+    );
+    assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
+    assert.deepEqual(child.said, ['mine', '{"level":1}']);
+  });
+
+  test('what where throws rejects the wait', async () => {
+    const waiting = meeting.waitFor('micLevel', {
+      where: () => {
+        throw new Error('mine');
+      },
+    });
+    engine.fire('NotifyMicLevel', 1);
+    await assert.rejects(waiting, { message: 'mine' });
+  });
+
+  test('any number of waits is no reason to warn', async () => {
+    let warning;
+    process.once('warning', (given) => (warning = given));
+    const { signal } = new AbortController();
+    const waits = Array.from({ length: 20 }, () => meeting.waitFor('micLevel', { signal }));
+    engine.fire('NotifyMicLevel', 1);
+    await Promise.all(waits);
+    assert.equal(warning, undefined);
+  });
+
+  // ---- events
+
+  test('events keeps the order of several names, and what is not asked for yet', async () => {
+    const events = meeting.events(['micLevel', 'streamAdded']);
+    engine.fire('NotifyMicLevel', 1);
+    added(1);
+    engine.fire('NotifyDeviceChange', 'camera', 1);
+    engine.fire('NotifyMicLevel', 2);
+    await meeting.waitFor('micLevel', { where: ({ level }) => level === 2 });
+    const seen = [];
+    for await (const event of events) {
+      seen.push(event);
+      if (seen.length === 3) break;
+    }
+    assert.deepEqual(seen, [
+      ['micLevel', { level: 1 }],
+      ['streamAdded', { type: 'remote', streamIndex: 1, csrc: 7 }],
+      ['micLevel', { level: 2 }],
+    ]);
+    assert.deepEqual(await events.next(), { done: true, value: undefined });
+  });
+
+  test('a name that is given twice counts once', async () => {
+    const events = meeting.events(['micLevel', 'micLevel']);
+    for (const level of [1, 2]) engine.fire('NotifyMicLevel', level);
+    assert.equal((await events.next()).value[1].level, 1);
+    assert.equal((await events.next()).value[1].level, 2);
+    await events.return();
+  });
+
+  test('several events can be asked for before they come', async () => {
+    const events = meeting.events(['micLevel']);
+    const asked = [events.next(), events.next()];
+    for (const level of [1, 2]) engine.fire('NotifyMicLevel', level);
+    const answers = await Promise.all(asked);
+    assert.deepEqual(
+      answers.map(({ value }) => value[1].level),
+      [1, 2],
+    );
+    const last = events.next();
+    await events.return();
+    assert.deepEqual(await last, { done: true, value: undefined });
+  });
+
+  test('events throws the reason of its signal, after what had come', async () => {
+    const controller = new AbortController();
+    const events = meeting.events(['micLevel'], { signal: controller.signal });
+    engine.fire('NotifyMicLevel', 1);
+    await meeting.waitFor('micLevel');
+    controller.abort(new Error('enough'));
+    assert.equal((await events.next()).value[1].level, 1);
+    await assert.rejects(events.next(), { message: 'enough' });
+    const early = meeting.events(['micLevel'], { signal: AbortSignal.abort(new Error('never')) });
+    await assert.rejects(early.next(), { message: 'never' });
+  });
+
+  // ---- Answers
+
+  test('a join is refused by the disconnect that follows its status, or comes without one', async () => {
+    for (const statuses of [[false], []]) {
+      const joining = meeting.join({ uri: 'scripted' });
+      for (const connected of statuses) engine.fire('NotifyCallConnectionStatus', connected);
+      engine.fire('NotifyCallDisconnect', 4, 'the reason', 77);
+      await assert.rejects(joining, (error) => {
+        assert.ok(error instanceof CallError);
+        assert.deepEqual([error.callId, error.reason, error.code], [4, 'the reason', 77]);
+        return true;
+      });
+    }
+  });
+
+  test('a join sends the whole record', async () => {
+    const turnServer = {
+      protocol: 'udp',
+      fqdn: 'relay.example',
+      address: '192.0.2.1',
+      port: 3478,
+      username: 'user',
+      password: 'secret',
+      priority: 1,
+      bandwidth: 2,
+    };
+    const joining = meeting.join({ uri: 'scripted', turnServers: [turnServer], maxBandwidth: 5 });
+    engine.fire('NotifyCallConnectionStatus', true);
+    await joining;
+    const { params } = engine.calls().find(({ operation }) => operation === 'ConnectCall').args;
+    assert.equal(params.uri, 'scripted');
+    assert.equal(params.maxBandwidth, 5);
+    assert.equal(params.enableClientDrivenLayouts, true);
+    assert.equal(params.mediaStreamState.incomingVideoEnabled, true);
+    assert.equal(params.mediaStreamState.outgoingVideoMuted, false);
+    assert.equal(params.turnServers[0].password, 'secret');
+  });
+
+  test('every status has its promise', async () => {
+    await join();
+    const ask = {
+      token: () => meeting.requestContentShareToken(),
+      start: () => meeting.startPresentation({ type: 'screen' }),
+      stop: () => meeting.stopPresentation(),
+      release: () => meeting.releaseContentShareToken(),
+    };
+    for (const [what, status, rejection] of [
+      ['token', 4, 'token_denied'],
+      ['token', 3],
+      ['start', 2, 'denied'],
+      ['start', 1, 'failed'],
+      ['start', 0],
+      ['stop', 6],
+      ['release', 7],
+    ]) {
+      const answer = ask[what]();
+      // Neither a status without a name nor another's settles it.
+      engine.fire('NotifyScreenShareStatus', 5);
+      engine.fire('NotifyScreenShareStatus', what === 'token' ? 2 : 4);
+      engine.fire('NotifyScreenShareStatus', status);
+      if (rejection) {
+        await assert.rejects(answer, (error) => {
+          assert.ok(error instanceof ShareError);
+          return error.status === rejection;
+        });
+      } else {
+        assert.equal(await answer, undefined);
+      }
+    }
+    assert.deepEqual(
+      engine.operations().filter((name) => /Presentation|Token/.test(name)),
+      [
+        ...['RequestContentShareToken', 'RequestContentShareToken'],
+        ...['StartPresentation', 'StartPresentation', 'StartPresentation'],
+        ...['StopPresentation', 'ReleaseContentShareToken'],
+      ],
+    );
+  });
+
+  test('a share that the end of the call overtakes rejects with that', async () => {
+    await join();
+    const answer = meeting.requestContentShareToken();
+    engine.fire('NotifyCallDisconnect', 1, 'the call was dropped', 503);
+    await assert.rejects(answer, { name: 'CallError', code: 503 });
+  });
+
+  test('a share can be given up, and the answer that comes later is kept in mind', async () => {
+    await join();
+    const controller = new AbortController();
+    const answer = meeting.startPresentation({ type: 'screen' }, { signal: controller.signal });
+    controller.abort(new Error('enough'));
+    await assert.rejects(answer, { message: 'enough' });
+    engine.fire('NotifyScreenShareStatus', 0);
+    await meeting.waitFor('screenShareStatus');
+    const stopped = meeting.stopPresentation();
+    engine.fire('NotifyScreenShareStatus', 6);
+    await stopped;
+    assert.ok(engine.operations().includes('StopPresentation'));
+  });
+
+  test('what the engine throws rejects, and the next try is as if nothing had been', async () => {
+    const failing = async (operation, attempt) => {
+      engine.failOperation(operation, { throws: 'no network' });
+      await assert.rejects(attempt, { message: 'no network' });
+      engine.failOperation(operation, null);
+    };
+    await failing('ConnectCall', () => meeting.join({ uri: 'scripted' }));
+    await join();
+    await failing('RequestContentShareToken', () => meeting.requestContentShareToken());
+    await failing('DisconnectCall', () => meeting.leave());
+    const left = meeting.leave();
+    engine.fire('NotifyCallDisconnect', 1, 'left', 0);
+    assert.equal((await left).reason, 'left');
+  });
+});

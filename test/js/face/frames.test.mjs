@@ -1,0 +1,325 @@
+// A meeting's frames: their rate, their end, their count, and taking them out.
+
+import assert from 'node:assert/strict';
+import { setImmediate } from 'node:timers/promises';
+import { after, afterEach, before, beforeEach, describe, test } from 'node:test';
+
+import * as engine from '../support/scripted_engine.mjs';
+import { face, openMeeting, requireFace } from './support/face.mjs';
+
+const { copyI420, copyRgba, frameCounters } = face;
+const { Pace } = requireFace('./pace.js');
+
+const STREAM = { type: 'remote', streamIndex: 3 };
+const SIZE = { width: 64, height: 36 };
+
+describe('the frames of a meeting', () => {
+  // One for all tests: a second one would have to wait for the next second.
+  let meeting;
+
+  before(async () => {
+    meeting = await openMeeting();
+  });
+
+  after(() => meeting.close());
+
+  const notify = async (name, stream = STREAM) => {
+    const event = name === 'NotifyStreamAdded' ? 'streamAdded' : 'streamRemoved';
+    const seen = meeting.waitFor(event);
+    engine.fire(name, stream, 7);
+    await seen;
+  };
+
+  beforeEach(() => notify('NotifyStreamAdded'));
+  afterEach(() => notify('NotifyStreamRemoved'));
+
+  const show = (frameId, answer = {}) =>
+    engine.setFrame(STREAM, { ...SIZE, frameId, noUpdate: false, ...answer });
+  const clear = () => engine.setFrame(STREAM, { noUpdate: true, clearFrame: true });
+
+  // The counters of the stream, as numbers of what happens in `step`.
+  async function counted(step) {
+    const counters = () => {
+      const { delivered, skipped, released } = meeting
+        .counters()
+        .find(({ stream }) => stream === 'remote-3') ?? { delivered: 0, skipped: 0, released: 0 };
+      return [delivered, skipped, released];
+    };
+    const before = counters();
+    await step();
+    return counters().map((count, index) => count - before[index]);
+  }
+
+  test('each frame is the newest one, and those before it are counted as skipped', async () => {
+    const ids = [];
+    const counts = await counted(async () => {
+      show(5);
+      for await (const frame of meeting.frames(STREAM, { rate: 500 })) {
+        ids.push(frame.frameId);
+        if (frame.frameId === 10) break;
+        // Two more have come before the next is asked for.
+        show(frame.frameId === 5 ? 6 : 9);
+        show(frame.frameId === 5 ? 7 : 10);
+      }
+    });
+    assert.deepEqual(ids, [5, 7, 10]);
+    assert.deepEqual(counts, [3, 3, 3]);
+  });
+
+  test('a frame is delivered once', async () => {
+    show(1);
+    const frames = meeting.frames(STREAM, { rate: 1000 });
+    assert.equal((await frames.next()).value.frameId, 1);
+    engine.clearCalls();
+    const next = frames.next();
+    while (engine.operations().filter((name) => name === 'GetFrame').length < 3)
+      await setImmediate();
+    show(2);
+    assert.equal((await next).value.frameId, 2);
+    await frames.return();
+  });
+
+  test('a frame is in hand until the next is asked for, whatever becomes of the loop', async () => {
+    show(1);
+    const counts = await counted(async () => {
+      const loop = (async () => {
+        for await (const frame of meeting.frames(STREAM)) throw new Error(`at ${frame.frameId}`);
+      })();
+      await assert.rejects(loop, { message: 'at 1' });
+    });
+    assert.deepEqual(counts, [1, 0, 1]);
+    const inHand = await counted(async () => {
+      const frames = meeting.frames(STREAM);
+      await frames.next();
+    });
+    assert.deepEqual(inHand, [1, 0, 0]);
+  });
+
+  test('the planes are valid in the body, also after it has waited', async () => {
+    show(4);
+    for await (const frame of meeting.frames(STREAM)) {
+      await setImmediate();
+      assert.ok(engine.isWholeFrame(copyI420(frame)));
+      break;
+    }
+  });
+
+  test('a stream that shows nothing any more is told once after a picture, and not before', async () => {
+    clear();
+    const frames = meeting.frames(STREAM, { rate: 1000 });
+    const first = frames.next();
+    while (!engine.operations().includes('GetFrame')) await setImmediate();
+    show(1);
+    assert.equal((await first).value.frameId, 1);
+    clear();
+    assert.deepEqual((await frames.next()).value, {
+      noUpdate: true,
+      clearFrame: true,
+      frameId: 0,
+      csrc: 0,
+    });
+    engine.clearCalls();
+    const next = frames.next();
+    while (engine.operations().filter((name) => name === 'GetFrame').length < 3)
+      await setImmediate();
+    show(2);
+    assert.equal((await next).value.frameId, 2);
+    await frames.return();
+  });
+
+  test('the loop ends when its stream is gone', async () => {
+    show(1);
+    const counts = await counted(async () => {
+      for await (const frame of meeting.frames(STREAM)) {
+        assert.equal(frame.frameId, 1);
+        await notify('NotifyStreamRemoved');
+      }
+    });
+    assert.deepEqual(counts, [1, 0, 1]);
+  });
+
+  test('a stream that is not there yet is waited for', async () => {
+    const other = { type: 'content', streamIndex: 0 };
+    const frames = meeting.frames(other, { rate: 1000 });
+    const first = frames.next();
+    engine.clearCalls();
+    while (!engine.operations().includes('GetFrameManager')) await setImmediate();
+    await notify('NotifyStreamAdded', other);
+    engine.setFrame(other, { ...SIZE, frameId: 1 });
+    assert.equal((await first).value.frameId, 1);
+    await notify('NotifyStreamRemoved', other);
+    assert.deepEqual(await frames.next(), { done: true, value: undefined });
+  });
+
+  test('the loop throws the reason of its signal', async () => {
+    show(1);
+    const controller = new AbortController();
+    const loop = (async () => {
+      for await (const frame of meeting.frames(STREAM, { signal: controller.signal })) {
+        assert.equal(frame.frameId, 1);
+        controller.abort(new Error('enough'));
+      }
+    })();
+    await assert.rejects(loop, { message: 'enough' });
+    const aborted = meeting.frames(STREAM, { signal: AbortSignal.abort(new Error('never')) });
+    await assert.rejects(aborted.next(), { message: 'never' });
+  });
+
+  test('a rate that is no positive number is refused at once', () => {
+    for (const rate of [0, -1, Number.NaN, '']) {
+      assert.throws(() => meeting.frames(STREAM, { rate }), {
+        name: 'RangeError',
+        message: `rate ${rate}: not a positive number`,
+      });
+    }
+  });
+
+  test('a stream key that is none is refused by the addon', async () => {
+    await assert.rejects(meeting.frames({ type: 'Remote', streamIndex: 0 }).next(), {
+      message: 'Invalid value for type StreamIndex, expected local|remote|content',
+    });
+  });
+
+  test('the counters are seen in one place', async () => {
+    show(1);
+    for await (const frame of meeting.frames(STREAM)) {
+      assert.equal(frame.frameId, 1);
+      break;
+    }
+    const rows = meeting.counters();
+    assert.deepEqual(frameCounters(), rows);
+    const [row] = rows;
+    assert.deepEqual(Object.keys(row), ['owner', 'stream', 'delivered', 'skipped', 'released']);
+    assert.deepEqual([row.owner, row.stream], ['meeting 1', 'remote-3']);
+  });
+
+  test('a frame whose planes were taken back is refused', async () => {
+    show(1);
+    const first = meeting.wrapper.getFrame(STREAM, 0);
+    show(2);
+    meeting.wrapper.getFrame(STREAM, 1);
+    for (const copy of [copyI420, copyRgba]) {
+      assert.throws(() => copy(first), {
+        message: 'The planes of the frame are no longer valid: copy it before the next is read',
+      });
+    }
+  });
+});
+
+// ---- The pace
+
+test('a frame is due a period after the one before, or at once when that is over', (t) => {
+  let now = 1000;
+  t.mock.method(performance, 'now', () => now);
+  const pace = new Pace(10);
+  assert.equal(pace.next(false), 25);
+  now = 1025;
+  assert.equal(pace.next(true), 100);
+  now = 1130; // 5 ms late
+  assert.equal(pace.next(true), 95);
+  now = 1225.5;
+  assert.equal(pace.next(false), 25);
+  now = 1250.5;
+  assert.equal(pace.next(true), 100);
+  now = 2000;
+  assert.equal(pace.next(true), 0);
+  now = 2001.5;
+  assert.equal(pace.next(true), 99);
+});
+
+// ---- Taking frames out
+
+// A frame of 3 by 3 with rows of 4 bytes, 2 by 2 chroma with rows of 3.
+const odd = () => ({
+  noUpdate: false,
+  width: 3,
+  height: 3,
+  ...planeOf('y', 3, 4, [1, 2, 3, 0, 4, 5, 6, 0, 7, 8, 9, 0]),
+  ...planeOf('u', 2, 3, [10, 11, 0, 12, 13, 0]),
+  ...planeOf('v', 2, 2, [20, 21, 22, 23]),
+});
+
+const planeOf = (name, side, stride, bytes) => ({
+  [`${name}PlaneBuffer`]: Uint8Array.from(bytes),
+  [`${name}PlaneBufferWidth`]: side,
+  [`${name}PlaneBufferHeight`]: side,
+  [`${name}PlaneBufferSize`]: bytes.length,
+  [`${name}PlaneBufferStride`]: stride,
+});
+
+test('copyI420 packs the planes tightly, into a target of any size that suffices', () => {
+  const packed = [1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 20, 21, 22, 23];
+  assert.deepEqual([...copyI420(odd())], packed);
+  const target = new Uint8Array(20);
+  const copy = copyI420(odd(), target);
+  assert.equal(copy.buffer, target.buffer);
+  assert.deepEqual([...copy], packed);
+  assert.throws(() => copyI420(odd(), new Uint8Array(16)), {
+    name: 'RangeError',
+    message: 'The target has 16 bytes, the frame needs 17',
+  });
+});
+
+test('copyRgba converts limited range BT.601, and takes clamped and other bytes', () => {
+  const pixel = (y, u, v) => ({
+    noUpdate: false,
+    width: 1,
+    height: 1,
+    ...planeOf('y', 1, 1, [y]),
+    ...planeOf('u', 1, 1, [u]),
+    ...planeOf('v', 1, 1, [v]),
+  });
+  for (const [yuv, rgba] of [
+    [
+      [16, 128, 128],
+      [0, 0, 0, 255],
+    ],
+    [
+      [235, 128, 128],
+      [255, 255, 255, 255],
+    ],
+    [
+      [81, 90, 240],
+      [254, 0, 0, 255],
+    ],
+    [
+      [145, 54, 34],
+      [0, 255, 1, 255],
+    ],
+    [
+      [41, 240, 110],
+      [0, 0, 255, 255],
+    ],
+  ]) {
+    assert.deepEqual([...copyRgba(pixel(...yuv))], rgba, yuv.join());
+    for (const ArrayType of [Uint8Array, Uint8ClampedArray]) {
+      const target = new ArrayType(5);
+      assert.deepEqual([...copyRgba(pixel(...yuv), target)], rgba);
+      assert.deepEqual([...target], [...rgba, 0]);
+    }
+  }
+  assert.ok(copyRgba(odd()) instanceof Uint8ClampedArray);
+  assert.throws(() => copyRgba(odd(), new Uint8Array(35)), {
+    message: 'The target has 35 bytes, the frame needs 36',
+  });
+});
+
+test('each pixel has its own row, column and chroma', () => {
+  const rgba = copyRgba(odd());
+  const grey = ({ y, u, v }) =>
+    [y + 1.596 * v, y - 0.392 * u - 0.813 * v, y + 2.017 * u].map((value) =>
+      Math.max(0, Math.min(255, Math.round(value))),
+    );
+  const { yPlaneBuffer, uPlaneBuffer, vPlaneBuffer } = odd();
+  for (let row = 0; row < 3; row++) {
+    for (let column = 0; column < 3; column++) {
+      const expected = grey({
+        y: 1.164 * (yPlaneBuffer[4 * row + column] - 16),
+        u: uPlaneBuffer[3 * (row >> 1) + (column >> 1)] - 128,
+        v: vPlaneBuffer[2 * (row >> 1) + (column >> 1)] - 128,
+      });
+      const at = 4 * (3 * row + column);
+      assert.deepEqual([...rgba.subarray(at, at + 3)], expected, `${row}, ${column}`);
+    }
+  }
+});

@@ -1,0 +1,130 @@
+// How the addon is found, and what is said when it cannot be loaded.
+
+import assert from 'node:assert/strict';
+import { copyFileSync, mkdirSync, writeFileSync } from 'node:fs';
+import path from 'node:path';
+import { test } from 'node:test';
+
+import { runInChild } from '../support/child.mjs';
+import { temporaryDirectory } from '../support/temporary_directory.mjs';
+import { addonFile, face, repository, requireFace } from './support/face.mjs';
+
+const { addonPath } = requireFace('./load_addon.js');
+
+const ADVICE =
+  "TESSEL_WRAPPER_ADDON names this file: correct it, or unset it to use the package's own build.";
+
+// What requiring the package says in a process with this environment, without the stack.
+function refusal(environment) {
+  const child = runInChild(
+    ({ say }) => {
+      const { createRequire } = require('node:module');
+      try {
+        createRequire(process.argv[1])('./js/index.js');
+        say('loaded');
+      } catch (error) {
+        say(JSON.stringify([error.message, error.cause?.code]));
+      }
+    },
+    { modules: ['./support/child.mjs'], args: [path.join(repository, 'x')], environment },
+  );
+  assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
+  const [said] = child.said;
+  assert.notEqual(said, 'loaded');
+  const [message, code] = JSON.parse(said);
+  return { lines: message.split('\n'), code };
+}
+
+test('require and import give the same, by the names of the declarations', async () => {
+  const imported = await import('tessel-wrapper');
+  assert.equal(imported.default, face);
+  assert.deepEqual(
+    Object.keys(imported)
+      .filter((name) => name !== 'default' && name !== 'module.exports')
+      .sort(),
+    Object.keys(face).sort(),
+  );
+});
+
+test('the classes of the addon are exported untouched', () => {
+  const addon = requireFace(addonFile);
+  assert.equal(face.TesselWrapper, addon.TesselWrapper);
+  assert.equal(face.TesselWrapperProxy, addon.TesselWrapperProxy);
+});
+
+test('the release build is loaded unless the environment names another', (t) => {
+  const { TESSEL_WRAPPER_ADDON: named } = process.env;
+  t.after(() => (process.env.TESSEL_WRAPPER_ADDON = named));
+  assert.equal(addonPath(), named);
+  process.env.TESSEL_WRAPPER_ADDON = 'relative/a.node';
+  assert.equal(addonPath(), path.resolve('relative/a.node'));
+  for (const unset of ['', undefined]) {
+    if (unset === undefined) delete process.env.TESSEL_WRAPPER_ADDON;
+    else process.env.TESSEL_WRAPPER_ADDON = unset;
+    assert.equal(addonPath(), path.join(repository, 'build/release/tesselWrapper.node'));
+  }
+});
+
+test('a file that is not there', () => {
+  const { lines, code } = refusal({ TESSEL_WRAPPER_ADDON: '/nowhere/a.node' });
+  assert.deepEqual(lines, [
+    "Cannot load /nowhere/a.node: Cannot find module '/nowhere/a.node'",
+    'There is no such file.',
+    ADVICE,
+  ]);
+  assert.equal(code, 'MODULE_NOT_FOUND');
+});
+
+test('a package that is not built', (t) => {
+  const directory = temporaryDirectory(t);
+  mkdirSync(path.join(directory, 'js'));
+  copyFileSync(path.join(repository, 'js/load_addon.js'), path.join(directory, 'js/load_addon.js'));
+  const { TESSEL_WRAPPER_ADDON: named } = process.env;
+  t.after(() => (process.env.TESSEL_WRAPPER_ADDON = named));
+  delete process.env.TESSEL_WRAPPER_ADDON;
+  const { loadAddon } = requireFace(path.join(directory, 'js/load_addon.js'));
+  assert.throws(loadAddon, ({ message }) => {
+    const [, explanation, advice] = message.split('\n');
+    assert.equal(explanation, 'There is no such file.');
+    assert.equal(
+      advice,
+      'Build it with "npx tessel-wrapper build", or name another build in TESSEL_WRAPPER_ADDON. ' +
+        '"npx tessel-wrapper doctor" looks at the rest.',
+    );
+    return true;
+  });
+});
+
+test('a file that is no addon', (t) => {
+  const file = path.join(temporaryDirectory(t), 'broken.node');
+  writeFileSync(file, 'not an ELF file, but long enough to be looked at as one'.repeat(10));
+  const { lines, code } = refusal({ TESSEL_WRAPPER_ADDON: file });
+  assert.deepEqual(lines, [
+    `Cannot load ${file}: ${file}: invalid ELF header`,
+    'The addon was built for another system, or not to its end.',
+    ADVICE,
+  ]);
+  assert.equal(code, 'ERR_DLOPEN_FAILED');
+});
+
+test('an addon without its engine', (t) => {
+  const file = path.join(temporaryDirectory(t), 'lonely.node');
+  copyFileSync(addonFile, file);
+  const { lines } = refusal({ TESSEL_WRAPPER_ADDON: file });
+  assert.deepEqual(lines, [
+    `Cannot load ${file}: libtesselclient.so: cannot open shared object file: No such file or directory`,
+    'The engine is missing: libtesselclient.so has to lie beside the addon, or in a directory of LD_LIBRARY_PATH.',
+    ADVICE,
+  ]);
+});
+
+test('an engine that is none, in front of the right one', (t) => {
+  const directory = temporaryDirectory(t);
+  writeFileSync(path.join(directory, 'libtesselclient.so'), 'x'.repeat(1000));
+  const { lines } = refusal({ LD_LIBRARY_PATH: directory });
+  assert.deepEqual(lines, [
+    `Cannot load ${addonFile}: ${directory}/libtesselclient.so: invalid ELF header`,
+    'The engine that was found does not fit: look at LD_LIBRARY_PATH, which comes before the directory of the addon.',
+    ADVICE,
+  ]);
+});

@@ -1,0 +1,349 @@
+// Meetings on the embedded engine: joining, leaving, sharing, widget mode, closing.
+
+import assert from 'node:assert/strict';
+import { existsSync, readdirSync, readFileSync, statSync } from 'node:fs';
+import path from 'node:path';
+import { test } from 'node:test';
+
+import { runInChild } from '../support/child.mjs';
+import { collectUntil } from '../support/collector.mjs';
+import { face, joinMeeting, openMeeting } from './support/face.mjs';
+
+const { CallError, ClosedError, Meeting, ShareError, TimeoutError } = face;
+
+const REMOTE = { type: 'remote', streamIndex: 0 };
+
+// The files in /dev/shm, by name, that this process has mapped. A semaphore is mapped under a name of
+// before, so its inode tells.
+function ownSegments() {
+  const lines = readFileSync('/proc/self/maps', 'utf8').split('\n');
+  const inodes = lines
+    .filter((line) => line.includes(' /dev/shm/'))
+    .map((line) => line.split(/ +/)[4]);
+  return readdirSync('/dev/shm').filter((name) => {
+    const found = statSync(path.join('/dev/shm', name), { throwIfNoEntry: false });
+    return found && inodes.includes(`${found.ino}`);
+  });
+}
+
+test('join settles when the engine has joined, and leave tells how the call ended', async (t) => {
+  const meeting = await openMeeting(t);
+  const connected = meeting.waitFor('callConnectionStatus');
+  assert.equal(await meeting.join({ uri: 'tessel:demo' }), undefined);
+  assert.deepEqual(await connected, { connected: true });
+  assert.deepEqual(await meeting.leave(), { callId: 1, reason: 'the call was left', code: 0 });
+});
+
+test('what is left out of a join has its default, also in a part of the media state', async (t) => {
+  const meeting = await openMeeting(t);
+  const states = meeting.events(['mediaMuteState']);
+  await meeting.join({
+    uri: 'tessel:demo',
+    meetingFeatures: ['feature'],
+    mediaStreamState: { outgoingAudioMuted: true },
+  });
+  assert.deepEqual(await states.next(), {
+    done: false,
+    value: ['mediaMuteState', { mediaType: 'audio', muted: true }],
+  });
+  assert.deepEqual(meeting.wrapper.getMediaMeetingAttributes(), [{ value: 'feature' }]);
+});
+
+test("a refused join rejects with the engine's reason, and the next one may be joined", async (t) => {
+  const meeting = await openMeeting(t);
+  for (const [uri, reason, code] of [
+    ['tessel:demo?refuse=403', 'the meeting refused the join', 403],
+    ['tessel:demo?colour=red', 'unknown parameter: colour', 400],
+  ]) {
+    await assert.rejects(meeting.join({ uri }), (error) => {
+      assert.ok(error instanceof CallError);
+      assert.deepEqual([error.name, error.reason, error.code], ['CallError', reason, code]);
+      assert.equal(error.message, `${reason} (${code})`);
+      return true;
+    });
+  }
+  await meeting.join({ uri: 'tessel:demo' });
+});
+
+test('a join with a bad record rejects with the TypeError, and the engine is not asked', async (t) => {
+  const meeting = await openMeeting(t);
+  await assert.rejects(meeting.join({ uri: 5 }), {
+    name: 'TypeError',
+    message: 'Wrong type for property uri on object ConnectParams, expected String',
+  });
+  await meeting.join({ uri: 'tessel:demo' });
+  assert.equal((await meeting.leave()).callId, 1);
+});
+
+test('a join during a call, or during another join, rejects and changes nothing', async (t) => {
+  const meeting = await openMeeting(t);
+  const refusal = { message: 'The meeting is in a call already: leave() it first' };
+  const joining = meeting.join({ uri: 'tessel:demo' });
+  await assert.rejects(meeting.join({ uri: 'tessel:other' }), refusal);
+  await joining;
+  await assert.rejects(meeting.join({ uri: 'tessel:other' }), refusal);
+  assert.equal((await meeting.leave()).callId, 1);
+});
+
+test('a join that is given up is taken back, and does not disturb the next', async (t) => {
+  const meeting = await openMeeting(t);
+  const status = meeting.waitFor('callConnectionStatus');
+  const controller = new AbortController();
+  const joining = meeting.join({ uri: 'tessel:demo?join=3600' }, { signal: controller.signal });
+  controller.abort(new Error('enough'));
+  await assert.rejects(joining, { message: 'enough' });
+  await meeting.join({ uri: 'tessel:demo' });
+  assert.deepEqual(await status, { connected: false });
+  assert.equal((await meeting.leave()).callId, 2);
+});
+
+test('a join that takes too long rejects with a TimeoutError that says what did not come', async (t) => {
+  const meeting = await openMeeting(t);
+  await assert.rejects(meeting.join({ uri: 'tessel:demo?join=3600' }, { timeout: 1 }), (error) => {
+    assert.ok(error instanceof TimeoutError);
+    assert.equal(error.message, 'No callConnectionStatus or callDisconnect within 1 ms');
+    return true;
+  });
+});
+
+test('leave without a call settles at once, with nothing', async (t) => {
+  const meeting = await openMeeting(t);
+  assert.equal(await meeting.leave(), undefined);
+});
+
+test('leave during a join ends both', async (t) => {
+  const meeting = await openMeeting(t);
+  const joining = assert.rejects(meeting.join({ uri: 'tessel:demo?join=3600' }), { code: 0 });
+  assert.equal((await meeting.leave()).code, 0);
+  await joining;
+});
+
+test('a dropped call can be joined again', async (t) => {
+  const meeting = await openMeeting(t);
+  await meeting.join({ uri: 'tessel:demo?drop=0.01' });
+  assert.equal((await meeting.waitFor('callDisconnect')).code, 503);
+  await meeting.join({ uri: 'tessel:demo' });
+});
+
+test('streams lists what is there', async (t) => {
+  const meeting = await openMeeting(t);
+  const events = meeting.events(['streamAdded', 'streamRemoved']);
+  await meeting.join({ uri: 'tessel:demo?participants=2' });
+  const added = [(await events.next()).value[1], (await events.next()).value[1]];
+  assert.deepEqual(meeting.streams, added);
+  assert.deepEqual(
+    added.map(({ type, streamIndex }) => [type, streamIndex]),
+    [
+      ['remote', 0],
+      ['remote', 1],
+    ],
+  );
+  await meeting.leave();
+  assert.deepEqual(meeting.streams, []);
+});
+
+// ---- Sharing
+
+test('the token is granted, a share started and stopped, the token given back', async (t) => {
+  const meeting = await joinMeeting(t, 'tessel:demo');
+  const statuses = [];
+  meeting.on('screenShareStatus', ({ status }) => statuses.push(status));
+  await meeting.requestContentShareToken();
+  await meeting.startPresentation({ type: 'screen' });
+  await meeting.stopPresentation();
+  await meeting.releaseContentShareToken();
+  assert.deepEqual(statuses, ['token_granted', 'started', 'stopped', 'token_relinquished']);
+});
+
+test('what the engine denies or fails rejects with its status', async (t) => {
+  const meeting = await joinMeeting(t, 'tessel:demo?present=0@0', 4);
+  const rejection = (operation, status) => (error) => {
+    assert.ok(error instanceof ShareError);
+    assert.equal(error.status, status);
+    assert.equal(error.message, `${operation} was answered with "${status}"`);
+    return true;
+  };
+  await assert.rejects(
+    meeting.requestContentShareToken(),
+    rejection('requestContentShareToken', 'token_denied'),
+  );
+  await assert.rejects(
+    meeting.startPresentation({ type: 'screen' }),
+    rejection('startPresentation', 'denied'),
+  );
+  await meeting.leave();
+  await meeting.join({ uri: 'tessel:demo' });
+  await meeting.requestContentShareToken();
+  await assert.rejects(
+    meeting.startPresentation({ type: 'screen', screenId: 2 }),
+    rejection('startPresentation', 'failed'),
+  );
+});
+
+test('a share with a bad record rejects with the TypeError', async (t) => {
+  const meeting = await joinMeeting(t, 'tessel:demo');
+  await assert.rejects(meeting.startPresentation({ type: 'Screen' }), {
+    name: 'TypeError',
+    message: 'Invalid value for type ShareType, expected screen|application|window',
+  });
+});
+
+test('stopping and giving back what one does not have settles at once', async (t) => {
+  const meeting = await joinMeeting(t, 'tessel:demo');
+  assert.equal(await meeting.stopPresentation(), undefined);
+  assert.equal(await meeting.releaseContentShareToken(), undefined);
+  await meeting.requestContentShareToken();
+  await meeting.startPresentation({ type: 'screen' });
+  await meeting.leave();
+  assert.equal(await meeting.stopPresentation(), undefined);
+  assert.equal(await meeting.releaseContentShareToken(), undefined);
+});
+
+// ---- Closing
+
+test('closing rejects what waits, ends loops, and can be done twice', async (t) => {
+  const meeting = await joinMeeting(t, 'tessel:demo');
+  const closed = (error) => {
+    assert.ok(error instanceof ClosedError);
+    assert.equal(error.message, 'The meeting was closed');
+    return true;
+  };
+  const never = meeting.waitFor('vspUpdateVOQI');
+  const events = meeting.events(['vspUpdateVOQI']).next();
+  const frames = meeting.frames({ type: 'content', streamIndex: 0 }, { rate: 0.001 });
+  const frame = frames.next();
+  assert.equal(meeting.isClosed, false);
+  meeting.close();
+  meeting.close();
+  assert.equal(meeting.isClosed, true);
+  await assert.rejects(never, closed);
+  assert.deepEqual(await events, { done: true, value: undefined });
+  assert.deepEqual(await frame, { done: true, value: undefined });
+  await assert.rejects(meeting.waitFor('micLevel'), closed);
+  await assert.rejects(meeting.join({ uri: 'tessel:demo' }), closed);
+  await assert.rejects(meeting.enterWidgetMode(REMOTE), closed);
+  assert.deepEqual(await meeting.events(['micLevel']).next(), { done: true, value: undefined });
+});
+
+test('disposing closes', async (t) => {
+  const meeting = await openMeeting(t);
+  meeting[Symbol.dispose]();
+  assert.equal(meeting.isClosed, true);
+});
+
+test('a process that closes its meeting in the middle of a call ends by itself', () => {
+  const child = runInChild(
+    async ({ openMeeting: open }, { say }) => {
+      const meeting = await open();
+      await meeting.join({ uri: 'tessel:demo' });
+      meeting.waitFor('callDisconnect').catch(({ name }) => say(name));
+      meeting.close();
+    },
+    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+  );
+  assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
+  assert.deepEqual(child.said, ['ClosedError']);
+});
+
+test('a meeting that only its listeners remember goes on', async (t) => {
+  let isCollected = false;
+  let resolve;
+  const heard = new Promise((settle) => (resolve = settle));
+  await (async () => {
+    const meeting = await openMeeting();
+    await meeting.join({ uri: 'tessel:demo' });
+    meeting.on('micLevel', () => {
+      if (!isCollected) return;
+      meeting.close();
+      resolve();
+    });
+  })();
+  // The addon's class remembers the emitter of the latest meeting.
+  await openMeeting(t);
+  let rounds = 0;
+  await collectUntil(() => ++rounds > 10);
+  isCollected = true;
+  await heard;
+});
+
+// ---- Segments
+
+test('segments are readable for this user alone, and the umask is as before', async (t) => {
+  const usual = process.umask(0o022);
+  t.after(() => process.umask(usual));
+  const before = ownSegments();
+  const meeting = await joinMeeting(t, 'tessel:demo', 1);
+  await meeting.enterWidgetMode(REMOTE);
+  const made = ownSegments().filter((name) => !before.includes(name));
+  assert.equal(made.length, 4);
+  for (const name of made) assert.equal(statSync(`/dev/shm/${name}`).mode & 0o777, 0o600, name);
+  assert.equal(process.umask(), 0o022);
+});
+
+test('the umask is as before also when no wrapper can be made', async () => {
+  const usual = process.umask(0o022);
+  await assert.rejects(Meeting.open({}), {
+    name: 'TypeError',
+    message: 'Missing property logPath on object CreateParams',
+  });
+  assert.equal(process.umask(usual), 0o022);
+});
+
+test('meetings that are opened at once have a segment each', async (t) => {
+  const meetings = await Promise.all([openMeeting(t), openMeeting(t)]);
+  const names = meetings.map((meeting) => meeting.wrapper.getSharedDataInfo().shm_name);
+  assert.notEqual(names[0], names[1]);
+  for (const name of names) assert.ok(existsSync(`/dev/shm${name}`));
+});
+
+test('waiting for the next second can be given up', async (t) => {
+  const now = Date.now();
+  const meeting = await joinMeeting(t, 'tessel:demo', 1);
+  await meeting.enterWidgetMode(REMOTE);
+  meeting.exitWidgetMode(REMOTE);
+  t.mock.timers.enable({ apis: ['Date'], now });
+  const controller = new AbortController();
+  const { signal } = controller;
+  const waits = [
+    Meeting.open({ logPath: '' }, { signal }),
+    meeting.enterWidgetMode(REMOTE, { signal }),
+  ].map((wait) => assert.rejects(wait, { message: 'enough' }));
+  controller.abort(new Error('enough'));
+  await Promise.all(waits);
+});
+
+// The frame segments of remote stream 0.
+const frameSegments = () => ownSegments().filter((name) => /^SHM\w{25}10$/.test(name));
+
+test('a stream that leaves widget mode and enters it again has a new segment', async (t) => {
+  const meeting = await joinMeeting(t, 'tessel:demo', 1);
+  const names = await meeting.enterWidgetMode(REMOTE);
+  const first = frameSegments();
+  meeting.exitWidgetMode(REMOTE);
+  assert.deepEqual(frameSegments(), []);
+  assert.deepEqual(await meeting.enterWidgetMode(REMOTE), names);
+  const second = frameSegments();
+  assert.deepEqual([first.length, second.length], [1, 1]);
+  assert.notDeepEqual(first, second);
+});
+
+test('a stream that is in widget mode stays in it when it enters again', async (t) => {
+  const meeting = await joinMeeting(t, 'tessel:demo', 1);
+  const names = await meeting.enterWidgetMode(REMOTE);
+  const segments = frameSegments();
+  assert.deepEqual(names, meeting.wrapper.getSharedDataInfo());
+  assert.deepEqual(await meeting.enterWidgetMode(REMOTE), names);
+  assert.deepEqual(frameSegments(), segments);
+});
+
+test('only a stream that is there enters widget mode, and it leaves it when it goes', async (t) => {
+  const meeting = await joinMeeting(t, 'tessel:demo?participants=1', 1);
+  await assert.rejects(meeting.enterWidgetMode({ type: 'remote', streamIndex: 1 }), {
+    message: 'The stream remote-1 is not there',
+  });
+  await meeting.enterWidgetMode(REMOTE);
+  assert.equal(frameSegments().length, 1);
+  await meeting.leave();
+  assert.deepEqual(frameSegments(), []);
+  meeting.exitWidgetMode(REMOTE);
+});

@@ -1,0 +1,62 @@
+// The package as npm packs it: installed from its tarball into an empty project, built there with
+// its own command, and used for a short meeting.
+
+import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
+import { mkdirSync, readdirSync, writeFileSync } from 'node:fs';
+import path from 'node:path';
+import { test } from 'node:test';
+
+import { temporaryDirectory } from '../support/temporary_directory.mjs';
+import { repository } from './support/face.mjs';
+
+const MEETING = `
+import { Meeting, copyI420 } from 'tessel-wrapper';
+
+const meeting = await Meeting.open({ logPath: '/dev/null' });
+await meeting.join({ uri: 'tessel:demo?participants=1&size=64x36' });
+for await (const frame of meeting.frames({ type: 'remote', streamIndex: 0 })) {
+  console.log('bytes:', copyI420(frame).length);
+  break;
+}
+await meeting.leave();
+meeting.close();
+`;
+
+// The standard output of a program that ends well. Nothing of this repository's build is in its
+// environment.
+function run(directory, command, ...args) {
+  const environment = { ...process.env, LD_PRELOAD: '' };
+  for (const name of ['TESSEL_BUILD', 'TESSEL_WRAPPER_ADDON']) delete environment[name];
+  const { status, signal, error, stdout, stderr } = spawnSync(command, args, {
+    cwd: directory,
+    env: environment,
+    encoding: 'utf8',
+    timeout: 500_000,
+    killSignal: 'SIGKILL',
+  });
+  if (error) throw error;
+  assert.deepEqual([status, signal], [0, null], `${command} ${args.join(' ')}\n${stdout}${stderr}`);
+  return stdout;
+}
+
+test('an installed package builds itself and takes part in a meeting', (t) => {
+  const directory = temporaryDirectory(t);
+  run(repository, 'npm', 'pack', '--pack-destination', directory);
+  const [tarball] = readdirSync(directory);
+
+  const project = path.join(directory, 'project');
+  mkdirSync(project);
+  writeFileSync(path.join(project, 'package.json'), '{ "private": true }');
+  run(project, 'npm', 'install', '--prefer-offline', '--no-audit', '--no-fund', `../${tarball}`);
+  const installed = readdirSync(path.join(project, 'node_modules/tessel-wrapper'));
+  for (const name of ['build', 'test', 'bench', 'examples']) {
+    assert.ok(!installed.includes(name), name);
+  }
+
+  const command = path.join(project, 'node_modules/.bin/tessel-wrapper');
+  run(project, command, 'build');
+  writeFileSync(path.join(project, 'meeting.mjs'), MEETING);
+  const lines = run(project, process.execPath, 'meeting.mjs').split('\n');
+  assert.ok(lines.includes('bytes: 3456'));
+});

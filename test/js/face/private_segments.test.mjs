@@ -1,0 +1,65 @@
+// When shared-memory segments are made, and with which rights.
+
+import assert from 'node:assert/strict';
+import { setImmediate } from 'node:timers/promises';
+import { test } from 'node:test';
+
+import { requireFace } from './support/face.mjs';
+
+const { makeSegment } = requireFace('./private_segments.js');
+
+// A second of its own for every test, so that they do not wait for each other.
+let second = 1_000_000_000;
+
+function stopTheClock(t, milliseconds = 500) {
+  second += 100;
+  t.mock.timers.enable({ apis: ['Date', 'setTimeout'], now: second * 1000 + milliseconds });
+}
+
+test('the first segment for a purpose is made before anything else happens', (t) => {
+  stopTheClock(t);
+  let isMade = false;
+  makeSegment('first', () => (isMade = true));
+  assert.ok(isMade);
+});
+
+test('it is made under a umask of 077', async (t) => {
+  stopTheClock(t);
+  const usual = process.umask(0o027);
+  assert.equal(await makeSegment('mask', () => process.umask()), 0o077);
+  assert.equal(process.umask(usual), 0o027);
+});
+
+test('the second one for the same purpose waits for the next second', async (t) => {
+  stopTheClock(t, 400);
+  const made = [];
+  const make = () => made.push(Date.now() % 100_000);
+  await makeSegment('same', make);
+  const again = Promise.all([makeSegment('same', make), makeSegment('same', make)]);
+  await makeSegment('other', make);
+  t.mock.timers.tick(619);
+  await setImmediate();
+  assert.deepEqual(made, [400, 400]);
+  t.mock.timers.tick(1);
+  await setImmediate();
+  assert.deepEqual(made, [400, 400, 1020]);
+  t.mock.timers.tick(1000);
+  await again;
+  assert.deepEqual(made, [400, 400, 1020, 2020]);
+});
+
+test('one that could not be made counts as made, and the umask is as before', async (t) => {
+  stopTheClock(t, 0);
+  const usual = process.umask();
+  const fail = () => {
+    throw new Error('full');
+  };
+  await assert.rejects(makeSegment('failed', fail), { message: 'full' });
+  assert.equal(process.umask(), usual);
+  let isMade = false;
+  const again = makeSegment('failed', () => (isMade = true));
+  await setImmediate();
+  assert.ok(!isMade);
+  t.mock.timers.tick(1020);
+  await again;
+});

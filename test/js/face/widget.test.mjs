@@ -1,0 +1,202 @@
+// Widgets. Most stand in the process of their meeting: each has its own mapping and its own hold of
+// the semaphores, as two processes have.
+
+import assert from 'node:assert/strict';
+import { fork } from 'node:child_process';
+import { once } from 'node:events';
+import { afterEach, beforeEach, test } from 'node:test';
+
+import { readCard } from '../support/card_code.mjs';
+import { face, joinMeeting } from './support/face.mjs';
+
+const { ClosedError, Widget, copyI420, frameCounters } = face;
+
+const STREAM = { type: 'remote', streamIndex: 0 };
+
+const afterwards = [];
+const testLike = { after: (step) => afterwards.push(step) };
+
+let widget;
+let names;
+
+beforeEach(async () => {
+  const meeting = await joinMeeting(testLike, 'tessel:demo?participants=1', 1);
+  names = await meeting.enterWidgetMode(STREAM);
+  widget = new Widget(names);
+});
+
+afterEach(() => {
+  widget.close();
+  for (const step of afterwards.splice(0)) step();
+});
+
+// Settles with what `use` made of the first picture.
+async function readFirst(use) {
+  for (;;) {
+    const result = widget.read(STREAM, use);
+    if (result !== undefined) return result;
+    await new Promise(setImmediate);
+  }
+}
+
+// The lock is free, and so is the segment's only slot for the next frame.
+async function expectReleased() {
+  const number = await readFirst((frame) => readCard(frame).number);
+  while ((await readFirst((frame) => readCard(frame).number)) === number) {
+    await new Promise(setImmediate);
+  }
+}
+
+test('read gives the picture to the callback and answers with its result', async () => {
+  const card = await readFirst(readCard);
+  assert.deepEqual([card.type, card.streamIndex], ['remote', 0]);
+});
+
+test('the frame is released when the callback returns', async () => {
+  const frame = await readFirst((given) => {
+    assert.equal(given.yPlaneBuffer.length, 640 * 360);
+    return given;
+  });
+  assert.equal(frame.yPlaneBuffer.length, 0);
+  assert.throws(() => copyI420(frame), { message: /no longer valid/ });
+  await expectReleased();
+});
+
+test('the frame is released when the callback throws', async () => {
+  const failing = () => {
+    throw new Error('mine');
+  };
+  await assert.rejects(readFirst(failing), { message: 'mine' });
+  await expectReleased();
+  const { delivered, released } = widget.counters()[0];
+  assert.equal(delivered, released);
+});
+
+test('an asynchronous callback is refused, and its frame released', async () => {
+  await assert.rejects(
+    readFirst(async () => {}),
+    {
+      name: 'TypeError',
+      message: 'A frame is gone when the callback returns: it must not be asynchronous',
+    },
+  );
+  await expectReleased();
+});
+
+test('a stream that is not in widget mode has no picture', () => {
+  const other = { type: 'content', streamIndex: 0 };
+  assert.equal(
+    widget.read(other, () => assert.fail()),
+    undefined,
+  );
+});
+
+test('watch gives the pictures until its signal', async () => {
+  const controller = new AbortController();
+  const numbers = new Set();
+  const watching = widget.watch(
+    STREAM,
+    (frame) => {
+      numbers.add(readCard(frame).number);
+      if (numbers.size === 3) controller.abort(new Error('enough'));
+    },
+    { rate: 100, signal: controller.signal },
+  );
+  await assert.rejects(watching, { message: 'enough' });
+  const sorted = [...numbers].sort((a, b) => a - b);
+  assert.deepEqual([...numbers], sorted);
+});
+
+test('watch rejects with what the callback throws, and the frame is released', async () => {
+  const watching = widget.watch(STREAM, () => {
+    throw new Error('mine');
+  });
+  await assert.rejects(watching, { message: 'mine' });
+  await expectReleased();
+});
+
+test('watch refuses a rate that is no positive number', async () => {
+  await assert.rejects(
+    widget.watch(STREAM, () => {}, { rate: 0 }),
+    { name: 'RangeError' },
+  );
+});
+
+test('counters count what was delivered and released, and are seen in one place', async () => {
+  await readFirst(() => true);
+  await readFirst(() => true);
+  const [row] = widget.counters();
+  assert.deepEqual(row, {
+    owner: row.owner,
+    stream: 'remote-0',
+    delivered: 2,
+    skipped: 0,
+    released: 2,
+  });
+  assert.match(row.owner, /^widget \d+$/);
+  assert.deepEqual(
+    frameCounters().filter(({ owner }) => owner === row.owner),
+    [row],
+  );
+  widget.read(STREAM, () => {
+    assert.deepEqual([widget.counters()[0].delivered, widget.counters()[0].released], [3, 2]);
+  });
+  widget.close();
+  assert.deepEqual(
+    frameCounters().filter(({ owner }) => owner === row.owner),
+    [],
+  );
+});
+
+test('remove forgets the stream and its names, so that it cannot be opened again', async () => {
+  await readFirst(() => true);
+  widget.remove(STREAM);
+  assert.equal(
+    widget.read(STREAM, () => true),
+    undefined,
+  );
+});
+
+test('closing ends watches and refuses reads; disposing closes', async () => {
+  const watching = widget.watch(STREAM, () => {}, { rate: 0.001 });
+  await readFirst(() => true);
+  widget.close();
+  widget.close();
+  assert.equal(await watching, undefined);
+  assert.equal(widget.isClosed, true);
+  assert.throws(
+    () => widget.read(STREAM, () => {}),
+    (error) => {
+      assert.ok(error instanceof ClosedError);
+      return error.message === 'The widget was closed';
+    },
+  );
+  assert.equal(await widget.watch(STREAM, () => {}), undefined);
+  const other = new Widget(names);
+  assert.equal(
+    other.read(STREAM, () => true),
+    undefined,
+    'its names are gone',
+  );
+  other[Symbol.dispose]();
+  assert.equal(other.isClosed, true);
+});
+
+test('names that are none are refused by the addon', () => {
+  assert.throws(() => new Widget({ shm_name: '/x' }), {
+    name: 'TypeError',
+    message: 'Missing property sem_name on object SharedData',
+  });
+});
+
+test('a widget in a second process sees the pictures and ends by itself', async () => {
+  const child = fork(new URL('fixtures/widget_process.mjs', import.meta.url), {
+    stdio: ['ignore', 'ignore', 'inherit', 'ipc'],
+  });
+  child.send(names);
+  const [cards] = await once(child, 'message');
+  const [code, signal] = await once(child, 'exit');
+  assert.deepEqual([code, signal], [0, null]);
+  assert.equal(cards.length, 3);
+  for (const card of cards) assert.deepEqual([card.type, card.streamIndex], ['remote', 0]);
+});

@@ -1,7 +1,8 @@
 // node scripts/run_tests.mjs PRESET [--only TEXT]
 //
-// Runs the native tests of build/PRESET through CTest, then every test/js/**/*.test.mjs in a node
-// process of its own, and ends with one line 'N passed, N failed' for both. These are failures too:
+// Runs the native tests of build/PRESET through CTest, then every test/js/**/*.test.mjs, and every
+// test/**/PRESET.test.mjs, in a node process of its own, and ends with one line 'N passed, N failed'
+// for both. These are failures too:
 // a runner that crashes or finds no tests, a file that ends before its tests did, a skipped test,
 // and a sanitizer's report in any process, even one whose outcome the tests ignore.
 //

@@ -91,9 +91,9 @@ missing_packages() {
 }
 
 check_node() {
-  local hint="install Node.js 20 or newer as nodejs.org ships it: with npm and its headers"
+  local hint="install Node.js 20.4 or newer as nodejs.org ships it: with npm and its headers"
   has_command node || fail "node is missing: $hint"
-  has_version node 20.0 || fail "node $(node --version) is too old: $hint"
+  has_version node 20.4 || fail "node $(node --version) is too old: $hint"
   has_command npm || fail "npm is missing: $hint"
   local headers header
   headers=$(node -p 'require("path").resolve(process.execPath, "../../include/node")')

@@ -1,26 +1,29 @@
 'use strict';
 
-// The package's face: finds the addon and exports its two classes untouched.
+// The package's face: the addon's two classes untouched, and what makes them convenient.
 
-const path = require('node:path');
-
-// The environment variable that names another build of the addon.
-const OVERRIDE = 'TESSEL_WRAPPER_ADDON';
-
-function loadAddon() {
-  const file =
-    process.env[OVERRIDE] ?? path.join(__dirname, '..', 'build', 'release', 'tesselWrapper.node');
-  try {
-    return require(file);
-  } catch (error) {
-    throw new Error(
-      `Cannot load ${file}: ${error.message}\n` +
-        `Build it with "npm run setup", or name another build in ${OVERRIDE}.`,
-      { cause: error },
-    );
-  }
-}
+const { CallError, ClosedError, ShareError, TimeoutError } = require('./errors.js');
+const { copyI420, copyRgba } = require('./frame_copies.js');
+const { FrameLedger } = require('./frame_counters.js');
+const { loadAddon } = require('./load_addon.js');
+const { defineMeeting } = require('./meeting.js');
+const { defineWidget } = require('./widget.js');
 
 const { TesselWrapper, TesselWrapperProxy } = loadAddon();
+const Meeting = defineMeeting(TesselWrapper);
+const Widget = defineWidget(TesselWrapperProxy);
+const frameCounters = () => FrameLedger.all();
 
-module.exports = { TesselWrapper, TesselWrapperProxy };
+module.exports = {
+  TesselWrapper,
+  TesselWrapperProxy,
+  Meeting,
+  Widget,
+  copyI420,
+  copyRgba,
+  frameCounters,
+  CallError,
+  ClosedError,
+  ShareError,
+  TimeoutError,
+};

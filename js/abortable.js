@@ -1,0 +1,40 @@
+'use strict';
+
+// A promise that settles as `begin` says, or rejects with the reason of the first of `signals` that
+// is aborted (those that are undefined are left out). `begin(resolve, reject, undo)` runs at once,
+// unless a signal is aborted already; what it gives to `undo` runs when the promise settles.
+function abortable(signals, begin) {
+  const given = signals.filter((signal) => signal !== undefined);
+  return new Promise((resolve, reject) => {
+    const aborted = given.find((signal) => signal.aborted);
+    if (aborted) {
+      reject(aborted.reason);
+      return;
+    }
+    const steps = [];
+    const end = (settle) => (value) => {
+      for (const step of steps.splice(0)) step();
+      settle(value);
+    };
+    for (const signal of given) {
+      const abort = () => end(reject)(signal.reason);
+      signal.addEventListener('abort', abort);
+      steps.push(() => signal.removeEventListener('abort', abort));
+    }
+    try {
+      begin(end(resolve), end(reject), (step) => steps.push(step));
+    } catch (error) {
+      end(reject)(error);
+    }
+  });
+}
+
+// Settles after `milliseconds`.
+function pause(milliseconds, signals) {
+  return abortable(signals, (resolve, _reject, undo) => {
+    const timer = setTimeout(resolve, milliseconds);
+    undo(() => clearTimeout(timer));
+  });
+}
+
+module.exports = { abortable, pause };

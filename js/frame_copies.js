@@ -1,0 +1,76 @@
+'use strict';
+
+// What to take out of a frame while its planes are valid.
+
+function requirePlanes(frame) {
+  const { yPlaneBuffer, uPlaneBuffer, vPlaneBuffer } = frame;
+  if (
+    yPlaneBuffer.length < frame.yPlaneBufferSize ||
+    uPlaneBuffer.length < frame.uPlaneBufferSize ||
+    vPlaneBuffer.length < frame.vPlaneBufferSize
+  ) {
+    throw new Error('The planes of the frame are no longer valid: copy it before the next is read');
+  }
+}
+
+// The first `size` bytes of `target`, or of a new array when none is given.
+function space(target, size, ArrayType) {
+  const array = target ?? new ArrayType(size);
+  if (array.length < size) {
+    throw new RangeError(`The target has ${array.length} bytes, the frame needs ${size}`);
+  }
+  return array.subarray(0, size);
+}
+
+// The planes Y, U and V of `frame` one behind the other with tightly packed rows.
+function copyI420(frame, target) {
+  requirePlanes(frame);
+  const planes = ['y', 'u', 'v'].map((name) => ({
+    bytes: frame[`${name}PlaneBuffer`],
+    width: frame[`${name}PlaneBufferWidth`],
+    height: frame[`${name}PlaneBufferHeight`],
+    stride: frame[`${name}PlaneBufferStride`],
+  }));
+  const size = planes.reduce((sum, { width, height }) => sum + width * height, 0);
+  const copy = space(target, size, Uint8Array);
+  let offset = 0;
+  for (const { bytes, width, height, stride } of planes) {
+    if (stride === width) {
+      copy.set(bytes.subarray(0, width * height), offset);
+    } else {
+      for (let row = 0; row < height; row++) {
+        copy.set(bytes.subarray(row * stride, row * stride + width), offset + row * width);
+      }
+    }
+    offset += width * height;
+  }
+  return copy;
+}
+
+// The picture as red, green, blue and alpha bytes, row after row: BT.601, limited range, as the
+// field's software codecs have it.
+function copyRgba(frame, target) {
+  requirePlanes(frame);
+  const { width, height, yPlaneBuffer, uPlaneBuffer, vPlaneBuffer } = frame;
+  // It clamps what is stored in it, whatever the type of `target`.
+  const given = space(target, 4 * width * height, Uint8ClampedArray);
+  const rgba = new Uint8ClampedArray(given.buffer, given.byteOffset, given.length);
+  let at = 0;
+  for (let row = 0; row < height; row++) {
+    const yRow = row * frame.yPlaneBufferStride;
+    const uRow = (row >> 1) * frame.uPlaneBufferStride;
+    const vRow = (row >> 1) * frame.vPlaneBufferStride;
+    for (let column = 0; column < width; column++) {
+      const y = 1.164 * (yPlaneBuffer[yRow + column] - 16);
+      const u = uPlaneBuffer[uRow + (column >> 1)] - 128;
+      const v = vPlaneBuffer[vRow + (column >> 1)] - 128;
+      rgba[at++] = y + 1.596 * v;
+      rgba[at++] = y - 0.392 * u - 0.813 * v;
+      rgba[at++] = y + 2.017 * u;
+      rgba[at++] = 255;
+    }
+  }
+  return given;
+}
+
+module.exports = { copyI420, copyRgba };

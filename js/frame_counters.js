@@ -1,0 +1,51 @@
+'use strict';
+
+// What became of the frames that meetings and widgets handed to the application.
+
+// Of one stream of one meeting or widget.
+class FrameCounters {
+  delivered = 0;
+  skipped = 0;
+  released = 0;
+}
+
+// The counters of one meeting or widget, by stream.
+class FrameLedger {
+  static #open = new Set();
+  static #made = 0;
+
+  #owner;
+  #streams = new Map();
+
+  constructor(kind) {
+    FrameLedger.#made += 1;
+    this.#owner = `${kind} ${FrameLedger.#made}`;
+    FrameLedger.#open.add(this);
+  }
+
+  // The counters of all that are open.
+  static all() {
+    return [...FrameLedger.#open].flatMap((ledger) => ledger.rows());
+  }
+
+  of({ type, streamIndex }) {
+    const name = `${type}-${streamIndex}`;
+    let counters = this.#streams.get(name);
+    if (!counters) this.#streams.set(name, (counters = new FrameCounters()));
+    return counters;
+  }
+
+  rows() {
+    return Array.from(this.#streams, ([stream, counters]) => ({
+      owner: this.#owner,
+      stream,
+      ...counters,
+    }));
+  }
+
+  close() {
+    FrameLedger.#open.delete(this);
+  }
+}
+
+module.exports = { FrameLedger };

@@ -1,0 +1,807 @@
+/// <reference types="node" />
+
+// The declarations of the package's face. Integers are read as signed 32-bit ones, fractions cut
+// off, unless something else is said.
+
+// ---- Streams and frames
+
+export type StreamType = 'local' | 'remote' | 'content';
+
+/** Names one media stream. */
+export interface StreamKey {
+  type: StreamType;
+  /** Tells streams of one type apart; for remote streams, from 0 to 49 in widget mode. */
+  streamIndex: number;
+}
+
+/** A stream that is there. */
+export interface Stream extends StreamKey {
+  /** The contributing source: unsigned 32-bit. A layout names remote streams by it. */
+  csrc: number;
+}
+
+/** An answer without a picture. */
+export interface FrameWithoutPicture {
+  noUpdate: true;
+  /** The stream shows nothing: clear the picture that you show for it. */
+  clearFrame: boolean;
+  frameId: number;
+  /** The contributing source that the frame came from: unsigned 32-bit. */
+  csrc: number;
+}
+
+/** The stream shows nothing any more: clear the picture that you show for it. */
+export interface ClearFrame extends FrameWithoutPicture {
+  clearFrame: true;
+}
+
+/**
+ * A picture: planar YUV 4:2:0, 8 bits, BT.601 limited range.
+ *
+ * The three arrays lie over the engine's own memory, and over shared memory in a widget; nothing is
+ * copied. When that memory stops being valid they are detached: their length becomes 0. A frame of
+ * a `TesselWrapper` is valid until anybody reads the next fresh frame of its stream, one of a
+ * `TesselWrapperProxy` until it is released. Never write into them.
+ */
+export interface PictureFrame {
+  noUpdate: false;
+  /** Clear the picture that you show before this one is drawn. */
+  clearFrame: boolean;
+  /**
+   * Counts the stream's frames; frames that were lost are missing in the count. In a widget it is
+   * the address of the picture in its process, the same for every frame.
+   */
+  frameId: number;
+  /** The contributing source that the frame came from: unsigned 32-bit. */
+  csrc: number;
+  /** Pixels. */
+  width: number;
+  /** Pixels. */
+  height: number;
+  /** Luma, `yPlaneBufferSize` bytes. */
+  yPlaneBuffer: Uint8Array;
+  /** Samples in a row: `width`. */
+  yPlaneBufferWidth: number;
+  /** Rows: `height`. */
+  yPlaneBufferHeight: number;
+  /** Bytes. */
+  yPlaneBufferSize: number;
+  /** Bytes from the start of one row to the start of the next. */
+  yPlaneBufferStride: number;
+  /** Blue-difference chroma, `uPlaneBufferSize` bytes. */
+  uPlaneBuffer: Uint8Array;
+  /** Samples in a row: half of `width`, rounded up. */
+  uPlaneBufferWidth: number;
+  /** Rows: half of `height`, rounded up. */
+  uPlaneBufferHeight: number;
+  /** Bytes. */
+  uPlaneBufferSize: number;
+  /** Bytes from the start of one row to the start of the next. */
+  uPlaneBufferStride: number;
+  /** Red-difference chroma, `vPlaneBufferSize` bytes. */
+  vPlaneBuffer: Uint8Array;
+  /** Samples in a row: half of `width`, rounded up. */
+  vPlaneBufferWidth: number;
+  /** Rows: half of `height`, rounded up. */
+  vPlaneBufferHeight: number;
+  /** Bytes. */
+  vPlaneBufferSize: number;
+  /** Bytes from the start of one row to the start of the next. */
+  vPlaneBufferStride: number;
+}
+
+export type Frame = PictureFrame | FrameWithoutPicture;
+
+// ---- Records that methods take
+
+/** Describes the application to its engine. */
+export interface CreateParams {
+  /** Version of the application. */
+  appVersion: string;
+  /** File, or directory, of the engine's configuration; '' for none. */
+  configPath: string;
+  /** Directory of the engine's log. */
+  logPath: string;
+  /** What the names of the log's files begin with. */
+  logPrefix: string;
+  /** What the engine announces itself as. */
+  userAgent: string;
+}
+
+export interface MediaStreamState {
+  /** Shared content is received. */
+  contentStreamEnabled: boolean;
+  /** Remote audio is received. */
+  incomingAudioEnabled: boolean;
+  /** Remote video is received. */
+  incomingVideoEnabled: boolean;
+  /** Local audio is muted towards the meeting. */
+  outgoingAudioMuted: boolean;
+  /** Local video is muted towards the meeting. */
+  outgoingVideoMuted: boolean;
+}
+
+/** Whether an event of the meeting's orderly changes is wanted; see "gracefulEvent". */
+export interface GracefulEventState {
+  event: string;
+  enabled: boolean;
+}
+
+/** One TURN relay server. */
+export interface TurnServerInfo {
+  protocol: string;
+  fqdn: string;
+  address: string;
+  port: number;
+  username: string;
+  password: string;
+  priority: number;
+  bandwidth: number;
+}
+
+/** Everything that joining a meeting takes. */
+export interface ConnectParams {
+  /** The meeting, in the engine's own scheme; `tessel:...` for the embedded engine. */
+  uri: string;
+  /** The local participant's name. */
+  endpointName: string;
+  meetingGuid: string;
+  /** Bits per second. */
+  maxBandwidth: number;
+  /** Media goes through the TURN servers alone. */
+  forceTurn: boolean;
+  enableRdc: boolean;
+  isVesperMeeting: boolean;
+  /** Layouts are asked for with `updateVideoStreamsState`. */
+  enableClientDrivenLayouts: boolean;
+  enableClientLayoutOrdering: boolean;
+  /** Attributes of the meeting, separated by commas. */
+  meetingAttributes: string;
+  /** A text that is listed twice counts once. */
+  meetingFeatures: readonly string[];
+  gracefulEvents: readonly GracefulEventState[];
+  mediaStreamState: MediaStreamState;
+  turnServers: readonly TurnServerInfo[];
+}
+
+export interface CaptureCapability {
+  /** Pixels; 1280 when left out. */
+  width?: number;
+  /** Pixels; 720 when left out. */
+  height?: number;
+  /** The most frames per second; 30 when left out. */
+  maxFPS?: number;
+}
+
+/** A camera, and how it captures. */
+export interface VideoDevice {
+  videoDeviceId: string;
+  videoDeviceName: string;
+  capability?: CaptureCapability;
+}
+
+/** A microphone. */
+export interface AudioInDevice {
+  audioInId: string;
+  audioInName: string;
+  audioInSourceName: string;
+}
+
+/** A speaker. */
+export interface AudioOutDevice {
+  audioOutId: string;
+  audioOutName: string;
+  audioOutSourceName: string;
+}
+
+export interface DeviceSelectionParams {
+  videoDevice: VideoDevice;
+  audioInDevice: AudioInDevice;
+  audioOutDevice: AudioOutDevice;
+}
+
+/** What the application's own mixer says, for the engine's report. */
+export interface AudioDeviceStats {
+  isSpeakerMuted: boolean;
+  /** A whole number; a negative one arrives as a very large one. */
+  speakerVolume: number;
+  isMicMuted: boolean;
+  /** A whole number; a negative one arrives as a very large one. */
+  micVolume: number;
+}
+
+/** What is shared. The identifier that belongs to `type` matters; -1 when left out. */
+export interface ContentShareParams {
+  type: 'screen' | 'application' | 'window';
+  /** The index of a monitor of `getScreenMonitorDetails`; -1 is the first. */
+  screenId?: number;
+  applicationId?: number;
+  windowId?: number;
+}
+
+/** One remote video that is wanted. */
+export interface VideoStreamInfo {
+  /** The `csrc` of the stream: unsigned 32-bit. */
+  ssrc: number;
+  /** The `csrc` of the participant's stream: unsigned 32-bit. */
+  participantSsrc: number;
+  /** The low 16 bits count. */
+  speakerGroup: number;
+  /** Larger comes first. The low 16 bits count. */
+  priority: number;
+}
+
+/**
+ * Limits of one tile. A quality is a height in pixels, a rate is in frames per second; one that is
+ * left out limits nothing.
+ */
+export interface VideoStreamConstraints {
+  maxquality?: 45 | 90 | 180 | 360 | 720;
+  maxfps?: 3 | 7 | 15 | 30;
+  minquality?: 45 | 90 | 180 | 360 | 720;
+  minfps?: 3 | 7 | 15 | 30;
+}
+
+/** Which remote videos to receive, and how well. */
+export interface VideoStreamsState {
+  VideoStreamState: {
+    VideoStreamInfos: readonly VideoStreamInfo[];
+    /** Row n - 1 holds when n tiles are shown, with one entry for each tile. */
+    VideoOccupancyConstraints: readonly (readonly VideoStreamConstraints[])[];
+  };
+}
+
+export interface MeetingStatsParams {
+  enable: boolean;
+  /** How often, in milliseconds for the embedded engine. The low 16 bits count. */
+  timerDuration: number;
+}
+
+export interface ConfigDataParams {
+  /** A text in the engine's own form. */
+  configData: string;
+}
+
+/** A subscription to a named event of the meeting's server; see "eventNotify". */
+export interface RegisterEventParams {
+  eventName: string;
+  /** In seconds for the embedded engine: unsigned 32-bit. */
+  expires: number;
+  mimeType: string;
+  mimeSubType: string;
+}
+
+export interface UnregisterEventParams {
+  eventName: string;
+}
+
+// ---- What methods return
+
+export interface ConfigData {
+  isVesperCapable: boolean;
+  /** The highest video-quality index that is allowed. */
+  maxVOQualityIndex: number;
+}
+
+/** A monitor's place on the desktop, in pixels. */
+export interface ScreenMonitor {
+  x: number;
+  y: number;
+  width: number;
+  height: number;
+}
+
+export interface MeetingAttribute {
+  value: string;
+}
+
+/** The names of the main segment, which a widget's process needs. */
+export interface SharedDataInfo {
+  shm_name: string;
+  sem_name: string;
+}
+
+/** Units that are not in a name are the engine's. */
+export interface MeetingTotals {
+  system_cpu: number;
+  process_cpu: number;
+  inbound_bwe_bps: number;
+  outbound_bwe_bps: number;
+  total_inbound_bps: number;
+  total_outbound_bps: number;
+  send_tmmbr_bitrate: number;
+  instant_inbound_loss: number;
+  instant_outbound_loss: number;
+}
+
+export interface ContentSendStats {
+  width: number;
+  height: number;
+  total_bitrate_bps: number;
+  pacer_delay_ms: number;
+  fps: number;
+  retransmit_bitrate_bps: number;
+}
+
+export interface VideoSendStats extends ContentSendStats {
+  /** Unsigned 32-bit. */
+  ssrc: number;
+  /** From 0 to 1. */
+  fraction_loss: number;
+  /** Packets. */
+  cumulative_loss: number;
+}
+
+export interface ContentReceiveStats {
+  width: number;
+  height: number;
+  total_bitrate_bps: number;
+  target_delay_ms: number;
+  rtx_recovered_packets: number;
+  fec_recovered_packets: number;
+  fps: number;
+}
+
+export interface VideoReceiveStats extends ContentReceiveStats {
+  /** Unsigned 32-bit. */
+  ssrc: number;
+  /** From 0 to 1. */
+  fraction_loss: number;
+  /** Packets. */
+  cumulative_loss: number;
+}
+
+export interface AudioStats {
+  transmit_level: number;
+  output_level: number;
+  snr: number;
+  downlink_jitter: number;
+  uplink_jitter: number;
+  downlink_packet_loss_count: number;
+  uplink_packet_loss_count: number;
+  downlink_packet_corrected_count: number;
+  uplink_packet_corrected_count: number;
+  /** Exact up to 2 to the power of 53. */
+  downlink_payload_bytes: number;
+  /** Exact up to 2 to the power of 53. */
+  uplink_payload_bytes: number;
+}
+
+/** One snapshot of the engine's statistics. */
+export interface MeetingStats {
+  meetingStats: MeetingTotals;
+  /** Ascending by `ssrc`. */
+  video_send_stats: VideoSendStats[];
+  content_send_stats: ContentSendStats;
+  /** Ascending by `ssrc`. */
+  video_recv_stats: VideoReceiveStats[];
+  content_recv_stats: ContentReceiveStats;
+  audio_stats: AudioStats;
+}
+
+// ---- Events
+
+export type ShareStatus =
+  | 'started'
+  | 'failed'
+  | 'denied'
+  | 'token_granted'
+  | 'token_denied'
+  | 'stopped'
+  | 'token_relinquished';
+
+/** A stream's type is 'unknown' when the engine names one that the addon does not know. */
+export interface StreamEvent {
+  type: StreamType | 'unknown';
+  streamIndex: number;
+  /** The contributing source: unsigned 32-bit. */
+  csrc: number;
+}
+
+export interface CallDisconnect {
+  /** Tells the engine's calls apart. */
+  callId: number;
+  reason: string;
+  /** 0 when the call was left; the engine's documentation lists the others. */
+  code: number;
+}
+
+/** The events of a meeting, by name, with their payloads. */
+export interface MeetingEvents {
+  /** A stream is there. */
+  streamAdded: StreamEvent;
+  /** A stream is gone. */
+  streamRemoved: StreamEvent;
+  /** A stream shows something else than before. */
+  streamUpdated: StreamEvent;
+  gracefulEvent: { event: string; enable: boolean };
+  /** The call is joined, or it is not, or not any more. */
+  callConnectionStatus: { connected: boolean };
+  /** Without `status` when the engine reports one that has no name. */
+  screenShareStatus: { status?: ShareStatus };
+  /** Somebody else presents content, or no longer does. */
+  contentReceive: { isReceiving: boolean; presenterGuid: string };
+  callDisconnect: CallDisconnect;
+  /** Without `mediaType` when it is neither. */
+  mediaMuteState: { mediaType?: 'video' | 'audio'; muted: boolean };
+  /** The microphone's level; from 0 to 100 on the embedded engine. */
+  micLevel: { level: number };
+  /** Media stopped arriving (`up` is false) or arrives again. Without `mediaType` when it has no name. */
+  noRtpMedia: { mediaType?: 'video' | 'audio' | 'content'; up: boolean };
+  /** A device came or went. Without `type` when it has no name. */
+  deviceChange: { id: string; type?: 'video' | 'audioIn' | 'audioOut' };
+  /** An event that was registered; its body is the engine's text, unparsed. */
+  eventNotify: { eventName: string; eventBody: string };
+  /** The video-quality index changed. */
+  vspUpdateVOQI: { VSPVOQI: number };
+}
+
+export type MeetingEventName = keyof MeetingEvents;
+
+/** One event as the pair of its name and its payload, told apart by the name. */
+export type MeetingEvent<Name extends MeetingEventName = MeetingEventName> = {
+  [Each in Name]: [name: Each, payload: MeetingEvents[Each]];
+}[Name];
+
+// ---- The addon's classes
+
+/** What an emitter factory makes: for example an `EventEmitter` of `node:events`. */
+export interface Emitter {
+  on(eventName: string, listener: (...args: any[]) => void): unknown;
+  emit(eventName: string, payload: any): unknown;
+}
+
+/**
+ * One media engine. Made on the main thread alone. Its methods check their arguments (a `TypeError`
+ * says what is wrong), call the engine and return; what comes of it is told by events.
+ */
+export class TesselWrapper {
+  /** Sets what makes the emitters of the wrappers that are made from now on. */
+  static _internal_setEmitterFactory(factory: () => Emitter): void;
+
+  /** Blocks until the engine is initialised. The emitter is held weakly: keep it. */
+  constructor(params: CreateParams);
+
+  /** Shuts the engine down. From then on the process can end by itself. */
+  destroy(): void;
+  /** Passes the listener to the emitter's own `on`. */
+  on<Name extends MeetingEventName>(
+    eventName: Name,
+    listener: (payload: MeetingEvents[Name]) => void,
+  ): void;
+
+  /** Answered with "callConnectionStatus", and with "callDisconnect" when it is not joined. */
+  connectCall(params: ConnectParams): void;
+  /** Answered with "callDisconnect". */
+  disconnectCall(): void;
+
+  /** Answered with "mediaMuteState" where it changes what is sent. */
+  updateMediaStreamState(state: MediaStreamState): void;
+  /** Answered with "mediaMuteState". */
+  muteLocalVideo(mute: boolean): void;
+  /** Answered with "mediaMuteState". */
+  muteLocalAudio(mute: boolean): void;
+  setRemoteAudioMute(mute: boolean): void;
+  /** Switches the local stream with index 0. */
+  enableCameraCapture(enable: boolean): void;
+  selectDevices(params: DeviceSelectionParams): void;
+  setVideoDevice(device: VideoDevice): void;
+  setAudioInDevice(device: AudioInDevice): void;
+  setAudioOutDevice(device: AudioOutDevice): void;
+  setAudioDebug(enable: boolean): void;
+  sendAudioDeviceStats(stats: AudioDeviceStats): void;
+
+  /** Answered with "screenShareStatus": 'started', 'failed' or 'denied'. */
+  startPresentation(params: ContentShareParams): void;
+  /** Answered with "screenShareStatus": 'stopped'. */
+  stopPresentation(): void;
+  /** Answered with "screenShareStatus": 'token_granted' or 'token_denied'. */
+  requestContentShareToken(): void;
+  /** Answered with "screenShareStatus": 'token_relinquished'. */
+  releaseContentShareToken(): void;
+  /** The local monitors, in the engine's order. */
+  getScreenMonitorDetails(): ScreenMonitor[];
+
+  updateVideoStreamsState(state: VideoStreamsState): void;
+
+  configureMeetingStats(params: MeetingStatsParams): void;
+  getMeetingStats(): MeetingStats;
+  /** The attributes that the meeting requires, ascending. */
+  getMediaMeetingAttributes(): MeetingAttribute[];
+
+  getConfigData(): ConfigData;
+  updateConfigData(params: ConfigDataParams): void;
+  /** Answered with "eventNotify" each time the event arrives. */
+  registerEvent(params: RegisterEventParams): void;
+  unregisterEvent(params: UnregisterEventParams): void;
+
+  /**
+   * The stream's newest frame. Without a picture when `frameId` is its identifier; 0 stands for no
+   * frame at all.
+   */
+  getFrame(stream: StreamKey, frameId: number): Frame;
+  /** The frame that `getFrame` answered with last, once more. */
+  getLastFrame(stream: StreamKey): Frame;
+  /** Does nothing: frames are taken back by themselves. */
+  releaseFrame(...ignored: unknown[]): void;
+
+  /**
+   * Copies the stream's frames into shared memory from now on. The segment is made with the rights
+   * that the umask leaves, and under a name that repeats within one second:
+   * `Meeting.enterWidgetMode` sees to both.
+   */
+  enterWidgetMode(stream: StreamKey): void;
+  exitWidgetMode(stream: StreamKey): void;
+  /** What a `TesselWrapperProxy` is made with. */
+  getSharedDataInfo(): SharedDataInfo;
+}
+
+/**
+ * Reads the frames of streams in widget mode, in a second process. Made on the main thread alone.
+ */
+export class TesselWrapperProxy {
+  constructor(names: SharedDataInfo);
+
+  /**
+   * The stream's picture in shared memory, which stays locked until `releaseFrame`, also when the
+   * answer has no picture. It has none when `frameId` is the number of stored frames less one.
+   */
+  getFrame(stream: StreamKey, frameId: number): Frame;
+  /** `getFrame` with 0. */
+  getLastFrame(stream: StreamKey): Frame;
+  releaseFrame(stream: StreamKey): void;
+  /** Forgets the stream and removes its segment's names. */
+  removeVideo(stream: StreamKey): void;
+}
+
+// ---- The meeting
+
+/** The longest that a promise waits. Ends the waiting, not what the engine was asked for. */
+export interface Limits {
+  /** The promise rejects with its reason when it is aborted. */
+  signal?: AbortSignal;
+  /** Milliseconds; then the promise rejects with a `TimeoutError`. No limit when left out. */
+  timeout?: number;
+}
+
+export interface WaitOptions<Payload> extends Limits {
+  /** Which payloads count; all when left out. */
+  where?: (payload: Payload) => boolean;
+}
+
+export interface FrameOptions {
+  /** The most frames per second; 30 when left out. */
+  rate?: number;
+  /** The iteration throws its reason, and the watching rejects with it, when it is aborted. */
+  signal?: AbortSignal;
+}
+
+/** `logPath` is required; the others are '' when left out, `userAgent` "tessel-wrapper". */
+export type MeetingParams = Partial<CreateParams> & Pick<CreateParams, 'logPath'>;
+
+/**
+ * `uri` is required. What is left out means: everything is sent and received, at most 4,000,000 bits
+ * per second, layouts driven by the application, no relay servers, nothing else special.
+ */
+export type JoinParams = Partial<Omit<ConnectParams, 'mediaStreamState'>> &
+  Pick<ConnectParams, 'uri'> & { mediaStreamState?: Partial<MediaStreamState> };
+
+/** What became of the frames of one stream. */
+export interface FrameCounters {
+  /** Which meeting or widget: its kind and its number in this process. */
+  owner: string;
+  /** Type and index: "remote-0". */
+  stream: string;
+  /** Handed to the application. */
+  delivered: number;
+  /**
+   * Frames between those delivered that the application did not get, by their identifiers: lost on
+   * the way, left out for the rate, or for a slow application. Always 0 in a widget, whose frames
+   * have no identifiers.
+   */
+  skipped: number;
+  /** Given back: the application is done with them. */
+  released: number;
+}
+
+/**
+ * One engine with its events, promises for what it answers by events, and its frames. Whatever is
+ * not here is asked of `wrapper`.
+ *
+ * A meeting belongs to the application and lives until it is closed: nobody has to hold it for its
+ * listeners to be called. Its promises reject with a `ClosedError` when it is closed.
+ */
+export class Meeting implements Disposable {
+  private constructor();
+
+  /**
+   * Makes an engine, which blocks until it is initialised. Its shared memory is made readable for
+   * this user alone. A second meeting within one second waits for the next one.
+   *
+   * Replaces the emitter factory of `TesselWrapper`.
+   */
+  static open(params: MeetingParams, options?: Pick<Limits, 'signal'>): Promise<Meeting>;
+
+  /** The engine's other operations. */
+  readonly wrapper: TesselWrapper;
+  /** The streams that are there now, in the order in which they came. */
+  readonly streams: StreamEvent[];
+  readonly isClosed: boolean;
+
+  on<Name extends MeetingEventName>(
+    event: Name,
+    listener: (payload: MeetingEvents[Name]) => void,
+  ): this;
+  once<Name extends MeetingEventName>(
+    event: Name,
+    listener: (payload: MeetingEvents[Name]) => void,
+  ): this;
+  off<Name extends MeetingEventName>(
+    event: Name,
+    listener: (payload: MeetingEvents[Name]) => void,
+  ): this;
+
+  /**
+   * The payload of the next such event. It listens from the moment it is called, so nothing is lost
+   * when it is called before what brings the event about, and awaited afterwards.
+   */
+  waitFor<Name extends MeetingEventName>(
+    event: Name,
+    options?: WaitOptions<MeetingEvents[Name]>,
+  ): Promise<MeetingEvents[Name]>;
+  /**
+   * The events of these names in the order in which they come. It listens from the moment it is
+   * called, and keeps what is not asked for yet. It ends with the loop, the signal or the meeting.
+   */
+  events<Name extends MeetingEventName>(
+    names: readonly Name[],
+    options?: Pick<Limits, 'signal'>,
+  ): AsyncIterableIterator<MeetingEvent<Name>>;
+
+  /**
+   * Joins a meeting. Rejects with a `CallError` when it is refused. A join that is given up by its
+   * limits is taken back.
+   */
+  join(params: JoinParams, limits?: Limits): Promise<void>;
+  /** Leaves the call and tells how it ended; `undefined` when there was none. */
+  leave(limits?: Limits): Promise<CallDisconnect | undefined>;
+
+  /** Rejects with a `ShareError` when it is denied, with a `CallError` when the call ends. */
+  requestContentShareToken(limits?: Limits): Promise<void>;
+  /** Settles at once without the token. */
+  releaseContentShareToken(limits?: Limits): Promise<void>;
+  /**
+   * Needs the token. Rejects with a `ShareError` when it is denied or fails, with a `CallError` when
+   * the call ends.
+   */
+  startPresentation(params: ContentShareParams, limits?: Limits): Promise<void>;
+  /** Settles at once when nothing is presented. */
+  stopPresentation(limits?: Limits): Promise<void>;
+
+  /**
+   * The stream's frames at no more than the chosen rate, each the newest one when it is asked for;
+   * none waits in a buffer. After a picture one `ClearFrame` tells that the stream shows nothing any
+   * more. Ends when a stream that was there is gone, and with the meeting; a stream that is not
+   * there yet is waited for.
+   *
+   * The planes of a frame are valid in the loop's body, as long as nothing else reads the same
+   * stream.
+   */
+  frames(
+    stream: StreamKey,
+    options?: FrameOptions,
+  ): AsyncGenerator<PictureFrame | ClearFrame, void, void>;
+
+  /**
+   * Copies the stream's frames into shared memory, for a `Widget` in a second process, which is made
+   * with the answer. The memory is readable for this user alone. Entering again within one second
+   * waits for the next one.
+   */
+  enterWidgetMode(stream: StreamKey, options?: Pick<Limits, 'signal'>): Promise<SharedDataInfo>;
+  /** Does nothing when the stream is not in widget mode. */
+  exitWidgetMode(stream: StreamKey): void;
+
+  /** What became of its frames, by stream. */
+  counters(): FrameCounters[];
+
+  /**
+   * Shuts the engine down, so that the process can end by itself. What still waits rejects, loops
+   * over frames and events end. Does nothing the second time.
+   */
+  close(): void;
+  [Symbol.dispose](): void;
+}
+
+// ---- The widget
+
+/** Everything but promises. */
+export type Synchronous<Result> = Result extends PromiseLike<unknown> ? never : Result;
+
+/**
+ * Reads, in a second process, the streams that a meeting has in widget mode. One widget at a time:
+ * what it forgets, and its end, remove the names by which another could open the memory.
+ *
+ * Pictures are looked at in place, while their writer waits: draw or copy them, and return.
+ */
+export class Widget implements Disposable {
+  /** Of what `Meeting.enterWidgetMode` answered with. */
+  constructor(names: SharedDataInfo);
+
+  readonly proxy: TesselWrapperProxy;
+  readonly isClosed: boolean;
+
+  /**
+   * Calls `use` with the stream's picture and returns what it returned; `undefined`, without a call,
+   * when there is no picture. The frame is released when `use` returns or throws, so `use` must not
+   * be asynchronous.
+   */
+  read<Result>(
+    stream: StreamKey,
+    use: (frame: PictureFrame) => Synchronous<Result>,
+  ): Result | undefined;
+  /**
+   * Does the same at the chosen rate until the signal or the end of the widget. A picture that has
+   * not changed is given again. Rejects with what `use` throws.
+   */
+  watch<Result>(
+    stream: StreamKey,
+    use: (frame: PictureFrame) => Synchronous<Result>,
+    options?: FrameOptions,
+  ): Promise<void>;
+  /** Forgets the stream. */
+  remove(stream: StreamKey): void;
+
+  /** What became of its frames, by stream. */
+  counters(): FrameCounters[];
+
+  /** Forgets all streams. Does nothing the second time. */
+  close(): void;
+  [Symbol.dispose](): void;
+}
+
+// ---- What can be done with a frame
+
+/**
+ * The planes Y, U and V one behind the other with tightly packed rows, in `target` or in a new
+ * array. Throws when the planes are no longer valid, and a `RangeError` when `target` is too small.
+ */
+export function copyI420(frame: PictureFrame, target?: Uint8Array): Uint8Array;
+
+/**
+ * The picture as red, green, blue and alpha bytes, row after row, in `target` or in a new array:
+ * what `ImageData` takes. Throws as `copyI420` does.
+ */
+export function copyRgba(frame: PictureFrame): Uint8ClampedArray;
+export function copyRgba<Target extends Uint8ClampedArray | Uint8Array>(
+  frame: PictureFrame,
+  target: Target,
+): Target;
+
+/** What became of the frames of all meetings and widgets of this process that are open. */
+export function frameCounters(): FrameCounters[];
+
+// ---- Errors
+
+/** The engine did not join the call, or ended it. */
+export class CallError extends Error {
+  private constructor();
+  readonly callId: number;
+  readonly reason: string;
+  readonly code: number;
+}
+
+/** The engine denied or failed something about content sharing. */
+export class ShareError extends Error {
+  private constructor();
+  readonly status: ShareStatus;
+}
+
+/** What was waited for did not come in time. */
+export class TimeoutError extends Error {
+  private constructor();
+}
+
+/** The meeting, or the widget, was closed. */
+export class ClosedError extends Error {
+  private constructor();
+}

@@ -1,0 +1,27 @@
+'use strict';
+
+// When to look for the next frame, at a rate of at most `rate` frames per second.
+class Pace {
+  // A look that found nothing is repeated after this part of a period, so that a source of the same
+  // rate loses no frame, whatever its phase.
+  static #RETRY = 1 / 4;
+
+  #period; // milliseconds
+  #due = performance.now();
+
+  constructor(rate) {
+    if (!(rate > 0)) throw new RangeError(`rate ${rate}: not a positive number`);
+    this.#period = 1000 / rate;
+  }
+
+  // Whole milliseconds from now to the next look. What is late is not caught up with.
+  next(foundFrame) {
+    const now = performance.now();
+    this.#due = foundFrame
+      ? Math.max(this.#due + this.#period, now)
+      : Math.max(this.#due, now + this.#period * Pace.#RETRY);
+    return Math.ceil(this.#due - now);
+  }
+}
+
+module.exports = { Pace };

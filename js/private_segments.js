@@ -1,0 +1,42 @@
+'use strict';
+
+// Making shared-memory segments, so that nobody else can look into them and no two are mixed up.
+//
+// - Segments are made with the rights that the umask leaves. The usual one lets every user of the
+//   machine read the pictures; under 077 the same user's processes alone can.
+// - Their names repeat within one second of one process: what is made twice in a second would be one
+//   segment. The second making waits for the next second.
+
+// The system's own count of seconds is behind Date by less than this.
+const CLOCK_LAG_MS = 20;
+
+// Purpose of a segment, and the second in which one was made for it last.
+const madeIn = new Map();
+
+const { pause } = require('./abortable.js');
+
+function withPrivateUmask(make) {
+  const usual = process.umask(0o077);
+  try {
+    return make();
+  } finally {
+    process.umask(usual);
+  }
+}
+
+// Settles with the result of `make`, which makes the segment for `purpose` and runs in one piece,
+// after less than a second and mostly at once. `signal` ends the waiting.
+async function makeSegment(purpose, make, signal) {
+  for (;;) {
+    const wait = ((madeIn.get(purpose) ?? 0) + 1) * 1000 + CLOCK_LAG_MS - Date.now();
+    if (wait <= 0) break;
+    await pause(wait, [signal]);
+  }
+  try {
+    return withPrivateUmask(make);
+  } finally {
+    madeIn.set(purpose, Math.floor(Date.now() / 1000));
+  }
+}
+
+module.exports = { makeSegment };

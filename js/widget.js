@@ -1,0 +1,95 @@
+'use strict';
+
+const { setMaxListeners } = require('node:events');
+
+const { pause } = require('./abortable.js');
+const { ClosedError } = require('./errors.js');
+const { FrameLedger } = require('./frame_counters.js');
+const { Pace } = require('./pace.js');
+
+// No frame of a segment has this number, so that the frame which is there is always answered.
+const NO_FRAME = -1;
+
+// Makes the class Widget over the addon's class: the reader of the streams that another process's
+// meeting has in widget mode. It belongs to the application, which closes it.
+function defineWidget(TesselWrapperProxy) {
+  return class Widget {
+    #proxy;
+    #closing = new AbortController();
+    #ledger = new FrameLedger('widget');
+    #read = new Map(); // streams that were read, by name
+
+    constructor(names) {
+      this.#proxy = new TesselWrapperProxy(names);
+      // Any number of watches is fine.
+      setMaxListeners(0, this.#closing.signal);
+    }
+
+    get proxy() {
+      return this.#proxy;
+    }
+
+    get isClosed() {
+      return this.#closing.signal.aborted;
+    }
+
+    // The segment is locked from getFrame to releaseFrame, whatever the answer: its writer waits.
+    read(stream, use) {
+      if (this.isClosed) throw this.#closing.signal.reason;
+      const counters = this.#ledger.of(stream);
+      this.#read.set(`${stream.type}-${stream.streamIndex}`, { ...stream });
+      const frame = this.#proxy.getFrame(stream, NO_FRAME);
+      const hasPicture = !frame.noUpdate && frame.width > 0 && frame.height > 0;
+      if (hasPicture) counters.delivered += 1;
+      try {
+        return hasPicture ? synchronous(use(frame)) : undefined;
+      } finally {
+        this.#proxy.releaseFrame(stream);
+        if (hasPicture) counters.released += 1;
+      }
+    }
+
+    async watch(stream, use, { rate = 30, signal } = {}) {
+      const pace = new Pace(rate);
+      for (;;) {
+        try {
+          await pause(pace.next(true), [signal, this.#closing.signal]);
+        } catch (error) {
+          if (error instanceof ClosedError) return;
+          throw error;
+        }
+        this.read(stream, use);
+      }
+    }
+
+    remove(stream) {
+      this.#read.delete(`${stream.type}-${stream.streamIndex}`);
+      this.#proxy.removeVideo(stream);
+    }
+
+    counters() {
+      return this.#ledger.rows();
+    }
+
+    close() {
+      if (this.isClosed) return;
+      for (const stream of this.#read.values()) this.remove(stream);
+      this.#ledger.close();
+      this.#closing.abort(new ClosedError('The widget was closed'));
+    }
+
+    [Symbol.dispose]() {
+      this.close();
+    }
+  };
+}
+
+// The result of a callback, which has to be done with its frame when it returns.
+function synchronous(result) {
+  if (typeof result?.then === 'function') {
+    throw new TypeError('A frame is gone when the callback returns: it must not be asynchronous');
+  }
+  return result;
+}
+
+module.exports = { defineWidget };

@@ -1,5 +1,6 @@
 // One page that shows the meeting: what it is told, the frames that it gets, and what it asks for.
-// It asks in JSON, { type, ... }: 'drawn' for each frame, and the room's commands.
+// It asks in JSON, { type, ... }: 'drawn' with the `streams` whose last frames it has drawn, and the
+// room's commands.
 
 import { FrameLane } from './frame_lane.mjs';
 import { SpeakingTube } from './speaking_tube.mjs';
@@ -51,7 +52,7 @@ export class PageSession {
     try {
       const { type, ...wish } = JSON.parse(data);
       if (type === 'drawn') {
-        this.#feeds.get(wish.stream)?.lane.drawn();
+        for (const name of wish.streams) this.#feeds.get(name)?.lane.drawn();
         return;
       }
       if (!Object.hasOwn(this.#room.commands, type)) throw new TypeError(`unknown wish: ${type}`);

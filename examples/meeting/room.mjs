@@ -1,6 +1,7 @@
 // The meeting as the application sees it: one call, what the engine has told so far, and what the
 // person at the page may ask for. Emits 'change' (the state is another), 'levels', 'statistics' and
-// 'log', each with what is new, for whoever shows it.
+// 'log', each with what is new, and 'windowLeft' with the name of a stream that has its window no
+// longer.
 
 import { EventEmitter } from 'node:events';
 
@@ -111,6 +112,7 @@ export class Room extends EventEmitter {
     share: ({ what }) => this.#present(what),
     stopShare: () => this.#meeting.stopPresentation(),
     layout: ({ tiles }) => this.#arrange(tiles),
+    bringBack: ({ stream }) => this.leaveWindow(stream),
   };
 
   // Settles when the engine has answered; a refusal is part of the state.
@@ -143,6 +145,7 @@ export class Room extends EventEmitter {
     this.#meeting.exitWidgetMode(streamNamed(name));
     this.#sendLayout();
     this.emit('change');
+    this.emit('windowLeft', name);
   }
 
   // Makes new segments for the streams with windows, in place of those that a dead process may hold.

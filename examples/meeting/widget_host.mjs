@@ -14,6 +14,7 @@ export class WidgetHost {
 
   constructor(room) {
     this.#room = room;
+    room.on('windowLeft', (stream) => this.#say({ type: 'hide', stream }));
     this.#start();
   }
 
@@ -32,8 +33,12 @@ export class WidgetHost {
     this.#process = fork(PROGRAM, { stdio: ['ignore', 'ignore', 'inherit', 'ipc'] });
     this.#process.on('message', (message) => this.#onMessage[message.type](message));
     this.#process.on('exit', (code, signal) => this.#onExit(code, signal));
-    this.#process.send({ sharedDataInfo: this.#room.sharedDataInfo, ...this.#place });
+    this.#say({ type: 'start', sharedDataInfo: this.#room.sharedDataInfo, ...this.#place });
     this.#room.note('widgetStarted', { pid: this.#process.pid });
+  }
+
+  #say(message) {
+    if (this.#process.connected) this.#process.send(message);
   }
 
   #onMessage = {

@@ -32,7 +32,7 @@ function serve(socket, widget) {
   socket.on('message', (data) => {
     const { type, stream, height } = JSON.parse(data);
     if (type === 'drawn') lane?.drawn();
-    if (type === 'show' && streamNamed(stream) && (name ?? stream) === stream) {
+    else if (type === 'show' && streamNamed(stream) && (name ?? stream) === stream) {
       if (!lane) show(stream);
       tell({ type: 'shown', stream, height });
     }
@@ -56,7 +56,10 @@ async function start({ sharedDataInfo, port, token }) {
   tell({ type: 'listening', port: server.port, token: server.token, address: server.address });
 }
 
-process.once('message', start);
+process.on('message', ({ type, ...message }) => {
+  if (type === 'start') start(message);
+  else sessions.get(message.stream)?.close(1000, 'This picture is back in the meeting.');
+});
 // The meeting process decides when this one ends, also when both are interrupted at a terminal.
 process.on('SIGINT', () => {});
 process.on('disconnect', () => process.exit());

@@ -32,11 +32,10 @@ export class PageSession {
     this.#tube.sayLog(room.log);
   }
 
-  // How many frames each stream was sent, by name.
+  // How many frames of each stream were sent, by its name.
   get framesSent() {
-    return Object.fromEntries(
-      Array.from(this.#feeds, ([name, { lane }]) => [name, lane.framesSent]),
-    );
+    const counts = Array.from(this.#feeds, ([name, { lane }]) => [name, lane.framesSent]);
+    return Object.fromEntries(counts);
   }
 
   get messagesSent() {

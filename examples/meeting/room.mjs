@@ -18,6 +18,8 @@ const MOST_LOG_ENTRIES = 200;
 
 const LOCAL = { type: 'local', streamIndex: 0 };
 const FRAME_RATE = 30;
+// Enough to look at oneself.
+const LOCAL_FRAME_RATE = 15;
 
 // Events that go to the log as they are. A 'micLevel' comes five times a second and is a level.
 const LOGGED = [
@@ -95,7 +97,8 @@ export class Room extends EventEmitter {
 
   // The stream's frame objects, until it ends or `signal` is aborted.
   frames(stream, signal) {
-    return this.#meeting.frames(stream, { rate: FRAME_RATE, signal });
+    const rate = stream.type === 'local' ? LOCAL_FRAME_RATE : FRAME_RATE;
+    return this.#meeting.frames(stream, { rate, signal });
   }
 
   // What the person at the page may ask for. Each rejects or throws when it cannot be.

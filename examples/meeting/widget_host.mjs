@@ -46,7 +46,7 @@ export class WidgetHost {
       this.#place = { port, token };
       this.#room.setWidget('running', address);
     },
-    shown: ({ stream, height }) => this.#room.enterWindow(stream, Number(height) || 0),
+    shown: ({ stream, height }) => this.#room.enterWindow(stream, height),
     closed: ({ stream }) => this.#room.leaveWindow(stream),
   };
 

@@ -18,8 +18,8 @@ function serve(socket, widget) {
   let name;
   let lane;
 
-  const show = (stream) => {
-    name = stream;
+  const show = (wanted) => {
+    name = wanted;
     lane = new FrameLane(socket, streamNamed(name));
     sessions.set(name, socket);
     const send = (frame) => lane.isFree && lane.send(frame);
@@ -29,12 +29,22 @@ function serve(socket, widget) {
   };
 
   socket.on('error', () => socket.terminate());
-  socket.on('message', (data) => {
-    const { type, stream, height } = JSON.parse(data);
-    if (type === 'drawn') lane?.drawn();
-    else if (type === 'show' && streamNamed(stream) && (name ?? stream) === stream) {
+  const obey = ({ type, stream, height }) => {
+    if (type === 'drawn') {
+      lane?.drawn();
+    } else if (type === 'show' && streamNamed(stream) && (name ?? stream) === stream) {
       if (!lane) show(stream);
-      tell({ type: 'shown', stream, height });
+      tell({ type: 'shown', stream, height: Number(height) || 0 });
+    } else {
+      throw new TypeError(`unknown wish: ${type} ${stream}`);
+    }
+  };
+
+  socket.on('message', (data) => {
+    try {
+      obey(JSON.parse(data));
+    } catch {
+      socket.terminate(); // no page of ours says this
     }
   });
   socket.on('close', () => {

@@ -54,12 +54,14 @@ export class Charts {
     this.#draw();
   }
 
+  // `titles`: who a stream is from, by csrc.
   add(statistics, titles) {
     this.#history = [...this.#history.slice(1 - SECONDS_SHOWN), statistics];
     this.#draw();
-    this.#rows.replaceChildren(
-      ...statistics.video_recv_stats.map((stream) => rowOf(stream, titles.get(stream.ssrc))),
-    );
+    const streams = statistics.video_recv_stats
+      .map((stream) => ({ ...stream, title: titles.get(stream.ssrc) ?? '' }))
+      .sort((one, other) => one.title.localeCompare(other.title));
+    this.#rows.replaceChildren(...streams.map(rowOf));
   }
 
   // Plots keep the colours and the width that they were made with.
@@ -87,7 +89,7 @@ export class Charts {
         height: HEIGHT,
         legend: { show: false },
         cursor: { show: false },
-        padding: [6, 4, 0, 0],
+        padding: [6, 14, 0, 0],
         scales: {
           x: { time: false, range: () => [-SECONDS_SHOWN, 0] },
           y: { range: (_plot, _least, most) => [0, Math.max(most * 1.1, 1)] },
@@ -120,7 +122,7 @@ export class Charts {
   }
 }
 
-function rowOf({ width, height, fps, total_bitrate_bps, fraction_loss }, title = '') {
+function rowOf({ title, width, height, fps, total_bitrate_bps, fraction_loss }) {
   const cells = [
     `${width}×${height}`,
     fps,

@@ -74,20 +74,27 @@ export class Room extends EventEmitter {
     return {
       call: this.#call,
       local: this.#local,
-      streams: [{ ...LOCAL, csrc: 0 }, ...this.#meeting.streams]
-        .filter(({ type }, place) => place === 0 || type !== 'local')
-        .map((stream) => ({
-          ...stream,
-          name: nameOf(stream),
-          title: titleOf(stream),
-          inWindow: this.#windows.has(nameOf(stream)),
-        })),
+      streams: this.#streams(),
       devices: DEVICES,
       selected: this.#selected,
       share: this.#share,
       monitors: this.#meeting.wrapper.getScreenMonitorDetails(),
       widget: this.#widget,
     };
+  }
+
+  // The streams that are there, and always the local one, which comes and goes with the camera.
+  #streams() {
+    const present = new Map(this.#meeting.streams.map((stream) => [nameOf(stream), stream]));
+    const isLocalSending = present.has(nameOf(LOCAL));
+    if (!isLocalSending) present.set(nameOf(LOCAL), { ...LOCAL, csrc: 0 });
+    return Array.from(present, ([name, stream]) => ({
+      ...stream,
+      name,
+      title: titleOf(stream),
+      isSending: stream.type !== 'local' || isLocalSending,
+      inWindow: this.#windows.has(name),
+    }));
   }
 
   // By which a widget process finds the frames.
@@ -206,7 +213,7 @@ export class Room extends EventEmitter {
   }
 
   #has(name) {
-    return this.state.streams.some((stream) => stream.name === name);
+    return this.#meeting.streams.some((stream) => nameOf(stream) === name);
   }
 
   #switchCamera(on) {

@@ -143,16 +143,16 @@ export class Stage extends EventTarget {
   #askFor(shown, places) {
     const { quality } = this.#choice;
     const tiles = shown
-      .map(({ name, inWindow }, index) => {
+      .map(({ name, inWindow, isSending }, index) => {
         const { height } = places[index];
         return {
-          inWindow,
+          isWanted: isSending && !inWindow,
           stream: name,
           height: quality || Math.round(height * (devicePixelRatio || 1)),
           frameRate: height < SMALL_HEIGHT ? 15 : 30,
         };
       })
-      .filter(({ inWindow }) => !inWindow)
+      .filter(({ isWanted }) => isWanted)
       .map(({ stream, height, frameRate }) => ({ stream, height, frameRate }));
     const layout = JSON.stringify(tiles);
     if (layout === this.#lastLayout) return;
@@ -166,6 +166,7 @@ class StageTile extends Tile {
   #meter = element('meter', { max: 100, hidden: true, ariaLabel: 'Level' });
   #rate = element('small');
   #bringBack;
+  #isBlank = false;
 
   constructor({ name, title, type }, actions) {
     super(name, title);
@@ -201,10 +202,18 @@ class StageTile extends Tile {
     });
   }
 
-  show({ title, inWindow, type }, { cameraOn, videoMuted }) {
+  // Frames that are still on their way are not shown.
+  take(frame) {
+    super.take(this.#isBlank ? null : frame);
+  }
+
+  show({ title, inWindow, isSending, type }, { cameraOn, videoMuted }) {
     this.title = title;
-    if (inWindow) this.take(null);
-    if (inWindow) this.draw();
+    this.#isBlank = inWindow || !isSending;
+    if (this.#isBlank) {
+      this.take(null);
+      this.draw();
+    }
     this.#bringBack.hidden = !inWindow;
     if (inWindow) this.message = 'In a window of its own';
     else if (type === 'local' && !cameraOn) this.message = 'Your camera is off';

@@ -12,8 +12,7 @@ const PLANES = ['y', 'u', 'v'];
 export function encodeFrame({ type, streamIndex }, frame, memory) {
   const planes = frame.noUpdate ? [] : PLANES.map((plane) => frame[`${plane}PlaneBuffer`]);
   const size = planes.reduce((sum, plane) => sum + plane.length, HEADER_SIZE);
-  const bytes =
-    memory?.byteLength >= size ? new Uint8Array(memory, 0, size) : new Uint8Array(size);
+  const bytes = memory?.byteLength >= size ? new Uint8Array(memory, 0, size) : new Uint8Array(size);
   bytes.fill(0, 0, HEADER_SIZE);
   const view = new DataView(bytes.buffer);
   view.setUint8(0, KINDS.indexOf(type));

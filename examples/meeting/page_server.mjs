@@ -36,6 +36,13 @@ const sameText = (one, other) => {
   return a.length === b.length && timingSafeEqual(a, b);
 };
 
+// The page itself may also be opened by a page of this machine that knows the address.
+function isFromAcceptableSite(headers, name) {
+  const site = headers['sec-fetch-site'] ?? 'none';
+  const isOpening = name === '' && headers['sec-fetch-dest'] === 'document';
+  return site === 'same-origin' || site === 'none' || (site === 'same-site' && isOpening);
+}
+
 export class PageServer {
   #http = createServer((request, response) => this.#answer(request, response));
   #sockets = new WebSocketServer({
@@ -83,8 +90,8 @@ export class PageServer {
   #nameAskedFor({ headers, url }) {
     if (headers.host !== `${HOST}:${this.port}`) return undefined;
     if (headers.origin !== undefined && headers.origin !== this.origin) return undefined;
-    if (!['same-origin', 'none', undefined].includes(headers['sec-fetch-site'])) return undefined;
     const [, token, name] = /^\/([^/]*)\/([^?]*)$/.exec(url) ?? [];
+    if (!isFromAcceptableSite(headers, name)) return undefined;
     return token !== undefined && sameText(token, this.token) ? name : undefined;
   }
 

@@ -8,8 +8,7 @@ const HEIGHT = 92;
 
 const megabits = (bits) => bits / 1e6;
 const percent = (fraction) => fraction * 100;
-const framesOf = (statistics) =>
-  statistics.video_recv_stats.reduce((sum, { fps }) => sum + fps, 0);
+const framesOf = (statistics) => statistics.video_recv_stats.reduce((sum, { fps }) => sum + fps, 0);
 
 const PLOTS = [
   {

@@ -73,7 +73,9 @@ function curtainFor({ phase, reason }) {
   if (phase === 'joining') return [element('p', { textContent: 'Joining…' })];
   if (phase === 'joined') return [];
   return [
-    element('p', { textContent: reason ? 'The meeting has ended for you.' : 'You left the meeting.' }),
+    element('p', {
+      textContent: reason ? 'The meeting has ended for you.' : 'You left the meeting.',
+    }),
     element('small', { textContent: reason }),
     element('button', {
       className: 'primary',

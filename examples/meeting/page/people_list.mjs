@@ -32,7 +32,10 @@ export class PeopleList {
   }
 
   #add(name, title) {
-    const box = element('input', { type: 'checkbox', onchange: () => this.#stage.toggleShown(name) });
+    const box = element('input', {
+      type: 'checkbox',
+      onchange: () => this.#stage.toggleShown(name),
+    });
     const detail = element('small');
     const item = element(
       'li',

@@ -31,7 +31,9 @@ export class ShareDialog {
 
   #choice() {
     const { type, screen = '-1', id } = Object.fromEntries(new FormData(this.#form));
-    return type === 'screen' ? { type, screenId: Number(screen) } : { type, [`${type}Id`]: Number(id) };
+    return type === 'screen'
+      ? { type, screenId: Number(screen) }
+      : { type, [`${type}Id`]: Number(id) };
   }
 
   #showWhatMatters() {

@@ -88,7 +88,8 @@ export class Stage extends EventTarget {
 
   // `rates`: the frames per second of streams, by csrc.
   showRates(rates) {
-    for (const { name, csrc } of this.#state.streams) this.#tiles.get(name)?.showRate(rates.get(csrc));
+    for (const { name, csrc } of this.#state.streams)
+      this.#tiles.get(name)?.showRate(rates.get(csrc));
   }
 
   // The streams to show, the most important first.
@@ -233,6 +234,7 @@ class StageTile extends Tile {
   }
 
   showRate(rate) {
-    this.#rate.textContent = this.size && rate !== undefined ? `${this.size} · ${rate}/s` : this.size;
+    this.#rate.textContent =
+      this.size && rate !== undefined ? `${this.size} · ${rate}/s` : this.size;
   }
 }

@@ -56,7 +56,12 @@ before(async (t) => {
   await page.waitForFunction(() => window.ready);
 });
 
-const YUV = { black: [16, 128, 128], white: [235, 128, 128], red: [81, 90, 240], blue: [41, 240, 110] };
+const YUV = {
+  black: [16, 128, 128],
+  white: [235, 128, 128],
+  red: [81, 90, 240],
+  blue: [41, 240, 110],
+};
 const LIMITED = { black: [0, 0, 0], white: [255, 255, 255], red: [254, 0, 0], blue: [0, 0, 255] };
 const ORDER = ['black', 'white', 'red', 'blue'];
 

@@ -7,6 +7,8 @@ const EXECUTABLE = '/usr/bin/chromium';
 const ARGUMENTS = [
   '--use-angle=swiftshader',
   '--enable-unsafe-swiftshader',
+  // It would end the browser where a busy machine draws slowly.
+  '--disable-gpu-watchdog',
   // What a test measures or waits for is not to depend on which window is in front.
   '--disable-backgrounding-occluded-windows',
   '--disable-renderer-backgrounding',

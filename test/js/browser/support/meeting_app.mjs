@@ -44,7 +44,7 @@ export async function startMeetingApp(test, uri) {
 export async function openPage(test, browser, address, options = {}) {
   const context = await browser.newContext({ viewport: { width: 900, height: 560 }, ...options });
   test.after(() => context.close());
-  context.setDefaultTimeout(15_000); // far above what anything takes
+  context.setDefaultTimeout(60_000); // far above what anything takes
   await context.addInitScript(() => {
     const { getContext } = HTMLCanvasElement.prototype;
     HTMLCanvasElement.prototype.getContext = function (kind, attributes) {
@@ -67,7 +67,8 @@ export async function cardIn(page, name, matches = () => true) {
   for (;;) {
     const corner = await page.evaluate(cornerOf, name);
     const card = corner && readCard({ ...corner, yPlaneBuffer: Uint8Array.from(corner.luma) });
-    if (card && matches(card, corner)) return { ...card, width: corner.width, height: corner.height };
+    if (card && matches(card, corner))
+      return { ...card, width: corner.width, height: corner.height };
   }
 }
 

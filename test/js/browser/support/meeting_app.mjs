@@ -9,7 +9,9 @@ import { fileURLToPath } from 'node:url';
 import { readCard } from '../../support/card_code.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 
-const PROGRAM = fileURLToPath(new URL('../../../../examples/meeting/main.mjs', import.meta.url));
+export const PROGRAM = fileURLToPath(
+  new URL('../../../../examples/meeting/main.mjs', import.meta.url),
+);
 const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
 
 // For processes that load the package: the build under test.

@@ -181,6 +181,28 @@ for (const use of ['webgl2', '2d']) {
   });
 }
 
+test('webgl2 keeps the chroma of an odd picture in its place', async () => {
+  const red = await page.evaluate(() => {
+    const canvas = document.createElement('canvas');
+    const renderer = new window.I420Renderer(canvas, { range: 'full' });
+    renderer.draw({
+      width: 3,
+      height: 1,
+      yPlaneBuffer: new Uint8Array(3),
+      yPlaneBufferStride: 3,
+      uPlaneBuffer: Uint8Array.of(128, 128),
+      uPlaneBufferStride: 2,
+      vPlaneBuffer: Uint8Array.of(128, 228),
+      vPlaneBufferStride: 2,
+    });
+    const values = [0, 1, 2].map((x) => window.pixel(canvas, x, 0)[0]);
+    renderer.dispose();
+    return values;
+  });
+  // The second sample lies between the third column and one that is not there any more.
+  near(red, [0, 0.25 * 140, 0.75 * 140], 'red');
+});
+
 test('frames of one size use the same three textures', async () => {
   const calls = await page.evaluate(() => {
     const canvas = document.createElement('canvas');

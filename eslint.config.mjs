@@ -16,4 +16,8 @@ export default [
     },
   },
   { files: ['**/*.js', '**/*.cjs'], languageOptions: { sourceType: 'commonjs' } },
+  {
+    files: ['js/renderer/*.mjs', 'examples/meeting/page/*.mjs', 'test/js/browser/**/*.mjs'],
+    languageOptions: { globals: globals.browser },
+  },
 ];

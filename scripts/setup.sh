@@ -4,10 +4,10 @@
 # Brings a fresh clone, or one that changed, to the point where PRESET is built: checks the tools
 # (and installs what is missing with apt-get when root), fetches the npm packages, configures and
 # builds. It does only what is not done yet. What is asked of the machine depends on the purpose
-# ("test" unless another is named): `npm start` needs neither a test framework nor ffmpeg, and "fuzz"
-# builds the fuzzers alone. For "install", where this is an installed package, npm has fetched what
-# is needed, and another compiler's warnings are no errors. For "lint" it stops before the build,
-# which is the check itself.
+# ("test" unless another is named): `npm start` needs neither a test framework nor a browser, and
+# "fuzz" builds the fuzzers alone. For "install", where this is an installed package, npm has fetched
+# what is needed, and another compiler's warnings are no errors. For "lint" it stops before the
+# build, which is the check itself.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -76,8 +76,11 @@ missing_packages() {
   need libgmock-dev has_header gmock/gmock.h
   case $purpose in
     bench | lint) need libbenchmark-dev has_header benchmark/benchmark.h ;;
-    test) need ffmpeg has_command ffmpeg ;;
   esac
+  case $purpose in
+    bench | test) need chromium has_command chromium ;;
+  esac
+  [[ $purpose == test ]] && need ffmpeg has_command ffmpeg
   case $preset in
     asan) need g++ has_runtime libasan.so ;;
     tsan) need g++ has_runtime libtsan.so ;;

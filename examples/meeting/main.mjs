@@ -1,0 +1,73 @@
+// A meeting on the embedded engine, shown by a page on this machine's loopback interface.
+//
+//   npm start                            prints the address to open
+//   npm start -- --headless              joins, looks and leaves without a page: ../terminal_meeting.mjs
+//   npm start -- --participants 12       how many others are there
+//   npm start -- --video FILE.y4m        a clip as their video
+//   npm start -- --uri tessel:...        any meeting of the embedded engine, instead of both
+//   npm start -- --port 8080             a port of one's own choice
+//   npm start -- --output DIRECTORY      where the engine's log goes (default: out/)
+
+import { mkdirSync } from 'node:fs';
+import path from 'node:path';
+import { parseArgs } from 'node:util';
+
+const HEADLESS = '--headless';
+
+function readOptions() {
+  const { values } = parseArgs({
+    options: {
+      participants: { type: 'string', default: '5' },
+      video: { type: 'string' },
+      uri: { type: 'string' },
+      port: { type: 'string', default: '0' },
+      output: { type: 'string', default: 'out' },
+    },
+  });
+  return values;
+}
+
+function uriOf({ uri, participants, video }) {
+  const clip = video === undefined ? '' : `&video=${encodeURIComponent(path.resolve(video))}`;
+  return uri ?? `tessel:demo?participants=${participants}${clip}`;
+}
+
+async function openMeeting() {
+  const { PageServer } = await import('./page_server.mjs');
+  const { PageSession } = await import('./page_session.mjs');
+  const { Room } = await import('./room.mjs');
+  const { WidgetHost } = await import('./widget_host.mjs');
+  const { pageFiles } = await import('./page_files.mjs');
+
+  const options = readOptions();
+  mkdirSync(options.output, { recursive: true });
+  const room = await Room.open({ uri: uriOf(options), logPath: options.output });
+  const widget = new WidgetHost(room);
+  let session;
+  const server = new PageServer({
+    files: pageFiles('meeting.html'),
+    port: Number(options.port),
+    onConnection: (socket) => {
+      session?.end('The meeting is shown by another page.');
+      session = new PageSession(socket, room);
+    },
+  });
+  await server.listen();
+  await room.join();
+  console.log(`\nThe meeting is at ${server.address}\nCtrl-C ends it.\n`);
+
+  process.once('SIGINT', close);
+  process.once('SIGTERM', close);
+  async function close() {
+    widget.close();
+    await server.close();
+    room.close();
+  }
+}
+
+if (process.argv.includes(HEADLESS)) {
+  process.argv = process.argv.filter((argument) => argument !== HEADLESS);
+  await import('../terminal_meeting.mjs');
+} else {
+  await openMeeting();
+}

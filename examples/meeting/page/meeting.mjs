@@ -1,0 +1,212 @@
+// The meeting's page.
+
+import { Charts } from './charts.mjs';
+import { Connection } from './connection.mjs';
+import { element } from './elements.mjs';
+import { EventList } from './event_list.mjs';
+import { PeopleList } from './people_list.mjs';
+import { ShareDialog } from './share_dialog.mjs';
+import { Stage } from './stage.mjs';
+
+const NOTICE_MS = 5000;
+
+const byId = (id) => document.getElementById(id);
+
+const connection = new Connection();
+const stage = new Stage(byId('stage'), connection);
+const people = new PeopleList(byId('people'), stage);
+const charts = new Charts(byId('charts'), document.querySelector('#statistics tbody'));
+const events = new EventList(document.querySelector('#events ol'));
+const shareDialog = new ShareDialog(byId('share-dialog'), (what) =>
+  connection.send('share', { what }),
+);
+let state;
+
+// ---- What the meeting tells
+
+connection.addEventListener('words', ({ detail }) => {
+  if (detail.state) showState(detail.state);
+  if (detail.levels) showLevels(detail.levels);
+  if (detail.history) charts.restart(detail.history);
+  if (detail.statistics) showStatistics(detail.statistics);
+  if (detail.log) events.add(detail.log);
+});
+connection.addEventListener('closed', () => {
+  byId('call').textContent = 'Connecting…';
+});
+connection.addEventListener('ended', ({ detail }) => {
+  byId('call').textContent = detail;
+  stage.curtain = [element('p', { textContent: detail })];
+});
+
+function showState(next) {
+  const before = state;
+  state = next;
+  const { call, local, share, streams } = state;
+  const others = streams.filter(({ type }) => type === 'remote').length;
+  byId('call').textContent = {
+    joining: 'Joining…',
+    joined: others === 1 ? 'You and 1 other' : `You and ${others} others`,
+    left: 'Not in the meeting',
+  }[call.phase];
+  stage.curtain = curtainFor(call);
+  document.body.classList.toggle('joined', call.phase === 'joined');
+
+  showSwitch('mute', !local.audioMuted, 'Mute', 'Unmute');
+  showSwitch('camera-switch', local.cameraOn && !local.videoMuted, 'Stop video', 'Start video');
+  showSwitch('speaker-switch', !local.speakerMuted, 'Silence', 'Listen');
+  byId('share').ariaPressed = share.phase === 'sharing';
+  byId('share').querySelector('span').textContent =
+    share.phase === 'sharing' ? 'Stop sharing' : 'Share';
+  byId('sharing').hidden = share.phase !== 'sharing';
+  byId('sharing').querySelector('span').textContent = `You share ${share.text}`;
+  if (share.phase === 'refused' && before?.share.text !== share.text) notify(share.text);
+  byId('leave-call').disabled = call.phase !== 'joined';
+
+  stage.update(state);
+  showMode();
+  people.update(streams);
+  showDevices();
+}
+
+function curtainFor({ phase, reason }) {
+  if (phase === 'joining') return [element('p', { textContent: 'Joining…' })];
+  if (phase === 'joined') return [];
+  return [
+    element('p', {
+      textContent: reason ? 'The meeting has ended for you.' : 'You left the meeting.',
+    }),
+    element('small', { textContent: reason }),
+    element('button', {
+      className: 'primary',
+      textContent: 'Join again',
+      onclick: () => connection.send('join'),
+    }),
+  ];
+}
+
+function showSwitch(id, isOn, textOn, textOff) {
+  const button = byId(id);
+  button.classList.toggle('off', !isOn);
+  button.ariaPressed = !isOn;
+  button.querySelector('span').textContent = isOn ? textOn : textOff;
+}
+
+function showLevels({ microphone, speaker }) {
+  byId('mute').querySelector('meter').value = microphone;
+  byId('speaker-switch').querySelector('meter').value = speaker;
+  stage.showLevel(microphone);
+}
+
+function showStatistics(statistics) {
+  if (!state) return;
+  const received = new Map(statistics.video_recv_stats.map((stream) => [stream.ssrc, stream]));
+  const titles = new Map(state.streams.map(({ csrc, title }) => [csrc, title]));
+  charts.add(statistics, titles);
+  stage.showRates(new Map(Array.from(received, ([csrc, { fps }]) => [csrc, fps])));
+  const texts = state.streams.map(({ name, csrc, inWindow }) => {
+    const stream = received.get(csrc);
+    const size = stream?.fps > 0 ? `${stream.width}×${stream.height} · ${stream.fps}/s` : '';
+    return [name, inWindow ? `in a window · ${size}` : size];
+  });
+  people.describe(new Map(texts));
+}
+
+let noticeTimer;
+function notify(text) {
+  byId('notice').textContent = text;
+  byId('notice').hidden = false;
+  clearTimeout(noticeTimer);
+  noticeTimer = setTimeout(() => (byId('notice').hidden = true), NOTICE_MS);
+}
+
+// ---- What one can ask for
+
+byId('mute').onclick = () => connection.send('muteAudio', { muted: !state.local.audioMuted });
+byId('camera-switch').onclick = () =>
+  connection.send('camera', { on: !state.local.cameraOn || state.local.videoMuted });
+byId('speaker-switch').onclick = () =>
+  connection.send('muteSpeaker', { muted: !state.local.speakerMuted });
+byId('leave-call').onclick = () => connection.send('leave');
+byId('share').onclick = () => {
+  if (state.share.phase === 'sharing') connection.send('stopShare');
+  else if (state.monitors.length === 0) notify('There is no screen to share.');
+  else shareDialog.open(state.monitors);
+};
+
+// Windows that this page has opened, by stream name.
+const windows = new Map();
+stage.addEventListener('popOut', ({ detail: name }) => {
+  const { title } = state.streams.find((stream) => stream.name === name);
+  if (state.widget.phase !== 'running') {
+    notify('The process that feeds windows is not running.');
+    return;
+  }
+  const address = `${state.widget.address}#${encodeURIComponent(`${name}/${title}`)}`;
+  windows.set(name, open(address, `tessel-${name}`, 'popup,width=640,height=360'));
+});
+
+const layoutForm = byId('layout-choice');
+layoutForm.addEventListener('change', () => {
+  const { mode, most, quality } = Object.fromEntries(new FormData(layoutForm));
+  stage.choose({ mode, most: Number(most), quality: Number(quality) });
+});
+stage.addEventListener('changed', showMode);
+function showMode() {
+  layoutForm.elements.mode.value = stage.mode;
+}
+
+const deviceForm = byId('device-choice');
+deviceForm.addEventListener('change', ({ target }) =>
+  connection.send('device', { kind: target.name, id: target.value }),
+);
+function showDevices() {
+  for (const [kind, devices] of Object.entries(state.devices)) {
+    const select = deviceForm.elements[kind];
+    if (select.length === 0) {
+      select.append(...devices.map(({ id, title }) => new Option(title, id)));
+    }
+    select.value = state.selected[kind];
+  }
+}
+
+// ---- The details
+
+const tabs = [...document.querySelectorAll('[role=tab]')];
+function selectTab(selected) {
+  for (const tab of tabs) {
+    tab.ariaSelected = tab === selected;
+    tab.tabIndex = tab === selected ? 0 : -1;
+    byId(tab.getAttribute('aria-controls')).hidden = tab !== selected;
+  }
+}
+for (const tab of tabs) {
+  tab.onclick = () => selectTab(tab);
+  tab.onkeydown = ({ key }) => {
+    const step = { ArrowLeft: -1, ArrowRight: 1 }[key];
+    if (!step) return;
+    const next = tabs.at((tabs.indexOf(tab) + step) % tabs.length);
+    selectTab(next);
+    next.focus();
+  };
+}
+selectTab(tabs[0]);
+
+function togglePanel(isOpen) {
+  byId('panel').hidden = !isOpen;
+  byId('panel-switch').ariaPressed = isOpen;
+}
+byId('panel-switch').onclick = () => togglePanel(byId('panel').hidden);
+togglePanel(innerWidth > 1100);
+
+// ---- Keys
+
+addEventListener('keydown', (event) => {
+  const isTyping = event.target.closest('select, input, dialog, [popover]');
+  if (isTyping || event.ctrlKey || event.metaKey || event.altKey || event.repeat) return;
+  const button = document.querySelector(`nav [aria-keyshortcuts="${CSS.escape(event.key)}"]`);
+  if (button && !button.disabled) button.click();
+});
+for (const button of document.querySelectorAll('nav [aria-keyshortcuts]')) {
+  button.title = `Key: ${button.getAttribute('aria-keyshortcuts').toUpperCase()}`;
+}

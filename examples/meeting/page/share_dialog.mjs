@@ -1,0 +1,76 @@
+// Asks what to share: a picture of the monitors as they stand, or the number of something else.
+
+import { element } from './elements.mjs';
+
+const PICTURE = { width: 440, height: 190 };
+
+export class ShareDialog {
+  #dialog;
+  #form;
+  #monitors;
+  #onChoice;
+
+  // `onChoice` is called with the engine's description of what was chosen.
+  constructor(dialog, onChoice) {
+    this.#dialog = dialog;
+    this.#form = dialog.querySelector('form');
+    this.#monitors = dialog.querySelector('#monitors');
+    this.#onChoice = onChoice;
+    this.#form.addEventListener('change', () => this.#showWhatMatters());
+    dialog.addEventListener('close', () => {
+      if (dialog.returnValue === 'share') this.#onChoice(this.#choice());
+    });
+  }
+
+  open(monitors) {
+    this.#draw(monitors);
+    this.#showWhatMatters();
+    this.#dialog.returnValue = '';
+    this.#dialog.showModal();
+  }
+
+  #choice() {
+    const { type, screen = '-1', id } = Object.fromEntries(new FormData(this.#form));
+    return type === 'screen'
+      ? { type, screenId: Number(screen) }
+      : { type, [`${type}Id`]: Number(id) };
+  }
+
+  #showWhatMatters() {
+    const isScreen = new FormData(this.#form).get('type') === 'screen';
+    this.#monitors.hidden = !isScreen;
+    this.#dialog.querySelector('#identifier').hidden = isScreen;
+  }
+
+  #draw(monitors) {
+    const picture = this.#monitors.querySelector('div');
+    const left = Math.min(...monitors.map(({ x }) => x));
+    const top = Math.min(...monitors.map(({ y }) => y));
+    const width = Math.max(...monitors.map((monitor) => monitor.x + monitor.width)) - left;
+    const height = Math.max(...monitors.map((monitor) => monitor.y + monitor.height)) - top;
+    const scale = Math.min(PICTURE.width / width, PICTURE.height / height);
+    picture.style.width = `${width * scale}px`;
+    picture.style.height = `${height * scale}px`;
+    picture.replaceChildren(
+      ...monitors.map((monitor, index) => {
+        const radio = { type: 'radio', name: 'screen', value: index, checked: index === 0 };
+        const label = element(
+          'label',
+          {},
+          element('input', radio),
+          element(
+            'span',
+            {},
+            element('b', { textContent: index + 1 }),
+            element('small', { textContent: `${monitor.width}×${monitor.height}` }),
+          ),
+        );
+        label.style.left = `${(monitor.x - left) * scale}px`;
+        label.style.top = `${(monitor.y - top) * scale}px`;
+        label.style.width = `${monitor.width * scale}px`;
+        label.style.height = `${monitor.height * scale}px`;
+        return label;
+      }),
+    );
+  }
+}

@@ -1,0 +1,240 @@
+// The stage: a tile for each stream that is shown, where it goes, and what the meeting process is
+// asked to send for it.
+
+import { focusOf, gridOf } from './arrangement.mjs';
+import { element, icon } from './elements.mjs';
+import { DrawLoop, Tile } from './tile.mjs';
+
+// Tiles below this height show less, and less often.
+const SMALL_HEIGHT = 150;
+const SPEAKING_LEVEL = 10;
+
+// Emits 'changed' when other streams are shown or hidden, and 'popOut' with a stream's name.
+export class Stage extends EventTarget {
+  #root;
+  #connection;
+  #loop;
+  #tiles = new Map(); // StageTile by stream name
+  #state = { streams: [], call: {}, local: {} };
+  #hidden = new Set();
+  #focused; // a stream's name
+  #choice = { mode: 'grid', most: 12, quality: 0 };
+  #lastLayout;
+  #curtain = element('div', { className: 'curtain', hidden: true });
+
+  constructor(root, connection) {
+    super();
+    this.#root = root;
+    this.#connection = connection;
+    this.#loop = new DrawLoop((streams) => connection.send('drawn', { streams }));
+    root.append(this.#curtain);
+    new ResizeObserver(() => this.#arrange()).observe(root);
+    connection.addEventListener('frame', ({ detail: { name, frame } }) => {
+      const tile = this.#tiles.get(name);
+      if (tile) this.#loop.take(tile, frame);
+    });
+    // A new line knows nothing of what was asked for before.
+    connection.addEventListener('open', () => (this.#lastLayout = undefined));
+  }
+
+  // What is in front of the tiles, or in place of them: elements, or nothing.
+  set curtain(children) {
+    this.#curtain.replaceChildren(...children);
+    this.#curtain.hidden = children.length === 0;
+  }
+
+  get mode() {
+    return this.#choice.mode;
+  }
+
+  // { mode: 'grid' or 'focus', most: tiles of others at most, quality: lines of a picture, 0 for as
+  // many as its tile has }, or some of them.
+  choose(choice) {
+    this.#choice = { ...this.#choice, ...choice };
+    this.#arrange();
+  }
+
+  update(state) {
+    // Content wants to be looked at: it comes large, and what was before comes back after it.
+    const hasContent = ({ streams }) => streams.some(({ type }) => type === 'content');
+    if (hasContent(state) !== hasContent(this.#state)) {
+      this.#choice.mode = hasContent(state) ? 'focus' : 'grid';
+      this.#focused = undefined;
+    }
+    this.#state = state;
+    this.#arrange();
+  }
+
+  isShown(name) {
+    return this.#tiles.has(name);
+  }
+
+  toggleShown(name) {
+    if (!this.#hidden.delete(name)) this.#hidden.add(name);
+    this.#arrange();
+  }
+
+  toggleFocus(name) {
+    const isFocused = this.#choice.mode === 'focus' && this.#focused === name;
+    this.#focused = isFocused ? undefined : name;
+    this.#choice.mode = isFocused ? 'grid' : 'focus';
+    this.#arrange();
+  }
+
+  showLevel(level) {
+    const tile = this.#tiles.get('local-0');
+    if (tile) tile.level = level;
+  }
+
+  // `rates`: the frames per second of streams, by csrc.
+  showRates(rates) {
+    for (const { name, csrc } of this.#state.streams)
+      this.#tiles.get(name)?.showRate(rates.get(csrc));
+  }
+
+  // The streams to show, the most important first.
+  #shown() {
+    const rank = ({ type, name }) =>
+      name === this.#focused ? 0 : { content: 1, remote: 2, local: 3 }[type];
+    const present = this.#state.streams
+      .filter(({ name }) => !this.#hidden.has(name))
+      .sort((one, other) => rank(one) - rank(other) || one.streamIndex - other.streamIndex);
+    let others = 0;
+    return present.filter(({ type }) => type === 'local' || (others += 1) <= this.#choice.most);
+  }
+
+  #arrange() {
+    const isJoined = this.#state.call.phase === 'joined';
+    const shown = isJoined ? this.#shown() : [];
+    this.#keepTiles(shown);
+    const arrange = this.#choice.mode === 'focus' ? focusOf : gridOf;
+    const places = arrange(shown.length, this.#root.clientWidth, this.#root.clientHeight);
+    shown.forEach(({ name }, index) => this.#tiles.get(name).place(places[index]));
+    if (isJoined) this.#askFor(shown, places);
+    this.dispatchEvent(new Event('changed'));
+  }
+
+  #keepTiles(shown) {
+    const names = new Set(shown.map(({ name }) => name));
+    for (const [name, tile] of this.#tiles) {
+      if (names.has(name)) continue;
+      tile.remove();
+      this.#tiles.delete(name);
+    }
+    for (const stream of shown) {
+      let tile = this.#tiles.get(stream.name);
+      if (!tile) {
+        tile = new StageTile(stream, this.#actions);
+        this.#tiles.set(stream.name, tile);
+      }
+      tile.show(stream, this.#state.local);
+      // In the order in which they stand, for the keyboard.
+      this.#root.append(tile.element);
+    }
+  }
+
+  #actions = {
+    focus: (name) => this.toggleFocus(name),
+    popOut: (name) => this.dispatchEvent(new CustomEvent('popOut', { detail: name })),
+    hide: (name) => this.toggleShown(name),
+    bringBack: (name) => this.#connection.send('bringBack', { stream: name }),
+  };
+
+  // Tells the meeting what is shown and how large.
+  #askFor(shown, places) {
+    const { quality } = this.#choice;
+    const tiles = shown
+      .map(({ name, inWindow, isSending }, index) => {
+        const { height } = places[index];
+        return {
+          isWanted: isSending && !inWindow,
+          stream: name,
+          height: quality || Math.round(height * (devicePixelRatio || 1)),
+          frameRate: height < SMALL_HEIGHT ? 15 : 30,
+        };
+      })
+      .filter(({ isWanted }) => isWanted)
+      .map(({ stream, height, frameRate }) => ({ stream, height, frameRate }));
+    const layout = JSON.stringify(tiles);
+    if (layout === this.#lastLayout) return;
+    this.#lastLayout = layout;
+    this.#connection.send('layout', { tiles });
+  }
+}
+
+// A tile with what one can do with it.
+class StageTile extends Tile {
+  #meter = element('meter', { max: 100, hidden: true, ariaLabel: 'Level' });
+  #rate = element('small');
+  #bringBack;
+  #isBlank = false;
+
+  constructor({ name, title, type }, actions) {
+    super(name, title);
+    this.label.append(this.#meter, this.#rate);
+    this.#meter.hidden = type !== 'local';
+    this.#bringBack = element('button', {
+      textContent: 'Bring it back',
+      hidden: true,
+      onclick: () => actions.bringBack(name),
+    });
+    this.element.querySelector('.face').append(this.#bringBack);
+    this.element.tabIndex = 0;
+    const button = (text, key, symbol, act) =>
+      element('button', { title: `${text} (${key})`, ariaLabel: text, onclick: act }, icon(symbol));
+    const acts = {
+      Enter: () => actions.focus(name),
+      o: () => actions.popOut(name),
+      h: () => actions.hide(name),
+    };
+    this.element.append(
+      element(
+        'div',
+        { className: 'actions' },
+        button('Show it large', 'Enter', 'focus', acts.Enter),
+        button('Show it in a window of its own', 'O', 'pop-out', acts.o),
+        button('Hide it', 'H', 'hide', acts.h),
+      ),
+    );
+    this.element.addEventListener('dblclick', acts.Enter);
+    this.element.addEventListener('keydown', (event) => {
+      if (event.target !== this.element || event.ctrlKey || event.metaKey || event.altKey) return;
+      acts[event.key]?.();
+    });
+  }
+
+  // Frames that are still on their way are not shown.
+  take(frame) {
+    super.take(this.#isBlank ? null : frame);
+  }
+
+  show({ title, inWindow, isSending, type }, { cameraOn, videoMuted }) {
+    this.title = title;
+    this.#isBlank = inWindow || !isSending;
+    if (this.#isBlank) {
+      this.take(null);
+      this.draw();
+    }
+    this.#bringBack.hidden = !inWindow;
+    if (inWindow) this.message = 'In a window of its own';
+    else if (type === 'local' && !cameraOn) this.message = 'Your camera is off';
+    else if (type === 'local' && videoMuted) this.message = 'The meeting has muted your video';
+    else this.message = '';
+  }
+
+  place({ x, y, width, height }) {
+    const pixels = { left: x, top: y, width, height };
+    for (const [side, value] of Object.entries(pixels)) this.element.style[side] = `${value}px`;
+    this.element.classList.toggle('small', height < SMALL_HEIGHT);
+  }
+
+  set level(level) {
+    this.#meter.value = level;
+    this.element.classList.toggle('speaking', level >= SPEAKING_LEVEL);
+  }
+
+  showRate(rate) {
+    this.#rate.textContent =
+      this.size && rate !== undefined ? `${this.size} · ${rate}/s` : this.size;
+  }
+}

@@ -1,0 +1,26 @@
+// A stream's own window, fed by the widget process. The address says after # which stream it is.
+
+import { Connection } from './connection.mjs';
+import { DrawLoop, Tile } from './tile.mjs';
+
+const [stream, title = stream] = decodeURIComponent(location.hash.slice(1)).split('/');
+const tile = new Tile(stream, title);
+document.title = title;
+document.body.append(tile.element);
+tile.message = 'Waiting for the picture…';
+
+const connection = new Connection();
+const loop = new DrawLoop((streams) => connection.send('drawn', { streams }));
+const show = () =>
+  connection.send('show', { stream, height: innerHeight * (devicePixelRatio || 1) });
+
+function blank(message) {
+  tile.message = message;
+  loop.take(tile, null);
+}
+
+connection.addEventListener('open', show);
+connection.addEventListener('frame', ({ detail }) => loop.take(tile, detail.frame));
+connection.addEventListener('closed', () => blank('The picture comes back in a moment…'));
+connection.addEventListener('ended', ({ detail }) => blank(detail));
+addEventListener('resize', show);

@@ -1,0 +1,95 @@
+// One page that shows the meeting: what it is told, the frames that it gets, and what it asks for.
+// It asks in JSON, { type, ... }: 'drawn' with the `streams` whose last frames it has drawn, and the
+// room's commands.
+
+import { FrameLane } from './frame_lane.mjs';
+import { SpeakingTube } from './speaking_tube.mjs';
+import { streamNamed } from './stream_names.mjs';
+
+export class PageSession {
+  #socket;
+  #room;
+  #tube;
+  #feeds = new Map(); // { lane, stopping } by the stream's name
+  #listeners;
+
+  constructor(socket, room) {
+    this.#socket = socket;
+    this.#room = room;
+    this.#tube = new SpeakingTube(socket);
+    this.#listeners = {
+      change: () => this.#tube.say({ state: room.state }),
+      levels: (levels) => this.#tube.say({ levels }),
+      statistics: (statistics) => this.#tube.say({ statistics }),
+      log: (entry) => this.#tube.sayLog([entry]),
+    };
+    for (const [event, listener] of Object.entries(this.#listeners)) room.on(event, listener);
+    socket.on('error', () => socket.terminate());
+    socket.on('close', () => this.#close());
+    socket.on('message', (data) => this.#obey(data));
+
+    this.#tube.say({ state: room.state, levels: room.levels, history: room.statistics });
+    this.#tube.sayLog(room.log);
+  }
+
+  // How many frames of each stream were sent, by its name.
+  get framesSent() {
+    const counts = Array.from(this.#feeds, ([name, { lane }]) => [name, lane.framesSent]);
+    return Object.fromEntries(counts);
+  }
+
+  get messagesSent() {
+    return this.#tube.messagesSent;
+  }
+
+  // Ends the session because `reason`, which the page shows.
+  end(reason) {
+    this.#socket.close(1000, reason);
+  }
+
+  async #obey(data) {
+    try {
+      const { type, ...wish } = JSON.parse(data);
+      if (type === 'drawn') {
+        for (const name of wish.streams) this.#feeds.get(name)?.lane.drawn();
+        return;
+      }
+      if (!Object.hasOwn(this.#room.commands, type)) throw new TypeError(`unknown wish: ${type}`);
+      await this.#room.commands[type](wish);
+      if (type === 'layout') this.#feed(wish.tiles.map(({ stream }) => stream));
+    } catch (error) {
+      this.#room.note('error', { message: error.message });
+    }
+  }
+
+  // Sends the frames of the streams with these names from now on, and of no others.
+  #feed(names) {
+    for (const [name, { stopping }] of this.#feeds) if (!names.includes(name)) stopping.abort();
+    for (const name of names) if (!this.#feeds.has(name)) this.#start(name);
+  }
+
+  async #start(name) {
+    const stream = streamNamed(name);
+    const lane = new FrameLane(this.#socket, stream);
+    const stopping = new AbortController();
+    const { signal } = stopping;
+    signal.addEventListener('abort', () => this.#feeds.delete(name));
+    this.#feeds.set(name, { lane, stopping });
+    try {
+      for await (const frame of this.#room.frames(stream, signal)) {
+        lane.send(frame);
+        await lane.free(signal);
+      }
+      stopping.abort(); // the stream is over
+    } catch (error) {
+      if (!signal.aborted) throw error;
+    }
+  }
+
+  #close() {
+    for (const [event, listener] of Object.entries(this.#listeners)) {
+      this.#room.off(event, listener);
+    }
+    this.#feed([]);
+  }
+}

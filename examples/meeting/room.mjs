@@ -1,0 +1,306 @@
+// The meeting as the application sees it: one call, what the engine has told so far, and what the
+// person at the page may ask for. Emits 'change' (the state is another), 'levels', 'statistics' and
+// 'log', each with what is new, and 'windowLeft' with the name of a stream that has its window no
+// longer.
+
+import { EventEmitter } from 'node:events';
+
+import tessel from '../../js/index.js';
+import { DEVICES, isDevice } from './devices.mjs';
+import { videoStreamsState } from './layout.mjs';
+import { titleOf } from './roster.mjs';
+import { nameOf, streamNamed } from './stream_names.mjs';
+
+const STATISTICS_INTERVAL_MS = 1000;
+// Two minutes, for a page that comes later.
+const MOST_STATISTICS = 120;
+const MOST_LOG_ENTRIES = 200;
+
+const LOCAL = { type: 'local', streamIndex: 0 };
+const FRAME_RATE = 30;
+// Enough to look at oneself.
+const LOCAL_FRAME_RATE = 15;
+
+// Events that go to the log as they are. A 'micLevel' comes five times a second and is a level.
+const LOGGED = [
+  ...['streamAdded', 'streamRemoved', 'streamUpdated', 'gracefulEvent', 'callConnectionStatus'],
+  ...['screenShareStatus', 'contentReceive', 'callDisconnect', 'mediaMuteState', 'noRtpMedia'],
+  ...['deviceChange', 'eventNotify', 'vspUpdateVOQI'],
+];
+
+export class Room extends EventEmitter {
+  #uri;
+  #meeting;
+  #layout = new Map(); // { height, frameRate } by stream name, the most important first
+  #windows = new Map(); // the heights of streams that have a window of their own, by name
+  #statisticsTimer;
+  #logCount = 0;
+
+  #call = { phase: 'left', reason: '' }; // or 'joining', 'joined'
+  #local = { audioMuted: false, videoMuted: false, cameraOn: true, speakerMuted: false };
+  #selected = { camera: 'camera-0', microphone: 'microphone-0', speaker: 'speaker-0' };
+  #share = { phase: 'none', text: '' }; // or 'asking', 'sharing', 'refused'
+  #widget = { phase: 'starting', address: '' }; // or 'running', 'ended'
+
+  levels = { microphone: 0, speaker: 0 };
+  statistics = [];
+  log = [];
+
+  static async open({ uri, logPath }) {
+    return new Room(uri, await tessel.Meeting.open({ logPath, logPrefix: 'meeting' }));
+  }
+
+  // Owns `meeting` from now on.
+  constructor(uri, meeting) {
+    super();
+    this.setMaxListeners(0);
+    this.#uri = uri;
+    this.#meeting = meeting;
+    for (const name of LOGGED) {
+      meeting.on(name, (payload) => {
+        this.#handlers[name]?.(payload);
+        this.note(name, payload);
+        this.emit('change');
+      });
+    }
+    meeting.on('micLevel', ({ level }) => this.#hear({ microphone: level }));
+    meeting.wrapper.configureMeetingStats({ enable: true, timerDuration: STATISTICS_INTERVAL_MS });
+    this.#statisticsTimer = setInterval(() => this.#measure(), STATISTICS_INTERVAL_MS);
+    meeting.wrapper.enableCameraCapture(true);
+  }
+
+  // All that a page shows, but for what has events of its own.
+  get state() {
+    return {
+      call: this.#call,
+      local: this.#local,
+      streams: this.#streams(),
+      devices: DEVICES,
+      selected: this.#selected,
+      share: this.#share,
+      monitors: this.#meeting.wrapper.getScreenMonitorDetails(),
+      widget: this.#widget,
+    };
+  }
+
+  // The streams that are there, and always the local one, which comes and goes with the camera.
+  #streams() {
+    const present = new Map(this.#meeting.streams.map((stream) => [nameOf(stream), stream]));
+    const isLocalSending = present.has(nameOf(LOCAL));
+    if (!isLocalSending) present.set(nameOf(LOCAL), { ...LOCAL, csrc: 0 });
+    return Array.from(present, ([name, stream]) => ({
+      ...stream,
+      name,
+      title: titleOf(stream),
+      isSending: stream.type !== 'local' || isLocalSending,
+      inWindow: this.#windows.has(name),
+    }));
+  }
+
+  // By which a widget process finds the frames.
+  get sharedDataInfo() {
+    return this.#meeting.wrapper.getSharedDataInfo();
+  }
+
+  // The stream's frame objects, until it ends or `signal` is aborted.
+  frames(stream, signal) {
+    const rate = stream.type === 'local' ? LOCAL_FRAME_RATE : FRAME_RATE;
+    return this.#meeting.frames(stream, { rate, signal });
+  }
+
+  // What the person at the page may ask for. Each rejects or throws when it cannot be.
+  commands = {
+    join: () => this.join(),
+    leave: () => this.#meeting.leave(),
+    muteAudio: ({ muted }) => this.#meeting.wrapper.muteLocalAudio(muted),
+    muteSpeaker: ({ muted }) => {
+      this.#meeting.wrapper.setRemoteAudioMute(muted);
+      this.#change(() => (this.#local = { ...this.#local, speakerMuted: muted }));
+    },
+    camera: ({ on }) => this.#switchCamera(on),
+    device: ({ kind, id }) => this.#choose(kind, id),
+    share: ({ what }) => this.#present(what),
+    stopShare: () => this.#meeting.stopPresentation(),
+    layout: ({ tiles }) => this.#arrange(tiles),
+    bringBack: ({ stream }) => this.leaveWindow(stream),
+  };
+
+  // Settles when the engine has answered; a refusal is part of the state.
+  async join() {
+    this.#change(() => (this.#call = { phase: 'joining', reason: '' }));
+    const { audioMuted, videoMuted } = this.#local;
+    try {
+      await this.#meeting.join({
+        uri: this.#uri,
+        endpointName: titleOf(LOCAL),
+        mediaStreamState: { outgoingAudioMuted: audioMuted, outgoingVideoMuted: videoMuted },
+      });
+    } catch (error) {
+      if (!(error instanceof tessel.CallError)) throw error;
+    }
+  }
+
+  // Gives a stream a window of this height in the widget process; false when there is no such stream.
+  async enterWindow(name, height) {
+    if (!this.#has(name)) return false;
+    this.#windows.set(name, height);
+    this.#sendLayout();
+    this.emit('change');
+    await this.#meeting.enterWidgetMode(streamNamed(name));
+    return true;
+  }
+
+  leaveWindow(name) {
+    if (!this.#windows.delete(name)) return;
+    this.#meeting.exitWidgetMode(streamNamed(name));
+    this.#sendLayout();
+    this.emit('change');
+    this.emit('windowLeft', name);
+  }
+
+  // Makes new segments for the streams with windows, in place of those that a dead process may hold.
+  async renewWindows() {
+    const streams = [...this.#windows.keys()].map(streamNamed);
+    for (const stream of streams) this.#meeting.exitWidgetMode(stream);
+    for (const stream of streams) {
+      if (this.#windows.has(nameOf(stream))) await this.#meeting.enterWidgetMode(stream);
+    }
+  }
+
+  setWidget(phase, address) {
+    this.#change(() => (this.#widget = { phase, address }));
+  }
+
+  // Writes something into the log.
+  note(name, payload = {}) {
+    this.#logCount += 1;
+    const entry = { number: this.#logCount, time: Date.now(), name, payload };
+    this.log.push(entry);
+    if (this.log.length > MOST_LOG_ENTRIES) this.log.shift();
+    this.emit('log', entry);
+  }
+
+  close() {
+    clearInterval(this.#statisticsTimer);
+    this.#meeting.close();
+  }
+
+  // What the engine's events change.
+  #handlers = {
+    callConnectionStatus: ({ connected }) => {
+      if (connected) this.#call = { phase: 'joined', reason: '' };
+    },
+    callDisconnect: ({ reason, code }) => {
+      this.#call = { phase: 'left', reason: code === 0 ? '' : reason };
+      this.#share = { phase: 'none', text: '' };
+      this.#layout.clear();
+      this.#hear({ microphone: 0, speaker: 0 });
+    },
+    streamRemoved: (stream) => this.leaveWindow(nameOf(stream)),
+    mediaMuteState: ({ mediaType, muted }) => {
+      const what = mediaType === 'audio' ? 'audioMuted' : 'videoMuted';
+      this.#local = { ...this.#local, [what]: muted };
+      if (what === 'audioMuted' && muted) this.#hear({ microphone: 0 });
+    },
+    screenShareStatus: ({ status }) => {
+      if (status === 'stopped') this.#stopped();
+    },
+  };
+
+  #change(change) {
+    change();
+    this.emit('change');
+  }
+
+  #has(name) {
+    return this.#meeting.streams.some((stream) => nameOf(stream) === name);
+  }
+
+  #switchCamera(on) {
+    this.#meeting.wrapper.enableCameraCapture(on);
+    // The meeting may have muted the video: who switches the camera on wants to be seen.
+    if (on && this.#local.videoMuted) this.#meeting.wrapper.muteLocalVideo(false);
+    this.#change(() => (this.#local = { ...this.#local, cameraOn: on }));
+  }
+
+  #choose(kind, id) {
+    if (!isDevice(kind, id)) throw new TypeError(`no such device: ${kind} ${id}`);
+    const { title } = DEVICES[kind].find((device) => device.id === id);
+    const { wrapper } = this.#meeting;
+    if (kind === 'camera') {
+      wrapper.setVideoDevice({ videoDeviceId: id, videoDeviceName: title });
+    } else if (kind === 'microphone') {
+      wrapper.setAudioInDevice({ audioInId: id, audioInName: title, audioInSourceName: title });
+    } else {
+      wrapper.setAudioOutDevice({ audioOutId: id, audioOutName: title, audioOutSourceName: title });
+    }
+    this.#change(() => (this.#selected = { ...this.#selected, [kind]: id }));
+  }
+
+  // Shows `what`, the engine's description of a screen, an application or a window, in place of what
+  // may be shown already.
+  async #present(what) {
+    const text = describeShare(what);
+    try {
+      if (this.#share.phase !== 'sharing') {
+        this.#change(() => (this.#share = { phase: 'asking', text }));
+        await this.#meeting.requestContentShareToken();
+      }
+      await this.#meeting.startPresentation(what);
+      this.#change(() => (this.#share = { phase: 'sharing', text }));
+    } catch (error) {
+      const isTaken = error.status === 'token_denied';
+      const reason = isTaken ? 'Somebody else is presenting.' : 'This cannot be shared.';
+      this.#change(() => (this.#share = { phase: 'refused', text: reason }));
+      if (!isTaken) await this.#meeting.releaseContentShareToken();
+      throw error;
+    }
+  }
+
+  #stopped() {
+    this.#share = { phase: 'none', text: '' };
+    // Not in a call any more: there is nothing left to give back.
+    this.#meeting.releaseContentShareToken().catch(() => {});
+  }
+
+  // `tiles` is what the page shows: { stream: NAME, height, frameRate } each.
+  #arrange(tiles) {
+    const layout = new Map();
+    for (const { stream, height, frameRate } of tiles) {
+      if (!(streamNamed(stream) && Number.isFinite(height) && Number.isFinite(frameRate))) {
+        throw new TypeError(`no such tile: ${stream} of ${height} at ${frameRate}`);
+      }
+      layout.set(stream, { height, frameRate });
+    }
+    this.#layout = layout;
+    this.#sendLayout();
+  }
+
+  #sendLayout() {
+    const wanted = new Map(this.#layout);
+    for (const [name, height] of this.#windows) wanted.set(name, { height, frameRate: FRAME_RATE });
+    const sources = new Map(this.#meeting.streams.map((stream) => [nameOf(stream), stream.csrc]));
+    const tiles = [...wanted]
+      .filter(([name]) => sources.has(name) && streamNamed(name).type === 'remote')
+      .map(([name, tile]) => ({ ...tile, csrc: sources.get(name) }));
+    this.#meeting.wrapper.updateVideoStreamsState(videoStreamsState(tiles));
+  }
+
+  #hear(levels) {
+    this.levels = { ...this.levels, ...levels };
+    this.emit('levels', this.levels);
+  }
+
+  #measure() {
+    const measured = { time: Date.now(), ...this.#meeting.wrapper.getMeetingStats() };
+    this.statistics.push(measured);
+    if (this.statistics.length > MOST_STATISTICS) this.statistics.shift();
+    this.emit('statistics', measured);
+    this.#hear({ speaker: measured.audio_stats.output_level });
+  }
+}
+
+function describeShare({ type, screenId = 0, applicationId, windowId }) {
+  if (type === 'screen') return `Screen ${screenId + 1}`;
+  return type === 'application' ? `Application ${applicationId}` : `Window ${windowId}`;
+}

@@ -1,0 +1,14 @@
+// Who is who. The engine knows streams and not people: names are the application's own business, and
+// a real one learns them from whatever invited the people. Here they follow from the stream.
+
+const PEOPLE = [
+  ...['Amara Okafor', 'Björn Lindqvist', 'Chiara Bianchi', 'Dmitri Volkov', 'Elif Yılmaz'],
+  ...['Farid Haddad', 'Grace Mwangi', 'Hana Novák', 'Iker Etxeberria', 'Jun Takahashi'],
+  ...['Karin Schäfer', 'Lucía Romero', 'Mei-Ling Chen', 'Niamh Byrne', 'Oskar Nilsen'],
+];
+
+export function titleOf({ type, streamIndex }) {
+  if (type === 'local') return 'You';
+  if (type === 'content') return 'Shared content';
+  return PEOPLE[streamIndex] ?? `Guest ${streamIndex + 1}`;
+}

@@ -1,0 +1,75 @@
+// The widget: a second process that reads streams out of shared memory and shows each in a window of
+// its own. It serves the window's page itself. The meeting process tells it where the memory is, and
+// hears from it which windows are open.
+
+import tessel from '../../js/index.js';
+import { FrameLane } from './frame_lane.mjs';
+import { pageFiles } from './page_files.mjs';
+import { PageServer } from './page_server.mjs';
+import { streamNamed } from './stream_names.mjs';
+
+const sessions = new Map(); // the sockets that show a stream, by its name; the newest counts
+
+const tell = (message) => process.connected && process.send(message);
+
+// A window opens its socket, says which stream it shows and, whenever that changes, how high it is.
+function serve(socket, widget) {
+  const stopping = new AbortController();
+  let name;
+  let lane;
+
+  const show = (wanted) => {
+    name = wanted;
+    lane = new FrameLane(socket, streamNamed(name));
+    sessions.set(name, socket);
+    const send = (frame) => lane.isFree && lane.send(frame);
+    widget.watch(streamNamed(name), send, { signal: stopping.signal }).catch((error) => {
+      if (!stopping.signal.aborted) throw error;
+    });
+  };
+
+  socket.on('error', () => socket.terminate());
+  const obey = ({ type, stream, height }) => {
+    if (type === 'drawn') {
+      lane?.drawn();
+    } else if (type === 'show' && streamNamed(stream) && (name ?? stream) === stream) {
+      if (!lane) show(stream);
+      tell({ type: 'shown', stream, height: Number(height) || 0 });
+    } else {
+      throw new TypeError(`unknown wish: ${type} ${stream}`);
+    }
+  };
+
+  socket.on('message', (data) => {
+    try {
+      obey(JSON.parse(data));
+    } catch {
+      socket.terminate(); // no page of ours says this
+    }
+  });
+  socket.on('close', () => {
+    stopping.abort();
+    if (sessions.get(name) !== socket) return;
+    sessions.delete(name);
+    tell({ type: 'closed', stream: name });
+  });
+}
+
+async function start({ sharedDataInfo, port, token }) {
+  const widget = new tessel.Widget(sharedDataInfo);
+  const server = new PageServer({
+    ...{ port, token },
+    files: pageFiles('window.html'),
+    onConnection: (socket) => serve(socket, widget),
+  });
+  await server.listen();
+  tell({ type: 'listening', port: server.port, token: server.token, address: server.address });
+}
+
+process.on('message', ({ type, ...message }) => {
+  if (type === 'start') start(message);
+  else sessions.get(message.stream)?.close(1000, 'This picture is back in the meeting.');
+});
+// The meeting process decides when this one ends, also when both are interrupted at a terminal.
+process.on('SIGINT', () => {});
+process.on('disconnect', () => process.exit());

@@ -1,0 +1,237 @@
+// What a slow page is sent: counted, with pages that do not answer or do not read.
+
+import assert from 'node:assert/strict';
+import { EventEmitter, once } from 'node:events';
+import path from 'node:path';
+import { test } from 'node:test';
+import { WebSocket } from 'ws';
+
+import { FrameLane } from '../../../examples/meeting/frame_lane.mjs';
+import { decodeFrame } from '../../../examples/meeting/frame_message.mjs';
+import { PageServer } from '../../../examples/meeting/page_server.mjs';
+import { SpeakingTube } from '../../../examples/meeting/speaking_tube.mjs';
+import { readCard } from '../support/card_code.mjs';
+import { temporaryDirectory } from '../support/temporary_directory.mjs';
+
+const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
+process.env.TESSEL_WRAPPER_ADDON = path.join(build, 'tesselWrapper.node');
+const { PageSession } = await import('../../../examples/meeting/page_session.mjs');
+const { Room } = await import('../../../examples/meeting/room.mjs');
+
+const STREAM = { type: 'remote', streamIndex: 3 };
+
+// A socket whose transmissions end when a test says so.
+class SlowSocket {
+  sent = [];
+  #unfinished = [];
+
+  send(data, done) {
+    this.sent.push(data);
+    this.#unfinished.push(done);
+  }
+
+  finish(error) {
+    this.#unfinished.shift()(error);
+  }
+}
+
+// A 4x2 frame object with padded rows, each plane of one value.
+const frameOf = (value) => ({
+  noUpdate: false,
+  width: 4,
+  height: 2,
+  yPlaneBuffer: new Uint8Array(12).fill(value),
+  yPlaneBufferStride: 6,
+  uPlaneBuffer: new Uint8Array(3).fill(value + 1),
+  uPlaneBufferStride: 3,
+  vPlaneBuffer: new Uint8Array(2).fill(value + 2),
+  vPlaneBufferStride: 2,
+});
+
+const decoded = (message) =>
+  decodeFrame(message.buffer.slice(message.byteOffset, message.byteOffset + message.byteLength));
+
+test('a frame arrives with its stream, its size, its planes and their strides', () => {
+  const socket = new SlowSocket();
+  new FrameLane(socket, STREAM).send(frameOf(7));
+  const { stream, frame } = decoded(socket.sent[0]);
+  assert.deepEqual(stream, STREAM);
+  const { noUpdate, ...sent } = frameOf(7);
+  assert.equal(noUpdate, false);
+  assert.deepEqual(frame, sent);
+});
+
+test('a frame that takes the picture away arrives as no frame', () => {
+  const socket = new SlowSocket();
+  new FrameLane(socket, STREAM).send({ noUpdate: true, clearFrame: true });
+  assert.deepEqual(decoded(socket.sent[0]), { stream: STREAM, frame: null });
+});
+
+test('a lane is free when the frame has been transmitted and drawn, in any order', async () => {
+  for (const order of [
+    ['finish', 'drawn'],
+    ['drawn', 'finish'],
+  ]) {
+    const socket = new SlowSocket();
+    const lane = new FrameLane(socket, STREAM);
+    assert.ok(lane.isFree);
+    lane.send(frameOf(1));
+    const free = lane.free(new AbortController().signal);
+    for (const step of order) {
+      assert.equal(lane.isFree, false, `before ${step}`);
+      if (step === 'finish') socket.finish();
+      else lane.drawn();
+    }
+    assert.ok(lane.isFree);
+    await free;
+  }
+});
+
+test('a page that says "drawn" too often gets no second frame before the first is through', () => {
+  const socket = new SlowSocket();
+  const lane = new FrameLane(socket, STREAM);
+  lane.drawn();
+  lane.send(frameOf(1));
+  lane.drawn();
+  lane.drawn();
+  assert.equal(lane.isFree, false);
+});
+
+test('waiting for a free lane ends with the signal', async () => {
+  const lane = new FrameLane(new SlowSocket(), STREAM);
+  const stopping = new AbortController();
+  lane.send(frameOf(1));
+  const waiting = lane.free(stopping.signal);
+  stopping.abort();
+  await assert.rejects(waiting, { name: 'AbortError' });
+});
+
+test('all frames of a stream go through one piece of memory, unless a larger one is needed', () => {
+  const socket = new SlowSocket();
+  const lane = new FrameLane(socket, STREAM);
+  for (const value of [1, 2, 3]) lane.send(frameOf(value));
+  lane.send({ ...frameOf(4), yPlaneBuffer: new Uint8Array(100) });
+  lane.send(frameOf(5));
+  const memories = new Set(socket.sent.map(({ buffer }) => buffer));
+  assert.equal(memories.size, 2);
+});
+
+test('words that were not sent yet are replaced by newer ones', () => {
+  const socket = new SlowSocket();
+  const tube = new SpeakingTube(socket);
+  for (let level = 0; level < 1000; level++) tube.say({ level, other: 'x' });
+  assert.deepEqual(socket.sent.map(JSON.parse), [{ level: 0, other: 'x' }]);
+  socket.finish();
+  assert.deepEqual(JSON.parse(socket.sent[1]), { level: 999, other: 'x' });
+  socket.finish();
+  assert.equal(socket.sent.length, 2);
+  assert.equal(tube.messagesSent, 2);
+});
+
+test('log entries wait together, the last 200 of them', () => {
+  const socket = new SlowSocket();
+  const tube = new SpeakingTube(socket);
+  tube.say({ state: 1 });
+  for (let number = 1; number <= 1000; number++) tube.sayLog([{ number }]);
+  socket.finish();
+  const { log } = JSON.parse(socket.sent[1]);
+  assert.deepEqual([log.length, log[0].number, log.at(-1).number], [200, 801, 1000]);
+});
+
+test('a broken socket is told nothing more', () => {
+  const socket = new SlowSocket();
+  const tube = new SpeakingTube(socket);
+  tube.say({ level: 1 });
+  tube.say({ level: 2 });
+  socket.finish(new Error('gone'));
+  assert.equal(socket.sent.length, 1);
+});
+
+// A page that is connected to a real meeting over a real socket.
+async function connectPage(t) {
+  const room = await Room.open({
+    uri: 'tessel:test?participants=2&size=320x180',
+    logPath: temporaryDirectory(t),
+  });
+  t.after(() => room.close());
+  const arrived = new EventEmitter();
+  let session;
+  const server = new PageServer({
+    files: {},
+    onConnection: (socket) => arrived.emit('session', (session = new PageSession(socket, room))),
+  });
+  await server.listen();
+  t.after(() => server.close());
+  await room.join();
+  const page = new WebSocket(`${server.origin.replace('http', 'ws')}/${server.token}/socket`, {
+    origin: server.origin,
+  });
+  const frames = [];
+  page.binaryType = 'arraybuffer';
+  page.on('message', (data, isBinary) => {
+    if (!isBinary) return;
+    frames.push(decodeFrame(data));
+    page.emit('frame');
+  });
+  await once(page, 'open');
+  assert.ok(session);
+  return { room, page, session, frames };
+}
+
+const LAYOUT = ['remote-0', 'remote-1'].map((stream) => ({ stream, height: 180, frameRate: 30 }));
+
+const DELIVERED = 20;
+
+// Settles when the engine has delivered `count` frames of a stream to somebody else.
+async function engineDelivers(room, stream, count) {
+  const stopping = new AbortController();
+  let left = count;
+  for await (const frame of room.frames(stream, stopping.signal)) {
+    if (!frame.noUpdate && (left -= 1) === 0) return;
+  }
+}
+
+test('a page that never says "drawn" is sent one frame of each stream and no more', async (t) => {
+  const { room, page, session, frames } = await connectPage(t);
+  page.send(JSON.stringify({ type: 'layout', tiles: LAYOUT }));
+  while (frames.length < 2) await once(page, 'frame');
+  await engineDelivers(room, { type: 'remote', streamIndex: 0 }, DELIVERED);
+  assert.deepEqual(session.framesSent, { 'remote-0': 1, 'remote-1': 1 });
+  assert.equal(frames.length, 2);
+
+  // The next one is the newest: what was in between is skipped.
+  page.send(JSON.stringify({ type: 'drawn', streams: ['remote-0'] }));
+  while (frames.length < 3) await once(page, 'frame');
+  const first = frames.find(({ stream }) => stream.streamIndex === 0);
+  assert.ok(readCard(frames[2].frame).number >= readCard(first.frame).number + DELIVERED - 1);
+  assert.deepEqual(session.framesSent, { 'remote-0': 2, 'remote-1': 1 });
+});
+
+test('streams that a page shows no longer are not sent', async (t) => {
+  const { page, session, frames } = await connectPage(t);
+  page.send(JSON.stringify({ type: 'layout', tiles: LAYOUT }));
+  while (frames.length < 2) await once(page, 'frame');
+  page.send(JSON.stringify({ type: 'layout', tiles: LAYOUT.slice(1) }));
+  page.send(JSON.stringify({ type: 'drawn', streams: ['remote-0', 'remote-1'] }));
+  while (frames.length < 3) await once(page, 'frame');
+  assert.deepEqual(session.framesSent, { 'remote-1': 2 });
+  assert.equal(frames[2].stream.streamIndex, 1);
+});
+
+for (const [what, text, message] of [
+  ['is no JSON', '{', /JSON/],
+  ['asks for what there is not', '{"type":"constructor"}', /^unknown wish: constructor$/],
+  ['has a value of the wrong type', '{"type":"muteAudio","muted":1}', /expected Boolean$/],
+  ['names no stream', '{"type":"layout","tiles":[{"stream":"x"}]}', /^no such tile: x/],
+  ['chooses no device', '{"type":"device","kind":"toString","id":"x"}', /^no such device/],
+]) {
+  test(`a message that ${what} is told in the log and changes nothing`, async (t) => {
+    const { room, page } = await connectPage(t);
+    const before = JSON.stringify(room.state);
+    page.send(text);
+    const [entry] = await once(room, 'log');
+    assert.equal(entry.name, 'error');
+    assert.match(entry.payload.message, message);
+    assert.equal(JSON.stringify(room.state), before);
+  });
+}

@@ -1,0 +1,278 @@
+// The meeting application as a person has it: its page in a browser.
+
+import assert from 'node:assert/strict';
+import { mkdirSync } from 'node:fs';
+import path from 'node:path';
+import { before, test } from 'node:test';
+import { fileURLToPath } from 'node:url';
+
+import { openBrowser } from './support/browser.mjs';
+import { cardIn, logged, openPage, startMeetingApp, tile } from './support/meeting_app.mjs';
+
+const root = fileURLToPath(new URL('../../..', import.meta.url));
+
+let browser;
+before(async (t) => {
+  browser = await openBrowser(t);
+});
+
+async function openMeeting(t, uri, options) {
+  const app = await startMeetingApp(t, uri);
+  const opened = await openPage(t, browser, app.address, options);
+  return { ...app, ...opened };
+}
+
+const waitForText = (page, selector, text) =>
+  page.locator(selector).filter({ hasText: text }).waitFor({ state: 'attached' });
+
+test('every tile shows its own stream, named, and moves', async (t) => {
+  const { page, errors } = await openMeeting(t, 'tessel:test?participants=2');
+  for (const [name, title, type, streamIndex] of [
+    ['remote-0', 'Amara Okafor', 'remote', 0],
+    ['remote-1', 'Björn Lindqvist', 'remote', 1],
+    ['local-0', 'You', 'local', 0],
+  ]) {
+    const card = await cardIn(page, name);
+    assert.deepEqual([card.type, card.streamIndex], [type, streamIndex]);
+    await cardIn(page, name, ({ number }) => number > card.number);
+    assert.equal(await tile(page, name).locator('.label b').textContent(), title);
+  }
+  assert.equal(await page.locator('#call').textContent(), 'You and 2 others');
+  assert.deepEqual(errors, []);
+});
+
+test('somebody who comes gets a tile, and somebody who goes has none', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1&come=1@0.5&leave=0@1.5');
+  await cardIn(page, 'remote-1');
+  await tile(page, 'remote-0').waitFor({ state: 'detached' });
+  await waitForText(page, '#call', 'You and 1 other');
+});
+
+test('muting and unmuting the microphone goes to the meeting and back', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1&speak=me@0-600');
+  const level = page.locator('#mute meter');
+  const heard = () => level.evaluate((meter) => meter.value > 0);
+  await page.waitForFunction(() => document.querySelector('#mute meter').value > 0);
+
+  await page.click('#mute');
+  await waitForText(page, '#mute', 'Unmute');
+  assert.deepEqual(await logged(page, 'mediaMuteState'), ['mediaType audio · muted true']);
+  await page.waitForFunction(() => document.querySelector('#mute meter').value === 0);
+  assert.equal(await heard(), false);
+
+  await page.keyboard.press('m');
+  const log = await logged(page, 'mediaMuteState', 2);
+  assert.equal(log[0], 'mediaType audio · muted false');
+  await page.waitForFunction(() => document.querySelector('#mute meter').value > 0);
+});
+
+test('the camera goes off and on, and another one may be chosen', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1');
+  assert.equal((await cardIn(page, 'local-0')).detail, 0);
+  await page.keyboard.press('v');
+  await waitForText(page, '.tile[data-stream="local-0"]:not(.live) .face', 'Your camera is off');
+  await page.keyboard.press('v');
+  await cardIn(page, 'local-0');
+
+  await page.click('#devices-menu');
+  await page.selectOption('select[name=camera]', 'camera-1');
+  const card = await cardIn(page, 'local-0', ({ detail }) => detail === 1);
+  assert.equal(card.type, 'local');
+});
+
+test('a screen is chosen on a picture of the monitors and shared until it is stopped', async (t) => {
+  const monitors = '1280x720@0:0,1920x1080@1280:-360,1080x1920@-1080:0';
+  const { page } = await openMeeting(t, `tessel:test?participants=1&monitors=${monitors}`);
+  await cardIn(page, 'remote-0');
+  await page.keyboard.press('s');
+  const boxes = await page
+    .locator('#monitors label')
+    .evaluateAll((labels) => labels.map((label) => label.getBoundingClientRect().toJSON()));
+  assert.equal(boxes.length, 3);
+  const [first, second, third] = boxes;
+  const scale = first.width / 1280;
+  const near = (actual, expected, what) =>
+    assert.ok(Math.abs(actual - expected * scale) < 1, `${what}: ${actual / scale}, ${expected}`);
+  near(second.width, 1920, 'width of the second');
+  near(second.x - first.x, 1280, 'left of the second');
+  near(second.y - first.y, -360, 'top of the second');
+  near(third.height, 1920, 'height of the third');
+  near(third.x - first.x, -1080, 'left of the third');
+
+  await page.locator('#monitors label').nth(1).click();
+  await page.click('#share-dialog button.primary');
+  const screenTwo = (1 << 22) | 1;
+  const card = await cardIn(page, 'content-0');
+  assert.deepEqual([card.type, card.detail], ['content', screenTwo]);
+  await waitForText(page, '#sharing', 'You share Screen 2');
+  const widths = await page
+    .locator('.tile')
+    .evaluateAll((tiles) => tiles.map(({ dataset, offsetWidth }) => [dataset.stream, offsetWidth]));
+  const [largest] = widths.sort(([, one], [, other]) => other - one);
+  assert.equal(largest[0], 'content-0');
+
+  await page.keyboard.press('s');
+  await tile(page, 'content-0').waitFor({ state: 'detached' });
+  await page.locator('#sharing').waitFor({ state: 'hidden' });
+  const statuses = await logged(page, 'screenShareStatus', 4);
+  assert.deepEqual(statuses.reverse(), [
+    'status token_granted',
+    'status started',
+    'status stopped',
+    'status token_relinquished',
+  ]);
+});
+
+test('sharing while somebody else presents is refused with the reason', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1&present=0@0');
+  const { detail } = await cardIn(page, 'content-0');
+  assert.equal(detail, 0);
+  await page.keyboard.press('s');
+  await page.click('#share-dialog button.primary');
+  await waitForText(page, '#notice', 'Somebody else is presenting.');
+});
+
+test('the layout decides which streams arrive and how large', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=3');
+  const before = await cardIn(page, 'remote-0');
+
+  await page.click('#layout-menu');
+  await page.selectOption('select[name=quality]', '90');
+  const isSmall = (_card, { width, height }) => width === 160 && height === 90;
+  for (const name of ['remote-0', 'remote-1', 'remote-2']) await cardIn(page, name, isSmall);
+
+  await page.selectOption('select[name=quality]', '720');
+  const large = await cardIn(page, 'remote-0', (_card, { height }) => height === 720);
+  assert.ok(large.number > before.number);
+
+  await page.selectOption('select[name=quality]', '0');
+  await page.click('text=One large');
+  // The large tile is 341 to 720 pixels high, the small ones 46 to 180.
+  await cardIn(page, 'remote-0', (_card, { height }) => height === 360 || height === 720);
+  await cardIn(page, 'remote-1', (_card, { height }) => height === 90 || height === 180);
+
+  await page.selectOption('select[name=most]', '1');
+  await tile(page, 'remote-1').waitFor({ state: 'detached' });
+  await page.keyboard.press('Escape');
+  await page.keyboard.press('p');
+  await page.click('#statistics-tab');
+  // Only what is asked for is received.
+  await page.waitForFunction(() => {
+    const rows = [...document.querySelectorAll('#statistics tbody tr')];
+    const received = rows.filter((row) => Number(row.cells[2].textContent) > 0);
+    return received.map((row) => row.cells[0].textContent).join() === 'Amara Okafor';
+  });
+});
+
+test('a tile goes into a window fed by the widget process, survives its death, and comes back', async (t) => {
+  const { page, context } = await openMeeting(t, 'tessel:test?participants=2');
+  await cardIn(page, 'remote-1');
+  const [started] = await logged(page, 'widgetStarted');
+  const pid = Number(/^pid (\d+)$/.exec(started)[1]);
+
+  const opening = context.waitForEvent('page');
+  await tile(page, 'remote-1').focus();
+  await page.keyboard.press('o');
+  const popup = await opening;
+  const first = await cardIn(popup, 'remote-1');
+  assert.deepEqual([first.type, first.streamIndex], ['remote', 1]);
+  await cardIn(popup, 'remote-1', ({ number }) => number > first.number);
+  assert.notEqual(new URL(popup.url()).origin, new URL(page.url()).origin);
+  await waitForText(
+    page,
+    '.tile[data-stream="remote-1"]:not(.live) .face',
+    'In a window of its own',
+  );
+
+  process.kill(pid, 'SIGKILL');
+  const processes = await logged(page, 'widgetStarted', 2);
+  assert.notEqual(processes[0], started);
+  // Its window shows the picture again, with frames of after the death.
+  await popup.locator('.tile:not(.live)').waitFor();
+  const again = await cardIn(popup, 'remote-1');
+  assert.ok(again.number > first.number);
+  await cardIn(popup, 'remote-1', ({ number }) => number > again.number);
+
+  await popup.close();
+  await cardIn(page, 'remote-1', ({ number }) => number > again.number);
+});
+
+test('a window says that its tile was brought back, and that its stream is over', async (t) => {
+  const { page, context } = await openMeeting(t, 'tessel:test?participants=1');
+  await cardIn(page, 'remote-0');
+  const popOut = async () => {
+    const opening = context.waitForEvent('page');
+    await tile(page, 'remote-0').focus();
+    await page.keyboard.press('o');
+    const popup = await opening;
+    await cardIn(popup, 'remote-0');
+    return popup;
+  };
+  const popup = await popOut();
+  await tile(page, 'remote-0').locator('text=Bring it back').click();
+  await waitForText(popup, '.tile:not(.live) .face', 'This picture is back in the meeting.');
+  await cardIn(page, 'remote-0');
+  await popup.close();
+
+  const second = await popOut();
+  await page.click('#leave-call');
+  await waitForText(second, '.tile:not(.live) .face', 'This picture is back in the meeting.');
+});
+
+test('leaving empties the stage, and joining again fills it', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1');
+  await cardIn(page, 'remote-0');
+  await page.click('#leave-call');
+  await waitForText(page, '.curtain', 'You left the meeting.');
+  assert.equal(await page.locator('.tile').count(), 0);
+  await page.click('text=Join again');
+  await cardIn(page, 'remote-0');
+});
+
+test('a refused join is told with its reason', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?refuse=403');
+  await waitForText(page, '.curtain', 'the meeting refused the join');
+});
+
+test('a second page takes the meeting over, and the first one says so', async (t) => {
+  const { page, address } = await openMeeting(t, 'tessel:test?participants=1');
+  await cardIn(page, 'remote-0');
+  const second = await openPage(t, browser, address);
+  await cardIn(second.page, 'remote-0');
+  await waitForText(page, '.curtain', 'The meeting is shown by another page.');
+});
+
+test('a page that is loaded again finds the meeting as it was', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1');
+  await page.click('#mute');
+  await waitForText(page, '#mute', 'Unmute');
+  await page.reload();
+  await cardIn(page, 'remote-0');
+  await waitForText(page, '#mute', 'Unmute');
+});
+
+test('an interrupt ends both processes and leaves the page', async (t) => {
+  const { page, child, exit } = await openMeeting(t, 'tessel:test?participants=1');
+  await cardIn(page, 'remote-0');
+  const [started] = await logged(page, 'widgetStarted');
+  child.kill('SIGINT');
+  assert.deepEqual(await exit, [0, null]);
+  await waitForText(page, '#call', 'Connecting…');
+  assert.match(started, /^pid \d+$/);
+});
+
+test('a meeting of twelve is drawn for the documentation', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=11&size=640x360', {
+    viewport: { width: 1440, height: 860 },
+  });
+  await page.locator('.tile.live').nth(11).waitFor();
+  await page.click('#statistics-tab');
+  await page.locator('#statistics tbody tr').nth(10).waitFor();
+  const isAsked = Boolean(process.env.TESSEL_WRITE_SCREENSHOT);
+  // So that there is something to see in the plots.
+  if (isAsked) await cardIn(page, 'remote-0', ({ number }) => number > 1500);
+  const folder = isAsked ? 'docs/images' : 'build';
+  mkdirSync(path.join(root, folder), { recursive: true });
+  const picture = await page.screenshot({ path: path.join(root, folder, 'meeting.png') });
+  assert.ok(picture.length > 10_000);
+});

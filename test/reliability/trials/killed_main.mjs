@@ -1,0 +1,1 @@
+export const name='killed-main', tried='', unit='', short=1, long=1; export async function run(){throw new Error('none')}

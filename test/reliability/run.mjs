@@ -48,7 +48,9 @@ for (const trial of chosen) {
     seed: values.seed,
     judgesTimes: true,
   });
-  const measured = Object.entries(figures ?? {}).map(([what, value]) => `${what} ${written(value)}`);
+  const measured = Object.entries(figures ?? {}).map(
+    ([what, value]) => `${what} ${written(value)}`,
+  );
   console.log(
     `| ${trial.tried} | ${written(count)} ${trial.unit} | ${error ? 'FAILED' : 'held'} | ${measured.join(', ')} | ${Math.round(seconds)} |`,
   );

@@ -76,11 +76,10 @@ export async function run(count) {
   }
   const wrapper = construct({ emitter });
   const repeats = Math.ceil(count / PARTS / THREADS / LENGTH);
-  const list = (thread, sequence) =>
-    kindOf(sequence).args(thread * LENGTH + (sequence % LENGTH));
+  const list = (thread, sequence) => kindOf(sequence).args(thread * LENGTH + (sequence % LENGTH));
 
   let sent = 0;
-  const { growth } = await withoutGrowth(async () => {
+  const held = await withoutGrowth(async () => {
     for (let repeat = 0; repeat < repeats; ++repeat) {
       const running = engine.fireManyAsync({
         threads: THREADS,
@@ -100,5 +99,5 @@ export async function run(count) {
   }
   wrapper.destroy();
   engine.reset();
-  return { arrived, 'growth after the first quarter, kB': growth };
+  return { arrived, ...held };
 }

@@ -1,1 +1,8 @@
-export const name='misbehaving-engine', tried='', unit='', short=1, long=1; export async function run(){throw new Error('none')}
+export const name = 'misbehaving-engine',
+  tried = '',
+  unit = '',
+  short = 1,
+  long = 1;
+export async function run() {
+  throw new Error('none');
+}

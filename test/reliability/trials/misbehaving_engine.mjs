@@ -9,6 +9,7 @@ import {
   EventEmitter,
   nextTurn,
 } from '../../js/fixtures/wrapper_kit.mjs';
+import { collectUntil } from '../../js/support/collector.mjs';
 import { METHODS } from '../../js/fixtures/method_table.mjs';
 
 const STREAM = { type: 'remote', streamIndex: 3 };
@@ -121,26 +122,28 @@ function notifyAll(number) {
   engine.fire('NotifyUpdateVOQualityIndex', number);
 }
 
-async function notifyLate() {
+// Until its wrapper is destroyed, and then. `levels` are those that arrive.
+async function notifyUntilDestroyed(levels) {
   const emitter = new EventEmitter();
-  let wrapper = construct({ emitter });
-  let arrived = 0;
-  wrapper.on('micLevel', () => ++arrived);
+  const wrapper = construct({ emitter });
+  wrapper.on('micLevel', ({ level }) => levels.push(level));
   for (const number of [0, -1, 77, 2 ** 31 - 1]) notifyAll(number);
   await nextTurn();
-  assert.equal(arrived, 4);
+  assert.equal(levels.length, 4);
   wrapper.destroy();
   notifyAll(1);
   await nextTurn();
-  assert.equal(arrived, 5);
+  assert.equal(levels.length, 5);
+}
+
+async function notifyLate() {
+  const levels = [];
+  await notifyUntilDestroyed(levels);
   // The engine holds on to the handler of a wrapper that is gone.
-  wrapper = null;
-  await collect();
-  await collect();
-  assert.equal(engine.live().engines, 0);
+  await collectUntil(() => engine.live().engines === 0);
   notifyAll(1);
   await nextTurn();
-  assert.equal(arrived, 5);
+  assert.equal(levels.length, 5);
   engine.dropCallback({ onEngineThread: true });
 }
 

@@ -1,0 +1,24 @@
+// The process of one trial: node trial_process.mjs MODULE {count, seed, judgesTimes}. The figures go
+// to descriptor 3; why the promise was not kept, to the standard error.
+
+import { writeSync } from 'node:fs';
+
+import { Random } from './support/random.mjs';
+
+const [module, settings] = process.argv.slice(2);
+const { count, seed, judgesTimes } = JSON.parse(settings);
+const { run } = await import(module);
+
+const steps = [];
+const after = (step) => steps.unshift(step);
+try {
+  const figures = await run(count, { random: new Random(seed), after, judgesTimes });
+  for (const step of steps) await step();
+  // Whoever keeps the loop alive from here on, or ends the process with an error, has failed.
+  writeSync(3, JSON.stringify(figures));
+} catch (error) {
+  // A trial may have taken to itself what is uncaught, and have left a wrapper that is alive.
+  writeSync(2, `${error.stack}\n`);
+  for (const step of steps) await step();
+  process.exit(1);
+}

@@ -1,0 +1,137 @@
+// The trials, and how one of them is run.
+//
+// Each is a module of its own in trials/, run in a process of its own. The module exports
+//   run(count, { random, after, judgesTimes })
+// which tries the thing so often, throws when it does not hold, and answers with the figures that
+// it measured, by their names. `random` is seeded; `after` takes what is to be done when the trial
+// is over; times are judged only where `judgesTimes` says that the machine is otherwise idle.
+
+import { spawn } from 'node:child_process';
+import { randomInt } from 'node:crypto';
+import { once } from 'node:events';
+import { text } from 'node:stream/consumers';
+import { fileURLToPath } from 'node:url';
+
+const SECONDS_OF_4_HOURS = 4 * 3600;
+
+// `short` is how often in `npm test`, `long` how often in `npm run torture`.
+export const trials = [
+  {
+    name: 'random-arguments',
+    tried: 'random arguments to every method and constructor of both classes',
+    unit: 'calls of each',
+    short: 2000,
+    long: 100_000,
+  },
+  {
+    name: 'events',
+    tried: 'events from 8 threads, all 14 notifications',
+    unit: 'events',
+    short: 200_000,
+    long: 10_000_000,
+  },
+  {
+    name: 'throwing-listeners',
+    tried: 'listeners that throw, one call in a hundred',
+    unit: 'events',
+    short: 1000,
+    long: 100_000,
+  },
+  {
+    name: 'collected-emitter',
+    tried: 'emitter collected while events flow',
+    unit: 'emitters',
+    short: 20,
+    long: 1000,
+  },
+  {
+    name: 'create-and-destroy',
+    tried: 'create, use, destroy, collect',
+    unit: 'wrappers',
+    short: 200,
+    long: 10_000,
+  },
+  {
+    name: 'ends',
+    tried: 'seven ways to end under load',
+    unit: 'processes for each way',
+    short: 10,
+    long: 200,
+  },
+  {
+    name: 'stale-frames',
+    tried: 'arrays kept past their time and read',
+    unit: 'frames',
+    short: 10_000,
+    long: 1_000_000,
+  },
+  {
+    name: 'widget-frames',
+    tried: 'frames of 1280x720 from main process to widget',
+    unit: 'frames',
+    short: 5000,
+    long: 1_000_000,
+  },
+  {
+    name: 'killed-widget',
+    tried: 'widget killed at a random moment, and while it holds the lock',
+    unit: 'widgets',
+    short: 100,
+    long: 1000,
+  },
+  {
+    name: 'killed-main',
+    tried: 'main process killed',
+    unit: 'main processes',
+    short: 20,
+    long: 200,
+  },
+  {
+    name: 'output',
+    tried: 'standard output closed, full, or a slow pipe',
+    unit: 'processes',
+    short: 50,
+    long: 1000,
+  },
+  {
+    name: 'misbehaving-engine',
+    tried: 'engine misbehaving in every operation',
+    unit: 'rounds through all of them',
+    short: 1,
+    long: 100,
+  },
+  {
+    name: 'soak',
+    tried: 'soak: main process and widget, 4 streams at 30 fps, 100 events a second',
+    unit: 'seconds',
+    short: 60,
+    long: SECONDS_OF_4_HOURS,
+  },
+];
+
+const moduleOf = (name) => new URL(`trials/${name.replaceAll('-', '_')}.mjs`, import.meta.url);
+
+// The allocator gives back at once what is freed, so that what a process has is what it uses.
+const FRUGAL = { MALLOC_ARENA_MAX: '1', MALLOC_TRIM_THRESHOLD_: '65536' };
+
+// Runs a trial in a process of its own: { figures, error, seconds, seed }, one of the first two. The
+// error tells the seed that repeats the run.
+export async function runTrial(trial, { count, seed = randomInt(2 ** 32), judgesTimes = false }) {
+  const start = performance.now();
+  const program = fileURLToPath(new URL('trial_process.mjs', import.meta.url));
+  const child = spawn(
+    process.execPath,
+    [program, moduleOf(trial.name).href, JSON.stringify({ count, seed: `${seed}`, judgesTimes })],
+    { stdio: ['ignore', 'ignore', 'pipe', 'pipe'], env: { ...process.env, ...FRUGAL } },
+  );
+  const [stderr, answer, [code, signal]] = await Promise.all([
+    text(child.stderr),
+    text(child.stdio[3]),
+    once(child, 'exit'),
+  ]);
+  const seconds = (performance.now() - start) / 1000;
+  const held = code === 0 && stderr === '' && answer !== '';
+  if (held) return { figures: JSON.parse(answer), seconds, seed };
+  const how = signal ? `was ended by ${signal}` : `ended with exit code ${code}`;
+  return { error: `${trial.name} with --seed ${seed} ${how}\n${stderr}`, seconds, seed };
+}

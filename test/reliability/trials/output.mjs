@@ -1,0 +1,92 @@
+// A standard output that is closed, full, or a pipe that nobody reads for a while.
+
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { openSync, closeSync } from 'node:fs';
+import { createInterface } from 'node:readline';
+import { text } from 'node:stream/consumers';
+import { fileURLToPath } from 'node:url';
+
+import { nextTurn } from '../../js/fixtures/next_turn.mjs';
+import { removeLeftovers } from '../../js/support/shared_memory_names.mjs';
+import { inParallel } from '../support/in_parallel.mjs';
+
+const program = fileURLToPath(new URL('../fixtures/output_process.mjs', import.meta.url));
+const LINES = 5000; // far more than a pipe holds
+const LINE = 'disableSharedMemory: Not allocated, something is wrong!';
+
+function start(stdout) {
+  const child = spawn(process.execPath, [program], { stdio: ['ignore', stdout, 'pipe', 'pipe'] });
+  const answers = createInterface({ input: child.stdio[3] })[Symbol.asyncIterator]();
+  const stderr = text(child.stderr);
+  return {
+    child,
+    async writes(name, times) {
+      child.stdio[3].write(`${name} ${times}\n`);
+      const { value } = await answers.next();
+      assert.equal(value, name, await Promise.race([stderr, '']));
+    },
+    async ends(exit) {
+      const [code, signal] = await exit;
+      assert.deepEqual(
+        { code, signal, stderr: await stderr },
+        { code: 0, signal: null, stderr: '' },
+      );
+    },
+  };
+}
+
+async function closed() {
+  const { child, writes, ends } = start('pipe');
+  const exit = once(child, 'exit');
+  child.stdout.destroy();
+  await writes('first', LINES);
+  await writes('end', LINES);
+  await ends(exit);
+}
+
+async function full() {
+  const device = openSync('/dev/full', 'w');
+  const { child, writes, ends } = start(device);
+  closeSync(device);
+  const exit = once(child, 'exit');
+  await writes('first', LINES);
+  await writes('end', LINES);
+  await ends(exit);
+}
+
+let lost = 0;
+
+async function slow() {
+  const { child, writes, ends } = start('pipe');
+  const close = once(child, 'close');
+  // Nobody has asked for what is in the pipe: it fills.
+  await writes('first', LINES);
+  const output = [];
+  child.stdout.on('data', (chunk) => output.push(chunk));
+  const linesOf = () => Buffer.concat(output).toString().split('\n');
+  // All of it has been written: a turn of the loop without any means that there is room again.
+  for (let read = -1; read < output.length || read === 0;) {
+    read = output.length;
+    await nextTurn();
+  }
+  const before = linesOf().filter((line) => line === LINE).length;
+  lost += LINES - before;
+  await writes('end', 10);
+  await ends(close);
+  const lines = linesOf();
+  // What is written when there is room again is there, whole.
+  assert.ok(
+    lines.filter((line) => line === LINE).length >= before + 10,
+    lines.slice(-30).join('\n'),
+  );
+  assert.match(lines.slice(0, -1).at(-1), /^~/);
+}
+
+export async function run(count, { after }) {
+  after(removeLeftovers);
+  const kinds = [closed, full, slow];
+  await inParallel(Array.from({ length: count }, (_, i) => kinds[i % kinds.length]));
+  return { 'lines lost by full pipes': lost };
+}

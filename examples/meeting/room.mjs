@@ -196,6 +196,10 @@ export class Room extends EventEmitter {
       this.#layout.clear();
       this.#hear({ microphone: 0, speaker: 0 });
     },
+    streamAdded: (stream) => {
+      // The engine knows a stream of the layout only now that it is there.
+      if (this.#layout.has(nameOf(stream))) this.#sendLayout();
+    },
     streamRemoved: (stream) => this.leaveWindow(nameOf(stream)),
     mediaMuteState: ({ mediaType, muted }) => {
       const what = mediaType === 'audio' ? 'audioMuted' : 'videoMuted';

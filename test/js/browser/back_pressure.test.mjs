@@ -147,15 +147,11 @@ test('a broken socket is told nothing more', () => {
   assert.equal(socket.sent.length, 1);
 });
 
-// Two participants and the camera.
-const STREAMS = 3;
-
-// A page that is connected to a real meeting over a real socket.
-async function connectPage(t) {
-  const room = await Room.open({
-    uri: 'tessel:test?participants=2&size=320x180',
-    logPath: temporaryDirectory(t),
-  });
+// A page that is connected to a real meeting over a real socket, with so many streams that are there:
+// by default two participants' and the camera's.
+async function connectPage(t, { participants = '2', present = 3 } = {}) {
+  const uri = `tessel:test?size=320x180&participants=${participants}`;
+  const room = await Room.open({ uri, logPath: temporaryDirectory(t) });
   t.after(() => room.close());
   const arrived = new EventEmitter();
   let session;
@@ -166,8 +162,8 @@ async function connectPage(t) {
   await server.listen();
   t.after(() => server.close());
   await room.join();
-  const present = () => room.state.streams.filter(({ isSending }) => isSending);
-  while (present().length < STREAMS) await once(room, 'log');
+  const sending = () => room.state.streams.filter(({ isSending }) => isSending);
+  while (sending().length < present) await once(room, 'log');
   const page = new WebSocket(`${server.origin.replace('http', 'ws')}/${server.token}/socket`, {
     origin: server.origin,
   });
@@ -221,6 +217,13 @@ test('streams that a page shows no longer are not sent', async (t) => {
   while (frames.length < 3) await once(page, 'frame');
   assert.deepEqual(session.framesSent, { 'remote-1': 2 });
   assert.equal(frames[2].stream.streamIndex, 1);
+});
+
+test('a stream that comes after the layout that names it is sent as well', async (t) => {
+  const { page, frames } = await connectPage(t, { participants: '1&come=1@1', present: 2 });
+  page.send(JSON.stringify({ type: 'layout', tiles: LAYOUT }));
+  while (frames.length < 2) await once(page, 'frame');
+  assert.deepEqual(frames.map(({ stream }) => stream.streamIndex).sort(), [0, 1]);
 });
 
 for (const [what, text, message] of [

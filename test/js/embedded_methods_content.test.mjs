@@ -111,7 +111,7 @@ test('the end of the call stops what is shared and takes the token', async (t) =
 
 test('the token is denied while a participant presents, and granted after it', async (t) => {
   const meeting = new Meeting(t);
-  await meeting.join('tessel:room?participants=2&size=64x36&present=1@0-2');
+  await meeting.join('tessel:room?participants=2&size=64x36&present=1@0-4');
   const { presenterGuid } = await meeting.seen('contentReceive', ({ isReceiving }) => isReceiving);
   assert.notEqual(presenterGuid, '');
   assert.equal(await answer(meeting, 'requestContentShareToken'), 'token_denied');

@@ -161,7 +161,7 @@ test('the constraints are those for the present number of tiles', async (t) => {
   // The sources follow from the seed: this meeting has those of the one to come.
   const { sources } = await joined(t, 'tessel:room?participants=2&size=64x36', 2);
   const meeting = new Meeting(t);
-  meeting.connect('tessel:room?participants=1&come=1@2&leave=1@3');
+  meeting.connect('tessel:room?participants=1&come=1@2&leave=1@5');
   meeting.wrapper.updateVideoStreamsState(
     wishes(
       sources.map((csrc) => ({ csrc })),
@@ -174,7 +174,7 @@ test('the constraints are those for the present number of tiles', async (t) => {
   await meeting.frameWhere(remote(1), (frame) => sizeOf(frame) === '160x90');
   await meeting.seen('streamRemoved', isStream(1));
   await meeting.frameWhere(remote(0), (frame) => sizeOf(frame) === '1280x720');
-  await meeting.until(() => meeting.payloads('streamUpdated').filter(isStream(0)).length === 2);
+  await meeting.until(() => meeting.payloads('streamUpdated').filter(isStream(0)).length >= 2);
 });
 
 test('the index of the configuration is a ceiling for every stream', async (t) => {

@@ -149,7 +149,7 @@ test('the meeting mutes the local participant, who is told and may unmute', asyn
 
 test('a participant who mutes the video shows nothing until it is on again', async (t) => {
   const meeting = new Meeting(t);
-  await meeting.join(`${SMALL}&videomute=0@1-2`);
+  await meeting.join(`${SMALL}&videomute=0@1-4`);
   const { frameId } = await meeting.nextFrame(remote(0));
   await meeting.seen('streamUpdated');
   assert.ok(meeting.showsNothing(remote(0)));
@@ -201,7 +201,7 @@ test('without a loudspeaker nobody is heard', async (t) => {
 
 test("the loss of a participant's media and its return are notified", async (t) => {
   const meeting = new Meeting(t);
-  await meeting.join(`${SMALL}&present=0@0&cut=0@1-2`);
+  await meeting.join(`${SMALL}&present=0@0&cut=0@1-4`);
   await meeting.nextFrame(remote(0));
   await meeting.nextFrame(CONTENT);
   await meeting.seen('noRtpMedia', ({ mediaType }) => mediaType === 'content');

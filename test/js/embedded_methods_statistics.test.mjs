@@ -112,7 +112,7 @@ test('the local video counts as sent during a call', async (t) => {
 
 test('content is measured on the side on which it is', async (t) => {
   const meeting = new Meeting(t);
-  await meeting.join(`${SMALL}&present=0@0-2`);
+  await meeting.join(`${SMALL}&present=0@0-4`);
   await meeting.nextFrame(CONTENT);
   const received = await window(meeting, (stats) => stats.content_recv_stats.fps > 0);
   const content = received.content_recv_stats;

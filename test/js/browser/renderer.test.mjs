@@ -1,6 +1,7 @@
 // The browser's renderer, in a browser: what colour it makes of which planes.
 
 import assert from 'node:assert/strict';
+import { readFileSync } from 'node:fs';
 import { fileURLToPath } from 'node:url';
 import { before, test } from 'node:test';
 
@@ -304,4 +305,28 @@ test('options that do not exist are refused', async () => {
 test("the package's name for it is tessel-wrapper/renderer", () => {
   const resolved = import.meta.resolve('tessel-wrapper/renderer');
   assert.equal(fileURLToPath(resolved), `${RENDERER}/renderer.mjs`);
+});
+
+test('the lines of the README draw a frame', async () => {
+  const readme = readFileSync(new URL('../../../README.md', import.meta.url), 'utf8');
+  const [source] = readme.match(/^import { I420Renderer }.*?^renderer\.dispose\(\);.*?$/ms);
+  const [width, height] = await page.evaluate(
+    (frame) => {
+      document.body.replaceChildren(document.createElement('canvas'));
+      window.frame = window.frameOf(...frame);
+      const canvas = document.querySelector('canvas');
+      return [canvas.width, canvas.height];
+    },
+    [64, 36, ORDER.map((name) => YUV[name])],
+  );
+  assert.notDeepEqual([width, height], [64, 36]);
+  const content = source
+    .replace("'tessel-wrapper/renderer'", "'./renderer.mjs'")
+    .replace(
+      'renderer.dispose()',
+      "window.drawn = window.pixel(document.querySelector('canvas'), 48, 27); $&",
+    );
+  await page.addScriptTag({ type: 'module', content });
+  const drawn = await (await page.waitForFunction(() => window.drawn)).jsonValue();
+  near(drawn, LIMITED.blue, 'the bottom right quarter');
 });

@@ -12,10 +12,10 @@ import { EventEmitter, once } from 'node:events';
 import { mkdirSync } from 'node:fs';
 import path from 'node:path';
 import { setTimeout } from 'node:timers/promises';
-import { parseArgs } from 'node:util';
 
 import addon from '../js/index.js';
 import { connection } from './support/connection.mjs';
+import { readOptions, refuseUsage } from './support/options.mjs';
 import { StreamWatch } from './support/stream_watch.mjs';
 import { WidgetProcess } from './support/widget_process.mjs';
 
@@ -38,16 +38,19 @@ const EVENTS = [
 
 const WIDGETS_STREAM = { type: 'remote', streamIndex: 0 };
 
-function readOptions() {
-  const { values } = parseArgs({
-    options: {
+const USAGE = 'Options without a page: --video, --seconds and --output.';
+
+function terminalOptions() {
+  const values = readOptions(
+    {
       video: { type: 'string' },
       seconds: { type: 'string', default: '5' },
       output: { type: 'string', default: 'out' },
     },
-  });
+    USAGE,
+  );
   const seconds = Number(values.seconds);
-  if (!(seconds > 0)) throw new Error(`--seconds ${values.seconds}: not a positive number`);
+  if (!(seconds > 0)) refuseUsage(`--seconds ${values.seconds}: not a positive number`, USAGE);
   return { ...values, seconds };
 }
 
@@ -72,7 +75,7 @@ async function leave(wrapper, emitter) {
   await left;
 }
 
-const options = readOptions();
+const options = terminalOptions();
 const emitter = new EventEmitter(); // the wrapper holds it weakly
 addon.TesselWrapper._internal_setEmitterFactory(() => emitter);
 const wrapper = new addon.TesselWrapper({

@@ -10,36 +10,49 @@
 
 import { mkdirSync } from 'node:fs';
 import path from 'node:path';
-import { parseArgs } from 'node:util';
+
+import { readOptions, refuseUsage } from '../support/options.mjs';
 
 const HEADLESS = '--headless';
+const LAST_PORT = 65535;
 
-function readOptions() {
-  const { values } = parseArgs({
-    options: {
-      participants: { type: 'string', default: '5' },
+const USAGE =
+  'Options: --participants and --video, or --uri instead of both; --port and --output with either; ' +
+  'or --headless with --video, --seconds and --output.';
+
+function meetingOptions() {
+  const options = readOptions(
+    {
+      participants: { type: 'string' },
       video: { type: 'string' },
       uri: { type: 'string' },
       port: { type: 'string', default: '0' },
       output: { type: 'string', default: 'out' },
     },
-  });
-  return values;
+    USAGE,
+  );
+  const { uri, participants, video, port } = options;
+  if (uri !== undefined && (participants ?? video) !== undefined) {
+    refuseUsage('--uri describes the whole meeting', USAGE);
+  }
+  if (!/^\d+$/.test(port) || Number(port) > LAST_PORT) {
+    refuseUsage(`--port ${port}: not a number from 0 to ${LAST_PORT}`, USAGE);
+  }
+  return options;
 }
 
-function uriOf({ uri, participants, video }) {
+function uriOf({ uri, participants = '5', video }) {
   const clip = video === undefined ? '' : `&video=${encodeURIComponent(path.resolve(video))}`;
-  return uri ?? `tessel:demo?participants=${participants}${clip}`;
+  return uri ?? `tessel:demo?participants=${encodeURIComponent(participants)}${clip}`;
 }
 
-async function openMeeting() {
+async function openMeeting(options) {
   const { PageServer } = await import('./page_server.mjs');
   const { PageSession } = await import('./page_session.mjs');
   const { Room } = await import('./room.mjs');
   const { WidgetHost } = await import('./widget_host.mjs');
   const { pageFiles } = await import('./page_files.mjs');
 
-  const options = readOptions();
   mkdirSync(options.output, { recursive: true });
   const room = await Room.open({ uri: uriOf(options), logPath: options.output });
   const widget = new WidgetHost(room);
@@ -53,8 +66,9 @@ async function openMeeting() {
     },
   });
   await server.listen();
-  await room.join();
+  const refusal = await room.join();
   console.log(`\nThe meeting is at ${server.address}\nCtrl-C ends it.\n`);
+  if (refusal) console.error(`The meeting cannot be joined: ${refusal}`);
 
   process.once('SIGINT', close);
   process.once('SIGTERM', close);
@@ -69,5 +83,5 @@ if (process.argv.includes(HEADLESS)) {
   process.argv = process.argv.filter((argument) => argument !== HEADLESS);
   await import('../terminal_meeting.mjs');
 } else {
-  await openMeeting();
+  await openMeeting(meetingOptions());
 }

@@ -125,7 +125,7 @@ export class Room extends EventEmitter {
     bringBack: ({ stream }) => this.leaveWindow(stream),
   };
 
-  // Settles when the engine has answered; a refusal is part of the state.
+  // Settles when the engine has answered, with the reason of a refusal, which is part of the state too.
   async join() {
     this.#change(() => (this.#call = { phase: 'joining', reason: '' }));
     const { audioMuted, videoMuted } = this.#local;
@@ -137,7 +137,9 @@ export class Room extends EventEmitter {
       });
     } catch (error) {
       if (!(error instanceof tessel.CallError)) throw error;
+      return error.reason;
     }
+    return undefined;
   }
 
   // Gives a stream a window of this height in the widget process; false when there is no such stream.

@@ -9,6 +9,8 @@ import { ShareDialog } from './share_dialog.mjs';
 import { Stage } from './stage.mjs';
 
 const NOTICE_MS = 5000;
+// What can be used in a meeting only.
+const CALL_CONTROLS = ['mute', 'camera-switch', 'speaker-switch', 'share', 'leave-call'];
 
 const byId = (id) => document.getElementById(id);
 
@@ -36,7 +38,15 @@ connection.addEventListener('closed', () => {
 });
 connection.addEventListener('ended', ({ detail }) => {
   byId('call').textContent = detail;
+  shareDialog.close();
+  for (const menu of [layoutForm, deviceForm]) menu.hidePopover();
+  for (const button of document.querySelectorAll('nav button')) {
+    button.disabled = button.id !== 'panel-switch';
+  }
+  stage.clear();
+  people.update([]);
   stage.curtain = [element('p', { textContent: detail })];
+  keepFocus();
 });
 
 function showState(next) {
@@ -49,24 +59,34 @@ function showState(next) {
     joined: others === 1 ? 'You and 1 other' : `You and ${others} others`,
     left: 'Not in the meeting',
   }[call.phase];
-  stage.curtain = curtainFor(call);
   document.body.classList.toggle('joined', call.phase === 'joined');
 
   showSwitch('mute', !local.audioMuted, 'Mute', 'Unmute');
   showSwitch('camera-switch', local.cameraOn && !local.videoMuted, 'Stop video', 'Start video');
-  showSwitch('speaker-switch', !local.speakerMuted, 'Silence', 'Listen');
-  byId('share').ariaPressed = share.phase === 'sharing';
+  showSwitch('speaker-switch', !local.speakerMuted, 'Mute speaker', 'Unmute speaker');
+  byId('share').classList.toggle('on', share.phase === 'sharing');
   byId('share').querySelector('span').textContent =
     share.phase === 'sharing' ? 'Stop sharing' : 'Share';
   byId('sharing').hidden = share.phase !== 'sharing';
   byId('sharing').querySelector('span').textContent = `You share ${share.text}`;
   if (share.phase === 'refused' && before?.share.text !== share.text) notify(share.text);
-  byId('leave-call').disabled = call.phase !== 'joined';
+  for (const id of CALL_CONTROLS) byId(id).disabled = call.phase !== 'joined';
 
   stage.update(state);
   showMode();
   people.update(streams);
   showDevices();
+  if (before?.call.phase !== call.phase || before.call.reason !== call.reason) {
+    stage.curtain = curtainFor(call);
+    if (before) keepFocus();
+  }
+}
+
+// Puts the focus on what comes next when its element has gone or is disabled.
+function keepFocus() {
+  const { activeElement, body } = document;
+  if (activeElement !== body && !activeElement.matches(':disabled')) return;
+  (document.querySelector('.curtain button') ?? byId('stage')).focus();
 }
 
 function curtainFor({ phase, reason }) {
@@ -88,7 +108,6 @@ function curtainFor({ phase, reason }) {
 function showSwitch(id, isOn, textOn, textOff) {
   const button = byId(id);
   button.classList.toggle('off', !isOn);
-  button.ariaPressed = !isOn;
   button.querySelector('span').textContent = isOn ? textOn : textOff;
 }
 
@@ -170,6 +189,13 @@ function showDevices() {
   }
 }
 
+// So that the keyboard goes on in a menu that has opened.
+for (const menu of [layoutForm, deviceForm]) {
+  menu.addEventListener('toggle', ({ newState }) => {
+    if (newState === 'open') menu.querySelector('input:checked, select').focus();
+  });
+}
+
 // ---- The details
 
 const tabs = [...document.querySelectorAll('[role=tab]')];
@@ -197,7 +223,10 @@ function togglePanel(isOpen) {
   byId('panel-switch').ariaPressed = isOpen;
 }
 byId('panel-switch').onclick = () => togglePanel(byId('panel').hidden);
-togglePanel(innerWidth > 1100);
+// On a narrow page it would cover the tiles.
+const isRoomy = matchMedia('(min-width: 1101px)');
+togglePanel(isRoomy.matches);
+isRoomy.onchange = () => isRoomy.matches || togglePanel(false);
 
 // ---- Keys
 
@@ -205,7 +234,10 @@ addEventListener('keydown', (event) => {
   const isTyping = event.target.closest('select, input, dialog, [popover]');
   if (isTyping || event.ctrlKey || event.metaKey || event.altKey || event.repeat) return;
   const button = document.querySelector(`nav [aria-keyshortcuts="${CSS.escape(event.key)}"]`);
-  if (button && !button.disabled) button.click();
+  if (!button || button.disabled) return;
+  event.preventDefault(); // a menu that opens is not to take the key as typed into it
+  if (button.popoverTargetElement) button.focus(); // where the focus returns to
+  button.click();
 });
 for (const button of document.querySelectorAll('nav [aria-keyshortcuts]')) {
   button.title = `Key: ${button.getAttribute('aria-keyshortcuts').toUpperCase()}`;

@@ -17,6 +17,7 @@ export class ShareDialog {
     this.#monitors = dialog.querySelector('#monitors');
     this.#onChoice = onChoice;
     this.#form.addEventListener('change', () => this.#showWhatMatters());
+    dialog.querySelector('button[type=button]').onclick = () => this.close();
     dialog.addEventListener('close', () => {
       if (dialog.returnValue === 'share') this.#onChoice(this.#choice());
     });
@@ -27,6 +28,11 @@ export class ShareDialog {
     this.#showWhatMatters();
     this.#dialog.returnValue = '';
     this.#dialog.showModal();
+  }
+
+  // Without a choice.
+  close() {
+    this.#dialog.close();
   }
 
   #choice() {

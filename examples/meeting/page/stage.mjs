@@ -19,6 +19,7 @@ export class Stage extends EventTarget {
   #hidden = new Set();
   #focused; // a stream's name
   #choice = { mode: 'grid', most: 12, quality: 0 };
+  #beforeContent; // { mode, focused } while there is content
   #lastLayout;
   #curtain = element('div', { className: 'curtain', hidden: true });
 
@@ -56,13 +57,23 @@ export class Stage extends EventTarget {
 
   update(state) {
     // Content wants to be looked at: it comes large, and what was before comes back after it.
-    const hasContent = ({ streams }) => streams.some(({ type }) => type === 'content');
-    if (hasContent(state) !== hasContent(this.#state)) {
-      this.#choice.mode = hasContent(state) ? 'focus' : 'grid';
+    const hasContent = state.streams.some(({ type }) => type === 'content');
+    if (hasContent && !this.#beforeContent) {
+      this.#beforeContent = { mode: this.#choice.mode, focused: this.#focused };
+      this.#choice.mode = 'focus';
       this.#focused = undefined;
+    } else if (!hasContent && this.#beforeContent) {
+      this.#choice.mode = this.#beforeContent.mode;
+      this.#focused = this.#beforeContent.focused;
+      this.#beforeContent = undefined;
     }
     this.#state = state;
     this.#arrange();
+  }
+
+  // Takes every tile away.
+  clear() {
+    this.update({ streams: [], call: {}, local: {} });
   }
 
   isShown(name) {

@@ -22,8 +22,33 @@ async function openMeeting(t, uri, options) {
   return { ...app, ...opened };
 }
 
+const waitForExactly = (locator, text) =>
+  locator.filter({ hasText: new RegExp(`^${text}$`) }).waitFor();
+
 const waitForText = (page, selector, text) =>
   page.locator(selector).filter({ hasText: text }).waitFor({ state: 'attached' });
+
+// In the page: how much the words of `shown` stand out from its own background, as the Web Content
+// Accessibility Guidelines count it.
+function contrastOf(shown) {
+  const luminance = (colour) => {
+    const [red, green, blue] = colour.match(/\d+/g).map((part) => {
+      const share = part / 255;
+      return share <= 0.04045 ? share / 12.92 : ((share + 0.055) / 1.055) ** 2.4;
+    });
+    return 0.2126 * red + 0.7152 * green + 0.0722 * blue;
+  };
+  const { color, backgroundColor } = getComputedStyle(shown);
+  const [dark, light] = [color, backgroundColor].map(luminance).sort((one, other) => one - other);
+  return (light + 0.05) / (dark + 0.05);
+}
+
+// The controls that can be used.
+const enabled = (page) =>
+  page.locator('nav button:enabled').evaluateAll((buttons) => buttons.map(({ id }) => id));
+
+const focusIsOn = (page, selector) =>
+  page.waitForFunction((wanted) => document.activeElement.matches(wanted), selector);
 
 test('every tile shows its own stream, named, and moves', async (t) => {
   const { page, errors } = await openMeeting(t, 'tessel:test?participants=2');
@@ -132,6 +157,43 @@ test('sharing while somebody else presents is refused with the reason', async (t
   await waitForText(page, '#notice', 'Somebody else is presenting.');
 });
 
+test('Enter shares, and Cancel does not', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1');
+  await cardIn(page, 'remote-0');
+  await page.keyboard.press('s');
+  await page.click('#share-dialog >> text=Cancel');
+  await page.locator('#share-dialog').waitFor({ state: 'hidden' });
+  await page.keyboard.press('s');
+  await page.keyboard.press('Enter');
+  await cardIn(page, 'content-0');
+  // The one that was cancelled has asked for nothing.
+  assert.deepEqual((await logged(page, 'screenShareStatus', 2)).reverse(), [
+    'status token_granted',
+    'status started',
+  ]);
+});
+
+for (const mode of ['grid', 'focus']) {
+  test(`after a share the arrangement is "${mode}" again, as before`, async (t) => {
+    const { page } = await openMeeting(t, 'tessel:test?participants=2');
+    await cardIn(page, 'remote-0');
+    const arrangement = () => page.locator('input[name=mode]:checked').inputValue();
+    if (mode === 'focus') {
+      await page.click('#layout-menu');
+      await page.click('text=One large');
+      await page.keyboard.press('Escape');
+    }
+    assert.equal(await arrangement(), mode);
+    await page.keyboard.press('s');
+    await page.click('#share-dialog button.primary');
+    await tile(page, 'content-0').waitFor();
+    assert.equal(await arrangement(), 'focus');
+    await page.keyboard.press('s');
+    await tile(page, 'content-0').waitFor({ state: 'detached' });
+    assert.equal(await arrangement(), mode);
+  });
+}
+
 test('the layout decides which streams arrive and how large', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=3');
   const before = await cardIn(page, 'remote-0');
@@ -209,7 +271,10 @@ test('a window says that its tile was brought back, and that its stream is over'
     return popup;
   };
   const popup = await popOut();
-  await tile(page, 'remote-0').locator('text=Bring it back').click();
+  const bringBack = tile(page, 'remote-0').locator('text=Bring it back');
+  const contrast = await bringBack.evaluate(contrastOf);
+  assert.ok(contrast >= 4.5, `contrast of its words: ${contrast}`);
+  await bringBack.click();
   await waitForText(popup, '.tile:not(.live) .face', 'This picture is back in the meeting.');
   await cardIn(page, 'remote-0');
   await popup.close();
@@ -229,17 +294,90 @@ test('leaving empties the stage, and joining again fills it', async (t) => {
   await cardIn(page, 'remote-0');
 });
 
+test('after leaving, what needs a meeting is disabled and looks so', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1');
+  await cardIn(page, 'remote-0');
+  const all = await enabled(page);
+  const opacity = () =>
+    page.locator('#leave-call').evaluate((button) => Number(getComputedStyle(button).opacity));
+  assert.equal(await opacity(), 1);
+  await page.click('#leave-call');
+  await waitForText(page, '.curtain', 'You left the meeting.');
+  assert.deepEqual(await enabled(page), ['layout-menu', 'devices-menu', 'panel-switch']);
+  await page.waitForFunction(
+    () => getComputedStyle(document.querySelector('#leave-call')).opacity < 0.5,
+  );
+  await page.click('text=Join again');
+  await cardIn(page, 'remote-0');
+  assert.deepEqual(await enabled(page), all);
+});
+
+test('the focus goes from Leave to Join again, and from there to the stage', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1');
+  await cardIn(page, 'remote-0');
+  await page.focus('#leave-call');
+  await page.keyboard.press('Enter');
+  await focusIsOn(page, '.curtain button');
+  await page.keyboard.press('Enter');
+  await cardIn(page, 'remote-0');
+  await focusIsOn(page, '#stage');
+});
+
+test('a menu that a key opens has the focus, and its button has it afterwards', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1');
+  await cardIn(page, 'remote-0');
+  await page.keyboard.press('l');
+  await focusIsOn(page, '#layout-choice input:checked');
+  await page.keyboard.press('Escape');
+  await focusIsOn(page, '#layout-menu');
+  await page.keyboard.press('d');
+  await focusIsOn(page, '#device-choice select');
+});
+
+test('the details are closed on a narrow page, and close when it becomes narrow', async (t) => {
+  const options = { viewport: { width: 700, height: 560 } };
+  const { page, address } = await openMeeting(t, 'tessel:test?participants=1', options);
+  await cardIn(page, 'remote-0');
+  assert.equal(await page.isVisible('#panel'), false);
+  await page.click('#panel-switch');
+  assert.equal(await page.isVisible('#panel'), true);
+
+  const wide = await openPage(t, browser, address, { viewport: { width: 1200, height: 560 } });
+  await wide.page.locator('#panel').waitFor();
+  await wide.page.setViewportSize(options.viewport);
+  await wide.page.locator('#panel').waitFor({ state: 'hidden' });
+});
+
+test('what a switch does is its name, and it is not said to be pressed as well', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1');
+  await cardIn(page, 'remote-0');
+  for (const [id, ...names] of [
+    ['mute', 'Mute', 'Unmute'],
+    ['camera-switch', 'Stop video', 'Start video'],
+    ['speaker-switch', 'Mute speaker', 'Unmute speaker'],
+  ]) {
+    const button = page.locator(`#${id}`);
+    for (const name of [...names, names[0]]) {
+      await waitForExactly(button.locator('span'), name);
+      assert.equal(await button.getAttribute('aria-pressed'), null);
+      await button.click();
+    }
+  }
+});
+
 test('a refused join is told with its reason', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?refuse=403');
   await waitForText(page, '.curtain', 'the meeting refused the join');
 });
 
-test('a second page takes the meeting over, and the first one says so', async (t) => {
+test('a second page takes the meeting over, and the first one says so and is of no use', async (t) => {
   const { page, address } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');
   const second = await openPage(t, browser, address);
   await cardIn(second.page, 'remote-0');
   await waitForText(page, '.curtain', 'The meeting is shown by another page.');
+  assert.equal(await page.locator('.tile').count(), 0);
+  assert.deepEqual(await enabled(page), ['panel-switch']);
 });
 
 test('a page that is loaded again finds the meeting as it was', async (t) => {

@@ -1,0 +1,66 @@
+// What the application says at the terminal to options that it cannot follow.
+
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { createInterface } from 'node:readline';
+import { test } from 'node:test';
+
+import { temporaryDirectory } from '../support/temporary_directory.mjs';
+import { environment, PROGRAM } from './support/meeting_app.mjs';
+
+// The application with these options, until the test ends.
+function start(t, options) {
+  const child = spawn(process.execPath, [PROGRAM, ...options], { env: environment });
+  const ended = once(child, 'close');
+  t.after(async () => {
+    child.kill('SIGINT');
+    await ended;
+  });
+  return { child, ended };
+}
+
+const COMBINING =
+  'Options: --participants and --video, or --uri instead of both; --port and --output with either; ' +
+  'or --headless with --video, --seconds and --output.';
+const WITHOUT_A_PAGE = 'Options without a page: --video, --seconds and --output.';
+
+for (const [options, line] of [
+  [['--bogus'], `Unknown option '--bogus'. ${COMBINING}`],
+  [['here'], `Unexpected argument 'here'. ${COMBINING}`],
+  [['--port', '--video'], `Option '--port' argument is ambiguous. ${COMBINING}`],
+  [['--port', 'abc'], `--port abc: not a number from 0 to 65535. ${COMBINING}`],
+  [['--port', '65536'], `--port 65536: not a number from 0 to 65535. ${COMBINING}`],
+  [
+    ['--uri', 'tessel:demo', '--participants', '2'],
+    `--uri describes the whole meeting. ${COMBINING}`,
+  ],
+  [['--uri', 'tessel:demo', '--video', 'a.y4m'], `--uri describes the whole meeting. ${COMBINING}`],
+  [['--headless', '--participants', '2'], `Unknown option '--participants'. ${WITHOUT_A_PAGE}`],
+  [['--headless', '--seconds', 'x'], `--seconds x: not a positive number. ${WITHOUT_A_PAGE}`],
+]) {
+  test(`${options.join(' ')} is answered with one line and the exit code 2`, async (t) => {
+    const { child, ended } = start(t, options);
+    const [words, errors] = await Promise.all([child.stdout.toArray(), child.stderr.toArray()]);
+    const [code] = await ended;
+    assert.deepEqual([code, words.join(''), errors.join('')], [2, '', `${line}\n`]);
+  });
+}
+
+for (const [options, reason] of [
+  [['--video', '/nope.y4m'], /^the clip cannot be opened/],
+  [['--participants', '99'], /participants/],
+  [['--participants', 'x'], /participants/],
+]) {
+  test(`the reason why ${options.join(' ')} cannot be joined is told`, async (t) => {
+    const { child } = start(t, [...options, '--output', temporaryDirectory(t)]);
+    child.stdout.resume();
+    const told = /^The meeting cannot be joined: (.*)$/;
+    let reasonTold;
+    for await (const line of createInterface({ input: child.stderr })) {
+      reasonTold = told.exec(line)?.[1];
+      if (reasonTold) break;
+    }
+    assert.match(reasonTold, reason);
+  });
+}

@@ -1,5 +1,7 @@
 'use strict';
 
+const { existsSync } = require('node:fs');
+
 const { pause } = require('./abortable.js');
 const { ClosedError } = require('./errors.js');
 const { FrameLedger } = require('./frame_counters.js');
@@ -19,6 +21,7 @@ function defineWidget(TesselWrapperProxy) {
 
     constructor(names) {
       this.#proxy = new TesselWrapperProxy(names);
+      requireNames(names);
     }
 
     get proxy() {
@@ -78,6 +81,17 @@ function defineWidget(TesselWrapperProxy) {
       this.close();
     }
   };
+}
+
+// The addon opens them when a stream is read, and then has no words for what is missing.
+function requireNames({ shm_name: segment, sem_name: semaphore }) {
+  const bare = (name) => name.replace(/^\//, '');
+  const files = [`/dev/shm/${bare(segment)}`, `/dev/shm/sem.${bare(semaphore)}`];
+  const missing = files.filter((file) => !existsSync(file));
+  if (missing.length === 0) return;
+  throw new Error(
+    `The memory of the meeting is not there, or not any more (missing: ${missing.join(', ')})`,
+  );
 }
 
 // The result of a callback, which has to be done with its frame when it returns.

@@ -7,7 +7,7 @@ import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { face, repository } from './support/face.mjs';
+import { face, repository, requireFace } from './support/face.mjs';
 
 const TYPES = path.join(repository, 'test/types');
 const EXPECTATION = /^ *\/\/ @ts-expect-error: /;
@@ -172,6 +172,10 @@ test('the members that these tests read out of the declarations are all there ar
 
 test('the events and their payloads are those that the addon emits', () => {
   assert.equal(EVENT_SHAPES.length, 14);
+  assert.deepEqual(
+    EVENT_SHAPES.map(({ name }) => name).sort(),
+    [...requireFace('./event_names.js').EVENT_NAMES].sort(),
+  );
   assert.deepEqual(complaintsIn('events.mts'), []);
 });
 

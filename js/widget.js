@@ -20,8 +20,8 @@ function defineWidget(TesselWrapperProxy) {
     #read = new Map(); // streams that were read, by name
 
     constructor(names) {
-      this.#proxy = new TesselWrapperProxy(names);
       requireNames(names);
+      this.#proxy = new TesselWrapperProxy(names);
     }
 
     get proxy() {
@@ -83,8 +83,11 @@ function defineWidget(TesselWrapperProxy) {
   };
 }
 
-// The addon opens them when a stream is read, and then has no words for what is missing.
-function requireNames({ shm_name: segment, sem_name: semaphore }) {
+// Where one is missing the addon says nothing, and removes the other. Names that are no texts are
+// left to it.
+function requireNames(names) {
+  const { shm_name: segment, sem_name: semaphore } = names ?? {};
+  if (typeof segment !== 'string' || typeof semaphore !== 'string') return;
   const bare = (name) => name.replace(/^\//, '');
   const files = [`/dev/shm/${bare(segment)}`, `/dev/shm/sem.${bare(semaphore)}`];
   const missing = files.filter((file) => !existsSync(file));

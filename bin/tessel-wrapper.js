@@ -7,18 +7,14 @@
 const { spawnSync } = require('node:child_process');
 const path = require('node:path');
 
-const { examine } = require('../js/doctor.js');
+const { examine, report } = require('../js/doctor.js');
 
 const USAGE = 'usage: tessel-wrapper doctor | build';
-const LABELS = { good: 'ok     ', warning: 'warning', bad: 'problem' };
 
 function doctor() {
-  const findings = examine();
-  for (const { rank, text, advice } of findings) {
-    console.log(`${LABELS[rank]}  ${text.replaceAll('\n', '\n         ')}`);
-    if (advice) console.log(`         -> ${advice}`);
-  }
-  return findings.some(({ rank }) => rank === 'bad') ? 1 : 0;
+  const { lines, exitCode } = report(examine());
+  for (const line of lines) console.log(line);
+  return exitCode;
 }
 
 function build() {

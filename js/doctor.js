@@ -17,6 +17,9 @@ const good = (text, advice) => ({ rank: 'good', text, advice });
 const warning = (text, advice) => ({ rank: 'warning', text, advice });
 const bad = (text, advice) => ({ rank: 'bad', text, advice });
 
+const INDENT = ' '.repeat(9);
+const LABELS = { good: 'ok     ', warning: 'warning', bad: 'problem' };
+
 const megabytes = (bytes) => `${(bytes / 1e6).toFixed(1)} MB`;
 
 function checkNode({ version, platform, arch }) {
@@ -146,4 +149,15 @@ function examine() {
   return [...findings, checkSpace(fs.statfsSync(SHARED_MEMORY)), checkLeftovers()];
 }
 
-module.exports = { checkLeftovers, checkNode, checkRights, checkSpace, examine };
+// What the command prints about `findings`, and what it ends with.
+function report(findings) {
+  const lines = findings.flatMap(({ rank, text, advice }) => [
+    ...`${LABELS[rank]}  ${text}`
+      .split('\n')
+      .map((line, index) => (index > 0 ? INDENT : '') + line),
+    ...(advice ? [`${INDENT}-> ${advice}`] : []),
+  ]);
+  return { lines, exitCode: findings.some(({ rank }) => rank === 'bad') ? 1 : 0 };
+}
+
+module.exports = { checkLeftovers, checkNode, checkRights, checkSpace, examine, report };

@@ -7,31 +7,41 @@
 const { spawnSync } = require('node:child_process');
 const path = require('node:path');
 
-const { examine } = require('../js/doctor.js');
+const { examine, report } = require('../js/doctor.js');
+
+const USAGE = 'usage: tessel-wrapper doctor | build';
 
 function doctor() {
-  const findings = examine();
-  for (const { isGood, text, advice } of findings) {
-    console.log(`${isGood ? 'ok     ' : 'problem'}  ${text.replaceAll('\n', '\n         ')}`);
-    if (advice) console.log(`         -> ${advice}`);
-  }
-  return findings.every(({ isGood }) => isGood) ? 0 : 1;
+  const { lines, exitCode } = report(examine());
+  for (const line of lines) console.log(line);
+  return exitCode;
 }
 
 function build() {
-  const script = path.join(__dirname, '..', 'scripts', 'setup.sh');
+  const home = path.join(__dirname, '..');
+  const script = path.join(home, 'scripts', 'setup.sh');
   const { status, error } = spawnSync(script, ['release', '--for', 'install'], {
     stdio: 'inherit',
   });
   if (error) throw error;
-  return status ?? 1;
+  if (status !== 0) return status ?? 1;
+  for (const name of ['tesselWrapper.node', 'libtesselclient.so']) {
+    console.log(`Built ${path.join(home, 'build', 'release', name)}`);
+  }
+  console.log('"npx tessel-wrapper doctor" checks it.');
+  return 0;
 }
 
-const commands = { doctor, build };
+function help() {
+  console.log(USAGE);
+  return 0;
+}
+
+const commands = { doctor, build, '--help': help };
 const [name, ...others] = process.argv.slice(2);
 if (Object.hasOwn(commands, name ?? '') && others.length === 0) {
   process.exitCode = commands[name]();
 } else {
-  console.error('usage: tessel-wrapper doctor | build');
+  console.error(USAGE);
   process.exitCode = 2;
 }

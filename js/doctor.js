@@ -12,8 +12,13 @@ const SHARED_MEMORY = '/dev/shm';
 // What one stream in widget mode takes: its segment and the page of its semaphore.
 const STREAM_BYTES = 2_076_672 + 4096;
 
-const good = (text, advice) => ({ isGood: true, text, advice });
-const bad = (text, advice) => ({ isGood: false, text, advice });
+// What is 'bad' keeps meetings or widgets from working; a 'warning' does not.
+const good = (text, advice) => ({ rank: 'good', text, advice });
+const warning = (text, advice) => ({ rank: 'warning', text, advice });
+const bad = (text, advice) => ({ rank: 'bad', text, advice });
+
+const INDENT = ' '.repeat(9);
+const LABELS = { good: 'ok     ', warning: 'warning', bad: 'problem' };
 
 const megabytes = (bytes) => `${(bytes / 1e6).toFixed(1)} MB`;
 
@@ -124,7 +129,7 @@ function checkLeftovers(directory = SHARED_MEMORY) {
   const files = leftovers(directory);
   return files.length === 0
     ? good('no segments are left over')
-    : bad(
+    : warning(
         [`${files.length} names are left over from processes that were killed:`, ...files].join(
           '\n',
         ),
@@ -132,7 +137,7 @@ function checkLeftovers(directory = SHARED_MEMORY) {
       );
 }
 
-// All findings: { isGood, text, advice } with what to do about it, or what else to know.
+// All findings: { rank, text, advice } with what to do about it, or what else to know.
 function examine() {
   const { node: version } = process.versions;
   const findings = [
@@ -140,8 +145,19 @@ function examine() {
     ...checkAddon(),
     checkRights(),
   ];
-  if (!findings.at(-1).isGood) return findings;
+  if (findings.at(-1).rank === 'bad') return findings;
   return [...findings, checkSpace(fs.statfsSync(SHARED_MEMORY)), checkLeftovers()];
 }
 
-module.exports = { checkLeftovers, checkNode, checkRights, checkSpace, examine };
+// What the command prints about `findings`, and what it ends with.
+function report(findings) {
+  const lines = findings.flatMap(({ rank, text, advice }) => [
+    ...`${LABELS[rank]}  ${text}`
+      .split('\n')
+      .map((line, index) => (index > 0 ? INDENT : '') + line),
+    ...(advice ? [`${INDENT}-> ${advice}`] : []),
+  ]);
+  return { lines, exitCode: findings.some(({ rank }) => rank === 'bad') ? 1 : 0 };
+}
+
+module.exports = { checkLeftovers, checkNode, checkRights, checkSpace, examine, report };

@@ -19,7 +19,11 @@ class ShareError extends Error {
   name = 'ShareError';
 
   constructor(operation, status) {
-    super(`${operation} was answered with "${status}"`);
+    const advice =
+      operation === 'startPresentation' && status === 'denied'
+        ? ': request the token first, with requestContentShareToken'
+        : '';
+    super(`${operation} was answered with "${status}"${advice}`);
     this.status = status;
   }
 }
@@ -34,4 +38,12 @@ class ClosedError extends Error {
   name = 'ClosedError';
 }
 
-module.exports = { CallError, ClosedError, ShareError, TimeoutError };
+// Gives `error`, which was made in a listener or a timer, the frames of `asked`, an error that was
+// made where the application asked for what failed.
+function withFramesOf(asked, error) {
+  const frames = /\n {4}at .*/s.exec(asked.stack)?.[0] ?? '';
+  error.stack = `${error.name}: ${error.message}${frames}`;
+  return error;
+}
+
+module.exports = { CallError, ClosedError, ShareError, TimeoutError, withFramesOf };

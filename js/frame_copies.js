@@ -3,7 +3,10 @@
 // What to take out of a frame while its planes are valid.
 
 function requirePlanes(frame) {
-  const { yPlaneBuffer, uPlaneBuffer, vPlaneBuffer } = frame;
+  const { yPlaneBuffer, uPlaneBuffer, vPlaneBuffer } = frame ?? {};
+  if (![yPlaneBuffer, uPlaneBuffer, vPlaneBuffer].every(ArrayBuffer.isView)) {
+    throw new TypeError('The frame has no picture');
+  }
   if (
     yPlaneBuffer.length < frame.yPlaneBufferSize ||
     uPlaneBuffer.length < frame.uPlaneBufferSize ||

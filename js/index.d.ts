@@ -554,7 +554,10 @@ export class TesselWrapperProxy {
 export interface Limits {
   /** The promise rejects with its reason when it is aborted. */
   signal?: AbortSignal;
-  /** Milliseconds; then the promise rejects with a `TimeoutError`. No limit when left out. */
+  /**
+   * Milliseconds, up to 2147483647; then the promise rejects with a `TimeoutError`. No limit when
+   * left out.
+   */
   timeout?: number;
 }
 
@@ -719,7 +722,7 @@ export type Synchronous<Result> = Result extends PromiseLike<unknown> ? never : 
  * Pictures are looked at in place, while their writer waits: draw or copy them, and return.
  */
 export class Widget implements Disposable {
-  /** Of what `Meeting.enterWidgetMode` answered with. */
+  /** Of what `Meeting.enterWidgetMode` answered with. Throws when that memory is gone. */
   constructor(names: SharedDataInfo);
 
   readonly proxy: TesselWrapperProxy;
@@ -758,7 +761,8 @@ export class Widget implements Disposable {
 
 /**
  * The planes Y, U and V one behind the other with tightly packed rows, in `target` or in a new
- * array. Throws when the planes are no longer valid, and a `RangeError` when `target` is too small.
+ * array. Throws when the planes are no longer valid, a `TypeError` without a picture, and a
+ * `RangeError` when `target` is too small.
  */
 export function copyI420(frame: PictureFrame, target?: Uint8Array): Uint8Array;
 

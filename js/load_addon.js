@@ -2,6 +2,7 @@
 
 // Finds the addon and loads it.
 
+const fs = require('node:fs');
 const path = require('node:path');
 
 // The environment variable that names another build of the addon.
@@ -10,10 +11,6 @@ const BUILT_HERE = path.join(__dirname, '..', 'build', 'release', 'tesselWrapper
 
 // What to do about a failure to load, by what the system says about it.
 const REMEDIES = [
-  [
-    /Cannot find module|tesselWrapper\.node: cannot open shared object file/,
-    'There is no such file.',
-  ],
   [
     /libtesselclient\.so: cannot open shared object file/,
     'The engine is missing: libtesselclient.so has to lie beside the addon, or in a directory of LD_LIBRARY_PATH.',
@@ -34,24 +31,37 @@ function addonPath() {
   return named ? path.resolve(named) : BUILT_HERE;
 }
 
-// What helps when the addon at `file` cannot be loaded for the reason that `message` tells.
-function remedy(file, message) {
-  const explanation = REMEDIES.find(([pattern]) => pattern.test(message))?.[1];
-  const action = process.env[OVERRIDE]
+// What is wrong with `file` itself, before it is loaded.
+function fault(file) {
+  const found = fs.statSync(file, { throwIfNoEntry: false });
+  if (!found) return 'There is no such file.';
+  if (found.isDirectory()) return 'It is a directory: name the file tesselWrapper.node in it.';
+  return path.extname(file) === '.node' ? undefined : 'It is not a .node file.';
+}
+
+function explanation(message) {
+  return REMEDIES.find(([pattern]) => pattern.test(message))?.[1];
+}
+
+// What the application's developer can do about an addon that cannot be loaded.
+function action() {
+  return process.env[OVERRIDE]
     ? `${OVERRIDE} names this file: correct it, or unset it to use the package's own build.`
     : `Build it with "npx tessel-wrapper build", or name another build in ${OVERRIDE}. "npx tessel-wrapper doctor" looks at the rest.`;
-  return explanation ? `${explanation}\n${action}` : action;
 }
 
 // The addon's exports. Throws an Error with the system's own words, and what to do about them.
 function loadAddon() {
   const file = addonPath();
+  const wrong = fault(file);
+  if (wrong) throw new Error(`Cannot load ${file}\n${wrong}\n${action()}`);
   try {
     return require(file);
   } catch (error) {
     // What Node adds to this message is the list of the requiring files.
     const [message] = error.message.split('\n');
-    throw new Error(`Cannot load ${file}: ${message}\n${remedy(file, message)}`, { cause: error });
+    const lines = [`Cannot load ${file}: ${message}`, explanation(message), action()];
+    throw new Error(lines.filter(Boolean).join('\n'), { cause: error });
   }
 }
 

@@ -3,7 +3,8 @@
 const { EventEmitter } = require('node:events');
 
 const { abortable, pause } = require('./abortable.js');
-const { CallError, ClosedError, ShareError, TimeoutError } = require('./errors.js');
+const { CallError, ClosedError, ShareError, TimeoutError, withFramesOf } = require('./errors.js');
+const { requireEventName, requireEventNames } = require('./event_names.js');
 const { EventQueue } = require('./event_queue.js');
 const { FrameLedger } = require('./frame_counters.js');
 const { Pace } = require('./pace.js');
@@ -38,6 +39,16 @@ const MEDIA_STREAM_STATE = {
   outgoingAudioMuted: false,
   outgoingVideoMuted: false,
 };
+
+// The longest that a timer can wait.
+const MAX_TIMEOUT_MS = 2 ** 31 - 1;
+
+function requireTimeout(timeout) {
+  if (typeof timeout === 'number' && timeout >= 0 && timeout <= MAX_TIMEOUT_MS) return;
+  throw new TypeError(
+    `Wrong timeout ${String(timeout)}, expected milliseconds from 0 to ${MAX_TIMEOUT_MS}`,
+  );
+}
 
 const nameOf = ({ type, streamIndex }) => `${type}-${streamIndex}`;
 
@@ -87,31 +98,43 @@ function defineMeeting(TesselWrapper) {
     }
 
     on(event, listener) {
+      requireEventName(event);
       this.#emitter.on(event, listener);
       return this;
     }
 
     once(event, listener) {
+      requireEventName(event);
       this.#emitter.once(event, listener);
       return this;
     }
 
     off(event, listener) {
+      requireEventName(event);
       this.#emitter.off(event, listener);
       return this;
     }
 
-    waitFor(event, { where = () => true, ...limits } = {}) {
+    async waitFor(event, { where = () => true, ...limits } = {}) {
+      requireEventName(event);
       const judge = (_name, payload, resolve) => where(payload) && resolve(payload);
       return this.#until([event], judge, limits);
     }
 
     events(names, { signal } = {}) {
+      requireEventNames(names);
       return new EventQueue(this.#emitter, names, { closing: this.#closing.signal, signal });
     }
 
     async join(connection, limits) {
-      if (this.#call === 'leaving') await this.waitFor('callDisconnect', limits);
+      if (typeof connection !== 'object' || connection === null) {
+        throw new TypeError("join expects an object with a uri: { uri: 'tessel:demo' }");
+      }
+      const question = { asked: new Error(), tooLate: 'Joining took longer than' };
+      if (this.#call === 'leaving') {
+        const judge = (_name, _payload, resolve) => resolve();
+        await this.#until(['callDisconnect'], judge, limits, question);
+      }
       if (this.#call !== 'none')
         throw new Error('The meeting is in a call already: leave() it first');
       const params = {
@@ -124,9 +147,12 @@ function defineMeeting(TesselWrapper) {
         else if (payload.connected) resolve();
       };
       try {
-        await this.#until(['callConnectionStatus', 'callDisconnect'], judge, limits, () => {
-          this.#wrapper.connectCall(params);
-          this.#call = 'joining';
+        await this.#until(['callConnectionStatus', 'callDisconnect'], judge, limits, {
+          ...question,
+          ask: () => {
+            this.#wrapper.connectCall(params);
+            this.#call = 'joining';
+          },
         });
       } catch (error) {
         // Given up by the caller: the engine is not to join later.
@@ -141,7 +167,10 @@ function defineMeeting(TesselWrapper) {
         return undefined;
       }
       const judge = (_name, payload, resolve) => resolve(payload);
-      return this.#until(['callDisconnect'], judge, limits, () => this.#disconnect());
+      return this.#until(['callDisconnect'], judge, limits, {
+        ask: () => this.#disconnect(),
+        tooLate: 'Leaving took longer than',
+      });
     }
 
     requestContentShareToken(limits) {
@@ -224,13 +253,21 @@ function defineMeeting(TesselWrapper) {
 
     // Listens to the events `names`, then runs `ask`; settles as `judge(name, payload, resolve,
     // reject)` says about them, and rejects when a limit is reached or the meeting is closed. It
-    // listens in front of the application's listeners, one of which may throw.
-    #until(names, judge, { signal, timeout } = {}, ask = () => {}) {
+    // listens in front of the application's listeners, one of which may throw. Rejections show the
+    // frames of `asked`.
+    #until(
+      names,
+      judge,
+      { signal, timeout } = {},
+      { ask = () => {}, asked = new Error(), tooLate = `No ${names.join(' or ')} within` } = {},
+    ) {
       return abortable([this.#closing.signal, signal], (resolve, reject, undo) => {
+        if (timeout !== undefined) requireTimeout(timeout);
+        const fail = (error) => reject(withFramesOf(asked, error));
         for (const name of names) {
           const listener = (payload) => {
             try {
-              judge(name, payload, resolve, reject);
+              judge(name, payload, resolve, fail);
             } catch (error) {
               reject(error);
             }
@@ -239,8 +276,7 @@ function defineMeeting(TesselWrapper) {
           undo(() => this.#emitter.off(name, listener));
         }
         if (timeout !== undefined) {
-          const expire = () =>
-            reject(new TimeoutError(`No ${names.join(' or ')} within ${timeout} ms`));
+          const expire = () => fail(new TimeoutError(`${tooLate} ${timeout} ms`));
           const timer = setTimeout(expire, timeout);
           undo(() => clearTimeout(timer));
         }
@@ -256,9 +292,10 @@ function defineMeeting(TesselWrapper) {
         else if (good.includes(payload.status)) resolve();
         else if (bad.includes(payload.status)) reject(new ShareError(operation, payload.status));
       };
-      await this.#until(['screenShareStatus', 'callDisconnect'], judge, limits, () =>
-        this.#wrapper[operation](...args),
-      );
+      await this.#until(['screenShareStatus', 'callDisconnect'], judge, limits, {
+        ask: () => this.#wrapper[operation](...args),
+        tooLate: `${operation} took longer than`,
+      });
     }
 
     #disconnect() {

@@ -1,5 +1,7 @@
 'use strict';
 
+const { existsSync } = require('node:fs');
+
 const { pause } = require('./abortable.js');
 const { ClosedError } = require('./errors.js');
 const { FrameLedger } = require('./frame_counters.js');
@@ -18,6 +20,7 @@ function defineWidget(TesselWrapperProxy) {
     #read = new Map(); // streams that were read, by name
 
     constructor(names) {
+      requireNames(names);
       this.#proxy = new TesselWrapperProxy(names);
     }
 
@@ -78,6 +81,20 @@ function defineWidget(TesselWrapperProxy) {
       this.close();
     }
   };
+}
+
+// Where one is missing the addon says nothing, and removes the other. Names that are no texts are
+// left to it.
+function requireNames(names) {
+  const { shm_name: segment, sem_name: semaphore } = names ?? {};
+  if (typeof segment !== 'string' || typeof semaphore !== 'string') return;
+  const bare = (name) => name.replace(/^\//, '');
+  const files = [`/dev/shm/${bare(segment)}`, `/dev/shm/sem.${bare(semaphore)}`];
+  const missing = files.filter((file) => !existsSync(file));
+  if (missing.length === 0) return;
+  throw new Error(
+    `The memory of the meeting is not there, or not any more (missing: ${missing.join(', ')})`,
+  );
 }
 
 // The result of a callback, which has to be done with its frame when it returns.

@@ -7,7 +7,7 @@ import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { face, repository } from './support/face.mjs';
+import { face, repository, requireFace } from './support/face.mjs';
 
 const TYPES = path.join(repository, 'test/types');
 const EXPECTATION = /^ *\/\/ @ts-expect-error: /;
@@ -42,10 +42,10 @@ function complaints(files) {
 
 // { kind, members, base } of every exported name; statics are named "static name", and the
 // constructor is left out.
-function declarations() {
+function declarations(file = 'js/index.d.ts') {
   const found = new Map();
   let current;
-  for (const line of readLines('js/index.d.ts')) {
+  for (const line of readLines(file)) {
     const start = /^export (class|interface|type|function) (\w+)(?:<.*?>)?(?: extends (\w+))?/.exec(
       line,
     );
@@ -172,6 +172,10 @@ test('the members that these tests read out of the declarations are all there ar
 
 test('the events and their payloads are those that the addon emits', () => {
   assert.equal(EVENT_SHAPES.length, 14);
+  assert.deepEqual(
+    EVENT_SHAPES.map(({ name }) => name).sort(),
+    [...requireFace('./event_names.js').EVENT_NAMES].sort(),
+  );
   assert.deepEqual(complaintsIn('events.mts'), []);
 });
 
@@ -183,6 +187,7 @@ test('the API reference has every exported name and member, and nothing else', (
     const member = /^- `(?!new )((?:static )?(?:\w+|\[Symbol\.dispose\]))\??[:(<]/.exec(line);
     if (member) [...documented.values()].at(-1).push(member[1]);
   }
-  const declared = new Map([...declarations()].map(([name, { members }]) => [name, members]));
+  const all = [...declarations(), ...declarations('js/renderer/renderer.d.mts')];
+  const declared = new Map(all.map(([name, { members }]) => [name, members]));
   assert.deepEqual(documented, declared);
 });

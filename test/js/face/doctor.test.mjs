@@ -2,14 +2,15 @@
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { chmodSync, copyFileSync, mkdirSync, rmSync, writeFileSync } from 'node:fs';
+import { chmodSync, copyFileSync, cpSync, mkdirSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
 import { temporaryDirectory } from '../support/temporary_directory.mjs';
 import { addonFile, build, openMeeting, repository, requireFace } from './support/face.mjs';
 
-const { checkLeftovers, checkNode, checkRights, checkSpace, examine } = requireFace('./doctor.js');
+const { checkLeftovers, checkNode, checkRights, checkSpace, examine, report } =
+  requireFace('./doctor.js');
 
 const COMMAND = path.join(repository, 'bin/tessel-wrapper.js');
 
@@ -42,7 +43,7 @@ test("an addon that cannot be loaded is a problem, with the loader's words", () 
   const { status, lines } = run(['doctor'], { TESSEL_WRAPPER_ADDON: '/nowhere/a.node' });
   assert.equal(status, 1);
   assert.deepEqual(lines.slice(1, 3), [
-    "problem  Cannot load /nowhere/a.node: Cannot find module '/nowhere/a.node'",
+    'problem  Cannot load /nowhere/a.node',
     "         -> There is no such file. TESSEL_WRAPPER_ADDON names this file: correct it, or unset it to use the package's own build.",
   ]);
 });
@@ -69,7 +70,7 @@ test('an old node and another machine are problems', () => {
   ]) {
     const finding = checkNode(given);
     assert.equal(finding.advice, advice, finding.text);
-    assert.equal(finding.isGood, advice === undefined);
+    assert.equal(finding.rank, advice === undefined ? 'good' : 'bad');
   }
 });
 
@@ -77,12 +78,12 @@ test('a shared memory without room for one stream is a problem', () => {
   const bsize = 4096;
   const blocks = 16384;
   assert.deepEqual(checkSpace({ bsize, blocks, bavail: 508 }), {
-    isGood: true,
+    rank: 'good',
     text: '/dev/shm: 67.1 MB, 2.1 MB free, room for streams in widget mode: 1',
     advice: undefined,
   });
-  const { isGood, advice } = checkSpace({ bsize, blocks, bavail: 507 });
-  assert.equal(isGood, false);
+  const { rank, advice } = checkSpace({ bsize, blocks, bavail: 507 });
+  assert.equal(rank, 'bad');
   assert.match(advice, /--shm-size/);
 });
 
@@ -90,15 +91,15 @@ test('a shared memory that is not there, or in which everybody may remove, is a 
   const directory = path.join(temporaryDirectory(t), 'shm');
   assert.match(checkRights(directory).text, /ENOENT/);
   mkdirSync(directory);
-  assert.equal(checkRights(directory).isGood, true);
+  assert.equal(checkRights(directory).rank, 'good');
   chmodSync(directory, 0o777);
   assert.deepEqual(checkRights(directory), {
-    isGood: false,
+    rank: 'bad',
     text: `${directory}: everybody may remove everybody's files`,
     advice: `Set the sticky bit: chmod +t ${directory}`,
   });
   chmodSync(directory, 0o1777);
-  assert.equal(checkRights(directory).isGood, true);
+  assert.equal(checkRights(directory).rank, 'good');
 });
 
 test('names that no process has mapped are left over, others are not looked at', (t) => {
@@ -110,12 +111,12 @@ test('names that no process has mapped are left over, others are not looked at',
   }
   const files = segments.map((name) => path.join(directory, name));
   assert.deepEqual(checkLeftovers(directory), {
-    isGood: false,
+    rank: 'warning',
     text: ['3 names are left over from processes that were killed:', ...files].join('\n'),
     advice: `Remove them: rm ${files.join(' ')}`,
   });
   for (const file of files) rmSync(file);
-  assert.equal(checkLeftovers(directory).isGood, true);
+  assert.equal(checkLeftovers(directory).rank, 'good');
 });
 
 test('the segments of a meeting that is open are not left over', async (t) => {
@@ -126,12 +127,59 @@ test('the segments of a meeting that is open are not left over', async (t) => {
   assert.ok(!text.includes(semaphore.slice(1)));
 });
 
+test('a problem is told by the exit code, a warning is not', () => {
+  const findings = [
+    { rank: 'good', text: 'fine', advice: 'but look' },
+    { rank: 'warning', text: 'left over:\na file' },
+  ];
+  const lines = ['ok       fine', '         -> but look', 'warning  left over:', '         a file'];
+  assert.deepEqual(report(findings), { lines, exitCode: 0 });
+  assert.deepEqual(report([...findings, { rank: 'bad', text: 'bad' }, ...findings]), {
+    lines: [...lines, 'problem  bad', ...lines],
+    exitCode: 1,
+  });
+});
+
+test('the build says what it built and what checks it, unless it failed', (t) => {
+  const home = temporaryDirectory(t);
+  for (const part of ['bin', 'js', 'package.json']) {
+    cpSync(path.join(repository, part), path.join(home, part), { recursive: true });
+  }
+  mkdirSync(path.join(home, 'scripts'));
+  const buildWith = (script) => {
+    writeFileSync(path.join(home, 'scripts/setup.sh'), `#!/bin/sh\n${script}\n`, { mode: 0o755 });
+    const command = path.join(home, 'bin/tessel-wrapper.js');
+    return spawnSync(process.execPath, [command, 'build'], { encoding: 'utf8' });
+  };
+  const built = buildWith('echo "$@"');
+  assert.deepEqual(
+    [built.status, built.stdout.split('\n')],
+    [
+      0,
+      [
+        'release --for install',
+        `Built ${home}/build/release/tesselWrapper.node`,
+        `Built ${home}/build/release/libtesselclient.so`,
+        '"npx tessel-wrapper doctor" checks it.',
+        '',
+      ],
+    ],
+  );
+  const failed = buildWith('exit 3');
+  assert.deepEqual([failed.status, failed.stdout], [3, '']);
+});
+
+test('--help prints the usage', () => {
+  const { status, lines } = run(['--help']);
+  assert.deepEqual([status, lines], [0, ['usage: tessel-wrapper doctor | build', '']]);
+});
+
 test('all of it is examined', () => {
   assert.equal(examine().length, 6);
   assert.match(texts(examine()).at(-1), /left over/);
 });
 
-test('anything but its two commands is answered with the usage', () => {
+test('anything but its commands is answered with the usage', () => {
   for (const args of [[], ['constructor'], ['doctor', 'now']]) {
     const { status, stderr } = run(args);
     assert.deepEqual([status, stderr], [2, 'usage: tessel-wrapper doctor | build\n']);

@@ -61,6 +61,56 @@ describe('the events of a meeting', () => {
     ]);
   });
 
+  test('names of events that there are not are refused', async () => {
+    const isRefusal = (error) => {
+      assert.ok(error instanceof TypeError);
+      assert.match(
+        error.message,
+        /^Unknown event streamadded, expected one of streamAdded, .*VOQI$/,
+      );
+      return true;
+    };
+    for (const method of ['on', 'once', 'off']) {
+      assert.throws(() => meeting[method]('streamadded', () => {}), isRefusal);
+    }
+    assert.throws(() => meeting.events(['micLevel', 'streamadded']), isRefusal);
+    await assert.rejects(meeting.waitFor('streamadded'), isRefusal);
+    await assert.rejects(meeting.waitFor(Symbol('mine')), {
+      message: /^Unknown event Symbol\(mine\)/,
+    });
+    for (const names of ['streamAdded', undefined]) {
+      assert.throws(() => meeting.events(names), {
+        name: 'TypeError',
+        message: "Wrong type for the names of events, expected an array: ['streamAdded']",
+      });
+    }
+  });
+
+  test('a timeout that is no time is refused, and the engine is not asked', async () => {
+    for (const timeout of ['100', Number.NaN, -1, 2 ** 31, Infinity, null]) {
+      const refusal = {
+        name: 'TypeError',
+        message: `Wrong timeout ${timeout}, expected milliseconds from 0 to 2147483647`,
+      };
+      await assert.rejects(meeting.waitFor('micLevel', { timeout }), refusal);
+      await assert.rejects(meeting.join({ uri: 'scripted' }, { timeout }), refusal);
+      await assert.rejects(meeting.requestContentShareToken({ timeout }), refusal);
+    }
+    assert.deepEqual(engine.operations(), []);
+  });
+
+  test('a leave and a share that take too long say so', async () => {
+    await join();
+    await assert.rejects(meeting.requestContentShareToken({ timeout: 0 }), {
+      name: 'TimeoutError',
+      message: 'requestContentShareToken took longer than 0 ms',
+    });
+    await assert.rejects(meeting.leave({ timeout: 0 }), {
+      name: 'TimeoutError',
+      message: 'Leaving took longer than 0 ms',
+    });
+  });
+
   // ---- waitFor
 
   test('waitFor settles with the next payload that counts', async () => {

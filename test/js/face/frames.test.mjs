@@ -260,6 +260,17 @@ test('copyI420 packs the planes tightly, into a target of any size that suffices
   });
 });
 
+test('what has no picture is refused', () => {
+  const withoutPicture = { noUpdate: true, clearFrame: true, frameId: 0, csrc: 0 };
+  const { vPlaneBuffer, ...withoutPlane } = odd();
+  assert.equal(vPlaneBuffer.length, 4);
+  for (const copy of [copyI420, copyRgba]) {
+    for (const given of [{}, withoutPicture, withoutPlane, undefined, null]) {
+      assert.throws(() => copy(given), { name: 'TypeError', message: 'The frame has no picture' });
+    }
+  }
+});
+
 test('copyRgba converts limited range BT.601, and takes clamped and other bytes', () => {
   const pixel = (y, u, v) => ({
     noUpdate: false,

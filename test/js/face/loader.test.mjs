@@ -23,7 +23,7 @@ function refusal(environment) {
         createRequire(process.argv[1])('./js/index.js');
         say('loaded');
       } catch (error) {
-        say(JSON.stringify([error.message, error.cause?.code]));
+        say(JSON.stringify([error.message, 'cause' in error, error.cause?.code]));
       }
     },
     { modules: ['./support/child.mjs'], args: [path.join(repository, 'x')], environment },
@@ -31,8 +31,8 @@ function refusal(environment) {
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
   const [said] = child.said;
   assert.notEqual(said, 'loaded');
-  const [message, code] = JSON.parse(said);
-  return { lines: message.split('\n'), code };
+  const [message, hasCause, code] = JSON.parse(said);
+  return { lines: message.split('\n'), hasCause, code };
 }
 
 test('require and import give the same, by the names of the declarations', async () => {
@@ -66,13 +66,23 @@ test('the release build is loaded unless the environment names another', (t) => 
 });
 
 test('a file that is not there', () => {
-  const { lines, code } = refusal({ TESSEL_WRAPPER_ADDON: '/nowhere/a.node' });
-  assert.deepEqual(lines, [
-    "Cannot load /nowhere/a.node: Cannot find module '/nowhere/a.node'",
-    'There is no such file.',
-    ADVICE,
-  ]);
-  assert.equal(code, 'MODULE_NOT_FOUND');
+  const { lines, hasCause } = refusal({ TESSEL_WRAPPER_ADDON: '/nowhere/a.node' });
+  assert.deepEqual(lines, ['Cannot load /nowhere/a.node', 'There is no such file.', ADVICE]);
+  assert.equal(hasCause, false);
+});
+
+test('a directory, and a file of another kind', (t) => {
+  const directory = temporaryDirectory(t);
+  const script = path.join(directory, 'script.js');
+  writeFileSync(script, '');
+  for (const [file, explanation] of [
+    [directory, 'It is a directory: name the file tesselWrapper.node in it.'],
+    [script, 'It is not a .node file.'],
+  ]) {
+    const { lines, hasCause } = refusal({ TESSEL_WRAPPER_ADDON: file });
+    assert.deepEqual(lines, [`Cannot load ${file}`, explanation, ADVICE]);
+    assert.equal(hasCause, false);
+  }
 });
 
 test('a package that is not built', (t) => {

@@ -75,6 +75,54 @@ test('a join with a bad record rejects with the TypeError, and the engine is not
   assert.equal((await meeting.leave()).callId, 1);
 });
 
+test('a join without a record rejects, and the engine is not asked', async (t) => {
+  const meeting = await openMeeting(t);
+  for (const given of [undefined, null, 'tessel:demo']) {
+    await assert.rejects(meeting.join(given), {
+      name: 'TypeError',
+      message: "join expects an object with a uri: { uri: 'tessel:demo' }",
+    });
+  }
+  await meeting.join({ uri: 'tessel:demo' });
+  assert.equal((await meeting.leave()).callId, 1);
+});
+
+test('what an answer or a timer rejects with shows where it was asked for', async (t) => {
+  const meeting = await openMeeting(t);
+  const expectFrames = async (name, start, ask) => {
+    function application() {
+      return ask();
+    }
+    await assert.rejects(application(), (error) => {
+      assert.equal(error.name, name);
+      const [first, ...frames] = error.stack.split('\n');
+      assert.equal(first, `${name}: ${error.message}`);
+      assert.ok(error.message.startsWith(start), error.message);
+      assert.ok(
+        frames.some((frame) => frame.startsWith('    at application ')),
+        error.stack,
+      );
+      return true;
+    });
+  };
+  const timeout = 1;
+  const endless = { uri: 'tessel:demo?join=3600' };
+  await expectFrames('TimeoutError', 'No micLevel within 1 ms', () =>
+    meeting.waitFor('micLevel', { timeout }),
+  );
+  await expectFrames('TimeoutError', 'Joining took longer than 1 ms', () =>
+    meeting.join(endless, { timeout }),
+  );
+  // This one waits for the end of the call before.
+  await expectFrames('CallError', 'the meeting refused the join', () =>
+    meeting.join({ uri: 'tessel:demo?refuse=403' }),
+  );
+  await meeting.join({ uri: 'tessel:demo' });
+  await expectFrames('ShareError', 'startPresentation was answered', () =>
+    meeting.startPresentation({ type: 'screen' }),
+  );
+});
+
 test('a join during a call, or during another join, rejects and changes nothing', async (t) => {
   const meeting = await openMeeting(t);
   const refusal = { message: 'The meeting is in a call already: leave() it first' };
@@ -97,11 +145,11 @@ test('a join that is given up is taken back, and does not disturb the next', asy
   assert.equal((await meeting.leave()).callId, 2);
 });
 
-test('a join that takes too long rejects with a TimeoutError that says what did not come', async (t) => {
+test('a join that takes too long rejects with a TimeoutError that says so', async (t) => {
   const meeting = await openMeeting(t);
   await assert.rejects(meeting.join({ uri: 'tessel:demo?join=3600' }, { timeout: 1 }), (error) => {
     assert.ok(error instanceof TimeoutError);
-    assert.equal(error.message, 'No callConnectionStatus or callDisconnect within 1 ms');
+    assert.equal(error.message, 'Joining took longer than 1 ms');
     return true;
   });
 });
@@ -157,19 +205,25 @@ test('the token is granted, a share started and stopped, the token given back', 
 
 test('what the engine denies or fails rejects with its status', async (t) => {
   const meeting = await joinMeeting(t, 'tessel:demo?present=0@0', 4);
-  const rejection = (operation, status) => (error) => {
-    assert.ok(error instanceof ShareError);
-    assert.equal(error.status, status);
-    assert.equal(error.message, `${operation} was answered with "${status}"`);
-    return true;
-  };
+  const rejection =
+    (operation, status, advice = '') =>
+    (error) => {
+      assert.ok(error instanceof ShareError);
+      assert.equal(error.status, status);
+      assert.equal(error.message, `${operation} was answered with "${status}"${advice}`);
+      return true;
+    };
   await assert.rejects(
     meeting.requestContentShareToken(),
     rejection('requestContentShareToken', 'token_denied'),
   );
   await assert.rejects(
     meeting.startPresentation({ type: 'screen' }),
-    rejection('startPresentation', 'denied'),
+    rejection(
+      'startPresentation',
+      'denied',
+      ': request the token first, with requestContentShareToken',
+    ),
   );
   await meeting.leave();
   await meeting.join({ uri: 'tessel:demo' });

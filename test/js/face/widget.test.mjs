@@ -189,6 +189,19 @@ test('names that are none are refused by the addon', () => {
   });
 });
 
+test('names that are not there are refused at once', () => {
+  for (const [given, missing] of [
+    [{ ...names, shm_name: '/nope' }, '/dev/shm/nope'],
+    [{ ...names, sem_name: '/nope' }, '/dev/shm/sem.nope'],
+    [{ shm_name: 'nope', sem_name: 'nope' }, '/dev/shm/nope, /dev/shm/sem.nope'],
+  ]) {
+    assert.throws(() => new Widget(given), {
+      name: 'Error',
+      message: `The memory of the meeting is not there, or not any more (missing: ${missing})`,
+    });
+  }
+});
+
 test('a widget in a second process sees the pictures and ends by itself', async () => {
   const child = fork(new URL('fixtures/widget_process.mjs', import.meta.url), {
     stdio: ['ignore', 'ignore', 'inherit', 'ipc'],

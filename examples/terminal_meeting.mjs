@@ -96,7 +96,7 @@ if (await join(wrapper, emitter, meetingUri(options))) {
   wrapper.enableCameraCapture(true);
   watch.add({ type: 'local', streamIndex: 0 });
   wrapper.enterWidgetMode(WIDGETS_STREAM);
-  const widget = new WidgetProcess(wrapper.getSharedDataInfo(), WIDGETS_STREAM);
+  const widget = await WidgetProcess.start(wrapper.getSharedDataInfo(), WIDGETS_STREAM);
   await setTimeout(options.seconds * 1000);
   const widgetsRow = await widget.stop();
   console.table([...watch.table(), widgetsRow]);

@@ -14,6 +14,7 @@ const [{ names, stream }] = await once(process, 'message');
 const counter = new FrameCounter();
 const shared = new SharedStream(new addon.TesselWrapperProxy(names), stream, counter);
 const timer = setInterval(() => shared.poll(), POLL_INTERVAL_MS);
+process.send('reading');
 
 await once(process, 'message'); // it is enough
 clearInterval(timer);

@@ -10,22 +10,31 @@ export class WidgetProcess {
   #child = fork(PROGRAM);
   #ended = once(this.#child, 'exit');
 
-  // `names` are those of the main segment, from getSharedDataInfo().
-  constructor(names, stream) {
-    this.#child.send({ names, stream });
+  // Settles when a widget reads the stream. `names` are those of the main segment, from
+  // getSharedDataInfo().
+  static async start(names, stream) {
+    const widget = new WidgetProcess();
+    await widget.#ask({ names, stream });
+    return widget;
   }
 
   // Settles with the widget's row of the table when its process has ended.
   async stop() {
+    const row = await this.#ask('enough');
+    await this.#ended;
+    return row;
+  }
+
+  // Settles with the answer to a message.
+  async #ask(message) {
     const answer = once(this.#child, 'message');
-    this.#child.send('enough');
-    const [row] = await Promise.race([
+    this.#child.send(message);
+    const [reply] = await Promise.race([
       answer,
       this.#ended.then(([code, signal]) => {
         throw new Error(`the widget ended early: ${signal ?? code}`);
       }),
     ]);
-    await this.#ended;
-    return row;
+    return reply;
   }
 }

@@ -231,7 +231,8 @@ isRoomy.onchange = () => isRoomy.matches || togglePanel(false);
 // ---- Keys
 
 addEventListener('keydown', (event) => {
-  const isTyping = event.target.closest('select, input, dialog, [popover]');
+  // What has just closed may have the focus still.
+  const isTyping = event.target.closest('select, input, dialog, [popover]')?.checkVisibility();
   if (isTyping || event.ctrlKey || event.metaKey || event.altKey || event.repeat) return;
   const button = document.querySelector(`nav [aria-keyshortcuts="${CSS.escape(event.key)}"]`);
   if (!button || button.disabled) return;

@@ -18,15 +18,13 @@ export class ShareDialog {
     this.#onChoice = onChoice;
     this.#form.addEventListener('change', () => this.#showWhatMatters());
     dialog.querySelector('button[type=button]').onclick = () => this.close();
-    dialog.addEventListener('close', () => {
-      if (dialog.returnValue === 'share') this.#onChoice(this.#choice());
-    });
+    // Not when it has closed: that is told late, and of a dialog that may have been opened again.
+    this.#form.addEventListener('submit', () => this.#onChoice(this.#choice()));
   }
 
   open(monitors) {
     this.#draw(monitors);
     this.#showWhatMatters();
-    this.#dialog.returnValue = '';
     this.#dialog.showModal();
   }
 

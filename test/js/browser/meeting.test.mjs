@@ -157,6 +157,25 @@ test('sharing while somebody else presents is refused with the reason', async (t
   await waitForText(page, '#notice', 'Somebody else is presenting.');
 });
 
+test('Enter shares, and Cancel does not', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1');
+  await cardIn(page, 'remote-0');
+  await page.keyboard.press('s');
+  await page.locator('#share-dialog >> text=Cancel').evaluate((cancel) => {
+    cancel.focus();
+    cancel.click();
+    // The key comes before the browser has taken the focus away from what it does not show any more.
+    document.activeElement.dispatchEvent(new KeyboardEvent('keydown', { key: 's', bubbles: true }));
+  });
+  await page.keyboard.press('Enter');
+  await cardIn(page, 'content-0');
+  // The one that was cancelled has asked for nothing.
+  assert.deepEqual((await logged(page, 'screenShareStatus', 2)).reverse(), [
+    'status token_granted',
+    'status started',
+  ]);
+});
+
 for (const mode of ['grid', 'focus']) {
   test(`after a share the arrangement is "${mode}" again, as before`, async (t) => {
     const { page } = await openMeeting(t, 'tessel:test?participants=2');

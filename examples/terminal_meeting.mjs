@@ -9,32 +9,14 @@
 //   npm start -- --output DIRECTORY      where the pictures go (default: out/)
 
 import { EventEmitter, once } from 'node:events';
-import { mkdirSync } from 'node:fs';
 import path from 'node:path';
 import { setTimeout } from 'node:timers/promises';
 
 import addon from '../js/index.js';
 import { connection } from './support/connection.mjs';
-import { readOptions, refuseUsage } from './support/options.mjs';
+import { makeOutputDirectory, readOptions, refuseUsage } from './support/options.mjs';
 import { StreamWatch } from './support/stream_watch.mjs';
 import { WidgetProcess } from './support/widget_process.mjs';
-
-const EVENTS = [
-  'streamAdded',
-  'streamRemoved',
-  'streamUpdated',
-  'gracefulEvent',
-  'callConnectionStatus',
-  'screenShareStatus',
-  'contentReceive',
-  'callDisconnect',
-  'mediaMuteState',
-  'micLevel',
-  'noRtpMedia',
-  'deviceChange',
-  'eventNotify',
-  'vspUpdateVOQI',
-];
 
 const WIDGETS_STREAM = { type: 'remote', streamIndex: 0 };
 
@@ -76,22 +58,22 @@ async function leave(wrapper, emitter) {
 }
 
 const options = terminalOptions();
+makeOutputDirectory(options, USAGE);
 const emitter = new EventEmitter(); // the wrapper holds it weakly
 addon.TesselWrapper._internal_setEmitterFactory(() => emitter);
 const wrapper = new addon.TesselWrapper({
   appVersion: '1.0.0',
   configPath: '',
   logPath: options.output,
-  logPrefix: 'terminal-meeting',
+  logPrefix: 'terminal-meeting-',
   userAgent: 'terminal meeting',
 });
 const watch = new StreamWatch(wrapper);
-for (const name of EVENTS) {
+for (const name of addon.EVENT_NAMES) {
   wrapper.on(name, (payload) => console.log('event', name, JSON.stringify(payload)));
 }
 wrapper.on('streamAdded', (stream) => watch.add(stream));
 
-mkdirSync(options.output, { recursive: true });
 if (await join(wrapper, emitter, meetingUri(options))) {
   wrapper.enableCameraCapture(true);
   watch.add({ type: 'local', streamIndex: 0 });

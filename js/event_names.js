@@ -1,7 +1,7 @@
 'use strict';
 
 // The events that a meeting emits.
-const EVENT_NAMES = [
+const EVENT_NAMES = Object.freeze([
   'streamAdded',
   'streamRemoved',
   'streamUpdated',
@@ -16,7 +16,7 @@ const EVENT_NAMES = [
   'deviceChange',
   'eventNotify',
   'vspUpdateVOQI',
-];
+]);
 
 function requireEventName(name) {
   if (EVENT_NAMES.includes(name)) return;

@@ -432,6 +432,9 @@ export interface MeetingEvents {
 
 export type MeetingEventName = keyof MeetingEvents;
 
+/** The names of all events. */
+export const EVENT_NAMES: readonly MeetingEventName[];
+
 /** One event as the pair of its name and its payload, told apart by the name. */
 export type MeetingEvent<Name extends MeetingEventName = MeetingEventName> = {
   [Each in Name]: [name: Each, payload: MeetingEvents[Each]];

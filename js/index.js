@@ -3,6 +3,7 @@
 // The package's face: the addon's two classes untouched, and what makes them convenient.
 
 const { CallError, ClosedError, ShareError, TimeoutError } = require('./errors.js');
+const { EVENT_NAMES } = require('./event_names.js');
 const { copyI420, copyRgba } = require('./frame_copies.js');
 const { FrameLedger } = require('./frame_counters.js');
 const { loadAddon } = require('./load_addon.js');
@@ -19,6 +20,7 @@ module.exports = {
   TesselWrapperProxy,
   Meeting,
   Widget,
+  EVENT_NAMES,
   copyI420,
   copyRgba,
   frameCounters,

@@ -8,10 +8,9 @@
 //   npm start -- --port 8080             a port of one's own choice
 //   npm start -- --output DIRECTORY      where the engine's log goes (default: out/)
 
-import { mkdirSync } from 'node:fs';
 import path from 'node:path';
 
-import { readOptions, refuseUsage } from '../support/options.mjs';
+import { makeOutputDirectory, readOptions, refuseUsage } from '../support/options.mjs';
 
 const HEADLESS = '--headless';
 const LAST_PORT = 65535;
@@ -53,7 +52,7 @@ async function openMeeting(options) {
   const { WidgetHost } = await import('./widget_host.mjs');
   const { pageFiles } = await import('./page_files.mjs');
 
-  mkdirSync(options.output, { recursive: true });
+  makeOutputDirectory(options, USAGE);
   const room = await Room.open({ uri: uriOf(options), logPath: options.output });
   const widget = new WidgetHost(room);
   let session;
@@ -65,7 +64,11 @@ async function openMeeting(options) {
       session = new PageSession(socket, room);
     },
   });
-  await server.listen();
+  try {
+    await server.listen();
+  } catch ({ message }) {
+    refuseUsage(`--port ${options.port}: ${message}`, USAGE);
+  }
   const refusal = await room.join();
   console.log(`\nThe meeting is at ${server.address}\nCtrl-C ends it.\n`);
   if (refusal) console.error(`The meeting cannot be joined: ${refusal}`);

@@ -22,11 +22,7 @@ const FRAME_RATE = 30;
 const LOCAL_FRAME_RATE = 15;
 
 // Events that go to the log as they are. A 'micLevel' comes five times a second and is a level.
-const LOGGED = [
-  ...['streamAdded', 'streamRemoved', 'streamUpdated', 'gracefulEvent', 'callConnectionStatus'],
-  ...['screenShareStatus', 'contentReceive', 'callDisconnect', 'mediaMuteState', 'noRtpMedia'],
-  ...['deviceChange', 'eventNotify', 'vspUpdateVOQI'],
-];
+const LOGGED = tessel.EVENT_NAMES.filter((name) => name !== 'micLevel');
 
 export class Room extends EventEmitter {
   #uri;
@@ -47,7 +43,7 @@ export class Room extends EventEmitter {
   log = [];
 
   static async open({ uri, logPath }) {
-    return new Room(uri, await tessel.Meeting.open({ logPath, logPrefix: 'meeting' }));
+    return new Room(uri, await tessel.Meeting.open({ logPath, logPrefix: 'meeting-' }));
   }
 
   // Owns `meeting` from now on.

@@ -1,5 +1,6 @@
 // A program's options at the terminal.
 
+import { accessSync, constants, mkdirSync } from 'node:fs';
 import { parseArgs } from 'node:util';
 
 // Ends the program because of how it was called: one line that says why and what may be said, and
@@ -16,5 +17,16 @@ export function readOptions(options, usage) {
   } catch ({ message }) {
     const [reason] = message.split(/\.?\n|\. /); // the rest is advice
     return refuseUsage(reason, usage);
+  }
+}
+
+// Makes the directory that was named by `--output`, where there is none, and sees to it that files
+// can be written there.
+export function makeOutputDirectory({ output }, usage) {
+  try {
+    mkdirSync(output, { recursive: true });
+    accessSync(output, constants.W_OK);
+  } catch ({ message }) {
+    refuseUsage(`--output ${output}: ${message}`, usage);
   }
 }

@@ -12,6 +12,7 @@ import tessel, {
   Widget,
   copyI420,
   copyRgba,
+  EVENT_NAMES,
   frameCounters,
 } from 'tessel-wrapper';
 import type {
@@ -207,6 +208,8 @@ export async function useMeeting() {
   meeting.exitWidgetMode(remote);
   expectType<FrameCounters[]>()([...meeting.counters(), ...frameCounters()], true);
   expectType<TesselWrapper>()(meeting.wrapper, true);
+  expectType<readonly MeetingEventName[]>()(EVENT_NAMES, true);
+  for (const name of EVENT_NAMES) meeting.on(name, (payload) => console.log(name, payload));
   expectType<boolean>()(meeting.isClosed, true);
   meeting.close();
 }

@@ -126,6 +126,7 @@ export class Stage extends EventTarget {
   }
 
   #keepTiles(shown) {
+    const focused = document.activeElement;
     const names = new Set(shown.map(({ name }) => name));
     for (const [name, tile] of this.#tiles) {
       if (names.has(name)) continue;
@@ -139,9 +140,17 @@ export class Stage extends EventTarget {
         this.#tiles.set(stream.name, tile);
       }
       tile.show(stream, this.#state.local);
-      // In the order in which they stand, for the keyboard.
-      this.#root.append(tile.element);
     }
+    // In the order in which they stand, for the keyboard.
+    let next = this.#curtain.nextElementSibling;
+    for (const { name } of shown) {
+      const tile = this.#tiles.get(name).element;
+      if (tile === next) next = next.nextElementSibling;
+      else this.#root.insertBefore(tile, next);
+    }
+    // What is moved or removed loses the focus.
+    if (document.activeElement === focused) return;
+    (focused.isConnected ? focused : this.#root).focus({ preventScroll: true });
   }
 
   #actions = {
@@ -191,8 +200,13 @@ class StageTile extends Tile {
     });
     this.element.querySelector('.face').append(this.#bringBack);
     this.element.tabIndex = 0;
+    // For the mouse: the tile itself takes their keys, and is the only place where Tab stops.
     const button = (text, key, symbol, act) =>
-      element('button', { title: `${text} (${key})`, ariaLabel: text, onclick: act }, icon(symbol));
+      element(
+        'button',
+        { title: `${text} (${key})`, ariaLabel: text, tabIndex: -1, onclick: act },
+        icon(symbol),
+      );
     const acts = {
       Enter: () => actions.focus(name),
       o: () => actions.popOut(name),

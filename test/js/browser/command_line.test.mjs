@@ -3,6 +3,9 @@
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
+import { existsSync, writeFileSync } from 'node:fs';
+import { createServer } from 'node:net';
+import path from 'node:path';
 import { createInterface } from 'node:readline';
 import { test } from 'node:test';
 
@@ -46,6 +49,39 @@ for (const [options, line] of [
     assert.deepEqual([code, words.join(''), errors.join('')], [2, '', `${line}\n`]);
   });
 }
+
+for (const mode of [[], ['--headless']]) {
+  test(`an --output that is a file is refused ${mode}`, async (t) => {
+    const file = path.join(temporaryDirectory(t), 'file');
+    writeFileSync(file, '');
+    const { child, ended } = start(t, [...mode, '--output', file]);
+    const [words, errors] = await Promise.all([child.stdout.toArray(), child.stderr.toArray()]);
+    const [code] = await ended;
+    assert.deepEqual([code, words.join('')], [2, '']);
+    const usage = mode.length > 0 ? WITHOUT_A_PAGE : COMBINING;
+    assert.equal(
+      errors.join(''),
+      `--output ${file}: EEXIST: file already exists, mkdir '${file}'. ${usage}\n`,
+    );
+  });
+}
+
+test('a port that another program has is refused, and nothing stays in /dev/shm', async (t) => {
+  const other = createServer().listen(0, '127.0.0.1');
+  await once(other, 'listening');
+  t.after(() => other.close());
+  const { port } = other.address();
+  const { child, ended } = start(t, ['--port', `${port}`, '--output', temporaryDirectory(t)]);
+  const [words, errors] = await Promise.all([child.stdout.toArray(), child.stderr.toArray()]);
+  const [code] = await ended;
+  assert.equal(code, 2);
+  assert.equal(
+    errors.join(''),
+    `--port ${port}: listen EADDRINUSE: address already in use 127.0.0.1:${port}. ${COMBINING}\n`,
+  );
+  const [, name] = /Creating shared mem with name:\/(\w+),/.exec(words.join(''));
+  assert.equal(existsSync(`/dev/shm/${name}`), false);
+});
 
 for (const [options, reason] of [
   [['--video', '/nope.y4m'], /^the clip cannot be opened/],

@@ -325,6 +325,45 @@ test('the focus goes from Leave to Join again, and from there to the stage', asy
   await focusIsOn(page, '#stage');
 });
 
+test('a tile keeps the focus while the meeting goes on, and the stage has it when the tile is gone', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=2');
+  await cardIn(page, 'remote-1');
+  const focused = '.tile[data-stream="remote-1"]';
+  await page.focus(focused);
+  // It goes to the first place, and then others change around it.
+  await page.keyboard.press('Enter');
+  await page.waitForFunction((wanted) => {
+    const [first] = document.querySelectorAll('.tile');
+    return first.matches(wanted) && document.activeElement === first;
+  }, focused);
+  await page.keyboard.press('v');
+  await waitForText(page, '.tile[data-stream="local-0"] .face', 'Your camera is off');
+  await page.keyboard.press('s');
+  await page.click('#share-dialog button.primary');
+  await cardIn(page, 'content-0');
+  await page.focus(focused);
+  await page.keyboard.press('s');
+  await tile(page, 'content-0').waitFor({ state: 'detached' });
+  await focusIsOn(page, focused);
+  await page.keyboard.press('h');
+  await focusIsOn(page, '#stage');
+});
+
+test('Tab stops once at each tile, and the pointer finds what one can do with it', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=2');
+  await cardIn(page, 'remote-1');
+  await page.focus('.tile');
+  const stops = [];
+  for (let stop = 0; stop < 3; ++stop) {
+    stops.push(await page.evaluate(() => document.activeElement.dataset.stream));
+    await page.keyboard.press('Tab');
+  }
+  assert.deepEqual(stops, ['remote-0', 'remote-1', 'local-0']);
+  await tile(page, 'remote-0').hover();
+  await tile(page, 'remote-0').getByRole('button', { name: 'Hide it' }).click();
+  await tile(page, 'remote-0').waitFor({ state: 'detached' });
+});
+
 test('a menu that a key opens has the focus, and its button has it afterwards', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');

@@ -7,6 +7,7 @@ import path from 'node:path';
 import { setImmediate } from 'node:timers/promises';
 
 import { connection } from '../../../examples/support/connection.mjs';
+import { EVENT_NAMES } from '../../../js/event_names.js';
 import { temporaryDirectory } from './temporary_directory.mjs';
 
 const require = createRequire(import.meta.url);
@@ -19,24 +20,6 @@ export const { TesselWrapper, TesselWrapperProxy } = require(
 export const LOCAL = { type: 'local', streamIndex: 0 };
 export const CONTENT = { type: 'content', streamIndex: 0 };
 export const remote = (streamIndex) => ({ type: 'remote', streamIndex });
-
-// The names of all events.
-export const EVENTS = [
-  'streamAdded',
-  'streamRemoved',
-  'streamUpdated',
-  'gracefulEvent',
-  'callConnectionStatus',
-  'screenShareStatus',
-  'contentReceive',
-  'callDisconnect',
-  'mediaMuteState',
-  'micLevel',
-  'noRtpMedia',
-  'deviceChange',
-  'eventNotify',
-  'vspUpdateVOQI',
-];
 
 // `wrapper` for tests: the names of the methods that they call are added to `called`.
 function noting(wrapper, called) {
@@ -65,7 +48,7 @@ export class Meeting {
     this.called = new Set(); // the names of the wrapper's methods that were called
     this.wrapper = noting(wrapper, this.called);
     this.events = []; // [name, payload] in order
-    for (const name of EVENTS) {
+    for (const name of EVENT_NAMES) {
       this.emitter.on(name, (payload) => this.events.push([name, payload]));
     }
     test.after(() => wrapper.destroy());

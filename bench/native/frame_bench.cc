@@ -7,8 +7,8 @@
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
+#include "bench/native/picture.h"
 #include "frames/frame_objects.h"
 #include "frames/lent_planes.h"
 #include "frames/stream_key_argument.h"
@@ -19,28 +19,6 @@
 #include "test/native/support/idle_engine.h"
 
 namespace {
-
-constexpr std::uint32_t kWidth = 1280;
-constexpr std::uint32_t kHeight = 720;
-constexpr std::uint32_t kLumaSize = kWidth * kHeight;
-constexpr std::uint32_t kChromaSize = kLumaSize / 4;
-constexpr std::uint32_t kFrameSize = kLumaSize + 2 * kChromaSize;
-
-class Picture : public QVXCommon::IVideoFrame {
- public:
-  explicit Picture(std::uint8_t luma) : pixels_(kFrameSize, luma) {}
-
-  std::uint32_t frameWidth() const override { return kWidth; }
-  std::uint32_t frameHeight() const override { return kHeight; }
-  const std::uint8_t* frameBuffer() const override { return pixels_.data(); }
-  std::uint32_t frameValueA() const override { return 0; }
-  std::uint32_t frameValueB() const override { return 0; }
-  std::uint32_t frameValueC() const override { return 0; }
-  std::uint64_t frameBufferSize() const override { return pixels_.size(); }
-
- private:
-  std::vector<std::uint8_t> pixels_;
-};
 
 // Hands out a pool of pictures in turn, as a decoder does.
 class Pictures : public IFrameManager {
@@ -55,13 +33,14 @@ class Pictures : public IFrameManager {
     frame.frameId = frameId + 1;
     frame.csrc = 7;
     frame.frame = pool_[frame.frameId % pool_.size()];
-    frame.width = kWidth;
-    frame.height = kHeight;
+    frame.width = Picture::kWidth;
+    frame.height = Picture::kHeight;
     const std::uint8_t* const pixels = frame.frame->frameBuffer();
-    frame.yPlane = {pixels, kWidth, kHeight, kLumaSize, kWidth};
-    frame.uPlane = {pixels + kLumaSize, kWidth / 2, kHeight / 2, kChromaSize, kWidth / 2};
+    frame.yPlane = {pixels, Picture::kWidth, Picture::kHeight, Picture::kLumaSize, Picture::kWidth};
+    frame.uPlane = {pixels + Picture::kLumaSize, Picture::kWidth / 2, Picture::kHeight / 2,
+                    Picture::kChromaSize, Picture::kWidth / 2};
     frame.vPlane = frame.uPlane;
-    frame.vPlane.data += kChromaSize;
+    frame.vPlane.data += Picture::kChromaSize;
   }
   void ReleaseFrame(std::int64_t) override {}
   void EnableFrameCapture() override {}
@@ -149,7 +128,7 @@ Napi::Value getFreshFrame(const Napi::CallbackInfo& info) {
 
 Napi::Object initialise(Napi::Env env, Napi::Object exports) {
   bench = new Bench(env);
-  exports["frameSize"] = Napi::Number::New(env, kFrameSize);
+  exports["frameSize"] = Napi::Number::New(env, Picture::kSize);
   exports["getFrame"] = Napi::Function::New(env, getFrame);
   exports["copyFrame"] = Napi::Function::New(env, copyFrame);
   exports["getFreshFrame"] = Napi::Function::New(env, getFreshFrame);

@@ -9,31 +9,11 @@
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
+#include "bench/native/picture.h"
 #include "sharedmem/shared_memory_manager.h"
 
 namespace {
-
-constexpr std::uint32_t kWidth = 1280;
-constexpr std::uint32_t kHeight = 720;
-constexpr std::uint32_t kFrameSize = kWidth * kHeight * 3 / 2;
-
-class Picture : public QVXCommon::IVideoFrame {
- public:
-  explicit Picture(std::uint8_t luma) : pixels_(kFrameSize, luma) {}
-
-  std::uint32_t frameWidth() const override { return kWidth; }
-  std::uint32_t frameHeight() const override { return kHeight; }
-  const std::uint8_t* frameBuffer() const override { return pixels_.data(); }
-  std::uint32_t frameValueA() const override { return 0; }
-  std::uint32_t frameValueB() const override { return 0; }
-  std::uint32_t frameValueC() const override { return 0; }
-  std::uint64_t frameBufferSize() const override { return pixels_.size(); }
-
- private:
-  std::vector<std::uint8_t> pixels_;
-};
 
 struct Bench {
   Bench() {

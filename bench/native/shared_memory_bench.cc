@@ -20,35 +20,18 @@
 #include <memory>
 #include <vector>
 
+#include "bench/native/picture.h"
 #include "sharedmem/shared_memory_allocator.h"
 #include "sharedmem/shared_memory_manager.h"
-#include "tesselclient/video_frame.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::uint32_t kWidth = 1280;
-constexpr std::uint32_t kHeight = 720;
-constexpr std::size_t kFrameBytes = kWidth * kHeight * 3 / 2;
 constexpr int kRounds = 101;
 constexpr int kColdRounds = 51;
 // More than the caches hold.
 constexpr std::size_t kCacheBytes = 128 << 20;
-
-class Frame : public QVXCommon::IVideoFrame {
- public:
-  std::uint32_t frameWidth() const override { return kWidth; }
-  std::uint32_t frameHeight() const override { return kHeight; }
-  const std::uint8_t* frameBuffer() const override { return pixels_.data(); }
-  std::uint32_t frameValueA() const override { return 0; }
-  std::uint32_t frameValueB() const override { return 0; }
-  std::uint32_t frameValueC() const override { return 0; }
-  std::uint64_t frameBufferSize() const override { return pixels_.size(); }
-
- private:
-  std::vector<std::uint8_t> pixels_ = std::vector<std::uint8_t>(kFrameBytes, 1);
-};
 
 template <typename Action>
 double nanosecondsOf(Action&& action) {
@@ -68,16 +51,16 @@ struct Streams {
   explicit Streams(int count) {
     for (int i = 0; i < count; ++i) {
       keys.emplace_back(TSLM_STREAM_REMOTE, i);
-      copies.emplace_back(kFrameBytes);
+      copies.emplace_back(Picture::kSize);
       haveRoom = haveRoom && manager->enableSharedMemory(keys.back());
     }
   }
 
   void store(std::size_t i) const { manager->NotifyFrameArrived(frame, 1, keys[i]); }
-  void copy(std::size_t i) { std::memcpy(copies[i].data(), frame->frameBuffer(), kFrameBytes); }
+  void copy(std::size_t i) { std::memcpy(copies[i].data(), frame->frameBuffer(), Picture::kSize); }
 
   std::shared_ptr<SharedMemoryManager> manager = SharedMemoryManager::CreateSharedMemoryManager();
-  std::shared_ptr<Frame> frame = std::make_shared<Frame>();
+  std::shared_ptr<Picture> frame = std::make_shared<Picture>(std::uint8_t{1});
   std::vector<StreamKey> keys;
   std::vector<std::vector<std::uint8_t>> copies;
   bool haveRoom = true;

@@ -37,6 +37,17 @@ describe('the frames of a meeting', () => {
     engine.setFrame(STREAM, { ...SIZE, frameId, noUpdate: false, ...answer });
   const clear = () => engine.setFrame(STREAM, { noUpdate: true, clearFrame: true });
 
+  // Asks for the next frame, which comes when it is shown and not while nothing is new; ends the loop.
+  async function expectNothingUntilShown(frames, frameId) {
+    engine.clearCalls();
+    const next = frames.next();
+    while (engine.operations().filter((name) => name === 'GetFrame').length < 3)
+      await setImmediate();
+    show(frameId);
+    assert.equal((await next).value.frameId, frameId);
+    await frames.return();
+  }
+
   // The counters of the stream, as numbers of what happens in `step`.
   async function counted(step) {
     const counters = () => {
@@ -70,13 +81,7 @@ describe('the frames of a meeting', () => {
     show(1);
     const frames = meeting.frames(STREAM, { rate: 1000 });
     assert.equal((await frames.next()).value.frameId, 1);
-    engine.clearCalls();
-    const next = frames.next();
-    while (engine.operations().filter((name) => name === 'GetFrame').length < 3)
-      await setImmediate();
-    show(2);
-    assert.equal((await next).value.frameId, 2);
-    await frames.return();
+    await expectNothingUntilShown(frames, 2);
   });
 
   test('a frame is in hand until the next is asked for, whatever becomes of the loop', async () => {
@@ -118,13 +123,7 @@ describe('the frames of a meeting', () => {
       frameId: 0,
       csrc: 0,
     });
-    engine.clearCalls();
-    const next = frames.next();
-    while (engine.operations().filter((name) => name === 'GetFrame').length < 3)
-      await setImmediate();
-    show(2);
-    assert.equal((await next).value.frameId, 2);
-    await frames.return();
+    await expectNothingUntilShown(frames, 2);
   });
 
   test('the loop ends when its stream is gone', async () => {

@@ -3,7 +3,7 @@
 import assert from 'node:assert/strict';
 import { readFileSync, readdirSync } from 'node:fs';
 
-import { collect } from './collect.mjs';
+import { collect } from '../../js/support/collector.mjs';
 
 // A sanitizer keeps memory that was freed, and has threads of its own.
 const isSanitized = Boolean(process.env.LD_PRELOAD);

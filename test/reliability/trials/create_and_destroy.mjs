@@ -6,7 +6,7 @@ import { existsSync } from 'node:fs';
 import { setImmediate } from 'node:timers/promises';
 
 import { connection } from '../../../examples/support/connection.mjs';
-import { collect } from '../support/collect.mjs';
+import { collect } from '../../js/support/collector.mjs';
 import { TesselWrapper, TesselWrapperProxy } from '../../js/support/embedded_meeting.mjs';
 import { fileOfSegment, fileOfSemaphore } from '../../js/support/shared_memory_names.mjs';
 import { temporaryDirectory } from '../../js/support/temporary_directory.mjs';

@@ -52,5 +52,9 @@ export async function run(count, { after, random, judgesTimes }) {
     AT_ONCE,
   );
   if (judgesTimes) assert.ok(slowest <= LONGEST_READING_MS, `${slowest} ms`);
-  return { 'readings by the widgets': calls, 'slowest, ms': slowest, 'died with a lock': locksLost };
+  return {
+    'readings by the widgets': calls,
+    'slowest, ms': slowest,
+    'died with a lock': locksLost,
+  };
 }

@@ -1,10 +1,14 @@
 #include "base/diagnostic_line.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <charconv>
+#include <climits>
 
 #include "base/mutex.h"
 
@@ -13,10 +17,15 @@ namespace {
 
 std::atomic<bool> baseIsHexadecimal = false;
 
+// How long a line waits for room in an output that blocks its writers: long enough for whoever
+// reads it, and an end to the wait where nobody does. Any thread of the engine may write lines.
+constexpr int kPatienceMs = 1000;
+
 // Keeps the lines of several threads apart where the system would take one in pieces, and guards
-// whether the last line was cut short.
+// what became of the last lines.
 Mutex outputMutex;
 bool cutShort GUARDED_BY(outputMutex) = false;
+bool waitedInVain GUARDED_BY(outputMutex) = false;
 
 std::string inHexadecimal(std::uintptr_t value) {
   char digits[2 * sizeof value];
@@ -24,11 +33,31 @@ std::string inHexadecimal(std::uintptr_t value) {
   return {digits, end};
 }
 
+bool outputBlocks() {
+  const int flags = fcntl(STDOUT_FILENO, F_GETFL);
+  return flags >= 0 && (flags & O_NONBLOCK) == 0;
+}
+
+// Whether a piece can be written without being blocked. Only the first of several lines waits.
+bool awaitRoom() REQUIRES(outputMutex) {
+  pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+  int ready = -1;
+  do {
+    ready = poll(&output, 1, waitedInVain ? 0 : kPatienceMs);
+  } while (ready < 0 && errno == EINTR);
+  waitedInVain = ready == 0;
+  return !waitedInVain;
+}
+
 // Writes as much of `text` as the standard output takes now and returns the number of bytes.
-std::size_t writeNow(std::string_view text) {
+std::size_t writeNow(std::string_view text) REQUIRES(outputMutex) {
+  const bool blocks = outputBlocks();
+  // A pipe that has room at all has room for so much.
+  const std::size_t piece = blocks ? PIPE_BUF : text.size();
   std::size_t written = 0;
-  while (written < text.size()) {
-    const ssize_t count = ::write(STDOUT_FILENO, text.data() + written, text.size() - written);
+  while (written < text.size() && (!blocks || awaitRoom())) {
+    const ssize_t count =
+        ::write(STDOUT_FILENO, text.data() + written, std::min(piece, text.size() - written));
     if (count >= 0) {
       written += static_cast<std::size_t>(count);
     } else if (errno != EINTR) {

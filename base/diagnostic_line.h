@@ -13,8 +13,8 @@ namespace base {
 
 // One line of diagnostics: put together piece by piece, then written whole, at once and unbuffered
 // when the object goes out of scope. Lines of several threads never mix. A line that the standard
-// output does not take (it is closed, or a full pipe) is lost; the next one is tried afresh.
-// Foreign text is data here, never a format.
+// output does not take (it is closed, or a full pipe that nobody has read for a second) is lost;
+// the next one is tried afresh. Foreign text is data here, never a format.
 //
 // A process-wide integer base says how integers print whose base the call does not fix. It starts
 // as decimal; hexadecimal() and decimal() switch it for all later lines, on purpose: a reader of

@@ -1,5 +1,6 @@
 #include "sharedmem/posix_shared_memory.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,6 +21,12 @@ bool semaphoreFileIsTooShort(const std::string& name) {
 }
 
 }  // namespace
+
+FileDescriptor FileDescriptor::openSharedMemory(const std::string& name, int flags, mode_t mode) {
+  FileDescriptor opened(shm_open(name.c_str(), flags, mode));
+  if (!opened || opened.get() > STDERR_FILENO) return opened;
+  return FileDescriptor(fcntl(opened.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
 
 FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
   std::swap(fd_, other.fd_);

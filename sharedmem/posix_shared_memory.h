@@ -18,6 +18,10 @@ namespace posix {
 
 class FileDescriptor {
  public:
+  // As shm_open, but never one of the standard descriptors, which are free when the application has
+  // closed them: what is written to its standard output would go into the object.
+  static FileDescriptor openSharedMemory(const std::string& name, int flags, mode_t mode);
+
   FileDescriptor() = default;
   // Takes over `fd`; a negative one is empty.
   explicit FileDescriptor(int fd) : fd_(fd) {}

@@ -72,7 +72,7 @@ bool SharedMemoryAllocator::openSegmentAndSemaphore() {
   // Without O_EXCL: a pair that was left behind under these names is opened as it is.
   const int flags = info_.create ? O_RDWR | O_CREAT : O_RDWR;
 
-  object_ = posix::FileDescriptor(shm_open(info_.shmName.c_str(), flags, kPermission));
+  object_ = posix::FileDescriptor::openSharedMemory(info_.shmName, flags, kPermission);
   if (!object_) {
     const int error = errno;
     DiagnosticLine("shm_open failed, error:").dec(error);

@@ -3,9 +3,12 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <climits>
 #include <limits>
 #include <string>
 #include <thread>
@@ -58,6 +61,15 @@ class PipedOutput {
   void fill() {
     const std::string filling(4096, '#');
     while (write(pipe_[1], filling.data(), filling.size()) > 0) continue;
+  }
+  // From here on a write waits for room, as it does in a process that has not been told otherwise.
+  void blockWriters() { EXPECT_EQ(fcntl(pipe_[1], F_SETFL, 0), 0); }
+  // What the pipe holds as soon as it holds something; nothing when that never happens.
+  std::string await() {
+    constexpr int kNeverMs = 30'000;
+    pollfd end = {pipe_[0], POLLIN, 0};
+    poll(&end, 1, kNeverMs);
+    return drain();
   }
   std::size_t capacity() const { return static_cast<std::size_t>(fcntl(pipe_[1], F_GETPIPE_SZ)); }
 
@@ -185,6 +197,46 @@ TEST_F(DiagnosticLineTest, LosesTheLineOnAFullPipeAndWritesTheNext) {
     taken = output.drain();
   }
   EXPECT_EQ(taken, "next\n");
+}
+
+TEST_F(DiagnosticLineTest, IsNotBlockedByAFullPipeThatNobodyReadsAndWritesTheNext) {
+  std::string cut;
+  std::string taken;
+  {
+    PipedOutput output;
+    output.fill();
+    output.blockWriters();
+    for (int i = 0; i < 100; ++i) DiagnosticLine("lost");
+    output.drain();
+    DiagnosticLine("next");
+    taken = output.drain();
+    DiagnosticLine(std::string(2 * output.capacity(), 'x'));
+    cut = output.drain();
+  }
+  EXPECT_EQ(taken, "next\n");
+  EXPECT_EQ(cut, std::string(cut.size(), 'x'));
+  EXPECT_GE(cut.size(), PIPE_BUF);
+}
+
+TEST_F(DiagnosticLineTest, WaitsForWhoeverReadsAPipeThatBlocksItsWriters) {
+  // Far more than the pipe holds.
+  constexpr int kLines = 2000;
+  const std::string line(3000, 'x');
+  std::string taken;
+  {
+    PipedOutput output;
+    output.blockWriters();
+    const std::size_t expected = kLines * (line.size() + 1);
+    std::thread reader([&] {
+      for (std::string piece = "-"; !piece.empty() && taken.size() < expected;) {
+        piece = output.await();
+        taken += piece;
+      }
+    });
+    for (int i = 0; i < kLines; ++i) DiagnosticLine{line};
+    reader.join();
+  }
+  EXPECT_EQ(std::count(taken.begin(), taken.end(), '\n'), kLines);
 }
 
 TEST_F(DiagnosticLineTest, StartsAFreshLineAfterOneThatThePipeCutShort) {

@@ -66,6 +66,17 @@ TEST_F(SharedMemoryAllocatorTest, TellsOfEveryStepOnTheOpeningSide) {
                           createdLine(), destroyedLine()));
 }
 
+TEST_F(SharedMemoryAllocatorTest, KeepsItsSegmentFromBecomingTheStandardOutputThatWasClosed) {
+  const int original = dup(STDOUT_FILENO);
+  close(STDOUT_FILENO);
+  std::optional<SharedMemoryAllocator> allocator(creating(kSize));
+  const std::string bytes(static_cast<const char*>(allocator->getDataPtr()), kSize);
+  allocator.reset();
+  dup2(original, STDOUT_FILENO);
+  close(original);
+  EXPECT_EQ(bytes, std::string(kSize, '\0'));
+}
+
 TEST_F(SharedMemoryAllocatorTest, NamesItsMappingsAndItsOwnAddress) {
   std::optional<SharedMemoryAllocator> allocator;
   auto lines = linesWrittenBy([&] { allocator.emplace(creating(kSize)); });

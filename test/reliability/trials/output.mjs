@@ -1,4 +1,5 @@
-// A standard output that is closed, full, or a pipe that nobody reads for a while.
+// A standard output that is closed, full, or a pipe that nobody reads for a while, which blocks its
+// writers or does not.
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
@@ -16,8 +17,10 @@ const program = fileURLToPath(new URL('../fixtures/output_process.mjs', import.m
 const LINES = 5000; // far more than a pipe holds
 const LINE = 'disableSharedMemory: Not allocated, something is wrong!';
 
-function start(stdout) {
-  const child = spawn(process.execPath, [program], { stdio: ['ignore', stdout, 'pipe', 'pipe'] });
+function start(stdout, kind = 'unblocked') {
+  const child = spawn(process.execPath, [program, kind], {
+    stdio: ['ignore', stdout, 'pipe', 'pipe'],
+  });
   const answers = createInterface({ input: child.stdio[3] })[Symbol.asyncIterator]();
   const stderr = text(child.stderr);
   return {
@@ -46,6 +49,15 @@ async function closed() {
   await ends(exit);
 }
 
+// The process has no standard output at all.
+async function absent() {
+  const { child, writes, ends } = start('ignore', 'absent');
+  const exit = once(child, 'exit');
+  await writes('first', LINES);
+  await writes('end', LINES);
+  await ends(exit);
+}
+
 async function full() {
   const device = openSync('/dev/full', 'w');
   const { child, writes, ends } = start(device);
@@ -58,8 +70,8 @@ async function full() {
 
 let lost = 0;
 
-async function slow() {
-  const { child, writes, ends } = start('pipe');
+async function slow(kind) {
+  const { child, writes, ends } = start('pipe', kind);
   const close = once(child, 'close');
   // Nobody has asked for what is in the pipe: it fills.
   await writes('first', LINES);
@@ -72,6 +84,7 @@ async function slow() {
     await nextTurn();
   }
   const before = linesOf().filter((line) => line === LINE).length;
+  assert.ok(before < LINES, 'the pipe has taken everything');
   lost += LINES - before;
   await writes('end', 10);
   await ends(close);
@@ -86,7 +99,7 @@ async function slow() {
 
 export async function run(count, { after }) {
   after(removeLeftovers);
-  const kinds = [closed, full, slow];
+  const kinds = [closed, absent, full, () => slow('unblocked'), () => slow('blocking')];
   await inParallel(Array.from({ length: count }, (_, i) => kinds[i % kinds.length]));
   return { 'lines lost by full pipes': lost };
 }

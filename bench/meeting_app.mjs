@@ -1,4 +1,4 @@
-// node bench/meeting_app.mjs [--seconds N] [--participants N] [--without-browser]
+// node bench/meeting_app.mjs [--seconds N] [--warm-up N] [--participants N] [--without-browser]
 //
 // Runs the meeting application with its page in headless Chromium, all pictures of 360 lines, and
 // prints what its meeting process takes: the share of a processor core, and its memory with the line
@@ -6,7 +6,8 @@
 // are skipped on a small machine; how many are drawn is printed, too. --without-browser has a reader
 // in the page's place that says "drawn" at once: the cost of full frame rates.
 //
-// --seconds 600 is the run that shows whether memory grows.
+// --warm-up 180 --seconds 600 is the run that shows whether memory grows: the application keeps two
+// minutes of statistics, and meanwhile V8 finds out how much room young objects want.
 
 import { once } from 'node:events';
 import { readFileSync } from 'node:fs';
@@ -17,8 +18,6 @@ import { WebSocket } from 'ws';
 import { openBrowser } from '../test/js/browser/support/browser.mjs';
 import { openPage, startMeetingApp } from '../test/js/browser/support/meeting_app.mjs';
 
-// Until everybody is there and what is compiled late is compiled.
-const WARM_UP_MS = 5000;
 const SAMPLE_MS = 1000;
 const TICKS_PER_SECOND = 100; // of the kernel's accounting on Linux
 const MEGABYTE_KB = 1024;
@@ -28,12 +27,15 @@ function readOptions() {
   const { values } = parseArgs({
     options: {
       seconds: { type: 'string', default: '20' },
+      // Until everybody is there and what is compiled late is compiled.
+      'warm-up': { type: 'string', default: '5' },
       participants: { type: 'string', default: '11' }, // the twelfth tile is one's own
       'without-browser': { type: 'boolean', default: false },
     },
   });
   return {
     seconds: Number(values.seconds),
+    warmUp: Number(values['warm-up']),
     participants: Number(values.participants),
     withoutBrowser: values['without-browser'],
   };
@@ -103,7 +105,7 @@ async function openReader(test, address, participants) {
 
 const cleanUps = [];
 const lifetime = { after: (cleanUp) => cleanUps.unshift(cleanUp) };
-const { seconds, participants, withoutBrowser } = readOptions();
+const { seconds, warmUp, participants, withoutBrowser } = readOptions();
 try {
   const { child, address } = await startMeetingApp(
     lifetime,
@@ -111,7 +113,7 @@ try {
   );
   const open = withoutBrowser ? openReader : openInBrowser;
   const framesDrawn = await open(lifetime, address, participants);
-  await setTimeout(WARM_UP_MS);
+  await setTimeout(warmUp * 1000);
 
   const begin = performance.now();
   const processorBefore = processorSeconds(child.pid);

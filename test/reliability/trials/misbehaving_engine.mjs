@@ -272,20 +272,24 @@ function endUnderway() {
     wrapper.exitWidgetMode(STREAM);
   }
   wrapper.enterWidgetMode(STREAM);
+  const segments = new Segments();
   wrapper.destroy();
+  return segments;
 }
 
 async function deliverAfterRemoval() {
   engine.setStream(STREAM, { keepsReceiver: true });
-  const segments = enterAndLeave();
+  const left = enterAndLeave();
   await collectWrappers();
-  deliverLate(segments);
-  segments.close();
+  deliverLate(left);
+  left.close();
 
-  endUnderway();
+  const collected = endUnderway();
   await collectWrappers();
   assert.ok(engine.stopPushing(STREAM) > 0);
-  assert.equal(engine.pushFrame(STREAM, { width: 64, height: 36 }), true);
+  collected.keep();
+  deliverLate(collected);
+  collected.close();
   engine.setStream(STREAM);
 }
 

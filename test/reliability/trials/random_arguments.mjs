@@ -238,16 +238,19 @@ const PROXY_ARGUMENTS = {
   removeVideo: () => [{ ...SHARED }],
 };
 
-// A stream whose frame can be read before each call.
-const readingTarget = (name, receivers, sharing) => ({
+// A stream whose frame can be read before each call, and by the proxy `other` too.
+const readingTarget = (name, receivers, sharing, other) => ({
   name: `TesselWrapperProxy.${name}`,
   call(random) {
-    const { usual } = receivers;
-    assert.ok(isPicture(sharing.read(usual)));
-    usual.releaseFrame(SHARED);
+    for (const reader of [receivers.usual, other]) {
+      assert.ok(isPicture(sharing.read(reader)));
+      reader.releaseFrame(SHARED);
+    }
     const args = randomArguments(PROXY_ARGUMENTS[name], random);
     const outcome = callMethod(TesselWrapperProxy, name, args, receivers, random);
     const hadEffect = !outcome.error && outcome.isUsual && isPicture(outcome.made);
+    // Who is refused does not keep the stream locked.
+    if (outcome.error) assert.ok(isPicture(other.getFrame(SHARED, NO_FRAME)));
     for (const reader of sharing.readers) reader.releaseFrame(SHARED);
     return hadEffect;
   },
@@ -369,9 +372,10 @@ export async function run(count, { random }) {
   engine.setFrame(PULLED, { ...SIZE, frameId: 1, fresh: true });
   const wrapper = makeWrapper();
   const proxy = new TesselWrapperProxy(wrapper.getSharedDataInfo());
+  const other = new TesselWrapperProxy(wrapper.getSharedDataInfo());
   const { wrappers, ...receivers } = makeReceivers(wrapper, proxy);
   const ofProxy = receivers.TesselWrapperProxy;
-  const sharing = new Sharing(wrapper, SHARED, [proxy, ...ofProxy.right]);
+  const sharing = new Sharing(wrapper, SHARED, [proxy, other, ...ofProxy.right]);
   const newProxy = newProxyTarget();
 
   const names = Object.getOwnPropertyNames(TesselWrapper.prototype);
@@ -380,7 +384,7 @@ export async function run(count, { random }) {
     ...plainNames.map((name) => wrapperTarget(name, receivers.TesselWrapper)),
     onTarget(receivers.TesselWrapper),
     destroyTarget(receivers.TesselWrapper),
-    ...['getFrame', 'getLastFrame'].map((name) => readingTarget(name, ofProxy, sharing)),
+    ...['getFrame', 'getLastFrame'].map((name) => readingTarget(name, ofProxy, sharing, other)),
     ...['releaseFrame', 'removeVideo'].map((name) => endingTarget(name, ofProxy, sharing)),
     factoryTarget,
     newWrapperTarget,

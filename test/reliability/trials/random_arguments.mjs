@@ -1,7 +1,6 @@
 // Arguments of every kind, on every method and constructor of both classes.
 
 import assert from 'node:assert/strict';
-import { existsSync } from 'node:fs';
 import path from 'node:path';
 import { inspect } from 'node:util';
 
@@ -12,7 +11,6 @@ import {
   construct,
   engine,
 } from '../../js/fixtures/wrapper_kit.mjs';
-import { fileOfSegment } from '../../js/support/shared_memory_names.mjs';
 import { goodArguments } from '../../js/support/wrapper.mjs';
 import { OwnThrow, anything, randomArguments, throwOwn } from '../support/random_values.mjs';
 import { traced } from '../support/traced_value.mjs';
@@ -149,7 +147,7 @@ function callMethod(type, name, args, receivers, random) {
 const WRAPPER_EFFECTS = {
   getFrame: ({ made }) => isPicture(made),
   getLastFrame: ({ made }) => isPicture(made),
-  getSharedDataInfo: ({ made }) => existsSync(fileOfSegment(made.shm_name)),
+  getSharedDataInfo: ({ made }) => made.shm_name.startsWith('/SHM'),
   // Frames are given back by asking for the next one: it does nothing.
   releaseFrame: () => true,
 };
@@ -331,32 +329,29 @@ const newWrapperTarget = {
   },
 };
 
-// A proxy that is collected takes the names of its main segment with it: there is another host then.
+// The host loses its names with any proxy of it that is collected, and to wrappers of the same
+// second, which have the same names: there is another one when it cannot be read.
 const newProxyTarget = () => {
   let host;
-  const keyOfHost = () => {
-    const isThere = host && existsSync(fileOfSegment(host.wrapper.getSharedDataInfo().shm_name));
-    if (!isThere) {
-      host?.wrapper.destroy();
-      host = new Sharing(makeWrapper(), SHARED_BY_HOST, []);
-    }
-    // A wrapper of the same second has the same names, and has cleared the table.
-    host.share();
-    return host.wrapper.getSharedDataInfo();
+  const dropHost = () => {
+    host?.wrapper.destroy();
+    host = undefined;
   };
   return {
     name: 'new TesselWrapperProxy',
     call(random) {
-      const key = keyOfHost();
+      host ??= new Sharing(makeWrapper(), SHARED_BY_HOST, []);
+      host.share();
+      const key = host.wrapper.getSharedDataInfo();
       const args = randomArguments(() => [key], random);
       const construction = () => constructRandomly(TesselWrapperProxy, args, random);
       const { made } = attempt(this.name, construction);
-      if (!made) return false;
-      const hadEffect = isPicture(made.getFrame(SHARED_BY_HOST, NO_FRAME));
-      made.releaseFrame(SHARED_BY_HOST);
+      const hadEffect = made !== undefined && isPicture(made.getFrame(SHARED_BY_HOST, NO_FRAME));
+      made?.releaseFrame(SHARED_BY_HOST);
+      if (made && !hadEffect) dropHost();
       return hadEffect;
     },
-    end: () => host.wrapper.destroy(),
+    end: dropHost,
   };
 };
 

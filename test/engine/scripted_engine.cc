@@ -160,6 +160,14 @@ void ScriptedEngine::recordCalls(bool enabled) {
   recording_ = enabled;
 }
 
+std::vector<std::string> ScriptedEngine::failingOperations() {
+  return {kOperations.begin(), kOperations.end()};
+}
+
+std::vector<std::string> ScriptedEngine::operationsWithResult() {
+  return {kOperationsWithResult.begin(), kOperationsWithResult.end()};
+}
+
 void ScriptedEngine::failOperation(std::string operation, std::optional<Failure> failure) {
   if (!contains(kOperations, operation)) {
     throw std::invalid_argument("there is no operation " + operation);
@@ -367,8 +375,10 @@ std::shared_ptr<Stream> ScriptedEngine::streamWithFrameManager(const StreamKey& 
   return stream != nullptr && stream->hasFrameManager() ? stream : nullptr;
 }
 
-void ScriptedEngine::setStream(StreamKey key, bool hasFrameManager) {
-  stream(key)->setHasFrameManager(hasFrameManager);
+void ScriptedEngine::setStream(StreamKey key, bool hasFrameManager, bool keepsReceiver) {
+  const std::shared_ptr<Stream> set = stream(key);
+  set->setHasFrameManager(hasFrameManager);
+  set->setKeepsReceiver(keepsReceiver);
 }
 
 void ScriptedEngine::setFrame(StreamKey key, FrameAnswer answer) {

@@ -101,6 +101,9 @@ class TESSELCLIENT_API ScriptedEngine {
 
   // ---- Behaviour
 
+  // The names of all that can be made to fail, and of those that can answer with nothing.
+  static std::vector<std::string> failingOperations();
+  static std::vector<std::string> operationsWithResult();
   // An absent failure lets the operation succeed again.
   void failOperation(std::string operation, std::optional<Failure> failure) EXCLUDES(mutex_);
   void setInitialisation(Initialisation initialisation) EXCLUDES(mutex_);
@@ -120,7 +123,8 @@ class TESSELCLIENT_API ScriptedEngine {
 
   // ---- Streams; unknown ones have no frame manager
 
-  void setStream(StreamKey key, bool hasFrameManager) EXCLUDES(mutex_);
+  // One that keeps its receiver goes on delivering to it after SetFrameReceiver(nullptr).
+  void setStream(StreamKey key, bool hasFrameManager, bool keepsReceiver) EXCLUDES(mutex_);
   // What the stream's GetFrame answers. Gives the stream a frame manager.
   void setFrame(StreamKey key, FrameAnswer answer) EXCLUDES(mutex_);
   // Delivers one frame to the stream's receiver, on a thread of its own. Answers with a handle to

@@ -93,6 +93,8 @@ EngineClient& client() {
 Napi::Object init(Napi::Env env, Napi::Object exports) {
   exports.Set("engine", exposed(env, ScriptedEngine::instance(), engineExports()));
   exports.Set("client", exposed(env, client(), clientExports()));
+  exports.Set("failingOperations", toJs(env, toValue(ScriptedEngine::failingOperations())));
+  exports.Set("operationsWithResult", toJs(env, toValue(ScriptedEngine::operationsWithResult())));
   exports.Set("thread", Napi::Number::New(env, ::gettid()));
   // No thread of the engine outlives the environment that loaded the addon first.
   static bool hooked = false;

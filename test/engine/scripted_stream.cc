@@ -58,6 +58,11 @@ bool Stream::hasFrameManager() {
   return hasFrameManager_;
 }
 
+void Stream::setKeepsReceiver(bool keeps) {
+  base::MutexLock lock(mutex_);
+  keepsReceiver_ = keeps;
+}
+
 void Stream::setAnswer(FrameAnswer answer) {
   for (const PlaneAnswer* plane : {&answer.y, &answer.u, &answer.v}) check(*plane);
   if (memorySize(answer) > kMostFrameMemory) throw std::invalid_argument("the frame is too large");
@@ -166,6 +171,7 @@ std::shared_ptr<QVXCommon::IVideoFrame> Stream::makeFrame(const PushedFrame& pus
 
 void Stream::setReceiver(std::shared_ptr<IFrameRecieveCallback> receiver) {
   base::MutexLock lock(mutex_);
+  if (receiver == nullptr && keepsReceiver_) return;
   ++receiverChanges_;
   while (delivering_) changed_.Wait(mutex_);
   --receiverChanges_;

@@ -91,6 +91,9 @@ class Stream {
 
   void setHasFrameManager(bool has) EXCLUDES(mutex_);
   bool hasFrameManager() EXCLUDES(mutex_);
+  // From now on a receiver that is removed goes on receiving, and nobody waits for the delivery
+  // under way: what the interface rules out.
+  void setKeepsReceiver(bool keeps) EXCLUDES(mutex_);
 
   void setAnswer(FrameAnswer answer) EXCLUDES(mutex_);
   void getFrame(std::uint32_t newestId, VideoFrame& frame) EXCLUDES(mutex_);
@@ -128,6 +131,7 @@ class Stream {
   // The frame of an answer that is not fresh for each call.
   std::shared_ptr<ScriptedFrame> frame_ GUARDED_BY(mutex_);
 
+  bool keepsReceiver_ GUARDED_BY(mutex_) = false;
   std::shared_ptr<IFrameRecieveCallback> receiver_ GUARDED_BY(mutex_);
   bool delivering_ GUARDED_BY(mutex_) = false;
   // Receivers waiting to be attached or detached; deliveries let them go first.

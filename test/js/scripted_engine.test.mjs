@@ -331,6 +331,10 @@ const ALL_OPERATIONS = [
   'SetFrameReceiver',
 ];
 
+test('the engine names the operations that can be made to fail', () => {
+  assert.deepEqual([...engine.failingOperations].sort(), [...ALL_OPERATIONS].sort());
+});
+
 for (const operation of ALL_OPERATIONS) {
   test(`${operation} fails as told, and works again afterwards`, () => {
     const facade = client.create({});
@@ -806,6 +810,17 @@ test('detaching a receiver waits for the delivery under way and lets go of it', 
   assert.equal(client.deliveriesUnderWay(), 0);
   assert.equal(client.receiverOwners(), 0);
   assert.equal(running.join(), 1);
+});
+
+test('a stream that keeps its receiver delivers to it after it was removed, until a reset', () => {
+  const facade = client.create({});
+  engine.setStream(REMOTE, { keepsReceiver: true });
+  client.setReceiver(facade, REMOTE, true);
+  client.setReceiver(facade, REMOTE, false);
+  assert.equal(engine.pushFrame(REMOTE, { width: 2, height: 2 }), true);
+  assert.equal(client.takeFrames().length, 1);
+  engine.reset();
+  assert.equal(client.receiverOwners(), 0);
 });
 
 test('frames of one stream never run the receiver twice at once', () => {

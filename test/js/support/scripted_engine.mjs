@@ -81,6 +81,10 @@ export const recordCalls = (enabled) => engine.recordCalls(enabled);
 
 // ---- What the engine does
 
+// The names of the operations that can be made to fail, and of those among them that can answer with
+// nothing.
+export const { failingOperations, operationsWithResult } = control;
+
 // `failure`: { throws: 'text' } throws a std::runtime_error, { throwsInt: true } throws an int,
 // { returnsNull: true } answers with an empty, null or zero result, or leaves the record to fill as
 // it is; null lets the operation work again. The call is recorded in any case, and has no other
@@ -166,9 +170,11 @@ export const dropCallback = ({ onEngineThread = false } = {}) =>
 
 // ---- Streams and frames
 
-// Streams have no frame manager unless given one here, by setFrame or by startPushing.
-export const setStream = (stream, { frameManager = true } = {}) =>
-  engine.setStream(keyOf(stream), frameManager);
+// Streams have no frame manager unless given one here, by setFrame or by startPushing. One that
+// `keepsReceiver` breaks the interface's promise: it goes on delivering to a receiver that was
+// removed, until reset(), and nobody who removes one waits for the delivery under way.
+export const setStream = (stream, { frameManager = true, keepsReceiver = false } = {}) =>
+  engine.setStream(keyOf(stream), frameManager, keepsReceiver);
 
 const half = (length) => Math.ceil(length / 2);
 

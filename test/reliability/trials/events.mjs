@@ -4,62 +4,76 @@ import assert from 'node:assert/strict';
 
 import { construct, engine, nextTurn, EventEmitter } from '../../js/fixtures/wrapper_kit.mjs';
 import { withoutGrowth } from '../support/holdings.mjs';
+import { NOTIFICATIONS } from '../support/notifications.mjs';
 
 const THREADS = 8;
 const PARTS = 4;
 
-// Each with `args` that carry a number and `numberIn` that gets it out of the payload. A few carry
-// nothing but a boolean or an enumeration: these are counted only.
-const text = (number) => `${number}, as a text that is too long to stand in the object itself`;
-const numberOf = (string) => parseInt(string, 10);
-const NOTIFICATIONS = [
-  ['NotifyStreamAdded', 'streamAdded', (n) => [{ kind: 1, index: 3 }, n], ({ csrc }) => csrc],
-  ['NotifyStreamRemoved', 'streamRemoved', (n) => [{ kind: 0, index: 3 }, n], ({ csrc }) => csrc],
-  ['NotifyStreamUpdated', 'streamUpdated', (n) => [{ kind: 2, index: 3 }, n], ({ csrc }) => csrc],
-  ['NotifyGracefulEvent', 'gracefulEvent', (n) => [text(n), true], ({ event }) => numberOf(event)],
-  ['NotifyCallConnectionStatus', 'callConnectionStatus', () => [true]],
-  ['NotifyScreenShareStatus', 'screenShareStatus', () => [1]],
-  [
-    'NotifyContentReceiveStatus',
-    'contentReceive',
-    (n) => [true, text(n)],
-    ({ presenterGuid }) => numberOf(presenterGuid),
-  ],
-  ['NotifyCallDisconnect', 'callDisconnect', (n) => [n, text(n), 0], ({ callId }) => callId],
-  ['NotifyMediaMuteState', 'mediaMuteState', () => [1, true]],
-  ['NotifyMicLevel', 'micLevel', (n) => [n], ({ level }) => level],
-  ['NotifyRtpMediaState', 'noRtpMedia', () => [1, false]],
-  ['NotifyDeviceChange', 'deviceChange', (n) => [text(n), 1], ({ id }) => numberOf(id)],
-  [
-    'NotifyEvent',
-    'eventNotify',
-    (n) => [text(n), text(n)],
-    ({ eventName, eventBody }) => (eventName === eventBody ? numberOf(eventBody) : NaN),
-  ],
-  ['NotifyUpdateVOQualityIndex', 'vspUpdateVOQI', (n) => [n], ({ VSPVOQI }) => VSPVOQI],
-].map(([notification, event, args, numberIn]) => ({ notification, event, args, numberIn }));
+// What a thread sends again and again.
+const TURNS = 25;
+const LENGTH = TURNS * NOTIFICATIONS.length;
 
-// What a thread sends again and again: item i carries the number thread * LENGTH + i.
-const LENGTH = 25 * NOTIFICATIONS.length;
-const kindOf = (sequence) => NOTIFICATIONS[sequence % NOTIFICATIONS.length];
+const keyOf = (event, payload) => `${event} ${JSON.stringify(payload)}`;
 
-// Checks each event against the one that the thread sent before.
+// Event i of a thread: { notification, args, key }, and its `number` if it has one.
+function itemOf(thread, i) {
+  const turn = Math.floor(i / NOTIFICATIONS.length);
+  const { notification, event, args, payload, isNumbered } =
+    NOTIFICATIONS[i % NOTIFICATIONS.length];
+  const number = thread * LENGTH + i;
+  const shown = isNumbered ? number : thread + turn;
+  const key = keyOf(event, payload(shown));
+  return { notification, args: args(shown), key, number: isNumbered ? number : undefined };
+}
+
+const ITEMS = Array.from({ length: THREADS }, (_, thread) =>
+  Array.from({ length: LENGTH }, (_unused, i) => itemOf(thread, i)),
+);
+
+// Checks each event against what its thread has sent before. One without a number may be of any
+// thread that is to send such a one next; whose it was shows at that thread's next number.
 class Ledger {
-  counts = new Map(NOTIFICATIONS.map(({ event }) => [event, 0]));
-  #numberIn = new Map(NOTIFICATIONS.map(({ event, numberIn }) => [event, numberIn]));
+  #numbers = new Map(ITEMS.flat().map(({ key, number }) => [key, number]));
+  // By thread, the event that is to come next of those with a number.
   #next = Array.from({ length: THREADS }, () => 0);
+  // By key, how many threads are to send such a one, and how many of these have.
+  #awaited = new Map(ITEMS.flat().map(({ key }) => [key, 0]));
+  #arrived = new Map(this.#awaited);
 
   take(event, payload) {
-    this.counts.set(event, this.counts.get(event) + 1);
-    const numberIn = this.#numberIn.get(event);
-    if (!numberIn) return;
-    const number = numberIn(payload);
-    const thread = Math.floor(number / LENGTH);
-    if (number % LENGTH !== this.#next[thread]) {
-      assert.fail(`${event} ${number} instead of ${this.#next[thread]} of thread ${thread}`);
+    const key = keyOf(event, payload);
+    assert.ok(this.#numbers.has(key), `nobody has sent ${key}`);
+    const number = this.#numbers.get(key);
+    if (number === undefined) {
+      this.#add(this.#arrived, key, 1);
+      assert.ok(this.#arrived.get(key) <= this.#awaited.get(key), `${key} is one too many`);
+      return;
     }
-    do this.#next[thread] = (this.#next[thread] + 1) % LENGTH;
-    while (!kindOf(this.#next[thread]).numberIn);
+    const thread = Math.floor(number / LENGTH);
+    const i = number % LENGTH;
+    if (i !== this.#next[thread]) {
+      assert.fail(`${key} instead of ${ITEMS[thread][this.#next[thread]].key}`);
+    }
+    const before = ITEMS[thread].at(i - 1);
+    if (before.number === undefined) this.#settle(before.key);
+    const after = ITEMS[thread][(i + 1) % LENGTH];
+    if (after.number === undefined) this.#add(this.#awaited, after.key, 1);
+    this.#next[thread] = (i + (after.number === undefined ? 2 : 1)) % LENGTH;
+  }
+
+  assertComplete() {
+    assert.deepEqual(new Set(this.#next), new Set([0]));
+    assert.deepEqual(new Set(this.#awaited.values()), new Set([0]));
+  }
+
+  #settle(key) {
+    assert.ok(this.#arrived.get(key) > 0, `${key} is missing`);
+    this.#add(this.#arrived, key, -1);
+    this.#add(this.#awaited, key, -1);
+  }
+
+  #add(counts, key, count) {
+    counts.set(key, counts.get(key) + count);
   }
 }
 
@@ -76,7 +90,6 @@ export async function run(count) {
   }
   const wrapper = construct({ emitter });
   const repeats = Math.ceil(count / PARTS / THREADS / LENGTH);
-  const list = (thread, sequence) => kindOf(sequence).args(thread * LENGTH + (sequence % LENGTH));
 
   let sent = 0;
   const held = await withoutGrowth(async () => {
@@ -84,8 +97,8 @@ export async function run(count) {
       const running = engine.fireManyAsync({
         threads: THREADS,
         count: LENGTH,
-        notification: (_thread, sequence) => kindOf(sequence).notification,
-        args: list,
+        notification: (thread, i) => ITEMS[thread][i].notification,
+        args: (thread, i) => ITEMS[thread][i].args,
       });
       // Now events arrive while the threads go on, now they wait until the threads have ended.
       if (repeat % 2 === 0) await nextTurn();
@@ -93,10 +106,8 @@ export async function run(count) {
     }
     await nextTurn();
     assert.equal(arrived, sent);
+    ledger.assertComplete();
   });
-  for (const [event, times] of ledger.counts) {
-    assert.equal(times, sent / NOTIFICATIONS.length, event);
-  }
   wrapper.destroy();
   engine.reset();
   return { arrived, ...held };

@@ -1,6 +1,7 @@
 // An engine that breaks its promises.
 
 import assert from 'node:assert/strict';
+import { closeSync, fstatSync, openSync, readFileSync, readSync } from 'node:fs';
 
 import {
   collect,
@@ -15,8 +16,14 @@ import { METHODS } from '../../js/fixtures/method_table.mjs';
 const STREAM = { type: 'remote', streamIndex: 3 };
 const FAILURES = [{ throws: 'the engine fails' }, { throwsInt: true }, { returnsNull: true }];
 
-// What the operations of the engine are reached by, besides the methods of their names.
-const CONSTRUCTION = ['CreateTSLMManager', 'RegisterNotifyCallback', 'Initialize'];
+// All that have frame managers: the camera's, whose capture is switched, and that of the arguments.
+const STREAMS = [STREAM, { type: 'local', streamIndex: 0 }, { type: 'content', streamIndex: 0 }];
+
+// Arguments that bring a method to other operations than those of the table do.
+const OTHER_CALLS = [{ name: 'enableCameraCapture', args: [false] }];
+
+// No method gives a frame back: that is done by asking for the next one.
+const OUT_OF_REACH = ['ReleaseFrame'];
 
 let tried = 0;
 let errors = 0;
@@ -41,17 +48,10 @@ function operationsOf(call) {
   return [...new Set(engine.operations())];
 }
 
-// The others answer with nothing anyway.
-const WITH_RESULT = [
-  'CreateTSLMManager',
-  'GetScreenMonitorDetails',
-  'GetMeetingStats',
-  'GetRequiredMeetingAttributes',
-  'GetConfigDataPtr',
-  'GetFrameManager',
-];
 const failuresOf = (operation) =>
-  FAILURES.filter(({ returnsNull }) => !returnsNull || WITH_RESULT.includes(operation));
+  FAILURES.filter(
+    ({ returnsNull }) => !returnsNull || engine.operationsWithResult.includes(operation),
+  );
 
 function failEach(operations, call) {
   for (const operation of operations) {
@@ -65,43 +65,44 @@ function failEach(operations, call) {
   }
 }
 
-async function failMethods() {
+// Answers with the operations that were made to fail.
+function failMethods() {
   const wrapper = construct();
-  engine.setStream(STREAM);
-  const reached = new Set();
-  for (const { name, args } of METHODS.filter((method) => method.name !== 'destroy')) {
+  STREAMS.forEach((stream) => engine.setStream(stream));
+  const failed = new Set();
+  const calls = [...METHODS.filter(({ name }) => name !== 'destroy'), ...OTHER_CALLS];
+  for (const { name, args } of calls) {
     const call = () => {
       // Entering reaches the engine only after leaving.
       if (name === 'enterWidgetMode') wrapper.exitWidgetMode(STREAM);
       return wrapper[name](...args);
     };
     const operations = operationsOf(call);
-    operations.forEach((operation) => reached.add(operation));
+    operations.forEach((operation) => failed.add(operation));
     failEach(operations, call);
   }
   wrapper.exitWidgetMode(STREAM);
-  for (const operation of ['DeInitialize', 'DestroyTSLMManager']) {
+  for (const operation of operationsOf(() => wrapper.destroy())) {
     failEach([operation], () => wrapper.destroy());
-    reached.add(operation);
+    failed.add(operation);
   }
-  wrapper.destroy();
-  return reached.size;
+  return failed;
 }
 
+// Whatever goes wrong in it, there is no wrapper.
 async function failConstruction() {
-  for (const operation of CONSTRUCTION) {
+  const operations = operationsOf(() => construct().destroy());
+  const ofConstruction = operations.slice(0, operations.indexOf('DeInitialize'));
+  for (const operation of ofConstruction) {
     for (const failure of failuresOf(operation)) {
       engine.failOperation(operation, failure);
-      let wrapper;
-      attempt(() => {
-        wrapper = construct();
-      });
+      assert.equal(attempt(construct), true, `${operation} failed unseen`);
       engine.failOperation(operation, null);
-      wrapper?.destroy();
       engine.dropCallback();
       await collect();
     }
   }
+  return ofConstruction;
 }
 
 // Every notification, in values that the interface does not list too.
@@ -122,6 +123,9 @@ function notifyAll(number) {
   engine.fire('NotifyUpdateVOQualityIndex', number);
 }
 
+// The engine holds on to the handler, and to the receiver, of wrappers that are gone.
+const collectWrappers = () => collectUntil(() => engine.live().engines === 0);
+
 // Until its wrapper is destroyed, and then. `levels` are those that arrive.
 async function notifyUntilDestroyed(levels) {
   const emitter = new EventEmitter();
@@ -139,8 +143,7 @@ async function notifyUntilDestroyed(levels) {
 async function notifyLate() {
   const levels = [];
   await notifyUntilDestroyed(levels);
-  // The engine holds on to the handler of a wrapper that is gone.
-  await collectUntil(() => engine.live().engines === 0);
+  await collectWrappers();
   notifyAll(1);
   await nextTurn();
   assert.equal(levels.length, 5);
@@ -190,23 +193,125 @@ async function oddFrames() {
     attempt(() => touch(proxy.getFrame(STREAM, -1)));
     proxy.releaseFrame(STREAM);
   }
-  // The stream's frames after its receiver was removed, and after its segment was.
-  const late = engine.pushFrameAsync(STREAM, { width: 64, height: 36 });
   wrapper.exitWidgetMode(STREAM);
-  late.join();
-  assert.equal(engine.pushFrame(STREAM, { width: 64, height: 36 }), false);
   wrapper.destroy();
 }
 
+// ---- Frames after the receiver was removed
+
+function bytesOf(descriptor) {
+  const bytes = Buffer.alloc(fstatSync(descriptor).size);
+  assert.equal(readSync(descriptor, bytes, 0, bytes.length, 0), bytes.length);
+  return bytes;
+}
+
+// The segments that this process has mapped. They can be read also when they have lost their names
+// and nobody has them mapped any more.
+class Segments {
+  #descriptors;
+  #kept;
+
+  constructor() {
+    const maps = readFileSync('/proc/self/maps', 'latin1');
+    const files = new Set(maps.match(/\/dev\/shm\/SHM\w+$/gm));
+    assert.ok(files.size >= 2); // the table and the stream's
+    this.#descriptors = [...files].map((file) => openSync(file, 'r'));
+  }
+
+  keep() {
+    this.#kept = this.#descriptors.map(bytesOf);
+  }
+
+  // Whether they hold what they held when that was kept.
+  areUntouched() {
+    return this.#descriptors.every(
+      (descriptor, i) => Buffer.compare(bytesOf(descriptor), this.#kept[i]) === 0,
+    );
+  }
+
+  close() {
+    for (const descriptor of this.#descriptors) closeSync(descriptor);
+  }
+}
+
+const LATE_FRAMES = [
+  { width: 64, height: 36, fill: 0xee },
+  { width: 1280, height: 720, fill: 0xee },
+  { empty: true },
+  { nullBuffer: true, width: 64, height: 36 },
+];
+
+// The engine goes on delivering, to a receiver whose stream has left.
+function deliverLate(segments) {
+  for (const frame of LATE_FRAMES) {
+    ++tried;
+    assert.equal(engine.pushFrame(STREAM, frame), true);
+  }
+  assert.ok(segments.areUntouched(), 'a late frame was written');
+}
+
+function enterAndLeave() {
+  const wrapper = construct();
+  wrapper.enterWidgetMode(STREAM);
+  assert.equal(engine.pushFrame(STREAM, { width: 64, height: 36 }), true);
+  const segments = new Segments();
+  wrapper.exitWidgetMode(STREAM);
+  segments.keep();
+  deliverLate(segments);
+  wrapper.destroy();
+  deliverLate(segments);
+  return segments;
+}
+
+// The same while frames are on their way all the time, and the stream in widget mode to the end.
+async function endUnderway() {
+  const wrapper = construct();
+  const pushed = { width: 640, height: 360, recycled: true };
+  engine.startPushing(STREAM, pushed);
+  for (let times = 0; times < 5; ++times) {
+    wrapper.enterWidgetMode(STREAM);
+    assert.equal(engine.pushFrame(STREAM, { width: 64, height: 36 }), true);
+    wrapper.exitWidgetMode(STREAM);
+  }
+  // A delivery that outlasts its stream takes the names of a segment of the same second with it.
+  engine.stopPushing(STREAM);
+  wrapper.enterWidgetMode(STREAM);
+  const segments = new Segments();
+  segments.keep();
+  engine.startPushing(STREAM, pushed);
+  while (segments.areUntouched()) await nextTurn();
+  wrapper.destroy();
+  return segments;
+}
+
+async function deliverAfterRemoval() {
+  engine.setStream(STREAM, { keepsReceiver: true });
+  const left = enterAndLeave();
+  await collectWrappers();
+  deliverLate(left);
+  left.close();
+
+  const collected = await endUnderway();
+  await collectWrappers();
+  engine.stopPushing(STREAM);
+  collected.keep();
+  deliverLate(collected);
+  collected.close();
+  engine.setStream(STREAM);
+}
+
 export async function run(count) {
-  let operations;
+  const failed = new Set();
   for (let round = 0; round < count; ++round) {
-    operations = await failMethods();
-    await failConstruction();
+    for (const operation of failMethods()) failed.add(operation);
+    for (const operation of await failConstruction()) failed.add(operation);
     await notifyLate();
     await oddFrames();
+    await deliverAfterRemoval();
     engine.reset();
     await collect();
   }
-  return { operations: operations + CONSTRUCTION.length, calls: tried, errors };
+  const inReach = engine.failingOperations.filter((name) => !OUT_OF_REACH.includes(name));
+  assert.deepEqual([...failed].sort(), inReach.sort());
+  return { operations: failed.size, calls: tried, errors };
 }

@@ -22,7 +22,7 @@ import {
   fileOfSemaphore,
   frameSegmentsOf,
 } from './support/shared_memory_names.mjs';
-import { stopHolding } from './support/stopped_process.mjs';
+import { stopHolding } from './support/lock_moments.mjs';
 import {
   TIMED_OUT,
   remote,

@@ -2,11 +2,11 @@
 // main segment, or at a random moment.
 
 import assert from 'node:assert/strict';
-import { setImmediate, setTimeout } from 'node:timers/promises';
+import { setTimeout } from 'node:timers/promises';
 
-import { countOf, openSemaphore } from '../../js/support/handmade_segments.mjs';
+import { countOf } from '../../js/support/handmade_segments.mjs';
 import { frameSegmentsOf } from '../../js/support/shared_memory_names.mjs';
-import { stopHolding } from '../../js/support/stopped_process.mjs';
+import { someoneWaitsFor, stopHolding } from '../../js/support/lock_moments.mjs';
 import { inParallel } from '../support/in_parallel.mjs';
 import { remote, startMain, startWidget, TIMED_OUT } from '../support/processes.mjs';
 
@@ -23,12 +23,6 @@ const MARGIN_MS = 500;
 // At once: a dead lock costs five seconds for a call, in which nothing happens.
 const AT_ONCE = 10;
 
-async function waitForWaiter(semName) {
-  const semaphore = openSemaphore(semName);
-  while (semaphore.waiters() === 0) await setImmediate();
-  semaphore.close();
-}
-
 // Calls the proxy: whether that gave the frame that it should, and how often a lock was waited for in
 // vain.
 async function ask(widget, method, stream) {
@@ -41,7 +35,7 @@ async function ask(widget, method, stream) {
 async function killHolding(semName, { main, widget }) {
   await stopHolding(main, semName);
   const answer = ask(widget, 'getFrame', STREAM);
-  await waitForWaiter(semName);
+  await someoneWaitsFor(semName);
   await main.kill();
   return answer;
 }

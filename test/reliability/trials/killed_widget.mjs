@@ -5,6 +5,7 @@ import assert from 'node:assert/strict';
 import { setTimeout } from 'node:timers/promises';
 
 import { openSemaphore, sequenceOf } from '../../js/support/handmade_segments.mjs';
+import { someoneWaitsFor } from '../../js/support/lock_moments.mjs';
 import { frameSegmentsOf } from '../../js/support/shared_memory_names.mjs';
 import { inParallel } from '../support/in_parallel.mjs';
 import { remote, startMain, startWidget, TIMED_OUT } from '../support/processes.mjs';
@@ -18,8 +19,8 @@ const SMALL = { width: 64, height: 36, csrc: 5, fps: 100 };
 const MEETINGS = 8;
 const LONGEST_MS = 20;
 const GOES_ON_FRAMES = 5;
-// Of the kills, those that may take the main segment's lock along, whose meeting then is over.
-const MOST_MEETINGS_LOST = 0.1;
+// How many kills may take the main segment's lock along: few do, unless it is held for too long.
+const mostMainLocksLost = (count) => 2 + count / 10;
 
 const TOLD_AS_WRONG = /timedout|dropped|wrong|failed|No mapped/;
 const LEAVING_FAILED = 'disableSharedMemory: Shared mem lock failed, something is wrong!';
@@ -33,6 +34,7 @@ const total = {
   [OPENING]: 0,
   [HOLDING]: 0,
   "stream's locks lost": 0,
+  'of them met by a frame': 0,
   "main segment's locks lost": 0,
   'frames of the other streams': 0,
 };
@@ -53,12 +55,12 @@ async function startMeeting(after) {
 // Frames arrive at a new widget of the stream, whatever has become of the widget before.
 async function enterAndRead({ main, key }, after) {
   await main.does('enter', STREAM);
-  const lock = openSemaphore(frameSegmentsOf(main).at(-1).sem_name);
+  const lockName = frameSegmentsOf(main).at(-1).sem_name;
   const widget = await startWidget(after, key, LARGE);
   await main.does('startPushing', STREAM, LARGE);
   const { frames, broken } = await widget.does('read', STREAM, 1);
   assert.deepEqual([frames, broken], [1, 0]);
-  return { widget, lock };
+  return { widget, lockName };
 }
 
 async function leave({ main }) {
@@ -79,10 +81,11 @@ const kills = {
     await atRandom({ random });
     await widget.kill();
   },
-  // The engine's thread waits for the dead lock, and the other stream goes on meanwhile.
-  async [HOLDING]({ widget, lock, meeting: { main, bystander, told } }) {
+  // The engine's thread waits for the lock across the kill, and the other stream goes on meanwhile.
+  async [HOLDING]({ widget, lockName, meeting: { main, bystander, told } }) {
     const { isFrame } = await widget.does('call', 'getFrame', STREAM);
-    assert.deepEqual({ isFrame, count: lock.count() }, { isFrame: true, count: 0 });
+    assert.ok(isFrame);
+    await someoneWaitsFor(lockName);
     await widget.kill();
     await bystander.does('read', OTHER, GOES_ON_FRAMES);
     assert.equal(main.count(TIMED_OUT), told.filter((line) => line === TIMED_OUT).length);
@@ -94,28 +97,29 @@ const WAYS = [READING, HOLDING, OPENING, HOLDING];
 // not of the process: then the meeting is over.
 async function killOne(way, meeting, { after, random }) {
   const { main, told } = meeting;
-  const { widget, lock } = await enterAndRead(meeting, after);
-  await kills[way]({ widget, lock, meeting, random });
+  const { widget, lockName } = await enterAndRead(meeting, after);
+  const lock = openSemaphore(lockName);
+  await kills[way]({ widget, lockName, meeting, random });
   await leave(meeting);
   // Nobody uses this lock any more: only the dead can hold it.
   const isStreamLost = lock.count() === 0;
   lock.close();
   meeting.isOver = main.count(LEAVING_FAILED) > 0;
-  ++total[way];
-  if (isStreamLost) {
-    ++total["stream's locks lost"];
-    told.push(TIMED_OUT);
-  }
-  if (meeting.isOver) {
-    ++total["main segment's locks lost"];
-    told.push(TIMED_OUT, LEAVING_FAILED);
-  }
-  // The main process has waited for the locks that were lost, and for no other.
-  assert.deepEqual(
-    main.lines.filter((line) => TOLD_AS_WRONG.test(line)),
-    told,
-  );
   if (way === HOLDING) assert.deepEqual([isStreamLost, meeting.isOver], [true, false]);
+
+  // The main process has waited for the locks that were lost, and for no other. At a random moment
+  // the stream may be left before its next frame asks for the lock.
+  const news = main.lines.filter((line) => TOLD_AS_WRONG.test(line)).slice(told.length);
+  const expected = meeting.isOver ? [TIMED_OUT, LEAVING_FAILED] : [];
+  const isMet = isStreamLost && (way === HOLDING || news.length > expected.length);
+  if (isMet) expected.unshift(TIMED_OUT);
+  assert.deepEqual(news, expected);
+  told.push(...news);
+
+  ++total[way];
+  if (isStreamLost) ++total["stream's locks lost"];
+  if (isMet) ++total['of them met by a frame'];
+  if (meeting.isOver) ++total["main segment's locks lost"];
 }
 
 // The other stream has lost nothing: each of its frames was stored, and whoever can still read sees
@@ -150,8 +154,7 @@ export async function run(count, { after, random }) {
       await endMeeting(meeting);
       meeting = await startMeeting(after);
     }
-    const { widget, lock } = await enterAndRead(meeting, after);
-    lock.close();
+    const { widget } = await enterAndRead(meeting, after);
     await leave(meeting);
     await widget.ends();
     await endMeeting(meeting);
@@ -164,6 +167,6 @@ export async function run(count, { after, random }) {
     ),
     MEETINGS,
   );
-  assert.ok(total["main segment's locks lost"] <= Math.ceil(count * MOST_MEETINGS_LOST));
+  assert.ok(total["main segment's locks lost"] <= mostMainLocksLost(count));
   return total;
 }

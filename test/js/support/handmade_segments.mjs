@@ -58,7 +58,8 @@ function readAt(fd, length, position) {
   return bytes;
 }
 
-// A semaphore that stays open when its name goes.
+// A semaphore that stays open when its name goes. Who was killed while waiting counts for ever as a
+// waiter.
 export function openSemaphore(semName) {
   const fd = openSync(fileOfSemaphore(semName));
   return {

@@ -1,9 +1,9 @@
-// Moments at which a commanded process holds a lock between processes, or waits for it.
+// Moments at which a commanded process holds a lock between processes.
 
 import { readFileSync, readdirSync } from 'node:fs';
 import { setImmediate } from 'node:timers/promises';
 
-import { countOf, openSemaphore } from './handmade_segments.mjs';
+import { countOf } from './handmade_segments.mjs';
 
 // Whether all threads of a process have been stopped by a signal.
 const hasStopped = ({ pid }) =>
@@ -20,11 +20,4 @@ export async function stopHolding(commanded, semName) {
     if (countOf(semName) === 0) return;
     commanded.signal('SIGCONT');
   }
-}
-
-// Until somebody waits for this lock. Who was killed while waiting counts for ever.
-export async function someoneWaitsFor(semName) {
-  const semaphore = openSemaphore(semName);
-  while (semaphore.waiters() === 0) await setImmediate();
-  semaphore.close();
 }

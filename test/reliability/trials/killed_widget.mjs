@@ -2,10 +2,9 @@
 // stream, and of another one, go on arriving.
 
 import assert from 'node:assert/strict';
-import { setTimeout } from 'node:timers/promises';
+import { setImmediate, setTimeout } from 'node:timers/promises';
 
 import { openSemaphore, sequenceOf } from '../../js/support/handmade_segments.mjs';
-import { someoneWaitsFor } from '../../js/support/lock_moments.mjs';
 import { frameSegmentsOf } from '../../js/support/shared_memory_names.mjs';
 import { inParallel } from '../support/in_parallel.mjs';
 import { remote, startMain, startWidget, TIMED_OUT } from '../support/processes.mjs';
@@ -55,12 +54,12 @@ async function startMeeting(after) {
 // Frames arrive at a new widget of the stream, whatever has become of the widget before.
 async function enterAndRead({ main, key }, after) {
   await main.does('enter', STREAM);
-  const lockName = frameSegmentsOf(main).at(-1).sem_name;
+  const segment = frameSegmentsOf(main).at(-1);
   const widget = await startWidget(after, key, LARGE);
   await main.does('startPushing', STREAM, LARGE);
-  const { frames, broken } = await widget.does('read', STREAM, 1);
-  assert.deepEqual([frames, broken], [1, 0]);
-  return { widget, lockName };
+  const { frames } = await widget.does('read', STREAM, 1);
+  assert.equal(frames, 1);
+  return { widget, segment };
 }
 
 async function leave({ main }) {
@@ -82,10 +81,14 @@ const kills = {
     await widget.kill();
   },
   // The engine's thread waits for the lock across the kill, and the other stream goes on meanwhile.
-  async [HOLDING]({ widget, lockName, meeting: { main, bystander, told } }) {
+  async [HOLDING]({ widget, segment, lock, meeting: { main, bystander, told } }) {
     const { isFrame } = await widget.does('call', 'getFrame', STREAM);
     assert.ok(isFrame);
-    await someoneWaitsFor(lockName);
+    const stored = sequenceOf(segment.shm_name);
+    while (lock.waiters() === 0) {
+      assert.equal(sequenceOf(segment.shm_name), stored, 'stored without the lock');
+      await setImmediate();
+    }
     await widget.kill();
     await bystander.does('read', OTHER, GOES_ON_FRAMES);
     assert.equal(main.count(TIMED_OUT), told.filter((line) => line === TIMED_OUT).length);
@@ -97,9 +100,9 @@ const WAYS = [READING, HOLDING, OPENING, HOLDING];
 // not of the process: then the meeting is over.
 async function killOne(way, meeting, { after, random }) {
   const { main, told } = meeting;
-  const { widget, lockName } = await enterAndRead(meeting, after);
-  const lock = openSemaphore(lockName);
-  await kills[way]({ widget, lockName, meeting, random });
+  const { widget, segment } = await enterAndRead(meeting, after);
+  const lock = openSemaphore(segment.sem_name);
+  await kills[way]({ widget, segment, lock, meeting, random });
   await leave(meeting);
   // Nobody uses this lock any more: only the dead can hold it.
   const isStreamLost = lock.count() === 0;

@@ -149,9 +149,9 @@ async function endMeeting({ main, bystander, otherSegment, mainLock, told, isOve
 }
 
 export async function run(count, { after, random }) {
-  const killSome = async (first, kills) => {
+  const killSome = async (first, times) => {
     let meeting = await startMeeting(after);
-    for (let kill = first; kill < first + kills; ++kill) {
+    for (let kill = first; kill < first + times; ++kill) {
       await killOne(WAYS[kill % WAYS.length], meeting, { after, random });
       if (!meeting.isOver) continue;
       await endMeeting(meeting);

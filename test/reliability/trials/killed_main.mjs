@@ -33,7 +33,7 @@ async function someoneWaitsFor(semName) {
 // vain.
 async function ask(widget, method, stream) {
   const before = widget.count(TIMED_OUT);
-  const { isFrame } = await widget.does('call', method, stream);
+  const isFrame = await widget.does('isFrame', method, stream);
   return { isFrame, gaveUp: widget.count(TIMED_OUT) - before };
 }
 
@@ -110,13 +110,13 @@ export async function run(count, { after, random, judgesTimes }) {
     let lost = countOf(streamLock) === 0 ? 'stream' : 'none';
     if (countOf(mainLock) === 0) lost = 'main';
     const last = await ask(widget, 'getLastFrame', STREAM);
-    await widget.does('call', 'removeVideo', STREAM);
+    await ask(widget, 'removeVideo', STREAM);
     await widget.does('open', key);
     const unread = await ask(widget, 'getFrame', UNREAD);
     assert.deepEqual({ first, release, last, unread }, EXPECTED[lost]);
     assert.ok(LOST[way].includes(lost), `${lost} ${way}`);
 
-    const seen = await widget.does('stopReading');
+    const seen = await widget.does('seen');
     assert.deepEqual([seen.broken, seen.outOfOrder], [0, 0]);
     await widget.ends();
     total.calls += seen.calls;

@@ -97,7 +97,10 @@ export async function run(count, { after, random, judgesTimes }) {
     const widget = await startWidget(after, key, FRAME);
     for (const stream of [STREAM, UNREAD]) {
       await main.does('enter', stream);
-      await main.does('push', stream, { ...FRAME, number: 0 });
+      // Of a stream's very first frame getLastFrame tells nothing.
+      for (let frame = 0; frame < 2; ++frame) {
+        await main.does('push', stream, { ...FRAME, number: 0 });
+      }
     }
     const streamLock = frameSegmentsOf(main)[0].sem_name;
     const mainLock = key.sem_name;

@@ -18,7 +18,7 @@ const RATES = [0, 500, 30]; // 0: as fast as the widget's lock lets it
 const LONGEST_MS = 30;
 // A call waits for one dead lock at most: who does not get that of the main segment asks no further.
 const LOCK_LIMIT_MS = 5000;
-const MARGIN_MS = 500;
+const MARGIN_MS = 1000;
 
 // At once: a dead lock costs five seconds for a call, in which nothing happens.
 const AT_ONCE = 16;

@@ -2,15 +2,13 @@
 // room, or what lies in shared memory is not what it should be.
 
 import assert from 'node:assert/strict';
-import { existsSync, mkdirSync, readFileSync, readdirSync, rmSync, truncateSync } from 'node:fs';
+import { existsSync, mkdirSync, rmSync, truncateSync } from 'node:fs';
 import { describe, test } from 'node:test';
-import { setImmediate } from 'node:timers/promises';
 
 import { remotePattern } from './fixtures/described_frames.mjs';
 import {
   FRAME_SEGMENT_SIZE,
   MAIN_SEGMENT_SIZE,
-  countOf,
   list,
   makeSegment,
   setCount,
@@ -18,7 +16,13 @@ import {
   writeToSegment,
 } from './support/handmade_segments.mjs';
 import { limitedSharedMemory } from './support/limited_shared_memory.mjs';
-import { filesNamedIn, fileOfSegment, fileOfSemaphore } from './support/shared_memory_names.mjs';
+import {
+  filesNamedIn,
+  fileOfSegment,
+  fileOfSemaphore,
+  frameSegmentsOf,
+} from './support/shared_memory_names.mjs';
+import { stopHolding } from './support/lock_moments.mjs';
 import {
   TIMED_OUT,
   remote,
@@ -34,15 +38,6 @@ const UPDATE_MISSING = { noUpdate: true, csrc: 0 };
 
 const frame = (number) => ({ ...SMALL, number });
 const patternOf = ({ streamIndex }, number) => remotePattern(streamIndex, frame(number));
-
-// The pairs of names of the frame segments that a main process has made.
-function frameSegmentsOf({ lines }) {
-  return lines.flatMap((line) => {
-    const [, shm, sem] =
-      line.match(/^enableSharedMemory: .*SHMname:(\/\w+), SEMname:(\/\w+)$/) ?? [];
-    return shm ? [{ shm_name: shm, sem_name: sem }] : [];
-  });
-}
 
 // Most of these wait for the five seconds of a lock, and may do so together.
 describe('when something goes wrong', { concurrency: 6 }, () => {
@@ -141,22 +136,6 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     await widget.ends();
     assert.deepEqual(files.map(existsSync), [false, false, false, false]);
   });
-
-  // Whether all threads of a process have been stopped by a signal.
-  const hasStopped = ({ pid }) =>
-    readdirSync(`/proc/${pid}/task`).every((thread) =>
-      / T /.test(readFileSync(`/proc/${pid}/task/${thread}/stat`, 'latin1').replace(/\(.*\)/, '')),
-    );
-
-  // Stops a process at a moment at which it holds this lock.
-  async function stopHolding(main, semName) {
-    for (;;) {
-      main.signal('SIGSTOP');
-      while (!hasStopped(main)) await setImmediate();
-      if (countOf(semName) === 0) return;
-      main.signal('SIGCONT');
-    }
-  }
 
   test('when the main process is killed while it writes, reading gives up after five seconds', async (t) => {
     const { main, key } = await startMain(t);

@@ -11,7 +11,8 @@ export const FRAME_SEGMENT_SIZE = 2_073_640;
 const ENTRY_SIZE = 511;
 const NAME_SIZE = 255;
 const FIRST_REMOTE_ENTRY = 2;
-const SEMAPHORE_SIZE = 32; // of the C library's sem_t; its count comes first, in 32 bits
+// Of the C library's sem_t, which begins with its count and how many wait for it, in 32 bits each.
+const SEMAPHORE_SIZE = 32;
 
 // Characters as the addon's own names have them, so that removeLeftovers() finds these too.
 function freshNames() {
@@ -51,15 +52,30 @@ export const writeToSegment = (shmName, bytes, position) =>
 export const setCount = (semName, count) =>
   overwrite(fileOfSemaphore(semName), semaphoreBytes(count).subarray(0, 4), 0);
 
-export function countOf(semName) {
-  const bytes = Buffer.alloc(4);
+function readAt(fd, length, position) {
+  const bytes = Buffer.alloc(length);
+  readSync(fd, bytes, 0, length, position);
+  return bytes;
+}
+
+// A semaphore that stays open when its name goes. Who was killed while waiting counts for ever as a
+// waiter.
+export function openSemaphore(semName) {
   const fd = openSync(fileOfSemaphore(semName));
+  return {
+    count: () => readAt(fd, 4, 0).readUInt32LE(),
+    waiters: () => readAt(fd, 4, 4).readUInt32LE(),
+    close: () => closeSync(fd),
+  };
+}
+
+export function countOf(semName) {
+  const semaphore = openSemaphore(semName);
   try {
-    readSync(fd, bytes, 0, 4, 0);
+    return semaphore.count();
   } finally {
-    closeSync(fd);
+    semaphore.close();
   }
-  return bytes.readUInt32LE();
 }
 
 // Lists a remote stream in a main segment. The names are strings, or Buffers for the whole field.
@@ -82,4 +98,14 @@ export function writeHeader(shmName, { width, height, sequence = 1n, clearFrame 
   header.writeUInt32LE(width, 20);
   header.writeUInt32LE(height, 24);
   writeToSegment(shmName, header, 0);
+}
+
+// How many frames had been stored in a frame segment before the one that it holds.
+export function sequenceOf(shmName) {
+  const fd = openSync(fileOfSegment(shmName));
+  try {
+    return Number(readAt(fd, 8, 8).readBigUInt64LE());
+  } finally {
+    closeSync(fd);
+  }
 }

@@ -21,6 +21,15 @@ export function filesNamedIn(lines) {
   });
 }
 
+// The pairs of names of the frame segments that a main process has made, in their order.
+export function frameSegmentsOf({ lines }) {
+  return lines.flatMap((line) => {
+    const [, shm, sem] =
+      line.match(/^enableSharedMemory: .*SHMname:(\/\w+), SEMname:(\/\w+)$/) ?? [];
+    return shm ? [{ shm_name: shm, sem_name: sem }] : [];
+  });
+}
+
 // The inodes of what any process has mapped out of /dev/shm. By its path a semaphore would not be
 // found with its creator, who mapped it under another name before it was given its own.
 function inodesInUse() {

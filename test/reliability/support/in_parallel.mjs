@@ -1,11 +1,19 @@
-// Runs the jobs, functions, two at a time: processes of their own leave room for each other.
+// Runs the jobs, functions, two at a time: processes of their own leave room for each other. Starts
+// no further one when one has failed.
 
 const AT_ONCE = 2;
 
 export async function inParallel(jobs, atOnce = AT_ONCE) {
   const left = [...jobs];
   const work = async () => {
-    for (let job = left.shift(); job; job = left.shift()) await job();
+    for (let job = left.shift(); job; job = left.shift()) {
+      try {
+        await job();
+      } catch (error) {
+        left.length = 0;
+        throw error;
+      }
+    }
   };
   await Promise.all(Array.from({ length: atOnce }, work));
 }

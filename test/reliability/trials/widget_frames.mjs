@@ -9,14 +9,22 @@ const PUSHED = { width: 1280, height: 720, csrc: 5, fps: 500 };
 
 export async function run(count, { after }) {
   const { main, key } = await startMain(after);
-  const widget = await startWidget(after, key);
+  const widget = await startWidget(after, key, PUSHED);
   await main.does('enter', STREAM);
   await main.does('startPushing', STREAM, PUSHED);
-  const { frames, broken, outOfOrder, newest } = await widget.does('read', STREAM, count);
+  const seen = await widget.does('read', STREAM, count);
   const written = await main.does('stopPushing', STREAM);
-  assert.deepEqual({ broken, outOfOrder }, { broken: 0, outOfOrder: 0 });
+  const { frames, missing, broken, outOfOrder, newest } = seen;
+  assert.deepEqual({ missing, broken, outOfOrder }, { missing: 0, broken: 0, outOfOrder: 0 });
   assert.ok(newest < written);
   await widget.ends();
   await main.ends();
-  return { 'frames read': frames, 'frames written': written, broken, 'out of order': outOfOrder };
+  return {
+    'frames read': frames,
+    // Each reading is two calls, and compares the whole frame, also one that was read before.
+    'readings compared': seen.calls / 2,
+    'frames written': written,
+    broken,
+    'out of order': outOfOrder,
+  };
 }

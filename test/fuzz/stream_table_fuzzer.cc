@@ -73,6 +73,7 @@ struct Fixture {
         break;
       case 1:
         list(number, tooShort);
+        fuzz::require(!read(key));
         break;
       case 2:
         list(number, whole);

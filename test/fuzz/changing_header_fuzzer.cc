@@ -6,50 +6,49 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <stop_token>
 #include <thread>
 
-#include "base/mutex.h"
 #include "test/fuzz/frame_reader.h"
 
 namespace {
 
-struct Size {
+struct alignas(8) Size {
   std::uint32_t width = 0;
   std::uint32_t height = 0;
 };
-using Sizes = std::array<Size, 2>;
+static_assert(std::atomic<Size>::is_always_lock_free);
 
 constexpr int kReadsOfEachInput = 50;
 
-// Goes on writing one size and the other into a header, for as long as it lives.
+// Goes on writing one size and the other into a header, for as long as it lives. It waits for
+// nobody and nobody waits for it.
 class RestlessWriter {
  public:
   explicit RestlessWriter(SharedFrameHeader& header) : header_(header) {}
 
-  void alternate(const Sizes& sizes) EXCLUDES(mutex_) {
-    const base::MutexLock lock(mutex_);
-    sizes_ = sizes;
+  void alternate(Size one, Size other) {
+    sizes_[0] = one;
+    sizes_[1] = other;
   }
 
  private:
-  void write() EXCLUDES(mutex_) {
-    const base::MutexLock lock(mutex_);
-    for (const Size& size : sizes_) {
-      static_cast<volatile std::uint32_t&>(header_.width) = size.width;
-      static_cast<volatile std::uint32_t&>(header_.height) = size.height;
-    }
+  void write(Size size) {
+    static_cast<volatile std::uint32_t&>(header_.width) = size.width;
+    static_cast<volatile std::uint32_t&>(header_.height) = size.height;
   }
 
   SharedFrameHeader& header_;
-  base::Mutex mutex_;
-  Sizes sizes_ GUARDED_BY(mutex_);
+  std::array<std::atomic<Size>, 2> sizes_ = {};
   // The last member, so that it ends first.
   std::jthread thread_{[this](const std::stop_token& stop) {
-    while (!stop.stop_requested()) write();
+    while (!stop.stop_requested()) {
+      for (const auto& size : sizes_) write(size);
+    }
   }};
 };
 
@@ -62,9 +61,9 @@ struct Fixture {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static Fixture fixture;
-  Sizes sizes;
+  std::array<Size, 2> sizes;
   std::memcpy(&sizes, data, std::min(size, sizeof sizes));
-  fixture.writer.alternate(sizes);
+  fixture.writer.alternate(sizes[0], sizes[1]);
   for (int i = 0; i < kReadsOfEachInput; ++i) fixture.reader.read();
   return 0;
 }

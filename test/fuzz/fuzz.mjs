@@ -13,7 +13,7 @@ export const FUZZERS = [
 ];
 
 // Far above what any run takes beyond the time that it is given: it ends what would never end.
-const GRACE_SECONDS = 300;
+const GRACE_SECONDS = 500;
 
 // Tries `runs` inputs, or as many as `seconds` allow, or only those in `files`, and answers with how
 // the fuzzer ended: { status, signal, stderr }.

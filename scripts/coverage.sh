@@ -1,14 +1,19 @@
 #!/usr/bin/env bash
 # scripts/coverage.sh [DIRECTORY...]
 #
-# Runs all tests and prints which lines and branches of the directories they reach: of sharedmem,
-# frames and events unless others are named. build/coverage/report shows every line.
+# Runs all tests and prints which lines and branches of the directories they reach, and which they do
+# not: of sharedmem, frames and events unless others are named. Fails when the tests fail and, unless
+# others are named, when too little is reached. build/coverage/report shows every line.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 directories=("$@")
-((${#directories[@]})) || directories=(sharedmem frames events)
+goals=()
+if ((${#directories[@]} == 0)); then
+  directories=(sharedmem frames events)
+  goals=(--fail-under-line 99 --fail-under-branch 95)
+fi
 
 scripts/setup.sh coverage
 find build/coverage -name '*.gcda' -delete
@@ -26,4 +31,7 @@ gcovr --exclude-throw-branches --exclude-unreachable-branches "${filters[@]}" \
   --json build/coverage/coverage.json --html-details build/coverage/report/index.html build/coverage
 report() { gcovr --add-tracefile build/coverage/coverage.json "$@"; }
 report --txt
-report --txt --branches --print-summary
+reached=0
+report --txt --branches --print-summary "${goals[@]}" || reached=$?
+node scripts/unreached_code.mjs build/coverage/coverage.json
+exit "$reached"

@@ -152,7 +152,7 @@ build() {
   local targets=()
   case $purpose in
     start | install) targets=(--target tesselWrapper) ;;
-    fuzz) targets=(--target frame_segment_fuzzer stream_table_fuzzer) ;;
+    fuzz) targets=(--target fuzzers) ;;
   esac
   logged cmake --build --preset "$preset" "${targets[@]}"
 }

@@ -15,6 +15,7 @@
 #include <string>
 
 #include "sharedmem/shared_memory_info.h"
+#include "test/native/support/shared_names.h"
 
 namespace fuzz {
 
@@ -23,13 +24,19 @@ inline void require(bool holds) {
   if (!holds) std::abort();
 }
 
+// The first call removes what runs that were killed have left behind.
+inline const test::TestNames& ownNames() {
+  static const test::TestNames names;
+  return names;
+}
+
 // An object of `size` zero bytes and a free semaphore, for as long as it lives. Whoever opens the
 // pair removes the names when it goes; makeNamesAgain() brings them back.
 class RawSegment {
  public:
   RawSegment(const std::string& suffix, std::uint32_t size)
-      : info_{.shmName = "/tessel_fuzz_" + std::to_string(getpid()) + suffix,
-              .semName = "/tessel_fuzz_" + std::to_string(getpid()) + suffix,
+      : info_{.shmName = ownNames().shm() + suffix,
+              .semName = ownNames().sem() + suffix,
               .size = size} {
     makeNamesAgain();
   }
@@ -59,9 +66,11 @@ class RawSegment {
     sem_close(semaphore);
   }
 
-  // Puts at most `space` bytes of an input at an offset.
+  // Fills `space` bytes at an offset: with an input, and zeros where it is shorter. Nothing of the
+  // input before it is left, so that an input alone repeats what it did.
   void put(std::size_t offset, const std::uint8_t* data, std::size_t size, std::size_t space) {
-    std::copy_n(data, std::min(size, space), bytes_ + offset);
+    std::uint8_t* const end = std::copy_n(data, std::min(size, space), bytes_ + offset);
+    std::fill(end, bytes_ + offset + space, std::uint8_t{0});
   }
 
  private:

@@ -2,33 +2,48 @@
 // where clang's fuzzers are built: beside the release build.
 
 import assert from 'node:assert/strict';
-import { spawnSync } from 'node:child_process';
-import { mkdtempSync, rmSync } from 'node:fs';
+import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { test } from 'node:test';
 
-const RUNS = 100_000;
+import { FUZZERS, fuzz } from './fuzz.mjs';
 
-const FUZZERS = [
-  ['frame_segment_fuzzer', 'no header of a frame segment leads a reader beyond the segment'],
-  ['stream_table_fuzzer', 'no table of the main segment harms the widget that reads it'],
-];
+const RUNS = 100_000;
 
 for (const [fuzzer, statement] of FUZZERS) {
   test(`${statement} (${RUNS} inputs)`, () => {
-    const artifacts = mkdtempSync(path.join(tmpdir(), 'tessel_fuzz_'));
+    const { status, signal, stderr } = fuzz(fuzzer, { runs: RUNS });
+    assert.deepEqual({ status, signal }, { status: 0, signal: null }, stderr);
+    assert.match(stderr, new RegExp(`Done ${RUNS} runs`));
+  });
+}
+
+const BUGS = [
+  ['a', 'a read beyond the end', /AddressSanitizer: heap-buffer-overflow/],
+  ['u', 'an integer that overflows', /runtime error: signed integer overflow/],
+  ['r', 'a requirement that does not hold', /libFuzzer: deadly signal/],
+];
+
+for (const [letter, bug, report] of BUGS) {
+  test(`the fuzzers report ${bug}`, () => {
+    const folder = mkdtempSync(path.join(tmpdir(), 'tessel_canary_'));
     try {
-      const { status, signal, stderr } = spawnSync(
-        path.resolve('build/fuzz/test/fuzz', fuzzer),
-        // The lines that the code under test prints on standard output are left out.
-        [`-runs=${RUNS}`, '-close_fd_mask=1', `-artifact_prefix=${artifacts}/`],
-        { encoding: 'utf8' },
-      );
-      assert.deepEqual({ status, signal }, { status: 0, signal: null }, stderr);
-      assert.match(stderr, new RegExp(`Done ${RUNS} runs`));
+      const input = path.join(folder, 'input');
+      writeFileSync(input, `bug${letter}`);
+      const { status, stderr } = fuzz('canary_fuzzer', { files: [input] });
+      assert.match(stderr, report);
+      assert.match(stderr, /canary_fuzzer\.cc:\d+/);
+      assert.notEqual(status, 0);
     } finally {
-      rmSync(artifacts, { recursive: true });
+      rmSync(folder, { recursive: true });
     }
   });
 }
+
+test('the fuzzers find their way to an input that chance alone would not have hit upon', () => {
+  // About one in a billion.
+  const { status, stderr } = fuzz('canary_fuzzer', { runs: 10_000_000, seed: 1 });
+  assert.match(stderr, /Test unit written to/);
+  assert.notEqual(status, 0);
+});

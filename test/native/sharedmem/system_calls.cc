@@ -8,6 +8,9 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <utility>
+
+#include "test/native/support/shared_names.h"
 
 namespace test {
 
@@ -27,18 +30,28 @@ bool fails(const char* name) {
   return error.has_value();
 }
 
+// The result of a call that gives something back to the system: of `call`, unless it is to fail.
+template <typename Call>
+int release(const char* name, Call call) {
+  if (!fails(name)) return call();
+  test::systemCalls().makeUp = std::move(call);
+  return -1;
+}
+
 }  // namespace
 
 extern "C" {
 
 int __real_shm_open(const char* name, int flags, mode_t mode);
 int __wrap_shm_open(const char* name, int flags, mode_t mode) {
+  if ((flags & O_CREAT) != 0) test::systemCalls().created.insert(test::objectPath(name));
   return fails("shm_open") ? -1 : __real_shm_open(name, flags, mode);
 }
 
 int __real_shm_unlink(const char* name);
 int __wrap_shm_unlink(const char* name) {
-  return fails("shm_unlink") ? -1 : __real_shm_unlink(name);
+  return release("shm_unlink",
+                 [name = std::string(name)] { return __real_shm_unlink(name.c_str()); });
 }
 
 int __real_ftruncate(int fd, off_t size);
@@ -56,8 +69,15 @@ int __wrap_fstat(int fd, struct stat* status) {
   return fails("fstat") ? -1 : __real_fstat(fd, status);
 }
 
+int __real_stat(const char* path, struct stat* status);
+int __wrap_stat(const char* path, struct stat* status) {
+  return fails("stat") ? -1 : __real_stat(path, status);
+}
+
 int __real_close(int fd);
-int __wrap_close(int fd) { return fails("close") ? -1 : __real_close(fd); }
+int __wrap_close(int fd) {
+  return release("close", [fd] { return __real_close(fd); });
+}
 
 void* __real_mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset);
 void* __wrap_mmap(void* address, size_t size, int protection, int flags, int fd, off_t offset) {
@@ -67,7 +87,7 @@ void* __wrap_mmap(void* address, size_t size, int protection, int flags, int fd,
 
 int __real_munmap(void* address, size_t size);
 int __wrap_munmap(void* address, size_t size) {
-  return fails("munmap") ? -1 : __real_munmap(address, size);
+  return release("munmap", [=] { return __real_munmap(address, size); });
 }
 
 sem_t* __real_sem_open(const char* name, int flags, ...);
@@ -77,17 +97,19 @@ sem_t* __wrap_sem_open(const char* name, int flags, ...) {
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
   const unsigned int count = (flags & O_CREAT) != 0 ? va_arg(arguments, unsigned int) : 0;
   va_end(arguments);
+  if ((flags & O_CREAT) != 0) test::systemCalls().created.insert(test::semaphorePath(name));
   return fails("sem_open") ? SEM_FAILED : __real_sem_open(name, flags, mode, count);
 }
 
 int __real_sem_close(sem_t* semaphore);
 int __wrap_sem_close(sem_t* semaphore) {
-  return fails("sem_close") ? -1 : __real_sem_close(semaphore);
+  return release("sem_close", [semaphore] { return __real_sem_close(semaphore); });
 }
 
 int __real_sem_unlink(const char* name);
 int __wrap_sem_unlink(const char* name) {
-  return fails("sem_unlink") ? -1 : __real_sem_unlink(name);
+  return release("sem_unlink",
+                 [name = std::string(name)] { return __real_sem_unlink(name.c_str()); });
 }
 
 int __real_sem_post(sem_t* semaphore);
@@ -98,7 +120,11 @@ int __wrap_sem_post(sem_t* semaphore) {
 int __real_sem_timedwait(sem_t* semaphore, const timespec* deadline);
 int __wrap_sem_timedwait(sem_t* semaphore, const timespec* deadline) {
   test::systemCalls().deadlines.push_back(*deadline);
-  return fails("sem_timedwait") ? -1 : __real_sem_timedwait(semaphore, deadline);
+  if (fails("sem_timedwait")) return -1;
+  if (test::systemCalls().waits) return __real_sem_timedwait(semaphore, deadline);
+  if (sem_trywait(semaphore) == 0) return 0;
+  errno = ETIMEDOUT;
+  return -1;
 }
 
 int __real_clock_gettime(clockid_t clock, timespec* now);

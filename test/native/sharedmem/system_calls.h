@@ -1,5 +1,6 @@
 // The system calls below the shared memory classes, in the hands of a test: it can make the next
-// one of a kind fail, and sees which were made. Calls that nobody prepared reach the system.
+// one of a kind fail, or the nth of all, and sees which were made. Calls that nobody prepared reach
+// the system.
 //
 // A program that uses it is linked with --wrap for each of the calls in system_calls.cc.
 
@@ -7,49 +8,54 @@
 #define TEST_NATIVE_SHAREDMEM_SYSTEM_CALLS_H_
 
 #include <algorithm>
+#include <cstddef>
 #include <ctime>
+#include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace test {
 
 struct SystemCalls {
-  // Lets `passed` more calls of `name` through and fails the `times` after them with `error`.
-  // mmap with error 0 succeeds at address 0.
-  void fail(const std::string& name, int error, int times = 1, int passed = 0) {
-    failures[name] = {error, times, passed};
-  }
+  // Fails the next `times` calls of `name` with `error`. mmap with error 0 succeeds at address 0.
+  void fail(const std::string& name, int error, int times = 1) { failures[name] = {error, times}; }
+  // Fails the call that comes after `number` others, whichever it is.
+  void failCall(std::size_t number, int error) { chosen = {number, error}; }
 
   // Notes a call, and returns the error that it is to fail with.
   std::optional<int> take(const std::string& name) {
     made.push_back(name);
+    if (chosen && chosen->number == made.size() - 1) return chosen->error;
     const auto found = failures.find(name);
-    if (found == failures.end()) return std::nullopt;
-    Failure& failure = found->second;
-    if (failure.passed > 0) {
-      --failure.passed;
-    } else if (failure.times > 0) {
-      --failure.times;
-      return failure.error;
-    }
-    return std::nullopt;
+    if (found == failures.end() || found->second.times == 0) return std::nullopt;
+    --found->second.times;
+    return found->second.error;
   }
 
   auto countOf(const std::string& name) const { return std::count(made.begin(), made.end(), name); }
 
   std::vector<std::string> made;     // by name, in order
+  std::set<std::string> created;     // the files of the names that were opened to be created
   std::vector<timespec> deadlines;   // that sem_timedwait was called with
+  std::function<void()> makeUp;      // makes the call after all that was last refused a release
   std::optional<timespec> wallTime;  // what clock_gettime answers, if set
   std::optional<time_t> second;      // what time answers, if set
+  bool waits = true;                 // else a semaphore that is taken times out at once
 
   struct Failure {
     int error = 0;
     int times = 0;
-    int passed = 0;
   };
   std::map<std::string, Failure> failures;
+
+  struct ChosenCall {
+    std::size_t number = 0;
+    int error = 0;
+  };
+  std::optional<ChosenCall> chosen;
 };
 
 // The one that the calls consult.

@@ -8,7 +8,10 @@ import { pageFiles } from './page_files.mjs';
 import { PageServer } from './page_server.mjs';
 import { streamNamed } from './stream_names.mjs';
 
-const sessions = new Map(); // the sockets that show a stream, by its name; the newest counts
+const NO_PICTURE = { noUpdate: true };
+
+// { socket, blank() } of the windows that show a stream, by its name; the newest counts.
+const sessions = new Map();
 
 const tell = (message) => process.connected && process.send(message);
 
@@ -17,12 +20,19 @@ function serve(socket, widget) {
   const stopping = new AbortController();
   let name;
   let lane;
+  let isBlank = false; // what the memory holds is not to be shown
+  let isShownBlank = false;
 
+  const blank = (value) => (isBlank = value);
+  const send = (frame) => {
+    if (!lane.isFree || (isBlank && isShownBlank)) return;
+    isShownBlank = isBlank;
+    lane.send(isBlank ? NO_PICTURE : frame);
+  };
   const show = (wanted) => {
     name = wanted;
     lane = new FrameLane(socket, streamNamed(name));
-    sessions.set(name, socket);
-    const send = (frame) => lane.isFree && lane.send(frame);
+    sessions.set(name, { socket, blank });
     widget.watch(streamNamed(name), send, { signal: stopping.signal }).catch((error) => {
       if (!stopping.signal.aborted) throw error;
     });
@@ -49,7 +59,7 @@ function serve(socket, widget) {
   });
   socket.on('close', () => {
     stopping.abort();
-    if (sessions.get(name) !== socket) return;
+    if (sessions.get(name)?.socket !== socket) return;
     sessions.delete(name);
     tell({ type: 'closed', stream: name });
   });
@@ -66,10 +76,14 @@ async function start({ sharedDataInfo, port, token }) {
   tell({ type: 'listening', port: server.port, token: server.token, address: server.address });
 }
 
-process.on('message', ({ type, ...message }) => {
-  if (type === 'start') start(message);
-  else sessions.get(message.stream)?.close(1000, 'This picture is back in the meeting.');
-});
-// The meeting process decides when this one ends, also when both are interrupted at a terminal.
-process.on('SIGINT', () => {});
+const obey = {
+  start,
+  blank: ({ stream, isBlank }) => sessions.get(stream)?.blank(isBlank),
+  hide: ({ stream }) =>
+    sessions.get(stream)?.socket.close(1000, 'This picture is back in the meeting.'),
+};
+process.on('message', ({ type, ...message }) => obey[type](message));
+// The meeting process decides when this one ends, also when both are interrupted at a terminal or
+// lose it.
+for (const signal of ['SIGINT', 'SIGHUP']) process.on(signal, () => {});
 process.on('disconnect', () => process.exit());

@@ -69,7 +69,7 @@ function showState(next) {
     share.phase === 'sharing' ? 'Stop sharing' : 'Share';
   byId('sharing').hidden = share.phase !== 'sharing';
   byId('sharing').querySelector('span').textContent = `You share ${share.text}`;
-  if (share.phase === 'refused' && before?.share.text !== share.text) notify(share.text);
+  if (share.phase === 'refused' && before && before.share.text !== share.text) notify(share.text);
   for (const id of CALL_CONTROLS) byId(id).disabled = call.phase !== 'joined';
 
   stage.update(state);
@@ -148,6 +148,7 @@ byId('speaker-switch').onclick = () =>
   connection.send('muteSpeaker', { muted: !state.local.speakerMuted });
 byId('leave-call').onclick = () => connection.send('leave');
 byId('share').onclick = () => {
+  if (state.share.phase === 'asking') return;
   if (state.share.phase === 'sharing') connection.send('stopShare');
   else if (state.monitors.length === 0) notify('There is no screen to share.');
   else shareDialog.open(state.monitors);

@@ -33,6 +33,7 @@ export class Stage extends EventTarget {
     connection.addEventListener('frame', ({ detail: { name, frame } }) => {
       const tile = this.#tiles.get(name);
       if (tile) this.#loop.take(tile, frame);
+      else connection.send('drawn', { streams: [name] }); // its tile has gone meanwhile
     });
     // A new line knows nothing of what was asked for before.
     connection.addEventListener('open', () => (this.#lastLayout = undefined));

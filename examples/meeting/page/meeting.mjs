@@ -35,6 +35,8 @@ connection.addEventListener('words', ({ detail }) => {
 });
 connection.addEventListener('closed', () => {
   byId('call').textContent = 'Connecting…';
+  enableCallControls(false); // until the state is told again
+  keepFocus();
 });
 connection.addEventListener('ended', ({ detail }) => {
   byId('call').textContent = detail;
@@ -70,7 +72,7 @@ function showState(next) {
   byId('sharing').hidden = share.phase !== 'sharing';
   byId('sharing').querySelector('span').textContent = `You share ${share.text}`;
   if (share.phase === 'refused' && before && before.share.text !== share.text) notify(share.text);
-  for (const id of CALL_CONTROLS) byId(id).disabled = call.phase !== 'joined';
+  enableCallControls(call.phase === 'joined');
 
   stage.update(state);
   showMode();
@@ -80,6 +82,10 @@ function showState(next) {
     stage.curtain = curtainFor(call);
     if (before) keepFocus();
   }
+}
+
+function enableCallControls(isEnabled) {
+  for (const id of CALL_CONTROLS) byId(id).disabled = !isEnabled;
 }
 
 // Puts the focus on what comes next when its element has gone or is disabled.

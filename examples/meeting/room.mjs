@@ -81,9 +81,11 @@ export class Room extends EventEmitter {
     };
   }
 
-  // The streams that are there, and always the local one, which comes and goes with the camera.
+  // The streams that are there and can be named, and always the local one, which comes and goes with
+  // the camera.
   #streams() {
-    const present = new Map(this.#meeting.streams.map((stream) => [nameOf(stream), stream]));
+    const named = this.#meeting.streams.filter((stream) => streamNamed(nameOf(stream)));
+    const present = new Map(named.map((stream) => [nameOf(stream), stream]));
     const isLocalSending = present.has(nameOf(LOCAL));
     if (!isLocalSending) present.set(nameOf(LOCAL), { ...LOCAL, csrc: 0 });
     return Array.from(present, ([name, stream]) => ({

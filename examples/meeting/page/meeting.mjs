@@ -68,7 +68,7 @@ function showState(next) {
   showSwitch('speaker-switch', !local.speakerMuted, 'Mute speaker', 'Unmute speaker');
   byId('share').classList.toggle('on', share.phase === 'sharing');
   byId('share').querySelector('span').textContent =
-    share.phase === 'sharing' ? 'Stop sharing' : 'Share';
+    { asking: 'Asking…', sharing: 'Stop sharing' }[share.phase] ?? 'Share';
   byId('sharing').hidden = share.phase !== 'sharing';
   byId('sharing').querySelector('span').textContent = `You share ${share.text}`;
   if (share.phase === 'refused' && before && before.share.text !== share.text) notify(share.text);

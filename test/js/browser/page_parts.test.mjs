@@ -148,3 +148,14 @@ test('a page that comes after a share was refused does not tell of it', async (t
   await page.locator('#mute:enabled').waitFor();
   assert.equal(await page.isVisible('#notice'), false);
 });
+
+test('a share cannot be asked for while one is', async (t) => {
+  const { room, meeting } = await openRoom(t, 'tessel:test?participants=0');
+  await room.join();
+  meeting.requestContentShareToken = () => new Promise(() => {});
+  room.commands.share({ what: { type: 'screen', screenId: 0 } });
+  const page = await openPage(t, (socket) => new PageSession(socket, room));
+  await page.locator('#share:enabled').filter({ hasText: 'Asking…' }).waitFor();
+  await page.keyboard.press('s');
+  assert.equal(await page.isVisible('#share-dialog'), false);
+});

@@ -4,6 +4,7 @@ import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
 import { test } from 'node:test';
 
+import { videoStreamsState } from '../../../examples/meeting/layout.mjs';
 import { logIn, openRoom, stateIs } from './support/open_room.mjs';
 
 const NAME = 'remote-0';
@@ -90,4 +91,41 @@ test('a stream whose window cannot be filled has none', async (t) => {
   meeting.enterWidgetMode = () => Promise.reject(new Error('no memory'));
   await assert.rejects(room.enterWindow(NAME, 90), { message: 'no memory' });
   assert.ok(room.state.streams.every(({ inWindow }) => !inWindow));
+});
+
+test('streams that have no name here are not shown', async (t) => {
+  const { room, meeting } = await openRoom(t, 'tessel:test');
+  const value = [
+    { type: 'unknown', streamIndex: 3, csrc: 1 },
+    { type: 'remote', streamIndex: 99, csrc: 2 },
+    { type: 'remote', streamIndex: 100, csrc: 3 },
+  ];
+  Object.defineProperty(meeting, 'streams', { value });
+  assert.deepEqual(
+    room.state.streams.map(({ name }) => name),
+    ['remote-99', 'local-0'],
+  );
+});
+
+test('a tile is asked for in the smallest size and rate that are enough', () => {
+  const tiles = [
+    { csrc: 7, height: 91, frameRate: 15 },
+    { csrc: 8, height: 2000, frameRate: 60 },
+  ];
+  const stream = (csrc, priority) => ({
+    ssrc: csrc,
+    participantSsrc: csrc,
+    speakerGroup: 0,
+    priority,
+  });
+  const [first, second] = [
+    { maxquality: 180, maxfps: 15 },
+    { maxquality: 720, maxfps: 30 },
+  ];
+  assert.deepEqual(videoStreamsState(tiles), {
+    VideoStreamState: {
+      VideoStreamInfos: [stream(7, 2), stream(8, 1)],
+      VideoOccupancyConstraints: [[first], [first, second]],
+    },
+  });
 });

@@ -10,7 +10,7 @@ import { streamNamed } from './stream_names.mjs';
 
 const NO_PICTURE = { noUpdate: true };
 
-// { socket, blank() } of the windows that show a stream, by its name; the newest counts.
+// { socket, blank() } of the window that shows a stream, by its name.
 const sessions = new Map();
 
 const tell = (message) => process.connected && process.send(message);
@@ -32,6 +32,7 @@ function serve(socket, widget) {
   const show = (wanted) => {
     name = wanted;
     lane = new FrameLane(socket, streamNamed(name));
+    sessions.get(name)?.socket.close(1000, 'This picture is in another window.');
     sessions.set(name, { socket, blank });
     widget.watch(streamNamed(name), send, { signal: stopping.signal }).catch((error) => {
       if (!stopping.signal.aborted) throw error;

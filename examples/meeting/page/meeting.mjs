@@ -241,7 +241,8 @@ addEventListener('keydown', (event) => {
   // What has just closed may have the focus still.
   const isTyping = event.target.closest('select, input, dialog, [popover]')?.checkVisibility();
   if (isTyping || event.ctrlKey || event.metaKey || event.altKey || event.repeat) return;
-  const button = document.querySelector(`nav [aria-keyshortcuts="${CSS.escape(event.key)}"]`);
+  const key = CSS.escape(event.key.toLowerCase());
+  const button = document.querySelector(`nav [aria-keyshortcuts="${key}"]`);
   if (!button || button.disabled) return;
   event.preventDefault(); // a menu that opens is not to take the key as typed into it
   if (button.popoverTargetElement) button.focus(); // where the focus returns to

@@ -209,7 +209,7 @@ class StageTile extends Tile {
         icon(symbol),
       );
     const acts = {
-      Enter: () => actions.focus(name),
+      enter: () => actions.focus(name),
       o: () => actions.popOut(name),
       h: () => actions.hide(name),
     };
@@ -217,15 +217,15 @@ class StageTile extends Tile {
       element(
         'div',
         { className: 'actions' },
-        button('Show it large', 'Enter', 'focus', acts.Enter),
+        button('Show it large', 'Enter', 'focus', acts.enter),
         button('Show it in a window of its own', 'O', 'pop-out', acts.o),
         button('Hide it', 'H', 'hide', acts.h),
       ),
     );
-    this.element.addEventListener('dblclick', acts.Enter);
+    this.element.addEventListener('dblclick', acts.enter);
     this.element.addEventListener('keydown', (event) => {
       if (event.target !== this.element || event.ctrlKey || event.metaKey || event.altKey) return;
-      acts[event.key]?.();
+      acts[event.key.toLowerCase()]?.();
     });
   }
 

@@ -30,7 +30,7 @@ async function serve(t, files, onConnection) {
   return server.address;
 }
 
-// In the page: its Tile, DrawLoop and Stage, a picture, one that cannot be drawn, and a promise of
+// In the page: its Tile, DrawLoop, Stage and Charts, a picture, one that cannot be drawn, and a promise of
 // the next paint.
 async function partsOf() {
   const load = (name) => import(new URL(`page/${name}.mjs`, location.href));
@@ -42,6 +42,7 @@ async function partsOf() {
   return {
     ...(await load('tile')),
     ...(await load('stage')),
+    ...(await load('charts')),
     picture: { width: 4, height: 2, ...planes },
     broken: { width: 400, height: 2, ...planes },
     painted: () => new Promise((resolve) => requestAnimationFrame(resolve)),
@@ -111,6 +112,27 @@ test('the frame of a tile that has gone meanwhile is not waited for', async (t) 
   assert.deepEqual(sent, [['drawn', { streams: ['remote-0'] }]]);
 });
 
+test('a plot says its last values to who cannot see it', async (t) => {
+  const names = await inPage(t, async ({ Charts, painted }) => {
+    const root = document.body.appendChild(document.createElement('div'));
+    const charts = new Charts(root, document.createElement('tbody'));
+    while (!root.querySelector('canvas')) await painted();
+    const meetingStats = {
+      ...{ total_inbound_bps: 2_340_000, total_outbound_bps: 1_000_000 },
+      ...{ instant_inbound_loss: 0.012, instant_outbound_loss: 0 },
+      ...{ process_cpu: 12.34, system_cpu: 50 },
+    };
+    charts.add({ time: 1, meetingStats, video_recv_stats: [{ fps: 30 }, { fps: 15 }] }, new Map());
+    return Array.from(root.querySelectorAll('[role=img]'), ({ ariaLabel }) => ariaLabel);
+  });
+  assert.deepEqual(names, [
+    'Bit rate, Mbit/s: received 2.3, sent 1.0',
+    'Frames received per second: all streams 45.0',
+    'Packets lost, %: received 1.2, sent 0.0',
+    'Processor, %: meeting 12.3, whole system 50.0',
+  ]);
+});
+
 // The meeting's page, whose sockets go to `onConnection`.
 async function openPage(t, onConnection) {
   const page = await browser.newPage();
@@ -158,4 +180,16 @@ test('a share cannot be asked for while one is', async (t) => {
   await page.locator('#share:enabled').filter({ hasText: 'Asking…' }).waitFor();
   await page.keyboard.press('s');
   assert.equal(await page.isVisible('#share-dialog'), false);
+});
+
+test('keys do what they say with Caps Lock, too', async (t) => {
+  const { room } = await openRoom(t, 'tessel:test?participants=0');
+  await room.join();
+  const page = await openPage(t, (socket) => new PageSession(socket, room));
+  await page.locator('#mute:enabled').waitFor();
+  await page.keyboard.press('M');
+  await page.locator('#mute').filter({ hasText: 'Unmute' }).waitFor();
+  await page.focus('.tile');
+  await page.keyboard.press('H');
+  await page.locator('.tile').waitFor({ state: 'detached' });
 });

@@ -81,6 +81,16 @@ test('a window shows nothing while its stream shows nothing', async (t) => {
   await frameIn(window, (frame) => frame !== null);
 });
 
+test('a stream has one window, the newest', async (t) => {
+  const opened = await openHost(t);
+  const first = openWindow(opened);
+  await frameIn(first, (frame) => frame !== null);
+  const second = openWindow(opened);
+  const [code, reason] = await once(first, 'close');
+  assert.deepEqual([code, `${reason}`], [1000, 'This picture is in another window.']);
+  await frameIn(second, (frame) => frame !== null);
+});
+
 test('who leaves while a window waits for its memory may come back and open it', async (t) => {
   const opened = await openHost(t);
   const { room, meeting } = opened;

@@ -10,8 +10,8 @@ import { streamNamed } from './stream_names.mjs';
 
 const NO_PICTURE = { noUpdate: true };
 
-// { socket, blank() } of the window that shows a stream, by its name.
-const sessions = new Map();
+const sessions = new Map(); // the socket of the window that shows a stream, by its name
+const blank = new Set(); // names of streams whose picture in the memory is not to be shown any more
 
 const tell = (message) => process.connected && process.send(message);
 
@@ -20,20 +20,19 @@ function serve(socket, widget) {
   const stopping = new AbortController();
   let name;
   let lane;
-  let isBlank = false; // what the memory holds is not to be shown
-  let isShownBlank = false;
+  let wasBlank = false;
 
-  const blank = (value) => (isBlank = value);
   const send = (frame) => {
-    if (!lane.isFree || (isBlank && isShownBlank)) return;
-    isShownBlank = isBlank;
+    const isBlank = blank.has(name);
+    if (!lane.isFree || (isBlank && wasBlank)) return;
+    wasBlank = isBlank;
     lane.send(isBlank ? NO_PICTURE : frame);
   };
   const show = (wanted) => {
     name = wanted;
     lane = new FrameLane(socket, streamNamed(name));
-    sessions.get(name)?.socket.close(1000, 'This picture is in another window.');
-    sessions.set(name, { socket, blank });
+    sessions.get(name)?.close(1000, 'This picture is in another window.');
+    sessions.set(name, socket);
     widget.watch(streamNamed(name), send, { signal: stopping.signal }).catch((error) => {
       if (!stopping.signal.aborted) throw error;
     });
@@ -60,7 +59,7 @@ function serve(socket, widget) {
   });
   socket.on('close', () => {
     stopping.abort();
-    if (sessions.get(name)?.socket !== socket) return;
+    if (sessions.get(name) !== socket) return;
     sessions.delete(name);
     tell({ type: 'closed', stream: name });
   });
@@ -77,13 +76,15 @@ async function start({ sharedDataInfo, port, token }) {
   tell({ type: 'listening', port: server.port, token: server.token, address: server.address });
 }
 
-const obey = {
+const orders = {
   start,
-  blank: ({ stream, isBlank }) => sessions.get(stream)?.blank(isBlank),
-  hide: ({ stream }) =>
-    sessions.get(stream)?.socket.close(1000, 'This picture is back in the meeting.'),
+  blank: ({ stream, isBlank }) => (isBlank ? blank.add(stream) : blank.delete(stream)),
+  hide({ stream }) {
+    blank.delete(stream);
+    sessions.get(stream)?.close(1000, 'This picture is back in the meeting.');
+  },
 };
-process.on('message', ({ type, ...message }) => obey[type](message));
+process.on('message', ({ type, ...message }) => orders[type](message));
 // The meeting process decides when this one ends, also when both are interrupted at a terminal or
 // lose it.
 for (const signal of ['SIGINT', 'SIGHUP']) process.on(signal, () => {});

@@ -77,8 +77,11 @@ test('a window shows nothing while its stream shows nothing', async (t) => {
     });
   receive(false);
   await frameIn(window, (frame) => frame === null);
+  const next = openWindow(opened);
+  const [first] = await once(next, 'frame');
+  assert.equal(first, null);
   receive(true);
-  await frameIn(window, (frame) => frame !== null);
+  await frameIn(next, (frame) => frame !== null);
 });
 
 test('a stream has one window, the newest', async (t) => {

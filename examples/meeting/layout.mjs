@@ -12,8 +12,6 @@ export function videoStreamsState(tiles) {
   const constraints = tiles.map(({ height, frameRate }) => ({
     maxquality: rungFor(QUALITIES, height),
     maxfps: rungFor(FRAME_RATES, frameRate),
-    minquality: 0,
-    minfps: 0,
   }));
   return {
     VideoStreamState: {

@@ -55,6 +55,7 @@ async function openMeeting(options) {
   makeOutputDirectory(options, USAGE);
   const room = await Room.open({ uri: uriOf(options), logPath: options.output });
   const widget = new WidgetHost(room);
+  for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) process.once(signal, close);
   let session;
   const server = new PageServer({
     files: pageFiles('meeting.html'),
@@ -69,12 +70,10 @@ async function openMeeting(options) {
   } catch ({ message }) {
     refuseUsage(`--port ${options.port}: ${message}`, USAGE);
   }
-  const refusal = await room.join();
   console.log(`\nThe meeting is at ${server.address}\nCtrl-C ends it.\n`);
+  const refusal = await room.join();
   if (refusal) console.error(`The meeting cannot be joined: ${refusal}`);
 
-  process.once('SIGINT', close);
-  process.once('SIGTERM', close);
   async function close() {
     widget.close();
     await server.close();

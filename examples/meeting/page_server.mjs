@@ -70,8 +70,9 @@ export class PageServer {
     this.port = this.#http.address().port;
   }
 
+  // As browsers write it, without the port that is usual.
   get origin() {
-    return `http://${HOST}:${this.port}`;
+    return new URL(`http://${HOST}:${this.port}`).origin;
   }
 
   // What a person opens.
@@ -88,7 +89,7 @@ export class PageServer {
 
   // The name of what an acceptable request asks for; undefined for any other.
   #nameAskedFor({ headers, url }) {
-    if (headers.host !== `${HOST}:${this.port}`) return undefined;
+    if (headers.host !== new URL(this.origin).host) return undefined;
     if (headers.origin !== undefined && headers.origin !== this.origin) return undefined;
     const [, token, name] = /^\/([^/]*)\/([^?]*)$/.exec(url) ?? [];
     if (!isFromAcceptableSite(headers, name)) return undefined;

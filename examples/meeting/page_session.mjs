@@ -80,7 +80,6 @@ export class PageSession {
         lane.send(frame);
         await lane.free(signal);
       }
-      stopping.abort(); // the stream is over
     } catch (error) {
       if (!signal.aborted) throw error;
     }

@@ -1,7 +1,7 @@
 // The meeting as the application sees it: one call, what the engine has told so far, and what the
 // person at the page may ask for. Emits 'change' (the state is another), 'levels', 'statistics' and
-// 'log', each with what is new, and 'windowLeft' with the name of a stream that has its window no
-// longer.
+// 'log', each with what is new; 'windowLeft' with the name of a stream that has its window no longer,
+// and 'windowBlank' with the name of one that has, and whether it shows nothing from now on.
 
 import { EventEmitter } from 'node:events';
 
@@ -16,6 +16,7 @@ const STATISTICS_INTERVAL_MS = 1000;
 const MOST_STATISTICS = 120;
 const MOST_LOG_ENTRIES = 200;
 
+const NO_SHARE = { phase: 'none', text: '' };
 const LOCAL = { type: 'local', streamIndex: 0 };
 const FRAME_RATE = 30;
 // Enough to look at oneself.
@@ -28,14 +29,15 @@ export class Room extends EventEmitter {
   #uri;
   #meeting;
   #layout = new Map(); // { height, frameRate } by stream name, the most important first
-  #windows = new Map(); // the heights of streams that have a window of their own, by name
+  // { height, leaving, isBlank } of streams that have a window of their own, by name
+  #windows = new Map();
   #statisticsTimer;
   #logCount = 0;
 
   #call = { phase: 'left', reason: '' }; // or 'joining', 'joined'
   #local = { audioMuted: false, videoMuted: false, cameraOn: true, speakerMuted: false };
   #selected = { camera: 'camera-0', microphone: 'microphone-0', speaker: 'speaker-0' };
-  #share = { phase: 'none', text: '' }; // or 'asking', 'sharing', 'refused'
+  #share = NO_SHARE; // or 'asking', 'sharing', 'refused'
   #widget = { phase: 'starting', address: '' }; // or 'running', 'ended'
 
   levels = { microphone: 0, speaker: 0 };
@@ -79,9 +81,11 @@ export class Room extends EventEmitter {
     };
   }
 
-  // The streams that are there, and always the local one, which comes and goes with the camera.
+  // The streams that are there and can be named, and always the local one, which comes and goes with
+  // the camera.
   #streams() {
-    const present = new Map(this.#meeting.streams.map((stream) => [nameOf(stream), stream]));
+    const named = this.#meeting.streams.filter((stream) => streamNamed(nameOf(stream)));
+    const present = new Map(named.map((stream) => [nameOf(stream), stream]));
     const isLocalSending = present.has(nameOf(LOCAL));
     if (!isLocalSending) present.set(nameOf(LOCAL), { ...LOCAL, csrc: 0 });
     return Array.from(present, ([name, stream]) => ({
@@ -98,10 +102,10 @@ export class Room extends EventEmitter {
     return this.#meeting.wrapper.getSharedDataInfo();
   }
 
-  // The stream's frame objects, until it ends or `signal` is aborted.
-  frames(stream, signal) {
+  // The stream's frame objects whenever it is there, until `signal` is aborted.
+  async *frames(stream, signal) {
     const rate = stream.type === 'local' ? LOCAL_FRAME_RATE : FRAME_RATE;
-    return this.#meeting.frames(stream, { rate, signal });
+    while (!this.#meeting.isClosed) yield* this.#meeting.frames(stream, { rate, signal });
   }
 
   // What the person at the page may ask for. Each rejects or throws when it cannot be.
@@ -121,8 +125,10 @@ export class Room extends EventEmitter {
     bringBack: ({ stream }) => this.leaveWindow(stream),
   };
 
-  // Settles when the engine has answered, with the reason of a refusal, which is part of the state too.
+  // Settles when the engine has answered, with the reason of a refusal, which is part of the state too;
+  // and when the meeting is closed. Asked for twice it is done once.
   async join() {
+    if (this.#call.phase !== 'left') return undefined;
     this.#change(() => (this.#call = { phase: 'joining', reason: '' }));
     const { audioMuted, videoMuted } = this.#local;
     try {
@@ -132,37 +138,46 @@ export class Room extends EventEmitter {
         mediaStreamState: { outgoingAudioMuted: audioMuted, outgoingVideoMuted: videoMuted },
       });
     } catch (error) {
-      if (!(error instanceof tessel.CallError)) throw error;
-      return error.reason;
+      if (error instanceof tessel.CallError) return error.reason;
+      if (error instanceof tessel.ClosedError) return undefined;
+      this.#change(() => (this.#call = { phase: 'left', reason: error.message }));
+      throw error;
     }
     return undefined;
   }
 
-  // Gives a stream a window of this height in the widget process; false when there is no such stream.
+  // Gives a stream that is there a window of this height in the widget process, or its window another
+  // height.
   async enterWindow(name, height) {
-    if (!this.#has(name)) return false;
-    this.#windows.set(name, height);
+    if (!this.#has(name)) return;
+    const window = this.#windows.get(name) ?? { leaving: new AbortController(), isBlank: false };
+    window.height = height;
+    this.#windows.set(name, window);
     this.#sendLayout();
     this.emit('change');
-    await this.#meeting.enterWidgetMode(streamNamed(name));
-    return true;
+    await this.#fillWindow(name);
   }
 
   leaveWindow(name) {
-    if (!this.#windows.delete(name)) return;
+    const { leaving } = this.#windows.get(name) ?? {};
+    if (!leaving) return;
+    this.#windows.delete(name);
+    leaving.abort();
     this.#meeting.exitWidgetMode(streamNamed(name));
     this.#sendLayout();
     this.emit('change');
     this.emit('windowLeft', name);
   }
 
+  leaveWindows() {
+    for (const name of [...this.#windows.keys()]) this.leaveWindow(name);
+  }
+
   // Makes new segments for the streams with windows, in place of those that a dead process may hold.
   async renewWindows() {
-    const streams = [...this.#windows.keys()].map(streamNamed);
-    for (const stream of streams) this.#meeting.exitWidgetMode(stream);
-    for (const stream of streams) {
-      if (this.#windows.has(nameOf(stream))) await this.#meeting.enterWidgetMode(stream);
-    }
+    const names = [...this.#windows.keys()];
+    for (const name of names) this.#meeting.exitWidgetMode(streamNamed(name));
+    await Promise.all(names.map((name) => this.#fillWindow(name)));
   }
 
   setWidget(phase, address) {
@@ -190,13 +205,16 @@ export class Room extends EventEmitter {
     },
     callDisconnect: ({ reason, code }) => {
       this.#call = { phase: 'left', reason: code === 0 ? '' : reason };
-      this.#share = { phase: 'none', text: '' };
-      this.#layout.clear();
+      this.#share = NO_SHARE;
       this.#hear({ microphone: 0, speaker: 0 });
     },
     streamAdded: (stream) => {
       // The engine knows a stream of the layout only now that it is there.
       if (this.#layout.has(nameOf(stream))) this.#sendLayout();
+    },
+    streamUpdated: (stream) => {
+      const window = this.#windows.get(nameOf(stream));
+      if (window && !window.isBlank) this.#blank(window, stream);
     },
     streamRemoved: (stream) => this.leaveWindow(nameOf(stream)),
     mediaMuteState: ({ mediaType, muted }) => {
@@ -216,6 +234,40 @@ export class Room extends EventEmitter {
 
   #has(name) {
     return this.#meeting.streams.some((stream) => nameOf(stream) === name);
+  }
+
+  // Puts a stream's frames where its window finds them; without them it has none.
+  async #fillWindow(name) {
+    const { leaving } = this.#windows.get(name);
+    try {
+      await this.#meeting.enterWidgetMode(streamNamed(name));
+      if (!this.#windows.has(name)) this.#meeting.exitWidgetMode(streamNamed(name));
+    } catch (error) {
+      if (leaving.signal.aborted) return;
+      this.leaveWindow(name);
+      throw error;
+    }
+  }
+
+  // The memory keeps the last picture of a stream that shows nothing any more: tells so, and when it
+  // shows something again.
+  async #blank(window, stream) {
+    const { signal } = window.leaving;
+    const tell = (isBlank) => {
+      window.isBlank = isBlank;
+      this.emit('windowBlank', nameOf(stream), isBlank);
+    };
+    try {
+      const { noUpdate, clearFrame } = this.#meeting.wrapper.getFrame(stream, 0);
+      if (!noUpdate || !clearFrame) return;
+      tell(true);
+      const frames = this.#meeting.frames(stream, { signal });
+      await frames.next(); // the next picture
+      await frames.return();
+      tell(false);
+    } catch ({ message }) {
+      if (!signal.aborted) this.note('error', { message });
+    }
   }
 
   #switchCamera(on) {
@@ -242,6 +294,7 @@ export class Room extends EventEmitter {
   // Shows `what`, the engine's description of a screen, an application or a window, in place of what
   // may be shown already.
   async #present(what) {
+    if (this.#share.phase === 'asking') throw new Error('A share is being asked for already');
     const text = describeShare(what);
     try {
       if (this.#share.phase !== 'sharing') {
@@ -251,6 +304,10 @@ export class Room extends EventEmitter {
       await this.#meeting.startPresentation(what);
       this.#change(() => (this.#share = { phase: 'sharing', text }));
     } catch (error) {
+      if (this.#call.phase !== 'joined') {
+        this.#change(() => (this.#share = NO_SHARE));
+        throw error;
+      }
       const isTaken = error.status === 'token_denied';
       const reason = isTaken ? 'Somebody else is presenting.' : 'This cannot be shared.';
       this.#change(() => (this.#share = { phase: 'refused', text: reason }));
@@ -260,7 +317,7 @@ export class Room extends EventEmitter {
   }
 
   #stopped() {
-    this.#share = { phase: 'none', text: '' };
+    this.#share = NO_SHARE;
     // Not in a call any more: there is nothing left to give back.
     this.#meeting.releaseContentShareToken().catch(() => {});
   }
@@ -280,7 +337,9 @@ export class Room extends EventEmitter {
 
   #sendLayout() {
     const wanted = new Map(this.#layout);
-    for (const [name, height] of this.#windows) wanted.set(name, { height, frameRate: FRAME_RATE });
+    for (const [name, { height }] of this.#windows) {
+      wanted.set(name, { height, frameRate: FRAME_RATE });
+    }
     const sources = new Map(this.#meeting.streams.map((stream) => [nameOf(stream), stream.csrc]));
     const tiles = [...wanted]
       .filter(([name]) => sources.has(name) && streamNamed(name).type === 'remote')

@@ -1,5 +1,5 @@
 // Keeps the widget process running: starts it, starts another one in its place when it is killed, and
-// tells the room which streams have a window.
+// tells the room which streams have a window. What fails with it is told in the room's log.
 
 import { fork } from 'node:child_process';
 import { fileURLToPath } from 'node:url';
@@ -9,12 +9,14 @@ const PROGRAM = fileURLToPath(new URL('widget_process.mjs', import.meta.url));
 export class WidgetHost {
   #room;
   #process;
+  #hasListened; // the process has, so that another one in its place will
   #place = {}; // port and token, which its successor takes over: windows find it again
   #isClosing = false;
 
   constructor(room) {
     this.#room = room;
     room.on('windowLeft', (stream) => this.#say({ type: 'hide', stream }));
+    room.on('windowBlank', (stream, isBlank) => this.#say({ type: 'blank', stream, isBlank }));
     this.#start();
   }
 
@@ -25,14 +27,18 @@ export class WidgetHost {
   // Ends the process.
   close() {
     this.#isClosing = true;
-    this.#process.disconnect();
+    if (this.#process.connected) this.#process.disconnect();
   }
 
   #start() {
+    this.#hasListened = false;
     // What the addon prints there would be in the way of the address.
     this.#process = fork(PROGRAM, { stdio: ['ignore', 'ignore', 'inherit', 'ipc'] });
-    this.#process.on('message', (message) => this.#onMessage[message.type](message));
-    this.#process.on('exit', (code, signal) => this.#onExit(code, signal));
+    this.#process.on('message', (message) =>
+      this.#guard(() => this.#onMessage[message.type](message)),
+    );
+    this.#process.on('exit', (code, signal) => this.#guard(() => this.#onExit(code, signal)));
+    this.#process.on('error', (error) => this.#onError(error));
     this.#say({ type: 'start', sharedDataInfo: this.#room.sharedDataInfo, ...this.#place });
     this.#room.note('widgetStarted', { pid: this.#process.pid });
   }
@@ -43,6 +49,7 @@ export class WidgetHost {
 
   #onMessage = {
     listening: ({ port, token, address }) => {
+      this.#hasListened = true;
       this.#place = { port, token };
       this.#room.setWidget('running', address);
     },
@@ -50,16 +57,40 @@ export class WidgetHost {
     closed: ({ stream }) => this.#room.leaveWindow(stream),
   };
 
+  async #guard(act) {
+    try {
+      await act();
+    } catch (error) {
+      this.#note(error);
+    }
+  }
+
+  #note({ message }) {
+    this.#room.note('error', { message });
+  }
+
+  // It could not be started, or is gone and not told anything any more: then it exits, too.
+  #onError(error) {
+    this.#note(error);
+    if (this.pid === undefined) this.#giveUp();
+  }
+
   async #onExit(code, signal) {
     if (this.#isClosing) return;
     this.#room.note('widgetEnded', { code, signal });
-    if (signal === null) {
-      // It has taken the names of the shared memory with it: no other process can open them.
-      this.#room.setWidget('ended', '');
+    // One that has ended by itself has taken the names of the shared memory with it: no other process
+    // can open them. One that was killed before it listened would be killed again.
+    if (signal === null || !this.#hasListened) {
+      this.#giveUp();
       return;
     }
     this.#room.setWidget('starting', '');
     this.#start();
     await this.#room.renewWindows();
+  }
+
+  #giveUp() {
+    this.#room.setWidget('ended', '');
+    this.#room.leaveWindows();
   }
 }

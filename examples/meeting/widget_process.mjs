@@ -8,7 +8,10 @@ import { pageFiles } from './page_files.mjs';
 import { PageServer } from './page_server.mjs';
 import { streamNamed } from './stream_names.mjs';
 
-const sessions = new Map(); // the sockets that show a stream, by its name; the newest counts
+const NO_PICTURE = { noUpdate: true };
+
+const sessions = new Map(); // the socket of the window that shows a stream, by its name
+const blank = new Set(); // names of streams whose picture in the memory is not to be shown any more
 
 const tell = (message) => process.connected && process.send(message);
 
@@ -17,12 +20,19 @@ function serve(socket, widget) {
   const stopping = new AbortController();
   let name;
   let lane;
+  let wasBlank = false;
 
+  const send = (frame) => {
+    const isBlank = blank.has(name);
+    if (!lane.isFree || (isBlank && wasBlank)) return;
+    wasBlank = isBlank;
+    lane.send(isBlank ? NO_PICTURE : frame);
+  };
   const show = (wanted) => {
     name = wanted;
     lane = new FrameLane(socket, streamNamed(name));
+    sessions.get(name)?.close(1000, 'This picture is in another window.');
     sessions.set(name, socket);
-    const send = (frame) => lane.isFree && lane.send(frame);
     widget.watch(streamNamed(name), send, { signal: stopping.signal }).catch((error) => {
       if (!stopping.signal.aborted) throw error;
     });
@@ -66,10 +76,16 @@ async function start({ sharedDataInfo, port, token }) {
   tell({ type: 'listening', port: server.port, token: server.token, address: server.address });
 }
 
-process.on('message', ({ type, ...message }) => {
-  if (type === 'start') start(message);
-  else sessions.get(message.stream)?.close(1000, 'This picture is back in the meeting.');
-});
-// The meeting process decides when this one ends, also when both are interrupted at a terminal.
-process.on('SIGINT', () => {});
+const orders = {
+  start,
+  blank: ({ stream, isBlank }) => (isBlank ? blank.add(stream) : blank.delete(stream)),
+  hide({ stream }) {
+    blank.delete(stream);
+    sessions.get(stream)?.close(1000, 'This picture is back in the meeting.');
+  },
+};
+process.on('message', ({ type, ...message }) => orders[type](message));
+// The meeting process decides when this one ends, also when both are interrupted at a terminal or
+// lose it.
+for (const signal of ['SIGINT', 'SIGHUP']) process.on(signal, () => {});
 process.on('disconnect', () => process.exit());

@@ -115,8 +115,12 @@ export class Charts {
     const now = this.#history.at(-1)?.time;
     const ages = this.#history.map(({ time }) => (time - now) / 1000);
     this.#plots.forEach((plot, index) => {
-      const { series } = PLOTS[index];
-      plot.setData([ages, ...series.map(([, valueOf]) => this.#history.map(valueOf))]);
+      const { title, series } = PLOTS[index];
+      const values = series.map(([, valueOf]) => this.#history.map(valueOf));
+      plot.setData([ages, ...values]);
+      const last = series.map(([name], at) => `${name} ${values[at].at(-1)?.toFixed(1) ?? '–'}`);
+      plot.root.role = 'img';
+      plot.root.ariaLabel = `${title}: ${last.join(', ')}`;
     });
   }
 }

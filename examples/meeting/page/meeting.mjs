@@ -35,6 +35,8 @@ connection.addEventListener('words', ({ detail }) => {
 });
 connection.addEventListener('closed', () => {
   byId('call').textContent = 'Connecting…';
+  enableCallControls(false); // until the state is told again
+  keepFocus();
 });
 connection.addEventListener('ended', ({ detail }) => {
   byId('call').textContent = detail;
@@ -66,11 +68,11 @@ function showState(next) {
   showSwitch('speaker-switch', !local.speakerMuted, 'Mute speaker', 'Unmute speaker');
   byId('share').classList.toggle('on', share.phase === 'sharing');
   byId('share').querySelector('span').textContent =
-    share.phase === 'sharing' ? 'Stop sharing' : 'Share';
+    { asking: 'Asking…', sharing: 'Stop sharing' }[share.phase] ?? 'Share';
   byId('sharing').hidden = share.phase !== 'sharing';
   byId('sharing').querySelector('span').textContent = `You share ${share.text}`;
-  if (share.phase === 'refused' && before?.share.text !== share.text) notify(share.text);
-  for (const id of CALL_CONTROLS) byId(id).disabled = call.phase !== 'joined';
+  if (share.phase === 'refused' && before && before.share.text !== share.text) notify(share.text);
+  enableCallControls(call.phase === 'joined');
 
   stage.update(state);
   showMode();
@@ -80,6 +82,10 @@ function showState(next) {
     stage.curtain = curtainFor(call);
     if (before) keepFocus();
   }
+}
+
+function enableCallControls(isEnabled) {
+  for (const id of CALL_CONTROLS) byId(id).disabled = !isEnabled;
 }
 
 // Puts the focus on what comes next when its element has gone or is disabled.
@@ -148,6 +154,7 @@ byId('speaker-switch').onclick = () =>
   connection.send('muteSpeaker', { muted: !state.local.speakerMuted });
 byId('leave-call').onclick = () => connection.send('leave');
 byId('share').onclick = () => {
+  if (state.share.phase === 'asking') return;
   if (state.share.phase === 'sharing') connection.send('stopShare');
   else if (state.monitors.length === 0) notify('There is no screen to share.');
   else shareDialog.open(state.monitors);
@@ -234,7 +241,8 @@ addEventListener('keydown', (event) => {
   // What has just closed may have the focus still.
   const isTyping = event.target.closest('select, input, dialog, [popover]')?.checkVisibility();
   if (isTyping || event.ctrlKey || event.metaKey || event.altKey || event.repeat) return;
-  const button = document.querySelector(`nav [aria-keyshortcuts="${CSS.escape(event.key)}"]`);
+  const key = CSS.escape(event.key.toLowerCase());
+  const button = document.querySelector(`nav [aria-keyshortcuts="${key}"]`);
   if (!button || button.disabled) return;
   event.preventDefault(); // a menu that opens is not to take the key as typed into it
   if (button.popoverTargetElement) button.focus(); // where the focus returns to

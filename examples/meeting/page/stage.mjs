@@ -33,6 +33,7 @@ export class Stage extends EventTarget {
     connection.addEventListener('frame', ({ detail: { name, frame } }) => {
       const tile = this.#tiles.get(name);
       if (tile) this.#loop.take(tile, frame);
+      else connection.send('drawn', { streams: [name] }); // its tile has gone meanwhile
     });
     // A new line knows nothing of what was asked for before.
     connection.addEventListener('open', () => (this.#lastLayout = undefined));
@@ -208,7 +209,7 @@ class StageTile extends Tile {
         icon(symbol),
       );
     const acts = {
-      Enter: () => actions.focus(name),
+      enter: () => actions.focus(name),
       o: () => actions.popOut(name),
       h: () => actions.hide(name),
     };
@@ -216,15 +217,15 @@ class StageTile extends Tile {
       element(
         'div',
         { className: 'actions' },
-        button('Show it large', 'Enter', 'focus', acts.Enter),
+        button('Show it large', 'Enter', 'focus', acts.enter),
         button('Show it in a window of its own', 'O', 'pop-out', acts.o),
         button('Hide it', 'H', 'hide', acts.h),
       ),
     );
-    this.element.addEventListener('dblclick', acts.Enter);
+    this.element.addEventListener('dblclick', acts.enter);
     this.element.addEventListener('keydown', (event) => {
       if (event.target !== this.element || event.ctrlKey || event.metaKey || event.altKey) return;
-      acts[event.key]?.();
+      acts[event.key.toLowerCase()]?.();
     });
   }
 

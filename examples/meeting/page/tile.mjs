@@ -70,6 +70,7 @@ export class Tile {
 
   remove() {
     this.element.remove();
+    this.#newest = undefined;
     this.#renderer?.dispose();
   }
 }
@@ -93,7 +94,13 @@ export class DrawLoop {
   #draw() {
     const tiles = [...this.#waiting];
     this.#waiting.clear();
-    for (const tile of tiles) tile.draw();
+    for (const tile of tiles) {
+      try {
+        tile.draw();
+      } catch (error) {
+        reportError(error); // the others are not to wait for a picture that cannot be drawn
+      }
+    }
     this.#drawn(tiles.map(({ name }) => name));
   }
 }

@@ -2,21 +2,16 @@
 
 import assert from 'node:assert/strict';
 import { EventEmitter, once } from 'node:events';
-import path from 'node:path';
 import { test } from 'node:test';
 import { WebSocket } from 'ws';
 
 import { FrameLane } from '../../../examples/meeting/frame_lane.mjs';
 import { decodeFrame } from '../../../examples/meeting/frame_message.mjs';
 import { PageServer } from '../../../examples/meeting/page_server.mjs';
+import { PageSession } from '../../../examples/meeting/page_session.mjs';
 import { SpeakingTube } from '../../../examples/meeting/speaking_tube.mjs';
 import { readCard } from '../support/card_code.mjs';
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
-
-const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
-process.env.TESSEL_WRAPPER_ADDON = path.join(build, 'tesselWrapper.node');
-const { PageSession } = await import('../../../examples/meeting/page_session.mjs');
-const { Room } = await import('../../../examples/meeting/room.mjs');
+import { openRoom } from './support/open_room.mjs';
 
 const STREAM = { type: 'remote', streamIndex: 3 };
 
@@ -151,8 +146,7 @@ test('a broken socket is told nothing more', () => {
 // by default two participants' and the camera's.
 async function connectPage(t, { participants = '2', present = 3 } = {}) {
   const uri = `tessel:test?size=320x180&participants=${participants}`;
-  const room = await Room.open({ uri, logPath: temporaryDirectory(t) });
-  t.after(() => room.close());
+  const { room, meeting } = await openRoom(t, uri);
   const arrived = new EventEmitter();
   let session;
   const server = new PageServer({
@@ -176,7 +170,7 @@ async function connectPage(t, { participants = '2', present = 3 } = {}) {
   });
   await once(page, 'open');
   assert.ok(session);
-  return { room, page, session, frames };
+  return { room, meeting, page, session, frames };
 }
 
 const LAYOUT = ['remote-0', 'remote-1'].map((stream) => ({ stream, height: 180, frameRate: 30 }));
@@ -224,6 +218,25 @@ test('a stream that comes after the layout that names it is sent as well', async
   page.send(JSON.stringify({ type: 'layout', tiles: LAYOUT }));
   while (frames.length < 2) await once(page, 'frame');
   assert.deepEqual(frames.map(({ stream }) => stream.streamIndex).sort(), [0, 1]);
+});
+
+test('a stream that goes and comes back is sent again to a page that has not noticed', async (t) => {
+  const opened = await connectPage(t, { participants: '1', present: 2 });
+  const { room, meeting, page, frames } = opened;
+  const loops = new EventEmitter();
+  const framesOfMeeting = meeting.frames;
+  meeting.frames = async function* (...args) {
+    yield* framesOfMeeting.apply(meeting, args);
+    loops.emit('ended');
+  };
+  page.on('frame', () => page.send(JSON.stringify({ type: 'drawn', streams: ['remote-0'] })));
+  page.send(JSON.stringify({ type: 'layout', tiles: [{ ...LAYOUT[0], height: 90 }] }));
+  await once(page, 'frame');
+  await Promise.all([once(loops, 'ended'), room.commands.leave()]);
+  const before = frames.length;
+  await room.join();
+  // Of the height that was asked for before.
+  while (frames.length === before || frames.at(-1).frame?.height !== 90) await once(page, 'frame');
 });
 
 for (const [what, text, message] of [

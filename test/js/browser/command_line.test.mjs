@@ -83,6 +83,18 @@ test('a port that another program has is refused, and nothing stays in /dev/shm'
   assert.equal(existsSync(`/dev/shm/${name}`), false);
 });
 
+for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) {
+  test(`the address is told before the join is answered, and ${signal} ends the program then`, async (t) => {
+    const options = ['--uri', 'tessel:test?join=3600', '--output', temporaryDirectory(t)];
+    const { child, ended } = start(t, options);
+    child.stderr.resume();
+    for await (const line of createInterface({ input: child.stdout })) {
+      if (line.startsWith('The meeting is at ')) child.kill(signal);
+    }
+    assert.deepEqual(await ended, [0, null]);
+  });
+}
+
 for (const [options, reason] of [
   [['--video', '/nope.y4m'], /^the clip cannot be opened/],
   [['--participants', '99'], /participants/],

@@ -191,6 +191,7 @@ for (const mode of ['grid', 'focus']) {
     await page.click('#share-dialog button.primary');
     await tile(page, 'content-0').waitFor();
     assert.equal(await arrangement(), 'focus');
+    await page.locator('#sharing').waitFor();
     await page.keyboard.press('s');
     await tile(page, 'content-0').waitFor({ state: 'detached' });
     assert.equal(await arrangement(), mode);
@@ -341,6 +342,7 @@ test('a tile keeps the focus while the meeting goes on, and the stage has it whe
   await page.keyboard.press('s');
   await page.click('#share-dialog button.primary');
   await cardIn(page, 'content-0');
+  await page.locator('#sharing').waitFor();
   await page.focus(focused);
   await page.keyboard.press('s');
   await tile(page, 'content-0').waitFor({ state: 'detached' });

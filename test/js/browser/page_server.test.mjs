@@ -129,6 +129,16 @@ test('other addresses of this machine do not answer', async (t) => {
   }
 });
 
+test('on the usual port the address has none, as browsers write it', async (t) => {
+  const { server } = await serve(t);
+  const { port } = server;
+  server.port = 80; // which is not everybody's to listen on
+  assert.equal(server.address, `http://127.0.0.1/${server.token}/`);
+  const headers = { host: '127.0.0.1', origin: 'http://127.0.0.1' };
+  const { status } = await ask({ port }, `/${server.token}/`, { headers });
+  assert.equal(status, 200);
+});
+
 const socketOf = (server, { token = server.token, ...options } = {}) =>
   new WebSocket(`ws://127.0.0.1:${server.port}/${token}/socket`, {
     origin: server.origin,

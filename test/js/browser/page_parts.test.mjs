@@ -1,0 +1,195 @@
+// Parts of the meeting's page by themselves, and what it makes of what a meeting tells it.
+
+import assert from 'node:assert/strict';
+import { EventEmitter, once } from 'node:events';
+import { writeFileSync } from 'node:fs';
+import path from 'node:path';
+import { before, test } from 'node:test';
+
+import { pageFiles } from '../../../examples/meeting/page_files.mjs';
+import { PageServer } from '../../../examples/meeting/page_server.mjs';
+import { PageSession } from '../../../examples/meeting/page_session.mjs';
+import { temporaryDirectory } from '../support/temporary_directory.mjs';
+import { openBrowser } from './support/browser.mjs';
+import { openRoom, stateIs } from './support/open_room.mjs';
+
+let browser;
+let address;
+before(async (t) => {
+  browser = await openBrowser(t);
+  const document = path.join(temporaryDirectory(t), 'empty.html');
+  writeFileSync(document, '<!doctype html><title>test</title><link rel="icon" href="data:,">');
+  address = await serve(t, { ...pageFiles('meeting.html'), '': document }, () => {});
+});
+
+// The address of a page that is served until the test ends.
+async function serve(t, files, onConnection) {
+  const server = new PageServer({ files, onConnection });
+  await server.listen();
+  t.after(() => server.close());
+  return server.address;
+}
+
+// In the page: its Tile, DrawLoop, Stage and Charts, a picture, one that cannot be drawn, and a promise of
+// the next paint.
+async function partsOf() {
+  const load = (name) => import(new URL(`page/${name}.mjs`, location.href));
+  const plane = (letter, width, height) => ({
+    [`${letter}PlaneBuffer`]: new Uint8Array(width * height),
+    [`${letter}PlaneBufferStride`]: width,
+  });
+  const planes = { ...plane('y', 4, 2), ...plane('u', 2, 1), ...plane('v', 2, 1) };
+  return {
+    ...(await load('tile')),
+    ...(await load('stage')),
+    ...(await load('charts')),
+    picture: { width: 4, height: 2, ...planes },
+    broken: { width: 400, height: 2, ...planes },
+    painted: () => new Promise((resolve) => requestAnimationFrame(resolve)),
+  };
+}
+
+// Settles with what `act` answers to the parts in a page that is empty.
+async function inPage(t, act) {
+  const page = await browser.newPage();
+  t.after(() => page.close());
+  await page.goto(address);
+  const parts = await page.evaluateHandle(partsOf);
+  return parts.evaluate(act);
+}
+
+test('a tile that is removed before its first frame is drawn takes no WebGL context', async (t) => {
+  const drawnOn = await inPage(t, async ({ Tile, DrawLoop, picture, painted }) => {
+    const canvases = new Set();
+    const { getContext } = HTMLCanvasElement.prototype;
+    HTMLCanvasElement.prototype.getContext = function (...args) {
+      canvases.add(this);
+      return getContext.apply(this, args);
+    };
+    const loop = new DrawLoop(() => {});
+    const [removed, kept] = ['remote-0', 'remote-1'].map((name) => new Tile(name, name));
+    for (const tile of [removed, kept]) loop.take(tile, picture);
+    removed.remove();
+    await painted();
+    return canvases.size;
+  });
+  assert.equal(drawnOn, 1);
+});
+
+test('a picture that cannot be drawn is told, and holds up no other tile', async (t) => {
+  const answer = await inPage(t, async ({ Tile, DrawLoop, picture, broken, painted }) => {
+    const errors = [];
+    addEventListener('error', (event) => {
+      event.preventDefault();
+      errors.push(event.error.name);
+    });
+    const drawn = [];
+    const loop = new DrawLoop((names) => drawn.push(...names));
+    const tiles = ['remote-0', 'remote-1'].map((name) => new Tile(name, name));
+    loop.take(tiles[0], broken);
+    loop.take(tiles[1], picture);
+    await painted();
+    return { errors, drawn, sizes: tiles.map(({ size }) => size) };
+  });
+  assert.deepEqual(answer, {
+    errors: ['RangeError'],
+    drawn: ['remote-0', 'remote-1'],
+    sizes: ['', '4×2'],
+  });
+});
+
+test('the frame of a tile that has gone meanwhile is not waited for', async (t) => {
+  const sent = await inPage(t, ({ Stage, picture }) => {
+    const wishes = [];
+    const connection = new EventTarget();
+    connection.send = (...wish) => wishes.push(wish);
+    const root = document.body.appendChild(document.createElement('main'));
+    new Stage(root, connection);
+    const detail = { name: 'remote-0', frame: picture };
+    connection.dispatchEvent(new CustomEvent('frame', { detail }));
+    return wishes;
+  });
+  assert.deepEqual(sent, [['drawn', { streams: ['remote-0'] }]]);
+});
+
+test('a plot says its last values to who cannot see it', async (t) => {
+  const names = await inPage(t, async ({ Charts, painted }) => {
+    const root = document.body.appendChild(document.createElement('div'));
+    const charts = new Charts(root, document.createElement('tbody'));
+    while (!root.querySelector('canvas')) await painted();
+    const meetingStats = {
+      ...{ total_inbound_bps: 2_340_000, total_outbound_bps: 1_000_000 },
+      ...{ instant_inbound_loss: 0.012, instant_outbound_loss: 0 },
+      ...{ process_cpu: 12.34, system_cpu: 50 },
+    };
+    charts.add({ time: 1, meetingStats, video_recv_stats: [{ fps: 30 }, { fps: 15 }] }, new Map());
+    return Array.from(root.querySelectorAll('[role=img]'), ({ ariaLabel }) => ariaLabel);
+  });
+  assert.deepEqual(names, [
+    'Bit rate, Mbit/s: received 2.3, sent 1.0',
+    'Frames received per second: all streams 45.0',
+    'Packets lost, %: received 1.2, sent 0.0',
+    'Processor, %: meeting 12.3, whole system 50.0',
+  ]);
+});
+
+// The meeting's page, whose sockets go to `onConnection`.
+async function openPage(t, onConnection) {
+  const page = await browser.newPage();
+  t.after(() => page.close());
+  await page.goto(await serve(t, pageFiles('meeting.html'), onConnection));
+  return page;
+}
+
+test('what needs the meeting is disabled until it has told its state, and while it cannot be reached', async (t) => {
+  const { room } = await openRoom(t, 'tessel:test?participants=0');
+  await room.join();
+  const arrived = new EventEmitter();
+  const arriving = once(arrived, 'socket');
+  const page = await openPage(t, (socket) => arrived.emit('socket', socket));
+  const disabled = () =>
+    page.locator('nav button:disabled').evaluateAll((all) => all.map(({ id }) => id));
+  const all = ['mute', 'camera-switch', 'speaker-switch', 'share', 'leave-call'];
+  assert.deepEqual(await disabled(), all);
+  const [socket] = await arriving;
+  new PageSession(socket, room);
+  await page.locator('#mute:enabled').waitFor();
+  assert.deepEqual(await disabled(), []);
+  socket.terminate();
+  await page.locator('#mute:disabled').waitFor();
+  assert.deepEqual(await disabled(), all);
+});
+
+test('a page that comes after a share was refused does not tell of it', async (t) => {
+  const { room } = await openRoom(t, 'tessel:test?participants=1&present=0@0');
+  await room.join();
+  await stateIs(room, ({ streams }) => streams.some(({ type }) => type === 'content'));
+  await assert.rejects(room.commands.share({ what: { type: 'screen', screenId: 0 } }));
+  assert.equal(room.state.share.phase, 'refused');
+  const page = await openPage(t, (socket) => new PageSession(socket, room));
+  await page.locator('#mute:enabled').waitFor();
+  assert.equal(await page.isVisible('#notice'), false);
+});
+
+test('a share cannot be asked for while one is', async (t) => {
+  const { room, meeting } = await openRoom(t, 'tessel:test?participants=0');
+  await room.join();
+  meeting.requestContentShareToken = () => new Promise(() => {});
+  room.commands.share({ what: { type: 'screen', screenId: 0 } });
+  const page = await openPage(t, (socket) => new PageSession(socket, room));
+  await page.locator('#share:enabled').filter({ hasText: 'Asking…' }).waitFor();
+  await page.keyboard.press('s');
+  assert.equal(await page.isVisible('#share-dialog'), false);
+});
+
+test('keys do what they say with Caps Lock, too', async (t) => {
+  const { room } = await openRoom(t, 'tessel:test?participants=0');
+  await room.join();
+  const page = await openPage(t, (socket) => new PageSession(socket, room));
+  await page.locator('#mute:enabled').waitFor();
+  await page.keyboard.press('M');
+  await page.locator('#mute').filter({ hasText: 'Unmute' }).waitFor();
+  await page.focus('.tile');
+  await page.keyboard.press('H');
+  await page.locator('.tile').waitFor({ state: 'detached' });
+});

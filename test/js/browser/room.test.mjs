@@ -1,0 +1,131 @@
+// What the meeting application's room does with what is asked of it, without a page.
+
+import assert from 'node:assert/strict';
+import { readFileSync } from 'node:fs';
+import { test } from 'node:test';
+
+import { videoStreamsState } from '../../../examples/meeting/layout.mjs';
+import { logIn, openRoom, stateIs } from './support/open_room.mjs';
+
+const NAME = 'remote-0';
+const SCREEN = { what: { type: 'screen', screenId: 0 } };
+
+async function joinRoom(t, uri = 'tessel:test?participants=1') {
+  const opened = await openRoom(t, uri);
+  await opened.room.join();
+  await stateIs(opened.room, ({ streams }) => streams.some(({ name }) => name === NAME));
+  return opened;
+}
+
+test('a join that is asked for twice is done once', async (t) => {
+  const { room } = await openRoom(t, 'tessel:test');
+  await Promise.all([room.commands.join(), room.commands.join()]);
+  await room.commands.join();
+  assert.deepEqual(room.state.call, { phase: 'joined', reason: '' });
+});
+
+test('a join that cannot be asked for may be tried again', async (t) => {
+  const { room, meeting } = await openRoom(t, 'tessel:test');
+  meeting.join = () => Promise.reject(new TypeError('no such uri'));
+  await assert.rejects(room.join(), { message: 'no such uri' });
+  assert.deepEqual(room.state.call, { phase: 'left', reason: 'no such uri' });
+  delete meeting.join;
+  await room.join();
+  assert.equal(room.state.call.phase, 'joined');
+});
+
+test('a room that is closed while it joins says nothing of it', async (t) => {
+  const { room } = await openRoom(t, 'tessel:test?join=3600');
+  const joining = room.join();
+  room.close();
+  assert.equal(await joining, undefined);
+});
+
+test('who leaves while a share is asked for shares nothing, and was refused nothing', async (t) => {
+  const { room } = await joinRoom(t);
+  const asking = room.commands.share(SCREEN);
+  assert.equal(room.state.share.phase, 'asking');
+  await Promise.all([assert.rejects(asking), room.commands.leave()]);
+  assert.deepEqual(room.state.share, { phase: 'none', text: '' });
+});
+
+test('a share that is asked for outside a meeting is not refused to be shown later', async (t) => {
+  const { room } = await openRoom(t, 'tessel:test');
+  await assert.rejects(room.commands.share(SCREEN));
+  assert.deepEqual(room.state.share, { phase: 'none', text: '' });
+});
+
+test('while a share is asked for no other one is', async (t) => {
+  const { room } = await joinRoom(t);
+  const asking = room.commands.share(SCREEN);
+  await assert.rejects(room.commands.share(SCREEN), {
+    message: 'A share is being asked for already',
+  });
+  await asking;
+  assert.deepEqual(room.state.share, { phase: 'sharing', text: 'Screen 1' });
+  const statuses = await logIn(room, 'screenShareStatus', 2);
+  assert.deepEqual(
+    statuses.map(({ status }) => status),
+    ['token_granted', 'started'],
+  );
+});
+
+// This process has the segment of the remote stream 0.
+const isShared = () => /\/dev\/shm\/SHM\w{25}10$/m.test(readFileSync('/proc/self/maps', 'latin1'));
+
+test('a window that is left before it is filled leaves its stream out of the shared memory', async (t) => {
+  const { room } = await joinRoom(t);
+  await room.enterWindow(NAME, 90);
+  assert.equal(isShared(), true);
+  room.leaveWindow(NAME);
+  assert.equal(isShared(), false);
+  // It takes until the next second.
+  const entering = room.enterWindow(NAME, 90);
+  room.leaveWindow(NAME);
+  await entering;
+  assert.equal(isShared(), false);
+});
+
+test('a stream whose window cannot be filled has none', async (t) => {
+  const { room, meeting } = await joinRoom(t);
+  meeting.enterWidgetMode = () => Promise.reject(new Error('no memory'));
+  await assert.rejects(room.enterWindow(NAME, 90), { message: 'no memory' });
+  assert.ok(room.state.streams.every(({ inWindow }) => !inWindow));
+});
+
+test('streams that have no name here are not shown', async (t) => {
+  const { room, meeting } = await openRoom(t, 'tessel:test');
+  const value = [
+    { type: 'unknown', streamIndex: 3, csrc: 1 },
+    { type: 'remote', streamIndex: 99, csrc: 2 },
+    { type: 'remote', streamIndex: 100, csrc: 3 },
+  ];
+  Object.defineProperty(meeting, 'streams', { value });
+  assert.deepEqual(
+    room.state.streams.map(({ name }) => name),
+    ['remote-99', 'local-0'],
+  );
+});
+
+test('a tile is asked for in the smallest size and rate that are enough', () => {
+  const tiles = [
+    { csrc: 7, height: 91, frameRate: 15 },
+    { csrc: 8, height: 2000, frameRate: 60 },
+  ];
+  const stream = (csrc, priority) => ({
+    ssrc: csrc,
+    participantSsrc: csrc,
+    speakerGroup: 0,
+    priority,
+  });
+  const [first, second] = [
+    { maxquality: 180, maxfps: 15 },
+    { maxquality: 720, maxfps: 30 },
+  ];
+  assert.deepEqual(videoStreamsState(tiles), {
+    VideoStreamState: {
+      VideoStreamInfos: [stream(7, 2), stream(8, 1)],
+      VideoOccupancyConstraints: [[first], [first, second]],
+    },
+  });
+});

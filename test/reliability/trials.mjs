@@ -146,12 +146,7 @@ function endGroup(leader) {
 // ended with all the processes that it has started.
 export async function runTrial(
   trial,
-  {
-    count,
-    seed = randomInt(2 ** 32),
-    judgesTimes = false,
-    limitSeconds = limitOf(trial, count),
-  },
+  { count, seed = randomInt(2 ** 32), judgesTimes = false, limitSeconds = limitOf(trial, count) },
 ) {
   const start = performance.now();
   const program = fileURLToPath(new URL('trial_process.mjs', import.meta.url));

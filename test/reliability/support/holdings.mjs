@@ -13,7 +13,7 @@ const BYTES_PER_KILOBYTE = 1024;
 const LEAST_COLLECTIONS = 3;
 const MOST_COLLECTIONS = 100;
 // However much is done: V8 takes its memory in pages of 256 kB and compiles what runs often.
-const ALLOWED_GROWTH_KB = { process: 1024, heap: 256 };
+const ALLOWED_GROWTH_KB = { process: 1024, heap: 512 };
 
 // Memory that no other process shares.
 export function privateKilobytes(pid = 'self') {

@@ -20,16 +20,37 @@ const { values, positionals: named } = parseArgs({
 
 const SECONDS_PER_MINUTE = 60;
 
+function refuse(...lines) {
+  for (const line of lines) console.error(line);
+  process.exit(2);
+}
+
 // The soak takes hours: it runs only when it is named.
 const chosen = trials.filter(({ name }) =>
   named.length > 0 ? named.includes(name) : name !== 'soak',
 );
 const unknown = named.filter((name) => !trials.some((trial) => trial.name === name));
 if (unknown.length > 0) {
-  console.error(`unknown: ${unknown.join(', ')}; there are`);
-  for (const { name, tried } of trials) console.error(`  ${name.padEnd(22)} ${tried}`);
-  process.exit(2);
+  refuse(
+    `unknown: ${unknown.join(', ')}; there are`,
+    ...trials.map(({ name, tried }) => `  ${name.padEnd(22)} ${tried}`),
+  );
 }
+for (const option of ['count', 'minutes', 'seed']) {
+  const given = values[option];
+  if (given === undefined) continue;
+  const isGood = /^\d{1,15}$/.test(given) && (option === 'seed' || Number(given) > 0);
+  if (!isGood)
+    refuse(`--${option} is no whole number${option === 'seed' ? '' : ' above 0'}: ${given}`);
+}
+if (values.minutes !== undefined && chosen.some(({ name }) => name !== 'soak')) {
+  refuse('--minutes is for the soak alone');
+}
+if (values.minutes !== undefined && values.count !== undefined) {
+  refuse('--count and --minutes say the same');
+}
+// The trials' processes are no part of the terminal's group, which its Ctrl-C ends.
+for (const signal of ['SIGINT', 'SIGTERM']) process.once(signal, () => process.exit(1));
 
 function countOf(trial) {
   if (values.count !== undefined) return Number(values.count);
@@ -39,11 +60,11 @@ function countOf(trial) {
 
 const written = (value) => (typeof value === 'number' ? value.toLocaleString('en-US') : value);
 
-console.log('| what was tried | how often | outcome | measured | seconds |');
-console.log('| --- | --- | --- | --- | --- |');
+console.log('| what was tried | how often | outcome | measured | seconds | seed |');
+console.log('| --- | --- | --- | --- | --- | --- |');
 for (const trial of chosen) {
   const count = countOf(trial);
-  const { figures, error, seconds } = await runTrial(trial, {
+  const { figures, error, seconds, seed } = await runTrial(trial, {
     count,
     seed: values.seed,
     judgesTimes: true,
@@ -52,7 +73,7 @@ for (const trial of chosen) {
     ([what, value]) => `${what} ${written(value)}`,
   );
   console.log(
-    `| ${trial.tried} | ${written(count)} ${trial.unit} | ${error ? 'FAILED' : 'held'} | ${measured.join(', ')} | ${Math.round(seconds)} |`,
+    `| ${trial.tried} | ${written(count)} ${trial.unit} | ${error ? 'FAILED' : 'held'} | ${measured.join(', ')} | ${Math.round(seconds)} | ${seed} |`,
   );
   if (!error) continue;
   console.error(error);

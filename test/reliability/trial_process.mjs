@@ -1,6 +1,9 @@
 // The process of one trial: node trial_process.mjs MODULE {count, seed, judgesTimes}. The figures go
 // to descriptor 3; why the promise was not kept, to the standard error.
 
+// Looks for leaks in this process, and not in those that it starts.
+import '../../scripts/child_environment.mjs';
+
 import { writeSync } from 'node:fs';
 
 import { Random } from './support/random.mjs';

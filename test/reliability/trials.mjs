@@ -111,27 +111,71 @@ export const trials = [
 
 const moduleOf = (name) => new URL(`trials/${name.replaceAll('-', '_')}.mjs`, import.meta.url);
 
-// The allocator gives back at once what is freed, so that what a process has is what it uses.
-const FRUGAL = { MALLOC_ARENA_MAX: '1', MALLOC_TRIM_THRESHOLD_: '65536' };
+// Memory that is freed goes back at once, and young objects get no more room than at the start, so
+// that what a process has is what it uses.
+const FRUGAL = {
+  MALLOC_ARENA_MAX: '1',
+  MALLOC_TRIM_THRESHOLD_: '65536',
+  NODE_OPTIONS: `${process.env.NODE_OPTIONS ?? ''} --max-semi-space-size=1`,
+};
+
+// A trial ends by itself, so that the leak check at its end tells the truth.
+const LEAK_CHECK = process.env.ASAN_OPTIONS && {
+  ASAN_OPTIONS: `${process.env.ASAN_OPTIONS}:detect_leaks=1`,
+};
+
+// Far above what a trial takes, also under a sanitizer or on a busy machine: they end what would
+// never end.
+const LEAST_LIMIT_SECONDS = 300;
+const SECONDS_FOR_EACH_SHORT_FORM = 120;
+
+const limitOf = ({ short }, count) =>
+  Math.max(LEAST_LIMIT_SECONDS, Math.ceil((count / short) * SECONDS_FOR_EACH_SHORT_FORM));
+
+// Ends whatever a trial has left of its group of processes, and the trial.
+function endGroup(leader) {
+  try {
+    process.kill(-leader, 'SIGKILL');
+  } catch (error) {
+    if (error.code !== 'ESRCH') throw error;
+  }
+}
 
 // Runs a trial in a process of its own: { figures, error, seconds, seed }, one of the first two. The
-// error tells the seed that repeats the run.
-export async function runTrial(trial, { count, seed = randomInt(2 ** 32), judgesTimes = false }) {
+// error tells the seed that repeats the run. When the trial has not ended within the limit, it is
+// ended with all the processes that it has started.
+export async function runTrial(
+  trial,
+  { count, seed = randomInt(2 ** 32), judgesTimes = false, limitSeconds = limitOf(trial, count) },
+) {
   const start = performance.now();
   const program = fileURLToPath(new URL('trial_process.mjs', import.meta.url));
   const child = spawn(
     process.execPath,
     [program, moduleOf(trial.name).href, JSON.stringify({ count, seed: `${seed}`, judgesTimes })],
-    { stdio: ['ignore', 'ignore', 'pipe', 'pipe'], env: { ...process.env, ...FRUGAL } },
+    {
+      stdio: ['ignore', 'ignore', 'pipe', 'pipe'],
+      env: { ...process.env, ...FRUGAL, ...LEAK_CHECK },
+      detached: true,
+    },
   );
-  const [stderr, answer, [code, signal]] = await Promise.all([
-    text(child.stderr),
-    text(child.stdio[3]),
-    once(child, 'exit'),
-  ]);
+  const end = () => endGroup(child.pid);
+  process.once('exit', end);
+  let isLate = false;
+  const limit = setTimeout(() => {
+    isLate = true;
+    end();
+  }, limitSeconds * 1000);
+  const written = Promise.all([text(child.stderr), text(child.stdio[3])]);
+  const [code, signal] = await once(child, 'exit');
+  clearTimeout(limit);
+  end();
+  process.off('exit', end);
+  const [stderr, answer] = await written;
   const seconds = (performance.now() - start) / 1000;
   const held = code === 0 && stderr === '' && answer !== '';
   if (held) return { figures: JSON.parse(answer), seconds, seed };
   const how = signal ? `was ended by ${signal}` : `ended with exit code ${code}`;
-  return { error: `${trial.name} with --seed ${seed} ${how}\n${stderr}`, seconds, seed };
+  const why = isLate ? `, after its limit of ${limitSeconds} s` : '';
+  return { error: `${trial.name} with --seed ${seed} ${how}${why}\n${stderr}`, seconds, seed };
 }

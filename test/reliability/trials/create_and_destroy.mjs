@@ -2,21 +2,33 @@
 
 import assert from 'node:assert/strict';
 import { EventEmitter, once } from 'node:events';
-import { existsSync } from 'node:fs';
+import { existsSync, readFileSync, readdirSync, statSync } from 'node:fs';
+import path from 'node:path';
 import { setImmediate } from 'node:timers/promises';
 
 import { connection } from '../../../examples/support/connection.mjs';
 import { collect } from '../../js/support/collector.mjs';
 import { TesselWrapper, TesselWrapperProxy } from '../../js/support/embedded_meeting.mjs';
-import { fileOfSegment, fileOfSemaphore } from '../../js/support/shared_memory_names.mjs';
 import { temporaryDirectory } from '../../js/support/temporary_directory.mjs';
 import { withoutGrowth } from '../support/holdings.mjs';
 
 const STREAM = { type: 'remote', streamIndex: 0 };
 const NO_FRAME = -1;
+const PARTS = 16;
+const DIRECTORY = '/dev/shm';
+
+// The names of what this process has mapped out of /dev/shm, by their inodes: who made a semaphore
+// mapped it under another name.
+function mappedFiles() {
+  const maps = readFileSync('/proc/self/maps', 'latin1');
+  const inodes = new Set((maps.match(/\d+(?= +\/dev\/shm\/)/g) ?? []).map(Number));
+  return readdirSync(DIRECTORY)
+    .map((name) => path.join(DIRECTORY, name))
+    .filter((file) => inodes.has(statSync(file, { throwIfNoEntry: false })?.ino));
+}
 
 // A meeting with all that makes the addon hold something; nothing of it is returned but the files
-// of its main segment.
+// of its segments and semaphores.
 async function meet(logPath) {
   const emitter = new EventEmitter();
   TesselWrapper._internal_setEmitterFactory(() => emitter);
@@ -40,21 +52,24 @@ async function meet(logPath) {
   }
   assert.equal(shared.yPlaneBuffer.length, 64 * 36);
   proxy.releaseFrame(STREAM);
+  const files = mappedFiles();
+  assert.equal(files.length, 4, 'a segment and a semaphore each for the meeting and the stream');
   wrapper.exitWidgetMode(STREAM);
   wrapper.getMeetingStats();
   wrapper.destroy();
-  return [fileOfSegment(key.shm_name), fileOfSemaphore(key.sem_name)];
+  return files;
 }
 
 export async function run(count, { after }) {
   const logPath = temporaryDirectory({ after });
-  return withoutGrowth(async () => {
-    for (let round = 0; round < count / 4; ++round) {
+  const work = async () => {
+    for (let round = 0; round < count / PARTS; ++round) {
       const files = await meet(logPath);
       await collect();
       // What an await has kept until now.
       await collect();
       assert.deepEqual(files.filter(existsSync), []);
     }
-  });
+  };
+  return withoutGrowth(work, { parts: PARTS });
 }

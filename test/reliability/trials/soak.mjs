@@ -1,30 +1,42 @@
 // A meeting that goes on: main process and widget.
 
 import assert from 'node:assert/strict';
+import { existsSync } from 'node:fs';
 import path from 'node:path';
 import { setTimeout } from 'node:timers/promises';
 
 import { startProcess } from '../../js/support/commanded_process.mjs';
-import { removeLeftovers } from '../../js/support/shared_memory_names.mjs';
+import { filesNamedIn, removeLeftovers } from '../../js/support/shared_memory_names.mjs';
 import { temporaryDirectory } from '../../js/support/temporary_directory.mjs';
 
 const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
 const SAMPLES = 40;
 const WARM_UP_SAMPLES = 10;
+const STREAMS = 4;
+const FRAMES_A_SECOND = 30;
+const EVENTS_A_SECOND = 100;
+// Of what is due in the time that passes.
+const LEAST_SHARE = { events: 0.95, sent: 0.95, read: 0.8 };
 // What a heap may have made room by behind the warming up, however long the soak takes.
-const ALLOWED_GROWTH_KB = 3072;
+const ALLOWED_GROWTH_KB = 1024;
+// In a shorter soak one page more of a heap is a steep slope.
+const SLOPE_SECONDS = 30 * 60;
+// Two bytes for each frame or event of a side, or less; and a step that a heap makes at any time.
+const ALLOWED_SLOPE_KB = 512;
+const ALLOWED_STEP_KB = 512;
 const TOLD_AS_WRONG = /timedout|wrong|failed|No mapped|not found/;
 
 const isSanitized = Boolean(process.env.LD_PRELOAD);
 
-const mean = (values) => values.reduce((sum, value) => sum + value, 0) / values.length;
+const sum = (values) => values.reduce((total, value) => total + value, 0);
+const mean = (values) => sum(values) / values.length;
 
 // Of kilobytes over seconds, by least squares: kilobytes for each hour.
 function slopeOf(samples) {
   const [x, y] = [samples.map(({ seconds }) => seconds), samples.map(({ kilobytes }) => kilobytes)];
   const [meanX, meanY] = [mean(x), mean(y)];
-  const covariance = x.reduce((sum, value, i) => sum + (value - meanX) * (y[i] - meanY), 0);
-  const variance = x.reduce((sum, value) => sum + (value - meanX) ** 2, 0);
+  const covariance = x.reduce((total, value, i) => total + (value - meanX) * (y[i] - meanY), 0);
+  const variance = x.reduce((total, value) => total + (value - meanX) ** 2, 0);
   return Math.round((covariance / variance) * 3600);
 }
 
@@ -34,13 +46,36 @@ function growthOf(samples) {
   return Math.round(mean(kilobytes.slice(-10)) - mean(kilobytes.slice(0, 10)));
 }
 
-export async function run(seconds, { after }) {
+function assertMemoryStaysFlat(side, samples) {
+  const [growth, slope] = [growthOf(samples), slopeOf(samples)];
+  const kilobytes = samples.map((sample) => sample.kilobytes).join(', ');
+  if (!isSanitized) assert.ok(growth <= ALLOWED_GROWTH_KB, `${side} grows: ${kilobytes} kB`);
+  const took = samples.at(-1).seconds - samples[0].seconds;
+  // A step in the middle of the time makes the steepest slope.
+  const allowed = Math.round(ALLOWED_SLOPE_KB + (1.5 * ALLOWED_STEP_KB * 3600) / took);
+  if (!isSanitized && took >= 0.7 * SLOPE_SECONDS) {
+    assert.ok(slope <= allowed, `${side} grows by ${slope} kB an hour: ${kilobytes} kB`);
+  }
+  return {
+    [`${side}: kB at the end`]: samples.at(-1).kilobytes,
+    [`${side}: growth, kB`]: growth,
+    [`${side}: slope, kB an hour`]: slope,
+  };
+}
+
+// Of all streams: how many frames came from the engine between two samples, and how many were read.
+function framesBetween(first, last) {
+  const total = (sample, key) => sum(sample.streams.map((stream) => stream[key]));
+  return {
+    sent: total(last, 'newest') - total(first, 'newest'),
+    read: total(last, 'frames') - total(first, 'frames'),
+  };
+}
+
+export async function run(seconds, { after, judgesTimes }) {
   const start = (module) =>
     startProcess({ after }, module, {
-      environment: {
-        TESSEL_WRAPPER_ADDON: path.join(build, 'tesselWrapper.node'),
-        MALLOC_ARENA_MAX: '1',
-      },
+      environment: { TESSEL_WRAPPER_ADDON: path.join(build, 'tesselWrapper.node') },
     });
   removeLeftovers();
   const sides = {
@@ -49,35 +84,47 @@ export async function run(seconds, { after }) {
   };
   const logPath = temporaryDirectory({ after });
   const { key, streams } = await sides.main.does('join', logPath);
+  assert.equal(streams.length, STREAMS);
   await sides.widget.does('read', key, streams);
 
   const samples = { main: [], widget: [] };
   const begin = performance.now();
-  for (let sample = 0; sample < SAMPLES; ++sample) {
-    await setTimeout((seconds * 1000) / SAMPLES);
+  const elapsed = () => (performance.now() - begin) / 1000;
+  for (let sample = 1; sample <= SAMPLES; ++sample) {
+    await setTimeout(Math.max(0, ((seconds * sample) / SAMPLES - elapsed()) * 1000));
     for (const [side, commanded] of Object.entries(sides)) {
-      const state = await commanded.does('state');
-      samples[side].push({ ...state, seconds: (performance.now() - begin) / 1000 });
+      const before = samples[side].at(-1)?.streams.map(({ frames }) => frames);
+      const state = await commanded.does('state', before ?? streams.map(() => 0));
+      samples[side].push({ ...state, seconds: elapsed() });
     }
   }
 
   const figures = {};
   for (const [side, all] of Object.entries(samples)) {
+    const [first, last] = [all[0], all.at(-1)];
     const warm = all.slice(WARM_UP_SAMPLES);
-    const last = warm.at(-1);
     assert.deepEqual(last.counts, warm[0].counts);
-    const { eventsOutOfOrder, wrongFrames, framesOutOfOrder } = last;
-    assert.deepEqual([eventsOutOfOrder, wrongFrames, framesOutOfOrder], [0, 0, 0]);
-    assert.ok(last.frames > all[0].frames);
-    const growth = growthOf(warm);
-    if (!isSanitized) assert.ok(growth <= ALLOWED_GROWTH_KB, `${side} has grown by ${growth} kB`);
-    figures[`${side}: frames`] = last.frames;
-    figures[`${side}: kB at the end`] = last.kilobytes;
-    figures[`${side}: growth, kB`] = growth;
-    figures[`${side}: slope, kB an hour`] = slopeOf(warm);
+    assert.deepEqual(last.wrongs, { eventsOutOfOrder: 0, wrongFrames: 0, framesOutOfOrder: 0 });
+    const { sent, read } = framesBetween(first, last);
+    if (judgesTimes) {
+      const due = STREAMS * FRAMES_A_SECOND * (last.seconds - first.seconds);
+      assert.ok(sent >= LEAST_SHARE.sent * due, `${sent} frames of ${due} were sent`);
+      assert.ok(read >= LEAST_SHARE.read * sent, `${side} has read ${read} frames of ${sent}`);
+    }
+    figures[`${side}: frames sent`] = sent;
+    figures[`${side}: read`] = read;
+    Object.assign(figures, assertMemoryStaysFlat(side, warm));
   }
-  const { events } = samples.main.at(-1);
-  assert.ok(events > 0);
+
+  const [first, last] = [samples.main[0], samples.main.at(-1)];
+  assert.equal(last.events.length, EVENTS_A_SECOND);
+  // All happen once in a second: none has stopped.
+  const [least, most] = [Math.min(...last.events), Math.max(...last.events)];
+  assert.ok(least > 0 && most - least <= 1, `between ${least} and ${most} times each`);
+  const events = sum(last.events) - sum(first.events);
+  const due = EVENTS_A_SECOND * (last.seconds - first.seconds);
+  if (judgesTimes) assert.ok(events >= LEAST_SHARE.events * due, `${events} events of ${due}`);
+
   for (const commanded of Object.values(sides)) {
     assert.deepEqual(
       commanded.lines.filter((line) => TOLD_AS_WRONG.test(line)),
@@ -86,5 +133,8 @@ export async function run(seconds, { after }) {
   }
   await sides.widget.ends();
   await sides.main.ends();
-  return { events, ...figures };
+  const files = new Set(filesNamedIn(sides.main.lines));
+  assert.equal(files.size, 2 * (1 + STREAMS), 'the files of the meeting and of its streams');
+  assert.deepEqual([...files].filter(existsSync), []);
+  return { seconds: Math.round(last.seconds), events, ...figures };
 }

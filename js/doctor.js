@@ -48,7 +48,8 @@ function checkAddon() {
 
 function checkEngine() {
   const maps = fs.readFileSync('/proc/self/maps', 'utf8');
-  const file = maps.match(/\/\S*\/libtesselclient\.so\S*$/m)?.[0];
+  // Behind address, rights, offset, device and inode; the name may have spaces.
+  const file = maps.match(/^(?:\S+ +){5}(\/.*\/libtesselclient\.so.*)$/m)?.[1];
   if (!file) return bad('engine: the addon has none', 'Build it against an engine library.');
   if (path.dirname(file) === path.dirname(fs.realpathSync(addonPath()))) {
     return good(`engine ${file}`);

@@ -5,6 +5,8 @@ const { onAbort } = require('./abortable.js');
 // An async iterator over [name, payload] of the events `names` of `emitter`, from the moment it is
 // made until return() or the end that `signals` bring. Events wait in it until they are asked for.
 class EventQueue {
+  static #over = () => Promise.resolve({ done: true, value: undefined });
+
   #waiting = []; // asked for, and not there: what answers
   #arrived = []; // there, and not asked for
   #ending; // once ended: the last answer, given from then on
@@ -16,7 +18,7 @@ class EventQueue {
       emitter.prependListener(name, listener);
       this.#undo.push(() => emitter.off(name, listener));
     }
-    this.#endWith(closing, () => Promise.resolve({ done: true, value: undefined }));
+    this.#endWith(closing, EventQueue.#over);
     if (signal) this.#endWith(signal, () => Promise.reject(signal.reason));
   }
 
@@ -34,7 +36,9 @@ class EventQueue {
 
   return() {
     this.#arrived = [];
-    this.#end(() => Promise.resolve({ done: true, value: undefined }));
+    this.#end(EventQueue.#over);
+    // Also when the signal was aborted before: who leaves the loop wants no reason any more.
+    this.#ending = EventQueue.#over;
     return this.#ending();
   }
 

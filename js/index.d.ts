@@ -553,7 +553,10 @@ export class TesselWrapperProxy {
 
 // ---- The meeting
 
-/** The longest that a promise waits. Ends the waiting, not what the engine was asked for. */
+/**
+ * The longest that a promise waits, from the call to the end. Ends the waiting, not what the engine
+ * was asked for.
+ */
 export interface Limits {
   /** The promise rejects with its reason when it is aborted. */
   signal?: AbortSignal;
@@ -576,12 +579,15 @@ export interface FrameOptions {
   signal?: AbortSignal;
 }
 
-/** `logPath` is required; the others are '' when left out, `userAgent` "tessel-wrapper". */
+/**
+ * `logPath` is required; the others are '' when left out or undefined, `userAgent` "tessel-wrapper".
+ */
 export type MeetingParams = Partial<CreateParams> & Pick<CreateParams, 'logPath'>;
 
 /**
- * `uri` is required. What is left out means: everything is sent and received, at most 4,000,000 bits
- * per second, layouts driven by the application, no relay servers, nothing else special.
+ * `uri` is required. What is left out, or undefined, means: everything is sent and received, at most
+ * 4,000,000 bits per second, layouts driven by the application, no relay servers, nothing else
+ * special.
  */
 export type JoinParams = Partial<Omit<ConnectParams, 'mediaStreamState'>> &
   Pick<ConnectParams, 'uri'> & { mediaStreamState?: Partial<MediaStreamState> };
@@ -609,14 +615,15 @@ export interface FrameCounters {
  * not here is asked of `wrapper`.
  *
  * A meeting belongs to the application and lives until it is closed: nobody has to hold it for its
- * listeners to be called. Its promises reject with a `ClosedError` when it is closed.
+ * listeners to be called. Its promises reject with a `ClosedError` when it is closed. One that
+ * rejects before it is awaited is no unhandled rejection.
  */
 export class Meeting implements Disposable {
   private constructor();
 
   /**
-   * Makes an engine, which blocks until it is initialised. Its shared memory is made readable for
-   * this user alone. A second meeting within one second waits for the next one.
+   * Makes an engine, which blocks until it is initialised. Its shared memory and its log are made
+   * readable for this user alone. A second meeting within one second waits for the next one.
    *
    * Replaces the emitter factory of `TesselWrapper`.
    */
@@ -624,7 +631,7 @@ export class Meeting implements Disposable {
 
   /** The engine's other operations. */
   readonly wrapper: TesselWrapper;
-  /** The streams that are there now, in the order in which they came. */
+  /** The streams that are there now, in the order in which they came, each as it was told last. */
   readonly streams: StreamEvent[];
   readonly isClosed: boolean;
 
@@ -668,14 +675,14 @@ export class Meeting implements Disposable {
 
   /** Rejects with a `ShareError` when it is denied, with a `CallError` when the call ends. */
   requestContentShareToken(limits?: Limits): Promise<void>;
-  /** Settles at once without the token. */
+  /** Settles at once without the token, and without an unanswered request for it. */
   releaseContentShareToken(limits?: Limits): Promise<void>;
   /**
    * Needs the token. Rejects with a `ShareError` when it is denied or fails, with a `CallError` when
    * the call ends.
    */
   startPresentation(params: ContentShareParams, limits?: Limits): Promise<void>;
-  /** Settles at once when nothing is presented. */
+  /** Settles at once when nothing is presented, nor may be yet, for a start that was given up. */
   stopPresentation(limits?: Limits): Promise<void>;
 
   /**
@@ -695,11 +702,11 @@ export class Meeting implements Disposable {
   /**
    * Copies the stream's frames into shared memory, for a `Widget` in a second process, which is made
    * with the answer, until `exitWidgetMode` or the end of the stream. The memory is readable for
-   * this user alone. Entering again within one second waits for the next one. Rejects for a stream
-   * that is not there.
+   * this user alone. Entering again within one second waits for the next one, and rejects when the
+   * stream leaves meanwhile. Rejects for a stream that is not there.
    */
   enterWidgetMode(stream: StreamKey, options?: Pick<Limits, 'signal'>): Promise<SharedDataInfo>;
-  /** Does nothing when the stream is not in widget mode. */
+  /** Does nothing when the stream is not in widget mode, nor waits to enter it. */
   exitWidgetMode(stream: StreamKey): void;
 
   /** What became of its frames, by stream. */
@@ -707,7 +714,8 @@ export class Meeting implements Disposable {
 
   /**
    * Shuts the engine down, so that the process can end by itself. What still waits rejects, loops
-   * over frames and events end. Does nothing the second time.
+   * over frames and events end, also when the engine fails to go, which is thrown. Does nothing the
+   * second time.
    */
   close(): void;
   [Symbol.dispose](): void;

@@ -9,6 +9,7 @@ const { EventQueue } = require('./event_queue.js');
 const { FrameLedger } = require('./frame_counters.js');
 const { Pace } = require('./pace.js');
 const { makeSegment } = require('./private_segments.js');
+const { Undertaking } = require('./undertaking.js');
 
 const CREATE_PARAMS = {
   appVersion: '',
@@ -40,6 +41,10 @@ const MEDIA_STREAM_STATE = {
   outgoingVideoMuted: false,
 };
 
+// The statuses that answer what is asked about sharing.
+const PRESENTATION = { begun: 'started', refused: ['failed', 'denied'], over: 'stopped' };
+const TOKEN = { begun: 'token_granted', refused: ['token_denied'], over: 'token_relinquished' };
+
 // The longest that a timer can wait.
 const MAX_TIMEOUT_MS = 2 ** 31 - 1;
 
@@ -52,6 +57,41 @@ function requireTimeout(timeout) {
 
 const nameOf = ({ type, streamIndex }) => `${type}-${streamIndex}`;
 
+// The one stream that may have frames without being announced: the camera's.
+const UNANNOUNCED = 'local-0';
+
+// The properties of `record` that are not left out; undefined leaves one out.
+function given(record) {
+  const entries = Object.entries(record ?? {});
+  return Object.fromEntries(entries.filter(([, value]) => value !== undefined));
+}
+
+// The promise of `work`. An application may await it later than it rejects, after something else:
+// that is no unhandled rejection. Awaiting it rejects all the same.
+function promiseOf(work) {
+  const promise = work();
+  promise.catch(() => {});
+  return promise;
+}
+
+// An emitter that tells `follow` about each event before its listeners, which may throw.
+class FollowedEmitter extends EventEmitter {
+  #follow;
+
+  constructor(follow) {
+    super();
+    this.#follow = follow;
+  }
+
+  emit(name, payload) {
+    try {
+      this.#follow(name, payload);
+    } finally {
+      super.emit(name, payload);
+    }
+  }
+}
+
 // Makes the class Meeting over the addon's class: one engine, the events that it emits, promises for
 // what it answers by events, and frames at a chosen rate. It belongs to the application, which
 // closes it.
@@ -60,18 +100,19 @@ function defineMeeting(TesselWrapper) {
   const open = new Set();
 
   return class Meeting {
-    #emitter = new EventEmitter();
+    #emitter = new FollowedEmitter((name, payload) => this.#follow(name, payload));
     #wrapper;
     #closing = new AbortController();
     #ledger;
-    #streams = new Map(); // present ones, by name
+    #streams = new Map(); // present ones, by name: { event } with what was told about them last
     #inWidgetMode = new Map(); // streams, by name
+    #entries = new Map(); // into widget mode, by name: what gives up those that wait
     #call = 'none'; // then 'joining', 'joined' and 'leaving'
-    #isPresenting = false;
-    #hasToken = false;
+    #presentation = new Undertaking(PRESENTATION);
+    #token = new Undertaking(TOKEN);
 
     static open(params, { signal } = {}) {
-      return makeSegment('main', () => new Meeting(params), signal);
+      return makeSegment('main', () => new Meeting(params), [signal]);
     }
 
     // Use Meeting.open(): it sees to it that the segment made here is private and unique.
@@ -79,9 +120,8 @@ function defineMeeting(TesselWrapper) {
       // Any number of waits is fine.
       this.#emitter.setMaxListeners(0);
       TesselWrapper._internal_setEmitterFactory(() => this.#emitter);
-      this.#wrapper = new TesselWrapper({ ...CREATE_PARAMS, ...params });
+      this.#wrapper = new TesselWrapper({ ...CREATE_PARAMS, ...given(params) });
       this.#ledger = new FrameLedger('meeting');
-      this.#follow();
       open.add(this);
     }
 
@@ -90,7 +130,7 @@ function defineMeeting(TesselWrapper) {
     }
 
     get streams() {
-      return [...this.#streams.values()];
+      return Array.from(this.#streams.values(), ({ event }) => event);
     }
 
     get isClosed() {
@@ -115,10 +155,13 @@ function defineMeeting(TesselWrapper) {
       return this;
     }
 
-    async waitFor(event, { where = () => true, ...limits } = {}) {
-      requireEventName(event);
-      const judge = (_name, payload, resolve) => where(payload) && resolve(payload);
-      return this.#until([event], judge, limits);
+    waitFor(event, options) {
+      return promiseOf(async () => {
+        requireEventName(event);
+        const { where = () => true, ...limits } = options ?? {};
+        const judge = (_name, payload, resolve) => where(payload) && resolve(payload);
+        return this.#until([event], judge, limits);
+      });
     }
 
     events(names, { signal } = {}) {
@@ -126,141 +169,125 @@ function defineMeeting(TesselWrapper) {
       return new EventQueue(this.#emitter, names, { closing: this.#closing.signal, signal });
     }
 
-    async join(connection, limits) {
-      if (typeof connection !== 'object' || connection === null) {
-        throw new TypeError("join expects an object with a uri: { uri: 'tessel:demo' }");
-      }
-      const question = { asked: new Error(), tooLate: 'Joining took longer than' };
-      if (this.#call === 'leaving') {
-        const judge = (_name, _payload, resolve) => resolve();
-        await this.#until(['callDisconnect'], judge, limits, question);
-      }
-      if (this.#call !== 'none')
-        throw new Error('The meeting is in a call already: leave() it first');
-      const params = {
-        ...CONNECTION,
-        ...connection,
-        mediaStreamState: { ...MEDIA_STREAM_STATE, ...connection.mediaStreamState },
-      };
-      const judge = (name, payload, resolve, reject) => {
-        if (name === 'callDisconnect') reject(new CallError(payload));
-        else if (payload.connected) resolve();
-      };
-      try {
-        await this.#until(['callConnectionStatus', 'callDisconnect'], judge, limits, {
-          ...question,
-          ask: () => {
-            this.#wrapper.connectCall(params);
-            this.#call = 'joining';
-          },
-        });
-      } catch (error) {
-        // Given up by the caller: the engine is not to join later.
-        if (this.#call === 'joining') this.#disconnect();
-        throw error;
-      }
+    join(connection, limits) {
+      return promiseOf(() => this.#join(connection, limits));
     }
 
-    async leave(limits) {
-      if (this.#call === 'none') {
-        this.#disconnect();
-        return undefined;
-      }
-      const judge = (_name, payload, resolve) => resolve(payload);
-      return this.#until(['callDisconnect'], judge, limits, {
-        ask: () => this.#disconnect(),
-        tooLate: 'Leaving took longer than',
-      });
+    leave(limits) {
+      return promiseOf(() => this.#leave(limits));
     }
 
     requestContentShareToken(limits) {
-      return this.#answer('requestContentShareToken', limits, {
-        good: ['token_granted'],
-        bad: ['token_denied'],
-      });
+      return this.#begin(this.#token, 'requestContentShareToken', [], limits);
     }
 
-    async releaseContentShareToken(limits) {
-      if (!this.#hasToken) return;
-      await this.#answer('releaseContentShareToken', limits, { good: ['token_relinquished'] });
+    releaseContentShareToken(limits) {
+      return this.#end(this.#token, 'releaseContentShareToken', limits);
     }
 
     startPresentation(params, limits) {
-      const answers = { good: ['started'], bad: ['failed', 'denied'] };
-      return this.#answer('startPresentation', limits, answers, params);
+      return this.#begin(this.#presentation, 'startPresentation', [params], limits);
     }
 
-    async stopPresentation(limits) {
-      if (!this.#isPresenting) return;
-      await this.#answer('stopPresentation', limits, { good: ['stopped'] });
+    stopPresentation(limits) {
+      return this.#end(this.#presentation, 'stopPresentation', limits);
     }
 
     frames(stream, { rate = 30, signal } = {}) {
       return this.#pollFrames({ ...stream }, new Pace(rate), signal);
     }
 
-    async enterWidgetMode(stream, { signal } = {}) {
-      const name = nameOf(stream);
-      if (!this.#inWidgetMode.has(name)) {
-        await makeSegment(name, () => this.#enterWidgetMode(name, stream), signal);
-      }
-      return this.#wrapper.getSharedDataInfo();
+    enterWidgetMode(stream, options) {
+      return promiseOf(async () => {
+        this.#requireOpen();
+        const { signal } = options ?? {};
+        const name = nameOf(stream);
+        if (!this.#inWidgetMode.has(name)) {
+          const entry = this.#entries.get(name) ?? new AbortController();
+          this.#entries.set(name, entry);
+          const signals = [signal, this.#closing.signal, entry.signal];
+          await makeSegment(name, () => this.#enterWidgetMode(name, stream), signals);
+        }
+        return this.#wrapper.getSharedDataInfo();
+      });
     }
 
     exitWidgetMode(stream) {
-      if (this.#inWidgetMode.delete(nameOf(stream))) this.#wrapper.exitWidgetMode(stream);
+      const name = nameOf(stream);
+      const reason = `The stream ${name} has left widget mode before it had entered it`;
+      this.#entries.get(name)?.abort(new Error(reason));
+      this.#entries.delete(name);
+      if (this.#inWidgetMode.delete(name)) this.#wrapper.exitWidgetMode(stream);
     }
 
     counters() {
       return this.#ledger.rows();
     }
 
+    // What waits ends first, whatever the engine does.
     close() {
       if (this.isClosed) return;
-      for (const stream of this.#inWidgetMode.values()) this.exitWidgetMode(stream);
-      this.#wrapper.destroy();
-      open.delete(this);
-      this.#call = 'none';
-      this.#ledger.close();
       this.#closing.abort(new ClosedError('The meeting was closed'));
+      open.delete(this);
+      this.#ledger.close();
+      try {
+        for (const stream of this.#inWidgetMode.values()) this.exitWidgetMode(stream);
+      } finally {
+        this.#wrapper.destroy();
+      }
     }
 
     [Symbol.dispose]() {
       this.close();
     }
 
-    // Keeps the state up to date. These listeners are the first: none of the application's can
-    // throw before them.
-    #follow() {
-      this.#emitter
-        .on('streamAdded', (stream) => this.#streams.set(nameOf(stream), stream))
-        .on('streamRemoved', (stream) => {
-          this.#streams.delete(nameOf(stream));
+    // Keeps the state up to date with what the engine tells.
+    #follow(event, payload) {
+      switch (event) {
+        case 'streamAdded':
+          this.#streams.set(nameOf(payload), { event: payload });
+          break;
+        case 'streamUpdated': {
+          const present = this.#streams.get(nameOf(payload));
+          if (present) present.event = payload;
+          break;
+        }
+        case 'streamRemoved':
+          this.#streams.delete(nameOf(payload));
           // What comes back under this name is another stream for the engine.
-          this.exitWidgetMode(stream);
-        })
-        .on('callConnectionStatus', ({ connected }) => {
-          if (connected && this.#call === 'joining') this.#call = 'joined';
-        })
-        .on('callDisconnect', () => (this.#call = 'none'))
-        .on('screenShareStatus', ({ status }) => {
-          if (status === 'started') this.#isPresenting = true;
-          if (status === 'stopped') this.#isPresenting = false;
-          if (status === 'token_granted') this.#hasToken = true;
-          if (status === 'token_relinquished') this.#hasToken = false;
-        });
+          this.exitWidgetMode(payload);
+          break;
+        case 'callConnectionStatus':
+          if (payload.connected && this.#call === 'joining') this.#call = 'joined';
+          break;
+        case 'callDisconnect':
+          this.#call = 'none';
+          this.#presentation.forget();
+          this.#token.forget();
+          break;
+        case 'screenShareStatus':
+          this.#presentation.hear(payload.status);
+          this.#token.hear(payload.status);
+          break;
+      }
+    }
+
+    #requireOpen() {
+      this.#closing.signal.throwIfAborted();
     }
 
     // Listens to the events `names`, then runs `ask`; settles as `judge(name, payload, resolve,
     // reject)` says about them, and rejects when a limit is reached or the meeting is closed. It
-    // listens in front of the application's listeners, one of which may throw. Rejections show the
-    // frames of `asked`.
+    // listens in front of the application's listeners, one of which may throw. Rejections show where
+    // the application asked.
     #until(
       names,
       judge,
       { signal, timeout } = {},
-      { ask = () => {}, asked = new Error(), tooLate = `No ${names.join(' or ')} within` } = {},
+      { ask = () => {}, tooLate = `No ${names.join(' or ')} within` } = {},
     ) {
+      const asked = {};
+      Error.captureStackTrace(asked, promiseOf);
       return abortable([this.#closing.signal, signal], (resolve, reject, undo) => {
         if (timeout !== undefined) requireTimeout(timeout);
         const fail = (error) => reject(withFramesOf(asked, error));
@@ -284,16 +311,91 @@ function defineMeeting(TesselWrapper) {
       });
     }
 
-    // Calls the wrapper's operation, which is answered by a screenShareStatus; the end of the call
-    // is an answer, too.
-    async #answer(operation, limits, { good, bad = [] }, ...args) {
+    async #join(connection, limits) {
+      if (typeof connection !== 'object' || connection === null) {
+        throw new TypeError("join expects an object with a uri: { uri: 'tessel:demo' }");
+      }
+      const params = {
+        ...CONNECTION,
+        ...given(connection),
+        mediaStreamState: { ...MEDIA_STREAM_STATE, ...given(connection.mediaStreamState) },
+      };
+      let isAsked = false;
+      // Waits for the end of the call that is being left.
+      const ask = () => {
+        if (this.#call === 'leaving') return;
+        if (this.#call !== 'none')
+          throw new Error('The meeting is in a call already: leave() it first');
+        this.#wrapper.connectCall(params);
+        this.#call = 'joining';
+        isAsked = true;
+      };
+      const judge = (name, payload, resolve, reject) => {
+        if (!isAsked) ask();
+        else if (name === 'callDisconnect') reject(new CallError(payload));
+        else if (payload.connected) resolve();
+      };
+      try {
+        await this.#until(['callConnectionStatus', 'callDisconnect'], judge, limits, {
+          ask,
+          tooLate: 'Joining took longer than',
+        });
+      } catch (error) {
+        // Given up by the caller: the engine is not to join later.
+        if (isAsked && this.#call === 'joining' && !this.isClosed) this.#disconnect();
+        throw error;
+      }
+    }
+
+    async #leave(limits) {
+      this.#requireOpen();
+      if (this.#call === 'none') {
+        this.#disconnect();
+        return undefined;
+      }
+      const judge = (_name, payload, resolve) => resolve(payload);
+      return this.#until(['callDisconnect'], judge, limits, {
+        ask: () => this.#disconnect(),
+        tooLate: 'Leaving took longer than',
+      });
+    }
+
+    #begin(undertaking, operation, args, limits) {
+      const { begun, refused } = undertaking.statuses;
+      const judge = ({ status }, resolve, reject) => {
+        if (status === begun) resolve();
+        else if (refused.includes(status)) reject(new ShareError(operation, status));
+      };
+      const ask = () => {
+        this.#wrapper[operation](...args);
+        undertaking.ask('begin');
+      };
+      return promiseOf(() => this.#answer(operation, judge, ask, limits));
+    }
+
+    #end(undertaking, operation, limits) {
+      const judge = ({ status }, resolve) => {
+        if (status === undertaking.statuses.over || !undertaking.isPossible) resolve();
+      };
+      const ask = () => {
+        this.#wrapper[operation]();
+        undertaking.ask('end');
+      };
+      return promiseOf(async () => {
+        this.#requireOpen();
+        if (undertaking.isPossible) await this.#answer(operation, judge, ask, limits);
+      });
+    }
+
+    // Asks for an operation that is answered by a screenShareStatus; the end of the call is an
+    // answer, too.
+    async #answer(operation, judgeStatus, ask, limits) {
       const judge = (name, payload, resolve, reject) => {
         if (name === 'callDisconnect') reject(new CallError(payload));
-        else if (good.includes(payload.status)) resolve();
-        else if (bad.includes(payload.status)) reject(new ShareError(operation, payload.status));
+        else judgeStatus(payload, resolve, reject);
       };
       await this.#until(['screenShareStatus', 'callDisconnect'], judge, limits, {
-        ask: () => this.#wrapper[operation](...args),
+        ask,
         tooLate: `${operation} took longer than`,
       });
     }
@@ -304,7 +406,6 @@ function defineMeeting(TesselWrapper) {
     }
 
     #enterWidgetMode(name, stream) {
-      if (this.isClosed) throw this.#closing.signal.reason;
       if (this.#inWidgetMode.has(name)) return;
       if (!this.#streams.has(name)) throw new Error(`The stream ${name} is not there`);
       this.#wrapper.enterWidgetMode(stream);
@@ -312,24 +413,30 @@ function defineMeeting(TesselWrapper) {
     }
 
     // Asks for the newest frame whenever one is due, and for none in between, so that none waits.
+    // Nothing is due while the stream is not there.
     async *#pollFrames(stream, pace, signal) {
+      const name = nameOf(stream);
       const counters = this.#ledger.of(stream);
+      const isAdded = (_name, payload, resolve) => nameOf(payload) === name && resolve();
       let frameId = 0; // of the picture that is shown, or 0
-      let wasPresent = false;
+      let shown; // the stream that was there, of this name
       let isDelivered = false;
+      let isAwaited = false;
       for (;;) {
         try {
+          if (isAwaited) await this.#until(['streamAdded'], isAdded, { signal });
           await pause(pace.next(isDelivered), [signal, this.#closing.signal]);
         } catch (error) {
           if (error instanceof ClosedError) return;
           throw error;
         }
-        const isPresent = this.#streams.has(nameOf(stream));
-        if (wasPresent && !isPresent) return;
-        wasPresent = isPresent;
+        const present = this.#streams.get(name);
+        if (shown && shown !== present) return;
+        shown = present;
 
         const frame = this.#wrapper.getFrame(stream, frameId);
         isDelivered = !frame.noUpdate || (frame.clearFrame && frameId > 0);
+        isAwaited = !isDelivered && !present && name !== UNANNOUNCED;
         if (!isDelivered) continue;
         if (frame.noUpdate) {
           frameId = 0;

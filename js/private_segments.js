@@ -24,14 +24,19 @@ function withPrivateUmask(make) {
   }
 }
 
+// How long this second still lasts, in milliseconds, if a segment was made in it for `purpose`, else
+// 0. It is another one, too, when the clock was set back.
+function remainder(purpose) {
+  const wait = ((madeIn.get(purpose) ?? 0) + 1) * 1000 + CLOCK_LAG_MS - Date.now();
+  return wait > 1000 + CLOCK_LAG_MS ? 0 : Math.max(0, wait);
+}
+
 // Settles with the result of `make`, which makes the segment for `purpose` and runs in one piece,
-// after less than a second and mostly at once. `signal` ends the waiting.
-async function makeSegment(purpose, make, signal) {
-  for (;;) {
-    const wait = ((madeIn.get(purpose) ?? 0) + 1) * 1000 + CLOCK_LAG_MS - Date.now();
-    if (wait <= 0) break;
-    await pause(wait, [signal]);
-  }
+// after little more than a second at most, and mostly at once. Rejects with the reason of that of
+// `signals` which is aborted before (those that are undefined are left out).
+async function makeSegment(purpose, make, signals = []) {
+  for (const signal of signals) signal?.throwIfAborted();
+  while (remainder(purpose) > 0) await pause(remainder(purpose), signals);
   try {
     return withPrivateUmask(make);
   } finally {

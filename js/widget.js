@@ -16,12 +16,13 @@ function defineWidget(TesselWrapperProxy) {
   return class Widget {
     #proxy;
     #closing = new AbortController();
-    #ledger = new FrameLedger('widget');
+    #ledger;
     #read = new Map(); // streams that were read, by name
 
     constructor(names) {
       requireNames(names);
       this.#proxy = new TesselWrapperProxy(names);
+      this.#ledger = new FrameLedger('widget');
     }
 
     get proxy() {
@@ -35,9 +36,9 @@ function defineWidget(TesselWrapperProxy) {
     // The segment is locked from getFrame to releaseFrame, whatever the answer: its writer waits.
     read(stream, use) {
       if (this.isClosed) throw this.#closing.signal.reason;
+      const frame = this.#proxy.getFrame(stream, NO_FRAME);
       const counters = this.#ledger.of(stream);
       this.#read.set(`${stream.type}-${stream.streamIndex}`, { ...stream });
-      const frame = this.#proxy.getFrame(stream, NO_FRAME);
       const hasPicture = !frame.noUpdate && frame.width > 0 && frame.height > 0;
       if (hasPicture) counters.delivered += 1;
       try {
@@ -72,9 +73,9 @@ function defineWidget(TesselWrapperProxy) {
 
     close() {
       if (this.isClosed) return;
-      for (const stream of this.#read.values()) this.remove(stream);
-      this.#ledger.close();
       this.#closing.abort(new ClosedError('The widget was closed'));
+      this.#ledger.close();
+      for (const stream of this.#read.values()) this.remove(stream);
     }
 
     [Symbol.dispose]() {

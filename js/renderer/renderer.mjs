@@ -41,9 +41,9 @@ export class I420Renderer {
     if (gl) {
       webglContexts += 1;
       this.#kind = 'webgl2';
-      this.#painter = new WebglPainter(gl, this.#range);
       canvas.addEventListener('webglcontextlost', this.#onContextLost);
       canvas.addEventListener('webglcontextrestored', this.#onContextRestored);
+      this.#makeWebglPainter(gl);
     } else {
       this.#kind = '2d';
       this.#painter = new CanvasPainter(canvas.getContext('2d', { alpha: false }), this.#range);
@@ -83,7 +83,16 @@ export class I420Renderer {
     this.#painter = undefined;
   };
 
-  #onContextRestored = () => {
-    this.#painter = new WebglPainter(this.#canvas.getContext('webgl2'), this.#range);
-  };
+  #onContextRestored = () => this.#makeWebglPainter(this.#canvas.getContext('webgl2'));
+
+  // What is made of a context that is lost works no better than none: the context is awaited.
+  #makeWebglPainter(gl) {
+    try {
+      this.#painter = new WebglPainter(gl, this.#range);
+    } catch (error) {
+      if (gl.isContextLost()) return;
+      this.dispose();
+      throw error;
+    }
+  }
 }

@@ -267,6 +267,33 @@ test('a lost WebGL context draws nothing, and draws again when it is restored', 
   assert.deepEqual(colour, [255, 255, 255]);
 });
 
+test('a WebGL context that is lost already draws when it is restored, and counts once', async () => {
+  const answer = await page.evaluate(async () => {
+    const white = window.frameOf(32, 18, Array(4).fill([235, 128, 128]));
+    const seen = [];
+    for (let round = 0; round < 15; round++) {
+      const canvas = document.createElement('canvas');
+      const extension = canvas.getContext('webgl2').getExtension('WEBGL_lose_context');
+      // Settles in a turn after the event's: what its listeners decided has been noted by then.
+      const event = (name) =>
+        new Promise((resolve) => canvas.addEventListener(name, () => setTimeout(resolve)));
+      const lost = event('webglcontextlost');
+      extension.loseContext();
+      const renderer = new window.I420Renderer(canvas);
+      renderer.draw(white);
+      await lost;
+      const restored = event('webglcontextrestored');
+      extension.restoreContext();
+      await restored;
+      renderer.draw(white);
+      seen.push(`${renderer.kind} ${window.pixel(canvas, 9, 9)}`);
+      renderer.dispose();
+    }
+    return seen;
+  });
+  assert.deepEqual(answer, Array(15).fill('webgl2 255,255,255'));
+});
+
 test('a page with many canvases keeps all of its WebGL contexts: the rest does without', async () => {
   const answer = await page.evaluate(() => {
     const canvases = Array.from({ length: 20 }, () => document.createElement('canvas'));

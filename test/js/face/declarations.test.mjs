@@ -16,14 +16,15 @@ const read = (...parts) => readFileSync(path.join(repository, ...parts), 'utf8')
 const readLines = (...parts) => read(...parts).split('\n');
 
 // What the compiler complains about in `files`, by name, with the options of the type tests:
-// { line, text } in order. One run for all tests, since most of its time goes into node's types.
-function complaints(files) {
+// { line, text } in order. Few runs for all tests, since most of its time goes into node's types.
+function complaints(files, compilerOptions = {}) {
   const directory = mkdtempSync(path.join(TYPES, 'checked-'));
   try {
     for (const [name, source] of Object.entries(files)) {
       writeFileSync(path.join(directory, name), source);
     }
-    const configuration = { extends: '../tsconfig.json', include: ['*.*ts'] };
+    const include = Object.keys(files);
+    const configuration = { extends: '../tsconfig.json', include, compilerOptions };
     writeFileSync(path.join(directory, 'tsconfig.json'), JSON.stringify(configuration));
     const { stdout, status, error } = spawnSync(
       path.join(repository, 'node_modules/.bin/tsc'),
@@ -146,6 +147,28 @@ const complaintsIn = complaints({
   'events.mts': eventAssertions(),
 });
 
+// The programs of the documents, by name. What they leave to the reader, being short, is no error.
+const PROGRAMS = Object.fromEntries(
+  ['README.md', 'docs/guide.md'].flatMap((document) =>
+    [...read(document).matchAll(/^```js[^\n]*\n([^`]*? from 'tessel-wrapper';\n.*?)^```$/gms)].map(
+      ([, source], index) => [`${path.basename(document, '.md')}_${index}.mjs`, source],
+    ),
+  ),
+);
+const complaintsInPrograms = complaints(PROGRAMS, {
+  allowJs: true,
+  checkJs: true,
+  noImplicitAny: false,
+  noUncheckedIndexedAccess: false,
+});
+
+test('the programs of the documents compile, also for who checks their types', () => {
+  const names = Object.keys(PROGRAMS);
+  assert.equal(names.filter((name) => name.startsWith('README')).length, 1);
+  assert.ok(names.length > 7);
+  for (const name of names) assert.deepEqual(complaintsInPrograms(name), [], PROGRAMS[name]);
+});
+
 test('good uses compile, imported and required', () => {
   assert.deepEqual(complaintsIn('good_uses.mts'), []);
   assert.deepEqual(complaintsIn('require.cts'), []);
@@ -176,6 +199,53 @@ test('the events and their payloads are those that the addon emits', () => {
     [...requireFace('./index.js').EVENT_NAMES].sort(),
   );
   assert.deepEqual(complaintsIn('events.mts'), []);
+});
+
+// A text of TypeScript without comments and what depends on how it is broken into lines.
+const flat = (text) =>
+  text
+    .replace(/\/\*\*.*?\*\//gs, '')
+    .replace(/\s+/g, ' ')
+    .replace(/,? ([)\]>])/g, '$1')
+    .replace(/([([<]) /g, '$1')
+    .replace(/;? ?$/, '')
+    .trim();
+
+// The signatures in `file`, as the reference shows them, by exported name: each member of a class or
+// an interface that is not private, else all of it.
+function signatures(file) {
+  const found = new Map();
+  const source = read(file).replace(/^\/\/.*\n/gm, '');
+  for (const statement of source.split(/^export /m).slice(1)) {
+    const [, kind, name] = /^(\w+) (\w+)/.exec(statement);
+    const body = statement.slice(statement.indexOf('{') + 1, statement.lastIndexOf('}'));
+    const members = () =>
+      body.split(/;\n+(?= {2}[^\s}]|$)/).map((member) =>
+        flat(member)
+          .replace(/^readonly /, '')
+          .replace(/^constructor/, `new ${name}`),
+      );
+    const texts = /class|interface/.test(kind) ? members() : [flat(statement)];
+    const shown = texts.filter((text) => text !== '' && !text.startsWith('private '));
+    found.set(name, [...(found.get(name) ?? []), ...shown]);
+  }
+  return found;
+}
+
+test('the API reference has the signatures of the declarations', () => {
+  const documented = new Map();
+  let current;
+  const reference = read('docs/api.md');
+  for (const [, heading, member, block] of reference.matchAll(
+    /^### `(\w+)`$|^- `([^`]+)`|^```ts\n(.*?)^```$/gms,
+  )) {
+    if (heading) documented.set(heading, (current = []));
+    else current.push(flat(member ?? block));
+  }
+  assert.deepEqual(
+    documented,
+    new Map([...signatures('js/index.d.ts'), ...signatures('js/renderer/renderer.d.mts')]),
+  );
 });
 
 test('the API reference has every exported name and member, and nothing else', () => {

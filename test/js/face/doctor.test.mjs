@@ -58,6 +58,21 @@ test('an engine from elsewhere is named with the reason', (t) => {
   ]);
 });
 
+test('an engine whose path has a space is named with all of it', (t) => {
+  const directory = path.join(temporaryDirectory(t), 'My Project');
+  mkdirSync(directory);
+  for (const name of ['tesselWrapper.node', 'libtesselclient.so']) {
+    copyFileSync(path.join(build, name), path.join(directory, name));
+  }
+  const { lines } = run(['doctor'], {
+    TESSEL_WRAPPER_ADDON: path.join(directory, 'tesselWrapper.node'),
+  });
+  assert.deepEqual(lines.slice(2, 4), [
+    `ok       engine ${directory}/libtesselclient.so`,
+    'ok       /dev/shm: may be written to',
+  ]);
+});
+
 test('an old node and another machine are problems', () => {
   const linux = { platform: 'linux', arch: 'x64' };
   for (const [given, advice] of [

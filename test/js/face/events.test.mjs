@@ -1,6 +1,7 @@
 // Events and answers of a meeting on the scripted engine, which says what the test tells it to.
 
 import assert from 'node:assert/strict';
+import { setImmediate } from 'node:timers/promises';
 import { after, afterEach, before, beforeEach, describe, test } from 'node:test';
 
 import { runInChild } from '../support/child.mjs';
@@ -254,6 +255,39 @@ describe('the events of a meeting', () => {
     await assert.rejects(early.next(), { message: 'never' });
   });
 
+  test('a loop over events that is left ends well, also when its signal was aborted in it', async () => {
+    const controller = new AbortController();
+    const events = meeting.events(['micLevel'], { signal: controller.signal });
+    for (const level of [1, 2]) engine.fire('NotifyMicLevel', level);
+    const levels = [];
+    for await (const [, { level }] of events) {
+      levels.push(level);
+      controller.abort(new Error('enough'));
+      break;
+    }
+    assert.deepEqual(levels, [1]);
+    assert.deepEqual(await events.next(), { done: true, value: undefined });
+  });
+
+  test('streams has what was told about a stream last, when its listeners are called', async () => {
+    const listed = () => meeting.streams.filter(({ streamIndex }) => streamIndex >= 40);
+    const seen = [];
+    const where = () => seen.push(listed()) === 3;
+    const waits = ['streamAdded', 'streamUpdated'].map((name) => meeting.waitFor(name, { where }));
+    engine.fire('NotifyStreamAdded', remote(40), 7);
+    engine.fire('NotifyStreamUpdated', remote(40), 9);
+    engine.fire('NotifyStreamUpdated', remote(41), 9);
+    await waits[1];
+    const stream = (csrc) => [{ type: 'remote', streamIndex: 40, csrc }];
+    assert.deepEqual(seen, [stream(7), stream(9), stream(9)]);
+    const removed = meeting.waitFor('streamRemoved');
+    engine.fire('NotifyStreamRemoved', remote(40), 9);
+    await removed;
+    assert.deepEqual(listed(), []);
+    engine.fire('NotifyStreamAdded', remote(1), 7);
+    await meeting.waitFor('streamAdded');
+  });
+
   // ---- Answers
 
   test('a join is refused by the disconnect that follows its status, or comes without one', async () => {
@@ -338,6 +372,161 @@ describe('the events of a meeting', () => {
     const answer = meeting.requestContentShareToken();
     engine.fire('NotifyCallDisconnect', 1, 'the call was dropped', 503);
     await assert.rejects(answer, { name: 'CallError', code: 503 });
+  });
+
+  const tick = async (t, milliseconds) => {
+    t.mock.timers.tick(milliseconds);
+    await setImmediate();
+  };
+
+  test('a join that waits for the end of the last call has one limit for both', async (t) => {
+    await join();
+    const left = meeting.leave();
+    t.mock.timers.enable({ apis: ['setTimeout'] });
+    let reason;
+    meeting.join({ uri: 'scripted' }, { timeout: 400 }).catch((error) => (reason = error));
+    await tick(t, 399);
+    engine.fire('NotifyCallDisconnect', 1, 'left', 0);
+    await left;
+    assert.deepEqual(
+      engine.operations().filter((name) => name.endsWith('Call')),
+      ['ConnectCall', 'DisconnectCall', 'ConnectCall'],
+    );
+    assert.equal(reason, undefined);
+    await tick(t, 1);
+    assert.equal(reason?.message, 'Joining took longer than 400 ms');
+    assert.equal(engine.operations().at(-1), 'DisconnectCall');
+  });
+
+  test('of two joins that wait for the end of the last call one is refused', async () => {
+    await join();
+    const left = meeting.leave();
+    const outcomes = Promise.allSettled([
+      meeting.join({ uri: 'scripted' }),
+      meeting.join({ uri: 'scripted' }),
+    ]);
+    engine.fire('NotifyCallDisconnect', 1, 'left', 0);
+    await left;
+    engine.fire('NotifyCallConnectionStatus', true);
+    const reasons = (await outcomes).map(({ reason }) => reason?.message).sort();
+    assert.deepEqual(reasons, ['The meeting is in a call already: leave() it first', undefined]);
+    assert.equal(engine.operations().filter((name) => name === 'ConnectCall').length, 2);
+  });
+
+  test('what is undefined in a join is left out', async () => {
+    const joining = meeting.join({
+      uri: 'scripted',
+      maxBandwidth: undefined,
+      mediaStreamState: { incomingAudioEnabled: undefined, outgoingAudioMuted: true },
+    });
+    engine.fire('NotifyCallConnectionStatus', true);
+    await joining;
+    const { params } = engine.calls().find(({ operation }) => operation === 'ConnectCall').args;
+    assert.equal(params.maxBandwidth, 4_000_000);
+    assert.equal(params.mediaStreamState.incomingAudioEnabled, true);
+    assert.equal(params.mediaStreamState.outgoingAudioMuted, true);
+  });
+
+  // Asks, and gives up at once.
+  const giveUp = (ask) => assert.rejects(ask({ timeout: 0 }), { name: 'TimeoutError' });
+  const start = (limits) => meeting.startPresentation({ type: 'screen' }, limits);
+  const sharing = () => engine.operations().filter((name) => /Presentation|Token/.test(name));
+  const [STARTED, FAILED, GRANTED, DENIED, STOPPED, RELINQUISHED] = [0, 1, 3, 4, 6, 7];
+
+  for (const [what, begin, end, operations, answers] of [
+    [
+      'a share',
+      start,
+      () => meeting.stopPresentation(),
+      ['StartPresentation', 'StopPresentation'],
+      { begun: STARTED, refused: FAILED, over: STOPPED },
+    ],
+    [
+      'a token',
+      (limits) => meeting.requestContentShareToken(limits),
+      () => meeting.releaseContentShareToken(),
+      ['RequestContentShareToken', 'ReleaseContentShareToken'],
+      { begun: GRANTED, refused: DENIED, over: RELINQUISHED },
+    ],
+  ]) {
+    test(`${what} that was given up is ended also before its answer has come`, async () => {
+      await join();
+      await giveUp(begin);
+      let isOver = false;
+      const ended = end().then(() => (isOver = true));
+      assert.deepEqual(sharing(), operations);
+      engine.fire('NotifyScreenShareStatus', answers.begun);
+      await meeting.waitFor('screenShareStatus');
+      assert.equal(isOver, false);
+      engine.fire('NotifyScreenShareStatus', answers.over);
+      await ended;
+      await end();
+      assert.deepEqual(sharing(), operations);
+    });
+
+    test(`${what} that was given up, and refused later, needs no other end`, async () => {
+      await join();
+      await giveUp(begin);
+      const ended = end();
+      engine.fire('NotifyScreenShareStatus', answers.refused);
+      await ended;
+      await end();
+      assert.deepEqual(sharing(), operations);
+    });
+  }
+
+  test('a share that is refused leaves the one before, which can be stopped', async () => {
+    await join();
+    for (const status of [STARTED, FAILED]) {
+      const answer = start().catch(({ name }) => name);
+      engine.fire('NotifyScreenShareStatus', status);
+      assert.equal(await answer, status === STARTED ? undefined : 'ShareError');
+    }
+    const stopped = meeting.stopPresentation();
+    engine.fire('NotifyScreenShareStatus', STOPPED);
+    await stopped;
+    assert.equal(sharing().at(-1), 'StopPresentation');
+  });
+
+  test('an end answers what was asked before it, and not the share asked for after it', async () => {
+    await join();
+    await giveUp(start);
+    const stopped = meeting.stopPresentation();
+    await giveUp(start);
+    for (const status of [STARTED, STOPPED]) engine.fire('NotifyScreenShareStatus', status);
+    await stopped;
+    const again = meeting.stopPresentation();
+    assert.equal(sharing().filter((name) => name === 'StopPresentation').length, 2);
+    for (const status of [STARTED, STOPPED]) engine.fire('NotifyScreenShareStatus', status);
+    await again;
+  });
+
+  test('a share that the engine cancels for its end is over', async () => {
+    await join();
+    await giveUp(start);
+    const stopped = meeting.stopPresentation();
+    engine.fire('NotifyScreenShareStatus', STOPPED);
+    await stopped;
+    await meeting.stopPresentation();
+    assert.deepEqual(sharing(), ['StartPresentation', 'StopPresentation']);
+  });
+
+  test('the end of the call ends share and token, whether the engine says so or not', async () => {
+    await join();
+    for (const [ask, status] of [
+      [(limits) => meeting.requestContentShareToken(limits), GRANTED],
+      [start, STARTED],
+    ]) {
+      const answer = ask();
+      engine.fire('NotifyScreenShareStatus', status);
+      await answer;
+    }
+    engine.clearCalls();
+    engine.fire('NotifyCallDisconnect', 1, 'the call was dropped', 503);
+    await meeting.waitFor('callDisconnect');
+    await meeting.stopPresentation();
+    await meeting.releaseContentShareToken();
+    assert.deepEqual(engine.operations(), []);
   });
 
   test('a share can be given up, and the answer that comes later is kept in mind', async () => {

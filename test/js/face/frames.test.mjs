@@ -137,6 +137,64 @@ describe('the frames of a meeting', () => {
     assert.deepEqual(counts, [1, 0, 1]);
   });
 
+  test('the loop ends when another stream has taken the place of its own', async () => {
+    show(50);
+    const counts = await counted(async () => {
+      for await (const frame of meeting.frames(STREAM)) {
+        assert.equal(frame.frameId, 50);
+        await notify('NotifyStreamRemoved');
+        await notify('NotifyStreamAdded');
+        show(51);
+      }
+    });
+    assert.deepEqual(counts, [1, 0, 1]);
+  });
+
+  test('a stream that is not there is asked for once, until it is there', async (t) => {
+    t.mock.timers.enable({ apis: ['setTimeout'] });
+    const other = { type: 'remote', streamIndex: 9 };
+    const frames = meeting.frames(other);
+    const ended = frames.next();
+    engine.clearCalls();
+    const pass = async () => {
+      t.mock.timers.tick(1000);
+      await setImmediate();
+    };
+    for (let round = 0; round < 10; round++) await pass();
+    const asked = () => engine.operations().filter((name) => name === 'GetFrameManager').length;
+    assert.equal(asked(), 1);
+    await notify('NotifyStreamAdded'); // another one
+    for (let round = 0; round < 10; round++) await pass();
+    assert.equal(asked(), 1);
+    await notify('NotifyStreamAdded', other);
+    await pass();
+    assert.equal(asked(), 2);
+    await notify('NotifyStreamRemoved', other);
+    await pass();
+    assert.deepEqual(await ended, { done: true, value: undefined });
+  });
+
+  test('a stream that is not there is waited for until the signal', async () => {
+    const controller = new AbortController();
+    const other = { type: 'remote', streamIndex: 9 };
+    const next = meeting.frames(other, { signal: controller.signal, rate: 1000 }).next();
+    engine.clearCalls();
+    while (!engine.operations().includes('GetFrameManager')) await setImmediate();
+    controller.abort(new Error('enough'));
+    await assert.rejects(next, { message: 'enough' });
+  });
+
+  test("the camera's stream has frames without being announced", async () => {
+    const local = { type: 'local', streamIndex: 0 };
+    const frames = meeting.frames(local, { rate: 1000 });
+    const next = frames.next();
+    engine.clearCalls();
+    while (!engine.operations().includes('GetFrameManager')) await setImmediate();
+    engine.setFrame(local, { ...SIZE, frameId: 1 });
+    assert.equal((await next).value.frameId, 1);
+    await frames.return();
+  });
+
   test('a stream that is not there yet is waited for', async () => {
     const other = { type: 'content', streamIndex: 0 };
     const frames = meeting.frames(other, { rate: 1000 });

@@ -7,6 +7,7 @@ import { test } from 'node:test';
 
 import { runInChild } from '../support/child.mjs';
 import { collectUntil } from '../support/collector.mjs';
+import { temporaryDirectory } from '../support/temporary_directory.mjs';
 import { face, joinMeeting, openMeeting } from './support/face.mjs';
 
 const { CallError, ClosedError, Meeting, ShareError, TimeoutError } = face;
@@ -145,6 +146,31 @@ test('a join that is given up is taken back, and does not disturb the next', asy
   assert.equal((await meeting.leave()).callId, 2);
 });
 
+test('a promise that rejects before it is awaited ends no process', () => {
+  const child = runInChild(
+    async ({ openMeeting: open }, { say }) => {
+      const meeting = await open();
+      const sayName = ({ name }) => say(name);
+      const present = meeting.waitFor('streamAdded');
+      const late = meeting.waitFor('micLevel', { timeout: 1 });
+      const refused = meeting.join({ uri: 'tessel:demo?refuse=403' });
+      await meeting.waitFor('callDisconnect');
+      await meeting.waitFor('micLevel', { timeout: 20 }).catch(sayName);
+      await late.catch(sayName);
+      await refused.catch(sayName);
+      const token = meeting.requestContentShareToken();
+      const left = meeting.join({ uri: 'tessel:demo?join=3600' });
+      meeting.close();
+      await new Promise(setImmediate);
+      for (const promise of [present, token, left]) await promise.catch(sayName);
+    },
+    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+  );
+  assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
+  const errors = ['TimeoutError', 'TimeoutError', 'CallError', ...Array(3).fill('ClosedError')];
+  assert.deepEqual(child.said, errors);
+});
+
 test('a join that takes too long rejects with a TimeoutError that says so', async (t) => {
   const meeting = await openMeeting(t);
   await assert.rejects(meeting.join({ uri: 'tessel:demo?join=3600' }, { timeout: 1 }), (error) => {
@@ -276,7 +302,42 @@ test('closing rejects what waits, ends loops, and can be done twice', async (t) 
   await assert.rejects(meeting.waitFor('micLevel'), closed);
   await assert.rejects(meeting.join({ uri: 'tessel:demo' }), closed);
   await assert.rejects(meeting.enterWidgetMode(REMOTE), closed);
+  await assert.rejects(meeting.leave(), closed);
+  await assert.rejects(meeting.stopPresentation(), closed);
+  await assert.rejects(meeting.releaseContentShareToken(), closed);
   assert.deepEqual(await meeting.events(['micLevel']).next(), { done: true, value: undefined });
+});
+
+test('closing ends what waits also when the engine fails to go', () => {
+  const child = runInChild(
+    async (scripted, { openMeeting: open, face: { frameCounters: counters } }, { say }) => {
+      const meeting = await open();
+      const stream = { type: 'remote', streamIndex: 0 };
+      const added = meeting.waitFor('streamAdded');
+      scripted.fire('NotifyStreamAdded', stream, 7);
+      await added;
+      await meeting.enterWidgetMode(stream);
+      const never = meeting.waitFor('micLevel');
+      const frame = meeting.frames(stream, { rate: 0.001 }).next();
+      scripted.failOperation('DestroyTSLMManager', { throws: 'no way out' });
+      try {
+        meeting.close();
+      } catch ({ message }) {
+        say(message);
+      }
+      meeting.close();
+      say(`${meeting.isClosed} ${counters().length}`);
+      await never.catch(({ name }) => say(name));
+      say((await frame).done);
+      scripted.failOperation('DestroyTSLMManager', null);
+      process.exit(0);
+    },
+    {
+      modules: ['./support/scripted_engine.mjs', './face/support/face.mjs', './support/child.mjs'],
+    },
+  );
+  assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
+  assert.deepEqual(child.said, ['no way out', 'true 0', 'ClosedError', 'true']);
 });
 
 test('disposing closes', async (t) => {
@@ -350,12 +411,19 @@ test('meetings that are opened at once have a segment each', async (t) => {
   for (const name of names) assert.ok(existsSync(`/dev/shm${name}`));
 });
 
+let ahead = 0; // milliseconds
+
+// Stops the clock in a second in which no segment was made: one of its own for every test.
+function stopTheClock(t) {
+  ahead += 10_000;
+  t.mock.timers.enable({ apis: ['Date'], now: Date.now() + ahead });
+}
+
 test('waiting for the next second can be given up', async (t) => {
-  const now = Date.now();
+  stopTheClock(t);
   const meeting = await joinMeeting(t, 'tessel:demo', 1);
   await meeting.enterWidgetMode(REMOTE);
   meeting.exitWidgetMode(REMOTE);
-  t.mock.timers.enable({ apis: ['Date'], now });
   const controller = new AbortController();
   const { signal } = controller;
   const waits = [
@@ -364,6 +432,35 @@ test('waiting for the next second can be given up', async (t) => {
   ].map((wait) => assert.rejects(wait, { message: 'enough' }));
   controller.abort(new Error('enough'));
   await Promise.all(waits);
+});
+
+test('what is given up before it begins does not begin', async (t) => {
+  const meeting = await joinMeeting(t, 'tessel:demo', 1);
+  const signal = AbortSignal.abort(new Error('enough'));
+  const opening = Meeting.open({ logPath: '' }, { signal });
+  opening.then(
+    (opened) => opened.close(),
+    () => {},
+  );
+  await assert.rejects(opening, { message: 'enough' });
+  await assert.rejects(meeting.enterWidgetMode(REMOTE, { signal }), { message: 'enough' });
+  assert.deepEqual(frameSegments(), []);
+});
+
+test('what is undefined in what a meeting is opened with is left out', async (t) => {
+  const meeting = await Meeting.open({ logPath: '', userAgent: undefined, configPath: undefined });
+  t.after(() => meeting.close());
+  assert.equal(meeting.isClosed, false);
+});
+
+test("the engine's log is for this user alone, and so is the directory that is made for it", async (t) => {
+  const usual = process.umask(0o022);
+  t.after(() => process.umask(usual));
+  const logPath = path.join(temporaryDirectory(t), 'log');
+  const meeting = await Meeting.open({ logPath, logPrefix: 'my-' });
+  t.after(() => meeting.close());
+  assert.equal(statSync(logPath).mode & 0o777, 0o700);
+  assert.equal(statSync(path.join(logPath, 'my-tesselclient.log')).mode & 0o777, 0o600);
 });
 
 // The frame segments of remote stream 0.
@@ -379,6 +476,33 @@ test('a stream that leaves widget mode and enters it again has a new segment', a
   const second = frameSegments();
   assert.deepEqual([first.length, second.length], [1, 1]);
   assert.notDeepEqual(first, second);
+});
+
+test('a stream that leaves widget mode before it has entered it does not enter', async (t) => {
+  stopTheClock(t);
+  const meeting = await joinMeeting(t, 'tessel:demo?participants=1', 1);
+  await meeting.enterWidgetMode(REMOTE);
+  meeting.exitWidgetMode(REMOTE);
+  const given = {
+    message: 'The stream remote-0 has left widget mode before it had entered it',
+  };
+  const entries = [meeting.enterWidgetMode(REMOTE), meeting.enterWidgetMode(REMOTE)];
+  meeting.exitWidgetMode(REMOTE);
+  for (const entry of entries) await assert.rejects(entry, given);
+  const gone = meeting.enterWidgetMode(REMOTE);
+  await meeting.leave();
+  await assert.rejects(gone, given);
+  assert.deepEqual(frameSegments(), []);
+});
+
+test('closing ends an entry into widget mode that waits', async (t) => {
+  stopTheClock(t);
+  const meeting = await joinMeeting(t, 'tessel:demo?participants=1', 1);
+  await meeting.enterWidgetMode(REMOTE);
+  meeting.exitWidgetMode(REMOTE);
+  const entry = meeting.enterWidgetMode(REMOTE);
+  meeting.close();
+  await assert.rejects(entry, { name: 'ClosedError' });
 });
 
 test('a stream that is in widget mode stays in it when it enters again', async (t) => {

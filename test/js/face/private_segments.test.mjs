@@ -48,6 +48,26 @@ test('the second one for the same purpose waits for the next second', async (t) 
   assert.deepEqual(made, [400, 400, 1020, 2020]);
 });
 
+test('a clock that was set back is not waited for', async (t) => {
+  stopTheClock(t);
+  const made = [];
+  const make = () => made.push(Date.now());
+  await makeSegment('back', make);
+  const now = Date.now() - 3_600_000;
+  t.mock.timers.setTime(now);
+  makeSegment('back', make);
+  assert.deepEqual(made, [now + 3_600_000, now]);
+});
+
+test('a signal that was aborted before keeps it from being made', async (t) => {
+  stopTheClock(t);
+  const signals = [undefined, AbortSignal.abort(new Error('enough'))];
+  await assert.rejects(
+    makeSegment('aborted', () => assert.fail('made'), signals),
+    { message: 'enough' },
+  );
+});
+
 test('one that could not be made counts as made, and the umask is as before', async (t) => {
   stopTheClock(t, 0);
   const usual = process.umask();

@@ -182,6 +182,39 @@ test('closing ends watches and refuses reads; disposing closes', async () => {
   assert.equal(other.isClosed, true);
 });
 
+test('a stream key that is none is refused, and closing is as before', async () => {
+  const watching = widget.watch(STREAM, () => {}, { rate: 0.001 });
+  assert.throws(() => widget.read({ type: 'Remote', streamIndex: 0 }, () => {}), {
+    message: 'Invalid value for type StreamIndex, expected local|remote|content',
+  });
+  widget.close();
+  assert.equal(widget.isClosed, true);
+  assert.equal(await watching, undefined);
+});
+
+test('closing ends the watches also when a stream cannot be forgotten', async () => {
+  const watching = widget.watch(STREAM, () => {}, { rate: 0.001 });
+  await readFirst(() => true);
+  const removeVideo = () => {
+    throw new Error('mine');
+  };
+  Object.defineProperty(widget.proxy, 'removeVideo', { value: removeVideo });
+  assert.throws(() => widget.close(), { message: 'mine' });
+  assert.equal(widget.isClosed, true);
+  assert.equal(await watching, undefined);
+});
+
+test('a widget that cannot be made is not counted', async () => {
+  const numberOf = (made) => Number(made.counters()[0].owner.replace('widget ', ''));
+  await readFirst(() => true);
+  for (const none of [{ shm_name: '/x' }, undefined]) assert.throws(() => new Widget(none));
+  const other = new Widget(names);
+  other.read(STREAM, () => true);
+  const [number, next] = [widget, other].map(numberOf);
+  other.close();
+  assert.equal(next, number + 1);
+});
+
 test('names that are none are refused by the addon', () => {
   assert.throws(() => new Widget({ shm_name: '/x' }), {
     name: 'TypeError',

@@ -26,9 +26,10 @@ function refuse(...lines) {
 }
 
 // The soak takes hours: it runs only when it is named.
-const chosen = trials.filter(({ name }) =>
-  named.length > 0 ? named.includes(name) : name !== 'soak',
-);
+const chosen = trials.filter(({ name, short }) => {
+  if (values.short && short === undefined) return false;
+  return named.length > 0 ? named.includes(name) : name !== 'soak';
+});
 const unknown = named.filter((name) => !trials.some((trial) => trial.name === name));
 if (unknown.length > 0) {
   refuse(

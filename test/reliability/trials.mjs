@@ -14,7 +14,8 @@ import { fileURLToPath } from 'node:url';
 
 const SECONDS_OF_4_HOURS = 4 * 3600;
 
-// `short` is how often in `npm test`, `long` how often in `npm run torture`.
+// `short` is how often in `npm test`, `long` how often in `npm run torture`. What has no `short` is a
+// test of its own beside the release build.
 export const trials = [
   {
     name: 'random-arguments',
@@ -101,6 +102,19 @@ export const trials = [
     long: 100,
   },
   {
+    name: 'failing-calls',
+    tried: 'each system call that the shared memory needs made to fail in turn',
+    unit: 'rounds through every call site',
+    short: 1,
+    long: 100,
+  },
+  {
+    name: 'fuzzers',
+    tried: 'hostile segment contents',
+    unit: 'seconds for each fuzzer',
+    long: 600,
+  },
+  {
     name: 'soak',
     tried: 'soak: main process and widget, 4 streams at 30 fps, 100 events a second',
     unit: 'seconds',
@@ -129,7 +143,7 @@ const LEAK_CHECK = process.env.ASAN_OPTIONS && {
 const LEAST_LIMIT_SECONDS = 300;
 const SECONDS_FOR_EACH_SHORT_FORM = 120;
 
-const limitOf = ({ short }, count) =>
+const limitOf = ({ short = 1 }, count) =>
   Math.max(LEAST_LIMIT_SECONDS, Math.ceil((count / short) * SECONDS_FOR_EACH_SHORT_FORM));
 
 // Ends whatever a trial has left of its group of processes, and the trial.

@@ -10,7 +10,7 @@ import { pageFiles } from '../../../examples/meeting/page_files.mjs';
 import { PageServer } from '../../../examples/meeting/page_server.mjs';
 import { PageSession } from '../../../examples/meeting/page_session.mjs';
 import { temporaryDirectory } from '../support/temporary_directory.mjs';
-import { openBrowser } from './support/browser.mjs';
+import { PATIENCE_MS, openBrowser } from './support/browser.mjs';
 import { openRoom, stateIs } from './support/open_room.mjs';
 
 let browser;
@@ -52,6 +52,7 @@ async function partsOf() {
 // Settles with what `act` answers to the parts in a page that is empty.
 async function inPage(t, act) {
   const page = await browser.newPage();
+  page.setDefaultTimeout(PATIENCE_MS);
   t.after(() => page.close());
   await page.goto(address);
   const parts = await page.evaluateHandle(partsOf);
@@ -136,6 +137,7 @@ test('a plot says its last values to who cannot see it', async (t) => {
 // The meeting's page, whose sockets go to `onConnection`.
 async function openPage(t, onConnection) {
   const page = await browser.newPage();
+  page.setDefaultTimeout(PATIENCE_MS);
   t.after(() => page.close());
   await page.goto(await serve(t, pageFiles('meeting.html'), onConnection));
   return page;

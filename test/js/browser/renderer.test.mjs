@@ -5,7 +5,7 @@ import { readFileSync } from 'node:fs';
 import { fileURLToPath } from 'node:url';
 import { before, test } from 'node:test';
 
-import { openBrowser } from './support/browser.mjs';
+import { PATIENCE_MS, openBrowser } from './support/browser.mjs';
 import { serveFolder } from './support/folder_server.mjs';
 
 const RENDERER = fileURLToPath(new URL('../../../js/renderer', import.meta.url));
@@ -17,6 +17,7 @@ before(async (t) => {
   const address = await serveFolder(t, RENDERER);
   const browser = await openBrowser(t);
   page = await browser.newPage();
+  page.setDefaultTimeout(PATIENCE_MS);
   await page.goto(address);
   await page.addScriptTag({
     type: 'module',

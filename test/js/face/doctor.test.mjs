@@ -168,9 +168,10 @@ test('the build says what it built and what checks it, unless it failed', (t) =>
   };
   const built = buildWith('echo "$@"');
   assert.deepEqual(
-    [built.status, built.stdout.split('\n')],
+    [built.status, built.stderr, built.stdout.split('\n')],
     [
       0,
+      '',
       [
         'release --for install',
         `Built ${home}/build/release/tesselWrapper.node`,

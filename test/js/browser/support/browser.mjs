@@ -2,6 +2,9 @@
 
 import { chromium } from 'playwright-core';
 
+// For what a test waits for in a page: far above what anything takes.
+export const PATIENCE_MS = 120_000;
+
 const EXECUTABLE = '/usr/bin/chromium';
 
 const ARGUMENTS = [

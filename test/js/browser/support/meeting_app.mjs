@@ -8,6 +8,7 @@ import { fileURLToPath } from 'node:url';
 
 import { readCard } from '../../support/card_code.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { PATIENCE_MS } from './browser.mjs';
 
 export const PROGRAM = fileURLToPath(
   new URL('../../../../examples/meeting/main.mjs', import.meta.url),
@@ -46,7 +47,7 @@ export async function startMeetingApp(test, uri) {
 export async function openPage(test, browser, address, options = {}) {
   const context = await browser.newContext({ viewport: { width: 900, height: 560 }, ...options });
   test.after(() => context.close());
-  context.setDefaultTimeout(60_000); // far above what anything takes
+  context.setDefaultTimeout(PATIENCE_MS);
   await context.addInitScript(() => {
     const { getContext } = HTMLCanvasElement.prototype;
     HTMLCanvasElement.prototype.getContext = function (kind, attributes) {

@@ -20,10 +20,11 @@ function doctor() {
 function build() {
   const home = path.join(__dirname, '..');
   const script = path.join(home, 'scripts', 'setup.sh');
-  const { status, error } = spawnSync(script, ['release', '--for', 'install'], {
+  const { status, signal, error } = spawnSync(script, ['release', '--for', 'install'], {
     stdio: 'inherit',
   });
   if (error) throw error;
+  if (signal) console.error(`The build was ended by ${signal}.`);
   if (status !== 0) return status ?? 1;
   for (const name of ['tesselWrapper.node', 'libtesselclient.so']) {
     console.log(`Built ${path.join(home, 'build', 'release', name)}`);

@@ -164,7 +164,9 @@ test('the build says what it built and what checks it, unless it failed', (t) =>
   const buildWith = (script) => {
     writeFileSync(path.join(home, 'scripts/setup.sh'), `#!/bin/sh\n${script}\n`, { mode: 0o755 });
     const command = path.join(home, 'bin/tessel-wrapper.js');
-    return spawnSync(process.execPath, [command, 'build'], { encoding: 'utf8' });
+    // It loads no addon, and a shell does not bear a sanitizer's runtime.
+    const env = { ...process.env, LD_PRELOAD: '' };
+    return spawnSync(process.execPath, [command, 'build'], { encoding: 'utf8', env });
   };
   const built = buildWith('echo "$@"');
   assert.deepEqual(
@@ -183,6 +185,11 @@ test('the build says what it built and what checks it, unless it failed', (t) =>
   );
   const failed = buildWith('exit 3');
   assert.deepEqual([failed.status, failed.stdout], [3, '']);
+  const killed = buildWith('kill -TERM $$');
+  assert.deepEqual(
+    [killed.status, killed.stdout, killed.stderr],
+    [1, '', 'The build was ended by SIGTERM.\n'],
+  );
 });
 
 test('--help prints the usage', () => {

@@ -16,6 +16,7 @@ const SMALL = { width: 64, height: 36, csrc: 5, fps: 100 };
 
 // At once: a dead lock costs five seconds in which its meeting does next to nothing.
 const MEETINGS = 8;
+const KILLS_OF_A_MEETING = 10; // at least, where there are so many
 const LONGEST_MS = 20;
 const GOES_ON_FRAMES = 5;
 // How many kills may take the main segment's lock along: few do, unless it is held for too long.
@@ -81,7 +82,7 @@ const kills = {
     await widget.kill();
   },
   // The engine's thread waits for the lock across the kill, and the other stream goes on meanwhile.
-  async [HOLDING]({ widget, segment, lock, meeting: { main, bystander, told } }) {
+  async [HOLDING]({ widget, segment, lock, meeting: { main, bystander, told }, judgesTimes }) {
     assert.ok(await widget.does('isFrame', 'getFrame', STREAM));
     const stored = sequenceOf(segment.shm_name);
     while (lock.waiters() === 0) {
@@ -90,6 +91,8 @@ const kills = {
     }
     await widget.kill();
     await bystander.does('read', OTHER, GOES_ON_FRAMES);
+    if (!judgesTimes) return;
+    // All of this within the five seconds that the thread waits.
     assert.equal(main.count(TIMED_OUT), told.filter((line) => line === TIMED_OUT).length);
   },
 };
@@ -97,11 +100,11 @@ const WAYS = [READING, HOLDING, OPENING, HOLDING];
 
 // Kills a widget of the meeting. Who dies with the main segment's lock ends the use of that segment,
 // not of the process: then the meeting is over.
-async function killOne(way, meeting, { after, random }) {
+async function killOne(way, meeting, { after, random, judgesTimes }) {
   const { main, told } = meeting;
   const { widget, segment } = await enterAndRead(meeting, after);
   const lock = openSemaphore(segment.sem_name);
-  await kills[way]({ widget, segment, lock, meeting, random });
+  await kills[way]({ widget, segment, lock, meeting, random, judgesTimes });
   await leave(meeting);
   // Nobody uses this lock any more: only the dead can hold it.
   const isStreamLost = lock.count() === 0;
@@ -115,6 +118,8 @@ async function killOne(way, meeting, { after, random }) {
   const expected = meeting.isOver ? [TIMED_OUT, LEAVING_FAILED] : [];
   const isMet = isStreamLost && (way === HOLDING || news.length > expected.length);
   if (isMet) expected.unshift(TIMED_OUT);
+  // On a busy machine the stream may be left so late that further frames have met the dead lock.
+  while (!judgesTimes && isMet && news.length > expected.length) expected.unshift(TIMED_OUT);
   assert.deepEqual(news, expected);
   told.push(...news);
 
@@ -147,11 +152,11 @@ async function endMeeting({ main, bystander, otherSegment, mainLock, told, isOve
   );
 }
 
-export async function run(count, { after, random }) {
+export async function run(count, { after, random, judgesTimes }) {
   const killSome = async (first, times) => {
     let meeting = await startMeeting(after);
     for (let kill = first; kill < first + times; ++kill) {
-      await killOne(WAYS[kill % WAYS.length], meeting, { after, random });
+      await killOne(WAYS[kill % WAYS.length], meeting, { after, random, judgesTimes });
       if (!meeting.isOver) continue;
       await endMeeting(meeting);
       meeting = await startMeeting(after);
@@ -161,7 +166,7 @@ export async function run(count, { after, random }) {
     await widget.ends();
     await endMeeting(meeting);
   };
-  const meetings = Math.min(MEETINGS, count);
+  const meetings = Math.min(MEETINGS, Math.ceil(count / KILLS_OF_A_MEETING));
   await inParallel(
     Array.from(
       { length: meetings },

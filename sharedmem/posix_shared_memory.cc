@@ -25,7 +25,13 @@ bool semaphoreFileIsTooShort(const std::string& name) {
 FileDescriptor FileDescriptor::openSharedMemory(const std::string& name, int flags, mode_t mode) {
   FileDescriptor opened(shm_open(name.c_str(), flags, mode));
   if (!opened || opened.get() > STDERR_FILENO) return opened;
-  return FileDescriptor(fcntl(opened.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  FileDescriptor moved(fcntl(opened.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  if (!moved && (flags & O_CREAT) != 0) {
+    const int error = errno;
+    shm_unlink(name.c_str());
+    errno = error;
+  }
+  return moved;
 }
 
 FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {

@@ -19,7 +19,8 @@ namespace posix {
 class FileDescriptor {
  public:
   // As shm_open, but never one of the standard descriptors, which are free when the application has
-  // closed them: what is written to its standard output would go into the object.
+  // closed them: what is written to its standard output would go into the object. Where that fails,
+  // no object that was to be created is left.
   static FileDescriptor openSharedMemory(const std::string& name, int flags, mode_t mode);
 
   FileDescriptor() = default;

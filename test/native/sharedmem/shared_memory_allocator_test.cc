@@ -1,5 +1,7 @@
 #include "sharedmem/shared_memory_allocator.h"
 
+#include <sys/resource.h>
+
 #include <optional>
 
 #include "test/native/sharedmem/shared_memory_test.h"
@@ -75,6 +77,21 @@ TEST_F(SharedMemoryAllocatorTest, KeepsItsSegmentFromBecomingTheStandardOutputTh
   dup2(original, STDOUT_FILENO);
   close(original);
   EXPECT_EQ(bytes, std::string(kSize, '\0'));
+}
+
+TEST_F(SharedMemoryAllocatorTest, LeavesNoNameWhenOnlyAStandardDescriptorIsFree) {
+  const int original = dup(STDOUT_FILENO);
+  rlimit usual = {};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
+  const rlimit few = {STDERR_FILENO + 1, usual.rlim_max};
+  close(STDOUT_FILENO);
+  setrlimit(RLIMIT_NOFILE, &few);
+  const bool isInitialised = SharedMemoryAllocator(creating(kSize)).getDataPtr() != nullptr;
+  setrlimit(RLIMIT_NOFILE, &usual);
+  dup2(original, STDOUT_FILENO);
+  close(original);
+  EXPECT_FALSE(isInitialised);
+  EXPECT_FALSE(objectExists(names_.shm()));
 }
 
 TEST_F(SharedMemoryAllocatorTest, NamesItsMappingsAndItsOwnAddress) {

@@ -16,7 +16,8 @@ import { parseArgs } from 'node:util';
 import { WebSocket } from 'ws';
 
 import { openBrowser } from '../test/js/browser/support/browser.mjs';
-import { openPage, startMeetingApp } from '../test/js/browser/support/meeting_app.mjs';
+import { openPage } from '../test/js/browser/support/meeting_page.mjs';
+import { startMeetingApp } from '../test/js/meeting_app/support/meeting_app.mjs';
 
 const SAMPLE_MS = 1000;
 const TICKS_PER_SECOND = 100; // of the kernel's accounting on Linux

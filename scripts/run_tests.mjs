@@ -1,4 +1,4 @@
-// node scripts/run_tests.mjs PRESET [--only TEXT]
+// node scripts/run_tests.mjs PRESET [--only TEXT] [--with-browser]
 //
 // Runs the native tests of build/PRESET through CTest, then every test/js/**/*.test.mjs, and every
 // test/**/PRESET.test.mjs, in a node process of its own, and ends with one line 'N passed, N failed'
@@ -7,6 +7,10 @@
 // and a sanitizer's report in any process, even one whose outcome the tests ignore.
 //
 // --only TEXT keeps the native tests and the test files whose name contains TEXT.
+//
+// With a sanitizer the files below test/js/browser/ are left out unless --with-browser is given: it
+// watches node's processes, which other files test without a page, and slows them down so much that
+// little of a small machine is left for a browser that draws on the processor.
 
 import { spawn, spawnSync } from 'node:child_process';
 import {
@@ -20,7 +24,8 @@ import {
 } from 'node:fs';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
-import { sanitizerEnvironment } from './sanitizer_environment.mjs';
+import { parseArgs } from 'node:util';
+import { isSanitizer, sanitizerEnvironment } from './sanitizer_environment.mjs';
 
 const PARALLEL = 2;
 // Far above what any test takes, also under a sanitizer: it ends what would never end.
@@ -29,11 +34,31 @@ const TIME_LIMIT_SECONDS = 600;
 const root = fileURLToPath(new URL('..', import.meta.url));
 process.chdir(root);
 
-const [preset, option, only = ''] = process.argv.slice(2);
-if (!preset || (option !== undefined && (option !== '--only' || only === ''))) {
-  console.error('usage: node scripts/run_tests.mjs PRESET [--only TEXT]');
-  process.exit(2);
+function readCommandLine() {
+  try {
+    const { values, positionals } = parseArgs({
+      options: {
+        only: { type: 'string', default: '' },
+        'with-browser': { type: 'boolean', default: false },
+      },
+      allowPositionals: true,
+    });
+    if (positionals.length !== 1) throw new Error('one PRESET is needed');
+    const [preset] = positionals;
+    return {
+      preset,
+      only: values.only,
+      withBrowser: values['with-browser'] || !isSanitizer(preset),
+    };
+  } catch ({ message }) {
+    console.error(
+      `${message}\nusage: node scripts/run_tests.mjs PRESET [--only TEXT] [--with-browser]`,
+    );
+    process.exit(2);
+  }
 }
+
+const { preset, only, withBrowser } = readCommandLine();
 const build = path.resolve('build', preset);
 const results = path.join(build, 'test_results');
 const reports = path.join(results, 'sanitizer_reports');
@@ -89,6 +114,7 @@ function testFiles() {
   return below('test/js')
     .filter((file) => file.endsWith('.test.mjs'))
     .concat(below('test').filter((file) => file.endsWith(`/${preset}.test.mjs`)))
+    .filter((file) => withBrowser || !file.startsWith('test/js/browser/'))
     .filter((file) => file.includes(only))
     .sort();
 }

@@ -8,6 +8,8 @@ const EXIT_CODE = 66;
 
 const RUNTIMES = { asan: 'libasan.so', tsan: 'libtsan.so' };
 
+export const isSanitizer = (preset) => preset in RUNTIMES;
+
 function options(values) {
   return Object.entries(values)
     .map(([name, value]) => `${name}="${value}"`)
@@ -18,8 +20,7 @@ function options(values) {
 // so that one in a process whose output and exit code nobody looks at is found as well. Paths are
 // taken from the repository's root.
 export function sanitizerEnvironment(preset, reports) {
-  const runtime = RUNTIMES[preset];
-  if (!runtime) return { forEveryProcess: {}, forNode: {} };
+  if (!isSanitizer(preset)) return { forEveryProcess: {}, forNode: {} };
   const common = { exitcode: EXIT_CODE };
   const suppressions = (name) => path.resolve('test/sanitizers', name);
   return {
@@ -42,7 +43,9 @@ export function sanitizerEnvironment(preset, reports) {
     },
     // A stock node does not carry the runtime, which must be the first library of the process.
     forNode: {
-      LD_PRELOAD: execFileSync('g++', [`-print-file-name=${runtime}`], { encoding: 'utf8' }).trim(),
+      LD_PRELOAD: execFileSync('g++', [`-print-file-name=${RUNTIMES[preset]}`], {
+        encoding: 'utf8',
+      }).trim(),
     },
   };
 }

@@ -6,8 +6,9 @@ import path from 'node:path';
 import { before, test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
+import { startMeetingApp } from '../meeting_app/support/meeting_app.mjs';
 import { openBrowser } from './support/browser.mjs';
-import { cardIn, logged, openPage, startMeetingApp, tile } from './support/meeting_app.mjs';
+import { cardIn, logged, openPage, tile } from './support/meeting_page.mjs';
 
 const root = fileURLToPath(new URL('../../..', import.meta.url));
 
@@ -204,18 +205,18 @@ test('the layout decides which streams arrive and how large', async (t) => {
 
   await page.click('#layout-menu');
   await page.selectOption('select[name=quality]', '90');
-  const isSmall = (_card, { width, height }) => width === 160 && height === 90;
+  const isSmall = ({ width, height }) => width === 160 && height === 90;
   for (const name of ['remote-0', 'remote-1', 'remote-2']) await cardIn(page, name, isSmall);
 
   await page.selectOption('select[name=quality]', '720');
-  const large = await cardIn(page, 'remote-0', (_card, { height }) => height === 720);
+  const large = await cardIn(page, 'remote-0', ({ height }) => height === 720);
   assert.ok(large.number > before.number);
 
   await page.selectOption('select[name=quality]', '0');
   await page.click('text=One large');
   // The large tile is 341 to 720 pixels high, the small ones 46 to 180.
-  await cardIn(page, 'remote-0', (_card, { height }) => height === 360 || height === 720);
-  await cardIn(page, 'remote-1', (_card, { height }) => height === 90 || height === 180);
+  await cardIn(page, 'remote-0', ({ height }) => height === 360 || height === 720);
+  await cardIn(page, 'remote-1', ({ height }) => height === 90 || height === 180);
 
   await page.selectOption('select[name=most]', '1');
   await tile(page, 'remote-1').waitFor({ state: 'detached' });

@@ -133,6 +133,25 @@ const CASES = [
     shown: 'a bug',
   },
   {
+    name: 'runs the tests in a browser',
+    directory: 'browser',
+    closing: '3 passed, 0 failed',
+  },
+  {
+    name: 'runs no tests in a browser with a sanitizer',
+    preset: 'tsan',
+    directory: 'browser',
+    closing: '1 passed, 1 failed',
+    shown: 'test files: none was found',
+  },
+  {
+    name: 'runs the tests in a browser with a sanitizer where that is asked for',
+    preset: 'tsan',
+    directory: 'browser',
+    arguments: ['--with-browser'],
+    closing: '3 passed, 0 failed',
+  },
+  {
     name: 'needs no native test when it was asked for something else',
     arguments: ['--only', 'js/folder'],
     native: [],
@@ -146,15 +165,23 @@ const CASES = [
   },
 ];
 
-function runInSmallTree({ native = ['run'], ctestStatus = 0, file = PASSING_FILE, ...rest }) {
+function runInSmallTree({
+  preset = 'release',
+  directory = 'folder',
+  native = ['run'],
+  ctestStatus = 0,
+  file = PASSING_FILE,
+  ...rest
+}) {
   const tree = mkdtempSync(path.join(tmpdir(), 'tessel_run_tests_'));
   const write = (name, text, mode) => {
     mkdirSync(path.dirname(path.join(tree, name)), { recursive: true });
     writeFileSync(path.join(tree, name), text, { mode });
   };
   try {
-    cpSync('scripts', path.join(tree, 'scripts'), { recursive: true });
-    if (file !== null) write('test/js/folder/some.test.mjs', file);
+    for (const folder of ['scripts', 'test/sanitizers'])
+      cpSync(folder, path.join(tree, folder), { recursive: true });
+    if (file !== null) write(`test/js/${directory}/some.test.mjs`, file);
     if (native !== null) {
       const cases = native.map(
         (status, i) => `<testcase name="${i}" status="${status}">\nit says ${status}\n</testcase>`,
@@ -172,7 +199,7 @@ function runInSmallTree({ native = ['run'], ctestStatus = 0, file = PASSING_FILE
     );
     return spawnSync(
       process.execPath,
-      ['scripts/run_tests.mjs', 'release', ...(rest.arguments ?? [])],
+      ['scripts/run_tests.mjs', preset, ...(rest.arguments ?? [])],
       {
         cwd: tree,
         env: {
@@ -189,6 +216,22 @@ function runInSmallTree({ native = ['run'], ctestStatus = 0, file = PASSING_FILE
   } finally {
     rmSync(tree, { recursive: true });
   }
+}
+
+for (const [given, said] of [
+  [[], 'one PRESET is needed'],
+  [['release', 'asan'], 'one PRESET is needed'],
+  [['release', '--other'], "Unknown option '--other'"],
+  [['release', '--only'], "Option '--only <value>' argument missing"],
+]) {
+  test(`the test runner refuses ${given.length > 0 ? given.join(' ') : 'to run nothing'}`, () => {
+    const { stderr, status } = spawnSync(process.execPath, ['scripts/run_tests.mjs', ...given], {
+      encoding: 'utf8',
+    });
+    assert.strictEqual(status, 2);
+    assert.ok(stderr.startsWith(said), stderr);
+    assert.ok(stderr.includes('\nusage: node scripts/run_tests.mjs PRESET'), stderr);
+  });
 }
 
 for (const { name, closing, shown = '', hidden, ...tree } of CASES) {

@@ -8,6 +8,7 @@ import { setTimeout } from 'node:timers/promises';
 import { startProcess } from '../../js/support/commanded_process.mjs';
 import { filesNamedIn, removeLeftovers } from '../../js/support/shared_memory_names.mjs';
 import { temporaryDirectory } from '../../js/support/temporary_directory.mjs';
+import { assertStaysFlat } from '../support/flat_memory.mjs';
 
 const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
 const SAMPLES = 40;
@@ -17,51 +18,12 @@ const FRAMES_A_SECOND = 30;
 const EVENTS_A_SECOND = 100;
 // Of what is due in the time that passes.
 const LEAST_SHARE = { events: 0.95, sent: 0.95, read: 0.8 };
-// What a heap may have made room by behind the warming up, however long the soak takes.
-const ALLOWED_GROWTH_KB = 1024;
-// In a shorter soak one page more of a heap is a steep slope.
-const SLOPE_SECONDS = 30 * 60;
-// Two bytes for each frame or event of a side, or less; and a step that a heap makes at any time.
-const ALLOWED_SLOPE_KB = 512;
-const ALLOWED_STEP_KB = 512;
 const TOLD_AS_WRONG = /timedout|wrong|failed|No mapped|not found/;
 
+// A sanitizer keeps memory that was freed.
 const isSanitized = Boolean(process.env.LD_PRELOAD);
 
 const sum = (values) => values.reduce((total, value) => total + value, 0);
-const mean = (values) => sum(values) / values.length;
-
-// Of kilobytes over seconds, by least squares: kilobytes for each hour.
-function slopeOf(samples) {
-  const [x, y] = [samples.map(({ seconds }) => seconds), samples.map(({ kilobytes }) => kilobytes)];
-  const [meanX, meanY] = [mean(x), mean(y)];
-  const covariance = x.reduce((total, value, i) => total + (value - meanX) * (y[i] - meanY), 0);
-  const variance = x.reduce((total, value) => total + (value - meanX) ** 2, 0);
-  return Math.round((covariance / variance) * 3600);
-}
-
-// The last ten against the first ten behind the warming up.
-function growthOf(samples) {
-  const kilobytes = samples.map((sample) => sample.kilobytes);
-  return Math.round(mean(kilobytes.slice(-10)) - mean(kilobytes.slice(0, 10)));
-}
-
-function assertMemoryStaysFlat(side, samples) {
-  const [growth, slope] = [growthOf(samples), slopeOf(samples)];
-  const kilobytes = samples.map((sample) => sample.kilobytes).join(', ');
-  if (!isSanitized) assert.ok(growth <= ALLOWED_GROWTH_KB, `${side} grows: ${kilobytes} kB`);
-  const took = samples.at(-1).seconds - samples[0].seconds;
-  // A step in the middle of the time makes the steepest slope.
-  const allowed = Math.round(ALLOWED_SLOPE_KB + (1.5 * ALLOWED_STEP_KB * 3600) / took);
-  if (!isSanitized && took >= 0.7 * SLOPE_SECONDS) {
-    assert.ok(slope <= allowed, `${side} grows by ${slope} kB an hour: ${kilobytes} kB`);
-  }
-  return {
-    [`${side}: kB at the end`]: samples.at(-1).kilobytes,
-    [`${side}: growth, kB`]: growth,
-    [`${side}: slope, kB an hour`]: slope,
-  };
-}
 
 // Of all streams: how many frames came from the engine between two samples, and how many were read.
 function framesBetween(first, last) {
@@ -113,7 +75,12 @@ export async function run(seconds, { after, judgesTimes }) {
     }
     figures[`${side}: frames sent`] = sent;
     figures[`${side}: read`] = read;
-    Object.assign(figures, assertMemoryStaysFlat(side, warm));
+    const { growth, slope } = assertStaysFlat(side, warm, { isJudged: !isSanitized });
+    Object.assign(figures, {
+      [`${side}: kB at the end`]: last.kilobytes,
+      [`${side}: growth, kB`]: growth,
+      [`${side}: slope, kB an hour`]: slope,
+    });
   }
 
   const [first, last] = [samples.main[0], samples.main.at(-1)];

@@ -1,0 +1,55 @@
+// What the soak takes for memory that stays as it is, on memory that was made up.
+
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+
+import { assertStaysFlat } from '../reliability/support/flat_memory.mjs';
+
+// In seconds, without the quarter that warms up.
+const HALF_AN_HOUR = 1350;
+const FOUR_HOURS = 10_800;
+const SAMPLES = 30;
+
+const steady = (perHour) => (seconds) => 50_000 + (perHour * seconds) / 3600;
+const stepOf = (kilobytes) => (seconds, took) => 50_000 + (seconds > took / 2 ? kilobytes : 0);
+// Up and down by so much from one sample to the next.
+const restless = (kilobytes) => (_seconds, _took, at) => 50_000 + (at % 2) * kilobytes;
+
+function samplesOf(took, memory) {
+  return Array.from({ length: SAMPLES }, (_, at) => {
+    const seconds = (took * at) / (SAMPLES - 1);
+    return { seconds, kilobytes: memory(seconds, took, at) };
+  });
+}
+
+for (const [name, took, memory, { growth, slope }] of [
+  ['nothing grows', FOUR_HOURS, steady(0), { growth: 0, slope: 0 }],
+  ['it is restless', HALF_AN_HOUR, restless(800), { growth: 0, slope: 206 }],
+  ['a heap makes one step', HALF_AN_HOUR, stepOf(512), { growth: 512, slope: 1982 }],
+  ['a heap grows in a short time', 45, steady(80_000), { growth: 690, slope: 80_000 }],
+  ['it grows little in half an hour', HALF_AN_HOUR, steady(2_500), { growth: 647, slope: 2_500 }],
+  ['it grows little in four hours', FOUR_HOURS, steady(490), { growth: 1014, slope: 490 }],
+  ['it shrinks', FOUR_HOURS, steady(-9_000), { growth: -18_621, slope: -9_000 }],
+]) {
+  test(`memory stays as it is where ${name}`, () => {
+    assert.deepEqual(assertStaysFlat('main', samplesOf(took, memory)), { growth, slope });
+  });
+}
+
+for (const [name, took, memory, message] of [
+  [
+    'grows more than little in half an hour',
+    HALF_AN_HOUR,
+    steady(2_600),
+    /^main grows by 2600 kB an hour: 50000, /,
+  ],
+  ['makes two steps', HALF_AN_HOUR, stepOf(1024), /^main grows by 3964 kB an hour: 50000, /],
+  ['grows more than little in four hours', FOUR_HOURS, steady(500), /^main grows: 50000, /],
+  ['makes a large step in a short time', 45, stepOf(1025), /^main grows: 50000, /],
+]) {
+  test(`memory does not stay as it is that ${name}`, () => {
+    const samples = samplesOf(took, memory);
+    assert.throws(() => assertStaysFlat('main', samples), { name: 'AssertionError', message });
+    assert.ok(assertStaysFlat('main', samples, { isJudged: false }).growth > 0);
+  });
+}

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# scripts/setup.sh PRESET [--for start|install|test|bench|lint|fuzz]
+# scripts/setup.sh PRESET [--for start|install|test|valgrind|bench|lint|fuzz]
 #
 # Brings a fresh clone, or one that changed, to the point where PRESET is built: checks the tools
 # (and installs what is missing with apt-get when root), fetches the npm packages, configures and
@@ -18,7 +18,7 @@ fail() {
 }
 
 presets='release|debug|asan|tsan|clang|coverage|fuzz|tidy'
-purposes='start|install|test|bench|lint|fuzz'
+purposes='start|install|test|valgrind|bench|lint|fuzz'
 usage="usage: scripts/setup.sh $presets [--for $purposes]"
 preset=${1:-}
 purpose='test'
@@ -80,7 +80,10 @@ missing_packages() {
   case $purpose in
     bench | test) need chromium has_command chromium ;;
   esac
-  [[ $purpose == test ]] && need ffmpeg has_command ffmpeg
+  case $purpose in
+    test) need ffmpeg has_command ffmpeg ;;
+    valgrind) need valgrind has_command valgrind ;;
+  esac
   case $preset in
     asan) need g++ has_runtime libasan.so ;;
     tsan) need g++ has_runtime libtsan.so ;;
@@ -141,7 +144,7 @@ configure() {
   [[ -e $build/CMakeCache.txt ]] ||
     options+=(-DTESSEL_BUILD_TESTS=OFF -DTESSEL_BUILD_BENCHMARKS=OFF)
   case $purpose in
-    test) options+=(-DTESSEL_BUILD_TESTS=ON) ;;
+    test | valgrind) options+=(-DTESSEL_BUILD_TESTS=ON) ;;
     bench | lint) options+=(-DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCHMARKS=ON) ;;
     install) options+=(-DTESSEL_WARNINGS_AS_ERRORS=OFF) ;;
   esac

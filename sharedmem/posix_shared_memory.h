@@ -10,6 +10,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <ctime>
 #include <optional>
 #include <string>
 #include <utility>
@@ -19,8 +20,8 @@ namespace posix {
 class FileDescriptor {
  public:
   // As shm_open, but never one of the standard descriptors, which are free when the application has
-  // closed them: what is written to its standard output would go into the object. Where that fails,
-  // no object that was to be created is left.
+  // closed them: what is written to its standard output would go into the object. With O_CREAT an
+  // object that is another user's is refused with EPERM; where anything else fails, none is left.
   static FileDescriptor openSharedMemory(const std::string& name, int flags, mode_t mode);
 
   FileDescriptor() = default;
@@ -63,8 +64,10 @@ class SharedMapping {
 
 class NamedSemaphore {
  public:
-  // As sem_open; `mode` and `initialCount` count only when the semaphore is created. A semaphore
-  // whose file is too short to hold one is refused with EINVAL: waiting on it raises SIGBUS.
+  // As sem_open; `mode` and `initialCount` count only when the semaphore is created. A file that is
+  // too short for a semaphore, or holds something else, is refused with EINVAL: waiting on the one
+  // raises SIGBUS, and on the other ends the process. With O_CREAT another user's is refused with
+  // EPERM.
   static NamedSemaphore open(const std::string& name, int flags, mode_t mode,
                              unsigned int initialCount);
 
@@ -75,8 +78,12 @@ class NamedSemaphore {
   ~NamedSemaphore() { reset(); }
 
   explicit operator bool() const { return semaphore_ != nullptr; }
-  sem_t* get() const { return semaphore_; }
   void reset();
+
+  // As sem_timedwait and sem_post, true for 0. What is no semaphore any more, because something
+  // else was written over it, is refused with EINVAL.
+  bool timedWait(const timespec& deadline) const;
+  bool post() const;
 
  private:
   explicit NamedSemaphore(sem_t* semaphore) : semaphore_(semaphore) {}

@@ -22,12 +22,13 @@ constexpr unsigned int kInitialCount = 0;
 constexpr time_t kLockSeconds = 5;
 
 // Makes sure that the object is at least `size` bytes long and has memory behind every one of them.
-// Sizing alone succeeds on a full file system, and the first write then raises SIGBUS. Returns 0 or
-// an error number.
-int reserve(const posix::FileDescriptor& object, off_t size) {
+// Sizing alone succeeds on a full file system, and the first access then raises SIGBUS. Tells of a
+// failure.
+bool reserve(const posix::FileDescriptor& object, off_t size) {
   int error = EINTR;
   while (error == EINTR) error = posix_fallocate(object.get(), 0, size);
-  return error;
+  if (error != 0) DiagnosticLine("initialize: posix_fallocate failed, error:").dec(error);
+  return error == 0;
 }
 
 }  // namespace
@@ -82,11 +83,7 @@ bool SharedMemoryAllocator::openSegmentAndSemaphore() {
   if (info_.create) {
     const int result = ftruncate(object_.get(), info_.size);
     DiagnosticLine("initialize: Trucating data for pid").dec(getpid()).text(" ,Ret = ").dec(result);
-    const int error = reserve(object_, info_.size);
-    if (error != 0) {
-      DiagnosticLine("initialize: posix_fallocate failed, error:").dec(error);
-      return false;
-    }
+    if (!reserve(object_, info_.size)) return false;
   }
 
   auto mapping = posix::SharedMapping::map(object_, info_.size);
@@ -96,6 +93,8 @@ bool SharedMemoryAllocator::openSegmentAndSemaphore() {
     return false;
   }
   mapping_ = std::move(*mapping);
+  // Whoever made it may have sized it only. That it is long enough is known since it is mapped.
+  if (!info_.create && !reserve(object_, info_.size)) return false;
 
   DiagnosticLine("initialize: mapped memory with ptr:")
       .address(mapping_.data())
@@ -153,7 +152,7 @@ bool SharedMemoryAllocator::lockDataAccess() {
     return false;
   }
   deadline.tv_sec += kLockSeconds;
-  while (sem_timedwait(semaphore_.get(), &deadline) != 0) {
+  while (!semaphore_.timedWait(deadline)) {
     const int error = errno;
     if (error != EINTR) {
       DiagnosticLine("sem_timedwait timedout, error:").dec(error);
@@ -186,7 +185,7 @@ bool SharedMemoryAllocator::unlockDataAccess() {
     DiagnosticLine("unlockDataAccess failed, trying to unlock without locking!");
     return false;
   }
-  if (sem_post(semaphore_.get()) != 0) {
+  if (!semaphore_.post()) {
     const int error = errno;
     DiagnosticLine("unlockDataAccess sem_post failed, error:").dec(error);
     return false;

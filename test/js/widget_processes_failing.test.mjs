@@ -2,7 +2,7 @@
 // room, or what lies in shared memory is not what it should be.
 
 import assert from 'node:assert/strict';
-import { existsSync, mkdirSync, rmSync, truncateSync } from 'node:fs';
+import { existsSync, mkdirSync, rmSync, truncateSync, writeFileSync } from 'node:fs';
 import { describe, test } from 'node:test';
 
 import { remotePattern } from './fixtures/described_frames.mjs';
@@ -303,6 +303,20 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     test(`a semaphore of ${size} bytes is refused`, async (t) => {
       const { main, stream } = makeSharedStream(t);
       truncateSync(fileOfSemaphore(stream.sem_name), size);
+      const { seen, lines } = await readA(t, main);
+      assert.deepEqual(seen, UPDATE_MISSING);
+      assert.ok(lines.includes('initialize: sem_open failed, error:22'));
+    });
+  }
+
+  for (const [what, bytes] of [
+    ['text', 'no semaphore, but what somebody has written down'],
+    ['zeros', Buffer.alloc(32)],
+    ['ones', Buffer.alloc(32, 255)],
+  ]) {
+    test(`a semaphore of ${what} is refused`, async (t) => {
+      const { main, stream } = makeSharedStream(t);
+      writeFileSync(fileOfSemaphore(stream.sem_name), bytes);
       const { seen, lines } = await readA(t, main);
       assert.deepEqual(seen, UPDATE_MISSING);
       assert.ok(lines.includes('initialize: sem_open failed, error:22'));

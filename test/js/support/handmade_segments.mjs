@@ -11,8 +11,10 @@ export const FRAME_SEGMENT_SIZE = 2_073_640;
 const ENTRY_SIZE = 511;
 const NAME_SIZE = 255;
 const FIRST_REMOTE_ENTRY = 2;
-// Of the C library's sem_t, which begins with its count and how many wait for it, in 32 bits each.
+// Of the C library's sem_t, which begins with its count, how many wait for it, and the mark of one that
+// processes share, in 32 bits each.
 const SEMAPHORE_SIZE = 32;
+const SHARED = 128;
 
 // Characters as the addon's own names have them, so that removeLeftovers() finds these too.
 function freshNames() {
@@ -23,6 +25,7 @@ function freshNames() {
 function semaphoreBytes(count) {
   const bytes = Buffer.alloc(SEMAPHORE_SIZE);
   bytes.writeUInt32LE(count);
+  bytes.writeUInt32LE(SHARED, 8);
   return bytes;
 }
 

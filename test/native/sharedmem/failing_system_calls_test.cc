@@ -74,12 +74,13 @@ TEST_F(FailingAllocatorTest, EachFailingStepOfTheSetUpHasItsLineAndLeavesNothing
   } cases[] = {
       {true, "shm_open", EACCES, "shm_open failed, error:13"},
       {true, "posix_fallocate", ENOSPC, "initialize: posix_fallocate failed, error:28"},
-      {true, "fstat", EIO, "initialize: mmap failed, error:5"},
+      {true, "fstat", EIO, "shm_open failed, error:5"},
       {true, "mmap", ENOMEM, "initialize: mmap failed, error:12"},
       {true, "sem_open", EMFILE, "initialize: sem_open failed, error:24"},
       {false, "shm_open", EACCES, "shm_open failed, error:13"},
       {false, "fstat", EIO, "initialize: mmap failed, error:5"},
       {false, "mmap", ENOMEM, "initialize: mmap failed, error:12"},
+      {false, "posix_fallocate", ENOSPC, "initialize: posix_fallocate failed, error:28"},
       {false, "sem_open", EMFILE, "initialize: sem_open failed, error:24"},
   };
   for (const auto& [create, call, error, line] : cases) {
@@ -140,12 +141,49 @@ TEST_F(FailingAllocatorTest, AnInterruptedReservationGoesOn) {
   EXPECT_EQ(systemCalls().countOf("posix_fallocate"), 4);
 }
 
-TEST_F(FailingAllocatorTest, OnlyTheCreatorSizesAndReserves) {
+TEST_F(FailingAllocatorTest, OnlyTheCreatorSizes) {
   const auto creator = availableSegment();
   systemCalls().made.clear();
   const auto opener = quiet<SharedMemoryAllocator>(opening(kSize));
   EXPECT_EQ(systemCalls().countOf("ftruncate"), 0);
+}
+
+TEST_F(FailingAllocatorTest, TheOpenerReservesNothingOfASegmentThatIsTooShort) {
+  RawObject(names_.shm(), kSize - 1);
+  systemCalls().made.clear();
+  quiet<SharedMemoryAllocator>(opening(kSize));
   EXPECT_EQ(systemCalls().countOf("posix_fallocate"), 0);
+}
+
+TEST_F(FailingAllocatorTest, AnotherUsersObjectIsNotTakenForACreatedOne) {
+  RawObject(names_.shm(), kSize - 1);
+  systemCalls().strangeLook = 1;
+  EXPECT_THAT(
+      linesWrittenBy([&] { EXPECT_FALSE(SharedMemoryAllocator(creating(kSize)).initialised()); }),
+      Contains("shm_open failed, error:1"));
+  EXPECT_EQ(RawObject(names_.shm()).size(), kSize - 1) << "it is not touched";
+  shm_unlink(names_.shm().c_str());
+}
+
+TEST_F(FailingAllocatorTest, AnotherUsersSemaphoreIsNotTakenForACreatedOne) {
+  sem_close(sem_open(names_.sem().c_str(), O_CREAT, 0600, 1));
+  systemCalls().strangeLook = 2;
+  EXPECT_THAT(
+      linesWrittenBy([&] { EXPECT_FALSE(SharedMemoryAllocator(creating(kSize)).initialised()); }),
+      Contains("initialize: sem_open failed, error:1"));
+  EXPECT_FALSE(objectExists(names_.shm()));
+  EXPECT_EQ(semaphoreCount(names_.sem()), 1);
+  sem_unlink(names_.sem().c_str());
+}
+
+TEST_F(FailingAllocatorTest, AnotherUsersSegmentMayBeOpened) {
+  const auto creator = availableSegment();
+  for (const int look : {1, 2}) {
+    systemCalls().strangeLook = look;
+    linesWrittenBy([&] { EXPECT_TRUE(SharedMemoryAllocator(opening(kSize)).initialised()); });
+    sem_close(sem_open(names_.sem().c_str(), O_CREAT, 0600, 1));
+    RawObject(names_.shm(), kSize);
+  }
 }
 
 TEST_F(FailingAllocatorTest, TearsDownTheMappingTheObjectAndTheSemaphoreInThisOrder) {

@@ -334,22 +334,56 @@ TEST_F(SharedMemoryAllocatorTest, RefusesAMissingSemaphore) {
   EXPECT_FALSE(objectExists(names_.shm()));
 }
 
-TEST_F(SharedMemoryAllocatorTest, RefusesASemaphoreWhoseFileIsTooShort) {
-  for (const std::size_t size : {std::size_t{0}, sizeof(sem_t) - 1}) {
+TEST_F(SharedMemoryAllocatorTest, RefusesASemaphoreWhoseFileIsTooShortOrHoldsSomethingElse) {
+  const struct {
+    std::size_t size;
+    char byte;
+  } files[] = {{0, '\0'},   {sizeof(sem_t) - 1, '\0'}, {sizeof(sem_t), '\0'}, {sizeof(sem_t), 'x'},
+               {5000, 'x'}, {sizeof(sem_t), '\xff'}};
+  for (const auto& [size, byte] : files) {
     for (const bool create : {false, true}) {
       RawObject(names_.shm(), kSize);
-      makeSemaphoreFile(names_.sem(), size);
-      EXPECT_THAT(linesWrittenBy([&] {
+      makeSemaphoreFile(names_.sem(), size, byte);
+      EXPECT_THAT(linesWrittenBy([&, create = create] {
                     SharedMemoryAllocator allocator(create ? creating(kSize) : opening(kSize));
                     EXPECT_FALSE(allocator.lockDataAccess());
                   }),
                   testing::IsSupersetOf(
                       {"initialize: sem_open failed, error:22", "lockDataAccess, not initialised"}))
-          << size << " bytes, create " << create;
+          << size << " bytes of " << static_cast<int>(byte) << ", create " << create;
       EXPECT_FALSE(objectExists(names_.shm()));
+      EXPECT_EQ(mappingsOf(names_.sem().substr(1)), 0);
       unlink(test::semaphorePath(names_.sem()).c_str());
     }
   }
+}
+
+// Writes over a semaphore that is in use.
+void writeOver(const std::string& semName) {
+  std::fstream file(test::semaphorePath(semName), std::ios::in | std::ios::out);
+  file << std::string(sizeof(sem_t), 'x');
+}
+
+TEST_F(SharedMemoryAllocatorTest, DoesNotTakeALockThatSomethingElseWasWrittenOver) {
+  const auto allocator = quietAvailable();
+  writeOver(names_.sem());
+  EXPECT_THAT(linesWrittenBy([&] { EXPECT_FALSE(allocator->lockDataAccess()); }),
+              ElementsAre("sem_timedwait timedout, error:22"));
+}
+
+TEST_F(SharedMemoryAllocatorTest, DoesNotGiveALockBackThatSomethingElseWasWrittenOver) {
+  const auto allocator = quiet(creating(kSize));
+  writeOver(names_.sem());
+  EXPECT_THAT(linesWrittenBy([&] { EXPECT_FALSE(allocator->unlockDataAccess()); }),
+              ElementsAre("unlockDataAccess sem_post failed, error:22"));
+}
+
+TEST_F(SharedMemoryAllocatorTest, ReservesTheMemoryOfASegmentThatWasOnlySized) {
+  RawObject(names_.shm(), kSize);
+  sem_close(sem_open(names_.sem().c_str(), O_CREAT, 0600, 1));
+  EXPECT_LT(RawObject(names_.shm()).reserved(), kSize);
+  const auto opener = quiet(opening(kSize));
+  EXPECT_GE(RawObject(names_.shm()).reserved(), kSize);
 }
 
 TEST_F(SharedMemoryAllocatorTest, LeavesNothingOpenBehind) {

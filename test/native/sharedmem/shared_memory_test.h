@@ -108,9 +108,9 @@ class RawObject {
   std::size_t reserved_ = 0;
 };
 
-// Makes a semaphore's file of `size` zero bytes, as a broken program might leave it behind.
-inline void makeSemaphoreFile(const std::string& semName, std::size_t size) {
-  std::ofstream(test::semaphorePath(semName)) << std::string(size, '\0');
+// Makes a semaphore's file of `size` bytes, as a broken program might leave it behind.
+inline void makeSemaphoreFile(const std::string& semName, std::size_t size, char byte = '\0') {
+  std::ofstream(test::semaphorePath(semName)) << std::string(size, byte);
 }
 
 inline int openDescriptors() {

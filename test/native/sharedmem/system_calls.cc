@@ -54,6 +54,11 @@ int __wrap_shm_unlink(const char* name) {
                  [name = std::string(name)] { return __real_shm_unlink(name.c_str()); });
 }
 
+uid_t __real_geteuid();
+uid_t __wrap_geteuid() {
+  return __real_geteuid() + (--test::systemCalls().strangeLook == 0 ? 1 : 0);
+}
+
 int __real_ftruncate(int fd, off_t size);
 int __wrap_ftruncate(int fd, off_t size) {
   return fails("ftruncate") ? -1 : __real_ftruncate(fd, size);

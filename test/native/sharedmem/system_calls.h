@@ -44,6 +44,7 @@ struct SystemCalls {
   std::optional<timespec> wallTime;  // what clock_gettime answers, if set
   std::optional<time_t> second;      // what time answers, if set
   bool waits = true;                 // else a semaphore that is taken times out at once
+  int strangeLook = 0;  // at the user's own number, counted from 1, that another user's is answered
 
   struct Failure {
     int error = 0;

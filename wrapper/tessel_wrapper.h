@@ -99,9 +99,9 @@ class TesselWrapper : public Napi::ObjectWrap<TesselWrapper> {
 
   void createAndRunTessel(const tsl::CreateParams& params);
   void obtainEmitter(Napi::Env env);
-  // Ends everything that the wrapper owns. More calls do nothing.
   // Once, when the JavaScript object is collected or its environment ends.
   void end();
+  // Ends everything that the wrapper owns. More calls do nothing.
   void release();
 
   // Class-wide, touched by the main environment only. The constructor is kept for native code that

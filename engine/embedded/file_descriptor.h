@@ -3,8 +3,10 @@
 #ifndef ENGINE_EMBEDDED_FILE_DESCRIPTOR_H_
 #define ENGINE_EMBEDDED_FILE_DESCRIPTOR_H_
 
+#include <sys/types.h>
 #include <unistd.h>
 
+#include <string>
 #include <utility>
 
 namespace embedded {
@@ -12,8 +14,12 @@ namespace embedded {
 // Owns a file descriptor and closes it.
 class FileDescriptor {
  public:
+  // As open(), but never one of the standard descriptors, which are free when the application has
+  // closed them: what it prints would go into the file.
+  static FileDescriptor open(const std::string& path, int flags, mode_t mode = 0);
+
   FileDescriptor() = default;
-  // Takes over what open() returned, also when it failed.
+  // Takes over what the system returned, also when it failed.
   explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
   ~FileDescriptor() {
     if (isOpen()) ::close(descriptor_);

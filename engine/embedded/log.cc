@@ -22,8 +22,8 @@ FileDescriptor openLogFile(const std::string& directory, const std::string& pref
   std::filesystem::create_directories(directory, ignored);
   const std::string path = directory + '/' + prefix + "tesselclient.log";
   // Not blocking, so that a pipe of that name cannot stop the engine.
-  FileDescriptor file(
-      ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0600));
+  FileDescriptor file =
+      FileDescriptor::open(path, O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK, 0600);
   struct stat status = {};
   if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
   return file;

@@ -105,7 +105,7 @@ Y4mHeader parseY4mHeader(std::string_view line) {
 
 Y4mClip::Y4mClip(const std::string& path)
     // Not blocking, so that a pipe of that name cannot stop the engine.
-    : file_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
+    : file_(FileDescriptor::open(path, O_RDONLY | O_NONBLOCK)) {
   if (!file_.isOpen()) {
     unreadable(std::string("the clip cannot be opened: ") + std::generic_category().message(errno));
   }

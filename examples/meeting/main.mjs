@@ -12,7 +12,7 @@ const USAGE =
   'Options: --participants and --video, or --uri instead of both; --port and --output with either; ' +
   'or --headless with --video, --seconds and --output.';
 
-const HELP = `A meeting on the embedded engine, shown by a page on this machine's loopback interface.
+const HELP = `A meeting on the embedded engine, shown by a page on the loopback interface.
 
   npm start                             prints the address to open
   npm start -- --participants 12        how many others are there (default: 5)
@@ -22,7 +22,7 @@ const HELP = `A meeting on the embedded engine, shown by a page on this machine'
   npm start -- --output DIRECTORY       where the engine's log goes (default: out/)
 
   npm start -- --headless               joins, looks and leaves without a page
-  npm start -- --headless --seconds 10  how long it stays (default: 5); with --video and --output too
+  npm start -- --headless --seconds 10  how long it stays (default: 5); also --video, --output
 `;
 
 function meetingOptions() {

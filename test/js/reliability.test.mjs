@@ -28,6 +28,16 @@ test('a trial that hangs is ended with what it started, and told with its seed',
   );
 });
 
+test('events that arrive beyond those that were asked for are told as such', async () => {
+  const { figures, error } = await runTrial(
+    trials.find(({ name }) => name === 'events'),
+    { count: 2000 },
+  );
+  assert.equal(error, undefined, error);
+  const { arrived, 'beyond what was asked (each part is of whole rounds)': added } = figures;
+  assert.deepEqual([arrived, added], [11_200, 9_200]);
+});
+
 const program = fileURLToPath(new URL('../reliability/run.mjs', import.meta.url));
 
 for (const [words, line] of Object.entries({

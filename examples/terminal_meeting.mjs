@@ -20,6 +20,9 @@ import { WidgetProcess } from './support/widget_process.mjs';
 
 const WIDGETS_STREAM = { type: 'remote', streamIndex: 0 };
 
+// What describes the meeting with a page.
+const PAGE_OPTIONS = ['participants', 'uri', 'port'];
+
 const USAGE = 'Options without a page: --video, --seconds and --output.';
 
 function terminalOptions() {
@@ -28,9 +31,13 @@ function terminalOptions() {
       video: { type: 'string' },
       seconds: { type: 'string', default: '5' },
       output: { type: 'string', default: 'out' },
+      ...Object.fromEntries(PAGE_OPTIONS.map((name) => [name, { type: 'string' }])),
     },
     USAGE,
   );
+  for (const name of PAGE_OPTIONS) {
+    if (values[name] !== undefined) refuseUsage(`--${name} is for the meeting with a page`, USAGE);
+  }
   const seconds = Number(values.seconds);
   if (!(seconds > 0)) refuseUsage(`--seconds ${values.seconds}: not a positive number`, USAGE);
   return { ...values, seconds };

@@ -1,23 +1,29 @@
 // A meeting on the embedded engine, shown by a page on this machine's loopback interface.
-//
-//   npm start                            prints the address to open
-//   npm start -- --headless              joins, looks and leaves without a page: ../terminal_meeting.mjs
-//   npm start -- --participants 12       how many others are there
-//   npm start -- --video FILE.y4m        a clip as their video
-//   npm start -- --uri tessel:...        any meeting of the embedded engine, instead of both
-//   npm start -- --port 8080             a port of one's own choice
-//   npm start -- --output DIRECTORY      where the engine's log goes (default: out/)
 
 import path from 'node:path';
 
 import { makeOutputDirectory, readOptions, refuseUsage } from '../support/options.mjs';
 
 const HEADLESS = '--headless';
+const HELP_OPTIONS = ['--help', '-h'];
 const LAST_PORT = 65535;
 
 const USAGE =
   'Options: --participants and --video, or --uri instead of both; --port and --output with either; ' +
   'or --headless with --video, --seconds and --output.';
+
+const HELP = `A meeting on the embedded engine, shown by a page on the loopback interface.
+
+  npm start                             prints the address to open
+  npm start -- --participants 12        how many others are there (default: 5)
+  npm start -- --video FILE.y4m         a clip as their video
+  npm start -- --uri tessel:...         any meeting of the embedded engine, instead of both
+  npm start -- --port 8080              a port of one's own choice
+  npm start -- --output DIRECTORY       where the engine's log goes (default: out/)
+
+  npm start -- --headless               joins, looks and leaves without a page
+  npm start -- --headless --seconds 10  how long it stays (default: 5); also --video, --output
+`;
 
 function meetingOptions() {
   const options = readOptions(
@@ -70,8 +76,14 @@ async function openMeeting(options) {
   } catch ({ message }) {
     refuseUsage(`--port ${options.port}: ${message}`, USAGE);
   }
+  const joined = room.join();
+  // A uri may ask for a late answer, or for a refusal, which the page shows.
+  if (options.uri === undefined) {
+    const refusal = await joined;
+    if (refusal) refuseUsage(`The meeting cannot be joined: ${refusal}`, USAGE);
+  }
   console.log(`\nThe meeting is at ${server.address}\nCtrl-C ends it.\n`);
-  const refusal = await room.join();
+  const refusal = await joined;
   if (refusal) console.error(`The meeting cannot be joined: ${refusal}`);
 
   async function close() {
@@ -81,7 +93,9 @@ async function openMeeting(options) {
   }
 }
 
-if (process.argv.includes(HEADLESS)) {
+if (process.argv.some((argument) => HELP_OPTIONS.includes(argument))) {
+  process.stdout.write(HELP);
+} else if (process.argv.includes(HEADLESS)) {
   process.argv = process.argv.filter((argument) => argument !== HEADLESS);
   await import('../terminal_meeting.mjs');
 } else {

@@ -22,19 +22,35 @@ function samplesOf(took, memory) {
   });
 }
 
-for (const [name, took, memory, { growth, slope }] of [
-  ['nothing grows', FOUR_HOURS, steady(0), { growth: 0, slope: 0 }],
-  ['it is restless', HALF_AN_HOUR, restless(800), { growth: 0, slope: 206 }],
-  ['a heap makes one step', HALF_AN_HOUR, stepOf(512), { growth: 512, slope: 1982 }],
-  ['a heap grows in a short time', 45, steady(80_000), { growth: 690, slope: 80_000 }],
-  ['it grows little in half an hour', HALF_AN_HOUR, steady(2_500), { growth: 647, slope: 2_500 }],
-  ['it grows little in four hours', FOUR_HOURS, steady(490), { growth: 1014, slope: 490 }],
-  ['it shrinks', FOUR_HOURS, steady(-9_000), { growth: -18_621, slope: -9_000 }],
+const grown = (growth) => ({ 'growth, kB': growth });
+const slope = (perHour) => ({ 'slope, kB an hour': perHour });
+
+for (const [name, took, memory, figures] of [
+  ['nothing grows', FOUR_HOURS, steady(0), { ...grown(0), ...slope(0) }],
+  ['it is restless', HALF_AN_HOUR, restless(800), { ...grown(0), ...slope(206) }],
+  ['a heap makes one step', HALF_AN_HOUR, stepOf(512), { ...grown(512), ...slope(1982) }],
+  [
+    'it grows little in half an hour',
+    HALF_AN_HOUR,
+    steady(2_500),
+    { ...grown(647), ...slope(2_500) },
+  ],
+  ['it grows little in four hours', FOUR_HOURS, steady(490), { ...grown(1014), ...slope(490) }],
+  ['it shrinks', FOUR_HOURS, steady(-9_000), { ...grown(-18_621), ...slope(-9_000) }],
 ]) {
   test(`memory stays as it is where ${name}`, () => {
-    assert.deepEqual(assertStaysFlat('main', samplesOf(took, memory)), { growth, slope });
+    assert.deepEqual(assertStaysFlat('main', samplesOf(took, memory)), figures);
   });
 }
+
+test('in a short time memory may grow steeply, and no slope is told, which is not judged', () => {
+  assert.deepEqual(assertStaysFlat('main', samplesOf(45, steady(80_000))), grown(690));
+});
+
+test('no slope is told where memory is not judged', () => {
+  const samples = samplesOf(FOUR_HOURS, steady(490));
+  assert.deepEqual(assertStaysFlat('main', samples, { isJudged: false }), grown(1014));
+});
 
 for (const [name, took, memory, message] of [
   [
@@ -50,6 +66,6 @@ for (const [name, took, memory, message] of [
   test(`memory does not stay as it is that ${name}`, () => {
     const samples = samplesOf(took, memory);
     assert.throws(() => assertStaysFlat('main', samples), { name: 'AssertionError', message });
-    assert.ok(assertStaysFlat('main', samples, { isJudged: false }).growth > 0);
+    assert.ok(assertStaysFlat('main', samples, { isJudged: false })['growth, kB'] > 0);
   });
 }

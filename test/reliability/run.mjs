@@ -1,28 +1,58 @@
 // node test/reliability/run.mjs [NAME...] [--count N] [--minutes N] [--seed N] [--short]
 //
 // Runs trials in their long form, or only those named, one after the other, and prints a table in
-// Markdown. --count is how often the thing is tried instead; --minutes, for the soak, how long.
-// What the trials promise is told in docs/reliability.md.
+// Markdown. What the trials promise is told in docs/reliability.md.
 
+import { spawnSync } from 'node:child_process';
+import { fileURLToPath } from 'node:url';
 import { parseArgs } from 'node:util';
 
 import { runTrial, trials } from './trials.mjs';
 
-const { values, positionals: named } = parseArgs({
-  allowPositionals: true,
-  options: {
-    count: { type: 'string' },
-    minutes: { type: 'string' },
-    seed: { type: 'string' },
-    short: { type: 'boolean', default: false },
-  },
-});
+const NAMES = trials.map(({ name, tried }) => `  ${name.padEnd(22)} ${tried}`);
 
+const HELP = `npm run torture -- [NAME...] [OPTION...]
+
+Runs the trials in their long form, or only those named: all but the soak.
+
+  --count N    how often the thing is tried instead
+  --minutes N  how long, for the soak
+  --seed N     repeats a run
+  --short      runs the short forms, as npm test does
+  --help       prints this
+
+${NAMES.join('\n')}`;
+
+const REPOSITORY = fileURLToPath(new URL('../..', import.meta.url));
 const SECONDS_PER_MINUTE = 60;
 
 function refuse(...lines) {
   for (const line of lines) console.error(line);
   process.exit(2);
+}
+
+function readArguments() {
+  try {
+    return parseArgs({
+      allowPositionals: true,
+      options: {
+        count: { type: 'string' },
+        minutes: { type: 'string' },
+        seed: { type: 'string' },
+        short: { type: 'boolean', default: false },
+        help: { type: 'boolean', short: 'h', default: false },
+      },
+    });
+  } catch ({ message }) {
+    const [reason] = message.split(/\.?\n|\. /); // the rest is advice
+    return refuse(`${reason}; --help lists the options`);
+  }
+}
+
+const { values, positionals: named } = readArguments();
+if (values.help) {
+  console.log(HELP);
+  process.exit();
 }
 
 // The soak takes hours: it runs only when it is named.
@@ -32,10 +62,7 @@ const chosen = trials.filter(({ name, short }) => {
 });
 const unknown = named.filter((name) => !trials.some((trial) => trial.name === name));
 if (unknown.length > 0) {
-  refuse(
-    `unknown: ${unknown.join(', ')}; there are`,
-    ...trials.map(({ name, tried }) => `  ${name.padEnd(22)} ${tried}`),
-  );
+  refuse(`unknown: ${unknown.join(', ')}; there are`, ...NAMES);
 }
 for (const option of ['count', 'minutes', 'seed']) {
   const given = values[option];
@@ -53,6 +80,15 @@ if (values.minutes !== undefined && values.count !== undefined) {
 // The trials' processes are no part of the terminal's group, which its Ctrl-C ends.
 for (const signal of ['SIGINT', 'SIGTERM']) process.once(signal, () => process.exit(1));
 
+// The fuzzers' compiler and their build take minutes, which other trials need not wait for.
+function setUpFuzzers() {
+  const { status } = spawnSync('scripts/setup.sh', ['fuzz', '--for', 'fuzz'], {
+    cwd: REPOSITORY,
+    stdio: 'inherit',
+  });
+  if (status !== 0) process.exit(1);
+}
+
 function countOf(trial) {
   if (values.count !== undefined) return Number(values.count);
   if (values.minutes !== undefined) return Number(values.minutes) * SECONDS_PER_MINUTE;
@@ -60,6 +96,8 @@ function countOf(trial) {
 }
 
 const written = (value) => (typeof value === 'number' ? value.toLocaleString('en-US') : value);
+
+if (chosen.some(({ name }) => name === 'fuzzers')) setUpFuzzers();
 
 console.log('| what was tried | how often | outcome | measured | seconds | seed |');
 console.log('| --- | --- | --- | --- | --- | --- |');

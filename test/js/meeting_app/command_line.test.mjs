@@ -39,7 +39,15 @@ for (const [options, line] of [
     `--uri describes the whole meeting. ${COMBINING}`,
   ],
   [['--uri', 'tessel:demo', '--video', 'a.y4m'], `--uri describes the whole meeting. ${COMBINING}`],
-  [['--headless', '--participants', '2'], `Unknown option '--participants'. ${WITHOUT_A_PAGE}`],
+  ...[
+    ['participants', '2'],
+    ['uri', 'tessel:demo'],
+    ['port', '8080'],
+  ].map(([name, value]) => [
+    ['--headless', `--${name}`, value],
+    `--${name} is for the meeting with a page. ${WITHOUT_A_PAGE}`,
+  ]),
+  [['--headless', '--bogus'], `Unknown option '--bogus'. ${WITHOUT_A_PAGE}`],
   [['--headless', '--seconds', 'x'], `--seconds x: not a positive number. ${WITHOUT_A_PAGE}`],
 ]) {
   test(`${options.join(' ')} is answered with one line and the exit code 2`, async (t) => {
@@ -96,19 +104,47 @@ for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) {
 }
 
 for (const [options, reason] of [
-  [['--video', '/nope.y4m'], /^the clip cannot be opened/],
-  [['--participants', '99'], /participants/],
-  [['--participants', 'x'], /participants/],
+  [['--video', '/nope.y4m'], 'the clip cannot be opened: No such file or directory'],
+  [['--video', PROGRAM], 'the clip is not a YUV4MPEG2 file'],
+  [['--participants', '99'], 'bad value: participants=99'],
+  [['--participants', 'x'], 'bad value: participants=x'],
 ]) {
-  test(`the reason why ${options.join(' ')} cannot be joined is told`, async (t) => {
-    const { child } = start(t, [...options, '--output', temporaryDirectory(t)]);
-    child.stdout.resume();
-    const told = /^The meeting cannot be joined: (.*)$/;
-    let reasonTold;
-    for await (const line of createInterface({ input: child.stderr })) {
-      reasonTold = told.exec(line)?.[1];
-      if (reasonTold) break;
+  test(`no page is served of a meeting that ${options.join(' ')} cannot make`, async (t) => {
+    const { child, ended } = start(t, [...options, '--output', temporaryDirectory(t)]);
+    const [words, errors] = await Promise.all([child.stdout.toArray(), child.stderr.toArray()]);
+    const [code] = await ended;
+    assert.equal(code, 2);
+    assert.doesNotMatch(words.join(''), /The meeting is at/);
+    assert.equal(errors.join(''), `The meeting cannot be joined: ${reason}. ${COMBINING}\n`);
+  });
+}
+
+test('a meeting whose uri has it refused has its page, and the reason is told', async (t) => {
+  const options = ['--uri', 'tessel:demo?refuse=403', '--output', temporaryDirectory(t)];
+  const { child, ended } = start(t, options);
+  const words = child.stdout.toArray();
+  const told = 'The meeting cannot be joined: ';
+  const lines = [];
+  for await (const line of createInterface({ input: child.stderr })) {
+    lines.push(line);
+    if (line.startsWith(told)) child.kill('SIGINT');
+  }
+  assert.deepEqual(await ended, [0, null]);
+  assert.match((await words).join(''), /^The meeting is at http/m);
+  assert.match(lines.join('\n'), new RegExp(`^${told}the meeting refused the join$`));
+});
+
+for (const options of [['--help'], ['-h'], ['--headless', '--help'], ['--bogus', '--help']]) {
+  test(`${options.join(' ')} lists the options, and no meeting is opened`, async (t) => {
+    const { child, ended } = start(t, options);
+    const [words, errors] = await Promise.all([child.stdout.toArray(), child.stderr.toArray()]);
+    const [code] = await ended;
+    assert.deepEqual([code, errors.join('')], [0, '']);
+    const help = words.join('');
+    assert.match(help, /^A meeting on the embedded engine, /);
+    for (const name of 'participants video uri port output headless seconds'.split(' ')) {
+      assert.match(help, new RegExp(` --${name} `));
     }
-    assert.match(reasonTold, reason);
+    assert.doesNotMatch(help, /shared mem/);
   });
 }

@@ -110,5 +110,6 @@ export async function run(count) {
   });
   wrapper.destroy();
   engine.reset();
-  return { arrived, ...held };
+  const added = arrived - count;
+  return { arrived, 'beyond what was asked (each part is of whole rounds)': added, ...held };
 }

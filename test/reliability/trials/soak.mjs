@@ -75,12 +75,9 @@ export async function run(seconds, { after, judgesTimes }) {
     }
     figures[`${side}: frames sent`] = sent;
     figures[`${side}: read`] = read;
-    const { growth, slope } = assertStaysFlat(side, warm, { isJudged: !isSanitized });
-    Object.assign(figures, {
-      [`${side}: kB at the end`]: last.kilobytes,
-      [`${side}: growth, kB`]: growth,
-      [`${side}: slope, kB an hour`]: slope,
-    });
+    figures[`${side}: kB at the end`] = last.kilobytes;
+    const flat = assertStaysFlat(side, warm, { isJudged: !isSanitized });
+    for (const [what, figure] of Object.entries(flat)) figures[`${side}: ${what}`] = figure;
   }
 
   const [first, last] = [samples.main[0], samples.main.at(-1)];

@@ -77,12 +77,18 @@ export class Stage extends EventTarget {
     this.update({ streams: [], call: {}, local: {} });
   }
 
-  isShown(name) {
-    return this.#tiles.has(name);
+  isHidden(name) {
+    return this.#hidden.has(name);
   }
 
-  toggleShown(name) {
-    if (!this.#hidden.delete(name)) this.#hidden.add(name);
+  // It is to be shown and is not: there are as many tiles already as were chosen.
+  isWithoutRoom(name) {
+    return this.#isJoined && !this.#tiles.has(name) && !this.#hidden.has(name);
+  }
+
+  setHidden(name, isHidden) {
+    if (isHidden) this.#hidden.add(name);
+    else this.#hidden.delete(name);
     this.#arrange();
   }
 
@@ -104,6 +110,10 @@ export class Stage extends EventTarget {
       this.#tiles.get(name)?.showRate(rates.get(csrc));
   }
 
+  get #isJoined() {
+    return this.#state.call.phase === 'joined';
+  }
+
   // The streams to show, the most important first.
   #shown() {
     const rank = ({ type, name }) =>
@@ -116,13 +126,12 @@ export class Stage extends EventTarget {
   }
 
   #arrange() {
-    const isJoined = this.#state.call.phase === 'joined';
-    const shown = isJoined ? this.#shown() : [];
+    const shown = this.#isJoined ? this.#shown() : [];
     this.#keepTiles(shown);
     const arrange = this.#choice.mode === 'focus' ? focusOf : gridOf;
     const places = arrange(shown.length, this.#root.clientWidth, this.#root.clientHeight);
     shown.forEach(({ name }, index) => this.#tiles.get(name).place(places[index]));
-    if (isJoined) this.#askFor(shown, places);
+    if (this.#isJoined) this.#askFor(shown, places);
     this.dispatchEvent(new Event('changed'));
   }
 
@@ -157,7 +166,7 @@ export class Stage extends EventTarget {
   #actions = {
     focus: (name) => this.toggleFocus(name),
     popOut: (name) => this.dispatchEvent(new CustomEvent('popOut', { detail: name })),
-    hide: (name) => this.toggleShown(name),
+    hide: (name) => this.setHidden(name, true),
     bringBack: (name) => this.#connection.send('bringBack', { stream: name }),
   };
 

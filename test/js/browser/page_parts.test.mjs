@@ -30,7 +30,7 @@ async function serve(t, files, onConnection) {
   return server.address;
 }
 
-// In the page: its Tile, DrawLoop, Stage and Charts, a picture, one that cannot be drawn, and a promise of
+// In the page: its Tile, DrawLoop, Stage, PeopleList and Charts, a picture, one that cannot be drawn, and a promise of
 // the next paint.
 async function partsOf() {
   const load = (name) => import(new URL(`page/${name}.mjs`, location.href));
@@ -42,6 +42,7 @@ async function partsOf() {
   return {
     ...(await load('tile')),
     ...(await load('stage')),
+    ...(await load('people_list')),
     ...(await load('charts')),
     picture: { width: 4, height: 2, ...planes },
     broken: { width: 400, height: 2, ...planes },
@@ -111,6 +112,55 @@ test('the frame of a tile that has gone meanwhile is not waited for', async (t) 
     return wishes;
   });
   assert.deepEqual(sent, [['drawn', { streams: ['remote-0'] }]]);
+});
+
+test('who is to be shown is ticked, with a tile or without room for one, in the meeting or not', async (t) => {
+  const answers = await inPage(t, ({ Stage, PeopleList }) => {
+    const connection = new EventTarget();
+    connection.send = () => {};
+    const root = document.body.appendChild(document.createElement('main'));
+    const stage = new Stage(root, connection);
+    const list = document.body.appendChild(document.createElement('section'));
+    const people = new PeopleList(list, stage);
+    const streams = [0, 1].map((streamIndex) => ({
+      ...{ type: 'remote', streamIndex, csrc: streamIndex, name: `remote-${streamIndex}` },
+      ...{ title: `Guest ${streamIndex}`, isSending: true, inWindow: false },
+    }));
+    const tell = (phase) => {
+      stage.update({ streams, call: { phase }, local: {} });
+      people.update(streams);
+    };
+    const row = () => [
+      list.querySelectorAll('input')[1].checked,
+      list.querySelectorAll('small')[1].textContent,
+      root.querySelectorAll('.tile').length,
+    ];
+    const untick = () => list.querySelectorAll('input')[1].click();
+    tell('joined');
+    people.describe(new Map([['remote-1', '320×180']]));
+    return [
+      row,
+      () => stage.choose({ most: 1 }),
+      untick,
+      () => stage.choose({ most: 12 }),
+      untick,
+      () => tell('left'),
+      untick,
+      untick,
+      () => tell('joined'),
+    ].map((act) => act() ?? row());
+  });
+  assert.deepEqual(answers, [
+    [true, '320×180', 2],
+    [true, 'no room for another tile', 1],
+    [false, '320×180', 1],
+    [false, '320×180', 1],
+    [true, '320×180', 2],
+    [true, '320×180', 0],
+    [false, '320×180', 0],
+    [true, '320×180', 0],
+    [true, '320×180', 2],
+  ]);
 });
 
 test('a plot says its last values to who cannot see it', async (t) => {

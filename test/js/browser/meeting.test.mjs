@@ -92,8 +92,8 @@ test('muting and unmuting the microphone goes to the meeting and back', async (t
   await page.waitForFunction(() => document.querySelector('#mute meter').value > 0);
 });
 
-test('the camera goes off and on, and another one may be chosen', async (t) => {
-  const { page } = await openMeeting(t, 'tessel:test?participants=1');
+test('the camera goes off and on, and another one that is plugged in may be chosen', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1&plug=microphone-2@0');
   assert.equal((await cardIn(page, 'local-0')).detail, 0);
   await page.keyboard.press('v');
   await waitForText(page, '.tile[data-stream="local-0"]:not(.live) .face', 'Your camera is off');
@@ -104,6 +104,9 @@ test('the camera goes off and on, and another one may be chosen', async (t) => {
   await page.selectOption('select[name=camera]', 'camera-1');
   const card = await cardIn(page, 'local-0', ({ detail }) => detail === 1);
   assert.equal(card.type, 'local');
+  await logged(page, 'deviceChange');
+  const absent = await page.locator('#device-choice option:disabled').allTextContents();
+  assert.deepEqual(absent, ['Camera 3 (not plugged in)', 'Speaker 3 (not plugged in)']);
 });
 
 test('a screen is chosen on a picture of the monitors and shared until it is stopped', async (t) => {
@@ -409,9 +412,22 @@ test('what a switch does is its name, and it is not said to be pressed as well',
   }
 });
 
-test('a refused join is told with its reason', async (t) => {
+test('a refused join is told with its reason, and no meeting is said to have ended', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?refuse=403');
-  await waitForText(page, '.curtain', 'the meeting refused the join');
+  await waitForExactly(page.locator('.curtain p'), 'You could not join.');
+  await waitForText(page, '.curtain', 'the meeting refused the join (403)');
+});
+
+test('joining may be cancelled and begun again', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?join=3600');
+  const cancel = page.locator('#leave-call:enabled').filter({ hasText: 'Cancel' });
+  await cancel.click();
+  await waitForExactly(page.locator('.curtain p'), 'You did not join.');
+  await page.locator('#leave-call:disabled').filter({ hasText: 'Leave' }).waitFor();
+  await focusIsOn(page, '.curtain button');
+  await page.keyboard.press('Enter');
+  await waitForText(page, '#call', 'Joining…');
+  await cancel.waitFor();
 });
 
 test('a second page takes the meeting over, and the first one says so and is of no use', async (t) => {

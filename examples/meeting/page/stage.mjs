@@ -197,6 +197,7 @@ class StageTile extends Tile {
   #meter = element('meter', { max: 100, hidden: true, ariaLabel: 'Level' });
   #rate = element('small');
   #bringBack;
+  #popOut;
   #isBlank = false;
 
   constructor({ name, title, type }, actions) {
@@ -219,15 +220,16 @@ class StageTile extends Tile {
       );
     const acts = {
       enter: () => actions.focus(name),
-      o: () => actions.popOut(name),
+      o: () => this.#popOut.hidden || actions.popOut(name),
       h: () => actions.hide(name),
     };
+    this.#popOut = button('Show it in a window of its own', 'O', 'pop-out', acts.o);
     this.element.append(
       element(
         'div',
         { className: 'actions' },
         button('Show it large', 'Enter', 'focus', acts.enter),
-        button('Show it in a window of its own', 'O', 'pop-out', acts.o),
+        this.#popOut,
         button('Hide it', 'H', 'hide', acts.h),
       ),
     );
@@ -251,6 +253,8 @@ class StageTile extends Tile {
       this.draw();
     }
     this.#bringBack.hidden = !inWindow;
+    this.#popOut.hidden = inWindow;
+    this.element.setAttribute('aria-keyshortcuts', inWindow ? 'Enter H' : 'Enter O H');
     if (inWindow) this.message = 'In a window of its own';
     else if (type === 'local' && !cameraOn) this.message = 'Your camera is off';
     else if (type === 'local' && videoMuted) this.message = 'The meeting has muted your video';

@@ -237,6 +237,7 @@ test('the layout decides which streams arrive and how large', async (t) => {
 test('a tile goes into a window fed by the widget process, survives its death, and comes back', async (t) => {
   const { page, context } = await openMeeting(t, 'tessel:test?participants=2');
   await cardIn(page, 'remote-1');
+  const shortcutsOf = (name) => tile(page, name).getAttribute('aria-keyshortcuts');
   const [started] = await logged(page, 'widgetStarted');
   const pid = Number(/^pid (\d+)$/.exec(started)[1]);
 
@@ -253,6 +254,10 @@ test('a tile goes into a window fed by the widget process, survives its death, a
     '.tile[data-stream="remote-1"]:not(.live) .face',
     'In a window of its own',
   );
+  const popOut = tile(page, 'remote-1').locator('[aria-label="Show it in a window of its own"]');
+  assert.equal(await popOut.evaluate(({ hidden }) => hidden), true);
+  assert.equal(await shortcutsOf('remote-1'), 'Enter H');
+  assert.equal(await shortcutsOf('remote-0'), 'Enter O H');
 
   process.kill(pid, 'SIGKILL');
   const processes = await logged(page, 'widgetStarted', 2);
@@ -395,9 +400,9 @@ test('the details are closed on a narrow page, and close when it becomes narrow'
   await wide.page.locator('#panel').waitFor({ state: 'hidden' });
 });
 
-test('what a switch does is its name, and it is not said to be pressed as well', async (t) => {
-  const { page } = await openMeeting(t, 'tessel:test?participants=1');
-  await cardIn(page, 'remote-0');
+test('what a switch does is its name, whatever its meter shows, and it is not said to be pressed as well', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1&speak=me@0-600');
+  await page.waitForFunction(() => document.querySelector('#mute meter').value > 0);
   for (const [id, ...names] of [
     ['mute', 'Mute', 'Unmute'],
     ['camera-switch', 'Stop video', 'Start video'],
@@ -405,7 +410,10 @@ test('what a switch does is its name, and it is not said to be pressed as well',
   ]) {
     const button = page.locator(`#${id}`);
     for (const name of [...names, names[0]]) {
-      await waitForExactly(button.locator('span'), name);
+      await page
+        .locator(`#${id}`)
+        .and(page.getByRole('button', { name, exact: true }))
+        .waitFor();
       assert.equal(await button.getAttribute('aria-pressed'), null);
       await button.click();
     }

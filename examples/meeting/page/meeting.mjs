@@ -38,18 +38,33 @@ connection.addEventListener('closed', () => {
   enableCallControls(); // until the state is told again
   keepFocus();
 });
-connection.addEventListener('ended', ({ detail }) => {
-  byId('call').textContent = detail;
+connection.addEventListener('ended', ({ detail }) =>
+  clear(
+    detail,
+    element('p', { textContent: detail }),
+    element('button', {
+      className: 'primary',
+      textContent: 'Show it here',
+      onclick: () => location.reload(),
+    }),
+  ),
+);
+
+// Takes away all that belongs to a meeting; `text` and the curtain's `children` say why.
+function clear(text, ...children) {
+  byId('call').textContent = text;
+  byId('sharing').hidden = true;
   shareDialog.close();
   for (const menu of [layoutForm, deviceForm]) menu.hidePopover();
   for (const button of document.querySelectorAll('nav button')) {
     button.disabled = button.id !== 'panel-switch';
   }
+  if (!isRoomy.matches) togglePanel(false); // it would cover the text
   stage.clear();
   people.update([]);
-  stage.curtain = [element('p', { textContent: detail })];
+  stage.curtain = children;
   keepFocus();
-});
+}
 
 function showState(next) {
   const before = state;

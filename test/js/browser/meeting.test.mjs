@@ -438,14 +438,20 @@ test('joining may be cancelled and begun again', async (t) => {
   await cancel.waitFor();
 });
 
-test('a second page takes the meeting over, and the first one says so and is of no use', async (t) => {
+test('a second page takes the meeting over, and the first one says so, is of no use and takes it back', async (t) => {
   const { page, address } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');
+  await page.keyboard.press('p');
+  await page.locator('#panel').waitFor();
   const second = await openPage(t, browser, address);
   await cardIn(second.page, 'remote-0');
   await waitForText(page, '.curtain', 'The meeting is shown by another page.');
   assert.equal(await page.locator('.tile').count(), 0);
   assert.deepEqual(await enabled(page), ['panel-switch']);
+  assert.equal(await page.isVisible('#panel'), false);
+  await page.click('text=Show it here');
+  await cardIn(page, 'remote-0');
+  await waitForText(second.page, '.curtain', 'The meeting is shown by another page.');
 });
 
 test('a page that is loaded again finds the meeting as it was', async (t) => {

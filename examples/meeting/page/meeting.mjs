@@ -14,7 +14,8 @@ const CALL_CONTROLS = ['mute', 'camera-switch', 'speaker-switch', 'share'];
 
 const byId = (id) => document.getElementById(id);
 
-const connection = new Connection();
+// The program serves the page as long as it runs, and another one has another address.
+const connection = new Connection({ mostTries: 3 });
 const stage = new Stage(byId('stage'), connection);
 const people = new PeopleList(byId('people'), stage);
 const charts = new Charts(byId('charts'), document.querySelector('#statistics tbody'));
@@ -47,6 +48,14 @@ connection.addEventListener('ended', ({ detail }) =>
       textContent: 'Show it here',
       onclick: () => location.reload(),
     }),
+  ),
+);
+
+connection.addEventListener('lost', () =>
+  clear(
+    'Not in the meeting',
+    element('p', { textContent: 'The meeting’s program has ended.' }),
+    element('small', { textContent: 'Start it again and open the address that it prints.' }),
   ),
 );
 

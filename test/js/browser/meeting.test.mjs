@@ -463,13 +463,19 @@ test('a page that is loaded again finds the meeting as it was', async (t) => {
   await waitForText(page, '#mute', 'Unmute');
 });
 
-test('an interrupt ends both processes and leaves the page', async (t) => {
+test('an interrupt ends both processes, which the page says after some tries', async (t) => {
   const { page, child, exit } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');
   const [started] = await logged(page, 'widgetStarted');
+  const tries = [];
+  page.on('websocket', (socket) => tries.push(socket));
   child.kill('SIGINT');
   assert.deepEqual(await exit, [0, null]);
   await waitForText(page, '#call', 'Connecting…');
+  await waitForText(page, '.curtain', 'The meeting’s program has ended.');
+  assert.equal(tries.length, 3);
+  assert.equal(await page.locator('.tile').count(), 0);
+  assert.deepEqual(await enabled(page), ['panel-switch']);
   assert.match(started, /^pid \d+$/);
 });
 

@@ -30,7 +30,7 @@ async function serve(t, files, onConnection) {
   return server.address;
 }
 
-// In the page: its Tile, DrawLoop, Stage, PeopleList and Charts, a picture, one that cannot be drawn, and a promise of
+// In the page: its Tile, DrawLoop, Stage, PeopleList, Charts and Connection, a picture, one that cannot be drawn, and a promise of
 // the next paint.
 async function partsOf() {
   const load = (name) => import(new URL(`page/${name}.mjs`, location.href));
@@ -44,6 +44,7 @@ async function partsOf() {
     ...(await load('stage')),
     ...(await load('people_list')),
     ...(await load('charts')),
+    ...(await load('connection')),
     picture: { width: 4, height: 2, ...planes },
     broken: { width: 400, height: 2, ...planes },
     painted: () => new Promise((resolve) => requestAnimationFrame(resolve)),
@@ -182,6 +183,36 @@ test('a plot says its last values to who cannot see it', async (t) => {
     'Packets lost, %: received 1.2, sent 0.0',
     'Processor, %: meeting 12.3, whole system 50.0',
   ]);
+});
+
+test('a line that broke is tried again later each time, from the beginning once it was open, and not for ever', async (t) => {
+  const { waits, told } = await inPage(t, async ({ Connection }) => {
+    const answers = [...'ccoccccccc'].map((first) =>
+      first === 'o' ? ['open', 'close'] : ['close'],
+    );
+    window.WebSocket = class extends EventTarget {
+      constructor() {
+        super();
+        queueMicrotask(() => {
+          for (const name of answers.shift()) this.dispatchEvent(new Event(name));
+        });
+      }
+    };
+    const waits = [];
+    window.setTimeout = (act, wait) => {
+      waits.push(wait);
+      queueMicrotask(act);
+    };
+    const connection = new Connection({ mostTries: 6 });
+    const told = [];
+    for (const name of ['open', 'closed', 'lost']) {
+      connection.addEventListener(name, () => told.push(name));
+    }
+    await new Promise((resolve) => connection.addEventListener('lost', resolve));
+    return { waits, told: told.join() };
+  });
+  assert.deepEqual(waits, [300, 600, 300, 600, 1200, 2400, 4800, 5000]);
+  assert.equal(told, `closed,closed,open${',closed'.repeat(6)},lost`);
 });
 
 // The meeting's page, whose sockets go to `onConnection`.

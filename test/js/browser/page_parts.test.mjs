@@ -265,6 +265,48 @@ test('a share cannot be asked for while one is', async (t) => {
   assert.equal(await page.isVisible('#share-dialog'), false);
 });
 
+// In the page: what reaches out of it, or out of the control or dialog that it is in.
+function cutOff() {
+  const isWithin = (inner, outer) => inner.left >= outer.left && inner.right <= outer.right;
+  const parts = (selector, within) =>
+    [...document.querySelectorAll(selector)].map((part) => [part, part.closest(within)]);
+  return [
+    ...parts('nav button', 'body'),
+    ...parts('nav button svg', 'button'),
+    ...parts('nav button span', 'button'),
+    ...parts('#share-dialog[open]', 'body'),
+    ...parts('#share-dialog[open] #monitors label', 'form'),
+    ...parts('#share-dialog[open] #monitors small', 'label'),
+  ]
+    .filter(([part]) => part.checkVisibility())
+    .filter(([part, whole]) => {
+      const [inner, outer] = [part, whole].map((each) => each.getBoundingClientRect());
+      return !isWithin(inner, outer);
+    })
+    .map(([part, whole]) => `${part.textContent} in ${whole.id || whole.tagName}`);
+}
+
+test('a narrow page cuts off nothing, and its controls keep their names', async (t) => {
+  const monitors = '1280x720@0:0,1920x1080@1280:-360,1080x1920@-1080:0';
+  const { room } = await openRoom(t, `tessel:test?participants=0&monitors=${monitors}`);
+  await room.join();
+  const page = await openPage(t, (socket) => new PageSession(socket, room));
+  await page.locator('#mute:enabled').waitFor();
+  for (const key of 'mva') await page.keyboard.press(key);
+  const longest = page.getByRole('button', { name: 'Unmute speaker', exact: true });
+  await longest.waitFor();
+  for (const width of [960, 660, 640, 480, 400, 320]) {
+    await page.setViewportSize({ width, height: 560 });
+    assert.deepEqual(await page.evaluate(cutOff), [], `controls at ${width}`);
+    assert.equal(await longest.count(), 1);
+    await page.keyboard.press('s');
+    await page.locator('#monitors label').nth(2).waitFor();
+    assert.deepEqual(await page.evaluate(cutOff), [], `dialog at ${width}`);
+    await page.keyboard.press('Escape');
+    await page.locator('#share-dialog').waitFor({ state: 'hidden' });
+  }
+});
+
 test('keys do what they say with Caps Lock, too', async (t) => {
   const { room } = await openRoom(t, 'tessel:test?participants=0');
   await room.join();

@@ -283,7 +283,7 @@ function cutOff() {
       const [inner, outer] = [part, whole].map((each) => each.getBoundingClientRect());
       return !isWithin(inner, outer);
     })
-    .map(([part, whole]) => `${part.tagName} ${part.textContent}`);
+    .map(([part]) => `${part.tagName} ${part.textContent}`);
 }
 
 test('a narrow page cuts off nothing, and its controls keep their names', async (t) => {

@@ -13,8 +13,8 @@ const initialDevices = (kind) =>
     isPlugged: index < PLUGGED_AT_FIRST,
   }));
 
-// Which of them are plugged in, and which one of each kind is used: what the engine does, followed
-// here, as it does not tell the one and tells of the other only that it has changed.
+// Which of them are plugged in, and which one of each kind is used. The engine tells only that a
+// device came or went, and not which one it uses then: this follows its rules.
 export class Devices {
   #all = Object.fromEntries(Object.keys(TITLES).map((kind) => [kind, initialDevices(kind)]));
   #selected = {}; // ids by kind

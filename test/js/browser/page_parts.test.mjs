@@ -30,8 +30,8 @@ async function serve(t, files, onConnection) {
   return server.address;
 }
 
-// In the page: its Tile, DrawLoop, Stage, PeopleList, Charts and Connection, a picture, one that cannot be drawn, and a promise of
-// the next paint.
+// In the page: its Tile, DrawLoop, Stage, PeopleList, Charts and Connection, a picture, one that
+// cannot be drawn, and a promise of the next paint.
 async function partsOf() {
   const load = (name) => import(new URL(`page/${name}.mjs`, location.href));
   const plane = (letter, width, height) => ({
@@ -213,6 +213,23 @@ test('a line that broke is tried again later each time, from the beginning once 
   });
   assert.deepEqual(waits, [300, 600, 300, 600, 1200, 2400, 4800, 5000]);
   assert.equal(told, `closed,closed,open${',closed'.repeat(6)},lost`);
+});
+
+test('a window whose process does not come back says so at last', async (t) => {
+  const page = await browser.newPage();
+  page.setDefaultTimeout(PATIENCE_MS);
+  t.after(() => page.close());
+  await page.addInitScript(() => {
+    window.WebSocket = class extends EventTarget {
+      constructor() {
+        super();
+        queueMicrotask(() => this.dispatchEvent(new Event('close')));
+      }
+    };
+    window.setTimeout = queueMicrotask;
+  });
+  await page.goto(`${await serve(t, pageFiles('window.html'))}#remote-0/Amara`);
+  await page.locator('.face >> text=This window gets no pictures any more.').waitFor();
 });
 
 // The meeting's page, whose sockets go to `onConnection`.

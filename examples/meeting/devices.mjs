@@ -1,23 +1,70 @@
 // The devices that a person may choose. Listing them is the application's business; these are the
-// ones of the embedded engine. The last of each kind is plugged in only where a meeting says so.
+// ones of the embedded engine.
 
-export const DEVICES = {
-  camera: [
-    { id: 'camera-0', title: 'Camera 1' },
-    { id: 'camera-1', title: 'Camera 2' },
-    { id: 'camera-2', title: 'Camera 3' },
-  ],
-  microphone: [
-    { id: 'microphone-0', title: 'Microphone 1' },
-    { id: 'microphone-1', title: 'Microphone 2' },
-    { id: 'microphone-2', title: 'Microphone 3' },
-  ],
-  speaker: [
-    { id: 'speaker-0', title: 'Speaker 1' },
-    { id: 'speaker-1', title: 'Speaker 2' },
-    { id: 'speaker-2', title: 'Speaker 3' },
-  ],
-};
+const TITLES = { camera: 'Camera', microphone: 'Microphone', speaker: 'Speaker' };
+const OF_EACH_KIND = 3;
+// The others come where a meeting says so.
+const PLUGGED_AT_FIRST = 2;
 
-export const isDevice = (kind, id) =>
-  Object.hasOwn(DEVICES, kind) && DEVICES[kind].some((device) => device.id === id);
+const initialDevices = (kind) =>
+  Array.from({ length: OF_EACH_KIND }, (_, index) => ({
+    id: `${kind}-${index}`,
+    title: `${TITLES[kind]} ${index + 1}`,
+    isPlugged: index < PLUGGED_AT_FIRST,
+  }));
+
+// Which of them are plugged in, and which one of each kind is used. The engine tells only that a
+// device came or went, and not which one it uses then: this follows its rules.
+export class Devices {
+  #all = Object.fromEntries(Object.keys(TITLES).map((kind) => [kind, initialDevices(kind)]));
+  #selected = {}; // ids by kind
+
+  constructor() {
+    for (const kind of Object.keys(TITLES)) this.#selectFirst(kind);
+  }
+
+  // By kind: { id, title, isPlugged } each.
+  get all() {
+    return this.#all;
+  }
+
+  // The id of the one that is used, by kind; '' where none is plugged in.
+  get selected() {
+    return this.#selected;
+  }
+
+  // The device, to be selected; throws where there is none.
+  pluggedIn(kind, id) {
+    const devices = Object.hasOwn(this.#all, kind) ? this.#all[kind] : [];
+    const device = devices.find((each) => each.id === id);
+    if (!device) throw new TypeError(`no such device: ${kind} ${id}`);
+    if (!device.isPlugged) throw new Error(`${device.title} is not plugged in`);
+    return device;
+  }
+
+  select(kind, id) {
+    this.#selected = { ...this.#selected, [kind]: id };
+  }
+
+  // One came or went. Where nothing that is plugged in is selected, the first one left is used.
+  turnAround(id) {
+    for (const [kind, devices] of Object.entries(this.#all)) {
+      if (!devices.some((device) => device.id === id)) continue;
+      this.#all = {
+        ...this.#all,
+        [kind]: devices.map((device) =>
+          device.id === id ? { ...device, isPlugged: !device.isPlugged } : device,
+        ),
+      };
+      if (!this.#isPluggedIn(kind, this.#selected[kind])) this.#selectFirst(kind);
+    }
+  }
+
+  #isPluggedIn(kind, id) {
+    return this.#all[kind].some((device) => device.id === id && device.isPlugged);
+  }
+
+  #selectFirst(kind) {
+    this.select(kind, this.#all[kind].find(({ isPlugged }) => isPlugged)?.id ?? '');
+  }
+}

@@ -6,7 +6,7 @@
 import { EventEmitter } from 'node:events';
 
 import tessel from '../../js/index.js';
-import { DEVICES, isDevice } from './devices.mjs';
+import { Devices } from './devices.mjs';
 import { videoStreamsState } from './layout.mjs';
 import { titleOf } from './roster.mjs';
 import { nameOf, streamNamed } from './stream_names.mjs';
@@ -34,9 +34,9 @@ export class Room extends EventEmitter {
   #statisticsTimer;
   #logCount = 0;
 
-  #call = { phase: 'left', reason: '' }; // or 'joining', 'joined'
+  #call = { phase: 'notJoined', reason: '' }; // or 'joining', 'joined', 'left'
   #local = { audioMuted: false, videoMuted: false, cameraOn: true, speakerMuted: false };
-  #selected = { camera: 'camera-0', microphone: 'microphone-0', speaker: 'speaker-0' };
+  #devices = new Devices();
   #share = NO_SHARE; // or 'asking', 'sharing', 'refused'
   #widget = { phase: 'starting', address: '' }; // or 'running', 'ended'
 
@@ -73,8 +73,8 @@ export class Room extends EventEmitter {
       call: this.#call,
       local: this.#local,
       streams: this.#streams(),
-      devices: DEVICES,
-      selected: this.#selected,
+      devices: this.#devices.all,
+      selected: this.#devices.selected,
       share: this.#share,
       monitors: this.#meeting.wrapper.getScreenMonitorDetails(),
       widget: this.#widget,
@@ -126,9 +126,9 @@ export class Room extends EventEmitter {
   };
 
   // Settles when the engine has answered, with the reason of a refusal, which is part of the state too;
-  // and when the meeting is closed. Asked for twice it is done once.
+  // and when it is given up by leaving, or the meeting is closed. Asked for twice it is done once.
   async join() {
-    if (this.#call.phase !== 'left') return undefined;
+    if (['joining', 'joined'].includes(this.#call.phase)) return undefined;
     this.#change(() => (this.#call = { phase: 'joining', reason: '' }));
     const { audioMuted, videoMuted } = this.#local;
     try {
@@ -138,9 +138,9 @@ export class Room extends EventEmitter {
         mediaStreamState: { outgoingAudioMuted: audioMuted, outgoingVideoMuted: videoMuted },
       });
     } catch (error) {
-      if (error instanceof tessel.CallError) return error.reason;
+      if (error instanceof tessel.CallError) return reasonOf(error);
       if (error instanceof tessel.ClosedError) return undefined;
-      this.#change(() => (this.#call = { phase: 'left', reason: error.message }));
+      this.#change(() => (this.#call = { phase: 'notJoined', reason: error.message }));
       throw error;
     }
     return undefined;
@@ -203,8 +203,9 @@ export class Room extends EventEmitter {
     callConnectionStatus: ({ connected }) => {
       if (connected) this.#call = { phase: 'joined', reason: '' };
     },
-    callDisconnect: ({ reason, code }) => {
-      this.#call = { phase: 'left', reason: code === 0 ? '' : reason };
+    callDisconnect: (end) => {
+      const phase = this.#call.phase === 'joined' ? 'left' : 'notJoined';
+      this.#call = { phase, reason: reasonOf(end) };
       this.#share = NO_SHARE;
       this.#hear({ microphone: 0, speaker: 0 });
     },
@@ -222,6 +223,7 @@ export class Room extends EventEmitter {
       this.#local = { ...this.#local, [what]: muted };
       if (what === 'audioMuted' && muted) this.#hear({ microphone: 0 });
     },
+    deviceChange: ({ id }) => this.#devices.turnAround(id),
     screenShareStatus: ({ status }) => {
       if (status === 'stopped') this.#stopped();
     },
@@ -278,8 +280,7 @@ export class Room extends EventEmitter {
   }
 
   #choose(kind, id) {
-    if (!isDevice(kind, id)) throw new TypeError(`no such device: ${kind} ${id}`);
-    const { title } = DEVICES[kind].find((device) => device.id === id);
+    const { title } = this.#devices.pluggedIn(kind, id);
     const { wrapper } = this.#meeting;
     if (kind === 'camera') {
       wrapper.setVideoDevice({ videoDeviceId: id, videoDeviceName: title });
@@ -288,7 +289,7 @@ export class Room extends EventEmitter {
     } else {
       wrapper.setAudioOutDevice({ audioOutId: id, audioOutName: title, audioOutSourceName: title });
     }
-    this.#change(() => (this.#selected = { ...this.#selected, [kind]: id }));
+    this.#change(() => this.#devices.select(kind, id));
   }
 
   // Shows `what`, the engine's description of a screen, an application or a window, in place of what
@@ -360,6 +361,9 @@ export class Room extends EventEmitter {
     this.#hear({ speaker: measured.audio_stats.output_level });
   }
 }
+
+// Of the end of a call; empty when it was asked for.
+const reasonOf = ({ reason, code }) => (code === 0 ? '' : `${reason} (${code})`);
 
 function describeShare({ type, screenId = 0, applicationId, windowId }) {
   if (type === 'screen') return `Screen ${screenId + 1}`;

@@ -1,19 +1,25 @@
 // The page's line to the process that serves it: words and frames come as events, wishes go out.
-// Whenever the line breaks it is taken up again, unless the process has ended it on purpose.
+// Whenever the line breaks it is taken up again, unless the process has ended it on purpose; where
+// nobody answers, later each time, and not for ever.
 
 import { decodeFrame } from '../frame_message.mjs';
 import { nameOf } from '../stream_names.mjs';
 
-const RETRY_MS = 300;
+const FIRST_RETRY_MS = 300;
+const LAST_RETRY_MS = 5000;
 const ENDED_ON_PURPOSE = 1000;
 
-// Events: 'open'; 'words' with the object in `detail`; 'frame' with { name, frame }; 'closed', and
-// 'ended' with the reason.
+// Events: 'open'; 'words' with the object in `detail`; 'frame' with { name, frame }; 'closed', after
+// which it is tried again; 'lost' when it is not any more, and 'ended' with the reason.
 export class Connection extends EventTarget {
   #socket;
+  #mostTries;
+  #tries = 0; // since the line was open last
 
-  constructor() {
+  // It is tried `mostTries` times to take up a line that broke.
+  constructor({ mostTries }) {
     super();
+    this.#mostTries = mostTries;
     this.#open();
   }
 
@@ -29,7 +35,10 @@ export class Connection extends EventTarget {
     address.hash = '';
     this.#socket = new WebSocket(address);
     this.#socket.binaryType = 'arraybuffer';
-    this.#socket.addEventListener('open', () => this.#tell('open'));
+    this.#socket.addEventListener('open', () => {
+      this.#tries = 0;
+      this.#tell('open');
+    });
     this.#socket.addEventListener('message', ({ data }) => {
       if (typeof data === 'string') {
         this.#tell('words', JSON.parse(data));
@@ -39,13 +48,17 @@ export class Connection extends EventTarget {
       }
     });
     this.#socket.addEventListener('close', ({ code, reason }) => {
-      if (code === ENDED_ON_PURPOSE) {
-        this.#tell('ended', reason);
-      } else {
-        this.#tell('closed');
-        setTimeout(() => this.#open(), RETRY_MS);
-      }
+      if (code === ENDED_ON_PURPOSE) this.#tell('ended', reason);
+      else if (this.#tries === this.#mostTries) this.#tell('lost');
+      else this.#tryAgain();
     });
+  }
+
+  #tryAgain() {
+    const wait = Math.min(FIRST_RETRY_MS * 2 ** this.#tries, LAST_RETRY_MS);
+    this.#tries += 1;
+    setTimeout(() => this.#open(), wait);
+    this.#tell('closed');
   }
 
   #tell(type, detail) {

@@ -9,12 +9,13 @@ import { ShareDialog } from './share_dialog.mjs';
 import { Stage } from './stage.mjs';
 
 const NOTICE_MS = 5000;
-// What can be used in a meeting only.
-const CALL_CONTROLS = ['mute', 'camera-switch', 'speaker-switch', 'share', 'leave-call'];
+// What can be used in a meeting only, besides leaving it.
+const CALL_CONTROLS = ['mute', 'camera-switch', 'speaker-switch', 'share'];
 
 const byId = (id) => document.getElementById(id);
 
-const connection = new Connection();
+// The program serves the page as long as it runs, and another one has another address.
+const connection = new Connection({ mostTries: 3 });
 const stage = new Stage(byId('stage'), connection);
 const people = new PeopleList(byId('people'), stage);
 const charts = new Charts(byId('charts'), document.querySelector('#statistics tbody'));
@@ -35,21 +36,44 @@ connection.addEventListener('words', ({ detail }) => {
 });
 connection.addEventListener('closed', () => {
   byId('call').textContent = 'Connecting…';
-  enableCallControls(false); // until the state is told again
+  enableCallControls(); // until the state is told again
   keepFocus();
 });
-connection.addEventListener('ended', ({ detail }) => {
-  byId('call').textContent = detail;
+connection.addEventListener('ended', ({ detail }) =>
+  clear(
+    detail,
+    element('p', { textContent: detail }),
+    element('button', {
+      className: 'primary',
+      textContent: 'Show it here',
+      onclick: () => location.reload(),
+    }),
+  ),
+);
+
+connection.addEventListener('lost', () =>
+  clear(
+    'Not in the meeting',
+    element('p', { textContent: 'The meeting’s program has ended.' }),
+    element('small', { textContent: 'Start it again and open the address that it prints.' }),
+  ),
+);
+
+// Takes away all that belongs to a meeting; `text` and the curtain's `children` say why.
+function clear(text, ...children) {
+  byId('call').textContent = text;
+  byId('sharing').hidden = true;
   shareDialog.close();
   for (const menu of [layoutForm, deviceForm]) menu.hidePopover();
   for (const button of document.querySelectorAll('nav button')) {
     button.disabled = button.id !== 'panel-switch';
   }
+  if (!isRoomy.matches) togglePanel(false); // it would cover the text
   stage.clear();
   people.update([]);
-  stage.curtain = [element('p', { textContent: detail })];
+  stage.curtain = children;
   keepFocus();
-});
+}
 
 function showState(next) {
   const before = state;
@@ -60,6 +84,7 @@ function showState(next) {
     joining: 'Joining…',
     joined: others === 1 ? 'You and 1 other' : `You and ${others} others`,
     left: 'Not in the meeting',
+    notJoined: 'Not in the meeting',
   }[call.phase];
   document.body.classList.toggle('joined', call.phase === 'joined');
 
@@ -72,7 +97,7 @@ function showState(next) {
   byId('sharing').hidden = share.phase !== 'sharing';
   byId('sharing').querySelector('span').textContent = `You share ${share.text}`;
   if (share.phase === 'refused' && before && before.share.text !== share.text) notify(share.text);
-  enableCallControls(call.phase === 'joined');
+  enableCallControls(call.phase);
 
   stage.update(state);
   showMode();
@@ -84,8 +109,10 @@ function showState(next) {
   }
 }
 
-function enableCallControls(isEnabled) {
-  for (const id of CALL_CONTROLS) byId(id).disabled = !isEnabled;
+function enableCallControls(phase) {
+  for (const id of CALL_CONTROLS) byId(id).disabled = phase !== 'joined';
+  byId('leave-call').disabled = phase !== 'joined' && phase !== 'joining';
+  byId('leave-call').querySelector('span').textContent = phase === 'joining' ? 'Cancel' : 'Leave';
 }
 
 // Puts the focus on what comes next when its element has gone or is disabled.
@@ -98,14 +125,16 @@ function keepFocus() {
 function curtainFor({ phase, reason }) {
   if (phase === 'joining') return [element('p', { textContent: 'Joining…' })];
   if (phase === 'joined') return [];
+  const [textContent, toJoin] = {
+    left: [reason ? 'The meeting has ended for you.' : 'You left the meeting.', 'Join again'],
+    notJoined: [reason ? 'You could not join.' : 'You did not join.', 'Join'],
+  }[phase];
   return [
-    element('p', {
-      textContent: reason ? 'The meeting has ended for you.' : 'You left the meeting.',
-    }),
+    element('p', { textContent }),
     element('small', { textContent: reason }),
     element('button', {
       className: 'primary',
-      textContent: 'Join again',
+      textContent: toJoin,
       onclick: () => connection.send('join'),
     }),
   ];
@@ -189,9 +218,12 @@ deviceForm.addEventListener('change', ({ target }) =>
 function showDevices() {
   for (const [kind, devices] of Object.entries(state.devices)) {
     const select = deviceForm.elements[kind];
-    if (select.length === 0) {
-      select.append(...devices.map(({ id, title }) => new Option(title, id)));
-    }
+    if (select.length === 0) select.append(...devices.map(({ id }) => new Option('', id)));
+    devices.forEach(({ title, isPlugged }, index) => {
+      const option = select.options[index];
+      option.text = isPlugged ? title : `${title} (not plugged in)`;
+      option.disabled = !isPlugged;
+    });
     select.value = state.selected[kind];
   }
 }

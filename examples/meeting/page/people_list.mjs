@@ -1,4 +1,4 @@
-// Who is there, and whose tile is shown.
+// Who is there, whose tile is to be shown, and for whose there is no room.
 
 import { element } from './elements.mjs';
 
@@ -6,11 +6,12 @@ export class PeopleList {
   #root;
   #stage;
   #rows = new Map(); // by stream name
+  #texts = new Map(); // how its picture arrives, by stream name
 
   constructor(root, stage) {
     this.#stage = stage;
     this.#root = root.appendChild(element('ul'));
-    stage.addEventListener('changed', () => this.#showChecks());
+    stage.addEventListener('changed', () => this.#show());
   }
 
   update(streams) {
@@ -23,18 +24,19 @@ export class PeopleList {
     for (const { name, title } of streams) {
       if (!this.#rows.has(name)) this.#rows.set(name, this.#add(name, title));
     }
-    this.#showChecks();
+    this.#show();
   }
 
   // `texts` says by stream name how its picture arrives.
   describe(texts) {
-    for (const [name, { detail }] of this.#rows) detail.textContent = texts.get(name) ?? '';
+    this.#texts = texts;
+    this.#show();
   }
 
   #add(name, title) {
     const box = element('input', {
       type: 'checkbox',
-      onchange: () => this.#stage.toggleShown(name),
+      onchange: () => this.#stage.setHidden(name, !box.checked),
     });
     const detail = element('small');
     const item = element(
@@ -48,7 +50,12 @@ export class PeopleList {
     return { item, box, detail };
   }
 
-  #showChecks() {
-    for (const [name, { box }] of this.#rows) box.checked = this.#stage.isShown(name);
+  #show() {
+    for (const [name, { box, detail }] of this.#rows) {
+      box.checked = !this.#stage.isHidden(name);
+      detail.textContent = this.#stage.isWithoutRoom(name)
+        ? 'no room for another tile'
+        : (this.#texts.get(name) ?? '');
+    }
   }
 }

@@ -2,6 +2,7 @@
 
 import { element } from './elements.mjs';
 
+// At most, in pixels; a narrow dialog has a smaller one.
 const PICTURE = { width: 440, height: 190 };
 
 export class ShareDialog {
@@ -54,7 +55,8 @@ export class ShareDialog {
     const height = Math.max(...monitors.map((monitor) => monitor.y + monitor.height)) - top;
     const scale = Math.min(PICTURE.width / width, PICTURE.height / height);
     picture.style.width = `${width * scale}px`;
-    picture.style.height = `${height * scale}px`;
+    picture.style.aspectRatio = `${width} / ${height}`;
+    const share = (part, whole) => `${(100 * part) / whole}%`;
     picture.replaceChildren(
       ...monitors.map((monitor, index) => {
         const radio = { type: 'radio', name: 'screen', value: index, checked: index === 0 };
@@ -69,10 +71,10 @@ export class ShareDialog {
             element('small', { textContent: `${monitor.width}×${monitor.height}` }),
           ),
         );
-        label.style.left = `${(monitor.x - left) * scale}px`;
-        label.style.top = `${(monitor.y - top) * scale}px`;
-        label.style.width = `${monitor.width * scale}px`;
-        label.style.height = `${monitor.height * scale}px`;
+        label.style.left = share(monitor.x - left, width);
+        label.style.top = share(monitor.y - top, height);
+        label.style.width = share(monitor.width, width);
+        label.style.height = share(monitor.height, height);
         return label;
       }),
     );

@@ -77,12 +77,18 @@ export class Stage extends EventTarget {
     this.update({ streams: [], call: {}, local: {} });
   }
 
-  isShown(name) {
-    return this.#tiles.has(name);
+  isHidden(name) {
+    return this.#hidden.has(name);
   }
 
-  toggleShown(name) {
-    if (!this.#hidden.delete(name)) this.#hidden.add(name);
+  // It is to be shown and is not: there are as many tiles already as were chosen.
+  isWithoutRoom(name) {
+    return this.#isJoined && !this.#tiles.has(name) && !this.#hidden.has(name);
+  }
+
+  setHidden(name, isHidden) {
+    if (isHidden) this.#hidden.add(name);
+    else this.#hidden.delete(name);
     this.#arrange();
   }
 
@@ -104,6 +110,10 @@ export class Stage extends EventTarget {
       this.#tiles.get(name)?.showRate(rates.get(csrc));
   }
 
+  get #isJoined() {
+    return this.#state.call.phase === 'joined';
+  }
+
   // The streams to show, the most important first.
   #shown() {
     const rank = ({ type, name }) =>
@@ -116,13 +126,12 @@ export class Stage extends EventTarget {
   }
 
   #arrange() {
-    const isJoined = this.#state.call.phase === 'joined';
-    const shown = isJoined ? this.#shown() : [];
+    const shown = this.#isJoined ? this.#shown() : [];
     this.#keepTiles(shown);
     const arrange = this.#choice.mode === 'focus' ? focusOf : gridOf;
     const places = arrange(shown.length, this.#root.clientWidth, this.#root.clientHeight);
     shown.forEach(({ name }, index) => this.#tiles.get(name).place(places[index]));
-    if (isJoined) this.#askFor(shown, places);
+    if (this.#isJoined) this.#askFor(shown, places);
     this.dispatchEvent(new Event('changed'));
   }
 
@@ -157,7 +166,7 @@ export class Stage extends EventTarget {
   #actions = {
     focus: (name) => this.toggleFocus(name),
     popOut: (name) => this.dispatchEvent(new CustomEvent('popOut', { detail: name })),
-    hide: (name) => this.toggleShown(name),
+    hide: (name) => this.setHidden(name, true),
     bringBack: (name) => this.#connection.send('bringBack', { stream: name }),
   };
 
@@ -188,6 +197,7 @@ class StageTile extends Tile {
   #meter = element('meter', { max: 100, hidden: true, ariaLabel: 'Level' });
   #rate = element('small');
   #bringBack;
+  #popOut;
   #isBlank = false;
 
   constructor({ name, title, type }, actions) {
@@ -210,15 +220,16 @@ class StageTile extends Tile {
       );
     const acts = {
       enter: () => actions.focus(name),
-      o: () => actions.popOut(name),
+      o: () => this.#popOut.hidden || actions.popOut(name),
       h: () => actions.hide(name),
     };
+    this.#popOut = button('Show it in a window of its own', 'O', 'pop-out', acts.o);
     this.element.append(
       element(
         'div',
         { className: 'actions' },
         button('Show it large', 'Enter', 'focus', acts.enter),
-        button('Show it in a window of its own', 'O', 'pop-out', acts.o),
+        this.#popOut,
         button('Hide it', 'H', 'hide', acts.h),
       ),
     );
@@ -242,6 +253,8 @@ class StageTile extends Tile {
       this.draw();
     }
     this.#bringBack.hidden = !inWindow;
+    this.#popOut.hidden = inWindow;
+    this.element.setAttribute('aria-keyshortcuts', inWindow ? 'Enter H' : 'Enter O H');
     if (inWindow) this.message = 'In a window of its own';
     else if (type === 'local' && !cameraOn) this.message = 'Your camera is off';
     else if (type === 'local' && videoMuted) this.message = 'The meeting has muted your video';

@@ -9,7 +9,8 @@ document.title = title;
 document.body.append(tile.element);
 tile.message = 'Waiting for the picture…';
 
-const connection = new Connection();
+// Some time, in which another widget process may take the place of one that was killed.
+const connection = new Connection({ mostTries: 8 });
 const loop = new DrawLoop((streams) => connection.send('drawn', { streams }));
 const show = () =>
   connection.send('show', { stream, height: innerHeight * (devicePixelRatio || 1) });
@@ -22,5 +23,6 @@ function blank(message) {
 connection.addEventListener('open', show);
 connection.addEventListener('frame', ({ detail }) => loop.take(tile, detail.frame));
 connection.addEventListener('closed', () => blank('The picture comes back in a moment…'));
+connection.addEventListener('lost', () => blank('This window gets no pictures any more.'));
 connection.addEventListener('ended', ({ detail }) => blank(detail));
 addEventListener('resize', show);

@@ -92,8 +92,8 @@ test('muting and unmuting the microphone goes to the meeting and back', async (t
   await page.waitForFunction(() => document.querySelector('#mute meter').value > 0);
 });
 
-test('the camera goes off and on, and another one may be chosen', async (t) => {
-  const { page } = await openMeeting(t, 'tessel:test?participants=1');
+test('the camera goes off and on, and another one that is plugged in may be chosen', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1&plug=microphone-2@0');
   assert.equal((await cardIn(page, 'local-0')).detail, 0);
   await page.keyboard.press('v');
   await waitForText(page, '.tile[data-stream="local-0"]:not(.live) .face', 'Your camera is off');
@@ -104,6 +104,9 @@ test('the camera goes off and on, and another one may be chosen', async (t) => {
   await page.selectOption('select[name=camera]', 'camera-1');
   const card = await cardIn(page, 'local-0', ({ detail }) => detail === 1);
   assert.equal(card.type, 'local');
+  await logged(page, 'deviceChange');
+  const absent = await page.locator('#device-choice option:disabled').allTextContents();
+  assert.deepEqual(absent, ['Camera 3 (not plugged in)', 'Speaker 3 (not plugged in)']);
 });
 
 test('a screen is chosen on a picture of the monitors and shared until it is stopped', async (t) => {
@@ -234,6 +237,7 @@ test('the layout decides which streams arrive and how large', async (t) => {
 test('a tile goes into a window fed by the widget process, survives its death, and comes back', async (t) => {
   const { page, context } = await openMeeting(t, 'tessel:test?participants=2');
   await cardIn(page, 'remote-1');
+  const shortcutsOf = (name) => tile(page, name).getAttribute('aria-keyshortcuts');
   const [started] = await logged(page, 'widgetStarted');
   const pid = Number(/^pid (\d+)$/.exec(started)[1]);
 
@@ -250,6 +254,10 @@ test('a tile goes into a window fed by the widget process, survives its death, a
     '.tile[data-stream="remote-1"]:not(.live) .face',
     'In a window of its own',
   );
+  const popOut = tile(page, 'remote-1').locator('[aria-label="Show it in a window of its own"]');
+  assert.equal(await popOut.evaluate(({ hidden }) => hidden), true);
+  assert.equal(await shortcutsOf('remote-1'), 'Enter H');
+  assert.equal(await shortcutsOf('remote-0'), 'Enter O H');
 
   process.kill(pid, 'SIGKILL');
   const processes = await logged(page, 'widgetStarted', 2);
@@ -392,9 +400,9 @@ test('the details are closed on a narrow page, and close when it becomes narrow'
   await wide.page.locator('#panel').waitFor({ state: 'hidden' });
 });
 
-test('what a switch does is its name, and it is not said to be pressed as well', async (t) => {
-  const { page } = await openMeeting(t, 'tessel:test?participants=1');
-  await cardIn(page, 'remote-0');
+test('what a switch does is its name, whatever its meter shows, and it is not said to be pressed as well', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?participants=1&speak=me@0-600');
+  await page.waitForFunction(() => document.querySelector('#mute meter').value > 0);
   for (const [id, ...names] of [
     ['mute', 'Mute', 'Unmute'],
     ['camera-switch', 'Stop video', 'Start video'],
@@ -402,26 +410,48 @@ test('what a switch does is its name, and it is not said to be pressed as well',
   ]) {
     const button = page.locator(`#${id}`);
     for (const name of [...names, names[0]]) {
-      await waitForExactly(button.locator('span'), name);
+      await page
+        .locator(`#${id}`)
+        .and(page.getByRole('button', { name, exact: true }))
+        .waitFor();
       assert.equal(await button.getAttribute('aria-pressed'), null);
       await button.click();
     }
   }
 });
 
-test('a refused join is told with its reason', async (t) => {
+test('a refused join is told with its reason, and no meeting is said to have ended', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?refuse=403');
-  await waitForText(page, '.curtain', 'the meeting refused the join');
+  await waitForExactly(page.locator('.curtain p'), 'You could not join.');
+  await waitForText(page, '.curtain', 'the meeting refused the join (403)');
 });
 
-test('a second page takes the meeting over, and the first one says so and is of no use', async (t) => {
+test('joining may be cancelled and begun again', async (t) => {
+  const { page } = await openMeeting(t, 'tessel:test?join=3600');
+  const cancel = page.locator('#leave-call:enabled').filter({ hasText: 'Cancel' });
+  await cancel.click();
+  await waitForExactly(page.locator('.curtain p'), 'You did not join.');
+  await page.locator('#leave-call:disabled').filter({ hasText: 'Leave' }).waitFor();
+  await focusIsOn(page, '.curtain button');
+  await page.keyboard.press('Enter');
+  await waitForText(page, '#call', 'Joining…');
+  await cancel.waitFor();
+});
+
+test('a second page takes the meeting over, and the first one says so, is of no use and takes it back', async (t) => {
   const { page, address } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');
+  await page.keyboard.press('p');
+  await page.locator('#panel').waitFor();
   const second = await openPage(t, browser, address);
   await cardIn(second.page, 'remote-0');
   await waitForText(page, '.curtain', 'The meeting is shown by another page.');
   assert.equal(await page.locator('.tile').count(), 0);
   assert.deepEqual(await enabled(page), ['panel-switch']);
+  assert.equal(await page.isVisible('#panel'), false);
+  await page.click('text=Show it here');
+  await cardIn(page, 'remote-0');
+  await waitForText(second.page, '.curtain', 'The meeting is shown by another page.');
 });
 
 test('a page that is loaded again finds the meeting as it was', async (t) => {
@@ -433,13 +463,19 @@ test('a page that is loaded again finds the meeting as it was', async (t) => {
   await waitForText(page, '#mute', 'Unmute');
 });
 
-test('an interrupt ends both processes and leaves the page', async (t) => {
+test('an interrupt ends both processes, which the page says after some tries', async (t) => {
   const { page, child, exit } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');
   const [started] = await logged(page, 'widgetStarted');
+  const tries = [];
+  page.on('websocket', (socket) => tries.push(socket));
   child.kill('SIGINT');
   assert.deepEqual(await exit, [0, null]);
   await waitForText(page, '#call', 'Connecting…');
+  await waitForText(page, '.curtain', 'The meeting’s program has ended.');
+  assert.equal(tries.length, 3);
+  assert.equal(await page.locator('.tile').count(), 0);
+  assert.deepEqual(await enabled(page), ['panel-switch']);
   assert.match(started, /^pid \d+$/);
 });
 

@@ -30,8 +30,8 @@ async function serve(t, files, onConnection) {
   return server.address;
 }
 
-// In the page: its Tile, DrawLoop, Stage and Charts, a picture, one that cannot be drawn, and a promise of
-// the next paint.
+// In the page: its Tile, DrawLoop, Stage, PeopleList, Charts and Connection, a picture, one that
+// cannot be drawn, and a promise of the next paint.
 async function partsOf() {
   const load = (name) => import(new URL(`page/${name}.mjs`, location.href));
   const plane = (letter, width, height) => ({
@@ -42,7 +42,9 @@ async function partsOf() {
   return {
     ...(await load('tile')),
     ...(await load('stage')),
+    ...(await load('people_list')),
     ...(await load('charts')),
+    ...(await load('connection')),
     picture: { width: 4, height: 2, ...planes },
     broken: { width: 400, height: 2, ...planes },
     painted: () => new Promise((resolve) => requestAnimationFrame(resolve)),
@@ -113,6 +115,55 @@ test('the frame of a tile that has gone meanwhile is not waited for', async (t) 
   assert.deepEqual(sent, [['drawn', { streams: ['remote-0'] }]]);
 });
 
+test('who is to be shown is ticked, with a tile or without room for one, in the meeting or not', async (t) => {
+  const answers = await inPage(t, ({ Stage, PeopleList }) => {
+    const connection = new EventTarget();
+    connection.send = () => {};
+    const root = document.body.appendChild(document.createElement('main'));
+    const stage = new Stage(root, connection);
+    const list = document.body.appendChild(document.createElement('section'));
+    const people = new PeopleList(list, stage);
+    const streams = [0, 1].map((streamIndex) => ({
+      ...{ type: 'remote', streamIndex, csrc: streamIndex, name: `remote-${streamIndex}` },
+      ...{ title: `Guest ${streamIndex}`, isSending: true, inWindow: false },
+    }));
+    const tell = (phase) => {
+      stage.update({ streams, call: { phase }, local: {} });
+      people.update(streams);
+    };
+    const row = () => [
+      list.querySelectorAll('input')[1].checked,
+      list.querySelectorAll('small')[1].textContent,
+      root.querySelectorAll('.tile').length,
+    ];
+    const untick = () => list.querySelectorAll('input')[1].click();
+    tell('joined');
+    people.describe(new Map([['remote-1', '320×180']]));
+    return [
+      row,
+      () => stage.choose({ most: 1 }),
+      untick,
+      () => stage.choose({ most: 12 }),
+      untick,
+      () => tell('left'),
+      untick,
+      untick,
+      () => tell('joined'),
+    ].map((act) => act() ?? row());
+  });
+  assert.deepEqual(answers, [
+    [true, '320×180', 2],
+    [true, 'no room for another tile', 1],
+    [false, '320×180', 1],
+    [false, '320×180', 1],
+    [true, '320×180', 2],
+    [true, '320×180', 0],
+    [false, '320×180', 0],
+    [true, '320×180', 0],
+    [true, '320×180', 2],
+  ]);
+});
+
 test('a plot says its last values to who cannot see it', async (t) => {
   const names = await inPage(t, async ({ Charts, painted }) => {
     const root = document.body.appendChild(document.createElement('div'));
@@ -132,6 +183,53 @@ test('a plot says its last values to who cannot see it', async (t) => {
     'Packets lost, %: received 1.2, sent 0.0',
     'Processor, %: meeting 12.3, whole system 50.0',
   ]);
+});
+
+test('a line that broke is tried again later each time, from the beginning once it was open, and not for ever', async (t) => {
+  const { waits, told } = await inPage(t, async ({ Connection }) => {
+    const answers = [...'ccoccccccc'].map((first) =>
+      first === 'o' ? ['open', 'close'] : ['close'],
+    );
+    window.WebSocket = class extends EventTarget {
+      constructor() {
+        super();
+        queueMicrotask(() => {
+          for (const name of answers.shift()) this.dispatchEvent(new Event(name));
+        });
+      }
+    };
+    const waits = [];
+    window.setTimeout = (act, wait) => {
+      waits.push(wait);
+      queueMicrotask(act);
+    };
+    const connection = new Connection({ mostTries: 6 });
+    const told = [];
+    for (const name of ['open', 'closed', 'lost']) {
+      connection.addEventListener(name, () => told.push(name));
+    }
+    await new Promise((resolve) => connection.addEventListener('lost', resolve));
+    return { waits, told: told.join() };
+  });
+  assert.deepEqual(waits, [300, 600, 300, 600, 1200, 2400, 4800, 5000]);
+  assert.equal(told, `closed,closed,open${',closed'.repeat(6)},lost`);
+});
+
+test('a window whose process does not come back says so at last', async (t) => {
+  const page = await browser.newPage();
+  page.setDefaultTimeout(PATIENCE_MS);
+  t.after(() => page.close());
+  await page.addInitScript(() => {
+    window.WebSocket = class extends EventTarget {
+      constructor() {
+        super();
+        queueMicrotask(() => this.dispatchEvent(new Event('close')));
+      }
+    };
+    window.setTimeout = queueMicrotask;
+  });
+  await page.goto(`${await serve(t, pageFiles('window.html'))}#remote-0/Amara`);
+  await page.locator('.face >> text=This window gets no pictures any more.').waitFor();
 });
 
 // The meeting's page, whose sockets go to `onConnection`.
@@ -182,6 +280,48 @@ test('a share cannot be asked for while one is', async (t) => {
   await page.locator('#share:enabled').filter({ hasText: 'Asking…' }).waitFor();
   await page.keyboard.press('s');
   assert.equal(await page.isVisible('#share-dialog'), false);
+});
+
+// In the page: what reaches out of it, or out of the control or dialog that it is in.
+function cutOff() {
+  const isWithin = (inner, outer) => inner.left >= outer.left && inner.right <= outer.right;
+  const parts = (selector, within) =>
+    [...document.querySelectorAll(selector)].map((part) => [part, part.closest(within)]);
+  return [
+    ...parts('nav button', 'body'),
+    ...parts('nav button svg', 'button'),
+    ...parts('nav button span', 'button'),
+    ...parts('#share-dialog[open]', 'body'),
+    ...parts('#share-dialog[open] #monitors label', 'form'),
+    ...parts('#share-dialog[open] #monitors small', 'label'),
+  ]
+    .filter(([part]) => part.checkVisibility())
+    .filter(([part, whole]) => {
+      const [inner, outer] = [part, whole].map((each) => each.getBoundingClientRect());
+      return !isWithin(inner, outer);
+    })
+    .map(([part]) => `${part.tagName} ${part.textContent}`);
+}
+
+test('a narrow page cuts off nothing, and its controls keep their names', async (t) => {
+  const monitors = '1280x720@0:0,1920x1080@1280:-360,1080x1920@-1080:0';
+  const { room } = await openRoom(t, `tessel:test?participants=0&monitors=${monitors}`);
+  await room.join();
+  const page = await openPage(t, (socket) => new PageSession(socket, room));
+  await page.locator('#mute:enabled').waitFor();
+  for (const key of 'mva') await page.keyboard.press(key);
+  const longest = page.getByRole('button', { name: 'Unmute speaker', exact: true });
+  await longest.waitFor();
+  for (const width of [960, 660, 640, 480, 400, 320]) {
+    await page.setViewportSize({ width, height: 560 });
+    assert.deepEqual(await page.evaluate(cutOff), [], `controls at ${width}`);
+    assert.equal(await longest.count(), 1);
+    await page.keyboard.press('s');
+    await page.locator('#monitors label').nth(2).waitFor();
+    assert.deepEqual(await page.evaluate(cutOff), [], `dialog at ${width}`);
+    await page.keyboard.press('Escape');
+    await page.locator('#share-dialog').waitFor({ state: 'hidden' });
+  }
 });
 
 test('keys do what they say with Caps Lock, too', async (t) => {

@@ -28,10 +28,35 @@ test('a join that cannot be asked for may be tried again', async (t) => {
   const { room, meeting } = await openRoom(t, 'tessel:test');
   meeting.join = () => Promise.reject(new TypeError('no such uri'));
   await assert.rejects(room.join(), { message: 'no such uri' });
-  assert.deepEqual(room.state.call, { phase: 'left', reason: 'no such uri' });
+  assert.deepEqual(room.state.call, { phase: 'notJoined', reason: 'no such uri' });
   delete meeting.join;
   await room.join();
   assert.equal(room.state.call.phase, 'joined');
+});
+
+test('a call that was not joined is told from one that has ended, each with its reason', async (t) => {
+  for (const [parameters, expected] of [
+    ['refuse=403', { phase: 'notJoined', reason: 'the meeting refused the join (403)' }],
+    ['drop=0', { phase: 'left', reason: 'the call was dropped (503)' }],
+  ]) {
+    const { room } = await openRoom(t, `tessel:test?${parameters}`);
+    assert.equal(room.state.call.phase, 'notJoined');
+    const refusal = await room.join();
+    assert.equal(refusal, expected.phase === 'notJoined' ? expected.reason : undefined);
+    await stateIs(room, ({ call }) => call.reason !== '');
+    assert.deepEqual(room.state.call, expected);
+  }
+});
+
+test('a join may be given up, which is no refusal, and tried again', async (t) => {
+  const { room, meeting } = await openRoom(t, 'tessel:test?join=3600');
+  const joining = room.join();
+  await room.commands.leave();
+  assert.equal(await joining, '');
+  assert.deepEqual(room.state.call, { phase: 'notJoined', reason: '' });
+  meeting.join = () => Promise.resolve();
+  room.join();
+  assert.equal(room.state.call.phase, 'joining');
 });
 
 test('a room that is closed while it joins says nothing of it', async (t) => {
@@ -46,6 +71,7 @@ test('who leaves while a share is asked for shares nothing, and was refused noth
   const asking = room.commands.share(SCREEN);
   assert.equal(room.state.share.phase, 'asking');
   await Promise.all([assert.rejects(asking), room.commands.leave()]);
+  assert.deepEqual(room.state.call, { phase: 'left', reason: '' });
   assert.deepEqual(room.state.share, { phase: 'none', text: '' });
 });
 
@@ -68,6 +94,46 @@ test('while a share is asked for no other one is', async (t) => {
     statuses.map(({ status }) => status),
     ['token_granted', 'started'],
   );
+});
+
+const isPlugged = ({ devices }, id) =>
+  Object.values(devices)
+    .flat()
+    .find((device) => device.id === id).isPlugged;
+
+test('what is not plugged in cannot be chosen, and nor can what there is not', async (t) => {
+  const { room } = await openRoom(t, 'tessel:test');
+  for (const [kind, id, message] of [
+    ['camera', 'camera-2', 'Camera 3 is not plugged in'],
+    ['microphone', 'microphone-2', 'Microphone 3 is not plugged in'],
+    ['speaker', 'speaker-2', 'Speaker 3 is not plugged in'],
+    ['camera', 'speaker-0', 'no such device: camera speaker-0'],
+    ['toString', 'camera-0', 'no such device: toString camera-0'],
+  ]) {
+    assert.throws(() => room.commands.device({ kind, id }), { message });
+  }
+  assert.deepEqual(room.state.selected, {
+    camera: 'camera-0',
+    microphone: 'microphone-0',
+    speaker: 'speaker-0',
+  });
+});
+
+test('devices come and go while the meeting goes on, and after it all is as before', async (t) => {
+  const changes = 'unplug=camera-0@0.2,camera-1@0.4&plug=camera-2@0.6,camera-0@0.8';
+  const { room } = await openRoom(t, `tessel:test?participants=0&${changes}`);
+  const used = [];
+  room.on('log', ({ name }) => name === 'deviceChange' && used.push(room.state.selected.camera));
+  await room.join();
+  await logIn(room, 'deviceChange', 4);
+  assert.deepEqual(used, ['camera-1', '', 'camera-2', 'camera-2']);
+  room.commands.device({ kind: 'camera', id: 'camera-0' });
+  assert.equal(room.state.selected.camera, 'camera-0');
+  assert.throws(() => room.commands.device({ kind: 'camera', id: 'camera-1' }));
+
+  await room.commands.leave();
+  await stateIs(room, (state) => isPlugged(state, 'camera-1') && !isPlugged(state, 'camera-2'));
+  assert.equal(isPlugged(room.state, 'camera-0'), true);
 });
 
 // This process has the segment of the remote stream 0.

@@ -703,7 +703,8 @@ export class Meeting implements Disposable {
    * Copies the stream's frames into shared memory, for a `Widget` in a second process, which is made
    * with the answer, until `exitWidgetMode` or the end of the stream. The memory is readable for
    * this user alone. Entering again within one second waits for the next one, and rejects when the
-   * stream leaves meanwhile. Rejects for a stream that is not there.
+   * stream leaves meanwhile. Rejects for a stream that is not there, when /dev/shm has no room for
+   * it, and once the meeting's widget process has ended: a meeting has one in its life.
    */
   enterWidgetMode(stream: StreamKey, options?: Pick<Limits, 'signal'>): Promise<SharedDataInfo>;
   /** Does nothing when the stream is not in widget mode, nor waits to enter it. */
@@ -727,8 +728,9 @@ export class Meeting implements Disposable {
 export type Synchronous<Result> = Result extends PromiseLike<unknown> ? never : Result;
 
 /**
- * Reads, in a second process, the streams that a meeting has in widget mode. One widget at a time:
- * what it forgets, and its end, remove the names by which another could open the memory.
+ * Reads, in a second process, the streams that a meeting has in widget mode. A meeting has one widget
+ * process in its life: what it forgets, and its end, remove the names by which another could open the
+ * memory.
  *
  * Pictures are looked at in place, while their writer waits: draw or copy them, and return.
  */

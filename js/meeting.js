@@ -9,6 +9,7 @@ const { EventQueue } = require('./event_queue.js');
 const { FrameLedger } = require('./frame_counters.js');
 const { Pace } = require('./pace.js');
 const { makeSegment } = require('./private_segments.js');
+const { hasFrameMemory, requireEntry, requireMemory } = require('./shared_memory.js');
 const { Undertaking } = require('./undertaking.js');
 
 const CREATE_PARAMS = {
@@ -44,6 +45,12 @@ const MEDIA_STREAM_STATE = {
 // The statuses that answer what is asked about sharing.
 const PRESENTATION = { begun: 'started', refused: ['failed', 'denied'], over: 'stopped' };
 const TOKEN = { begun: 'token_granted', refused: ['token_denied'], over: 'token_relinquished' };
+
+// What may be the matter when a meeting, or one of its streams, has no shared memory.
+const NO_MAIN_MEMORY =
+  ': its widget process has ended, of which a meeting has one in its life, ' +
+  'or /dev/shm was full when it was opened (see: npx tessel-wrapper doctor)';
+const NO_FRAME_MEMORY = 'There is no room for it in /dev/shm (see: npx tessel-wrapper doctor)';
 
 // The longest that a timer can wait.
 const MAX_TIMEOUT_MS = 2 ** 31 - 1;
@@ -208,7 +215,7 @@ function defineMeeting(TesselWrapper) {
           const signals = [signal, this.#closing.signal, entry.signal];
           await makeSegment(name, () => this.#enterWidgetMode(name, stream), signals);
         }
-        return this.#wrapper.getSharedDataInfo();
+        return this.#sharedNames();
       });
     }
 
@@ -408,8 +415,21 @@ function defineMeeting(TesselWrapper) {
     #enterWidgetMode(name, stream) {
       if (this.#inWidgetMode.has(name)) return;
       if (!this.#streams.has(name)) throw new Error(`The stream ${name} is not there`);
+      requireEntry(stream);
+      const names = this.#sharedNames();
       this.#wrapper.enterWidgetMode(stream);
+      if (!hasFrameMemory(names, stream)) {
+        this.#wrapper.exitWidgetMode(stream);
+        throw new Error(`The stream ${name} has not entered widget mode. ${NO_FRAME_MEMORY}`);
+      }
       this.#inWidgetMode.set(name, { ...stream });
+    }
+
+    // The names of the main segment, which a widget can open.
+    #sharedNames() {
+      const names = this.#wrapper.getSharedDataInfo();
+      requireMemory(names, NO_MAIN_MEMORY);
+      return names;
     }
 
     // Asks for the newest frame whenever one is due, and for none in between, so that none waits.

@@ -1,11 +1,10 @@
 'use strict';
 
-const { existsSync } = require('node:fs');
-
 const { pause } = require('./abortable.js');
 const { ClosedError } = require('./errors.js');
 const { FrameLedger } = require('./frame_counters.js');
 const { Pace } = require('./pace.js');
+const { requireMemory } = require('./shared_memory.js');
 
 // No frame of a segment has this number, so that the frame which is there is always answered.
 const NO_FRAME = -1;
@@ -89,13 +88,7 @@ function defineWidget(TesselWrapperProxy) {
 function requireNames(names) {
   const { shm_name: segment, sem_name: semaphore } = names ?? {};
   if (typeof segment !== 'string' || typeof semaphore !== 'string') return;
-  const bare = (name) => name.replace(/^\//, '');
-  const files = [`/dev/shm/${bare(segment)}`, `/dev/shm/sem.${bare(semaphore)}`];
-  const missing = files.filter((file) => !existsSync(file));
-  if (missing.length === 0) return;
-  throw new Error(
-    `The memory of the meeting is not there, or not any more (missing: ${missing.join(', ')})`,
-  );
+  requireMemory(names);
 }
 
 // The result of a callback, which has to be done with its frame when it returns.

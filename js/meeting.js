@@ -7,10 +7,14 @@ const { CallError, ClosedError, ShareError, TimeoutError, withFramesOf } = requi
 const { requireEventName, requireEventNames } = require('./event_names.js');
 const { EventQueue } = require('./event_queue.js');
 const { FrameLedger } = require('./frame_counters.js');
+const { requireMainThread } = require('./main_thread.js');
 const { Pace } = require('./pace.js');
 const { makeSegment } = require('./private_segments.js');
 const { hasFrameMemory, requireEntry, requireMemory } = require('./shared_memory.js');
 const { Undertaking } = require('./undertaking.js');
+
+// What Meeting.open() constructs with, and nobody else.
+const OPENING = Symbol('opening');
 
 const CREATE_PARAMS = {
   appVersion: '',
@@ -118,12 +122,16 @@ function defineMeeting(TesselWrapper) {
     #presentation = new Undertaking(PRESENTATION);
     #token = new Undertaking(TOKEN);
 
-    static open(params, { signal } = {}) {
-      return makeSegment('main', () => new Meeting(params), [signal]);
+    static async open(params, { signal } = {}) {
+      requireMainThread('Meeting');
+      return makeSegment('main', () => new Meeting(params, OPENING), [signal]);
     }
 
-    // Use Meeting.open(): it sees to it that the segment made here is private and unique.
-    constructor(params) {
+    // For Meeting.open(), which sees to it that the segment made here is private and unique.
+    constructor(params, key) {
+      if (key !== OPENING) {
+        throw new TypeError('A meeting is opened, not constructed: use await Meeting.open()');
+      }
       // Any number of waits is fine.
       this.#emitter.setMaxListeners(0);
       TesselWrapper._internal_setEmitterFactory(() => this.#emitter);

@@ -3,6 +3,7 @@
 const { pause } = require('./abortable.js');
 const { ClosedError } = require('./errors.js');
 const { FrameLedger } = require('./frame_counters.js');
+const { requireMainThread } = require('./main_thread.js');
 const { Pace } = require('./pace.js');
 const { requireMemory } = require('./shared_memory.js');
 
@@ -19,6 +20,7 @@ function defineWidget(TesselWrapperProxy) {
     #read = new Map(); // streams that were read, by name
 
     constructor(names) {
+      requireMainThread('Widget');
       requireNames(names);
       this.#proxy = new TesselWrapperProxy(names);
       this.#ledger = new FrameLedger('widget');

@@ -216,6 +216,46 @@ test('streams lists what is there', async (t) => {
   assert.deepEqual(meeting.streams, []);
 });
 
+// ---- Opening
+
+test('a meeting is opened, not constructed', () => {
+  for (const args of [
+    [{ logPath: '/dev/null' }],
+    [],
+    [{ logPath: '/dev/null' }, Symbol('opening')],
+  ])
+    assert.throws(() => new Meeting(...args).close(), {
+      name: 'TypeError',
+      message: 'A meeting is opened, not constructed: use await Meeting.open()',
+    });
+});
+
+test('in a worker neither a meeting nor a widget can be had, and each says why', () => {
+  const child = runInChild(
+    async ({ requireFace }, { say }) => {
+      const { Worker } = require('node:worker_threads');
+      const program = `
+        const { parentPort, workerData } = require('node:worker_threads');
+        const { Meeting, Widget } = require(workerData);
+        const say = ({ name, message }) => parentPort.postMessage(name + ': ' + message);
+        try {
+          new Widget({ shm_name: '/nope', sem_name: '/nope' });
+        } catch (error) {
+          say(error);
+        }
+        Meeting.open({ logPath: '/dev/null' }).catch(say);`;
+      const workerData = requireFace.resolve('./index.js');
+      new Worker(program, { eval: true, workerData }).on('message', say);
+    },
+    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+  );
+  assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
+  assert.deepEqual(child.said, [
+    'Error: Widget is only possible on the main thread',
+    'Error: Meeting is only possible on the main thread',
+  ]);
+});
+
 // ---- Sharing
 
 test('the token is granted, a share started and stopped, the token given back', async (t) => {

@@ -16,7 +16,8 @@ const NO_MAIN_MEMORY = new RegExp(
     'its widget process has ended, of which a meeting has one in its life, ' +
     'or /dev/shm was full when it was opened \\(see: npx tessel-wrapper doctor\\)\n',
 );
-const startMeeting = (t, options) => startProcess(t, './face/fixtures/meeting_process.mjs', options);
+const startMeeting = (t, options) =>
+  startProcess(t, './face/fixtures/meeting_process.mjs', options);
 
 test('a stream for which there is no room in /dev/shm rejects, and enters when there is', async (t) => {
   const room = limitedSharedMemory();

@@ -1,8 +1,9 @@
 'use strict';
 
 const { EventEmitter } = require('node:events');
+const { inspect } = require('node:util');
 
-const { abortable, pause } = require('./abortable.js');
+const { abortable, pause, requireSignal } = require('./abortable.js');
 const { CallError, ClosedError, ShareError, TimeoutError, withFramesOf } = require('./errors.js');
 const { requireEventName, requireEventNames } = require('./event_names.js');
 const { EventQueue } = require('./event_queue.js');
@@ -45,6 +46,7 @@ const MEDIA_STREAM_STATE = {
   outgoingAudioMuted: false,
   outgoingVideoMuted: false,
 };
+const CONNECTION_PROPERTIES = ['uri', ...Object.keys(CONNECTION), 'mediaStreamState'];
 
 // The statuses that answer what is asked about sharing.
 const PRESENTATION = { begun: 'started', refused: ['failed', 'denied'], over: 'stopped' };
@@ -62,7 +64,7 @@ const MAX_TIMEOUT_MS = 2 ** 31 - 1;
 function requireTimeout(timeout) {
   if (typeof timeout === 'number' && timeout >= 0 && timeout <= MAX_TIMEOUT_MS) return;
   throw new TypeError(
-    `Wrong timeout ${String(timeout)}, expected milliseconds from 0 to ${MAX_TIMEOUT_MS}`,
+    `Wrong timeout ${inspect(timeout)}, expected milliseconds from 0 to ${MAX_TIMEOUT_MS}`,
   );
 }
 
@@ -75,6 +77,13 @@ const UNANNOUNCED = 'local-0';
 function given(record) {
   const entries = Object.entries(record ?? {});
   return Object.fromEntries(entries.filter(([, value]) => value !== undefined));
+}
+
+// A name that is not known would be the default of the one that was meant, in silence.
+function requireKnown(record, known, objectName) {
+  const unknown = Object.keys(given(record)).find((name) => !known.includes(name));
+  if (unknown === undefined) return;
+  throw new TypeError(`Unknown property ${unknown} on object ${objectName}`);
 }
 
 // The promise of `work`. An application may await it later than it rejects, after something else:
@@ -209,6 +218,7 @@ function defineMeeting(TesselWrapper) {
     }
 
     frames(stream, { rate = 30, signal } = {}) {
+      requireSignal(signal);
       return this.#pollFrames({ ...stream }, new Pace(rate), signal);
     }
 
@@ -330,10 +340,13 @@ function defineMeeting(TesselWrapper) {
       if (typeof connection !== 'object' || connection === null) {
         throw new TypeError("join expects an object with a uri: { uri: 'tessel:demo' }");
       }
+      requireKnown(connection, CONNECTION_PROPERTIES, 'ConnectParams');
+      const { mediaStreamState } = connection;
+      requireKnown(mediaStreamState, Object.keys(MEDIA_STREAM_STATE), 'MediaStreamState');
       const params = {
         ...CONNECTION,
         ...given(connection),
-        mediaStreamState: { ...MEDIA_STREAM_STATE, ...given(connection.mediaStreamState) },
+        mediaStreamState: { ...MEDIA_STREAM_STATE, ...given(mediaStreamState) },
       };
       let isAsked = false;
       // Waits for the end of the call that is being left.
@@ -379,7 +392,7 @@ function defineMeeting(TesselWrapper) {
       const { begun, refused } = undertaking.statuses;
       const judge = ({ status }, resolve, reject) => {
         if (status === begun) resolve();
-        else if (refused.includes(status)) reject(new ShareError(operation, status));
+        else if (refused.includes(status)) reject(new ShareError(operation, args, status));
       };
       const ask = () => {
         this.#wrapper[operation](...args);

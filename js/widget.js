@@ -51,6 +51,7 @@ function defineWidget(TesselWrapperProxy) {
     }
 
     async watch(stream, use, { rate = 30, signal } = {}) {
+      if (this.isClosed) throw this.#closing.signal.reason;
       const pace = new Pace(rate);
       for (;;) {
         try {

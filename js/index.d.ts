@@ -708,7 +708,7 @@ export class Meeting implements Disposable {
    * with the answer, until `exitWidgetMode` or the end of the stream. The memory is readable for
    * this user alone. Entering again within one second waits for the next one, and rejects when the
    * stream leaves meanwhile. Rejects for a stream that is not there, when /dev/shm has no room for
-   * it, and once the meeting's widget process has ended: a meeting has one in its life.
+   * it, and once the widget process has ended by itself: a meeting has one in its life.
    */
   enterWidgetMode(stream: StreamKey, options?: Pick<Limits, 'signal'>): Promise<SharedDataInfo>;
   /** Does nothing when the stream is not in widget mode, nor waits to enter it. */

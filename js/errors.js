@@ -18,14 +18,17 @@ class CallError extends Error {
 class ShareError extends Error {
   name = 'ShareError';
 
-  constructor(operation, status) {
-    const advice =
-      operation === 'startPresentation' && status === 'denied'
-        ? ': request the token first, with requestContentShareToken'
-        : '';
-    super(`${operation} was answered with "${status}"${advice}`);
+  constructor(operation, args, status) {
+    super(`${operation} was answered with "${status}"${adviceOn(operation, args, status)}`);
     this.status = status;
   }
+}
+
+function adviceOn(operation, [share], status) {
+  if (operation !== 'startPresentation') return '';
+  if (status === 'denied') return ': request the token first, with requestContentShareToken';
+  const identifier = share[`${share.type}Id`];
+  return `: ${share.type}${identifier === undefined ? '' : ` ${identifier}`}`;
 }
 
 // Nothing of what was waited for came in time.

@@ -35,7 +35,8 @@ export interface ClearFrame extends FrameWithoutPicture {
  * The three arrays lie over the engine's own memory, and over shared memory in a widget; nothing is
  * copied. When that memory stops being valid they are detached: their length becomes 0. A frame of
  * a `TesselWrapper` is valid until anybody reads the next fresh frame of its stream, one of a
- * `TesselWrapperProxy` until it is released. Never write into them.
+ * `TesselWrapperProxy` until it is released. Never write into them, and never give them to anything
+ * that works off the JavaScript thread: copy them first.
  */
 export interface PictureFrame {
   noUpdate: false;
@@ -384,13 +385,12 @@ export type ShareStatus =
   | 'stopped'
   | 'token_relinquished';
 
-/** A stream's type is 'unknown' when the engine names one that the addon does not know. */
-export interface StreamEvent {
-  type: StreamType | 'unknown';
-  streamIndex: number;
-  /** The contributing source: unsigned 32-bit. */
-  csrc: number;
-}
+/**
+ * A stream and its contributing source: unsigned 32-bit. The type is 'unknown' when the engine names
+ * one that the addon does not know; every other is a `StreamKey`.
+ */
+export type StreamEvent =
+  (StreamKey & { csrc: number }) | { type: 'unknown'; streamIndex: number; csrc: number };
 
 export interface CallDisconnect {
   /** Tells the engine's calls apart. */
@@ -514,7 +514,8 @@ export class TesselWrapper {
 
   /**
    * The stream's newest frame. Without a picture when `frameId` is its identifier; 0 stands for no
-   * frame at all.
+   * frame at all. Its planes must not be given to anything that reads or writes them off the
+   * JavaScript thread, as zlib, crypto, files and sockets do: copy them first.
    */
   getFrame(stream: StreamKey, frameId: number): Frame;
   /** The frame that `getFrame` answered with last, once more. */
@@ -541,7 +542,9 @@ export class TesselWrapperProxy {
 
   /**
    * The stream's picture in shared memory, which stays locked until `releaseFrame`, also when the
-   * answer has no picture. It has none when `frameId` is the number of stored frames less one.
+   * answer has no picture. It has none when `frameId` is the number of stored frames less one. Its
+   * planes must not be given to anything that reads or writes them off the JavaScript thread, as zlib,
+   * crypto, files and sockets do: copy them first.
    */
   getFrame(stream: StreamKey, frameId: number): Frame;
   /** `getFrame` with 0. */
@@ -666,7 +669,8 @@ export class Meeting implements Disposable {
   ): AsyncIterableIterator<MeetingEvent<Name>>;
 
   /**
-   * Joins a meeting. Rejects with a `CallError` when it is refused. A join that is given up by its
+   * Joins a meeting. Sets both mutes: one from before is undone. Rejects with a `CallError` when it is
+   * refused, with a `TypeError` for a property that there is not. A join that is given up by its
    * limits is taken back.
    */
   join(params: JoinParams, limits?: Limits): Promise<void>;
@@ -703,7 +707,8 @@ export class Meeting implements Disposable {
    * Copies the stream's frames into shared memory, for a `Widget` in a second process, which is made
    * with the answer, until `exitWidgetMode` or the end of the stream. The memory is readable for
    * this user alone. Entering again within one second waits for the next one, and rejects when the
-   * stream leaves meanwhile. Rejects for a stream that is not there.
+   * stream leaves meanwhile. Rejects for a stream that is not there, when /dev/shm has no room for
+   * it, and once the widget process has ended by itself: a meeting has one in its life.
    */
   enterWidgetMode(stream: StreamKey, options?: Pick<Limits, 'signal'>): Promise<SharedDataInfo>;
   /** Does nothing when the stream is not in widget mode, nor waits to enter it. */
@@ -727,8 +732,9 @@ export class Meeting implements Disposable {
 export type Synchronous<Result> = Result extends PromiseLike<unknown> ? never : Result;
 
 /**
- * Reads, in a second process, the streams that a meeting has in widget mode. One widget at a time:
- * what it forgets, and its end, remove the names by which another could open the memory.
+ * Reads, in a second process, the streams that a meeting has in widget mode. A meeting has one widget
+ * process in its life: what it forgets, and its end, remove the names by which another could open the
+ * memory.
  *
  * Pictures are looked at in place, while their writer waits: draw or copy them, and return.
  */
@@ -750,7 +756,8 @@ export class Widget implements Disposable {
   ): Result | undefined;
   /**
    * Does the same at the chosen rate until the signal or the end of the widget. A picture that has
-   * not changed is given again. Rejects with what `use` throws.
+   * not changed is given again. Rejects with what `use` throws, and with a `ClosedError` when the
+   * widget was closed before.
    */
   watch<Result>(
     stream: StreamKey,
@@ -775,13 +782,14 @@ export class Widget implements Disposable {
  * array. Throws when the planes are no longer valid, a `TypeError` without a picture, and a
  * `RangeError` when `target` is too small.
  */
+export function copyI420(frame: PictureFrame): ReturnType<typeof Uint8Array.from>;
 export function copyI420(frame: PictureFrame, target?: Uint8Array): Uint8Array;
 
 /**
  * The picture as red, green, blue and alpha bytes, row after row, in `target` or in a new array:
  * what `ImageData` takes. Throws as `copyI420` does.
  */
-export function copyRgba(frame: PictureFrame): Uint8ClampedArray;
+export function copyRgba(frame: PictureFrame): ReturnType<typeof Uint8ClampedArray.from>;
 export function copyRgba<Target extends Uint8ClampedArray | Uint8Array>(
   frame: PictureFrame,
   target: Target,

@@ -1,15 +1,21 @@
 'use strict';
 
 const { EventEmitter } = require('node:events');
+const { inspect } = require('node:util');
 
-const { abortable, pause } = require('./abortable.js');
+const { abortable, pause, requireSignal } = require('./abortable.js');
 const { CallError, ClosedError, ShareError, TimeoutError, withFramesOf } = require('./errors.js');
 const { requireEventName, requireEventNames } = require('./event_names.js');
 const { EventQueue } = require('./event_queue.js');
 const { FrameLedger } = require('./frame_counters.js');
+const { requireMainThread } = require('./main_thread.js');
 const { Pace } = require('./pace.js');
 const { makeSegment } = require('./private_segments.js');
+const { hasFrameMemory, requireEntry, requireMemory } = require('./shared_memory.js');
 const { Undertaking } = require('./undertaking.js');
+
+// What Meeting.open() constructs with, and nobody else.
+const OPENING = Symbol('opening');
 
 const CREATE_PARAMS = {
   appVersion: '',
@@ -40,10 +46,17 @@ const MEDIA_STREAM_STATE = {
   outgoingAudioMuted: false,
   outgoingVideoMuted: false,
 };
+const CONNECTION_PROPERTIES = ['uri', ...Object.keys(CONNECTION), 'mediaStreamState'];
 
 // The statuses that answer what is asked about sharing.
 const PRESENTATION = { begun: 'started', refused: ['failed', 'denied'], over: 'stopped' };
 const TOKEN = { begun: 'token_granted', refused: ['token_denied'], over: 'token_relinquished' };
+
+// What may be the matter when a meeting, or one of its streams, has no shared memory.
+const NO_MAIN_MEMORY =
+  ': its widget process has ended, of which a meeting has one in its life, ' +
+  'or /dev/shm was full when it was opened (see: npx tessel-wrapper doctor)';
+const NO_FRAME_MEMORY = 'There is no room for it in /dev/shm (see: npx tessel-wrapper doctor)';
 
 // The longest that a timer can wait.
 const MAX_TIMEOUT_MS = 2 ** 31 - 1;
@@ -51,7 +64,7 @@ const MAX_TIMEOUT_MS = 2 ** 31 - 1;
 function requireTimeout(timeout) {
   if (typeof timeout === 'number' && timeout >= 0 && timeout <= MAX_TIMEOUT_MS) return;
   throw new TypeError(
-    `Wrong timeout ${String(timeout)}, expected milliseconds from 0 to ${MAX_TIMEOUT_MS}`,
+    `Wrong timeout ${inspect(timeout)}, expected milliseconds from 0 to ${MAX_TIMEOUT_MS}`,
   );
 }
 
@@ -64,6 +77,13 @@ const UNANNOUNCED = 'local-0';
 function given(record) {
   const entries = Object.entries(record ?? {});
   return Object.fromEntries(entries.filter(([, value]) => value !== undefined));
+}
+
+// A name that is not known would be the default of the one that was meant, in silence.
+function requireKnown(record, known, objectName) {
+  const unknown = Object.keys(given(record)).find((name) => !known.includes(name));
+  if (unknown === undefined) return;
+  throw new TypeError(`Unknown property ${unknown} on object ${objectName}`);
 }
 
 // The promise of `work`. An application may await it later than it rejects, after something else:
@@ -111,12 +131,16 @@ function defineMeeting(TesselWrapper) {
     #presentation = new Undertaking(PRESENTATION);
     #token = new Undertaking(TOKEN);
 
-    static open(params, { signal } = {}) {
-      return makeSegment('main', () => new Meeting(params), [signal]);
+    static async open(params, { signal } = {}) {
+      requireMainThread('Meeting');
+      return makeSegment('main', () => new Meeting(params, OPENING), [signal]);
     }
 
-    // Use Meeting.open(): it sees to it that the segment made here is private and unique.
-    constructor(params) {
+    // For Meeting.open(), which sees to it that the segment made here is private and unique.
+    constructor(params, key) {
+      if (key !== OPENING) {
+        throw new TypeError('A meeting is opened, not constructed: use await Meeting.open()');
+      }
       // Any number of waits is fine.
       this.#emitter.setMaxListeners(0);
       TesselWrapper._internal_setEmitterFactory(() => this.#emitter);
@@ -194,6 +218,7 @@ function defineMeeting(TesselWrapper) {
     }
 
     frames(stream, { rate = 30, signal } = {}) {
+      requireSignal(signal);
       return this.#pollFrames({ ...stream }, new Pace(rate), signal);
     }
 
@@ -208,7 +233,7 @@ function defineMeeting(TesselWrapper) {
           const signals = [signal, this.#closing.signal, entry.signal];
           await makeSegment(name, () => this.#enterWidgetMode(name, stream), signals);
         }
-        return this.#wrapper.getSharedDataInfo();
+        return this.#sharedNames();
       });
     }
 
@@ -315,10 +340,13 @@ function defineMeeting(TesselWrapper) {
       if (typeof connection !== 'object' || connection === null) {
         throw new TypeError("join expects an object with a uri: { uri: 'tessel:demo' }");
       }
+      requireKnown(connection, CONNECTION_PROPERTIES, 'ConnectParams');
+      const { mediaStreamState } = connection;
+      requireKnown(mediaStreamState, Object.keys(MEDIA_STREAM_STATE), 'MediaStreamState');
       const params = {
         ...CONNECTION,
         ...given(connection),
-        mediaStreamState: { ...MEDIA_STREAM_STATE, ...given(connection.mediaStreamState) },
+        mediaStreamState: { ...MEDIA_STREAM_STATE, ...given(mediaStreamState) },
       };
       let isAsked = false;
       // Waits for the end of the call that is being left.
@@ -364,7 +392,7 @@ function defineMeeting(TesselWrapper) {
       const { begun, refused } = undertaking.statuses;
       const judge = ({ status }, resolve, reject) => {
         if (status === begun) resolve();
-        else if (refused.includes(status)) reject(new ShareError(operation, status));
+        else if (refused.includes(status)) reject(new ShareError(operation, args, status));
       };
       const ask = () => {
         this.#wrapper[operation](...args);
@@ -408,8 +436,21 @@ function defineMeeting(TesselWrapper) {
     #enterWidgetMode(name, stream) {
       if (this.#inWidgetMode.has(name)) return;
       if (!this.#streams.has(name)) throw new Error(`The stream ${name} is not there`);
+      requireEntry(stream);
+      const names = this.#sharedNames();
       this.#wrapper.enterWidgetMode(stream);
+      if (!hasFrameMemory(names, stream)) {
+        this.#wrapper.exitWidgetMode(stream);
+        throw new Error(`The stream ${name} has not entered widget mode. ${NO_FRAME_MEMORY}`);
+      }
       this.#inWidgetMode.set(name, { ...stream });
+    }
+
+    // The names of the main segment, which a widget can open.
+    #sharedNames() {
+      const names = this.#wrapper.getSharedDataInfo();
+      requireMemory(names, NO_MAIN_MEMORY);
+      return names;
     }
 
     // Asks for the newest frame whenever one is due, and for none in between, so that none waits.

@@ -1,5 +1,7 @@
 'use strict';
 
+const { inspect } = require('node:util');
+
 // When to look for the next frame, at a rate of at most `rate` frames per second.
 class Pace {
   // A look that found nothing is repeated after this part of a period, so that a source of the same
@@ -10,6 +12,7 @@ class Pace {
   #due = performance.now();
 
   constructor(rate) {
+    if (typeof rate !== 'number') throw new TypeError(`rate ${inspect(rate)}: not a number`);
     if (!(rate > 0)) throw new RangeError(`rate ${rate}: not a positive number`);
     this.#period = 1000 / rate;
   }

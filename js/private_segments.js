@@ -13,7 +13,7 @@ const CLOCK_LAG_MS = 20;
 // Purpose of a segment, and the second in which one was made for it last.
 const madeIn = new Map();
 
-const { pause } = require('./abortable.js');
+const { pause, requireSignal } = require('./abortable.js');
 
 function withPrivateUmask(make) {
   const usual = process.umask(0o077);
@@ -35,7 +35,10 @@ function remainder(purpose) {
 // after little more than a second at most, and mostly at once. Rejects with the reason of that of
 // `signals` which is aborted before (those that are undefined are left out).
 async function makeSegment(purpose, make, signals = []) {
-  for (const signal of signals) signal?.throwIfAborted();
+  for (const signal of signals) {
+    requireSignal(signal);
+    signal?.throwIfAborted();
+  }
   while (remainder(purpose) > 0) await pause(remainder(purpose), signals);
   try {
     return withPrivateUmask(make);

@@ -1,11 +1,11 @@
 'use strict';
 
-const { existsSync } = require('node:fs');
-
 const { pause } = require('./abortable.js');
 const { ClosedError } = require('./errors.js');
 const { FrameLedger } = require('./frame_counters.js');
+const { requireMainThread } = require('./main_thread.js');
 const { Pace } = require('./pace.js');
+const { requireMemory } = require('./shared_memory.js');
 
 // No frame of a segment has this number, so that the frame which is there is always answered.
 const NO_FRAME = -1;
@@ -20,6 +20,7 @@ function defineWidget(TesselWrapperProxy) {
     #read = new Map(); // streams that were read, by name
 
     constructor(names) {
+      requireMainThread('Widget');
       requireNames(names);
       this.#proxy = new TesselWrapperProxy(names);
       this.#ledger = new FrameLedger('widget');
@@ -50,6 +51,7 @@ function defineWidget(TesselWrapperProxy) {
     }
 
     async watch(stream, use, { rate = 30, signal } = {}) {
+      if (this.isClosed) throw this.#closing.signal.reason;
       const pace = new Pace(rate);
       for (;;) {
         try {
@@ -89,13 +91,7 @@ function defineWidget(TesselWrapperProxy) {
 function requireNames(names) {
   const { shm_name: segment, sem_name: semaphore } = names ?? {};
   if (typeof segment !== 'string' || typeof semaphore !== 'string') return;
-  const bare = (name) => name.replace(/^\//, '');
-  const files = [`/dev/shm/${bare(segment)}`, `/dev/shm/sem.${bare(semaphore)}`];
-  const missing = files.filter((file) => !existsSync(file));
-  if (missing.length === 0) return;
-  throw new Error(
-    `The memory of the meeting is not there, or not any more (missing: ${missing.join(', ')})`,
-  );
+  requireMemory(names);
 }
 
 // The result of a callback, which has to be done with its frame when it returns.

@@ -109,6 +109,8 @@ export const left: boolean = wrapper.disconnectCall();
 
 // ---- Frames
 
+// @ts-expect-error: its type may be unknown
+for (const stream of meeting.streams) meeting.frames(stream);
 // @ts-expect-error: no such type
 meeting.frames({ type: 'screen', streamIndex: 0 });
 // @ts-expect-error: frames per second are a number

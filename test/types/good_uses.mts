@@ -38,6 +38,12 @@ function expectType<Expected>() {
   return <Actual,>(_value: Actual, _same: Equal<Actual, Expected>) => {};
 }
 
+// As the browser's own declarations have it.
+declare class ImageData {
+  constructor(data: Uint8ClampedArray<ArrayBuffer>, width: number);
+}
+const keyOf = (key: StreamKey) => key;
+
 const wrapperClass: typeof TesselWrapper = tessel.TesselWrapper;
 const remote: StreamKey = { type: 'remote', streamIndex: 0 };
 const limits = { signal: new AbortController().signal, timeout: 1000 };
@@ -197,14 +203,22 @@ export async function useMeeting() {
       continue;
     }
     expectType<Uint8Array>()(copyI420(frame, new Uint8Array(1)), true);
+    copyI420(frame, undefined);
+    const packed: Uint8Array = copyI420(frame);
+    expectType<ArrayBuffer>()(copyI420(frame).buffer, true);
+    new ImageData(copyRgba(frame), frame.width);
     const clamped: Uint8ClampedArray = copyRgba(frame);
+    copyI420(frame, packed);
     copyRgba(frame, clamped);
     copyRgba(frame, Buffer.alloc(1)).toString('base64');
   }
-  expectType<SharedDataInfo>()(
-    await meeting.enterWidgetMode(meeting.streams[0] as StreamKey),
-    true,
-  );
+  for (const stream of meeting.streams) {
+    if (stream.type === 'unknown') continue;
+    expectType<SharedDataInfo>()(await meeting.enterWidgetMode(stream), true);
+    meeting.frames(stream);
+  }
+  const stream = await meeting.waitFor('streamAdded');
+  if (stream.type !== 'unknown') expectType<StreamKey>()(keyOf(stream), true);
   meeting.exitWidgetMode(remote);
   expectType<FrameCounters[]>()([...meeting.counters(), ...frameCounters()], true);
   expectType<TesselWrapper>()(meeting.wrapper, true);

@@ -3,12 +3,13 @@
 import assert from 'node:assert/strict';
 import { setImmediate } from 'node:timers/promises';
 import { after, afterEach, before, beforeEach, describe, test } from 'node:test';
+import { inspect } from 'node:util';
 
 import { runInChild } from '../support/child.mjs';
 import * as engine from '../support/scripted_engine.mjs';
 import { face, openMeeting } from './support/face.mjs';
 
-const { CallError, ShareError, TimeoutError } = face;
+const { CallError, Meeting, ShareError, TimeoutError } = face;
 
 describe('the events of a meeting', () => {
   // One for all tests: a second one would have to wait for the next second.
@@ -91,11 +92,27 @@ describe('the events of a meeting', () => {
     for (const timeout of ['100', Number.NaN, -1, 2 ** 31, Infinity, null]) {
       const refusal = {
         name: 'TypeError',
-        message: `Wrong timeout ${timeout}, expected milliseconds from 0 to 2147483647`,
+        message: `Wrong timeout ${inspect(timeout)}, expected milliseconds from 0 to 2147483647`,
       };
       await assert.rejects(meeting.waitFor('micLevel', { timeout }), refusal);
       await assert.rejects(meeting.join({ uri: 'scripted' }, { timeout }), refusal);
       await assert.rejects(meeting.requestContentShareToken({ timeout }), refusal);
+    }
+    assert.deepEqual(engine.operations(), []);
+  });
+
+  test('a signal that is none is refused, and the engine is not asked', async () => {
+    for (const signal of ['now', null, new AbortController()]) {
+      const refusal = {
+        name: 'TypeError',
+        message: `Wrong signal ${inspect(signal, { depth: 0 })}, expected an AbortSignal`,
+      };
+      await assert.rejects(meeting.waitFor('micLevel', { signal }), refusal);
+      await assert.rejects(meeting.join({ uri: 'scripted' }, { signal }), refusal);
+      await assert.rejects(Meeting.open({ logPath: '/dev/null' }, { signal }), refusal);
+      await assert.rejects(meeting.enterWidgetMode({ type: 'remote' }, { signal }), refusal);
+      assert.throws(() => meeting.events(['micLevel'], { signal }), refusal);
+      assert.throws(() => meeting.frames({ type: 'remote', streamIndex: 0 }, { signal }), refusal);
     }
     assert.deepEqual(engine.operations(), []);
   });
@@ -324,6 +341,22 @@ describe('the events of a meeting', () => {
     assert.equal(params.mediaStreamState.incomingVideoEnabled, true);
     assert.equal(params.mediaStreamState.outgoingVideoMuted, false);
     assert.equal(params.turnServers[0].password, 'secret');
+  });
+
+  test('a share that fails says what was to be shared', async () => {
+    await join();
+    for (const [share, what] of [
+      [{ type: 'screen', screenId: 7 }, 'screen 7'],
+      [{ type: 'window', screenId: 7, windowId: 5 }, 'window 5'],
+      [{ type: 'application' }, 'application'],
+    ]) {
+      const answer = meeting.startPresentation(share);
+      engine.fire('NotifyScreenShareStatus', 1);
+      await assert.rejects(answer, {
+        name: 'ShareError',
+        message: `startPresentation was answered with "failed": ${what}`,
+      });
+    }
   });
 
   test('every status has its promise', async () => {

@@ -223,10 +223,19 @@ describe('the frames of a meeting', () => {
   });
 
   test('a rate that is no positive number is refused at once', () => {
-    for (const rate of [0, -1, Number.NaN, '']) {
+    for (const rate of [0, -1, Number.NaN]) {
       assert.throws(() => meeting.frames(STREAM, { rate }), {
         name: 'RangeError',
         message: `rate ${rate}: not a positive number`,
+      });
+    }
+    for (const [rate, shown] of [
+      ['30', "'30'"],
+      [null, 'null'],
+    ]) {
+      assert.throws(() => meeting.frames(STREAM, { rate }), {
+        name: 'TypeError',
+        message: `rate ${shown}: not a number`,
       });
     }
   });

@@ -26,7 +26,7 @@ const OUTPUT = {
   'pop_out.mjs': ['pictures: 5', 'widget ended: 0'],
   'application.test.mjs': ['# pass 2'],
   'engine.mjs': [`ok       engine ${build}/libtesselclient.so`],
-  'production.mjs': ['too slow: Joining took longer than 100 ms', 'in hand: 0'],
+  'production.mjs': ['too slow: Joining took longer than 100 ms', 'in hand: remote-0 0'],
 };
 // Started by other examples.
 const PARTS = ['widget.mjs'];
@@ -41,15 +41,33 @@ test('every example in JavaScript is known here, and has a name', () => {
   assert.equal(guide.match(/^```js/gm).length, examples.size);
 });
 
+// Runs it to its end, which is without an error, and expects these lines among its output.
+function expectRun(name, lines) {
+  const { status, signal, stdout, stderr } = spawnSync(
+    process.execPath,
+    ['--test-reporter=tap', path.join(directory, name)],
+    { encoding: 'utf8', timeout: 60_000, killSignal: 'SIGKILL' },
+  );
+  assert.deepEqual([status, signal, stderr], [0, null, '']);
+  const said = stdout.split('\n');
+  for (const line of lines) assert.ok(said.includes(line), `${line}\nis not in\n${stdout}`);
+}
+
 for (const [name, lines] of Object.entries(OUTPUT)) {
-  test(`${name} runs and says what it should`, () => {
-    const { status, signal, stdout, stderr } = spawnSync(
-      process.execPath,
-      ['--test-reporter=tap', path.join(directory, name)],
-      { encoding: 'utf8', timeout: 60_000, killSignal: 'SIGKILL' },
-    );
-    assert.deepEqual([status, signal, stderr], [0, null, '']);
-    const said = stdout.split('\n');
-    for (const line of lines) assert.ok(said.includes(line), `${line}\nis not in\n${stdout}`);
+  test(`${name} runs and says what it should`, () => expectRun(name, lines));
+}
+
+// The program terminates itself at that moment, in which it would otherwise wait or go on.
+for (const [moment, statement, terminating, lines] of [
+  ['joins', 'timeout: 100', 'timeout: (terminate(), 2 ** 31 - 1)', []],
+  ['shows frames', '>= 10) break', '=== 10) terminate()', ['in hand: remote-0 0']],
+]) {
+  test(`production.mjs ends well when it is terminated while it ${moment}`, () => {
+    const source = examples.get('production.mjs');
+    assert.ok(source.includes(statement));
+    const terminate = "function terminate() { process.kill(process.pid, 'SIGTERM'); }";
+    const program = `${source.replace(statement, terminating)}${terminate}`;
+    writeFileSync(path.join(directory, 'terminated.mjs'), program);
+    expectRun('terminated.mjs', ['ended: asked to end', ...lines]);
   });
 }

@@ -76,6 +76,67 @@ test('a join with a bad record rejects with the TypeError, and the engine is not
   assert.equal((await meeting.leave()).callId, 1);
 });
 
+test('a join with a property that is none rejects, and the engine is not asked', async (t) => {
+  const meeting = await openMeeting(t);
+  for (const [part, message] of [
+    [{ endpoitName: 'me' }, 'Unknown property endpoitName on object ConnectParams'],
+    [
+      { mediaStreamState: { outgoingAudioMutd: true } },
+      'Unknown property outgoingAudioMutd on object MediaStreamState',
+    ],
+  ]) {
+    await assert.rejects(meeting.join({ uri: 'tessel:demo', ...part }), {
+      name: 'TypeError',
+      message,
+    });
+  }
+  await meeting.join({ uri: 'tessel:demo' });
+  assert.equal((await meeting.leave()).callId, 1);
+});
+
+test('every property of a join that is declared is accepted', async (t) => {
+  const meeting = await openMeeting(t);
+  await meeting.join({
+    uri: 'tessel:demo',
+    endpointName: 'me',
+    meetingGuid: '',
+    maxBandwidth: 1_000_000,
+    forceTurn: false,
+    enableRdc: false,
+    isVesperMeeting: false,
+    enableClientDrivenLayouts: true,
+    enableClientLayoutOrdering: false,
+    meetingAttributes: '',
+    meetingFeatures: ['feature'],
+    gracefulEvents: [{ event: 'event', enabled: true }],
+    mediaStreamState: {
+      contentStreamEnabled: true,
+      incomingAudioEnabled: true,
+      incomingVideoEnabled: true,
+      outgoingAudioMuted: false,
+      outgoingVideoMuted: false,
+    },
+    turnServers: [
+      {
+        ...{ protocol: 'udp', fqdn: 'relay.example', address: '192.0.2.1', port: 3478 },
+        ...{ username: 'user', password: 'secret', priority: 1, bandwidth: 1 },
+      },
+    ],
+  });
+});
+
+test('joining sets both mutes: one from before is undone', async (t) => {
+  const meeting = await openMeeting(t);
+  const states = meeting.events(['mediaMuteState']);
+  meeting.wrapper.muteLocalAudio(true);
+  await meeting.join({ uri: 'tessel:demo' });
+  const expected = [
+    { mediaType: 'audio', muted: true },
+    { mediaType: 'audio', muted: false },
+  ];
+  for (const state of expected) assert.deepEqual((await states.next()).value[1], state);
+});
+
 test('a join without a record rejects, and the engine is not asked', async (t) => {
   const meeting = await openMeeting(t);
   for (const given of [undefined, null, 'tessel:demo']) {
@@ -216,6 +277,46 @@ test('streams lists what is there', async (t) => {
   assert.deepEqual(meeting.streams, []);
 });
 
+// ---- Opening
+
+test('a meeting is opened, not constructed', () => {
+  for (const args of [
+    [{ logPath: '/dev/null' }],
+    [],
+    [{ logPath: '/dev/null' }, Symbol('opening')],
+  ])
+    assert.throws(() => new Meeting(...args).close(), {
+      name: 'TypeError',
+      message: 'A meeting is opened, not constructed: use await Meeting.open()',
+    });
+});
+
+test('in a worker neither a meeting nor a widget can be had, and each says why', () => {
+  const child = runInChild(
+    async ({ requireFace }, { say }) => {
+      const { Worker } = require('node:worker_threads');
+      const program = `
+        const { parentPort, workerData } = require('node:worker_threads');
+        const { Meeting, Widget } = require(workerData);
+        const say = ({ name, message }) => parentPort.postMessage(name + ': ' + message);
+        try {
+          new Widget({ shm_name: '/nope', sem_name: '/nope' });
+        } catch (error) {
+          say(error);
+        }
+        Meeting.open({ logPath: '/dev/null' }).catch(say);`;
+      const workerData = requireFace.resolve('./index.js');
+      new Worker(program, { eval: true, workerData }).on('message', say);
+    },
+    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+  );
+  assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
+  assert.deepEqual(child.said, [
+    'Error: Widget is only possible on the main thread',
+    'Error: Meeting is only possible on the main thread',
+  ]);
+});
+
 // ---- Sharing
 
 test('the token is granted, a share started and stopped, the token given back', async (t) => {
@@ -256,7 +357,7 @@ test('what the engine denies or fails rejects with its status', async (t) => {
   await meeting.requestContentShareToken();
   await assert.rejects(
     meeting.startPresentation({ type: 'screen', screenId: 2 }),
-    rejection('startPresentation', 'failed'),
+    rejection('startPresentation', 'failed', ': screen 2'),
   );
 });
 

@@ -122,6 +122,13 @@ test('watch refuses a rate that is no positive number', async () => {
   );
 });
 
+test('watch refuses a signal that is none', async () => {
+  await assert.rejects(
+    widget.watch(STREAM, () => {}, { signal: 'now' }),
+    { name: 'TypeError', message: "Wrong signal 'now', expected an AbortSignal" },
+  );
+});
+
 test('counters count what was delivered and released, and are seen in one place', async () => {
   await readFirst(() => true);
   await readFirst(() => true);
@@ -157,21 +164,22 @@ test('remove forgets the stream and its names, so that it cannot be opened again
   );
 });
 
-test('closing ends watches and refuses reads; disposing closes', async () => {
+test('closing ends watches and refuses reads and further watches; disposing closes', async () => {
   const watching = widget.watch(STREAM, () => {}, { rate: 0.001 });
   await readFirst(() => true);
   widget.close();
   widget.close();
   assert.equal(await watching, undefined);
   assert.equal(widget.isClosed, true);
-  assert.throws(
-    () => widget.read(STREAM, () => {}),
-    (error) => {
-      assert.ok(error instanceof ClosedError);
-      return error.message === 'The widget was closed';
-    },
+  const isClosed = (error) => {
+    assert.ok(error instanceof ClosedError);
+    return error.message === 'The widget was closed';
+  };
+  assert.throws(() => widget.read(STREAM, () => {}), isClosed);
+  await assert.rejects(
+    widget.watch(STREAM, () => {}),
+    isClosed,
   );
-  assert.equal(await widget.watch(STREAM, () => {}), undefined);
   const other = new Widget(names);
   assert.equal(
     other.read(STREAM, () => true),

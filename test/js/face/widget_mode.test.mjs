@@ -1,0 +1,96 @@
+// Entering widget mode: it settles when a widget can open the memory, and rejects when there is none.
+
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+
+import { runInChild } from '../support/child.mjs';
+import { startProcess } from '../support/commanded_process.mjs';
+import { limitedSharedMemory } from '../support/limited_shared_memory.mjs';
+import './support/face.mjs'; // names the addon for the processes
+
+const REMOTE = { type: 'remote', streamIndex: 0 };
+const OTHER = { type: 'remote', streamIndex: 1 };
+const NO_MAIN_MEMORY = new RegExp(
+  'Error: The memory of the meeting is not there, or not any more ' +
+    '\\(missing: /dev/shm/SHM\\w{25}, /dev/shm/sem.SEM\\w{20}\\): ' +
+    'its widget process has ended, of which a meeting has one in its life, ' +
+    'or /dev/shm was full when it was opened \\(see: npx tessel-wrapper doctor\\)\n',
+);
+const startMeeting = (t, options) =>
+  startProcess(t, './face/fixtures/meeting_process.mjs', options);
+
+test('a stream for which there is no room in /dev/shm rejects, and enters when there is', async (t) => {
+  const room = limitedSharedMemory();
+  const meeting = startMeeting(t, { command: room.command });
+  await meeting.does('join', 'tessel:demo?participants=2', 2);
+  await meeting.does('enter', REMOTE);
+  room.fill(meeting);
+  for (let attempt = 0; attempt < 2; attempt += 1) {
+    await assert.rejects(meeting.does('enter', OTHER), {
+      message:
+        /Error: The stream remote-1 has not entered widget mode\. There is no room for it in \/dev\/shm \(see: npx tessel-wrapper doctor\)\n/,
+    });
+  }
+  const names = await meeting.does('enter', REMOTE);
+  room.empty(meeting);
+  assert.deepEqual(await meeting.does('enter', OTHER), names);
+  await meeting.ends();
+});
+
+test('a meeting for which there was no room in /dev/shm rejects, also when there is later', async (t) => {
+  const room = limitedSharedMemory();
+  const meeting = startMeeting(t, { command: room.command });
+  await meeting.does('isThere');
+  room.fill(meeting);
+  await meeting.does('join', 'tessel:demo?participants=1', 1);
+  await assert.rejects(meeting.does('enter', REMOTE), { message: NO_MAIN_MEMORY });
+  room.empty(meeting);
+  await assert.rejects(meeting.does('enter', REMOTE), { message: NO_MAIN_MEMORY });
+  await meeting.ends();
+});
+
+test('a meeting whose widget process has ended rejects, in widget mode and after it', async (t) => {
+  const meeting = startMeeting(t);
+  await meeting.does('join', 'tessel:demo?participants=2', 2);
+  const names = await meeting.does('enter', REMOTE);
+  const widget = startProcess(t, './fixtures/widget_process.mjs');
+  await widget.does('open', names);
+  assert.deepEqual(await meeting.does('enter', REMOTE), names);
+  await widget.ends();
+  await assert.rejects(meeting.does('enter', REMOTE), { message: NO_MAIN_MEMORY });
+  await assert.rejects(meeting.does('enter', OTHER), { message: NO_MAIN_MEMORY });
+  await meeting.does('exit', REMOTE);
+  await assert.rejects(meeting.does('enter', REMOTE), { message: NO_MAIN_MEMORY });
+  await meeting.ends();
+});
+
+test('streams of every kind enter, and remote ones outside the table of streams are refused', () => {
+  const child = runInChild(
+    async (scripted, { openMeeting }, { say }) => {
+      const meeting = await openMeeting();
+      for (const [type, streamIndex] of [
+        ['local', 3],
+        ['content', 4],
+        ...[0, 49, 50, -1].map((index) => ['remote', index]),
+      ]) {
+        const stream = { type, streamIndex };
+        const added = meeting.waitFor('streamAdded');
+        scripted.fire('NotifyStreamAdded', stream, 7);
+        await added;
+        const answer = meeting.enterWidgetMode(stream);
+        await answer.then(
+          (names) => say(names.shm_name === meeting.wrapper.getSharedDataInfo().shm_name),
+          ({ name, message }) => say(`${name}: ${message}`),
+        );
+      }
+      meeting.close();
+    },
+    {
+      modules: ['./support/scripted_engine.mjs', './face/support/face.mjs', './support/child.mjs'],
+    },
+  );
+  assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
+  const refusal = (index) =>
+    `RangeError: The stream remote-${index} cannot enter widget mode: that is for remote streams from 0 to 49`;
+  assert.deepEqual(child.said, ['true', 'true', 'true', 'true', refusal(50), refusal(-1)]);
+});

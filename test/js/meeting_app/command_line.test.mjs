@@ -104,10 +104,10 @@ for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) {
 }
 
 for (const [options, reason] of [
-  [['--video', '/nope.y4m'], 'the clip cannot be opened: No such file or directory'],
-  [['--video', PROGRAM], 'the clip is not a YUV4MPEG2 file'],
-  [['--participants', '99'], 'bad value: participants=99'],
-  [['--participants', 'x'], 'bad value: participants=x'],
+  [['--video', '/nope.y4m'], 'the clip cannot be opened: No such file or directory (404)'],
+  [['--video', PROGRAM], 'the clip is not a YUV4MPEG2 file (415)'],
+  [['--participants', '99'], 'bad value: participants=99 (400)'],
+  [['--participants', 'x'], 'bad value: participants=x (400)'],
 ]) {
   test(`no page is served of a meeting that ${options.join(' ')} cannot make`, async (t) => {
     const { child, ended } = start(t, [...options, '--output', temporaryDirectory(t)]);
@@ -131,7 +131,7 @@ test('a meeting whose uri has it refused has its page, and the reason is told', 
   }
   assert.deepEqual(await ended, [0, null]);
   assert.match((await words).join(''), /^The meeting is at http/m);
-  assert.match(lines.join('\n'), new RegExp(`^${told}the meeting refused the join$`));
+  assert.match(lines.join('\n'), new RegExp(`^${told}the meeting refused the join \\(403\\)$`));
 });
 
 for (const options of [['--help'], ['-h'], ['--headless', '--help'], ['--bogus', '--help']]) {

@@ -626,7 +626,8 @@ export class Meeting implements Disposable {
 
   /**
    * Makes an engine, which blocks until it is initialised. Its shared memory and its log are made
-   * readable for this user alone. A second meeting within one second waits for the next one.
+   * readable for this user alone. A second meeting within one second waits for the next one. Rejects
+   * with a `TypeError` for a property that there is not.
    *
    * Replaces the emitter factory of `TesselWrapper`.
    */

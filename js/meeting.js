@@ -141,6 +141,7 @@ function defineMeeting(TesselWrapper) {
       if (key !== OPENING) {
         throw new TypeError('A meeting is opened, not constructed: use await Meeting.open()');
       }
+      requireKnown(params, ['logPath', ...Object.keys(CREATE_PARAMS)], 'CreateParams');
       // Any number of waits is fine.
       this.#emitter.setMaxListeners(0);
       TesselWrapper._internal_setEmitterFactory(() => this.#emitter);

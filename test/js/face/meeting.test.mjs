@@ -76,6 +76,17 @@ test('a join with a bad record rejects with the TypeError, and the engine is not
   assert.equal((await meeting.leave()).callId, 1);
 });
 
+test('opening with a property that is none rejects, with any that there is it does not', async (t) => {
+  await assert.rejects(Meeting.open({ logPath: temporaryDirectory(t), logPrefx: 'p-' }), {
+    name: 'TypeError',
+    message: 'Unknown property logPrefx on object CreateParams',
+  });
+  const names = ['appVersion', 'configPath', 'logPrefix', 'userAgent'];
+  const all = Object.fromEntries(names.map((name) => [name, '']));
+  const meeting = await Meeting.open({ ...all, logPath: temporaryDirectory(t) });
+  meeting.close();
+});
+
 test('a join with a property that is none rejects, and the engine is not asked', async (t) => {
   const meeting = await openMeeting(t);
   for (const [part, message] of [

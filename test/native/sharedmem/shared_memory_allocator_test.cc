@@ -79,19 +79,24 @@ TEST_F(SharedMemoryAllocatorTest, KeepsItsSegmentFromBecomingTheStandardOutputTh
   EXPECT_EQ(bytes, std::string(kSize, '\0'));
 }
 
-TEST_F(SharedMemoryAllocatorTest, LeavesNoNameWhenOnlyAStandardDescriptorIsFree) {
-  const int original = dup(STDOUT_FILENO);
-  rlimit usual = {};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
-  const rlimit few = {STDERR_FILENO + 1, usual.rlim_max};
-  close(STDOUT_FILENO);
-  setrlimit(RLIMIT_NOFILE, &few);
-  const bool isInitialised = SharedMemoryAllocator(creating(kSize)).getDataPtr() != nullptr;
-  setrlimit(RLIMIT_NOFILE, &usual);
-  dup2(original, STDOUT_FILENO);
-  close(original);
-  EXPECT_FALSE(isInitialised);
-  EXPECT_FALSE(objectExists(names_.shm()));
+TEST_F(SharedMemoryAllocatorTest, IsNotInitialisedWhenOnlyAStandardDescriptorIsFree) {
+  for (const bool create : {true, false}) {
+    if (!create) RawObject(names_.shm(), kSize);
+    const int original = dup(STDOUT_FILENO);
+    rlimit usual = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
+    const rlimit few = {STDERR_FILENO + 1, usual.rlim_max};
+    close(STDOUT_FILENO);
+    setrlimit(RLIMIT_NOFILE, &few);
+    const bool isInitialised =
+        SharedMemoryAllocator(create ? creating(kSize) : opening(kSize)).initialised();
+    setrlimit(RLIMIT_NOFILE, &usual);
+    dup2(original, STDOUT_FILENO);
+    close(original);
+    EXPECT_FALSE(isInitialised);
+    EXPECT_EQ(objectExists(names_.shm()), !create) << "what was made is gone, another's is there";
+  }
+  shm_unlink(names_.shm().c_str());
 }
 
 TEST_F(SharedMemoryAllocatorTest, NamesItsMappingsAndItsOwnAddress) {

@@ -56,7 +56,9 @@ const TOKEN = { begun: 'token_granted', refused: ['token_denied'], over: 'token_
 const NO_MAIN_MEMORY =
   ': its widget process has ended, of which a meeting has one in its life, ' +
   'or /dev/shm was full when it was opened (see: npx tessel-wrapper doctor)';
-const NO_FRAME_MEMORY = 'There is no room for it in /dev/shm (see: npx tessel-wrapper doctor)';
+const NO_FRAME_MEMORY =
+  'There is no room for it in /dev/shm (see: npx tessel-wrapper doctor), ' +
+  'or a widget died while it held the table of streams: then only a new meeting helps';
 
 // The longest that a timer can wait.
 const MAX_TIMEOUT_MS = 2 ** 31 - 1;

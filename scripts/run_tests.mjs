@@ -38,16 +38,17 @@ function readCommandLine() {
   try {
     const { values, positionals } = parseArgs({
       options: {
-        only: { type: 'string', default: '' },
+        only: { type: 'string' },
         'with-browser': { type: 'boolean', default: false },
       },
       allowPositionals: true,
     });
     if (positionals.length !== 1) throw new Error('one PRESET is needed');
+    if (values.only === '') throw new Error('--only needs a TEXT');
     const [preset] = positionals;
     return {
       preset,
-      only: values.only,
+      only: values.only ?? '',
       withBrowser: values['with-browser'] || !isSanitizer(preset),
     };
   } catch ({ message }) {

@@ -223,6 +223,7 @@ for (const [given, said] of [
   [['release', 'asan'], 'one PRESET is needed'],
   [['release', '--other'], "Unknown option '--other'"],
   [['release', '--only'], "Option '--only <value>' argument missing"],
+  [['release', '--only', ''], '--only needs a TEXT'],
 ]) {
   test(`the test runner refuses ${given.length > 0 ? given.join(' ') : 'to run nothing'}`, () => {
     const { stderr, status } = spawnSync(process.execPath, ['scripts/run_tests.mjs', ...given], {

@@ -17,7 +17,12 @@ export default [
   },
   { files: ['**/*.js', '**/*.cjs'], languageOptions: { sourceType: 'commonjs' } },
   {
-    files: ['js/renderer/*.mjs', 'examples/meeting/page/*.mjs', 'test/js/browser/**/*.mjs'],
+    files: [
+      'js/renderer/*.mjs',
+      'examples/meeting/page/*.mjs',
+      'test/js/browser/*.mjs',
+      'test/support/meeting_app/meeting_page.mjs',
+    ],
     languageOptions: { globals: globals.browser },
   },
 ];

@@ -6,8 +6,8 @@ import { chmodSync, copyFileSync, cpSync, mkdirSync, rmSync, writeFileSync } fro
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
-import { addonFile, build, openMeeting, repository, requireFace } from './support/face.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { addonFile, build, openMeeting, repository, requireFace } from '../../support/face.mjs';
 
 const { checkLeftovers, checkNode, checkRights, checkSpace, examine, report } =
   requireFace('./doctor.js');

@@ -4,8 +4,8 @@ import assert from 'node:assert/strict';
 import { setImmediate } from 'node:timers/promises';
 import { after, afterEach, before, beforeEach, describe, test } from 'node:test';
 
-import * as engine from '../support/scripted_engine.mjs';
-import { face, openMeeting, requireFace } from './support/face.mjs';
+import * as engine from '../../support/scripted/scripted_engine.mjs';
+import { face, openMeeting, requireFace } from '../../support/face.mjs';
 
 const { copyI420, copyRgba, frameCounters } = face;
 const { Pace } = requireFace('./pace.js');

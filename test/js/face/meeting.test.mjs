@@ -5,10 +5,10 @@ import { existsSync, readdirSync, readFileSync, statSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { runInChild } from '../support/child.mjs';
-import { collectUntil } from '../support/collector.mjs';
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
-import { face, joinMeeting, openMeeting } from './support/face.mjs';
+import { runInChild } from '../../support/child.mjs';
+import { collectUntil } from '../../support/collector.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { face, joinMeeting, openMeeting } from '../../support/face.mjs';
 
 const { CallError, ClosedError, Meeting, ShareError, TimeoutError } = face;
 
@@ -236,7 +236,7 @@ test('a promise that rejects before it is awaited ends no process', () => {
       await new Promise(setImmediate);
       for (const promise of [present, token, left]) await promise.catch(sayName);
     },
-    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+    { modules: ['./support/face.mjs', './support/child.mjs'] },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
   const errors = ['TimeoutError', 'TimeoutError', 'CallError', ...Array(3).fill('ClosedError')];
@@ -319,7 +319,7 @@ test('in a worker neither a meeting nor a widget can be had, and each says why',
       const workerData = requireFace.resolve('./index.js');
       new Worker(program, { eval: true, workerData }).on('message', say);
     },
-    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+    { modules: ['./support/face.mjs', './support/child.mjs'] },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
   assert.deepEqual(child.said, [
@@ -445,7 +445,11 @@ test('closing ends what waits also when the engine fails to go', () => {
       process.exit(0);
     },
     {
-      modules: ['./support/scripted_engine.mjs', './face/support/face.mjs', './support/child.mjs'],
+      modules: [
+        './support/scripted/scripted_engine.mjs',
+        './support/face.mjs',
+        './support/child.mjs',
+      ],
     },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
@@ -466,7 +470,7 @@ test('a process that closes its meeting in the middle of a call ends by itself',
       meeting.waitFor('callDisconnect').catch(({ name }) => say(name));
       meeting.close();
     },
-    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+    { modules: ['./support/face.mjs', './support/child.mjs'] },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
   assert.deepEqual(child.said, ['ClosedError']);

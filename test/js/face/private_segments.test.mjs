@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import { setImmediate } from 'node:timers/promises';
 import { test } from 'node:test';
 
-import { requireFace } from './support/face.mjs';
+import { requireFace } from '../../support/face.mjs';
 
 const { makeSegment } = requireFace('./private_segments.js');
 

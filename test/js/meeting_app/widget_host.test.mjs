@@ -8,7 +8,7 @@ import { WebSocket } from 'ws';
 
 import { decodeFrame } from '../../../examples/meeting/frame_message.mjs';
 import { WidgetHost } from '../../../examples/meeting/widget_host.mjs';
-import { logIn, openRoom, stateIs } from './support/open_room.mjs';
+import { logIn, openRoom, stateIs } from '../../support/meeting_app/open_room.mjs';
 
 const NAME = 'remote-0';
 const URI = 'tessel:test?participants=1';

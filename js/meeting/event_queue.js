@@ -1,6 +1,6 @@
 'use strict';
 
-const { onAbort, requireSignal } = require('./abortable.js');
+const { onAbort, requireSignal } = require('../abortable.js');
 
 // An async iterator over [name, payload] of the events `names` of `emitter`, from the moment it is
 // made until return() or the end that `signals` bring. Events wait in it until they are asked for.

@@ -4,8 +4,8 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
-import { runInChild } from '../support/child.mjs';
-import './support/face.mjs'; // names the addon for the processes
+import { runInChild } from '../../support/child.mjs';
+import '../../support/face.mjs'; // names the addon for the processes
 
 const MODULES = ['./face/support/face.mjs', './support/child.mjs'];
 

@@ -352,9 +352,12 @@ test('in a worker neither a meeting nor a widget can be had, and each says why',
     { modules: ['./support/face.mjs', './support/child.mjs'] },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
+  const advice =
+    'in a test runner, run the tests in processes instead of threads (vitest: --pool forks); ' +
+    'elsewhere, start a process with child_process.fork() instead of the worker';
   assert.deepEqual(child.said, [
-    'Error: Widget is only possible on the main thread',
-    'Error: Meeting is only possible on the main thread',
+    `Error: Widget is only possible on the main thread: ${advice}`,
+    `Error: Meeting is only possible on the main thread: ${advice}`,
   ]);
 });
 

@@ -5,6 +5,8 @@
 
 const { existsSync, readFileSync } = require('node:fs');
 
+const { nameOf } = require('./stream_key.js');
+
 // The main segment is a table of the streams in widget mode: for each a flag and two names, which end
 // with a NUL. "Frames in shared memory", in the documents, has it whole.
 const ENTRY_BYTES = 511;
@@ -28,10 +30,11 @@ function requireMemory(names, advice = '') {
   );
 }
 
-function requireEntry({ type, streamIndex }) {
+function requireEntry(stream) {
+  const { type, streamIndex } = stream;
   if (type !== 'remote' || (streamIndex >= 0 && streamIndex < REMOTE_STREAMS)) return;
   throw new RangeError(
-    `The stream remote-${streamIndex} cannot enter widget mode: ` +
+    `The stream ${nameOf(stream)} cannot enter widget mode: ` +
       `that is for remote streams from 0 to ${REMOTE_STREAMS - 1}`,
   );
 }

@@ -15,10 +15,10 @@
 #include <utility>
 #include <vector>
 
-#include "events/javascript_dispatcher.h"
-#include "events/napi_threadsafe_function.h"
-#include "napi/environment_cleanup_hook.h"
-#include "napi/values.h"
+#include "addon/events/javascript_dispatcher.h"
+#include "addon/events/napi_threadsafe_function.h"
+#include "addon/napi/environment_cleanup_hook.h"
+#include "addon/napi/values.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include <thread>
 #include <utility>
 
-#include "events/javascript_dispatcher.h"
-#include "events/tessel_event_handler.h"
-#include "frames/stream_manager.h"
+#include "addon/events/javascript_dispatcher.h"
+#include "addon/events/tessel_event_handler.h"
+#include "addon/frames/stream_manager.h"
 
 namespace {
 

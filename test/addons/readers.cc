@@ -7,9 +7,9 @@
 #include <string>
 #include <utility>
 
-#include "napi/arguments.h"
-#include "napi/object_property_helper.h"
-#include "napi/values.h"
+#include "addon/napi/arguments.h"
+#include "addon/napi/object_property_helper.h"
+#include "addon/napi/values.h"
 
 namespace {
 

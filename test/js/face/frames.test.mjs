@@ -5,7 +5,7 @@ import { setImmediate } from 'node:timers/promises';
 import { after, afterEach, before, beforeEach, describe, test } from 'node:test';
 
 import * as engine from '../../support/scripted/scripted_engine.mjs';
-import { face, openMeeting, requireFace } from '../../support/face.mjs';
+import { face, mockClocks, openMeeting, requireFace } from '../../support/face.mjs';
 
 const { copyI420, copyRgba, frameCounters } = face;
 const { Pace } = requireFace('./pace.js');
@@ -151,7 +151,7 @@ describe('the frames of a meeting', () => {
   });
 
   test('a stream that is not there is asked for once, until it is there', async (t) => {
-    t.mock.timers.enable({ apis: ['setTimeout'] });
+    mockClocks(t, { apis: ['setTimeout'] });
     const other = { type: 'remote', streamIndex: 9 };
     const frames = meeting.frames(other);
     const ended = frames.next();
@@ -276,7 +276,7 @@ describe('the frames of a meeting', () => {
 
 test('a frame is due a period after the one before, or at once when that is over', (t) => {
   let now = 1000;
-  t.mock.method(performance, 'now', () => now);
+  t.mock.method(requireFace('./clocks.js'), 'monotonicTime', () => now);
   const pace = new Pace(10);
   assert.equal(pace.next(false), 25);
   now = 1025;

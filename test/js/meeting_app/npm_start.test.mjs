@@ -17,8 +17,8 @@ import { createInterface } from 'node:readline';
 import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
-import { environment } from './support/meeting_app.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { environment } from '../../support/meeting_app/meeting_app.mjs';
 
 const repository = fileURLToPath(new URL('../../..', import.meta.url));
 

@@ -129,6 +129,7 @@ async function runTestFile(file, environment) {
     process.execPath,
     [
       ...['--import', './scripts/child_environment.mjs'],
+      ...['--import', './scripts/cancel_endless_waits.mjs'],
       ...['--test-reporter=spec', '--test-reporter-destination=stdout'],
       ...['--test-reporter=./scripts/test_counts.mjs', `--test-reporter-destination=${base}.json`],
       file,

@@ -1,5 +1,7 @@
 'use strict';
 
+const { nameOf } = require('./stream_key.js');
+
 // What became of the frames that meetings and widgets handed to the application.
 
 // Of one stream of one meeting or widget.
@@ -28,8 +30,8 @@ class FrameLedger {
     return [...FrameLedger.#open].flatMap((ledger) => ledger.rows());
   }
 
-  of({ type, streamIndex }) {
-    const name = `${type}-${streamIndex}`;
+  of(stream) {
+    const name = nameOf(stream);
     let counters = this.#streams.get(name);
     if (!counters) this.#streams.set(name, (counters = new FrameCounters()));
     return counters;

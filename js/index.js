@@ -2,17 +2,14 @@
 
 // The package's face: the addon's two classes untouched, and what makes them convenient.
 
+const { TesselWrapper, TesselWrapperProxy } = require('./addon.js');
 const { CallError, ClosedError, ShareError, TimeoutError } = require('./errors.js');
 const { EVENT_NAMES } = require('./event_names.js');
 const { copyI420, copyRgba } = require('./frame_copies.js');
 const { FrameLedger } = require('./frame_counters.js');
-const { loadAddon } = require('./load_addon.js');
-const { defineMeeting } = require('./meeting.js');
-const { defineWidget } = require('./widget.js');
+const { Meeting } = require('./meeting/meeting.js');
+const { Widget } = require('./widget.js');
 
-const { TesselWrapper, TesselWrapperProxy } = loadAddon();
-const Meeting = defineMeeting(TesselWrapper);
-const Widget = defineWidget(TesselWrapperProxy);
 const frameCounters = () => FrameLedger.all();
 
 module.exports = {

@@ -1,89 +1,89 @@
 'use strict';
 
 const { pause } = require('./abortable.js');
+const { TesselWrapperProxy } = require('./addon.js');
 const { ClosedError } = require('./errors.js');
 const { FrameLedger } = require('./frame_counters.js');
 const { requireMainThread } = require('./main_thread.js');
 const { Pace } = require('./pace.js');
 const { requireMemory } = require('./shared_memory.js');
+const { nameOf } = require('./stream_key.js');
 
 // No frame of a segment has this number, so that the frame which is there is always answered.
 const NO_FRAME = -1;
 
-// Makes the class Widget over the addon's class: the reader of the streams that another process's
-// meeting has in widget mode. It belongs to the application, which closes it.
-function defineWidget(TesselWrapperProxy) {
-  return class Widget {
-    #proxy;
-    #closing = new AbortController();
-    #ledger;
-    #read = new Map(); // streams that were read, by name
+// The reader of the streams that another process's meeting has in widget mode. It belongs to the
+// application, which closes it.
+class Widget {
+  #proxy;
+  #closing = new AbortController();
+  #ledger;
+  #read = new Map(); // streams that were read, by name
 
-    constructor(names) {
-      requireMainThread('Widget');
-      requireNames(names);
-      this.#proxy = new TesselWrapperProxy(names);
-      this.#ledger = new FrameLedger('widget');
+  constructor(names) {
+    requireMainThread('Widget');
+    requireNames(names);
+    this.#proxy = new TesselWrapperProxy(names);
+    this.#ledger = new FrameLedger('widget');
+  }
+
+  get proxy() {
+    return this.#proxy;
+  }
+
+  get isClosed() {
+    return this.#closing.signal.aborted;
+  }
+
+  // The segment is locked from getFrame to releaseFrame, whatever the answer: its writer waits.
+  read(stream, use) {
+    if (this.isClosed) throw this.#closing.signal.reason;
+    const frame = this.#proxy.getFrame(stream, NO_FRAME);
+    const counters = this.#ledger.of(stream);
+    this.#read.set(nameOf(stream), { ...stream });
+    const hasPicture = !frame.noUpdate && frame.width > 0 && frame.height > 0;
+    if (hasPicture) counters.delivered += 1;
+    try {
+      return hasPicture ? synchronous(use(frame)) : undefined;
+    } finally {
+      this.#proxy.releaseFrame(stream);
+      if (hasPicture) counters.released += 1;
     }
+  }
 
-    get proxy() {
-      return this.#proxy;
-    }
-
-    get isClosed() {
-      return this.#closing.signal.aborted;
-    }
-
-    // The segment is locked from getFrame to releaseFrame, whatever the answer: its writer waits.
-    read(stream, use) {
-      if (this.isClosed) throw this.#closing.signal.reason;
-      const frame = this.#proxy.getFrame(stream, NO_FRAME);
-      const counters = this.#ledger.of(stream);
-      this.#read.set(`${stream.type}-${stream.streamIndex}`, { ...stream });
-      const hasPicture = !frame.noUpdate && frame.width > 0 && frame.height > 0;
-      if (hasPicture) counters.delivered += 1;
+  async watch(stream, use, { rate = 30, signal } = {}) {
+    if (this.isClosed) throw this.#closing.signal.reason;
+    const pace = new Pace(rate);
+    for (;;) {
       try {
-        return hasPicture ? synchronous(use(frame)) : undefined;
-      } finally {
-        this.#proxy.releaseFrame(stream);
-        if (hasPicture) counters.released += 1;
+        await pause(pace.next(true), [signal, this.#closing.signal]);
+      } catch (error) {
+        if (error instanceof ClosedError) return;
+        throw error;
       }
+      this.read(stream, use);
     }
+  }
 
-    async watch(stream, use, { rate = 30, signal } = {}) {
-      if (this.isClosed) throw this.#closing.signal.reason;
-      const pace = new Pace(rate);
-      for (;;) {
-        try {
-          await pause(pace.next(true), [signal, this.#closing.signal]);
-        } catch (error) {
-          if (error instanceof ClosedError) return;
-          throw error;
-        }
-        this.read(stream, use);
-      }
-    }
+  remove(stream) {
+    this.#read.delete(nameOf(stream));
+    this.#proxy.removeVideo(stream);
+  }
 
-    remove(stream) {
-      this.#read.delete(`${stream.type}-${stream.streamIndex}`);
-      this.#proxy.removeVideo(stream);
-    }
+  counters() {
+    return this.#ledger.rows();
+  }
 
-    counters() {
-      return this.#ledger.rows();
-    }
+  close() {
+    if (this.isClosed) return;
+    this.#closing.abort(new ClosedError('The widget was closed'));
+    this.#ledger.close();
+    for (const stream of this.#read.values()) this.remove(stream);
+  }
 
-    close() {
-      if (this.isClosed) return;
-      this.#closing.abort(new ClosedError('The widget was closed'));
-      this.#ledger.close();
-      for (const stream of this.#read.values()) this.remove(stream);
-    }
-
-    [Symbol.dispose]() {
-      this.close();
-    }
-  };
+  [Symbol.dispose]() {
+    this.close();
+  }
 }
 
 // Where one is missing the addon says nothing, and removes the other. Names that are no texts are
@@ -102,4 +102,4 @@ function synchronous(result) {
   return result;
 }
 
-module.exports = { defineWidget };
+module.exports = { Widget };

@@ -3,24 +3,25 @@
 #include <algorithm>
 #include <utility>
 
-#include "engine/embedded/card_source.h"
 #include "engine/embedded/identity.h"
 #include "engine/embedded/random.h"
+#include "engine/support/card_source.h"
+#include "engine/support/stream_keys.h"
 
 namespace embedded {
 namespace {
 
-constexpr Size kContentSize = {1280, 720};
-constexpr FrameRate kContentRate = {15, 1};
+constexpr support::Size kContentSize = {1280, 720};
+constexpr support::FrameRate kContentRate = {15, 1};
 
 // What the content's card says.
 struct Subject {
-  ContentKind kind = ContentKind::kParticipant;
+  support::ContentKind kind = support::ContentKind::kParticipant;
   std::uint32_t id = 0;
   std::string title;
 };
 
-Subject subject(ContentKind kind, const std::string& name, std::int32_t id) {
+Subject subject(support::ContentKind kind, const std::string& name, std::int32_t id) {
   return {kind, static_cast<std::uint32_t>(id), name + ' ' + std::to_string(id)};
 }
 
@@ -31,22 +32,23 @@ std::optional<Subject> subjectOf(const tsl::ContentShareParams& params, std::siz
     case tsl::ShareType::kScreen: {
       const std::int32_t id = params.screenId == -1 ? 0 : params.screenId;
       if (id < 0 || static_cast<std::size_t>(id) >= screens) return std::nullopt;
-      return subject(ContentKind::kScreen, "SCREEN", id);
+      return subject(support::ContentKind::kScreen, "SCREEN", id);
     }
     case tsl::ShareType::kApplication:
       if (params.applicationId < 0) return std::nullopt;
-      return subject(ContentKind::kApplication, "APPLICATION", params.applicationId);
+      return subject(support::ContentKind::kApplication, "APPLICATION", params.applicationId);
     case tsl::ShareType::kWindow:
       if (params.windowId < 0) return std::nullopt;
-      return subject(ContentKind::kWindow, "WINDOW", params.windowId);
+      return subject(support::ContentKind::kWindow, "WINDOW", params.windowId);
   }
   return std::nullopt;
 }
 
-std::unique_ptr<PictureSource> film(const MeetingPlan& plan, const Subject& subject) {
-  const CardSubject card = {kContentStream, contentDetail(subject.kind, subject.id), subject.title,
-                            hueOf(plan.seed, kContentStream)};
-  return std::make_unique<CardSource>(card, kContentSize);
+std::unique_ptr<support::PictureSource> film(const MeetingPlan& plan, const Subject& subject) {
+  const support::CardSubject card = {support::kContentStream,
+                                     support::contentDetail(subject.kind, subject.id),
+                                     subject.title, hueOf(plan.seed, support::kContentStream)};
+  return std::make_unique<support::CardSource>(card, kContentSize);
 }
 
 }  // namespace
@@ -137,25 +139,26 @@ void ContentShare::end() {
 
 void ContentShare::addStream(LossyLink link) {
   const auto silence = [] { return 0U; };
-  auto stream =
-      std::make_shared<VideoStream>(kContentStream, csrcOf(plan_.seed, kContentStream), parts_.log);
+  auto stream = std::make_shared<support::VideoStream>(
+      support::kContentStream, csrcOf(plan_.seed, support::kContentStream), parts_.log);
   sender_ = std::make_unique<Sender>(parts_, stream, link, silence);
   parts_.streams.add(stream);
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamAdded, kContentStream, stream->csrc());
+  parts_.notifier.notify(&INotifyCallback::NotifyStreamAdded, support::kContentStream,
+                         stream->csrc());
 }
 
 void ContentShare::removeStream() {
   const std::uint32_t csrc = sender_->stream()->csrc();
   sender_.reset();
-  parts_.streams.remove(kContentStream);
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, kContentStream, csrc);
+  parts_.streams.remove(support::kContentStream);
+  parts_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, support::kContentStream, csrc);
 }
 
 bool ContentShare::updateReception() {
   const bool isWanted = holder_ && holder_ != kMyself && isReceiving_ && !isCut_;
   if (isWanted == std::exchange(isReceived_, isWanted)) return false;
   if (isWanted) {
-    const Subject shown = subject(ContentKind::kParticipant, "SHARE OF REMOTE", *holder_);
+    const Subject shown = subject(support::ContentKind::kParticipant, "SHARE OF REMOTE", *holder_);
     sender_->start(film(plan_, shown), kContentRate, 0);
   } else {
     sender_->stop();
@@ -164,7 +167,7 @@ bool ContentShare::updateReception() {
 }
 
 void ContentShare::notifyUpdate() {
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, kContentStream,
+  parts_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, support::kContentStream,
                          sender_->stream()->csrc());
 }
 

@@ -8,8 +8,8 @@ namespace {
 constexpr std::size_t kSpareBytes = std::size_t{64} << 20;
 
 // All that the engines of a process share.
-const std::shared_ptr<embedded::FramePool>& processPool() {
-  static const auto pool = std::make_shared<embedded::FramePool>(kSpareBytes);
+const std::shared_ptr<support::FramePool>& processPool() {
+  static const auto pool = std::make_shared<support::FramePool>(kSpareBytes);
   return pool;
 }
 
@@ -18,7 +18,7 @@ const std::shared_ptr<embedded::FramePool>& processPool() {
 namespace TSLM {
 
 TSLMManager* TSLMManager::CreateTSLMManager(const tsl::CreateParams& params) {
-  return new embedded::EmbeddedManager(params, embedded::realClock(), processPool());
+  return new embedded::EmbeddedManager(params, support::realClock(), processPool());
 }
 
 void TSLMManager::DestroyTSLMManager() { processPool()->trim(); }

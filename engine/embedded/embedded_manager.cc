@@ -5,12 +5,12 @@
 namespace embedded {
 
 EmbeddedManager::EmbeddedManager(const tsl::CreateParams& params,
-                                 std::shared_ptr<const Clock> clock,
-                                 std::shared_ptr<FramePool> pool)
+                                 std::shared_ptr<const support::Clock> clock,
+                                 std::shared_ptr<support::FramePool> pool)
     : clock_(std::move(clock)),
       pool_(std::move(pool)),
-      log_(std::make_shared<Log>(params.szLogPath, params.szLogPrefix)),
-      configuration_(std::make_shared<Configuration>(log_)) {
+      log_(std::make_shared<support::Log>(params.szLogPath, params.szLogPrefix)),
+      configuration_(std::make_shared<support::Configuration>(log_)) {
   log_->write("engine created for " + params.szUserAgent + ", version " + params.szAppVersion);
   configuration_->load(params.szConfigPath);
 }

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "base/mutex.h"
-#include "engine/embedded/configuration.h"
 #include "engine/embedded/engine.h"
+#include "engine/support/configuration.h"
 #include "tesselclient/tesselclient.h"
 
 namespace embedded {
@@ -21,8 +21,8 @@ namespace embedded {
 // engine like DeInitialize.
 class EmbeddedManager final : public TSLM::TSLMManager {
  public:
-  EmbeddedManager(const tsl::CreateParams& params, std::shared_ptr<const Clock> clock,
-                  std::shared_ptr<FramePool> pool);
+  EmbeddedManager(const tsl::CreateParams& params, std::shared_ptr<const support::Clock> clock,
+                  std::shared_ptr<support::FramePool> pool);
   ~EmbeddedManager() override;
   EmbeddedManager(const EmbeddedManager&) = delete;
   EmbeddedManager& operator=(const EmbeddedManager&) = delete;
@@ -71,10 +71,10 @@ class EmbeddedManager final : public TSLM::TSLMManager {
   std::shared_ptr<IFrameManager> GetFrameManager(const StreamKey& key) override;
 
  private:
-  const std::shared_ptr<const Clock> clock_;
-  const std::shared_ptr<FramePool> pool_;
-  const std::shared_ptr<Log> log_;
-  const std::shared_ptr<Configuration> configuration_;
+  const std::shared_ptr<const support::Clock> clock_;
+  const std::shared_ptr<support::FramePool> pool_;
+  const std::shared_ptr<support::Log> log_;
+  const std::shared_ptr<support::Configuration> configuration_;
 
   mutable base::Mutex mutex_;
   std::shared_ptr<INotifyCallback> callback_ GUARDED_BY(mutex_);

@@ -6,33 +6,35 @@ namespace embedded {
 namespace {
 
 // Empty when the plan names no clip.
-std::shared_ptr<const Y4mClip> openClip(const MeetingPlan& plan) {
+std::shared_ptr<const support::Y4mClip> openClip(const MeetingPlan& plan) {
   if (plan.clipPath.empty()) return nullptr;
   try {
-    return std::make_shared<const Y4mClip>(plan.clipPath);
-  } catch (const ClipError& error) {
-    const bool isUnreadable = error.kind() == ClipError::Kind::kUnreadable;
+    return std::make_shared<const support::Y4mClip>(plan.clipPath);
+  } catch (const support::ClipError& error) {
+    const bool isUnreadable = error.kind() == support::ClipError::Kind::kUnreadable;
     throw JoinRefused(isUnreadable ? kClipUnreadable : kClipUnsupported, error.what());
   }
 }
 
 }  // namespace
 
-Engine::Engine(std::shared_ptr<const Clock> clock, const std::shared_ptr<Log>& log,
-               std::shared_ptr<FramePool> pool, std::shared_ptr<Configuration> configuration,
+Engine::Engine(std::shared_ptr<const support::Clock> clock,
+               const std::shared_ptr<support::Log>& log, std::shared_ptr<support::FramePool> pool,
+               std::shared_ptr<support::Configuration> configuration,
                std::shared_ptr<INotifyCallback> callback)
     : parts_{.log = log,
              .pool = std::move(pool),
-             .notifier = Notifier(log),
+             .notifier = support::Notifier(log),
              .streams = {},
-             .monitors = Published(usualMonitors()),
+             .monitors = support::Published(usualMonitors()),
              .requiredAttributes = {},
              .statistics = {},
-             .loop = TaskLoop(std::move(clock), log)},
+             .loop = support::TaskLoop(std::move(clock), log)},
       configuration_(std::move(configuration)),
       local_(parts_, [this] { return meeting_ ? meeting_->localLevel() : 0; }),
-      subscriptions_(parts_),
-      statistics_(parts_, [this](Time window, auto& stats) { collect(window, stats); }) {
+      subscriptions_(parts_.loop, parts_.notifier, parts_.log),
+      statistics_(parts_.loop, parts_.statistics,
+                  [this](support::Time window, auto& stats) { collect(window, stats); }) {
   parts_.notifier.setCallback(std::move(callback));
 }
 
@@ -221,7 +223,7 @@ void Engine::applyOutgoing(const tsl::MediaStreamState& state) {
   }
 }
 
-void Engine::collect(Time window, tsl::MeetingStats& stats) {
+void Engine::collect(support::Time window, tsl::MeetingStats& stats) {
   // Also what was sent outside a call, so that it does not count for the call's first window.
   const auto localVideo = local_.meter().closeWindow(window);
   if (!isInCall()) return;

@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "engine/embedded/configuration.h"
 #include "engine/embedded/engine_parts.h"
-#include "engine/embedded/event_subscriptions.h"
 #include "engine/embedded/local_media.h"
 #include "engine/embedded/meeting.h"
-#include "engine/embedded/statistics.h"
+#include "engine/support/configuration.h"
+#include "engine/support/event_subscriptions.h"
+#include "engine/support/statistics.h"
 #include "tesselclient/tesselclient.h"
 
 namespace embedded {
@@ -24,8 +24,9 @@ namespace embedded {
 // and, while it runs, by its own thread.
 class Engine : public std::enable_shared_from_this<Engine> {
  public:
-  Engine(std::shared_ptr<const Clock> clock, const std::shared_ptr<Log>& log,
-         std::shared_ptr<FramePool> pool, std::shared_ptr<Configuration> configuration,
+  Engine(std::shared_ptr<const support::Clock> clock, const std::shared_ptr<support::Log>& log,
+         std::shared_ptr<support::FramePool> pool,
+         std::shared_ptr<support::Configuration> configuration,
          std::shared_ptr<INotifyCallback> callback);
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
@@ -36,8 +37,8 @@ class Engine : public std::enable_shared_from_this<Engine> {
   void stop();
 
   // For whoever drives the clock.
-  TaskLoop& loop() { return parts_.loop; }
-  Notifier& notifier() { return parts_.notifier; }
+  support::TaskLoop& loop() { return parts_.loop; }
+  support::Notifier& notifier() { return parts_.notifier; }
 
   void connect(const tsl::ConnectParams& params);
   void disconnect();
@@ -76,14 +77,14 @@ class Engine : public std::enable_shared_from_this<Engine> {
   void join(const tsl::ConnectParams& params);
   void applyOutgoing(const tsl::MediaStreamState& state);
   bool isInCall() const { return meeting_ && meeting_->isJoined(); }
-  void collect(Time window, tsl::MeetingStats& stats);
+  void collect(support::Time window, tsl::MeetingStats& stats);
 
   EngineParts parts_;
-  const std::shared_ptr<Configuration> configuration_;
+  const std::shared_ptr<support::Configuration> configuration_;
   LocalMedia local_;
   std::unique_ptr<Meeting> meeting_;  // the present call or the last one
-  EventSubscriptions subscriptions_;
-  Statistics statistics_;
+  support::EventSubscriptions subscriptions_;
+  support::Statistics statistics_;
   int lastCallId_ = 0;
   bool isRemoteAudioMuted_ = false;
 };

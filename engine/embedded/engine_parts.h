@@ -8,26 +8,26 @@
 #include <string>
 #include <vector>
 
-#include "engine/embedded/frame_pool.h"
-#include "engine/embedded/log.h"
-#include "engine/embedded/notifier.h"
-#include "engine/embedded/published.h"
-#include "engine/embedded/stream_table.h"
-#include "engine/embedded/task_loop.h"
+#include "engine/support/frame_pool.h"
+#include "engine/support/log.h"
+#include "engine/support/notifier.h"
+#include "engine/support/published.h"
+#include "engine/support/stream_table.h"
+#include "engine/support/task_loop.h"
 #include "tesselclient/records.h"
 
 namespace embedded {
 
 // Owned by the engine, which outlives its parts.
 struct EngineParts {
-  std::shared_ptr<Log> log;
-  std::shared_ptr<FramePool> pool;
-  Notifier notifier;
-  StreamTable streams;
-  Published<std::vector<tsl::ScreenMonitor>> monitors;
-  Published<std::set<std::string>> requiredAttributes;
-  Published<tsl::MeetingStats> statistics;
-  TaskLoop loop;
+  std::shared_ptr<support::Log> log;
+  std::shared_ptr<support::FramePool> pool;
+  support::Notifier notifier;
+  support::StreamTable streams;
+  support::Published<std::vector<tsl::ScreenMonitor>> monitors;
+  support::Published<std::set<std::string>> requiredAttributes;
+  support::Published<tsl::MeetingStats> statistics;
+  support::TaskLoop loop;
 };
 
 }  // namespace embedded

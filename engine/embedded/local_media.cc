@@ -2,8 +2,9 @@
 
 #include <utility>
 
-#include "engine/embedded/card_source.h"
 #include "engine/embedded/identity.h"
+#include "engine/support/card_source.h"
+#include "engine/support/stream_keys.h"
 
 namespace embedded {
 namespace {
@@ -18,9 +19,9 @@ constexpr std::int32_t kHighestRate = 60;
 LossyLink perfectLink() { return {0, 0}; }
 
 bool canFilm(const tsl::VideoDevice& camera) {
-  return camera.width >= static_cast<std::int32_t>(kSmallestCard.width) &&
+  return camera.width >= static_cast<std::int32_t>(support::kSmallestCard.width) &&
          camera.width <= kLargestSide &&
-         camera.height >= static_cast<std::int32_t>(kSmallestCard.height) &&
+         camera.height >= static_cast<std::int32_t>(support::kSmallestCard.height) &&
          camera.height <= kLargestSide && camera.maxFps >= 1 && camera.maxFps <= kHighestRate;
 }
 
@@ -28,7 +29,8 @@ bool canFilm(const tsl::VideoDevice& camera) {
 
 LocalMedia::LocalMedia(EngineParts& parts, Sender::Level level)
     : parts_(parts),
-      stream_(std::make_shared<VideoStream>(kLocalStream, csrcOf(kSeed, kLocalStream), parts.log)),
+      stream_(std::make_shared<support::VideoStream>(
+          support::kLocalStream, csrcOf(kSeed, support::kLocalStream), parts.log)),
       sender_(parts, stream_, perfectLink(), std::move(level)),
       devices_(parts) {
   parts_.streams.add(stream_);
@@ -38,11 +40,11 @@ void LocalMedia::setCapturing(bool isCapturing) {
   if (isCapturing == isCapturing_) return;
   isCapturing_ = isCapturing;
   if (isCapturing) {
-    parts_.notifier.notify(&INotifyCallback::NotifyStreamAdded, kLocalStream, csrc());
+    parts_.notifier.notify(&INotifyCallback::NotifyStreamAdded, support::kLocalStream, csrc());
   }
   update();
   if (!isCapturing) {
-    parts_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, kLocalStream, csrc());
+    parts_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, support::kLocalStream, csrc());
   }
 }
 
@@ -99,15 +101,16 @@ bool LocalMedia::update() {
   }
   const auto number = static_cast<std::uint32_t>(film->camera);
   // Another camera has another colour.
-  const double hue = hueOf(kSeed, kLocalStream) + number / 4.0;
-  const CardSubject subject = {kLocalStream, number, "CAMERA " + std::to_string(number), hue};
-  sender_.start(std::make_unique<CardSource>(subject, film->size), {film->rate, 1}, 0);
+  const double hue = hueOf(kSeed, support::kLocalStream) + number / 4.0;
+  const support::CardSubject subject = {support::kLocalStream, number,
+                                        "CAMERA " + std::to_string(number), hue};
+  sender_.start(std::make_unique<support::CardSource>(subject, film->size), {film->rate, 1}, 0);
   return true;
 }
 
 void LocalMedia::updateAndNotify() {
   if (update() && isCapturing_) {
-    parts_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, kLocalStream, csrc());
+    parts_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, support::kLocalStream, csrc());
   }
 }
 

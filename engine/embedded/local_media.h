@@ -56,7 +56,7 @@ class LocalMedia {
   // How the camera films.
   struct Film {
     int camera = 0;
-    Size size;
+    support::Size size;
     std::uint32_t rate = 0;
     bool operator==(const Film&) const = default;
   };
@@ -69,10 +69,10 @@ class LocalMedia {
   void updateAndNotify();
 
   EngineParts& parts_;
-  const std::shared_ptr<VideoStream> stream_;
+  const std::shared_ptr<support::VideoStream> stream_;
   Sender sender_;
   Devices devices_;
-  Size size_ = {1280, 720};
+  support::Size size_ = {1280, 720};
   std::uint32_t rate_ = 30;
   std::optional<Film> film_;  // being sent
   bool isCapturing_ = false;

@@ -9,7 +9,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr Time kLevelPeriod = 200ms;
+constexpr support::Time kLevelPeriod = 200ms;
 
 // What streams carried together in a window.
 struct Sum {
@@ -24,7 +24,7 @@ struct Sum {
     lostPackets += window.lostPackets;
     return window.stats;
   }
-  std::int32_t bitsPerSecond(Time window) const {
+  std::int32_t bitsPerSecond(support::Time window) const {
     return toBits(static_cast<double>(bytes) * 8 / std::chrono::duration<double>(window).count());
   }
   float loss() const {
@@ -43,7 +43,8 @@ Incoming incomingOf(const tsl::MediaStreamState& state) {
 }
 
 Meeting::Meeting(EngineParts& parts, LocalMedia& local, int callId, MeetingPlan plan,
-                 std::shared_ptr<const Y4mClip> clip, const tsl::ConnectParams& params, int topRung)
+                 std::shared_ptr<const support::Y4mClip> clip, const tsl::ConnectParams& params,
+                 int topRung)
     : parts_(parts),
       local_(local),
       callId_(callId),
@@ -99,7 +100,7 @@ std::uint32_t Meeting::incomingLevel() const {
   return loudest;
 }
 
-void Meeting::collect(Time window, const TrafficMeter::Window& localVideo,
+void Meeting::collect(support::Time window, const TrafficMeter::Window& localVideo,
                       tsl::MeetingStats& stats) {
   Sum in;
   Sum out;

@@ -17,7 +17,7 @@
 #include "engine/embedded/meeting_uri.h"
 #include "engine/embedded/participant.h"
 #include "engine/embedded/speech.h"
-#include "engine/embedded/y4m_clip.h"
+#include "engine/support/y4m_clip.h"
 #include "tesselclient/records.h"
 
 namespace embedded {
@@ -40,7 +40,8 @@ class Meeting {
  public:
   // `clip` is what the participants' cameras show; empty for test cards.
   Meeting(EngineParts& parts, LocalMedia& local, int callId, MeetingPlan plan,
-          std::shared_ptr<const Y4mClip> clip, const tsl::ConnectParams& params, int topRung);
+          std::shared_ptr<const support::Y4mClip> clip, const tsl::ConnectParams& params,
+          int topRung);
   Meeting(const Meeting&) = delete;
   Meeting& operator=(const Meeting&) = delete;
 
@@ -63,14 +64,15 @@ class Meeting {
   std::uint32_t incomingLevel() const;
   // Fills in what arrived and what was sent since the last call, in a window of this length. The
   // call is joined.
-  void collect(Time window, const TrafficMeter::Window& localVideo, tsl::MeetingStats& stats);
+  void collect(support::Time window, const TrafficMeter::Window& localVideo,
+               tsl::MeetingStats& stats);
 
  private:
   enum class State { kNew, kJoining, kJoined, kOver };
 
   void enter();
   void end(int code, const std::string& reason);
-  Time sinceJoin() const { return parts_.loop.now() - joinedAt_; }
+  support::Time sinceJoin() const { return parts_.loop.now() - joinedAt_; }
   std::set<std::string> requiredAttributes() const;
 
   void setEventTimer();
@@ -91,21 +93,21 @@ class Meeting {
   LocalMedia& local_;
   const int callId_;
   const MeetingPlan plan_;
-  const std::shared_ptr<const Y4mClip> clip_;
+  const std::shared_ptr<const support::Y4mClip> clip_;
   const Speech speech_;
   const tsl::ConnectParams params_;
 
   State state_ = State::kNew;
-  Time joinedAt_ = {};
+  support::Time joinedAt_ = {};
   Incoming incoming_;
   Layout layout_;
   std::map<int, std::unique_ptr<Participant>> participants_;  // those present, by number
   ContentShare content_;
   std::size_t nextEvent_ = 0;
-  Time nextLevelAt_ = {};
-  Timer stateTimer_;  // the end of joining, then the drop
-  Timer eventTimer_;
-  Timer levelTimer_;
+  support::Time nextLevelAt_ = {};
+  support::Timer stateTimer_;  // the end of joining, then the drop
+  support::Timer eventTimer_;
+  support::Timer levelTimer_;
 };
 
 }  // namespace embedded

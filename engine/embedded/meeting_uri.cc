@@ -8,8 +8,8 @@
 #include <string_view>
 #include <utility>
 
-#include "engine/embedded/card_code.h"
 #include "engine/embedded/devices.h"
+#include "engine/support/card_code.h"
 
 namespace embedded {
 namespace {
@@ -62,10 +62,10 @@ std::uint32_t toNumber(std::string_view text, std::uint32_t least, std::uint32_t
 }
 
 // Seconds with up to three decimals.
-Time toTime(std::string_view text) {
+support::Time toTime(std::string_view text) {
   const auto pieces = split(text, '.');
   if (pieces.size() > 2) throw BadValue();
-  Time time = std::chrono::seconds(toNumber(pieces[0], 0, kLatestSecond));
+  support::Time time = std::chrono::seconds(toNumber(pieces[0], 0, kLatestSecond));
   if (pieces.size() == 2) {
     std::string decimals(pieces[1]);
     if (decimals.empty() || decimals.size() > 3) throw BadValue();
@@ -75,10 +75,10 @@ Time toTime(std::string_view text) {
   return time;
 }
 
-Size toSize(std::string_view text) {
+support::Size toSize(std::string_view text) {
   const auto [width, height] = splitInTwo(text, 'x');
-  return {toNumber(width, kSmallestCard.width, kLargestSide),
-          toNumber(height, kSmallestCard.height, kLargestSide)};
+  return {toNumber(width, support::kSmallestCard.width, kLargestSide),
+          toNumber(height, support::kSmallestCard.height, kLargestSide)};
 }
 
 bool toFlag(std::string_view text) { return toNumber(text, 0, 1) == 1; }
@@ -181,7 +181,7 @@ class Parser {
       {"size", [this](auto value) { plan_.size = toSize(value); }},
       {"fps",
        [this](auto value) {
-         plan_.rate = FrameRate{toNumber(value, 1, kHighestRate), 1};
+         plan_.rate = support::FrameRate{toNumber(value, 1, kHighestRate), 1};
        }},
       {"video",
        [this](auto value) {
@@ -295,10 +295,10 @@ Parser::Read Parser::spans(PlannedEvent::Kind begin, PlannedEvent::Kind end, boo
     const int participant = mayBeMyself && who == kMyName ? kMyself : toParticipant(who);
     const auto times = split(when, '-');
     if (times.size() > 2) throw BadValue();
-    const Time from = toTime(times[0]);
+    const support::Time from = toTime(times[0]);
     addEvent({begin, from, participant});
     if (times.size() == 1) return;
-    const Time to = toTime(times[1]);
+    const support::Time to = toTime(times[1]);
     if (from >= to) throw BadValue();
     addEvent({end, to, participant});
   };

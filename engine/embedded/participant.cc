@@ -3,20 +3,21 @@
 #include <string>
 #include <utility>
 
-#include "engine/embedded/card_source.h"
-#include "engine/embedded/clip_source.h"
 #include "engine/embedded/identity.h"
 #include "engine/embedded/random.h"
+#include "engine/support/card_source.h"
+#include "engine/support/clip_source.h"
+#include "engine/support/stream_keys.h"
 
 namespace embedded {
 namespace {
 
-constexpr FrameRate kCardRate = {30, 1};
+constexpr support::FrameRate kCardRate = {30, 1};
 
-std::shared_ptr<VideoStream> makeStream(const EngineParts& parts, const MeetingPlan& plan,
-                                        int number) {
-  const StreamKey key = remoteStream(number);
-  return std::make_shared<VideoStream>(key, csrcOf(plan.seed, key), parts.log);
+std::shared_ptr<support::VideoStream> makeStream(const EngineParts& parts, const MeetingPlan& plan,
+                                                 int number) {
+  const StreamKey key = support::remoteStream(number);
+  return std::make_shared<support::VideoStream>(key, csrcOf(plan.seed, key), parts.log);
 }
 
 LossyLink videoLink(const MeetingPlan& plan, int number) {
@@ -28,7 +29,7 @@ LossyLink videoLink(const MeetingPlan& plan, int number) {
 }  // namespace
 
 Participant::Participant(EngineParts& parts, const MeetingPlan& plan, int number,
-                         std::shared_ptr<const Y4mClip> clip, Sender::Level level)
+                         std::shared_ptr<const support::Y4mClip> clip, Sender::Level level)
     : parts_(parts),
       plan_(plan),
       number_(number),
@@ -40,14 +41,16 @@ Participant::Participant(EngineParts& parts, const MeetingPlan& plan, int number
 void Participant::come(const Reception& reception) {
   reception_ = reception;
   parts_.streams.add(sender_.stream());
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamAdded, remoteStream(number_), csrc());
+  parts_.notifier.notify(&INotifyCallback::NotifyStreamAdded, support::remoteStream(number_),
+                         csrc());
   update();
 }
 
 void Participant::leave() {
   sender_.stop();
-  parts_.streams.remove(remoteStream(number_));
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, remoteStream(number_), csrc());
+  parts_.streams.remove(support::remoteStream(number_));
+  parts_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, support::remoteStream(number_),
+                         csrc());
 }
 
 void Participant::receive(const Reception& reception) {
@@ -73,7 +76,8 @@ std::uint32_t Participant::level() const { return isAudioMuted_ || isCut_ ? 0 : 
 
 std::optional<Participant::Format> Participant::wantedFormat() const {
   if (!reception_.isWanted || isVideoMuted_ || isCut_) return std::nullopt;
-  const Size size = clip_ ? clipSize(clip_->size(), reception_) : cardSize(plan_.size, reception_);
+  const support::Size size =
+      clip_ ? clipSize(clip_->size(), reception_) : cardSize(plan_.size, reception_);
   return Format{size, reception_.mostPerSecond};
 }
 
@@ -86,7 +90,7 @@ bool Participant::update() {
   } else if (wasSending) {
     sender_.change(camera(format->size), format->mostPerSecond);
   } else {
-    const FrameRate ownRate = clip_ ? clip_->rate() : kCardRate;
+    const support::FrameRate ownRate = clip_ ? clip_->rate() : kCardRate;
     sender_.start(camera(format->size), plan_.rate.value_or(ownRate), format->mostPerSecond);
   }
   return true;
@@ -94,14 +98,16 @@ bool Participant::update() {
 
 void Participant::updateAndNotify() {
   if (!update()) return;
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, remoteStream(number_), csrc());
+  parts_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, support::remoteStream(number_),
+                         csrc());
 }
 
-std::unique_ptr<PictureSource> Participant::camera(Size size) const {
-  if (clip_) return std::make_unique<ClipSource>(clip_, plan_.isClipLooped, size);
-  const StreamKey key = remoteStream(number_);
-  const CardSubject subject = {key, 0, "REMOTE " + std::to_string(number_), hueOf(plan_.seed, key)};
-  return std::make_unique<CardSource>(subject, size);
+std::unique_ptr<support::PictureSource> Participant::camera(support::Size size) const {
+  if (clip_) return std::make_unique<support::ClipSource>(clip_, plan_.isClipLooped, size);
+  const StreamKey key = support::remoteStream(number_);
+  const support::CardSubject subject = {key, 0, "REMOTE " + std::to_string(number_),
+                                        hueOf(plan_.seed, key)};
+  return std::make_unique<support::CardSource>(subject, size);
 }
 
 }  // namespace embedded

@@ -12,7 +12,7 @@
 #include "engine/embedded/meeting_uri.h"
 #include "engine/embedded/sender.h"
 #include "engine/embedded/speech.h"
-#include "engine/embedded/y4m_clip.h"
+#include "engine/support/y4m_clip.h"
 
 namespace embedded {
 
@@ -23,7 +23,7 @@ class Participant {
   // `clip` is what the camera shows; empty for a test card. `level` is how loud the participant is
   // when the microphone is not muted.
   Participant(EngineParts& parts, const MeetingPlan& plan, int number,
-              std::shared_ptr<const Y4mClip> clip, Sender::Level level);
+              std::shared_ptr<const support::Y4mClip> clip, Sender::Level level);
   Participant(const Participant&) = delete;
   Participant& operator=(const Participant&) = delete;
 
@@ -48,7 +48,7 @@ class Participant {
  private:
   // What arrives of the camera's video.
   struct Format {
-    Size size;
+    support::Size size;
     std::uint32_t mostPerSecond = 0;
     bool operator==(const Format&) const = default;
   };
@@ -58,12 +58,12 @@ class Participant {
   // Brings what is sent in line with what is wanted; says whether that changed anything.
   bool update();
   void updateAndNotify();
-  std::unique_ptr<PictureSource> camera(Size size) const;
+  std::unique_ptr<support::PictureSource> camera(support::Size size) const;
 
   EngineParts& parts_;
   const MeetingPlan& plan_;
   const int number_;
-  const std::shared_ptr<const Y4mClip> clip_;
+  const std::shared_ptr<const support::Y4mClip> clip_;
   const Sender::Level loudness_;
   Sender sender_;
   Reception reception_;

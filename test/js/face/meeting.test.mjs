@@ -5,10 +5,10 @@ import { existsSync, readdirSync, readFileSync, statSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { runInChild } from '../support/child.mjs';
-import { collectUntil } from '../support/collector.mjs';
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
-import { face, joinMeeting, openMeeting } from './support/face.mjs';
+import { runInChild } from '../../support/child.mjs';
+import { collectUntil } from '../../support/collector.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { face, freshFace, joinMeeting, mockClocks, openMeeting } from '../../support/face.mjs';
 
 const { CallError, ClosedError, Meeting, ShareError, TimeoutError } = face;
 
@@ -74,6 +74,36 @@ test('a join with a bad record rejects with the TypeError, and the engine is not
   });
   await meeting.join({ uri: 'tessel:demo' });
   assert.equal((await meeting.leave()).callId, 1);
+});
+
+test('what is wrong with a record is told before the wait for the next second', async (t) => {
+  stopTheClock(t);
+  const { TesselWrapper } = face;
+  (await openMeeting()).close();
+  const all = { appVersion: '', configPath: '', logPath: '', logPrefix: '', userAgent: '' };
+  const { logPath, ...withoutLog } = all;
+  assert.equal(logPath, '');
+  for (const record of [
+    withoutLog,
+    ...Object.keys(all).flatMap((name) => [5, null].map((value) => ({ ...all, [name]: value }))),
+  ]) {
+    const refusal = ({ name, message }) => ({ name, message });
+    const refused = [];
+    try {
+      new TesselWrapper(record).destroy();
+    } catch (error) {
+      refused.push(refusal(error));
+    }
+    // The clock stands still: what waits for the next second waits for ever.
+    await assert.rejects(Meeting.open(record), (error) => refused.push(refusal(error)) > 0);
+    assert.deepEqual(refused[1], refused[0]);
+  }
+  for (const record of [undefined, null, '/tmp']) {
+    await assert.rejects(Meeting.open(record), {
+      name: 'TypeError',
+      message: "open expects an object with a logPath: { logPath: '/tmp' }",
+    });
+  }
 });
 
 test('opening with a property that is none rejects, with any that there is it does not', async (t) => {
@@ -236,7 +266,7 @@ test('a promise that rejects before it is awaited ends no process', () => {
       await new Promise(setImmediate);
       for (const promise of [present, token, left]) await promise.catch(sayName);
     },
-    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+    { modules: ['./support/face.mjs', './support/child.mjs'] },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
   const errors = ['TimeoutError', 'TimeoutError', 'CallError', ...Array(3).fill('ClosedError')];
@@ -319,12 +349,15 @@ test('in a worker neither a meeting nor a widget can be had, and each says why',
       const workerData = requireFace.resolve('./index.js');
       new Worker(program, { eval: true, workerData }).on('message', say);
     },
-    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+    { modules: ['./support/face.mjs', './support/child.mjs'] },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
+  const advice =
+    'in a test runner, run the tests in processes instead of threads (vitest: --pool forks); ' +
+    'elsewhere, start a process with child_process.fork() instead of the worker';
   assert.deepEqual(child.said, [
-    'Error: Widget is only possible on the main thread',
-    'Error: Meeting is only possible on the main thread',
+    `Error: Widget is only possible on the main thread: ${advice}`,
+    `Error: Meeting is only possible on the main thread: ${advice}`,
   ]);
 });
 
@@ -445,7 +478,11 @@ test('closing ends what waits also when the engine fails to go', () => {
       process.exit(0);
     },
     {
-      modules: ['./support/scripted_engine.mjs', './face/support/face.mjs', './support/child.mjs'],
+      modules: [
+        './support/scripted/scripted_engine.mjs',
+        './support/face.mjs',
+        './support/child.mjs',
+      ],
     },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
@@ -466,7 +503,7 @@ test('a process that closes its meeting in the middle of a call ends by itself',
       meeting.waitFor('callDisconnect').catch(({ name }) => say(name));
       meeting.close();
     },
-    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+    { modules: ['./support/face.mjs', './support/child.mjs'] },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
   assert.deepEqual(child.said, ['ClosedError']);
@@ -523,12 +560,23 @@ test('meetings that are opened at once have a segment each', async (t) => {
   for (const name of names) assert.ok(existsSync(`/dev/shm${name}`));
 });
 
+test('copies of the package in one process have a segment each', async (t) => {
+  const copies = [face, freshFace(), freshFace()];
+  const meetings = await Promise.all(
+    copies.map((copy) => copy.Meeting.open({ logPath: '/dev/null' })),
+  );
+  t.after(() => meetings.forEach((meeting) => meeting.close()));
+  assert.equal(new Set(copies.map((copy) => copy.Meeting)).size, 3);
+  const names = meetings.map((meeting) => meeting.wrapper.getSharedDataInfo().shm_name);
+  assert.equal(new Set(names).size, 3);
+});
+
 let ahead = 0; // milliseconds
 
 // Stops the clock in a second in which no segment was made: one of its own for every test.
 function stopTheClock(t) {
   ahead += 10_000;
-  t.mock.timers.enable({ apis: ['Date'], now: Date.now() + ahead });
+  mockClocks(t, { apis: ['Date'], now: Date.now() + ahead });
 }
 
 test('waiting for the next second can be given up', async (t) => {

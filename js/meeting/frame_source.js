@@ -1,0 +1,72 @@
+'use strict';
+
+const { requireSignal } = require('../abortable.js');
+const { ClosedError } = require('../errors.js');
+const { Pace } = require('../pace.js');
+const { nameOf } = require('../stream_key.js');
+
+// The one stream that may have frames without being announced: the camera's.
+const UNANNOUNCED = 'local-0';
+
+// The loops over the frames of a meeting's streams.
+class FrameSource {
+  #wrapper;
+  #streams;
+  #waits;
+  #ledger;
+
+  constructor(wrapper, streams, waits, ledger) {
+    this.#wrapper = wrapper;
+    this.#streams = streams;
+    this.#waits = waits;
+    this.#ledger = ledger;
+  }
+
+  frames(stream, { rate = 30, signal } = {}) {
+    requireSignal(signal);
+    return this.#poll({ ...stream }, new Pace(rate), signal);
+  }
+
+  // Asks for the newest frame whenever one is due, and for none in between, so that none waits.
+  // Nothing is due while the stream is not there.
+  async *#poll(stream, pace, signal) {
+    const name = nameOf(stream);
+    const counters = this.#ledger.of(stream);
+    const isAdded = (_name, payload, resolve) => nameOf(payload) === name && resolve();
+    let frameId = 0; // of the picture that is shown, or 0
+    let shown; // the presence of the stream that the loop is about
+    let isDelivered = false;
+    let isAwaited = false;
+    for (;;) {
+      try {
+        if (isAwaited) await this.#waits.until(['streamAdded'], isAdded, { signal });
+        await this.#waits.pause(pace.next(isDelivered), signal);
+      } catch (error) {
+        if (error instanceof ClosedError) return;
+        throw error;
+      }
+      const present = this.#streams.presenceOf(name);
+      if (shown && shown !== present) return;
+      shown = present;
+
+      const frame = this.#wrapper.getFrame(stream, frameId);
+      isDelivered = !frame.noUpdate || (frame.clearFrame && frameId > 0);
+      isAwaited = !isDelivered && !present && name !== UNANNOUNCED;
+      if (!isDelivered) continue;
+      if (frame.noUpdate) {
+        frameId = 0;
+      } else {
+        if (frameId > 0) counters.skipped += Math.max(0, frame.frameId - frameId - 1);
+        frameId = frame.frameId;
+      }
+      counters.delivered += 1;
+      try {
+        yield frame;
+      } finally {
+        counters.released += 1;
+      }
+    }
+  }
+}
+
+module.exports = { FrameSource };

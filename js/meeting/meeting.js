@@ -1,0 +1,171 @@
+'use strict';
+
+const { TesselWrapper } = require('../addon.js');
+const { ClosedError } = require('../errors.js');
+const { requireEventName, requireEventNames } = require('../event_names.js');
+const { FrameLedger } = require('../frame_counters.js');
+const { requireMainThread } = require('../main_thread.js');
+const { makeSegment } = require('../private_segments.js');
+const { Call } = require('./call.js');
+const { EventQueue } = require('./event_queue.js');
+const { FollowedEmitter } = require('./followed_emitter.js');
+const { FrameSource } = require('./frame_source.js');
+const { createParams } = require('./parameters.js');
+const { PresentStreams } = require('./present_streams.js');
+const { Sharing } = require('./sharing.js');
+const { Waits } = require('./waits.js');
+const { WidgetEntries } = require('./widget_entries.js');
+
+// What Meeting.open() constructs with, and nobody else.
+const OPENING = Symbol('opening');
+
+// Those that are not closed: a meeting that only its listeners remember goes on.
+const open = new Set();
+
+// An application may await `promise` later than it rejects, after something else: that is no
+// unhandled rejection. Awaiting it rejects all the same.
+function early(promise) {
+  promise.catch(() => {});
+  return promise;
+}
+
+// One engine, the events that it emits, promises for what it answers by events, and frames at a
+// chosen rate. It belongs to the application, which closes it. Each concern is a part of its own.
+class Meeting {
+  #closing = new AbortController();
+  #emitter = new FollowedEmitter((event, payload) => this.#follow(event, payload));
+  #streams = new PresentStreams();
+  #waits = new Waits(this.#emitter, this.#closing.signal);
+  #wrapper;
+  #ledger;
+  #call;
+  #sharing;
+  #entries;
+  #source;
+
+  static async open(params, { signal } = {}) {
+    requireMainThread('Meeting');
+    const record = createParams(params);
+    return makeSegment('main', () => new Meeting(record, OPENING), [signal]);
+  }
+
+  // For Meeting.open(), which sees to it that the segment made here is private and unique.
+  constructor(record, key) {
+    if (key !== OPENING) {
+      throw new TypeError('A meeting is opened, not constructed: use await Meeting.open()');
+    }
+    TesselWrapper._internal_setEmitterFactory(() => this.#emitter);
+    this.#wrapper = new TesselWrapper(record);
+    this.#ledger = new FrameLedger('meeting');
+    this.#call = new Call(this.#wrapper, this.#waits);
+    this.#sharing = new Sharing(this.#wrapper, this.#waits);
+    this.#entries = new WidgetEntries(this.#wrapper, this.#streams, this.#closing.signal);
+    this.#source = new FrameSource(this.#wrapper, this.#streams, this.#waits, this.#ledger);
+    open.add(this);
+  }
+
+  get wrapper() {
+    return this.#wrapper;
+  }
+
+  get streams() {
+    return this.#streams.all;
+  }
+
+  get isClosed() {
+    return this.#closing.signal.aborted;
+  }
+
+  on(event, listener) {
+    requireEventName(event);
+    this.#emitter.on(event, listener);
+    return this;
+  }
+
+  once(event, listener) {
+    requireEventName(event);
+    this.#emitter.once(event, listener);
+    return this;
+  }
+
+  off(event, listener) {
+    requireEventName(event);
+    this.#emitter.off(event, listener);
+    return this;
+  }
+
+  waitFor(event, options) {
+    return early(this.#waits.next(event, options));
+  }
+
+  events(names, { signal } = {}) {
+    requireEventNames(names);
+    return new EventQueue(this.#emitter, names, { closing: this.#closing.signal, signal });
+  }
+
+  join(connection, limits) {
+    return early(this.#call.join(connection, limits));
+  }
+
+  leave(limits) {
+    return early(this.#call.leave(limits));
+  }
+
+  requestContentShareToken(limits) {
+    return early(this.#sharing.requestToken(limits));
+  }
+
+  releaseContentShareToken(limits) {
+    return early(this.#sharing.releaseToken(limits));
+  }
+
+  startPresentation(params, limits) {
+    return early(this.#sharing.startPresentation(params, limits));
+  }
+
+  stopPresentation(limits) {
+    return early(this.#sharing.stopPresentation(limits));
+  }
+
+  frames(stream, options) {
+    return this.#source.frames(stream, options);
+  }
+
+  enterWidgetMode(stream, options) {
+    return early(this.#entries.enter(stream, options));
+  }
+
+  exitWidgetMode(stream) {
+    this.#entries.exit(stream);
+  }
+
+  counters() {
+    return this.#ledger.rows();
+  }
+
+  // What waits ends first, whatever the engine does.
+  close() {
+    if (this.isClosed) return;
+    this.#closing.abort(new ClosedError('The meeting was closed'));
+    open.delete(this);
+    this.#ledger.close();
+    try {
+      this.#entries.exitAll();
+    } finally {
+      this.#wrapper.destroy();
+    }
+  }
+
+  [Symbol.dispose]() {
+    this.close();
+  }
+
+  // Keeps the parts up to date with what the engine tells.
+  #follow(event, payload) {
+    for (const part of [this.#streams, this.#entries, this.#call, this.#sharing]) {
+      part.follow(event, payload);
+    }
+  }
+}
+
+module.exports = { Meeting };

@@ -1,0 +1,84 @@
+'use strict';
+
+const { CallError, ShareError } = require('../errors.js');
+const { Undertaking } = require('./undertaking.js');
+
+// The statuses that answer what is asked about sharing.
+const PRESENTATION = { begun: 'started', refused: ['failed', 'denied'], over: 'stopped' };
+const TOKEN = { begun: 'token_granted', refused: ['token_denied'], over: 'token_relinquished' };
+
+// What a meeting shares: the token for it, and the presentation.
+class Sharing {
+  #wrapper;
+  #waits;
+  #presentation = new Undertaking(PRESENTATION);
+  #token = new Undertaking(TOKEN);
+
+  constructor(wrapper, waits) {
+    this.#wrapper = wrapper;
+    this.#waits = waits;
+  }
+
+  follow(event, payload) {
+    for (const undertaking of [this.#presentation, this.#token]) {
+      if (event === 'screenShareStatus') undertaking.hear(payload.status);
+      else if (event === 'callDisconnect') undertaking.forget();
+    }
+  }
+
+  requestToken(limits) {
+    return this.#begin(this.#token, 'requestContentShareToken', [], limits);
+  }
+
+  releaseToken(limits) {
+    return this.#end(this.#token, 'releaseContentShareToken', limits);
+  }
+
+  startPresentation(params, limits) {
+    return this.#begin(this.#presentation, 'startPresentation', [params], limits);
+  }
+
+  stopPresentation(limits) {
+    return this.#end(this.#presentation, 'stopPresentation', limits);
+  }
+
+  async #begin(undertaking, operation, args, limits) {
+    const { begun, refused } = undertaking.statuses;
+    const judge = ({ status }, resolve, reject) => {
+      if (status === begun) resolve();
+      else if (refused.includes(status)) reject(new ShareError(operation, args, status));
+    };
+    const ask = () => {
+      this.#wrapper[operation](...args);
+      undertaking.ask('begin');
+    };
+    await this.#answer(operation, judge, ask, limits);
+  }
+
+  async #end(undertaking, operation, limits) {
+    const judge = ({ status }, resolve) => {
+      if (status === undertaking.statuses.over || !undertaking.isPossible) resolve();
+    };
+    const ask = () => {
+      this.#wrapper[operation]();
+      undertaking.ask('end');
+    };
+    this.#waits.requireOpen();
+    if (undertaking.isPossible) await this.#answer(operation, judge, ask, limits);
+  }
+
+  // Asks for an operation that is answered by a screenShareStatus; the end of the call is an
+  // answer, too.
+  #answer(operation, judgeStatus, ask, limits) {
+    const judge = (name, payload, resolve, reject) => {
+      if (name === 'callDisconnect') reject(new CallError(payload));
+      else judgeStatus(payload, resolve, reject);
+    };
+    return this.#waits.until(['screenShareStatus', 'callDisconnect'], judge, limits, {
+      ask,
+      tooLate: `${operation} took longer than`,
+    });
+  }
+}
+
+module.exports = { Sharing };

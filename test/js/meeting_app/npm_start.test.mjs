@@ -27,7 +27,9 @@ const repository = fileURLToPath(new URL('../../..', import.meta.url));
 function treeIn(directory) {
   const write = (name, lines) => {
     mkdirSync(path.join(directory, path.dirname(name)), { recursive: true });
-    writeFileSync(path.join(directory, name), ['#!/bin/sh', ...lines, ''].join('\n'), { mode: 0o755 });
+    writeFileSync(path.join(directory, name), ['#!/bin/sh', ...lines, ''].join('\n'), {
+      mode: 0o755,
+    });
   };
   copyFileSync(path.join(repository, 'package.json'), path.join(directory, 'package.json'));
   symlinkSync(path.join(repository, 'examples'), path.join(directory, 'examples'));
@@ -53,7 +55,7 @@ function meetingIn(leader) {
 }
 
 for (const signal of ['SIGINT', 'SIGTERM']) {
-  test(`the meeting has ended when npm has, which is sent ${signal}`, async (t) => {
+  test(`${signal} to npm ends the meeting`, { timeout: 60_000 }, async (t) => {
     const tree = treeIn(temporaryDirectory(t));
     const npm = spawn('npm', ['start', '--', '--uri', 'tessel:test'], {
       cwd: tree,

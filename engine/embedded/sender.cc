@@ -84,7 +84,7 @@ void Sender::send(std::uint64_t id) {
     meter_.addLostFrame(packets, lost);
     return;
   }
-  const std::shared_ptr<support::Frame> frame = parts_.pool->take(size);
+  const std::shared_ptr<support::PooledFrame> frame = parts_.pool->take(size);
   if (!source_->draw(id, level_(), frame->pixels())) return;
   frame->id = id;
   frame->capturedAt = parts_.loop.now();

@@ -3,6 +3,8 @@
 const { setMaxListeners } = require('node:events');
 const { inspect } = require('node:util');
 
+const clocks = require('./clocks.js');
+
 // One that is undefined was left out.
 function requireSignal(signal) {
   if (signal === undefined || typeof signal?.aborted === 'boolean') return;
@@ -48,8 +50,8 @@ function abortable(signals, begin) {
 // Settles after `milliseconds`.
 function pause(milliseconds, signals) {
   return abortable(signals, (resolve, _reject, undo) => {
-    const timer = setTimeout(resolve, milliseconds);
-    undo(() => clearTimeout(timer));
+    const timer = clocks.setTimeout(resolve, milliseconds);
+    undo(() => clocks.clearTimeout(timer));
   });
 }
 

@@ -2,6 +2,8 @@
 
 const { inspect } = require('node:util');
 
+const clocks = require('./clocks.js');
+
 // When to look for the next frame, at a rate of at most `rate` frames per second.
 class Pace {
   // A look that found nothing is repeated after this part of a period, so that a source of the same
@@ -9,7 +11,7 @@ class Pace {
   static #RETRY = 1 / 4;
 
   #period; // milliseconds
-  #due = performance.now();
+  #due = clocks.monotonicTime();
 
   constructor(rate) {
     if (typeof rate !== 'number') throw new TypeError(`rate ${inspect(rate)}: not a number`);
@@ -19,7 +21,7 @@ class Pace {
 
   // Whole milliseconds from now to the next look. What is late is not caught up with.
   next(foundFrame) {
-    const now = performance.now();
+    const now = clocks.monotonicTime();
     this.#due = foundFrame
       ? Math.max(this.#due + this.#period, now)
       : Math.max(this.#due, now + this.#period * Pace.#RETRY);

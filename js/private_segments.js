@@ -7,13 +7,20 @@
 // - Their names repeat within one second of one process: what is made twice in a second would be one
 //   segment. The second making waits for the next second.
 
-// The system's own count of seconds is behind Date by less than this.
-const CLOCK_LAG_MS = 20;
-
-// Purpose of a segment, and the second in which one was made for it last.
-const madeIn = new Map();
+const timers = require('node:timers');
 
 const { pause, requireSignal } = require('./abortable.js');
+const clocks = require('./clocks.js');
+
+// The system's own count of seconds is behind the wall time by less than this.
+const CLOCK_LAG_MS = 20;
+
+// Purpose of a segment, and the second in which one was made for it last. One record for all copies
+// of this module in the process, those of other versions of the package among them. Test runners give
+// each file a global object and a `process` of its own, and share only node's modules: it is kept on
+// one of these. Its form goes with the number in the symbol.
+const RECORD = Symbol.for('tessel-wrapper.segments.1');
+const madeIn = (timers[RECORD] ??= new Map());
 
 function withPrivateUmask(make) {
   const usual = process.umask(0o077);
@@ -27,7 +34,7 @@ function withPrivateUmask(make) {
 // How long this second still lasts, in milliseconds, if a segment was made in it for `purpose`, else
 // 0. It is another one, too, when the clock was set back.
 function remainder(purpose) {
-  const wait = ((madeIn.get(purpose) ?? 0) + 1) * 1000 + CLOCK_LAG_MS - Date.now();
+  const wait = ((madeIn.get(purpose) ?? 0) + 1) * 1000 + CLOCK_LAG_MS - clocks.wallTime();
   return wait > 1000 + CLOCK_LAG_MS ? 0 : Math.max(0, wait);
 }
 
@@ -43,7 +50,7 @@ async function makeSegment(purpose, make, signals = []) {
   try {
     return withPrivateUmask(make);
   } finally {
-    madeIn.set(purpose, Math.floor(Date.now() / 1000));
+    madeIn.set(purpose, Math.floor(clocks.wallTime() / 1000));
   }
 }
 

@@ -45,15 +45,15 @@ class Meeting {
 
   static async open(params, { signal } = {}) {
     requireMainThread('Meeting');
-    return makeSegment('main', () => new Meeting(params, OPENING), [signal]);
+    const record = createParams(params);
+    return makeSegment('main', () => new Meeting(record, OPENING), [signal]);
   }
 
   // For Meeting.open(), which sees to it that the segment made here is private and unique.
-  constructor(params, key) {
+  constructor(record, key) {
     if (key !== OPENING) {
       throw new TypeError('A meeting is opened, not constructed: use await Meeting.open()');
     }
-    const record = createParams(params);
     TesselWrapper._internal_setEmitterFactory(() => this.#emitter);
     this.#wrapper = new TesselWrapper(record);
     this.#ledger = new FrameLedger('meeting');

@@ -5,6 +5,7 @@
 const CREATE_PARAMS = {
   appVersion: '',
   configPath: '',
+  logPath: undefined, // required
   logPrefix: '',
   userAgent: 'tessel-wrapper',
 };
@@ -33,6 +34,10 @@ const MEDIA_STREAM_STATE = {
 };
 const CONNECTION_PROPERTIES = ['uri', ...Object.keys(CONNECTION), 'mediaStreamState'];
 
+function requireRecord(record, expectation) {
+  if (typeof record !== 'object' || record === null) throw new TypeError(expectation);
+}
+
 // The properties of `record` that are not left out; undefined leaves one out.
 function given(record) {
   const entries = Object.entries(record ?? {});
@@ -46,15 +51,22 @@ function requireKnown(record, known, objectName) {
   throw new TypeError(`Unknown property ${unknown} on object ${objectName}`);
 }
 
+// Refuses all that the addon would, since that is asked only after the wait for the next second.
 function createParams(params) {
-  requireKnown(params, ['logPath', ...Object.keys(CREATE_PARAMS)], 'CreateParams');
-  return { ...CREATE_PARAMS, ...given(params) };
+  requireRecord(params, "open expects an object with a logPath: { logPath: '/tmp' }");
+  requireKnown(params, Object.keys(CREATE_PARAMS), 'CreateParams');
+  const record = { ...CREATE_PARAMS, ...given(params) };
+  for (const [name, value] of Object.entries(record)) {
+    const property = `property ${name} on object CreateParams`;
+    if (value === undefined) throw new TypeError(`Missing ${property}`);
+    if (typeof value !== 'string')
+      throw new TypeError(`Wrong type for ${property}, expected String`);
+  }
+  return record;
 }
 
 function connectParams(connection) {
-  if (typeof connection !== 'object' || connection === null) {
-    throw new TypeError("join expects an object with a uri: { uri: 'tessel:demo' }");
-  }
+  requireRecord(connection, "join expects an object with a uri: { uri: 'tessel:demo' }");
   requireKnown(connection, CONNECTION_PROPERTIES, 'ConnectParams');
   const { mediaStreamState } = connection;
   requireKnown(mediaStreamState, Object.keys(MEDIA_STREAM_STATE), 'MediaStreamState');

@@ -3,6 +3,7 @@
 const { inspect } = require('node:util');
 
 const { abortable, pause } = require('../abortable.js');
+const clocks = require('../clocks.js');
 const { TimeoutError, withFramesOf } = require('../errors.js');
 const { requireEventName } = require('../event_names.js');
 
@@ -72,8 +73,8 @@ class Waits {
       }
       if (timeout !== undefined) {
         const expire = () => fail(new TimeoutError(`${tooLate} ${timeout} ms`));
-        const timer = setTimeout(expire, timeout);
-        undo(() => clearTimeout(timer));
+        const timer = clocks.setTimeout(expire, timeout);
+        undo(() => clocks.clearTimeout(timer));
       }
       ask();
     });

@@ -7,7 +7,7 @@ import { inspect } from 'node:util';
 
 import { runInChild } from '../../support/child.mjs';
 import * as engine from '../../support/scripted/scripted_engine.mjs';
-import { face, openMeeting } from '../../support/face.mjs';
+import { face, mockClocks, openMeeting } from '../../support/face.mjs';
 
 const { CallError, Meeting, ShareError, TimeoutError } = face;
 
@@ -415,7 +415,7 @@ describe('the events of a meeting', () => {
   test('a join that waits for the end of the last call has one limit for both', async (t) => {
     await join();
     const left = meeting.leave();
-    t.mock.timers.enable({ apis: ['setTimeout'] });
+    mockClocks(t, { apis: ['setTimeout'] });
     let reason;
     meeting.join({ uri: 'scripted' }, { timeout: 400 }).catch((error) => (reason = error));
     await tick(t, 399);

@@ -8,7 +8,7 @@ import { test } from 'node:test';
 import { runInChild } from '../../support/child.mjs';
 import { collectUntil } from '../../support/collector.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { face, joinMeeting, openMeeting } from '../../support/face.mjs';
+import { face, freshFace, joinMeeting, mockClocks, openMeeting } from '../../support/face.mjs';
 
 const { CallError, ClosedError, Meeting, ShareError, TimeoutError } = face;
 
@@ -74,6 +74,36 @@ test('a join with a bad record rejects with the TypeError, and the engine is not
   });
   await meeting.join({ uri: 'tessel:demo' });
   assert.equal((await meeting.leave()).callId, 1);
+});
+
+test('what is wrong with a record is told before the wait for the next second', async (t) => {
+  stopTheClock(t);
+  const { TesselWrapper } = face;
+  (await openMeeting()).close();
+  const all = { appVersion: '', configPath: '', logPath: '', logPrefix: '', userAgent: '' };
+  const { logPath, ...withoutLog } = all;
+  assert.equal(logPath, '');
+  for (const record of [
+    withoutLog,
+    ...Object.keys(all).flatMap((name) => [5, null].map((value) => ({ ...all, [name]: value }))),
+  ]) {
+    const refusal = ({ name, message }) => ({ name, message });
+    const refused = [];
+    try {
+      new TesselWrapper(record).destroy();
+    } catch (error) {
+      refused.push(refusal(error));
+    }
+    // The clock stands still: what waits for the next second waits for ever.
+    await assert.rejects(Meeting.open(record), (error) => refused.push(refusal(error)) > 0);
+    assert.deepEqual(refused[1], refused[0]);
+  }
+  for (const record of [undefined, null, '/tmp']) {
+    await assert.rejects(Meeting.open(record), {
+      name: 'TypeError',
+      message: "open expects an object with a logPath: { logPath: '/tmp' }",
+    });
+  }
 });
 
 test('opening with a property that is none rejects, with any that there is it does not', async (t) => {
@@ -322,9 +352,12 @@ test('in a worker neither a meeting nor a widget can be had, and each says why',
     { modules: ['./support/face.mjs', './support/child.mjs'] },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
+  const advice =
+    'in a test runner, run the tests in processes instead of threads (vitest: --pool forks); ' +
+    'elsewhere, start a process with child_process.fork() instead of the worker';
   assert.deepEqual(child.said, [
-    'Error: Widget is only possible on the main thread',
-    'Error: Meeting is only possible on the main thread',
+    `Error: Widget is only possible on the main thread: ${advice}`,
+    `Error: Meeting is only possible on the main thread: ${advice}`,
   ]);
 });
 
@@ -527,12 +560,23 @@ test('meetings that are opened at once have a segment each', async (t) => {
   for (const name of names) assert.ok(existsSync(`/dev/shm${name}`));
 });
 
+test('copies of the package in one process have a segment each', async (t) => {
+  const copies = [face, freshFace(), freshFace()];
+  const meetings = await Promise.all(
+    copies.map((copy) => copy.Meeting.open({ logPath: '/dev/null' })),
+  );
+  t.after(() => meetings.forEach((meeting) => meeting.close()));
+  assert.equal(new Set(copies.map((copy) => copy.Meeting)).size, 3);
+  const names = meetings.map((meeting) => meeting.wrapper.getSharedDataInfo().shm_name);
+  assert.equal(new Set(names).size, 3);
+});
+
 let ahead = 0; // milliseconds
 
 // Stops the clock in a second in which no segment was made: one of its own for every test.
 function stopTheClock(t) {
   ahead += 10_000;
-  t.mock.timers.enable({ apis: ['Date'], now: Date.now() + ahead });
+  mockClocks(t, { apis: ['Date'], now: Date.now() + ahead });
 }
 
 test('waiting for the next second can be given up', async (t) => {

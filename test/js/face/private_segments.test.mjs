@@ -1,10 +1,13 @@
 // When shared-memory segments are made, and with which rights.
 
 import assert from 'node:assert/strict';
+import { readFileSync } from 'node:fs';
+import path from 'node:path';
 import { setImmediate } from 'node:timers/promises';
 import { test } from 'node:test';
+import vm from 'node:vm';
 
-import { requireFace } from '../../support/face.mjs';
+import { mockClocks, repository, requireFace } from '../../support/face.mjs';
 
 const { makeSegment } = requireFace('./private_segments.js');
 
@@ -13,7 +16,7 @@ let second = 1_000_000_000;
 
 function stopTheClock(t, milliseconds = 500) {
   second += 100;
-  t.mock.timers.enable({ apis: ['Date', 'setTimeout'], now: second * 1000 + milliseconds });
+  mockClocks(t, { apis: ['Date', 'setTimeout'], now: second * 1000 + milliseconds });
 }
 
 test('the first segment for a purpose is made before anything else happens', (t) => {
@@ -46,6 +49,48 @@ test('the second one for the same purpose waits for the next second', async (t) 
   t.mock.timers.tick(1000);
   await again;
   assert.deepEqual(made, [400, 400, 1020, 2020]);
+});
+
+// A copy of one of the face's modules, and of those that it requires, with globals of its own: as test
+// runners load them for each test file. Node's own modules are the process's.
+function copyOf(file, context = vm.createContext({ process: { umask: () => 0 } }), loaded = {}) {
+  if (loaded[file]) return loaded[file].exports;
+  const module = (loaded[file] = { exports: {} });
+  const run = vm.compileFunction(readFileSync(file, 'utf8'), ['exports', 'require', 'module'], {
+    parsingContext: context,
+  });
+  const requireFrom = (name) =>
+    name.startsWith('.')
+      ? copyOf(path.join(path.dirname(file), name), context, loaded)
+      : requireFace(name);
+  run(module.exports, requireFrom, module);
+  return module.exports;
+}
+
+test('copies of the module with globals of their own wait for each other', async (t) => {
+  stopTheClock(t, 400);
+  const [first, second] = [1, 2].map(() => {
+    const loaded = {};
+    const file = (name) => path.join(repository, 'js', name);
+    const copy = copyOf(file('private_segments.js'), undefined, loaded);
+    const clocks = loaded[file('clocks.js')].exports;
+    t.mock.method(clocks, 'wallTime', () => Date.now());
+    t.mock.method(clocks, 'setTimeout', (...args) => setTimeout(...args));
+    return copy;
+  });
+  const made = [];
+  const make = () => made.push(Date.now() % 100_000);
+  await first.makeSegment('shared', make);
+  const again = second.makeSegment('shared', make);
+  const other = makeSegment('shared', make);
+  t.mock.timers.tick(619);
+  await setImmediate();
+  assert.deepEqual(made, [400]);
+  t.mock.timers.tick(1);
+  await again;
+  t.mock.timers.tick(1000);
+  await other;
+  assert.deepEqual(made, [400, 1020, 2020]);
 });
 
 test('a clock that was set back is not waited for', async (t) => {

@@ -34,7 +34,7 @@ const SIZE = { width: 64, height: 64 };
 
 // For a script in a child process.
 const FRAME_MODULES = ['scripted_engine', 'live_wrapper', 'frame_objects'].map(
-  (name) => `support/${name}.mjs`,
+  (name) => `./support/scripted/${name}.mjs`,
 );
 
 // Asserts that `call` throws an error of exactly this class and text, and asks nothing of the

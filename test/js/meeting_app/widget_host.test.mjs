@@ -10,6 +10,7 @@ import { WebSocket } from 'ws';
 
 import { decodeFrame } from '../../../examples/meeting/frame_message.mjs';
 import { WidgetHost } from '../../../examples/meeting/widget_host.mjs';
+import clocks from '../../../js/clocks.js';
 import { logIn, openRoom, stateIs } from '../../support/meeting_app/open_room.mjs';
 
 const WIDGET_PROCESS = fileURLToPath(
@@ -108,7 +109,7 @@ test('who leaves while a window waits for its memory may come back and open it',
   // What is made twice in a second waits for the next one: for ever in this one, in which nothing
   // was made before.
   const now = Date.now() + 10_000;
-  const clock = t.mock.method(Date, 'now', () => now);
+  const clock = t.mock.method(clocks, 'wallTime', () => now);
   const first = openWindow(opened);
   await frameIn(first, (frame) => frame !== null);
   first.close();

@@ -6,7 +6,7 @@ import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { after, test } from 'node:test';
 
-import { build, repository } from '../../support/face.mjs';
+import { build, repository } from '../../support/build.mjs';
 
 const guide = readFileSync(path.join(repository, 'docs/guide.md'), 'utf8');
 const examples = new Map(

@@ -7,7 +7,8 @@ import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { face, repository, requireFace } from '../../support/face.mjs';
+import { repository } from '../../support/build.mjs';
+import { face, requireFace } from '../../support/face.mjs';
 
 const TYPES = path.join(repository, 'test/types');
 const EXPECTATION = /^ *\/\/ @ts-expect-error: /;

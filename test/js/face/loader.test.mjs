@@ -7,7 +7,8 @@ import { test } from 'node:test';
 
 import { runInChild } from '../../support/child.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { addonFile, face, repository, requireFace } from '../../support/face.mjs';
+import { addonFile, repository } from '../../support/build.mjs';
+import { face, requireFace } from '../../support/face.mjs';
 
 const { addonPath } = requireFace('./load_addon.js');
 

@@ -9,10 +9,11 @@ import { runInChild } from '../../support/child.mjs';
 import { collectUntil } from '../../support/collector.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { face, freshFace, joinMeeting, mockClocks, openMeeting } from '../../support/face.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const { CallError, ClosedError, Meeting, ShareError, TimeoutError } = face;
 
-const REMOTE = { type: 'remote', streamIndex: 0 };
+const REMOTE = remote(0);
 
 // The files in /dev/shm, by name, that this process has mapped. A semaphore is mapped under a name of
 // before, so its inode tells.

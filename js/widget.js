@@ -1,13 +1,16 @@
 'use strict';
 
+const { inspect } = require('node:util');
+
 const { pause } = require('./abortable.js');
 const { TesselWrapperProxy } = require('./addon.js');
 const { ClosedError } = require('./errors.js');
 const { FrameLedger } = require('./frame_counters.js');
 const { requireMainThread } = require('./main_thread.js');
+const { checkOptions } = require('./options.js');
 const { Pace } = require('./pace.js');
 const { requireMemory } = require('./shared_memory.js');
-const { nameOf } = require('./stream_key.js');
+const { nameOf, requireStream } = require('./stream_key.js');
 
 // No frame of a segment has this number, so that the frame which is there is always answered.
 const NO_FRAME = -1;
@@ -37,7 +40,7 @@ class Widget {
 
   // The segment is locked from getFrame to releaseFrame, whatever the answer: its writer waits.
   read(stream, use) {
-    if (this.isClosed) throw this.#closing.signal.reason;
+    this.#requireReadable(stream, use);
     const frame = this.#proxy.getFrame(stream, NO_FRAME);
     const counters = this.#ledger.of(stream);
     this.#read.set(nameOf(stream), { ...stream });
@@ -51,8 +54,9 @@ class Widget {
     }
   }
 
-  async watch(stream, use, { rate = 30, signal } = {}) {
-    if (this.isClosed) throw this.#closing.signal.reason;
+  async watch(stream, use, options) {
+    this.#requireReadable(stream, use);
+    const { rate = 30, signal } = checkOptions(options, ['rate', 'signal'], 'watch');
     const pace = new Pace(rate);
     for (;;) {
       try {
@@ -66,6 +70,7 @@ class Widget {
   }
 
   remove(stream) {
+    requireStream(stream);
     this.#read.delete(nameOf(stream));
     this.#proxy.removeVideo(stream);
   }
@@ -83,6 +88,13 @@ class Widget {
 
   [Symbol.dispose]() {
     this.close();
+  }
+
+  #requireReadable(stream, use) {
+    this.#closing.signal.throwIfAborted();
+    requireStream(stream);
+    if (typeof use === 'function') return;
+    throw new TypeError(`Wrong callback ${inspect(use, { depth: 0 })}, expected a function`);
   }
 }
 

@@ -1,6 +1,6 @@
 'use strict';
 
-const { onAbort, requireSignal } = require('../abortable.js');
+const { onAbort } = require('../abortable.js');
 
 // An async iterator over [name, payload] of the events `names` of `emitter`, from the moment it is
 // made until return() or the end that `signals` bring. Events wait in it until they are asked for.
@@ -13,7 +13,6 @@ class EventQueue {
   #undo = [];
 
   constructor(emitter, names, { closing, signal }) {
-    requireSignal(signal);
     for (const name of new Set(names)) {
       const listener = (payload) => this.#arrive([name, payload]);
       emitter.prependListener(name, listener);

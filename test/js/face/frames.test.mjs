@@ -240,11 +240,24 @@ describe('the frames of a meeting', () => {
     }
   });
 
-  test('a stream key that is none is refused by the addon', async () => {
-    await assert.rejects(meeting.frames({ type: 'Remote', streamIndex: 0 }).next(), {
-      message: 'Invalid value for type StreamIndex, expected local|remote|content',
+  for (const [name, end, outcome] of [
+    ['return', (frames) => frames.return(), { done: true, value: undefined }],
+    ['throw', (frames) => frames.throw(new Error('mine')), 'mine'],
+  ]) {
+    test(`${name} ends a loop at once that waits for its stream or a frame`, async () => {
+      for (const stream of [{ type: 'remote', streamIndex: 9 }, STREAM]) {
+        clear();
+        engine.clearCalls();
+        const frames = meeting.frames(stream, { rate: 1000 });
+        const next = frames.next();
+        while (!engine.operations().includes('GetFrameManager')) await setImmediate();
+        const ended = end(frames).catch(({ message }) => message);
+        assert.deepEqual(await next, { done: true, value: undefined });
+        assert.deepEqual(await ended, outcome);
+        assert.deepEqual(await frames.next(), { done: true, value: undefined });
+      }
     });
-  });
+  }
 
   test('the counters are seen in one place', async () => {
     show(1);

@@ -154,7 +154,7 @@ const STREAM = { type: 'remote', streamIndex: 0 };
 
 // A meeting's process with a stream in widget mode.
 async function startMeeting(t, command) {
-  const meeting = startProcess(t, './face/fixtures/meeting_process.mjs', { command });
+  const meeting = startProcess(t, './support/processes/face_meeting_process.mjs', { command });
   await meeting.does('join', 'tessel:demo?participants=1', 1);
   await meeting.does('enter', STREAM);
   return meeting;

@@ -17,8 +17,8 @@ import { createInterface } from 'node:readline';
 import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
-import { environment } from './support/meeting_app.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { environment } from '../../support/meeting_app/meeting_app.mjs';
 
 const repository = fileURLToPath(new URL('../../..', import.meta.url));
 
@@ -64,9 +64,9 @@ for (const signal of ['SIGINT', 'SIGTERM']) {
       detached: true,
     });
     const ended = once(npm, 'exit');
-    let meeting;
+    let meeting = npm.pid; // until it has started
     t.after(() => {
-      if (existsSync(`/proc/${meeting ?? npm.pid}`)) process.kill(-npm.pid, 'SIGKILL');
+      if (existsSync(`/proc/${meeting}`)) process.kill(-npm.pid, 'SIGKILL');
     });
     for await (const line of createInterface({ input: npm.stdout })) {
       if (line.startsWith('The meeting is at ')) break;

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "sharedmem/shared_memory_layout.h"
+#include "addon/sharedmem/shared_memory_layout.h"
 
 int main() {
   const std::pair<const char*, std::size_t> values[] = {

@@ -6,6 +6,7 @@ import { spawnSync } from 'node:child_process';
 import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
+import { inspect } from 'node:util';
 
 import { face, repository, requireFace } from './support/face.mjs';
 
@@ -73,6 +74,8 @@ test('the classes have the members that are declared, and no others', () => {
   const nameOf = (key) => (key === Symbol.dispose ? '[Symbol.dispose]' : String(key));
   for (const name of ['TesselWrapper', 'TesselWrapperProxy', 'Meeting', 'Widget']) {
     const members = Reflect.ownKeys(face[name].prototype)
+      // For console.log, not for applications.
+      .filter((key) => key !== inspect.custom)
       .map(nameOf)
       .filter((member) => member !== 'constructor');
     const statics = Object.keys(Object.getOwnPropertyDescriptors(face[name]))

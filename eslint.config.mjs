@@ -17,7 +17,17 @@ export default [
   },
   { files: ['**/*.js', '**/*.cjs'], languageOptions: { sourceType: 'commonjs' } },
   {
-    files: ['js/renderer/*.mjs', 'examples/meeting/page/*.mjs', 'test/js/browser/**/*.mjs'],
+    // They show how an application imports the package.
+    files: ['examples/**'],
+    rules: { 'no-restricted-imports': ['error', { patterns: ['**/js/**'] }] },
+  },
+  {
+    files: [
+      'js/renderer/*.mjs',
+      'examples/meeting/page/*.mjs',
+      'test/js/browser/*.mjs',
+      'test/support/meeting_app/meeting_page.mjs',
+    ],
     languageOptions: { globals: globals.browser },
   },
 ];

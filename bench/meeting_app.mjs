@@ -15,9 +15,9 @@ import { setTimeout } from 'node:timers/promises';
 import { parseArgs } from 'node:util';
 import { WebSocket } from 'ws';
 
-import { openBrowser } from '../test/js/browser/support/browser.mjs';
-import { openPage } from '../test/js/browser/support/meeting_page.mjs';
-import { startMeetingApp } from '../test/js/meeting_app/support/meeting_app.mjs';
+import { openBrowser } from '../test/support/meeting_app/browser.mjs';
+import { openPage } from '../test/support/meeting_app/meeting_page.mjs';
+import { startMeetingApp } from '../test/support/meeting_app/meeting_app.mjs';
 
 const SAMPLE_MS = 1000;
 const TICKS_PER_SECOND = 100; // of the kernel's accounting on Linux

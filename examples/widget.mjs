@@ -1,18 +1,20 @@
-// A second process that reads one stream of a meeting through shared memory. WidgetProcess in
-// support/widget_process.mjs starts it and tells it what to read.
+// A second process that reads one stream of a meeting through shared memory. WidgetChild in
+// support/widget_child.mjs starts it and tells it what to read.
 
 import { once } from 'node:events';
 
-import addon from '../js/index.js';
+import { TesselWrapperProxy } from 'tessel-wrapper';
 import { FrameCounter } from './support/frame_counter.mjs';
 import { SharedStream } from './support/shared_stream.mjs';
 
 // Twice the highest frame rate, so that no frame is overwritten between two polls.
 const POLL_INTERVAL_MS = 1000 / 60;
 
+// Also when the meeting's process ends early.
+process.on('disconnect', () => process.exit());
 const [{ names, stream }] = await once(process, 'message');
 const counter = new FrameCounter();
-const shared = new SharedStream(new addon.TesselWrapperProxy(names), stream, counter);
+const shared = new SharedStream(new TesselWrapperProxy(names), stream, counter);
 const timer = setInterval(() => shared.poll(), POLL_INTERVAL_MS);
 process.send('reading');
 

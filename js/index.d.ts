@@ -792,19 +792,30 @@ export class Widget implements Disposable {
 // ---- What can be done with a frame
 
 /**
- * The planes Y, U and V one behind the other with tightly packed rows, in `target` or in a new
- * array. Throws when the planes are no longer valid, a `TypeError` without a picture, and a
- * `RangeError` when `target` is too small.
+ * Copies the planes Y, U and V one behind the other with tightly packed rows: into the first bytes
+ * of `target`, of which it returns that part, as an array of the same class, or into a new
+ * `Uint8Array`. Throws when the planes are no longer valid, a `TypeError` without a picture or when
+ * `target` is another kind of array, and a `RangeError` when it is too small.
  */
-export function copyI420(frame: PictureFrame): ReturnType<typeof Uint8Array.from>;
-export function copyI420(frame: PictureFrame, target?: Uint8Array): Uint8Array;
+export function copyI420(
+  frame: PictureFrame,
+  target?: undefined,
+): ReturnType<typeof Uint8Array.from>;
+export function copyI420<Target extends Uint8Array | Uint8ClampedArray>(
+  frame: PictureFrame,
+  target: Target,
+): Target;
 
 /**
- * The picture as red, green, blue and alpha bytes, row after row, in `target` or in a new array:
- * what `ImageData` takes. Throws as `copyI420` does.
+ * Copies the picture as red, green, blue and alpha bytes, row after row. Treats `target` as
+ * `copyI420` does, and throws as it does; without one, returns a new `Uint8ClampedArray`, which is
+ * what `ImageData` takes.
  */
-export function copyRgba(frame: PictureFrame): ReturnType<typeof Uint8ClampedArray.from>;
-export function copyRgba<Target extends Uint8ClampedArray | Uint8Array>(
+export function copyRgba(
+  frame: PictureFrame,
+  target?: undefined,
+): ReturnType<typeof Uint8ClampedArray.from>;
+export function copyRgba<Target extends Uint8Array | Uint8ClampedArray>(
   frame: PictureFrame,
   target: Target,
 ): Target;

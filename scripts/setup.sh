@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# scripts/setup.sh PRESET [--for start|install|test|valgrind|bench|lint|fuzz]
+# scripts/setup.sh PRESET [--for start|install|test|valgrind|bench|lint|fuzz] [PRESET ...]
 #
-# Brings a fresh clone, or one that changed, to the point where PRESET is built: checks the tools
-# (and installs what is missing with apt-get when root), fetches the npm packages, configures and
-# builds. It does only what is not done yet. What is asked of the machine depends on the purpose
-# ("test" unless another is named): `npm start` needs neither a test framework nor a browser, and
-# "fuzz" builds the fuzzers alone. For "install", where this is an installed package, npm has fetched
-# what is needed, and another compiler's warnings are no errors. For "lint" it stops before the
-# build, which is the check itself.
+# Brings a fresh clone, or one that changed, to the point where each PRESET is built: checks the
+# tools for all of them (and installs what is missing with apt-get when root), fetches the npm
+# packages, configures and builds. It does only what is not done yet. What is asked of the machine
+# depends on the purpose ("test" unless another is named): `npm start` needs neither a test framework
+# nor a browser, and "fuzz" builds the fuzzers alone. For "install", where this is an installed
+# package, npm has fetched what is needed, and another compiler's warnings are no errors. For "lint"
+# it stops before the build, which is the check itself.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -19,21 +19,34 @@ fail() {
 
 presets='release|debug|asan|tsan|clang|coverage|fuzz|tidy'
 purposes='start|install|test|valgrind|bench|lint|fuzz'
-usage="usage: scripts/setup.sh $presets [--for $purposes]"
-preset=${1:-}
-purpose='test'
-case $# in
-  1) ;;
-  3) [[ $2 == --for ]] || fail "$usage"; purpose=$3 ;;
-  *) fail "$usage" ;;
-esac
-[[ $preset =~ ^($presets)$ ]] || fail "$usage"
-[[ $purpose =~ ^($purposes)$ ]] || fail "$usage"
+usage="usage: scripts/setup.sh $presets [--for $purposes] [$presets ...]"
+wanted=() # "PRESET PURPOSE" each
+while (($#)); do
+  [[ $1 =~ ^($presets)$ ]] || fail "$usage"
+  preset=$1 purpose=test
+  shift
+  if [[ ${1:-} == --for ]]; then
+    [[ ${2:-} =~ ^($purposes)$ ]] || fail "$usage"
+    purpose=$2
+    shift 2
+  fi
+  wanted+=("$preset $purpose")
+done
+((${#wanted[@]})) || fail "$usage"
 
-build=build/$preset
-log=build/setup-$preset.log
 mkdir -p build
-: >"$log"
+for pair in "${wanted[@]}"; do : >"build/setup-${pair% *}.log"; done
+
+# for_each COMMAND...: runs it for each that is wanted.
+for_each() {
+  local pair
+  for pair in "${wanted[@]}"; do
+    read -r preset purpose <<<"$pair"
+    build=build/$preset
+    log=build/setup-$preset.log
+    "$@"
+  done
+}
 
 # Runs a command with its output in the log, which is shown when the command fails.
 logged() {
@@ -53,6 +66,11 @@ has_runtime() { has_command g++ && [[ $(g++ -print-file-name="$1") == */* ]]; }
 has_fuzzer_runtime() {
   has_command clang++ && [[ -e $(clang++ -print-file-name=libclang_rt.fuzzer-x86_64.a) ]]
 }
+# Of Chromium, which needs none as root and where users may make namespaces.
+has_sandbox() {
+  ((EUID == 0)) || [[ -u /usr/lib/chromium/chrome-sandbox ]] ||
+    unshare --user --map-root-user true 2>/dev/null
+}
 # has_version COMMAND MINIMUM: the command exists and the first version it prints is high enough.
 has_version() {
   local version
@@ -70,7 +88,10 @@ missing_packages() {
   case $preset in
     clang | fuzz | tidy) need clang has_command clang++ ;;
   esac
-  [[ $preset == fuzz ]] && need libclang-rt-dev has_fuzzer_runtime
+  if [[ $preset == fuzz ]]; then
+    need libclang-rt-dev has_fuzzer_runtime
+    need llvm has_command llvm-symbolizer
+  fi
   [[ $purpose =~ ^(start|install|fuzz)$ ]] && return
   need libgtest-dev has_header gtest/gtest.h
   need libgmock-dev has_header gmock/gmock.h
@@ -78,7 +99,10 @@ missing_packages() {
     bench | lint) need libbenchmark-dev has_header benchmark/benchmark.h ;;
   esac
   case $purpose in
-    bench | test) need chromium has_command chromium ;;
+    bench | test)
+      need chromium has_command chromium
+      need chromium-sandbox has_sandbox
+      ;;
   esac
   case $purpose in
     test) need ffmpeg has_command ffmpeg ;;
@@ -111,7 +135,7 @@ check_node() {
 
 check_packages() {
   local packages install
-  mapfile -t packages < <(missing_packages | sort -u)
+  mapfile -t packages < <(for_each missing_packages | sort -u)
   ((${#packages[@]})) || return 0
   install="apt-get install -y --no-install-recommends ${packages[*]}"
   has_command apt-get ||
@@ -122,9 +146,10 @@ check_packages() {
   export DEBIAN_FRONTEND=noninteractive
   # A source that cannot be reached need not be the one that has the packages.
   apt-get update >>"$log" 2>&1 || true
-  logged apt-get install -y --no-install-recommends "${packages[@]}"
+  # Another apt-get may be at work.
+  logged apt-get install -y --no-install-recommends -o DPkg::Lock::Timeout=600 "${packages[@]}"
   hash -r
-  mapfile -t packages < <(missing_packages | sort -u)
+  mapfile -t packages < <(for_each missing_packages | sort -u)
   ((${#packages[@]} == 0)) ||
     fail "still missing or too old after \"$install\": ${packages[*]}"
 }
@@ -160,12 +185,11 @@ build() {
   logged cmake --build --preset "$preset" "${targets[@]}"
 }
 
-check_node
-check_packages
-[[ $purpose == install ]] || fetch_npm_packages
-if [[ $purpose == lint ]]; then
-  configure
-else
+set_up() {
+  if [[ $purpose == lint ]]; then
+    configure
+    return
+  fi
   if [[ -e $build ]]; then
     echo "Building $build"
   else
@@ -173,4 +197,11 @@ else
   fi
   configure
   build
-fi
+}
+
+read -r preset purpose <<<"${wanted[0]}"
+log=build/setup-$preset.log
+check_node
+check_packages
+[[ $purpose == install ]] || fetch_npm_packages
+for_each set_up

@@ -13,8 +13,8 @@
 #include <thread>
 #include <vector>
 
-#include "events/tessel_event_handler.h"
-#include "napi/values.h"
+#include "addon/events/tessel_event_handler.h"
+#include "addon/napi/values.h"
 
 namespace {
 

@@ -8,14 +8,14 @@
 #include <cstdint>
 #include <memory>
 
+#include "addon/frames/frame_objects.h"
+#include "addon/frames/lent_planes.h"
+#include "addon/frames/stream_key_argument.h"
+#include "addon/frames/stream_manager.h"
+#include "addon/napi/arguments.h"
+#include "addon/napi/status.h"
+#include "addon/napi/values.h"
 #include "bench/native/picture.h"
-#include "frames/frame_objects.h"
-#include "frames/lent_planes.h"
-#include "frames/stream_key_argument.h"
-#include "frames/stream_manager.h"
-#include "napi/arguments.h"
-#include "napi/status.h"
-#include "napi/values.h"
 #include "test/native/support/idle_engine.h"
 
 namespace {

@@ -10,8 +10,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "addon/sharedmem/shared_memory_manager.h"
 #include "bench/native/picture.h"
-#include "sharedmem/shared_memory_manager.h"
 
 namespace {
 

@@ -20,9 +20,9 @@
 #include <memory>
 #include <vector>
 
+#include "addon/sharedmem/shared_memory_allocator.h"
+#include "addon/sharedmem/shared_memory_manager.h"
 #include "bench/native/picture.h"
-#include "sharedmem/shared_memory_allocator.h"
-#include "sharedmem/shared_memory_manager.h"
 
 namespace {
 

@@ -3,24 +3,25 @@
 #include <algorithm>
 #include <utility>
 
-#include "engine/embedded/card_source.h"
 #include "engine/embedded/identity.h"
 #include "engine/embedded/random.h"
+#include "engine/support/card_source.h"
+#include "engine/support/stream_keys.h"
 
 namespace embedded {
 namespace {
 
-constexpr Size kContentSize = {1280, 720};
-constexpr FrameRate kContentRate = {15, 1};
+constexpr support::Size kContentSize = {1280, 720};
+constexpr support::FrameRate kContentRate = {15, 1};
 
 // What the content's card says.
 struct Subject {
-  ContentKind kind = ContentKind::kParticipant;
+  support::ContentKind kind = support::ContentKind::kParticipant;
   std::uint32_t id = 0;
   std::string title;
 };
 
-Subject subject(ContentKind kind, const std::string& name, std::int32_t id) {
+Subject subject(support::ContentKind kind, const std::string& name, std::int32_t id) {
   return {kind, static_cast<std::uint32_t>(id), name + ' ' + std::to_string(id)};
 }
 
@@ -31,28 +32,37 @@ std::optional<Subject> subjectOf(const tsl::ContentShareParams& params, std::siz
     case tsl::ShareType::kScreen: {
       const std::int32_t id = params.screenId == -1 ? 0 : params.screenId;
       if (id < 0 || static_cast<std::size_t>(id) >= screens) return std::nullopt;
-      return subject(ContentKind::kScreen, "SCREEN", id);
+      return subject(support::ContentKind::kScreen, "SCREEN", id);
     }
     case tsl::ShareType::kApplication:
       if (params.applicationId < 0) return std::nullopt;
-      return subject(ContentKind::kApplication, "APPLICATION", params.applicationId);
+      return subject(support::ContentKind::kApplication, "APPLICATION", params.applicationId);
     case tsl::ShareType::kWindow:
       if (params.windowId < 0) return std::nullopt;
-      return subject(ContentKind::kWindow, "WINDOW", params.windowId);
+      return subject(support::ContentKind::kWindow, "WINDOW", params.windowId);
   }
   return std::nullopt;
 }
 
-std::unique_ptr<PictureSource> film(const MeetingPlan& plan, const Subject& subject) {
-  const CardSubject card = {kContentStream, contentDetail(subject.kind, subject.id), subject.title,
-                            hueOf(plan.seed, kContentStream)};
-  return std::make_unique<CardSource>(card, kContentSize);
+std::unique_ptr<support::PictureSource> cardOf(const MeetingPlan& plan, const Subject& subject) {
+  const support::CardSubject card = {support::kContentStream,
+                                     support::contentDetail(subject.kind, subject.id),
+                                     subject.title, hueOf(plan.seed, support::kContentStream)};
+  return std::make_unique<support::CardSource>(card, kContentSize);
 }
 
 }  // namespace
 
-ContentShare::ContentShare(EngineParts& parts, const MeetingPlan& plan, bool isReceiving)
-    : parts_(parts), plan_(plan), isReceiving_(isReceiving) {}
+ContentShare::ContentShare(const StreamMaker& streams, support::Notifier& notifier,
+                           std::shared_ptr<const support::Log> log,
+                           const support::Published<std::vector<tsl::ScreenMonitor>>& monitors,
+                           const MeetingPlan& plan, bool isReceiving)
+    : streams_(streams),
+      notifier_(notifier),
+      log_(std::move(log)),
+      monitors_(monitors),
+      plan_(plan),
+      isReceiving_(isReceiving) {}
 
 void ContentShare::requestToken() {
   if (!holder_) holder_ = kMyself;
@@ -71,38 +81,38 @@ void ContentShare::start(const tsl::ContentShareParams& params) {
     report(ShareStatus::kDenied);
     return;
   }
-  const auto subject = subjectOf(params, parts_.monitors.get().size());
+  const auto subject = subjectOf(params, monitors_.get().size());
   if (!subject) {
     report(ShareStatus::kFailed);
     return;
   }
-  parts_.log->write("sharing " + subject->title);
-  if (sender_) {
-    sender_->change(film(plan_, *subject), 0);
-    notifyUpdate();
+  log_->write("sharing " + subject->title);
+  if (stream_) {
+    stream_->sender().change(cardOf(plan_, *subject), 0);
+    stream_->notifyUpdated();
   } else {
     addStream({0, 0});
-    sender_->start(film(plan_, *subject), kContentRate, 0);
+    stream_->sender().start(cardOf(plan_, *subject), kContentRate, 0);
   }
   report(ShareStatus::kStarted);
 }
 
 void ContentShare::stop() {
-  if (holder_ != kMyself || !sender_) return;
+  if (holder_ != kMyself || !stream_) return;
   removeStream();
   report(ShareStatus::kStopped);
 }
 
 void ContentShare::present(int participant, bool isCut) {
   if (holder_) {
-    parts_.log->write("participant " + std::to_string(participant) + " gets no token");
+    log_->write("participant " + std::to_string(participant) + " gets no token");
     return;
   }
   constexpr std::uint64_t kContentLossUse = 22;
   holder_ = participant;
   isCut_ = isCut;
-  parts_.notifier.notify(&INotifyCallback::NotifyContentReceiveStatus, true,
-                         guidOf(plan_.seed, participant));
+  notifier_.notify(&INotifyCallback::NotifyContentReceiveStatus, true,
+                   guidOf(plan_.seed, participant));
   const std::uint64_t seed =
       chance(plan_.seed, kContentLossUse, static_cast<std::uint64_t>(participant));
   addStream({plan_.lossOf(participant), seed});
@@ -114,20 +124,20 @@ void ContentShare::stopPresenting(int participant) {
   isReceived_ = false;
   removeStream();
   holder_.reset();
-  parts_.notifier.notify(&INotifyCallback::NotifyContentReceiveStatus, false,
-                         guidOf(plan_.seed, participant));
+  notifier_.notify(&INotifyCallback::NotifyContentReceiveStatus, false,
+                   guidOf(plan_.seed, participant));
 }
 
 void ContentShare::setCut(int participant, bool isCut) {
   if (holder_ != participant || isCut == isCut_) return;
   isCut_ = isCut;
-  if (updateReception()) notifyUpdate();
-  parts_.notifier.notify(&INotifyCallback::NotifyRtpMediaState, MediaType::kContent, !isCut);
+  if (updateReception()) stream_->notifyUpdated();
+  notifier_.notify(&INotifyCallback::NotifyRtpMediaState, MediaType::kContent, !isCut);
 }
 
 void ContentShare::setReceiving(bool isReceiving) {
   isReceiving_ = isReceiving;
-  if (updateReception()) notifyUpdate();
+  if (updateReception()) stream_->notifyUpdated();
 }
 
 void ContentShare::end() {
@@ -137,39 +147,32 @@ void ContentShare::end() {
 
 void ContentShare::addStream(LossyLink link) {
   const auto silence = [] { return 0U; };
-  auto stream =
-      std::make_shared<VideoStream>(kContentStream, csrcOf(plan_.seed, kContentStream), parts_.log);
-  sender_ = std::make_unique<Sender>(parts_, stream, link, silence);
-  parts_.streams.add(stream);
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamAdded, kContentStream, stream->csrc());
+  stream_ = streams_.make(support::kContentStream, csrcOf(plan_.seed, support::kContentStream),
+                          link, silence);
+  stream_->addToTable();
+  stream_->notifyAdded();
 }
 
 void ContentShare::removeStream() {
-  const std::uint32_t csrc = sender_->stream()->csrc();
-  sender_.reset();
-  parts_.streams.remove(kContentStream);
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, kContentStream, csrc);
+  const auto removed = std::move(stream_);
+  removed->removeFromTable();
+  removed->notifyRemoved();
 }
 
 bool ContentShare::updateReception() {
   const bool isWanted = holder_ && holder_ != kMyself && isReceiving_ && !isCut_;
   if (isWanted == std::exchange(isReceived_, isWanted)) return false;
   if (isWanted) {
-    const Subject shown = subject(ContentKind::kParticipant, "SHARE OF REMOTE", *holder_);
-    sender_->start(film(plan_, shown), kContentRate, 0);
+    const Subject shown = subject(support::ContentKind::kParticipant, "SHARE OF REMOTE", *holder_);
+    stream_->sender().start(cardOf(plan_, shown), kContentRate, 0);
   } else {
-    sender_->stop();
+    stream_->sender().stop();
   }
   return true;
 }
 
-void ContentShare::notifyUpdate() {
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, kContentStream,
-                         sender_->stream()->csrc());
-}
-
 void ContentShare::report(ShareStatus status) {
-  parts_.notifier.notify(&INotifyCallback::NotifyScreenShareStatus, status);
+  notifier_.notify(&INotifyCallback::NotifyScreenShareStatus, status);
 }
 
 }  // namespace embedded

@@ -1,6 +1,7 @@
 // What the engine library exports.
 
-#include "engine/embedded/embedded_manager.h"
+#include "engine/embedded/embedded_engine.h"
+#include "engine/support/engine_manager.h"
 
 namespace {
 
@@ -8,9 +9,13 @@ namespace {
 constexpr std::size_t kSpareBytes = std::size_t{64} << 20;
 
 // All that the engines of a process share.
-const std::shared_ptr<embedded::FramePool>& processPool() {
-  static const auto pool = std::make_shared<embedded::FramePool>(kSpareBytes);
+const std::shared_ptr<support::FramePool>& processPool() {
+  static const auto pool = std::make_shared<support::FramePool>(kSpareBytes);
   return pool;
+}
+
+std::unique_ptr<support::Engine> makeEngine(support::EngineContext& context) {
+  return std::make_unique<embedded::EmbeddedEngine>(context, processPool());
 }
 
 }  // namespace
@@ -18,7 +23,7 @@ const std::shared_ptr<embedded::FramePool>& processPool() {
 namespace TSLM {
 
 TSLMManager* TSLMManager::CreateTSLMManager(const tsl::CreateParams& params) {
-  return new embedded::EmbeddedManager(params, embedded::realClock(), processPool());
+  return new support::EngineManager(params, support::realClock(), makeEngine);
 }
 
 void TSLMManager::DestroyTSLMManager() { processPool()->trim(); }

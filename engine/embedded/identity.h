@@ -10,10 +10,6 @@
 
 namespace embedded {
 
-constexpr StreamKey kLocalStream = {TSLM_STREAM_LOCAL, 0};
-constexpr StreamKey kContentStream = {TSLM_STREAM_CONTENT, 0};
-constexpr StreamKey remoteStream(int participant) { return {TSLM_STREAM_REMOTE, participant}; }
-
 // The contributing source of a stream: 24 bits drawn from the meeting's seed above a byte that
 // tells the streams of one meeting apart (0 local, 1 content, 16 + number for a participant).
 std::uint32_t csrcOf(std::uint32_t seed, const StreamKey& key);

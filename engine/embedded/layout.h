@@ -8,7 +8,7 @@
 #include <set>
 #include <vector>
 
-#include "engine/embedded/picture.h"
+#include "engine/support/picture.h"
 #include "tesselclient/records.h"
 
 namespace embedded {
@@ -55,9 +55,9 @@ class Layout {
 };
 
 // The size at which a test card of a size of its own is received: its own or a rung, 16:9.
-Size cardSize(Size own, const Reception& reception);
+support::Size cardSize(support::Size own, const Reception& reception);
 // The same for a clip, which keeps its shape and is never enlarged.
-Size clipSize(Size own, const Reception& reception);
+support::Size clipSize(support::Size own, const Reception& reception);
 
 }  // namespace embedded
 

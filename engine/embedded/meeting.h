@@ -9,15 +9,18 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "engine/embedded/content_share.h"
-#include "engine/embedded/engine_parts.h"
 #include "engine/embedded/layout.h"
 #include "engine/embedded/local_media.h"
 #include "engine/embedded/meeting_uri.h"
 #include "engine/embedded/participant.h"
+#include "engine/embedded/sent_stream.h"
 #include "engine/embedded/speech.h"
-#include "engine/embedded/y4m_clip.h"
+#include "engine/support/engine.h"
+#include "engine/support/y4m_clip.h"
 #include "tesselclient/records.h"
 
 namespace embedded {
@@ -39,8 +42,9 @@ Incoming incomingOf(const tsl::MediaStreamState& state);
 class Meeting {
  public:
   // `clip` is what the participants' cameras show; empty for test cards.
-  Meeting(EngineParts& parts, LocalMedia& local, int callId, MeetingPlan plan,
-          std::shared_ptr<const Y4mClip> clip, const tsl::ConnectParams& params, int topRung);
+  Meeting(support::EngineContext& context, const StreamMaker& streams, LocalMedia& local,
+          int callId, MeetingPlan plan, std::shared_ptr<const support::Y4mClip> clip,
+          const tsl::ConnectParams& params);
   Meeting(const Meeting&) = delete;
   Meeting& operator=(const Meeting&) = delete;
 
@@ -52,7 +56,7 @@ class Meeting {
   bool isOver() const { return state_ == State::kOver; }
 
   void setIncoming(const Incoming& incoming);
-  void setWishes(std::vector<tsl::VideoStreamInfo> streams,
+  void setLayout(std::vector<tsl::VideoStreamInfo> streams,
                  std::vector<std::vector<tsl::VideoStreamConstraints>> constraints);
   void setTopRung(int rung);
   ContentShare& content() { return content_; }
@@ -63,21 +67,21 @@ class Meeting {
   std::uint32_t incomingLevel() const;
   // Fills in what arrived and what was sent since the last call, in a window of this length. The
   // call is joined.
-  void collect(Time window, const TrafficMeter::Window& localVideo, tsl::MeetingStats& stats);
+  void collect(support::Time window, const TrafficMeter::Window& localVideo,
+               tsl::MeetingStats& stats);
 
  private:
   enum class State { kNew, kJoining, kJoined, kOver };
 
   void enter();
   void end(int code, const std::string& reason);
-  Time sinceJoin() const { return parts_.loop.now() - joinedAt_; }
-  std::set<std::string> requiredAttributes() const;
+  support::Time sinceJoin() const { return context_.loop.now() - joinedAt_; }
 
   void setEventTimer();
-  void happenNext();
-  void happen(const PlannedEvent& event);
-  void happenToMyself(const PlannedEvent& event);
-  void happenTo(Participant& participant, const PlannedEvent& event);
+  void applyNextEvent();
+  void apply(const PlannedEvent& event);
+  void applyToLocal(const PlannedEvent& event);
+  void applyTo(Participant& participant, const PlannedEvent& event);
   void addParticipant(int number);
   void removeParticipant(int number);
   // How each present stream is received, by its contributing source.
@@ -87,25 +91,27 @@ class Meeting {
   void setLevelTimer();
   void reportLevel();
 
-  EngineParts& parts_;
+  support::EngineContext& context_;
+  const StreamMaker& streams_;
   LocalMedia& local_;
   const int callId_;
   const MeetingPlan plan_;
-  const std::shared_ptr<const Y4mClip> clip_;
+  const std::shared_ptr<const support::Y4mClip> clip_;
   const Speech speech_;
-  const tsl::ConnectParams params_;
+  const std::set<std::string> requiredAttributes_;
+  const std::vector<std::pair<std::string, bool>> gracefulEvents_;  // name, enabled
 
   State state_ = State::kNew;
-  Time joinedAt_ = {};
+  support::Time joinedAt_ = {};
   Incoming incoming_;
   Layout layout_;
   std::map<int, std::unique_ptr<Participant>> participants_;  // those present, by number
   ContentShare content_;
   std::size_t nextEvent_ = 0;
-  Time nextLevelAt_ = {};
-  Timer stateTimer_;  // the end of joining, then the drop
-  Timer eventTimer_;
-  Timer levelTimer_;
+  support::Time nextLevelAt_ = {};
+  support::Timer stateTimer_;  // the end of joining, then the drop
+  support::Timer eventTimer_;
+  support::Timer levelTimer_;
 };
 
 }  // namespace embedded

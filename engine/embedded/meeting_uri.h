@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "engine/embedded/clock.h"
-#include "engine/embedded/picture.h"
+#include "engine/support/clock.h"
+#include "engine/support/picture.h"
 #include "tesselclient/records.h"
 
 namespace embedded {
@@ -60,7 +60,7 @@ struct PlannedEvent {
   };
 
   Kind kind = Kind::kCome;
-  Time at = {};
+  support::Time at = {};
   int participant = kMyself;  // only mutes happen to the local one
   std::string device = {};    // that is plugged in or unplugged
 };
@@ -68,21 +68,21 @@ struct PlannedEvent {
 // Who speaks from when to when.
 struct PlannedSpeech {
   int participant = 0;
-  Time from = {};
-  Time to = {};
+  support::Time from = {};
+  support::Time to = {};
 };
 
 struct MeetingPlan {
   std::string room;
   int participants = 3;  // present when the call is joined: the numbers below this
   std::uint32_t seed = 1;
-  Size size = {640, 360};         // of the participants' test cards
-  std::optional<FrameRate> rate;  // of the participants' video; their clip's own, or 30
-  std::string clipPath;           // what the participants' cameras show; empty for test cards
+  support::Size size = {640, 360};         // of the participants' test cards
+  std::optional<support::FrameRate> rate;  // of the participants' video; their clip's own, or 30
+  std::string clipPath;  // what the participants' cameras show; empty for test cards
   bool isClipLooped = true;
-  Time joinDelay = {};
+  support::Time joinDelay = {};
   std::optional<int> refusal;  // the code with which the meeting refuses the join
-  std::optional<Time> dropAfter;
+  std::optional<support::Time> dropAfter;
   std::vector<PlannedEvent> events;   // in the order of their times
   std::vector<PlannedSpeech> speech;  // empty: people take turns by the seed
   double loss = 0;                    // fraction of packets, of the links without one of their own

@@ -3,21 +3,16 @@
 #include <string>
 #include <utility>
 
-#include "engine/embedded/card_source.h"
-#include "engine/embedded/clip_source.h"
 #include "engine/embedded/identity.h"
 #include "engine/embedded/random.h"
+#include "engine/support/card_source.h"
+#include "engine/support/clip_source.h"
+#include "engine/support/stream_keys.h"
 
 namespace embedded {
 namespace {
 
-constexpr FrameRate kCardRate = {30, 1};
-
-std::shared_ptr<VideoStream> makeStream(const EngineParts& parts, const MeetingPlan& plan,
-                                        int number) {
-  const StreamKey key = remoteStream(number);
-  return std::make_shared<VideoStream>(key, csrcOf(plan.seed, key), parts.log);
-}
+constexpr support::FrameRate kCardRate = {30, 1};
 
 LossyLink videoLink(const MeetingPlan& plan, int number) {
   constexpr std::uint64_t kVideoLossUse = 21;
@@ -27,27 +22,28 @@ LossyLink videoLink(const MeetingPlan& plan, int number) {
 
 }  // namespace
 
-Participant::Participant(EngineParts& parts, const MeetingPlan& plan, int number,
-                         std::shared_ptr<const Y4mClip> clip, Sender::Level level)
-    : parts_(parts),
+Participant::Participant(const StreamMaker& streams, support::Notifier& notifier,
+                         const MeetingPlan& plan, int number,
+                         std::shared_ptr<const support::Y4mClip> clip, Sender::Level level)
+    : notifier_(notifier),
       plan_(plan),
       number_(number),
       clip_(std::move(clip)),
       loudness_(std::move(level)),
-      sender_(parts, makeStream(parts, plan, number), videoLink(plan, number),
-              [this] { return this->level(); }) {}
+      stream_(streams.make(support::remoteStream(number),
+                           csrcOf(plan.seed, support::remoteStream(number)),
+                           videoLink(plan, number), [this] { return this->level(); })) {}
 
 void Participant::come(const Reception& reception) {
   reception_ = reception;
-  parts_.streams.add(sender_.stream());
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamAdded, remoteStream(number_), csrc());
+  stream_->addToTable();
+  stream_->notifyAdded();
   update();
 }
 
 void Participant::leave() {
-  sender_.stop();
-  parts_.streams.remove(remoteStream(number_));
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, remoteStream(number_), csrc());
+  stream_->removeFromTable();
+  stream_->notifyRemoved();
 }
 
 void Participant::receive(const Reception& reception) {
@@ -65,7 +61,7 @@ void Participant::setCut(bool isCut) {
   isCut_ = isCut;
   updateAndNotify();
   for (const MediaType type : {MediaType::kVideo, MediaType::kAudio}) {
-    parts_.notifier.notify(&INotifyCallback::NotifyRtpMediaState, type, !isCut);
+    notifier_.notify(&INotifyCallback::NotifyRtpMediaState, type, !isCut);
   }
 }
 
@@ -73,7 +69,8 @@ std::uint32_t Participant::level() const { return isAudioMuted_ || isCut_ ? 0 : 
 
 std::optional<Participant::Format> Participant::wantedFormat() const {
   if (!reception_.isWanted || isVideoMuted_ || isCut_) return std::nullopt;
-  const Size size = clip_ ? clipSize(clip_->size(), reception_) : cardSize(plan_.size, reception_);
+  const support::Size size =
+      clip_ ? clipSize(clip_->size(), reception_) : cardSize(plan_.size, reception_);
   return Format{size, reception_.mostPerSecond};
 }
 
@@ -82,26 +79,28 @@ bool Participant::update() {
   if (format == format_) return false;
   const bool wasSending = std::exchange(format_, format).has_value();
   if (!format) {
-    sender_.stop();
+    stream_->sender().stop();
   } else if (wasSending) {
-    sender_.change(camera(format->size), format->mostPerSecond);
+    stream_->sender().change(camera(format->size), format->mostPerSecond);
   } else {
-    const FrameRate ownRate = clip_ ? clip_->rate() : kCardRate;
-    sender_.start(camera(format->size), plan_.rate.value_or(ownRate), format->mostPerSecond);
+    const support::FrameRate ownRate = clip_ ? clip_->rate() : kCardRate;
+    stream_->sender().start(camera(format->size), plan_.rate.value_or(ownRate),
+                            format->mostPerSecond);
   }
   return true;
 }
 
 void Participant::updateAndNotify() {
   if (!update()) return;
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, remoteStream(number_), csrc());
+  stream_->notifyUpdated();
 }
 
-std::unique_ptr<PictureSource> Participant::camera(Size size) const {
-  if (clip_) return std::make_unique<ClipSource>(clip_, plan_.isClipLooped, size);
-  const StreamKey key = remoteStream(number_);
-  const CardSubject subject = {key, 0, "REMOTE " + std::to_string(number_), hueOf(plan_.seed, key)};
-  return std::make_unique<CardSource>(subject, size);
+std::unique_ptr<support::PictureSource> Participant::camera(support::Size size) const {
+  if (clip_) return std::make_unique<support::ClipSource>(clip_, plan_.isClipLooped, size);
+  const StreamKey key = support::remoteStream(number_);
+  const support::CardSubject subject = {key, 0, "REMOTE " + std::to_string(number_),
+                                        hueOf(plan_.seed, key)};
+  return std::make_unique<support::CardSource>(subject, size);
 }
 
 }  // namespace embedded

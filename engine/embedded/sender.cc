@@ -8,36 +8,38 @@ namespace {
 using namespace std::chrono_literals;
 
 // A shorter delay is caught up, so that an even rate survives a short stall.
-constexpr Time kLongestDelay = 200ms;
+constexpr support::Time kLongestDelay = 200ms;
 
 }  // namespace
 
-Time frameTime(FrameRate rate, std::uint64_t index) {
+support::Time frameTime(support::FrameRate rate, std::uint64_t index) {
   // Whole periods first: the product of everything would not fit.
   constexpr std::uint64_t kSecond = 1'000'000'000;
   const std::uint64_t periods = index / rate.numerator;
   const std::uint64_t rest = index % rate.numerator;
-  return Time(static_cast<Time::rep>(periods * rate.denominator * kSecond +
-                                     rest * rate.denominator * kSecond / rate.numerator));
+  return support::Time(static_cast<support::Time::rep>(
+      periods * rate.denominator * kSecond + rest * rate.denominator * kSecond / rate.numerator));
 }
 
-Sender::Sender(EngineParts& parts, std::shared_ptr<VideoStream> stream, LossyLink link, Level level)
-    : parts_(parts),
+Sender::Sender(support::TaskLoop& loop, std::shared_ptr<support::FramePool> pool,
+               std::shared_ptr<support::VideoStream> stream, LossyLink link, Level level)
+    : loop_(loop),
+      pool_(std::move(pool)),
       stream_(std::move(stream)),
       link_(link),
       level_(std::move(level)),
-      timer_(parts.loop) {}
+      timer_(loop) {}
 
-void Sender::start(std::unique_ptr<PictureSource> source, FrameRate rate,
+void Sender::start(std::unique_ptr<support::PictureSource> source, support::FrameRate rate,
                    std::uint32_t mostPerSecond) {
   change(std::move(source), mostPerSecond);
   rate_ = rate;
-  startedAt_ = parts_.loop.now();
+  startedAt_ = loop_.now();
   ticks_ = 0;
   setTimer();
 }
 
-void Sender::change(std::unique_ptr<PictureSource> source, std::uint32_t mostPerSecond) {
+void Sender::change(std::unique_ptr<support::PictureSource> source, std::uint32_t mostPerSecond) {
   source_ = std::move(source);
   mostPerSecond_ = mostPerSecond;
 }
@@ -53,7 +55,7 @@ void Sender::setTimer() {
 }
 
 void Sender::tick() {
-  const Time delay = parts_.loop.now() - startedAt_ - frameTime(rate_, ticks_);
+  const support::Time delay = loop_.now() - startedAt_ - frameTime(rate_, ticks_);
   if (delay > kLongestDelay) startedAt_ += delay;
   const std::uint64_t tick = ticks_++;
   // Before anything can fail, so that the next frame comes all the same.
@@ -77,16 +79,16 @@ bool Sender::isLeftOut(std::uint64_t tick) const {
 }
 
 void Sender::send(std::uint64_t id) {
-  const Size size = source_->size();
-  const std::uint64_t packets = packetsOf(i420Bytes(size));
+  const support::Size size = source_->size();
+  const std::uint64_t packets = packetsOf(support::i420Bytes(size));
   if (const std::uint64_t lost = link_.send(packets); lost > 0) {
     meter_.addLostFrame(packets, lost);
     return;
   }
-  const std::shared_ptr<Frame> frame = parts_.pool->take(size);
+  const std::shared_ptr<support::PooledFrame> frame = pool_->take(size);
   if (!source_->draw(id, level_(), frame->pixels())) return;
   frame->id = id;
-  frame->capturedAt = parts_.loop.now();
+  frame->capturedAt = loop_.now();
   frame->csrc = stream_->csrc();
   stream_->publish(frame);
   meter_.addFrame(size, frame->bytes(), packets);

@@ -7,17 +7,18 @@
 #include <functional>
 #include <memory>
 
-#include "engine/embedded/engine_parts.h"
 #include "engine/embedded/lossy_link.h"
-#include "engine/embedded/picture.h"
-#include "engine/embedded/picture_source.h"
 #include "engine/embedded/traffic_meter.h"
-#include "engine/embedded/video_stream.h"
+#include "engine/support/frame_pool.h"
+#include "engine/support/picture.h"
+#include "engine/support/picture_source.h"
+#include "engine/support/task_loop.h"
+#include "engine/support/video_stream.h"
 
 namespace embedded {
 
 // When frame `index`, counted from 0, is due after the first one.
-Time frameTime(FrameRate rate, std::uint64_t index);
+support::Time frameTime(support::FrameRate rate, std::uint64_t index);
 
 // Draws the pictures of a source into frames, at a rate, and publishes those that the link carries
 // in a stream. Frames are numbered from 1 for as long as the sender lives, whatever it sends; those
@@ -27,18 +28,19 @@ class Sender {
  public:
   using Level = std::function<std::uint32_t()>;  // how loud the sender is now, 0 to 100
 
-  Sender(EngineParts& parts, std::shared_ptr<VideoStream> stream, LossyLink link, Level level);
+  Sender(support::TaskLoop& loop, std::shared_ptr<support::FramePool> pool,
+         std::shared_ptr<support::VideoStream> stream, LossyLink link, Level level);
   Sender(const Sender&) = delete;
   Sender& operator=(const Sender&) = delete;
 
-  const std::shared_ptr<VideoStream>& stream() const { return stream_; }
   TrafficMeter& meter() { return meter_; }
 
   // Sends from now on, the first frame at once; replaces what was sent before. Of the frames that
   // come at `rate` only `mostPerSecond` are published; 0 means all.
-  void start(std::unique_ptr<PictureSource> source, FrameRate rate, std::uint32_t mostPerSecond);
+  void start(std::unique_ptr<support::PictureSource> source, support::FrameRate rate,
+             std::uint32_t mostPerSecond);
   // Goes on at the same rate with another source and another limit.
-  void change(std::unique_ptr<PictureSource> source, std::uint32_t mostPerSecond);
+  void change(std::unique_ptr<support::PictureSource> source, std::uint32_t mostPerSecond);
   // The stream shows nothing from now on.
   void stop();
 
@@ -48,18 +50,19 @@ class Sender {
   bool isLeftOut(std::uint64_t tick) const;
   void send(std::uint64_t id);
 
-  EngineParts& parts_;
-  const std::shared_ptr<VideoStream> stream_;
+  support::TaskLoop& loop_;
+  const std::shared_ptr<support::FramePool> pool_;
+  const std::shared_ptr<support::VideoStream> stream_;
   LossyLink link_;
   const Level level_;
   TrafficMeter meter_;
-  std::unique_ptr<PictureSource> source_;
-  FrameRate rate_;
+  std::unique_ptr<support::PictureSource> source_;
+  support::FrameRate rate_;
   std::uint32_t mostPerSecond_ = 0;
-  Time startedAt_ = {};
+  support::Time startedAt_ = {};
   std::uint64_t ticks_ = 0;   // since the start
   std::uint64_t lastId_ = 0;  // of all frames ever sent
-  Timer timer_;
+  support::Timer timer_;
 };
 
 }  // namespace embedded

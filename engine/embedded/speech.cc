@@ -10,8 +10,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr Time kTurn = 3s;
-constexpr Time kSyllable = 100ms;
+constexpr support::Time kTurn = 3s;
+constexpr support::Time kSyllable = 100ms;
 constexpr std::uint32_t kQuietest = 40;
 constexpr std::uint32_t kLoudest = 100;
 
@@ -19,21 +19,23 @@ constexpr std::uint32_t kLoudest = 100;
 constexpr std::uint64_t kTurnUse = 1;
 constexpr std::uint64_t kLevelUse = 2;
 
-std::uint64_t countOf(Time whole, Time part) { return static_cast<std::uint64_t>(whole / part); }
+std::uint64_t countOf(support::Time whole, support::Time part) {
+  return static_cast<std::uint64_t>(whole / part);
+}
 
 }  // namespace
 
 Speech::Speech(std::uint64_t seed, int participants, std::vector<PlannedSpeech> plan)
     : seed_(seed), participants_(participants), plan_(std::move(plan)) {}
 
-std::uint32_t Speech::level(int participant, Time sinceJoin) const {
+std::uint32_t Speech::level(int participant, support::Time sinceJoin) const {
   if (!speaks(participant, sinceJoin)) return 0;
   const std::uint64_t value = chance(seed_, kLevelUse, static_cast<std::uint64_t>(participant),
                                      countOf(sinceJoin, kSyllable));
   return kQuietest + static_cast<std::uint32_t>(value % (kLoudest - kQuietest + 1));
 }
 
-bool Speech::speaks(int participant, Time sinceJoin) const {
+bool Speech::speaks(int participant, support::Time sinceJoin) const {
   if (!plan_.empty()) {
     return std::any_of(plan_.begin(), plan_.end(), [=](const PlannedSpeech& speech) {
       return speech.participant == participant && sinceJoin >= speech.from && sinceJoin < speech.to;

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "engine/embedded/clock.h"
 #include "engine/embedded/meeting_uri.h"
+#include "engine/support/clock.h"
 
 namespace embedded {
 
@@ -19,10 +19,10 @@ class Speech {
   Speech(std::uint64_t seed, int participants, std::vector<PlannedSpeech> plan);
 
   // 0 for silence, up to 100; changes ten times a second. `participant` may be kMyself.
-  std::uint32_t level(int participant, Time sinceJoin) const;
+  std::uint32_t level(int participant, support::Time sinceJoin) const;
 
  private:
-  bool speaks(int participant, Time sinceJoin) const;
+  bool speaks(int participant, support::Time sinceJoin) const;
 
   const std::uint64_t seed_;
   const int participants_;

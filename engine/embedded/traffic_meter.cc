@@ -12,7 +12,7 @@ std::int32_t toBits(double bits) {
   return static_cast<std::int32_t>(std::min(bits, kMost));
 }
 
-void TrafficMeter::addFrame(Size size, std::size_t bytes, std::uint64_t packets) {
+void TrafficMeter::addFrame(support::Size size, std::size_t bytes, std::uint64_t packets) {
   size_ = size;
   ++frames_;
   window_.bytes += bytes;
@@ -25,7 +25,7 @@ void TrafficMeter::addLostFrame(std::uint64_t packets, std::uint64_t lostPackets
   lostPackets_ += lostPackets;
 }
 
-TrafficMeter::Window TrafficMeter::closeWindow(Time length) {
+TrafficMeter::Window TrafficMeter::closeWindow(support::Time length) {
   const double seconds = std::chrono::duration<double>(length).count();
   Window window = std::exchange(window_, {});
   tsl::VideoStats& stats = window.stats;

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "engine/embedded/clock.h"
-#include "engine/embedded/picture.h"
+#include "engine/support/clock.h"
+#include "engine/support/picture.h"
 #include "tesselclient/records.h"
 
 namespace embedded {
@@ -27,15 +27,15 @@ class TrafficMeter {
   };
 
   // A frame arrived as a whole.
-  void addFrame(Size size, std::size_t bytes, std::uint64_t packets);
+  void addFrame(support::Size size, std::size_t bytes, std::uint64_t packets);
   // A frame did not arrive, because packets of it were lost.
   void addLostFrame(std::uint64_t packets, std::uint64_t lostPackets);
 
   // What was counted since the last call, in a window of this length; a new window begins.
-  Window closeWindow(Time length);
+  Window closeWindow(support::Time length);
 
  private:
-  Size size_;  // of the newest frame
+  support::Size size_;  // of the newest frame
   std::uint64_t frames_ = 0;
   Window window_;
   std::uint64_t lostPackets_ = 0;  // altogether

@@ -53,6 +53,7 @@ export class WidgetHost {
       this.#place = { port, token };
       this.#room.setWidget('running', address);
     },
+    failed: ({ message }) => this.#note({ message: `The widget process: ${message}` }),
     shown: ({ stream, height }) => this.#room.enterWindow(stream, height),
     closed: ({ stream }) => this.#room.leaveWindow(stream),
   };

@@ -2,7 +2,7 @@
 // its own. It serves the window's page itself. The meeting process tells it where the memory is, and
 // hears from it which windows are open.
 
-import tessel from '../../js/index.js';
+import { Widget } from 'tessel-wrapper';
 import { FrameLane } from './frame_lane.mjs';
 import { pageFiles } from './page_files.mjs';
 import { PageServer } from './page_server.mjs';
@@ -13,7 +13,8 @@ const NO_PICTURE = { noUpdate: true };
 const sessions = new Map(); // the socket of the window that shows a stream, by its name
 const blank = new Set(); // names of streams whose picture in the memory is not to be shown any more
 
-const tell = (message) => process.connected && process.send(message);
+// A meeting process that has ended is not told any more. This process ends, too, when it learns that.
+const tell = (message, then = () => {}) => process.send(message, then);
 
 // A window opens its socket, says which stream it shows and, whenever that changes, how high it is.
 function serve(socket, widget) {
@@ -65,8 +66,17 @@ function serve(socket, widget) {
   });
 }
 
-async function start({ sharedDataInfo, port, token }) {
-  const widget = new tessel.Widget(sharedDataInfo);
+async function start(order) {
+  try {
+    await open(order);
+  } catch ({ message }) {
+    // The memory is also missing when the meeting has ended meanwhile.
+    tell({ type: 'failed', message }, () => process.exit(1));
+  }
+}
+
+async function open({ sharedDataInfo, port, token }) {
+  const widget = new Widget(sharedDataInfo);
   const server = new PageServer({
     ...{ port, token },
     files: pageFiles('window.html'),
@@ -89,3 +99,4 @@ process.on('message', ({ type, ...message }) => orders[type](message));
 // lose it.
 for (const signal of ['SIGINT', 'SIGHUP']) process.on(signal, () => {});
 process.on('disconnect', () => process.exit());
+if (!process.connected) process.exit();

@@ -1,5 +1,5 @@
 import { test } from 'node:test';
-import { expectReport } from './expect_report.mjs';
+import { expectReport } from '../support/expect_report.mjs';
 
 test('the address sanitizer sees a write to freed memory', () => {
   expectReport('heapUseAfterFree', /AddressSanitizer: heap-use-after-free/);

@@ -1,5 +1,5 @@
 import { test } from 'node:test';
-import { expectReport } from './expect_report.mjs';
+import { expectReport } from '../support/expect_report.mjs';
 
 test('the thread sanitizer sees two threads that write without a lock', () => {
   expectReport('dataRace', /ThreadSanitizer: data race/);

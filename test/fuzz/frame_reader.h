@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "sharedmem/shared_memory_layout.h"
-#include "sharedmem/shared_memory_video_frame_source.h"
+#include "addon/sharedmem/shared_memory_layout.h"
+#include "addon/sharedmem/shared_memory_video_frame_source.h"
 #include "test/fuzz/raw_segment.h"
 
 namespace fuzz {

@@ -14,7 +14,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "sharedmem/shared_memory_info.h"
+#include "addon/sharedmem/shared_memory_info.h"
 #include "test/native/support/shared_names.h"
 
 namespace fuzz {

@@ -7,7 +7,7 @@ import { tmpdir } from 'node:os';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { FUZZERS, fuzz } from './fuzz.mjs';
+import { FUZZERS, fuzz } from '../support/fuzz.mjs';
 
 const RUNS = 100_000;
 

@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
-#include "sharedmem/shared_memory_layout.h"
-#include "sharedmem/shared_memory_manager.h"
+#include "addon/sharedmem/shared_memory_layout.h"
+#include "addon/sharedmem/shared_memory_manager.h"
 #include "test/fuzz/raw_segment.h"
 
 namespace {

@@ -7,8 +7,8 @@ import { mkdirSync, readdirSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { temporaryDirectory } from '../js/support/temporary_directory.mjs';
-import { repository } from '../js/face/support/face.mjs';
+import { temporaryDirectory } from '../support/temporary_directory.mjs';
+import { repository } from '../support/face.mjs';
 
 const MEETING = `
 import { Meeting, copyI420 } from 'tessel-wrapper';

@@ -6,7 +6,7 @@ import '../../scripts/child_environment.mjs';
 
 import { writeSync } from 'node:fs';
 
-import { Random } from './support/random.mjs';
+import { Random } from '../support/reliability/random.mjs';
 
 const [module, settings] = process.argv.slice(2);
 const { count, seed, judgesTimes } = JSON.parse(settings);

@@ -6,9 +6,9 @@ import path from 'node:path';
 import { before, test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
-import { startMeetingApp } from '../meeting_app/support/meeting_app.mjs';
-import { openBrowser } from './support/browser.mjs';
-import { cardIn, logged, openPage, tile } from './support/meeting_page.mjs';
+import { startMeetingApp } from '../../support/meeting_app/meeting_app.mjs';
+import { openBrowser } from '../../support/meeting_app/browser.mjs';
+import { cardIn, logged, openPage, tile } from '../../support/meeting_app/meeting_page.mjs';
 
 const root = fileURLToPath(new URL('../../..', import.meta.url));
 

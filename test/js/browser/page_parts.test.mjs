@@ -9,9 +9,9 @@ import { before, test } from 'node:test';
 import { pageFiles } from '../../../examples/meeting/page_files.mjs';
 import { PageServer } from '../../../examples/meeting/page_server.mjs';
 import { PageSession } from '../../../examples/meeting/page_session.mjs';
-import { openRoom, stateIs } from '../meeting_app/support/open_room.mjs';
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
-import { PATIENCE_MS, openBrowser } from './support/browser.mjs';
+import { openRoom, stateIs } from '../../support/meeting_app/open_room.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { PATIENCE_MS, openBrowser } from '../../support/meeting_app/browser.mjs';
 
 let browser;
 let address;

@@ -5,8 +5,8 @@ import { readFileSync } from 'node:fs';
 import { fileURLToPath } from 'node:url';
 import { before, test } from 'node:test';
 
-import { PATIENCE_MS, openBrowser } from './support/browser.mjs';
-import { serveFolder } from './support/folder_server.mjs';
+import { PATIENCE_MS, openBrowser } from '../../support/meeting_app/browser.mjs';
+import { serveFolder } from '../../support/meeting_app/folder_server.mjs';
 
 const RENDERER = fileURLToPath(new URL('../../../js/renderer', import.meta.url));
 // What rounding on the way through 8 bits may cost.

@@ -8,7 +8,7 @@ import path from 'node:path';
 import { test } from 'node:test';
 import { inspect } from 'node:util';
 
-import { face, repository, requireFace } from './support/face.mjs';
+import { face, repository, requireFace } from '../../support/face.mjs';
 
 const TYPES = path.join(repository, 'test/types');
 const EXPECTATION = /^ *\/\/ @ts-expect-error: /;
@@ -121,7 +121,7 @@ function memberAssertions() {
 
 // The addon's own table of events: their names, their properties and which may be absent.
 const EVENT_SHAPES = [
-  ...read('events/emit_functions.cc').matchAll(/^ +\{"(\w+)", \{([^}]*)\}(, Absence::k\w+)?\}/gm),
+  ...read('addon/events/emit_functions.cc').matchAll(/^ +\{"(\w+)", \{([^}]*)\}(, Absence::k\w+)?\}/gm),
 ].map(([, name, properties, absence]) => ({ name, properties: properties.split(', '), absence }));
 
 function eventAssertions() {

@@ -2,15 +2,14 @@
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { chmodSync, copyFileSync, cpSync, mkdirSync, rmSync, writeFileSync } from 'node:fs';
+import { chmodSync, copyFileSync, cpSync, mkdirSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
-import { addonFile, build, openMeeting, repository, requireFace } from './support/face.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { addonFile, build, repository, requireFace } from '../../support/face.mjs';
 
-const { checkLeftovers, checkNode, checkRights, checkSpace, examine, report } =
-  requireFace('./doctor.js');
+const { checkNode, checkRights, checkSpace, examine, report } = requireFace('./doctor.js');
 
 const COMMAND = path.join(repository, 'bin/tessel-wrapper.js');
 
@@ -117,31 +116,6 @@ test('a shared memory that is not there, or in which everybody may remove, is a 
   assert.equal(checkRights(directory).rank, 'good');
 });
 
-test('names that no process has mapped are left over, others are not looked at', (t) => {
-  const directory = temporaryDirectory(t);
-  const characters = 'abcdefghijKLMNOPQRST';
-  const segments = [`SHM${characters}01234`, `SHM${characters}0123413`, `sem.SEM${characters}`];
-  for (const name of [...segments, 'SHMshort', 'other', `sem.SEM${characters}-`]) {
-    writeFileSync(path.join(directory, name), '');
-  }
-  const files = segments.map((name) => path.join(directory, name));
-  assert.deepEqual(checkLeftovers(directory), {
-    rank: 'warning',
-    text: ['3 names are left over from processes that were killed:', ...files].join('\n'),
-    advice: `Remove them: rm ${files.join(' ')}`,
-  });
-  for (const file of files) rmSync(file);
-  assert.equal(checkLeftovers(directory).rank, 'good');
-});
-
-test('the segments of a meeting that is open are not left over', async (t) => {
-  const meeting = await openMeeting(t);
-  const { shm_name: name, sem_name: semaphore } = meeting.wrapper.getSharedDataInfo();
-  const { text } = checkLeftovers();
-  assert.ok(!text.includes(name));
-  assert.ok(!text.includes(semaphore.slice(1)));
-});
-
 test('a problem is told by the exit code, a warning is not', () => {
   const findings = [
     { rank: 'good', text: 'fine', advice: 'but look' },
@@ -194,7 +168,7 @@ test('the build says what it built and what checks it, unless it failed', (t) =>
 
 test('--help prints the usage', () => {
   const { status, lines } = run(['--help']);
-  assert.deepEqual([status, lines], [0, ['usage: tessel-wrapper doctor | build', '']]);
+  assert.deepEqual([status, lines], [0, ['usage: tessel-wrapper doctor [--clean] | build', '']]);
 });
 
 test('all of it is examined', () => {
@@ -203,8 +177,14 @@ test('all of it is examined', () => {
 });
 
 test('anything but its commands is answered with the usage', () => {
-  for (const args of [[], ['constructor'], ['doctor', 'now']]) {
+  for (const args of [
+    [],
+    ['constructor'],
+    ['doctor', 'now'],
+    ['doctor', '--clean', 'now'],
+    ['build', '--clean'],
+  ]) {
     const { status, stderr } = run(args);
-    assert.deepEqual([status, stderr], [2, 'usage: tessel-wrapper doctor | build\n']);
+    assert.deepEqual([status, stderr], [2, 'usage: tessel-wrapper doctor [--clean] | build\n']);
   }
 });

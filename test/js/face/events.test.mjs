@@ -5,9 +5,9 @@ import { setImmediate } from 'node:timers/promises';
 import { after, afterEach, before, beforeEach, describe, test } from 'node:test';
 import { inspect } from 'node:util';
 
-import { runInChild } from '../support/child.mjs';
-import * as engine from '../support/scripted_engine.mjs';
-import { face, mockClocks, openMeeting } from './support/face.mjs';
+import { runInChild } from '../../support/child.mjs';
+import * as engine from '../../support/scripted/scripted_engine.mjs';
+import { face, mockClocks, openMeeting } from '../../support/face.mjs';
 
 const { CallError, Meeting, ShareError, TimeoutError } = face;
 
@@ -263,8 +263,8 @@ describe('the events of a meeting', () => {
       },
       {
         modules: [
-          './support/scripted_engine.mjs',
-          './face/support/face.mjs',
+          './support/scripted/scripted_engine.mjs',
+          './support/face.mjs',
           './support/child.mjs',
         ],
       },

@@ -4,10 +4,10 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
-import { runInChild } from '../support/child.mjs';
-import './support/face.mjs'; // names the addon for the processes
+import { runInChild } from '../../support/child.mjs';
+import '../../support/face.mjs'; // names the addon for the processes
 
-const MODULES = ['./face/support/face.mjs', './support/child.mjs'];
+const MODULES = ['./support/face.mjs', './support/child.mjs'];
 
 // What takes the place of the timers, and begins at 0: those of node's own test runner, and those of
 // the package that other test runners have theirs from. They leave the face alone which is loaded

@@ -5,9 +5,9 @@ import { copyFileSync, mkdirSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { runInChild } from '../support/child.mjs';
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
-import { addonFile, face, repository, requireFace } from './support/face.mjs';
+import { runInChild } from '../../support/child.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { addonFile, face, repository, requireFace } from '../../support/face.mjs';
 
 const { addonPath } = requireFace('./load_addon.js');
 

@@ -5,10 +5,10 @@ import { existsSync, readdirSync, readFileSync, statSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { runInChild } from '../support/child.mjs';
-import { collectUntil } from '../support/collector.mjs';
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
-import { face, freshFace, joinMeeting, mockClocks, openMeeting } from './support/face.mjs';
+import { runInChild } from '../../support/child.mjs';
+import { collectUntil } from '../../support/collector.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { face, freshFace, joinMeeting, mockClocks, openMeeting } from '../../support/face.mjs';
 
 const { CallError, ClosedError, Meeting, ShareError, TimeoutError } = face;
 
@@ -261,7 +261,7 @@ test('a wait for an event that rejects before it is awaited ends no process', ()
       await new Promise(setImmediate);
       await present.catch(sayName);
     },
-    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+    { modules: ['./support/face.mjs', './support/child.mjs'] },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
   assert.deepEqual(child.said, ['TimeoutError', 'TimeoutError', 'ClosedError']);
@@ -388,12 +388,15 @@ test('in a worker neither a meeting nor a widget can be had, and each says why',
       const workerData = requireFace.resolve('./index.js');
       new Worker(program, { eval: true, workerData }).on('message', say);
     },
-    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+    { modules: ['./support/face.mjs', './support/child.mjs'] },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
+  const advice =
+    'in a test runner, run the tests in processes instead of threads (vitest: --pool forks); ' +
+    'elsewhere, start a process with child_process.fork() instead of the worker';
   assert.deepEqual(child.said, [
-    'Error: Widget is only possible on the main thread',
-    'Error: Meeting is only possible on the main thread',
+    `Error: Widget is only possible on the main thread: ${advice}`,
+    `Error: Meeting is only possible on the main thread: ${advice}`,
   ]);
 });
 
@@ -514,7 +517,11 @@ test('closing ends what waits also when the engine fails to go', () => {
       process.exit(0);
     },
     {
-      modules: ['./support/scripted_engine.mjs', './face/support/face.mjs', './support/child.mjs'],
+      modules: [
+        './support/scripted/scripted_engine.mjs',
+        './support/face.mjs',
+        './support/child.mjs',
+      ],
     },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
@@ -535,7 +542,7 @@ test('a process that closes its meeting in the middle of a call ends by itself',
       meeting.waitFor('callDisconnect').catch(({ name }) => say(name));
       meeting.close();
     },
-    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+    { modules: ['./support/face.mjs', './support/child.mjs'] },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
   assert.deepEqual(child.said, ['ClosedError']);

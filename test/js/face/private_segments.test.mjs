@@ -7,7 +7,7 @@ import { setImmediate } from 'node:timers/promises';
 import { test } from 'node:test';
 import vm from 'node:vm';
 
-import { mockClocks, repository, requireFace } from './support/face.mjs';
+import { mockClocks, repository, requireFace } from '../../support/face.mjs';
 
 const { makeSegment } = requireFace('./private_segments.js');
 

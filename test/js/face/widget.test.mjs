@@ -6,8 +6,8 @@ import { fork } from 'node:child_process';
 import { once } from 'node:events';
 import { afterEach, beforeEach, test } from 'node:test';
 
-import { readCard } from '../support/card_code.mjs';
-import { face, joinMeeting } from './support/face.mjs';
+import { readCard } from '../../support/card_code.mjs';
+import { face, joinMeeting } from '../../support/face.mjs';
 
 const { ClosedError, Widget, copyI420, frameCounters } = face;
 
@@ -272,7 +272,7 @@ test('names that are not there are refused at once', () => {
 });
 
 test('a widget in a second process sees the pictures and ends by itself', async () => {
-  const child = fork(new URL('fixtures/widget_process.mjs', import.meta.url), {
+  const child = fork(new URL('../../support/processes/face_widget_process.mjs', import.meta.url), {
     stdio: ['ignore', 'ignore', 'inherit', 'ipc'],
   });
   child.send(names);

@@ -3,10 +3,10 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
-import { runInChild } from '../support/child.mjs';
-import { startProcess } from '../support/commanded_process.mjs';
-import { limitedSharedMemory } from '../support/limited_shared_memory.mjs';
-import './support/face.mjs'; // names the addon for the processes
+import { runInChild } from '../../support/child.mjs';
+import { startProcess } from '../../support/commanded_process.mjs';
+import { limitedSharedMemory } from '../../support/shared_memory/limited_shared_memory.mjs';
+import '../../support/face.mjs'; // names the addon for the processes
 
 const REMOTE = { type: 'remote', streamIndex: 0 };
 const OTHER = { type: 'remote', streamIndex: 1 };
@@ -17,7 +17,7 @@ const NO_MAIN_MEMORY = new RegExp(
     'or /dev/shm was full when it was opened \\(see: npx tessel-wrapper doctor\\)\n',
 );
 const startMeeting = (t, options) =>
-  startProcess(t, './face/fixtures/meeting_process.mjs', options);
+  startProcess(t, './support/processes/face_meeting_process.mjs', options);
 
 test('a stream for which there is no room in /dev/shm rejects, and enters when there is', async (t) => {
   const room = limitedSharedMemory();
@@ -53,7 +53,7 @@ test('a meeting whose widget process has ended rejects, in widget mode and after
   const meeting = startMeeting(t);
   await meeting.does('join', 'tessel:demo?participants=2', 2);
   const names = await meeting.does('enter', REMOTE);
-  const widget = startProcess(t, './fixtures/widget_process.mjs');
+  const widget = startProcess(t, './support/processes/widget_process.mjs');
   await widget.does('open', names);
   assert.deepEqual(await meeting.does('enter', REMOTE), names);
   await widget.ends();
@@ -86,7 +86,11 @@ test('streams of every kind enter, and remote ones outside the table of streams 
       meeting.close();
     },
     {
-      modules: ['./support/scripted_engine.mjs', './face/support/face.mjs', './support/child.mjs'],
+      modules: [
+        './support/scripted/scripted_engine.mjs',
+        './support/face.mjs',
+        './support/child.mjs',
+      ],
     },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);

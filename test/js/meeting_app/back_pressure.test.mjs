@@ -10,8 +10,8 @@ import { decodeFrame } from '../../../examples/meeting/frame_message.mjs';
 import { PageServer } from '../../../examples/meeting/page_server.mjs';
 import { PageSession } from '../../../examples/meeting/page_session.mjs';
 import { SpeakingTube } from '../../../examples/meeting/speaking_tube.mjs';
-import { readCard } from '../support/card_code.mjs';
-import { openRoom } from './support/open_room.mjs';
+import { readCard } from '../../support/card_code.mjs';
+import { openRoom } from '../../support/meeting_app/open_room.mjs';
 
 const STREAM = { type: 'remote', streamIndex: 3 };
 

@@ -9,8 +9,8 @@ import path from 'node:path';
 import { createInterface } from 'node:readline';
 import { test } from 'node:test';
 
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
-import { environment, PROGRAM } from './support/meeting_app.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { environment, PROGRAM } from '../../support/meeting_app/meeting_app.mjs';
 
 // The application with these options, until the test ends.
 function start(t, options) {

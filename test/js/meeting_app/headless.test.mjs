@@ -5,8 +5,8 @@ import { execFile } from 'node:child_process';
 import { test } from 'node:test';
 import { promisify } from 'node:util';
 
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
-import { environment, PROGRAM } from './support/meeting_app.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { environment, PROGRAM } from '../../support/meeting_app/meeting_app.mjs';
 
 test('--headless gives a summary at the terminal, with the options of its own', async (t) => {
   const { stdout } = await promisify(execFile)(

@@ -10,7 +10,7 @@ import { test } from 'node:test';
 import { WebSocket } from 'ws';
 
 import { PageServer } from '../../../examples/meeting/page_server.mjs';
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 
 async function serve(t, options = {}) {
   const directory = temporaryDirectory(t);

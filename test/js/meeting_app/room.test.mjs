@@ -5,7 +5,7 @@ import { readFileSync } from 'node:fs';
 import { test } from 'node:test';
 
 import { videoStreamsState } from '../../../examples/meeting/layout.mjs';
-import { logIn, openRoom, stateIs } from './support/open_room.mjs';
+import { logIn, openRoom, stateIs } from '../../support/meeting_app/open_room.mjs';
 
 const NAME = 'remote-0';
 const SCREEN = { what: { type: 'screen', screenId: 0 } };

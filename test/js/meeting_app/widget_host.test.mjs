@@ -1,16 +1,21 @@
 // The process that feeds windows: how it is kept running, and what it shows.
 
 import assert from 'node:assert/strict';
+import { fork } from 'node:child_process';
 import { once } from 'node:events';
 import { readFileSync, readdirSync } from 'node:fs';
 import { test } from 'node:test';
+import { fileURLToPath } from 'node:url';
 import { WebSocket } from 'ws';
 
 import { decodeFrame } from '../../../examples/meeting/frame_message.mjs';
 import { WidgetHost } from '../../../examples/meeting/widget_host.mjs';
 import clocks from '../../../js/clocks.js';
-import { logIn, openRoom, stateIs } from './support/open_room.mjs';
+import { logIn, openRoom, stateIs } from '../../support/meeting_app/open_room.mjs';
 
+const WIDGET_PROCESS = fileURLToPath(
+  new URL('../../../examples/meeting/widget_process.mjs', import.meta.url),
+);
 const NAME = 'remote-0';
 const URI = 'tessel:test?participants=1';
 
@@ -168,8 +173,25 @@ test('a process that ends by itself gives its windows back, and the host closes 
   const host = hostFor(t, room);
   await stateIs(room, ({ widget }) => widget.phase === 'ended');
   await stateIs(room, (state) => !isInWindow(state));
+  const [{ payload }] = room.log.filter(({ name }) => name === 'error');
+  assert.match(payload.message, /^The widget process: The memory of the meeting is not there/);
   host.close();
 });
+
+for (const [moment, sharedDataInfo] of [
+  ['before the process has read its memory', { shm_name: '/nothing', sem_name: '/nothing' }],
+  ['before the process has listened'],
+]) {
+  test(`a meeting that ends ${moment} ends it without a message`, async (t) => {
+    const { room } = await openRoom(t, URI);
+    const child = fork(WIDGET_PROCESS, { stdio: ['ignore', 'ignore', 'pipe', 'ipc'] });
+    const errors = child.stderr.toArray();
+    child.send({ type: 'start', sharedDataInfo: sharedDataInfo ?? room.sharedDataInfo });
+    child.disconnect();
+    const [, signal] = await once(child, 'exit');
+    assert.deepEqual([signal, (await errors).join('')], [null, '']);
+  });
+}
 
 test('a process that is killed before it listens is not started again', async (t) => {
   const { room } = await openRoom(t, URI);

@@ -1,4 +1,4 @@
-#include "frames/stream_manager.h"
+#include "addon/frames/stream_manager.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -8,9 +8,9 @@
 #include <set>
 #include <utility>
 
-#include "sharedmem/shared_memory_layout.h"
-#include "sharedmem/shared_memory_manager.h"
-#include "sharedmem/shared_memory_video_frame_source.h"
+#include "addon/sharedmem/shared_memory_layout.h"
+#include "addon/sharedmem/shared_memory_manager.h"
+#include "addon/sharedmem/shared_memory_video_frame_source.h"
 #include "test/native/sharedmem/fake_video_frame.h"
 #include "test/native/sharedmem/shared_memory_test.h"
 #include "test/native/sharedmem/system_calls.h"

@@ -1,4 +1,4 @@
-#include "sharedmem/shared_memory_allocator.h"
+#include "addon/sharedmem/shared_memory_allocator.h"
 
 #include <sys/resource.h>
 

@@ -1,4 +1,4 @@
-#include "sharedmem/shared_memory_manager.h"
+#include "addon/sharedmem/shared_memory_manager.h"
 
 #include <pthread.h>
 
@@ -8,7 +8,7 @@
 #include <random>
 #include <thread>
 
-#include "sharedmem/shared_memory_layout.h"
+#include "addon/sharedmem/shared_memory_layout.h"
 #include "test/native/sharedmem/fake_video_frame.h"
 #include "test/native/sharedmem/shared_memory_test.h"
 

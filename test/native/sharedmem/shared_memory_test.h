@@ -18,8 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "addon/sharedmem/shared_memory_info.h"
 #include "base/diagnostic_line.h"
-#include "sharedmem/shared_memory_info.h"
 #include "test/native/support/captured_output.h"
 #include "test/native/support/shared_names.h"
 

@@ -1,9 +1,9 @@
-#include "sharedmem/shared_memory_video_frame_source.h"
+#include "addon/sharedmem/shared_memory_video_frame_source.h"
 
 #include <limits>
 #include <random>
 
-#include "sharedmem/shared_memory_layout.h"
+#include "addon/sharedmem/shared_memory_layout.h"
 #include "test/native/sharedmem/fake_video_frame.h"
 #include "test/native/sharedmem/shared_memory_test.h"
 

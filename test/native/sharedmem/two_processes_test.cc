@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
-#include "sharedmem/shared_memory_allocator.h"
-#include "sharedmem/shared_memory_layout.h"
-#include "sharedmem/shared_memory_manager.h"
+#include "addon/sharedmem/shared_memory_allocator.h"
+#include "addon/sharedmem/shared_memory_layout.h"
+#include "addon/sharedmem/shared_memory_manager.h"
 #include "test/native/sharedmem/fake_video_frame.h"
 #include "test/native/sharedmem/shared_memory_test.h"
 #include "test/native/support/child_process.h"

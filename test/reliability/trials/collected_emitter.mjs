@@ -9,7 +9,7 @@ import {
   EventEmitter,
   nextTurn,
   PARAMS,
-} from '../../js/fixtures/wrapper_kit.mjs';
+} from '../../support/scripted/wrapper_kit.mjs';
 
 const THREADS = 4;
 const EVENTS = 500; // of each thread, in one lot

@@ -7,10 +7,10 @@ import path from 'node:path';
 import { setImmediate } from 'node:timers/promises';
 
 import { connection } from '../../../examples/support/connection.mjs';
-import { collect } from '../../js/support/collector.mjs';
-import { TesselWrapper, TesselWrapperProxy } from '../../js/support/embedded_meeting.mjs';
-import { temporaryDirectory } from '../../js/support/temporary_directory.mjs';
-import { withoutGrowth } from '../support/holdings.mjs';
+import { collect } from '../../support/collector.mjs';
+import { TesselWrapper, TesselWrapperProxy } from '../../support/embedded_meeting.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { withoutGrowth } from '../../support/reliability/holdings.mjs';
 
 const STREAM = { type: 'remote', streamIndex: 0 };
 const NO_FRAME = -1;

@@ -7,9 +7,9 @@ import { existsSync } from 'node:fs';
 import { text } from 'node:stream/consumers';
 import { fileURLToPath } from 'node:url';
 
-import { filesNamedIn } from '../../js/support/shared_memory_names.mjs';
-import { temporaryDirectory } from '../../js/support/temporary_directory.mjs';
-import { inParallel } from '../support/in_parallel.mjs';
+import { filesNamedIn } from '../../support/shared_memory/shared_memory_names.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { inParallel } from '../../support/in_parallel.mjs';
 
 const WAYS = {
   destroyed: { code: 0 },
@@ -24,7 +24,9 @@ const MOST_MS = 2000;
 // Far above what any process takes: it ends what would never end.
 const TIME_LIMIT_MS = 120_000;
 
-const program = fileURLToPath(new URL('../fixtures/ending_process.mjs', import.meta.url));
+const program = fileURLToPath(
+  new URL('../../support/processes/ending_process.mjs', import.meta.url),
+);
 
 // How long the process took to end, in milliseconds, and how many events it left.
 async function endedBy(way, directory) {

@@ -2,9 +2,9 @@
 
 import assert from 'node:assert/strict';
 
-import { construct, engine, nextTurn, EventEmitter } from '../../js/fixtures/wrapper_kit.mjs';
-import { withoutGrowth } from '../support/holdings.mjs';
-import { NOTIFICATIONS } from '../support/notifications.mjs';
+import { construct, engine, nextTurn, EventEmitter } from '../../support/scripted/wrapper_kit.mjs';
+import { withoutGrowth } from '../../support/reliability/holdings.mjs';
+import { NOTIFICATIONS } from '../../support/reliability/notifications.mjs';
 
 const THREADS = 8;
 const PARTS = 4;

@@ -2,7 +2,7 @@
 
 import assert from 'node:assert/strict';
 
-import { FUZZERS, fuzz } from '../../fuzz/fuzz.mjs';
+import { FUZZERS, fuzz } from '../../support/fuzz.mjs';
 
 export function run(seconds) {
   const figures = {};

@@ -4,10 +4,10 @@
 import assert from 'node:assert/strict';
 import { setImmediate, setTimeout } from 'node:timers/promises';
 
-import { openSemaphore, sequenceOf } from '../../js/support/handmade_segments.mjs';
-import { frameSegmentsOf } from '../../js/support/shared_memory_names.mjs';
-import { inParallel } from '../support/in_parallel.mjs';
-import { remote, startMain, startWidget, TIMED_OUT } from '../support/processes.mjs';
+import { openSemaphore, sequenceOf } from '../../support/shared_memory/handmade_segments.mjs';
+import { frameSegmentsOf } from '../../support/shared_memory/shared_memory_names.mjs';
+import { inParallel } from '../../support/in_parallel.mjs';
+import { remote, startMain, startWidget, TIMED_OUT } from '../../support/reliability/processes.mjs';
 
 const STREAM = remote(3);
 const OTHER = remote(4);

@@ -9,9 +9,9 @@ import {
   engine,
   EventEmitter,
   nextTurn,
-} from '../../js/fixtures/wrapper_kit.mjs';
-import { collectUntil } from '../../js/support/collector.mjs';
-import { METHODS } from '../../js/fixtures/method_table.mjs';
+} from '../../support/scripted/wrapper_kit.mjs';
+import { collectUntil } from '../../support/collector.mjs';
+import { METHODS } from '../../support/scripted/method_table.mjs';
 
 const STREAM = { type: 'remote', streamIndex: 3 };
 const FAILURES = [{ throws: 'the engine fails' }, { throwsInt: true }, { returnsNull: true }];

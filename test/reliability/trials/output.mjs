@@ -9,11 +9,13 @@ import { createInterface } from 'node:readline';
 import { text } from 'node:stream/consumers';
 import { fileURLToPath } from 'node:url';
 
-import { nextTurn } from '../../js/fixtures/next_turn.mjs';
-import { removeLeftovers } from '../../js/support/shared_memory_names.mjs';
-import { inParallel } from '../support/in_parallel.mjs';
+import { nextTurn } from '../../support/next_turn.mjs';
+import { removeLeftovers } from '../../support/shared_memory/shared_memory_names.mjs';
+import { inParallel } from '../../support/in_parallel.mjs';
 
-const program = fileURLToPath(new URL('../fixtures/output_process.mjs', import.meta.url));
+const program = fileURLToPath(
+  new URL('../../support/processes/output_process.mjs', import.meta.url),
+);
 const LINES = 5000; // far more than a pipe holds
 const LINE = 'disableSharedMemory: Not allocated, something is wrong!';
 

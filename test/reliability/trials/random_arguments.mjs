@@ -10,10 +10,15 @@ import {
   collect,
   construct,
   engine,
-} from '../../js/fixtures/wrapper_kit.mjs';
-import { goodArguments } from '../../js/support/wrapper.mjs';
-import { OwnThrow, anything, randomArguments, throwOwn } from '../support/random_values.mjs';
-import { traced } from '../support/traced_value.mjs';
+} from '../../support/scripted/wrapper_kit.mjs';
+import { goodArguments } from '../../support/scripted/wrapper.mjs';
+import {
+  OwnThrow,
+  anything,
+  randomArguments,
+  throwOwn,
+} from '../../support/reliability/random_values.mjs';
+import { traced } from '../../support/reliability/traced_value.mjs';
 
 const { TesselWrapper, TesselWrapperProxy } = engine.loadAddon();
 

@@ -5,10 +5,10 @@ import { existsSync } from 'node:fs';
 import path from 'node:path';
 import { setTimeout } from 'node:timers/promises';
 
-import { startProcess } from '../../js/support/commanded_process.mjs';
-import { filesNamedIn, removeLeftovers } from '../../js/support/shared_memory_names.mjs';
-import { temporaryDirectory } from '../../js/support/temporary_directory.mjs';
-import { assertStaysFlat } from '../support/flat_memory.mjs';
+import { startProcess } from '../../support/commanded_process.mjs';
+import { filesNamedIn, removeLeftovers } from '../../support/shared_memory/shared_memory_names.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { assertStaysFlat } from '../../support/reliability/flat_memory.mjs';
 
 const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
 const SAMPLES = 40;
@@ -41,8 +41,8 @@ export async function run(seconds, { after, judgesTimes }) {
     });
   removeLeftovers();
   const sides = {
-    main: start('../reliability/fixtures/soak_process.mjs'),
-    widget: start('../reliability/fixtures/soak_process.mjs'),
+    main: start('./support/processes/soak_process.mjs'),
+    widget: start('./support/processes/soak_process.mjs'),
   };
   const logPath = temporaryDirectory({ after });
   const { key, streams } = await sides.main.does('join', logPath);

@@ -2,7 +2,7 @@
 
 import assert from 'node:assert/strict';
 
-import { collect, construct, engine } from '../../js/fixtures/wrapper_kit.mjs';
+import { collect, construct, engine } from '../../support/scripted/wrapper_kit.mjs';
 
 const SIZE = { width: 64, height: 36 };
 const FULL = SIZE.width * SIZE.height;

@@ -2,8 +2,8 @@
 
 import assert from 'node:assert/strict';
 
-import { construct, engine, nextTurn, EventEmitter } from '../../js/fixtures/wrapper_kit.mjs';
-import { NOTIFICATIONS } from '../support/notifications.mjs';
+import { construct, engine, nextTurn, EventEmitter } from '../../support/scripted/wrapper_kit.mjs';
+import { NOTIFICATIONS } from '../../support/reliability/notifications.mjs';
 
 const THREADS = 4;
 // Not a multiple of a divisor of the number of events: it is every event's turn.

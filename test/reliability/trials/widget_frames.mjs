@@ -2,7 +2,7 @@
 
 import assert from 'node:assert/strict';
 
-import { remote, startMain, startWidget } from '../support/processes.mjs';
+import { remote, startMain, startWidget } from '../../support/reliability/processes.mjs';
 
 const STREAM = remote(3);
 const PUSHED = { width: 1280, height: 720, csrc: 5, fps: 0 };

@@ -1,0 +1,195 @@
+#include "addon/sharedmem/shared_memory_allocator.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <ctime>
+#include <utility>
+
+#include "base/diagnostic_line.h"
+
+using base::DiagnosticLine;
+
+namespace {
+
+// Who may open the pair is left to the process's umask.
+constexpr mode_t kPermission = 0666;
+// The creating side holds the lock from the start.
+constexpr unsigned int kInitialCount = 0;
+constexpr time_t kLockSeconds = 5;
+
+// Makes sure that the object is at least `size` bytes long and has memory behind every one of them.
+// Sizing alone succeeds on a full file system, and the first access then raises SIGBUS. Tells of a
+// failure.
+bool reserve(const posix::FileDescriptor& object, off_t size) {
+  int error = EINTR;
+  while (error == EINTR) error = posix_fallocate(object.get(), 0, size);
+  if (error != 0) DiagnosticLine("initialize: posix_fallocate failed, error:").dec(error);
+  return error == 0;
+}
+
+}  // namespace
+
+SharedMemoryAllocator::SharedMemoryAllocator(SharedMemoryInfo info) : info_(std::move(info)) {
+  initialised_ = initialize();
+  DiagnosticLine("SharedMemoryAllocator:")
+      .hexadecimal()
+      .address(this)
+      .text(", pid:")
+      .integer(getpid())
+      .decimal()
+      .text(", created");
+}
+
+SharedMemoryAllocator::~SharedMemoryAllocator() {
+  uninitialize();
+  DiagnosticLine("~SharedMemoryAllocator:")
+      .hexadecimal()
+      .address(this)
+      .text(", pid:")
+      .integer(getpid())
+      .decimal()
+      .text(", destroyed");
+}
+
+bool SharedMemoryAllocator::initialize() {
+  DiagnosticLine("initialize: Creating shared mem with name:")
+      .text(info_.shmName)
+      .text(", SEM name:")
+      .text(info_.semName);
+  locked_ = info_.create;
+  if (!openSegmentAndSemaphore()) {
+    uninitialize();
+    return false;
+  }
+  namesAtExit_.emplace(info_.shmName, info_.semName);
+  return true;
+}
+
+bool SharedMemoryAllocator::openSegmentAndSemaphore() {
+  // Without O_EXCL: a pair that was left behind under these names is opened as it is.
+  const int flags = info_.create ? O_RDWR | O_CREAT : O_RDWR;
+
+  object_ = posix::FileDescriptor::openSharedMemory(info_.shmName, flags, kPermission);
+  if (!object_) {
+    const int error = errno;
+    DiagnosticLine("shm_open failed, error:").dec(error);
+    return false;
+  }
+
+  if (info_.create) {
+    const int result = ftruncate(object_.get(), info_.size);
+    DiagnosticLine("initialize: Trucating data for pid").dec(getpid()).text(" ,Ret = ").dec(result);
+    if (!reserve(object_, info_.size)) return false;
+  }
+
+  auto mapping = posix::SharedMapping::map(object_, info_.size);
+  if (!mapping) {
+    const int error = errno;
+    DiagnosticLine("initialize: mmap failed, error:").dec(error);
+    return false;
+  }
+  mapping_ = std::move(*mapping);
+  // Whoever made it may have sized it only. That it is long enough is known since it is mapped.
+  if (!info_.create && !reserve(object_, info_.size)) return false;
+
+  DiagnosticLine("initialize: mapped memory with ptr:")
+      .address(mapping_.data())
+      .text(", size:")
+      .dec(info_.size)
+      .text(", sem count:")
+      .dec(kInitialCount)
+      .text(", flags:")
+      .dec(flags)
+      .text(", permission:")
+      .dec(kPermission);
+  DiagnosticLine("initialize: creating semaphore with initial count:")
+      .dec(kInitialCount)
+      .text(", flags:")
+      .dec(flags);
+  semaphore_ = posix::NamedSemaphore::open(info_.semName, flags, kPermission, kInitialCount);
+  if (!semaphore_) {
+    const int error = errno;
+    DiagnosticLine("initialize: sem_open failed, error:").dec(error);
+    return false;
+  }
+  return true;
+}
+
+void SharedMemoryAllocator::uninitialize() {
+  mapping_.reset();
+  if (object_) {
+    object_.reset();
+    shm_unlink(info_.shmName.c_str());
+  }
+  if (semaphore_) {
+    sem_unlink(info_.semName.c_str());
+    semaphore_.reset();
+  }
+  namesAtExit_.reset();
+}
+
+bool SharedMemoryAllocator::lockDataAccess() {
+  if (!initialised_) {
+    DiagnosticLine("lockDataAccess, not initialised");
+    return false;
+  }
+  if (!semaphore_) {
+    DiagnosticLine("lockDataAccess, SEM pointer is null!");
+    return false;
+  }
+  if (locked_) {
+    DiagnosticLine("lockDataAccess, already locked!");
+    return true;
+  }
+  timespec deadline = {};
+  if (clock_gettime(CLOCK_REALTIME, &deadline) != 0) {
+    const int error = errno;
+    DiagnosticLine("clock_gettime failed, error:").dec(error);
+    return false;
+  }
+  deadline.tv_sec += kLockSeconds;
+  while (!semaphore_.timedWait(deadline)) {
+    const int error = errno;
+    if (error != EINTR) {
+      DiagnosticLine("sem_timedwait timedout, error:").dec(error);
+      return false;
+    }
+    DiagnosticLine("lockDataAccess: in infite loop, error:").dec(error);
+  }
+  locked_ = true;
+  return true;
+}
+
+void* SharedMemoryAllocator::getDataPtr() {
+  if (!initialised_) {
+    DiagnosticLine("getDataPtr, not initialised");
+    return nullptr;
+  }
+  if (!locked_) {
+    DiagnosticLine("getDataPtr failed, trying to access data without lock!");
+    return nullptr;
+  }
+  return mapping_.data();
+}
+
+bool SharedMemoryAllocator::unlockDataAccess() {
+  if (!initialised_) {
+    DiagnosticLine("unlockDataAccess, not initialised");
+    return false;
+  }
+  if (!locked_) {
+    DiagnosticLine("unlockDataAccess failed, trying to unlock without locking!");
+    return false;
+  }
+  if (!semaphore_.post()) {
+    const int error = errno;
+    DiagnosticLine("unlockDataAccess sem_post failed, error:").dec(error);
+    return false;
+  }
+  locked_ = false;
+  return true;
+}

@@ -1,0 +1,60 @@
+// A shared-memory segment and the lock over it.
+
+#ifndef ADDON_SHAREDMEM_SHARED_MEMORY_ALLOCATOR_H_
+#define ADDON_SHAREDMEM_SHARED_MEMORY_ALLOCATOR_H_
+
+#include <optional>
+
+#include "addon/sharedmem/names_at_exit.h"
+#include "addon/sharedmem/posix_shared_memory.h"
+#include "addon/sharedmem/shared_memory_info.h"
+
+// One named shared-memory object, mapped for reading and writing, with one named semaphore that
+// serves as a lock between processes over its contents (1 free, 0 held). One process creates the
+// pair, another opens it by name. What the bytes mean is the user's business.
+//
+// The creating side starts out holding the lock, so that it can clear the contents before anyone
+// reads them; its first unlockDataAccess() opens the segment to others. Whichever side goes first
+// removes both names: what is mapped stays usable, but can no longer be opened. A process that ends
+// by exit() removes them, too.
+//
+// Every access is lockDataAccess(), getDataPtr(), read or write, unlockDataAccess(). Nothing
+// throws: a failure is one diagnostic line and a false or null result, also when the pair could not
+// be opened at all.
+//
+// Owned by one user, which may hand it from thread to thread but uses it from one at a time: the
+// lock excludes other allocators, not other threads of the same one.
+class SharedMemoryAllocator {
+ public:
+  explicit SharedMemoryAllocator(SharedMemoryInfo info);
+  ~SharedMemoryAllocator();
+  SharedMemoryAllocator(const SharedMemoryAllocator&) = delete;
+  SharedMemoryAllocator& operator=(const SharedMemoryAllocator&) = delete;
+
+  // Whether segment and semaphore are open. Never changes.
+  bool initialised() const { return initialised_; }
+
+  // Takes the lock, waiting at most 5 seconds. True at once when this object holds it already.
+  bool lockDataAccess();
+  // The info's `size` bytes, while this object holds the lock; null otherwise.
+  void* getDataPtr();
+  // Gives the lock back. When that fails this object goes on holding it.
+  bool unlockDataAccess();
+
+  const SharedMemoryInfo& getSharedMemInfo() const { return info_; }
+
+ private:
+  bool initialize();
+  bool openSegmentAndSemaphore();
+  void uninitialize();
+
+  const SharedMemoryInfo info_;
+  posix::FileDescriptor object_;
+  posix::SharedMapping mapping_;
+  posix::NamedSemaphore semaphore_;
+  std::optional<NamesAtExit> namesAtExit_;
+  bool initialised_ = false;
+  bool locked_ = false;  // this object holds the semaphore
+};
+
+#endif  // ADDON_SHAREDMEM_SHARED_MEMORY_ALLOCATOR_H_

@@ -1,0 +1,50 @@
+// TesselWrapper: the engine's configuration data and its registered events.
+
+#include <stdexcept>
+
+#include "addon/napi/arguments.h"
+#include "addon/napi/object_property_helper.h"
+#include "addon/napi/values.h"
+#include "addon/wrapper/tessel_wrapper.h"
+
+namespace {
+
+std::shared_ptr<ConfigData> configDataOf(TSLM::TSLMManager& engine) {
+  auto configData = engine.GetConfigDataPtr();
+  if (!configData) throw std::runtime_error("The engine has no configuration data");
+  return configData;
+}
+
+}  // namespace
+
+Napi::Value TesselWrapper::getConfigData(const Napi::CallbackInfo& info) {
+  const Napi::Env env = info.Env();
+  const std::shared_ptr<ConfigData> configData = configDataOf(*manager);
+  const Napi::Value capable = Utils::toJavascript(env, configData->isVesperCapable());
+  const Napi::Value index = Utils::toJavascript(env, configData->maxVOQualityIndex());
+  return Utils::makeObject(env, {{"isVesperCapable", capable}, {"maxVOQualityIndex", index}});
+}
+
+void TesselWrapper::updateConfigData(const Napi::CallbackInfo& info) {
+  napiCheckArgLength(info, 1);
+  const NapiObjectPropertyHelper helper(info, napiGetArgAsObject(info, 0), "ConfigDataHelper");
+  const std::string text = helper.getAsString("configData");
+  configDataOf(*manager)->update(text);
+}
+
+void TesselWrapper::registerEvent(const Napi::CallbackInfo& info) {
+  napiCheckArgLength(info, 1);
+  const NapiObjectPropertyHelper helper(info, napiGetArgAsObject(info, 0), "RegisterEventParams");
+  const std::string eventName = helper.getAsString("eventName");
+  // A negative number is taken as its unsigned counterpart.
+  const auto expires = static_cast<unsigned int>(helper.getAsInt("expires"));
+  const std::string mimeType = helper.getAsString("mimeType");
+  const std::string mimeSubType = helper.getAsString("mimeSubType");
+  manager->RegisterEvent(eventName, expires, mimeType, mimeSubType);
+}
+
+void TesselWrapper::unregisterEvent(const Napi::CallbackInfo& info) {
+  napiCheckArgLength(info, 1);
+  const NapiObjectPropertyHelper helper(info, napiGetArgAsObject(info, 0), "UnregisterEventParams");
+  manager->UnregisterEvent(helper.getAsString("eventName"));
+}

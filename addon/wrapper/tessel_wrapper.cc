@@ -1,0 +1,228 @@
+#include "addon/wrapper/tessel_wrapper.h"
+
+#include <unistd.h>
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "addon/napi/arguments.h"
+#include "addon/napi/main_environment.h"
+#include "addon/napi/object_property_helper.h"
+#include "addon/napi/status.h"
+#include "addon/napi/values.h"
+#include "base/diagnostic_line.h"
+
+Napi::FunctionReference TesselWrapper::constructor;
+Napi::FunctionReference TesselWrapper::emitterFactory;
+
+namespace {
+
+Napi::Env requireMain(Napi::Env env) {
+  Utils::requireMainEnvironment(env, "TesselWrapper");
+  return env;
+}
+
+tsl::CreateParams readCreateParams(const Napi::CallbackInfo& info) {
+  napiCheckArgLength(info, 1);
+  const NapiObjectPropertyHelper helper(info, napiGetArgAsObject(info, 0), "CreateParams");
+  tsl::CreateParams params;
+  params.szAppVersion = helper.getAsString("appVersion");
+  params.szConfigPath = helper.getAsString("configPath");
+  params.szLogPath = helper.getAsString("logPath");
+  params.szLogPrefix = helper.getAsString("logPrefix");
+  params.szUserAgent = helper.getAsString("userAgent");
+  return params;
+}
+
+void printCreateParams(const tsl::CreateParams& params) {
+  const auto print = [](const char* field, const std::string& text) {
+    base::DiagnosticLine("TesselWrapper::TesselWrapper Params params.")
+        .text(field)
+        .text(": ")
+        .text(text.c_str());
+  };
+  print("szAppVersion", params.szAppVersion);
+  print("szConfigPath", params.szConfigPath);
+  print("szLogPath", params.szLogPath);
+  print("szLogPrefix", params.szLogPrefix);
+  print("szUserAgent", params.szUserAgent);
+}
+
+// "<what>Pid:<process id>, obj:<address>", after which integers print in hexadecimal. So does the
+// process id, except in the first such line of the process, whatever base other lines have left.
+void printProcessAndObject(const char* what, const void* object) {
+  static bool isFirst = true;
+  base::DiagnosticLine line(what);
+  line.text("Pid:");
+  if (std::exchange(isFirst, false)) {
+    line.dec(getpid());
+  } else {
+    line.hexadecimal().integer(getpid());
+  }
+  line.text(", obj:").hexadecimal().address(object);
+}
+
+}  // namespace
+
+Napi::Object TesselWrapper::Init(Napi::Env env, Napi::Object exports) {
+  const Napi::HandleScope scope(env);
+  // The order and the kinds, with and without a value, are part of the interface.
+  const std::vector<Napi::ClassPropertyDescriptor<TesselWrapper>> methods = {
+      StaticMethod<&TesselWrapper::setEmitterFactory>("_internal_setEmitterFactory"),
+      InstanceMethod<&TesselWrapper::destroy>("destroy"),
+      InstanceMethod<&TesselWrapper::on>("on"),
+      InstanceMethod<&TesselWrapper::connectCall>("connectCall"),
+      InstanceMethod<&TesselWrapper::disconnectCall>("disconnectCall"),
+      InstanceMethod<&TesselWrapper::updateMediaStreamState>("updateMediaStreamState"),
+      InstanceMethod<&TesselWrapper::muteLocalVideo>("muteLocalVideo"),
+      InstanceMethod<&TesselWrapper::muteLocalAudio>("muteLocalAudio"),
+      InstanceMethod<&TesselWrapper::setRemoteAudioMute>("setRemoteAudioMute"),
+      InstanceMethod<&TesselWrapper::enableCameraCapture>("enableCameraCapture"),
+      InstanceMethod<&TesselWrapper::startPresentation>("startPresentation"),
+      InstanceMethod<&TesselWrapper::stopPresentation>("stopPresentation"),
+      InstanceMethod<&TesselWrapper::requestContentShareToken>("requestContentShareToken"),
+      InstanceMethod<&TesselWrapper::releaseContentShareToken>("releaseContentShareToken"),
+      InstanceMethod<&TesselWrapper::selectDevices>("selectDevices"),
+      InstanceMethod<&TesselWrapper::setVideoDevice>("setVideoDevice"),
+      InstanceMethod<&TesselWrapper::setAudioInDevice>("setAudioInDevice"),
+      InstanceMethod<&TesselWrapper::setAudioOutDevice>("setAudioOutDevice"),
+      InstanceMethod<&TesselWrapper::setAudioDebug>("setAudioDebug"),
+      InstanceMethod<&TesselWrapper::sendAudioDeviceStats>("sendAudioDeviceStats"),
+      InstanceMethod<&TesselWrapper::registerEvent>("registerEvent"),
+      InstanceMethod<&TesselWrapper::unregisterEvent>("unregisterEvent"),
+      InstanceMethod<&TesselWrapper::getFrame>("getFrame"),
+      InstanceMethod<&TesselWrapper::releaseFrame>("releaseFrame"),
+      InstanceMethod<&TesselWrapper::updateConfigData>("updateConfigData"),
+      InstanceMethod<&TesselWrapper::getConfigData>("getConfigData"),
+      InstanceMethod<&TesselWrapper::configureMeetingStats>("configureMeetingStats"),
+      InstanceMethod<&TesselWrapper::getMeetingStats>("getMeetingStats"),
+      InstanceMethod<&TesselWrapper::getScreenMonitorDetails>("getScreenMonitorDetails"),
+      InstanceMethod<&TesselWrapper::updateVideoStreamsState>("updateVideoStreamsState"),
+      InstanceMethod<&TesselWrapper::getLastFrame>("getLastFrame"),
+      InstanceMethod<&TesselWrapper::enterWidgetMode>("enterWidgetMode"),
+      InstanceMethod<&TesselWrapper::exitWidgetMode>("exitWidgetMode"),
+      InstanceMethod<&TesselWrapper::getSharedDataInfo>("getSharedDataInfo"),
+      InstanceMethod<&TesselWrapper::getMediaMeetingAttributes>("getMediaMeetingAttributes"),
+  };
+  const Napi::Function definition = DefineClass(env, "TesselWrapper", methods);
+  if (Utils::isMainEnvironment(env)) {
+    constructor = Napi::Persistent(definition);
+    constructor.SuppressDestruct();
+    // The factory's reference has to go while its environment is there.
+    const auto dropFactory = [](void*) { emitterFactory.Reset(); };
+    // Node.js wants each hook's argument to be unique.
+    Utils::checkStatus(env,
+                       napi_add_env_cleanup_hook(env, dropFactory, static_cast<napi_env>(env)));
+  }
+  Utils::setProperty(exports, "TesselWrapper", definition);
+  return exports;
+}
+
+TesselWrapper::TesselWrapper(const Napi::CallbackInfo& info)
+    : Napi::ObjectWrap<TesselWrapper>(info),
+      frameObjects(requireMain(info.Env())),
+      cleanupHook(info.Env(), [this] { end(); }) {
+  const Napi::Env env = info.Env();
+  const tsl::CreateParams params = readCreateParams(info);
+  printCreateParams(params);
+  try {
+    dispatcher = std::make_shared<JavascriptDispatcher>(env);
+    createAndRunTessel(params);
+    eventHandler->WaitForInitEvent();
+    obtainEmitter(env);
+  } catch (...) {
+    release();
+    throw;
+  }
+  printProcessAndObject("TesselWrapper: ", this);
+}
+
+TesselWrapper::~TesselWrapper() { end(); }
+
+void TesselWrapper::end() {
+  if (std::exchange(hasEnded, true)) return;
+  printProcessAndObject("~TesselWrapper: ", this);
+  release();
+}
+
+void TesselWrapper::createAndRunTessel(const tsl::CreateParams& params) {
+  manager.reset(TSLM::TSLMManager::CreateTSLMManager(params));
+  if (!manager) throw std::runtime_error("The engine library made no engine");
+  streamManager = std::make_shared<StreamManager>(manager);
+  eventHandler = std::make_shared<TesselEventHandler>(dispatcher, streamManager);
+  manager->RegisterNotifyCallback(eventHandler);
+  sharedMemoryManager = SharedMemoryManager::CreateSharedMemoryManager();
+  manager->Initialize();
+}
+
+void TesselWrapper::obtainEmitter(Napi::Env env) {
+  if (emitterFactory.IsEmpty()) {
+    throw Napi::Error::New(
+        env, "No emitter factory: call TesselWrapper._internal_setEmitterFactory first");
+  }
+  const Napi::EscapableHandleScope scope(env);
+  napi_value made = nullptr;
+  Utils::checkStatus(
+      env, napi_call_function(env, env.Undefined(), emitterFactory.Value(), 0, nullptr, &made));
+  const Napi::Object object(env, made);
+  // Node-API makes references to symbols too. What else is no object it refuses in these words.
+  if (object.IsSymbol()) throw Napi::Error::New(env, "Invalid argument");
+  emitter = Utils::weakReference(object);
+  eventHandler->setEmitter(object);
+}
+
+void TesselWrapper::release() {
+  // No event may reach a handler that is going, and the engine may hold the handler, through it the
+  // dispatcher, and the receiver of a stream's frames for longer than this object does.
+  if (dispatcher) dispatcher->close();
+  if (eventHandler) eventHandler->detach();
+  if (sharedMemoryManager) sharedMemoryManager->close();
+  retainedPlanes.takeBackAll();
+  clearPlanes.takeBackAll();
+  sharedMemoryManager.reset();
+  eventHandler.reset();
+  streamManager.reset();
+  dispatcher.reset();
+  manager.reset();
+}
+
+void TesselWrapper::setEmitterFactory(const Napi::CallbackInfo& info) {
+  const Napi::Env env = info.Env();
+  const Napi::Value factory = info[0];
+  if (!factory.IsFunction()) {
+    throw Napi::TypeError::New(env, "Wrong argument type for argument 1, expected Function");
+  }
+  requireMain(env);
+  emitterFactory = Napi::Persistent(factory.As<Napi::Function>());
+}
+
+void TesselWrapper::on(const Napi::CallbackInfo& info) {
+  const Napi::Env env = info.Env();
+  napiCheckArgLength(info, 2);
+  const std::string eventName = napiGetArgAsString(info, 0);
+  const Napi::Value listener = info[1];
+  if (!listener.IsFunction()) {
+    throw Napi::TypeError::New(env, "Wrong argument type for argument 2, expected Function");
+  }
+  const napi_value arguments[] = {Utils::toJavascript(env, eventName), listener};
+  const Napi::Object target = emitter.Value();
+  if (target.IsEmpty()) throw Napi::Error::New(env, "The event emitter was garbage-collected");
+  napi_value subscribe = nullptr;
+  Utils::checkStatus(env, napi_get_named_property(env, target, "on", &subscribe));
+  Utils::checkStatus(
+      env, napi_call_function(env, target, subscribe, std::size(arguments), arguments, nullptr));
+}
+
+void TesselWrapper::destroy(const Napi::CallbackInfo&) {
+  // Before the engine is asked, so that the process can end also when the engine throws; what the
+  // engine still reports arrives all the same, and not only if JavaScript goes on holding this
+  // object until then.
+  Ref();
+  dispatcher->async([this](Napi::Env) { Unref(); });
+  dispatcher->releaseEventLoop();
+  manager->DeInitialize();
+  TSLM::TSLMManager::DestroyTSLMManager();
+  base::DiagnosticLine("TesselWrapper::destroy: ").address(this);
+}

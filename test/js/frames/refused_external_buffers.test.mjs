@@ -1,0 +1,94 @@
+// Frames on a host that refuses external array buffers: the planes are copied once, and nothing else
+// is different.
+
+import assert from 'node:assert/strict';
+import { createRequire } from 'node:module';
+import path from 'node:path';
+import { after, beforeEach, test } from 'node:test';
+import { Worker } from 'node:worker_threads';
+
+import { collectUntil } from '../../support/collector.mjs';
+import {
+  assertPicture,
+  assertStale,
+  newStream,
+  patternedPicture,
+  planesOf,
+  testFrameObjects,
+} from '../../support/scripted/frame_objects.mjs';
+import { makeLiveWrapper } from '../../support/scripted/live_wrapper.mjs';
+import * as engine from '../../support/scripted/scripted_engine.mjs';
+
+const { TesselWrapper } = createRequire(import.meta.url)(
+  path.join(engine.buildDirectory, 'test/addons/refusing/tesselWrapper.node'),
+);
+const { wrapper } = makeLiveWrapper(TesselWrapper);
+
+beforeEach(() => engine.reset());
+after(() => wrapper.destroy());
+
+const SIZE = { width: 64, height: 48 };
+const buffersOf = (frame) => planesOf(frame).map(({ buffer }) => buffer);
+
+testFrameObjects(wrapper);
+
+test("the arrays do not lie over the engine's memory", () => {
+  const stream = newStream();
+  const answer = { ...SIZE, frameId: 1 };
+  engine.setFrame(stream, { ...answer, always: true });
+  for (const array of planesOf(wrapper.getFrame(stream, 0))) array.fill(100);
+  // The engine hands the same picture out once more.
+  assertPicture(wrapper.getFrame(stream, 0), patternedPicture(stream, answer));
+});
+
+test('the planes are copied once for all the frame objects of a picture', () => {
+  const stream = newStream();
+  engine.setFrame(stream, { ...SIZE, frameId: 1, fresh: true });
+  const frame = wrapper.getFrame(stream, 0);
+  for (const array of planesOf(frame)) array.fill(100);
+  for (let i = 0; i < 2; ++i) {
+    const last = wrapper.getLastFrame(stream);
+    buffersOf(last).forEach((buffer, k) => assert.equal(buffer, buffersOf(frame)[k]));
+    assert.ok(planesOf(last).every((array) => array.every((byte) => byte === 100)));
+  }
+});
+
+test('planes that JavaScript transfers are copied anew for the next frame object', async () => {
+  const stream = newStream();
+  const answer = { ...SIZE, frameId: 1 };
+  const picture = patternedPicture(stream, answer);
+  engine.setFrame(stream, { ...answer, fresh: true });
+  const frame = wrapper.getFrame(stream, 0);
+  const live = engine.liveFrames();
+
+  const worker = new Worker('require("worker_threads").parentPort.on("message", () => {})', {
+    eval: true,
+  });
+  worker.postMessage(frame, [frame.uPlaneBuffer.buffer]);
+  await worker.terminate();
+  assert.equal(frame.uPlaneBuffer.length, 0);
+  assertPicture(wrapper.getLastFrame(stream), picture);
+
+  const moved = structuredClone(wrapper.getLastFrame(stream), { transfer: buffersOf(frame) });
+  assertPicture(wrapper.getLastFrame(stream), picture);
+  assertPicture(wrapper.getFrame(stream, 0), patternedPicture(stream, { ...SIZE, frameId: 2 }));
+  // What was moved is JavaScript's own, and the engine's frame is no longer held.
+  planesOf(moved).forEach((array, i) => {
+    assert.equal(Buffer.compare(array, Object.values(picture.planes)[i].bytes), 0);
+  });
+  assert.equal(engine.liveFrames(), live);
+});
+
+test('the copies go with their wrapper', async () => {
+  const stream = newStream();
+  const before = engine.liveFrames();
+  const owner = makeLiveWrapper(TesselWrapper);
+  engine.setFrame(stream, { ...SIZE, frameId: 5, fresh: true });
+  const frame = owner.wrapper.getFrame(stream, 0);
+  owner.wrapper.destroy();
+  assertPicture(frame, patternedPicture(stream, { ...SIZE, frameId: 5 }));
+  engine.dropCallback();
+  delete owner.wrapper;
+  await collectUntil(() => engine.liveFrames() === before);
+  assertStale(frame);
+});

@@ -1,0 +1,121 @@
+#include "engine/embedded/layout.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace embedded {
+namespace {
+
+using testing::ElementsAre;
+using testing::Pair;
+
+using Constraints = std::vector<std::vector<tsl::VideoStreamConstraints>>;
+
+constexpr Reception kUnlimited = {};
+constexpr Reception kUnwanted = {.isWanted = false};
+
+Reception atHeight(std::uint32_t height) { return {.height = height}; }
+
+TEST(Layout, WantsEveryStreamUntilThereAreWishes) {
+  EXPECT_THAT(Layout().receptions({7, 8}), ElementsAre(Pair(7, kUnlimited), Pair(8, kUnlimited)));
+}
+
+TEST(Layout, WantsNothingThatIsNotWished) {
+  Layout layout;
+  layout.setWishes({}, {});
+  EXPECT_THAT(layout.receptions({7}), ElementsAre(Pair(7, kUnwanted)));
+}
+
+TEST(Layout, FindsAStreamByEitherSource) {
+  Layout layout;
+  layout.setWishes({{7, 0, 0, 0}, {0, 8, 0, 0}, {7, 7, 0, 0}, {99, 98, 0, 0}}, {});
+  EXPECT_THAT(layout.receptions({7, 8, 9}),
+              ElementsAre(Pair(7, kUnlimited), Pair(8, kUnlimited), Pair(9, kUnwanted)));
+}
+
+TEST(Layout, GivesTheTilesToTheHighestPrioritiesFirst) {
+  Layout layout;
+  layout.setWishes({{7, 0, 0, 1}, {8, 0, 0, 5}, {9, 0, 0, 1}},
+                   {{{720, 0, 0, 0}}, {{720, 0, 0, 0}, {90, 0, 0, 0}}});
+  EXPECT_THAT(layout.receptions({7, 8, 9}),
+              ElementsAre(Pair(7, atHeight(90)), Pair(8, atHeight(720)), Pair(9, kUnwanted)));
+}
+
+TEST(Layout, TakesTheRowForThePresentNumberOfTiles) {
+  Layout layout;
+  layout.setWishes({{7, 0, 0, 0}, {8, 0, 0, 0}},
+                   {{{720, 0, 0, 0}}, {{360, 0, 0, 0}, {180, 0, 0, 0}}});
+  EXPECT_THAT(layout.receptions({8}), ElementsAre(Pair(8, atHeight(720))));
+  EXPECT_THAT(layout.receptions({7, 8}),
+              ElementsAre(Pair(7, atHeight(360)), Pair(8, atHeight(180))));
+}
+
+TEST(Layout, LimitsNothingWhereAnEntryIsMissing) {
+  Layout layout;
+  layout.setWishes({{7, 0, 0, 0}, {8, 0, 0, 0}}, {{}, {{180, 0, 0, 0}}});
+  EXPECT_THAT(layout.receptions({7, 8}), ElementsAre(Pair(7, atHeight(180)), Pair(8, kUnlimited)));
+  EXPECT_THAT(layout.receptions({7}), ElementsAre(Pair(7, kUnlimited)));
+}
+
+struct Limit {
+  std::uint32_t given;
+  std::uint32_t used;
+};
+
+TEST(Layout, KeepsToTheRungsOfTheLadder) {
+  for (const auto [given, used] : {Limit{1, 45}, Limit{45, 45}, Limit{89, 45}, Limit{90, 90},
+                                   Limit{359, 180}, Limit{720, 720}, Limit{4000, 720}}) {
+    Layout layout;
+    layout.setWishes({{7, 0, 0, 0}}, {{{given, 0, 0, 0}}});
+    EXPECT_EQ(layout.receptions({7}).at(7), atHeight(used)) << given;
+  }
+}
+
+TEST(Layout, KeepsToTheStepsOfTheFrameRate) {
+  for (const auto [given, used] : {Limit{0, 0}, Limit{1, 3}, Limit{3, 3}, Limit{14, 7},
+                                   Limit{15, 15}, Limit{29, 15}, Limit{60, 30}}) {
+    Layout layout;
+    layout.setWishes({{7, 0, 0, 0}}, {{{0, given, 0, 0}}});
+    EXPECT_EQ(layout.receptions({7}).at(7).mostPerSecond, used) << given;
+  }
+}
+
+TEST(CardSize, IsTheCardsOwnWithoutLimits) {
+  EXPECT_EQ(cardSize({641, 361}, kUnlimited), (support::Size{641, 361}));
+}
+
+TEST(CardSize, IsTheRungThatIsAskedFor) {
+  EXPECT_EQ(cardSize({640, 360}, atHeight(45)), (support::Size{80, 45}));
+  EXPECT_EQ(cardSize({640, 360}, atHeight(90)), (support::Size{160, 90}));
+  EXPECT_EQ(cardSize({640, 360}, atHeight(180)), (support::Size{320, 180}));
+  EXPECT_EQ(cardSize({64, 36}, atHeight(360)), (support::Size{640, 360}));
+  EXPECT_EQ(cardSize({64, 36}, atHeight(720)), (support::Size{1280, 720}));
+}
+
+TEST(CardSize, IsNotBelowTheLowestRungUnlessAHeightIsAskedFor) {
+  EXPECT_EQ(cardSize({64, 36}, {.lowest = 180}), (support::Size{320, 180}));
+  EXPECT_EQ(cardSize({640, 360}, {.lowest = 180}), (support::Size{640, 360}));
+  EXPECT_EQ(cardSize({64, 36}, {.height = 90, .lowest = 180}), (support::Size{160, 90}));
+}
+
+TEST(CardSize, StaysBelowTheCeiling) {
+  Layout layout;
+  layout.setTopRung(2);
+  EXPECT_EQ(cardSize({640, 360}, layout.receptions({7}).at(7)), (support::Size{320, 180}));
+  EXPECT_EQ(cardSize({64, 36}, layout.receptions({7}).at(7)), (support::Size{64, 36}));
+  layout.setWishes({{7, 0, 0, 0}}, {{{720, 0, 360, 0}}});
+  EXPECT_EQ(cardSize({640, 360}, layout.receptions({7}).at(7)), (support::Size{320, 180}));
+  layout.setTopRung(4);
+  EXPECT_EQ(cardSize({640, 360}, layout.receptions({7}).at(7)), (support::Size{1280, 720}));
+}
+
+TEST(ClipSize, KeepsTheShapeAndNeverGrows) {
+  EXPECT_EQ(clipSize({640, 480}, kUnlimited), (support::Size{640, 480}));
+  EXPECT_EQ(clipSize({640, 480}, atHeight(180)), (support::Size{240, 180}));
+  EXPECT_EQ(clipSize({640, 480}, atHeight(720)), (support::Size{640, 480}));
+  EXPECT_EQ(clipSize({640, 480}, {.height = 360, .ceiling = 90}), (support::Size{120, 90}));
+  EXPECT_EQ(clipSize({1, 4096}, atHeight(45)), (support::Size{2, 45}));
+}
+
+}  // namespace
+}  // namespace embedded

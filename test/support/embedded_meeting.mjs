@@ -1,0 +1,133 @@
+// Meetings on the embedded engine for JavaScript tests.
+
+import { EventEmitter, once } from 'node:events';
+import { readFileSync } from 'node:fs';
+import { createRequire } from 'node:module';
+import path from 'node:path';
+import { setImmediate } from 'node:timers/promises';
+
+import { connection } from '../../examples/support/connection.mjs';
+import { EVENT_NAMES } from '../../js/event_names.js';
+import { temporaryDirectory } from './temporary_directory.mjs';
+
+const require = createRequire(import.meta.url);
+const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
+
+export const { TesselWrapper, TesselWrapperProxy } = require(
+  path.join(build, 'tesselWrapper.node'),
+);
+
+export const LOCAL = { type: 'local', streamIndex: 0 };
+export const CONTENT = { type: 'content', streamIndex: 0 };
+export const remote = (streamIndex) => ({ type: 'remote', streamIndex });
+
+// `wrapper` for tests: the names of the methods that they call are added to `called`.
+function noting(wrapper, called) {
+  return new Proxy(wrapper, {
+    get(target, name) {
+      called.add(name);
+      return (...args) => target[name](...args);
+    },
+  });
+}
+
+// One wrapper with its emitter and everything that it emitted; destroyed when the test ends.
+export class Meeting {
+  constructor(test, { logPrefix = 'test', configPath = '' } = {}) {
+    this.logPath = temporaryDirectory(test);
+    this.logFile = path.join(this.logPath, `${logPrefix}tesselclient.log`);
+    this.emitter = new EventEmitter();
+    TesselWrapper._internal_setEmitterFactory(() => this.emitter);
+    const wrapper = new TesselWrapper({
+      appVersion: '1',
+      configPath,
+      logPath: this.logPath,
+      logPrefix,
+      userAgent: 'test',
+    });
+    this.called = new Set(); // the names of the wrapper's methods that were called
+    this.wrapper = noting(wrapper, this.called);
+    this.events = []; // [name, payload] in order
+    for (const name of EVENT_NAMES) {
+      this.emitter.on(name, (payload) => this.events.push([name, payload]));
+    }
+    test.after(() => wrapper.destroy());
+  }
+
+  // The payloads of one event so far.
+  payloads(name) {
+    return this.events.filter(([event]) => event === name).map(([, payload]) => payload);
+  }
+
+  // Settles with the first payload, past or to come, that `matches`.
+  async seen(name, matches = () => true) {
+    for (;;) {
+      const found = this.payloads(name).find(matches);
+      if (found !== undefined) return found;
+      await once(this.emitter, name);
+    }
+  }
+
+  // Forgets what was emitted so far.
+  forget() {
+    this.events.length = 0;
+  }
+
+  // Settles with the first answer of `look` that is neither false nor the like.
+  async until(look) {
+    for (;;) {
+      const answer = look();
+      if (answer) return answer;
+      await setImmediate();
+    }
+  }
+
+  // What the engine's log says so far.
+  log() {
+    return readFileSync(this.logFile, 'utf8');
+  }
+
+  connect(uri, overrides = {}) {
+    this.wrapper.connectCall({ ...connection(uri), ...overrides });
+  }
+
+  // Joins and settles when the engine has answered.
+  async join(uri, overrides) {
+    this.connect(uri, overrides);
+    return (await this.seen('callConnectionStatus')).connected;
+  }
+
+  async leave() {
+    this.wrapper.disconnectCall();
+    return this.seen('callDisconnect');
+  }
+
+  // The next fresh frame of `stream` after `frameId`, whose planes are valid until the next turn of
+  // the event loop that asks for another.
+  async nextFrame(stream, frameId = 0) {
+    for (;;) {
+      const frame = this.wrapper.getFrame(stream, frameId);
+      if (!frame.noUpdate) return frame;
+      await setImmediate();
+    }
+  }
+
+  // The first fresh frame of `stream` that `matches`.
+  async frameWhere(stream, matches) {
+    let frame = await this.nextFrame(stream);
+    while (!matches(frame)) frame = await this.nextFrame(stream, frame.frameId);
+    return frame;
+  }
+
+  // Settles when the sender of `stream` has gone on for `count` pictures.
+  async passes(stream, count) {
+    const { frameId: first } = await this.nextFrame(stream);
+    await this.frameWhere(stream, ({ frameId }) => frameId >= first + count);
+  }
+
+  // Whether `stream` is to be cleared.
+  showsNothing(stream) {
+    const { noUpdate, clearFrame } = this.wrapper.getFrame(stream, 0);
+    return noUpdate && clearFrame;
+  }
+}

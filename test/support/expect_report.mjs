@@ -1,0 +1,31 @@
+import assert from 'node:assert';
+import { spawnSync } from 'node:child_process';
+import { mkdtempSync, readFileSync, readdirSync, rmSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import path from 'node:path';
+import { fileURLToPath } from 'node:url';
+
+const SEEDED_BUG = fileURLToPath(new URL('./processes/seeded_bug.mjs', import.meta.url));
+
+// Commits a bug in a process of its own, with the options of every process of the run, save that
+// the report is written where it does not fail the run.
+export function expectReport(bug, text) {
+  const reports = mkdtempSync(path.join(tmpdir(), 'tessel_canary_'));
+  try {
+    const environment = { ...process.env };
+    for (const name of ['ASAN_OPTIONS', 'UBSAN_OPTIONS', 'TSAN_OPTIONS']) {
+      environment[name] += `:log_path="${reports}/report"`;
+    }
+    environment.ASAN_OPTIONS += ':detect_leaks=1';
+    const { status } = spawnSync(process.execPath, [SEEDED_BUG, bug], { env: environment });
+
+    const files = readdirSync(reports);
+    assert.strictEqual(files.length, 1);
+    const report = readFileSync(path.join(reports, files[0]), 'utf8');
+    assert.match(report, text);
+    assert.match(report, /canary\.cc:\d+/);
+    assert.strictEqual(status, 66);
+  } finally {
+    rmSync(reports, { recursive: true });
+  }
+}

@@ -1,0 +1,42 @@
+// The meeting application in processes of its own.
+
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import path from 'node:path';
+import { createInterface } from 'node:readline';
+import { fileURLToPath } from 'node:url';
+
+import { temporaryDirectory } from '../temporary_directory.mjs';
+
+export const PROGRAM = fileURLToPath(
+  new URL('../../../examples/meeting/main.mjs', import.meta.url),
+);
+const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
+
+// For processes that load the package: the build under test.
+export const environment = {
+  ...process.env,
+  TESSEL_WRAPPER_ADDON: path.join(build, 'tesselWrapper.node'),
+};
+
+// Starts the application until the test ends; answers with its process and its page's address.
+export async function startMeetingApp(test, uri) {
+  const options = ['--uri', uri, '--output', temporaryDirectory(test)];
+  const child = spawn(process.execPath, [PROGRAM, ...options], {
+    env: environment,
+    stdio: ['ignore', 'pipe', 'inherit'],
+  });
+  const exit = once(child, 'exit');
+  test.after(async () => {
+    child.kill('SIGINT');
+    await exit;
+  });
+  for await (const line of createInterface({ input: child.stdout })) {
+    const [, address] = /^The meeting is at (\S+)$/.exec(line) ?? [];
+    if (address) {
+      child.stdout.resume();
+      return { child, exit, address };
+    }
+  }
+  throw new Error('the application has ended without an address');
+}

@@ -1,0 +1,55 @@
+// The main process of a meeting on the embedded engine, as a process that obeys a test.
+
+import { EventEmitter, once } from 'node:events';
+
+import { connection } from '../../../examples/support/connection.mjs';
+import addon from '../../../js/index.js';
+import { obey, report } from '../commanded_process.mjs';
+import { describeCard } from '../scripted/described_frames.mjs';
+
+const POLL_INTERVAL_MS = 2;
+
+const emitter = new EventEmitter();
+let wrapper;
+let poll;
+
+obey({
+  construct(logPath) {
+    addon.TesselWrapper._internal_setEmitterFactory(() => emitter);
+    wrapper = new addon.TesselWrapper({
+      ...{ appVersion: '1', configPath: '', userAgent: 'test' },
+      ...{ logPath, logPrefix: 'main' },
+    });
+    return wrapper.getSharedDataInfo();
+  },
+
+  // Settles when so many streams have come.
+  async join(uri, streams) {
+    const added = [];
+    wrapper.on('streamAdded', ({ type, streamIndex }) => added.push({ type, streamIndex }));
+    wrapper.connectCall(connection(uri));
+    while (added.length < streams) await once(emitter, 'streamAdded');
+    return added;
+  },
+
+  enter: (stream) => wrapper.enterWidgetMode(stream),
+  exit: (stream) => wrapper.exitWidgetMode(stream),
+
+  // Reports each frame of these streams that it sees.
+  keepReading(streams) {
+    const newest = new Map();
+    poll = setInterval(() => {
+      for (const stream of streams) {
+        const frame = wrapper.getFrame(stream, newest.get(stream) ?? 0);
+        if (frame.noUpdate || frame.clearFrame) continue;
+        newest.set(stream, frame.frameId);
+        report(describeCard(frame));
+      }
+    }, POLL_INTERVAL_MS);
+  },
+
+  end() {
+    clearInterval(poll);
+    wrapper?.destroy();
+  },
+});

@@ -1,0 +1,157 @@
+// A process that ends in the way it is told while engine threads notify and deliver frames. It says
+// on descriptor 3 when it begins to end, and how many events have not arrived by then.
+
+import { copyFileSync, openSync, readFileSync, readSync, writeSync } from 'node:fs';
+import { createRequire } from 'node:module';
+import path from 'node:path';
+import { Worker } from 'node:worker_threads';
+import { once } from 'node:events';
+
+import {
+  collect,
+  construct,
+  constructInWidgetMode,
+  engine,
+  EventEmitter,
+  PARAMS,
+} from '../scripted/wrapper_kit.mjs';
+
+const require = createRequire(import.meta.url);
+const ADDON = path.join(engine.buildDirectory, 'tesselWrapper.node');
+const [way, directory] = process.argv.slice(2);
+
+engine.recordCalls(false);
+
+// A frame segment's header and its first pixels: its name is its meeting's and two digits.
+const START_OF_SEGMENT = 4096;
+// The first is that of a wrapper which is gone before there is any load.
+const LOADED_ENGINE = 2;
+const THREADS = 4;
+const EVENTS = 20_000; // of each: more than arrive before the end
+
+let due = 0;
+let arrived = 0;
+let framesFlow;
+
+function load() {
+  engine.fireManyAsync({
+    threads: THREADS,
+    count: EVENTS,
+    notification: 'NotifyEvent',
+    args: ['name', 'body'],
+  });
+  due += THREADS * EVENTS;
+}
+
+function loadedWrapper() {
+  const wrapper = constructInWidgetMode();
+  wrapper.on('eventNotify', () => ++arrived);
+  framesFlow = flow();
+  load();
+  return wrapper;
+}
+
+// Answers with a function that returns when a frame has been copied since its call. It reads the
+// segment past the addon, because a wrapper that is made in the same second takes the names over.
+function flow() {
+  const maps = readFileSync('/proc/self/maps', 'latin1');
+  const segment = openSync(maps.match(/\/dev\/shm\/SHM\w{27}$/m)[0]);
+  const start = () => {
+    const bytes = Buffer.alloc(START_OF_SEGMENT);
+    readSync(segment, bytes, 0, START_OF_SEGMENT, 0);
+    return bytes;
+  };
+  return () => {
+    const before = start();
+    while (before.equals(start()));
+  };
+}
+
+function sayThatItEnds() {
+  framesFlow();
+  writeSync(3, JSON.stringify({ eventsLeft: due - arrived }));
+}
+
+const arrives = (wrapper) =>
+  new Promise((resolve) => {
+    wrapper.on('eventNotify', resolve);
+  });
+
+// One more wrapper, of these classes, that is destroyed. The load went on meanwhile and may be over:
+// there is a new one behind it, for the wrapper from before.
+async function useAnother({ TesselWrapper }) {
+  const emitter = new EventEmitter();
+  TesselWrapper._internal_setEmitterFactory(() => emitter);
+  const wrapper = new TesselWrapper(PARAMS);
+  engine.fire('NotifyMicLevel', 1);
+  await once(emitter, 'micLevel');
+  wrapper.destroy();
+  engine.selectEngine(LOADED_ENGINE);
+  load();
+}
+
+const WAYS = {
+  async destroyed() {
+    const wrapper = loadedWrapper();
+    await arrives(wrapper);
+    sayThatItEnds();
+    wrapper.destroy();
+  },
+  exitInListener() {
+    globalThis.wrapper = loadedWrapper();
+    globalThis.wrapper.on('eventNotify', () => {
+      sayThatItEnds();
+      process.exit(7);
+    });
+  },
+  thrownInListener() {
+    globalThis.wrapper = loadedWrapper();
+    globalThis.wrapper.on('eventNotify', () => {
+      sayThatItEnds();
+      throw new RangeError('thrown to end');
+    });
+  },
+  async notDestroyed() {
+    const forget = () => void loadedWrapper();
+    forget();
+    sayThatItEnds();
+    while (engine.live().engines > 0) await collect();
+  },
+  async workerTerminated() {
+    const wrapper = loadedWrapper();
+    const worker = new Worker(
+      `require(${JSON.stringify(ADDON)});
+       require('node:worker_threads').parentPort.postMessage('loaded');
+       for (;;);`,
+      { eval: true },
+    );
+    await once(worker, 'message');
+    await worker.terminate();
+    load();
+    await arrives(wrapper);
+    sayThatItEnds();
+    wrapper.destroy();
+  },
+  async loadedTwice() {
+    const wrapper = loadedWrapper();
+    const copy = path.join(directory, `copy ${process.pid}.node`);
+    copyFileSync(ADDON, copy);
+    const second = require(copy);
+    await useAnother(second);
+    sayThatItEnds();
+    wrapper.destroy();
+  },
+  async cacheCleared() {
+    const wrapper = loadedWrapper();
+    const { TesselWrapper } = require(ADDON);
+    delete require.cache[ADDON];
+    const again = require(ADDON);
+    if (again.TesselWrapper === TesselWrapper) throw new Error('not loaded again');
+    await useAnother(again);
+    sayThatItEnds();
+    wrapper.destroy();
+  },
+};
+
+construct().destroy();
+await WAYS[way]();

@@ -1,0 +1,16 @@
+// A meeting in a process that obeys a test.
+
+import { obey } from '../commanded_process.mjs';
+import { joinMeeting } from '../face.mjs';
+
+let meeting;
+
+obey({
+  isThere: () => true,
+  async join(uri, count) {
+    meeting = await joinMeeting(undefined, uri, count);
+  },
+  enter: (stream) => meeting.enterWidgetMode(stream),
+  exit: (stream) => meeting.exitWidgetMode(stream),
+  end: () => meeting.close(),
+});

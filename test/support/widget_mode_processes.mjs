@@ -1,0 +1,65 @@
+// Main processes and widgets for the tests of what happens between them.
+
+import assert from 'node:assert/strict';
+import { existsSync } from 'node:fs';
+import path from 'node:path';
+import { after } from 'node:test';
+
+import { startProcess } from './commanded_process.mjs';
+import { filesNamedIn, removeLeftovers } from './shared_memory/shared_memory_names.mjs';
+
+const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
+
+// Which build's addon the package is to load.
+const PACKAGE = { TESSEL_WRAPPER_ADDON: path.join(build, 'tesselWrapper.node') };
+
+const started = [];
+
+removeLeftovers();
+
+// Whatever the tests of a file did: when they are over, nothing of it is left in /dev/shm.
+after(async () => {
+  await Promise.all(started.map(({ ended }) => ended));
+  const files = new Set(started.flatMap(({ lines }) => filesNamedIn(lines)));
+  assert.ok(files.size > 0);
+  assert.deepEqual([...files].filter(existsSync), []);
+});
+
+function startRemembered(...args) {
+  const one = startProcess(...args);
+  started.push(one);
+  return one;
+}
+
+// A main process on the scripted engine: { main, key }, with the names of its main segment.
+export async function startMain(test, options) {
+  const main = startMainWithoutWrapper(test, options);
+  return { main, key: await main.does('construct') };
+}
+
+export const startMainWithoutWrapper = (test, options) =>
+  startRemembered(test, './support/processes/main_process.mjs', options);
+
+// A widget process that has opened these names.
+export async function startWidget(test, key, options = {}) {
+  const widget = startWidgetWithoutProxy(test, options);
+  await widget.does('open', key);
+  return widget;
+}
+
+export const startWidgetWithoutProxy = (test, options) =>
+  startRemembered(test, './support/processes/widget_process.mjs', {
+    ...options,
+    environment: PACKAGE,
+  });
+
+export async function startEmbeddedMain(test, logPath) {
+  const main = startRemembered(test, './support/processes/embedded_main_process.mjs', {
+    environment: PACKAGE,
+  });
+  return { main, key: await main.does('construct', logPath) };
+}
+
+export const remote = (streamIndex) => ({ type: 'remote', streamIndex });
+
+export const TIMED_OUT = 'sem_timedwait timedout, error:110';

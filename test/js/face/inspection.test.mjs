@@ -5,8 +5,8 @@ import assert from 'node:assert/strict';
 import { test } from 'node:test';
 import { inspect } from 'node:util';
 
-import { runInChild } from '../support/child.mjs';
-import { face, joinMeeting, openMeeting } from './support/face.mjs';
+import { runInChild } from '../../support/child.mjs';
+import { face, joinMeeting, openMeeting } from '../../support/face.mjs';
 
 const REMOTE = { type: 'remote', streamIndex: 0 };
 

@@ -27,7 +27,9 @@ const repository = fileURLToPath(new URL('../../..', import.meta.url));
 function treeIn(directory) {
   const write = (name, lines) => {
     mkdirSync(path.join(directory, path.dirname(name)), { recursive: true });
-    writeFileSync(path.join(directory, name), ['#!/bin/sh', ...lines, ''].join('\n'), { mode: 0o755 });
+    writeFileSync(path.join(directory, name), ['#!/bin/sh', ...lines, ''].join('\n'), {
+      mode: 0o755,
+    });
   };
   copyFileSync(path.join(repository, 'package.json'), path.join(directory, 'package.json'));
   symlinkSync(path.join(repository, 'examples'), path.join(directory, 'examples'));

@@ -17,6 +17,11 @@ export default [
   },
   { files: ['**/*.js', '**/*.cjs'], languageOptions: { sourceType: 'commonjs' } },
   {
+    // They show how an application imports the package.
+    files: ['examples/**'],
+    rules: { 'no-restricted-imports': ['error', { patterns: ['**/js/**'] }] },
+  },
+  {
     files: [
       'js/renderer/*.mjs',
       'examples/meeting/page/*.mjs',

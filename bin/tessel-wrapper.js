@@ -1,18 +1,20 @@
 #!/usr/bin/env node
 'use strict';
 
-// npx tessel-wrapper doctor    looks for what keeps the package from working, and says what to do
-// npx tessel-wrapper build     builds the addon and the embedded engine
+// npx tessel-wrapper doctor            looks for what keeps the package from working, and says what
+//                                      to do
+// npx tessel-wrapper doctor --clean    does so, and removes what killed processes left in /dev/shm
+// npx tessel-wrapper build             builds the addon and the embedded engine
 
 const { spawnSync } = require('node:child_process');
 const path = require('node:path');
 
 const { examine, report } = require('../js/doctor.js');
 
-const USAGE = 'usage: tessel-wrapper doctor | build';
+const USAGE = 'usage: tessel-wrapper doctor [--clean] | build';
 
-function doctor() {
-  const { lines, exitCode } = report(examine());
+function doctor(option) {
+  const { lines, exitCode } = report(examine({ cleaning: option === '--clean' }));
   for (const line of lines) console.log(line);
   return exitCode;
 }
@@ -39,9 +41,11 @@ function help() {
 }
 
 const commands = { doctor, build, '--help': help };
-const [name, ...others] = process.argv.slice(2);
-if (Object.hasOwn(commands, name ?? '') && others.length === 0) {
-  process.exitCode = commands[name]();
+const options = { doctor: ['--clean'] };
+const [name = '', option, ...others] = process.argv.slice(2);
+const isKnown = option === undefined || options[name]?.includes(option);
+if (Object.hasOwn(commands, name) && isKnown && others.length === 0) {
+  process.exitCode = commands[name](option);
 } else {
   console.error(USAGE);
   process.exitCode = 2;

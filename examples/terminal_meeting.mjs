@@ -12,11 +12,11 @@ import { EventEmitter, once } from 'node:events';
 import path from 'node:path';
 import { setTimeout } from 'node:timers/promises';
 
-import addon from '../js/index.js';
-import { connection } from './support/connection.mjs';
+import { EVENT_NAMES, TesselWrapper } from 'tessel-wrapper';
+import { connectParams } from './support/connect_params.mjs';
 import { makeOutputDirectory, readOptions, refuseUsage } from './support/options.mjs';
 import { StreamWatch } from './support/stream_watch.mjs';
-import { WidgetProcess } from './support/widget_process.mjs';
+import { WidgetChild } from './support/widget_child.mjs';
 
 const WIDGETS_STREAM = { type: 'remote', streamIndex: 0 };
 
@@ -52,7 +52,7 @@ function meetingUri({ video }) {
 // Settles when the engine has answered: true when joined, false when refused and told why.
 async function join(wrapper, emitter, uri) {
   const answer = once(emitter, 'callConnectionStatus');
-  wrapper.connectCall(connection(uri));
+  wrapper.connectCall(connectParams(uri));
   const [{ connected }] = await answer;
   if (!connected) await once(emitter, 'callDisconnect');
   return connected;
@@ -67,8 +67,8 @@ async function leave(wrapper, emitter) {
 const options = terminalOptions();
 makeOutputDirectory(options, USAGE);
 const emitter = new EventEmitter(); // the wrapper holds it weakly
-addon.TesselWrapper._internal_setEmitterFactory(() => emitter);
-const wrapper = new addon.TesselWrapper({
+TesselWrapper._internal_setEmitterFactory(() => emitter);
+const wrapper = new TesselWrapper({
   appVersion: '1.0.0',
   configPath: '',
   logPath: options.output,
@@ -76,7 +76,7 @@ const wrapper = new addon.TesselWrapper({
   userAgent: 'terminal meeting',
 });
 const watch = new StreamWatch(wrapper);
-for (const name of addon.EVENT_NAMES) {
+for (const name of EVENT_NAMES) {
   wrapper.on(name, (payload) => console.log('event', name, JSON.stringify(payload)));
 }
 wrapper.on('streamAdded', (stream) => watch.add(stream));
@@ -85,7 +85,7 @@ if (await join(wrapper, emitter, meetingUri(options))) {
   wrapper.enableCameraCapture(true);
   watch.add({ type: 'local', streamIndex: 0 });
   wrapper.enterWidgetMode(WIDGETS_STREAM);
-  const widget = await WidgetProcess.start(wrapper.getSharedDataInfo(), WIDGETS_STREAM);
+  const widget = await WidgetChild.start(wrapper.getSharedDataInfo(), WIDGETS_STREAM);
   await setTimeout(options.seconds * 1000);
   const widgetsRow = await widget.stop();
   console.table([...watch.table(), widgetsRow]);

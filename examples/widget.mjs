@@ -1,9 +1,9 @@
-// A second process that reads one stream of a meeting through shared memory. WidgetProcess in
-// support/widget_process.mjs starts it and tells it what to read.
+// A second process that reads one stream of a meeting through shared memory. WidgetChild in
+// support/widget_child.mjs starts it and tells it what to read.
 
 import { once } from 'node:events';
 
-import addon from '../js/index.js';
+import { TesselWrapperProxy } from 'tessel-wrapper';
 import { FrameCounter } from './support/frame_counter.mjs';
 import { SharedStream } from './support/shared_stream.mjs';
 
@@ -14,7 +14,7 @@ const POLL_INTERVAL_MS = 1000 / 60;
 process.on('disconnect', () => process.exit());
 const [{ names, stream }] = await once(process, 'message');
 const counter = new FrameCounter();
-const shared = new SharedStream(new addon.TesselWrapperProxy(names), stream, counter);
+const shared = new SharedStream(new TesselWrapperProxy(names), stream, counter);
 const timer = setInterval(() => shared.poll(), POLL_INTERVAL_MS);
 process.send('reading');
 

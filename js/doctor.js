@@ -5,12 +5,16 @@
 const fs = require('node:fs');
 const path = require('node:path');
 
+const { SHARED_MEMORY, leftovers, removeLeftovers } = require('./leftovers.js');
 const { OVERRIDE, addonPath, loadAddon } = require('./load_addon.js');
+const { SEGMENT_LAYOUT } = require('./segment_layout.js');
 const { engines } = require('../package.json');
 
-const SHARED_MEMORY = '/dev/shm';
-// What one stream in widget mode takes: its segment and the page of its semaphore.
-const STREAM_BYTES = 2_076_672 + 4096;
+// The lines of Node.js with which the addon is tested.
+const TESTED_LINES = ['20', '22', '24', '26'];
+const PAGE = 4096;
+// What one stream in widget mode takes: the pages of its segment, and the one of its semaphore.
+const STREAM_BYTES = Math.ceil(SEGMENT_LAYOUT.frameSegmentSize / PAGE) * PAGE + PAGE;
 
 // What is 'bad' keeps meetings or widgets from working; a 'warning' does not.
 const good = (text, advice) => ({ rank: 'good', text, advice });
@@ -19,6 +23,8 @@ const bad = (text, advice) => ({ rank: 'bad', text, advice });
 
 const INDENT = ' '.repeat(9);
 const LABELS = { good: 'ok     ', warning: 'warning', bad: 'problem' };
+
+const NOTHING_LEFT = good('no segments are left over');
 
 const megabytes = (bytes) => `${(bytes / 1e6).toFixed(1)} MB`;
 
@@ -29,9 +35,13 @@ function checkNode({ version, platform, arch }) {
     return bad(text, 'The addon runs on linux x64 alone.');
   }
   const order = new Intl.Collator('en', { numeric: true });
-  return order.compare(version, minimum) < 0
-    ? bad(text, `Install Node.js ${minimum} or newer.`)
-    : good(text);
+  if (order.compare(version, minimum) < 0) {
+    return bad(text, `Install Node.js ${minimum} or newer.`);
+  }
+  const [line] = version.split('.');
+  return TESTED_LINES.includes(line)
+    ? good(text)
+    : warning(text, `The addon is tested with Node.js ${TESTED_LINES.join(', ')}.`);
 }
 
 // Of the addon and, when it can be loaded, of the engine that the system's loader found for it.
@@ -90,56 +100,34 @@ function checkRights(directory = SHARED_MEMORY) {
     : good(`${directory}: may be written to`);
 }
 
-// The names in `directory` of segments and semaphores that no process has mapped. Those whose users
-// cannot be seen, being another user's, are left out.
-function leftovers(directory = SHARED_MEMORY) {
-  const names = fs
-    .readdirSync(directory)
-    .filter((name) => /^(SHM[0-9A-Za-z]{25}\d*|sem\.SEM[0-9A-Za-z]{20}\d*)$/.test(name));
-  if (names.length === 0) return [];
-  const mapped = mappedInodes(directory);
-  return names
-    .map((name) => path.join(directory, name))
-    .filter((file) => {
-      const found = fs.statSync(file, { throwIfNoEntry: false });
-      const isOurs = process.getuid() === 0 || process.getuid() === found?.uid;
-      return found && isOurs && !mapped.has(`${found.ino}`);
-    })
-    .sort();
-}
-
-// The inode numbers of the files in `directory` that the processes which may be looked at have
-// mapped. A semaphore is mapped under a name of before, so names do not tell.
-function mappedInodes(directory) {
-  const maps = (id) => {
-    try {
-      return fs.readFileSync(`/proc/${id}/maps`, 'utf8');
-    } catch {
-      return ''; // it has ended, or is another user's
-    }
-  };
-  const processes = fs.readdirSync('/proc').filter((name) => /^\d+$/.test(name));
-  const lines = processes.flatMap((id) => maps(id).split('\n'));
-  // Address, rights, offset, device, inode, file.
-  return new Set(
-    lines.filter((line) => line.includes(` ${directory}/`)).map((line) => line.split(/ +/)[4]),
-  );
-}
+const names = (count) => (count === 1 ? '1 name' : `${count} names`);
 
 function checkLeftovers(directory = SHARED_MEMORY) {
-  const files = leftovers(directory);
-  return files.length === 0
-    ? good('no segments are left over')
-    : warning(
-        [`${files.length} names are left over from processes that were killed:`, ...files].join(
-          '\n',
-        ),
-        `Remove them: rm ${files.join(' ')}`,
-      );
+  try {
+    const files = leftovers(directory);
+    if (files.length === 0) return NOTHING_LEFT;
+    return warning(
+      [`${names(files.length)} left over from processes that were killed:`, ...files].join('\n'),
+      'Remove them: npx tessel-wrapper doctor --clean',
+    );
+  } catch ({ message }) {
+    return warning(`cannot tell whether segments are left over: ${message}`);
+  }
 }
 
-// All findings: { rank, text, advice } with what to do about it, or what else to know.
-function examine() {
+function clean(directory = SHARED_MEMORY) {
+  try {
+    const files = removeLeftovers(directory);
+    if (files.length === 0) return NOTHING_LEFT;
+    return good([`removed ${names(files.length)} that no process used:`, ...files].join('\n'));
+  } catch ({ message }) {
+    return bad(`cannot remove what is left over: ${message}`);
+  }
+}
+
+// All findings: { rank, text, advice } with what to do about it, or what else to know. What killed
+// processes have left is removed if `cleaning`.
+function examine({ cleaning = false } = {}) {
   const { node: version } = process.versions;
   const findings = [
     checkNode({ version, platform: process.platform, arch: process.arch }),
@@ -147,7 +135,8 @@ function examine() {
     checkRights(),
   ];
   if (findings.at(-1).rank === 'bad') return findings;
-  return [...findings, checkSpace(fs.statfsSync(SHARED_MEMORY)), checkLeftovers()];
+  const leftoverFinding = cleaning ? clean() : checkLeftovers();
+  return [...findings, checkSpace(fs.statfsSync(SHARED_MEMORY)), leftoverFinding];
 }
 
 // What the command prints about `findings`, and what it ends with.
@@ -161,4 +150,4 @@ function report(findings) {
   return { lines, exitCode: findings.some(({ rank }) => rank === 'bad') ? 1 : 0 };
 }
 
-module.exports = { checkLeftovers, checkNode, checkRights, checkSpace, examine, report };
+module.exports = { checkLeftovers, checkNode, checkRights, checkSpace, clean, examine, report };

@@ -1,6 +1,10 @@
 'use strict';
 
-// What to take out of a frame while its planes are valid.
+// What to take out of a frame while its planes are valid. Both copies go into the first bytes of a
+// target, of which they return that part, or into a new array.
+
+const { inspect } = require('node:util');
+const { isUint8Array, isUint8ClampedArray } = require('node:util/types');
 
 function requirePlanes(frame) {
   const { yPlaneBuffer, uPlaneBuffer, vPlaneBuffer } = frame ?? {};
@@ -16,13 +20,15 @@ function requirePlanes(frame) {
   }
 }
 
-// The first `size` bytes of `target`, or of a new array when none is given.
-function space(target, size, ArrayType) {
-  const array = target ?? new ArrayType(size);
-  if (array.length < size) {
-    throw new RangeError(`The target has ${array.length} bytes, the frame needs ${size}`);
+// The first `size` bytes of `target`, as an array of its class.
+function space(target, size) {
+  if (!isUint8Array(target) && !isUint8ClampedArray(target)) {
+    throw new TypeError(`target ${inspect(target)}: not a Uint8Array or Uint8ClampedArray`);
   }
-  return array.subarray(0, size);
+  if (target.length < size) {
+    throw new RangeError(`The target has ${target.length} bytes, the frame needs ${size}`);
+  }
+  return target.subarray(0, size);
 }
 
 // The planes Y, U and V of `frame` one behind the other with tightly packed rows.
@@ -35,7 +41,7 @@ function copyI420(frame, target) {
     stride: frame[`${name}PlaneBufferStride`],
   }));
   const size = planes.reduce((sum, { width, height }) => sum + width * height, 0);
-  const copy = space(target, size, Uint8Array);
+  const copy = target === undefined ? new Uint8Array(size) : space(target, size);
   let offset = 0;
   for (const { bytes, width, height, stride } of planes) {
     if (stride === width) {
@@ -55,9 +61,10 @@ function copyI420(frame, target) {
 function copyRgba(frame, target) {
   requirePlanes(frame);
   const { width, height, yPlaneBuffer, uPlaneBuffer, vPlaneBuffer } = frame;
+  const size = 4 * width * height;
+  const copy = target === undefined ? new Uint8ClampedArray(size) : space(target, size);
   // It clamps what is stored in it, whatever the type of `target`.
-  const given = space(target, 4 * width * height, Uint8ClampedArray);
-  const rgba = new Uint8ClampedArray(given.buffer, given.byteOffset, given.length);
+  const rgba = new Uint8ClampedArray(copy.buffer, copy.byteOffset, size);
   let at = 0;
   for (let row = 0; row < height; row++) {
     const yRow = row * frame.yPlaneBufferStride;
@@ -73,7 +80,7 @@ function copyRgba(frame, target) {
       rgba[at++] = 255;
     }
   }
-  return given;
+  return copy;
 }
 
 module.exports = { copyI420, copyRgba };

@@ -2,9 +2,13 @@
 
 const { isMainThread } = require('node:worker_threads');
 
-// The addon says the same, but only after what cannot be done in a worker either.
+// The addon says so, too, but only after what cannot be done in a worker either, and without advice.
+const ADVICE =
+  'in a test runner, run the tests in processes instead of threads (vitest: --pool forks); ' +
+  'elsewhere, start a process with child_process.fork() instead of the worker';
+
 function requireMainThread(what) {
-  if (!isMainThread) throw new Error(`${what} is only possible on the main thread`);
+  if (!isMainThread) throw new Error(`${what} is only possible on the main thread: ${ADVICE}`);
 }
 
 module.exports = { requireMainThread };

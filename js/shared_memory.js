@@ -5,13 +5,8 @@
 
 const { existsSync, readFileSync } = require('node:fs');
 
+const { SEGMENT_LAYOUT: layout } = require('./segment_layout.js');
 const { nameOf } = require('./stream_key.js');
-
-// The main segment is a table of the streams in widget mode: for each a flag and two names, which end
-// with a NUL. "Frames in shared memory", in the documents, has it whole.
-const ENTRY_BYTES = 511;
-const NAME_BYTES = 255;
-const REMOTE_STREAMS = 50;
 
 const bare = (name) => name.replace(/^\//, '');
 const fileOfSegment = (name) => `/dev/shm/${bare(name)}`;
@@ -32,23 +27,29 @@ function requireMemory(names, advice = '') {
 
 function requireEntry(stream) {
   const { type, streamIndex } = stream;
-  if (type !== 'remote' || (streamIndex >= 0 && streamIndex < REMOTE_STREAMS)) return;
+  const last = layout.remoteStreams - 1;
+  if (type !== 'remote' || (streamIndex >= 0 && streamIndex <= last)) return;
   throw new RangeError(
     `The stream ${nameOf(stream)} cannot enter widget mode: ` +
-      `that is for remote streams from 0 to ${REMOTE_STREAMS - 1}`,
+      `that is for remote streams from 0 to ${last}`,
   );
+}
+
+function entryOf({ type, streamIndex }) {
+  if (type === 'local') return layout.localEntry;
+  if (type === 'content') return layout.contentEntry;
+  return layout.firstRemoteEntry + streamIndex;
 }
 
 // Whether the stream, which has an entry, can be opened by a widget with the main segment's `names`.
 // To be asked on the thread that writes the table, so that it does not change meanwhile.
-function hasFrameMemory(names, { type, streamIndex }) {
-  const index = type === 'remote' ? 2 + streamIndex : ['local', 'content'].indexOf(type);
-  const start = index * ENTRY_BYTES;
-  const entry = readFileSync(fileOfSegment(names.shm_name)).subarray(start, start + ENTRY_BYTES);
-  const text = (at) => entry.toString('latin1', at, at + NAME_BYTES).split('\0')[0];
-  const isValid = entry[0] !== 0;
-  const own = { shm_name: text(1), sem_name: text(1 + NAME_BYTES) };
-  return isValid && missingFiles(own).length === 0;
+function hasFrameMemory(names, stream) {
+  const start = entryOf(stream) * layout.entrySize;
+  const segment = readFileSync(fileOfSegment(names.shm_name));
+  const entry = segment.subarray(start, start + layout.entrySize);
+  const text = (at) => entry.toString('latin1', at, at + layout.nameSize).split('\0')[0];
+  const own = { shm_name: text(layout.shmNameOffset), sem_name: text(layout.semNameOffset) };
+  return entry[layout.validOffset] !== 0 && missingFiles(own).length === 0;
 }
 
 module.exports = { hasFrameMemory, requireEntry, requireMemory };

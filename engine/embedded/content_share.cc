@@ -44,7 +44,7 @@ std::optional<Subject> subjectOf(const tsl::ContentShareParams& params, std::siz
   return std::nullopt;
 }
 
-std::unique_ptr<support::PictureSource> film(const MeetingPlan& plan, const Subject& subject) {
+std::unique_ptr<support::PictureSource> cardOf(const MeetingPlan& plan, const Subject& subject) {
   const support::CardSubject card = {support::kContentStream,
                                      support::contentDetail(subject.kind, subject.id),
                                      subject.title, hueOf(plan.seed, support::kContentStream)};
@@ -53,8 +53,16 @@ std::unique_ptr<support::PictureSource> film(const MeetingPlan& plan, const Subj
 
 }  // namespace
 
-ContentShare::ContentShare(EngineParts& parts, const MeetingPlan& plan, bool isReceiving)
-    : parts_(parts), plan_(plan), isReceiving_(isReceiving) {}
+ContentShare::ContentShare(const StreamMaker& streams, support::Notifier& notifier,
+                           std::shared_ptr<const support::Log> log,
+                           const support::Published<std::vector<tsl::ScreenMonitor>>& monitors,
+                           const MeetingPlan& plan, bool isReceiving)
+    : streams_(streams),
+      notifier_(notifier),
+      log_(std::move(log)),
+      monitors_(monitors),
+      plan_(plan),
+      isReceiving_(isReceiving) {}
 
 void ContentShare::requestToken() {
   if (!holder_) holder_ = kMyself;
@@ -73,38 +81,38 @@ void ContentShare::start(const tsl::ContentShareParams& params) {
     report(ShareStatus::kDenied);
     return;
   }
-  const auto subject = subjectOf(params, parts_.monitors.get().size());
+  const auto subject = subjectOf(params, monitors_.get().size());
   if (!subject) {
     report(ShareStatus::kFailed);
     return;
   }
-  parts_.log->write("sharing " + subject->title);
-  if (sender_) {
-    sender_->change(film(plan_, *subject), 0);
-    notifyUpdate();
+  log_->write("sharing " + subject->title);
+  if (stream_) {
+    stream_->sender().change(cardOf(plan_, *subject), 0);
+    stream_->notifyUpdated();
   } else {
     addStream({0, 0});
-    sender_->start(film(plan_, *subject), kContentRate, 0);
+    stream_->sender().start(cardOf(plan_, *subject), kContentRate, 0);
   }
   report(ShareStatus::kStarted);
 }
 
 void ContentShare::stop() {
-  if (holder_ != kMyself || !sender_) return;
+  if (holder_ != kMyself || !stream_) return;
   removeStream();
   report(ShareStatus::kStopped);
 }
 
 void ContentShare::present(int participant, bool isCut) {
   if (holder_) {
-    parts_.log->write("participant " + std::to_string(participant) + " gets no token");
+    log_->write("participant " + std::to_string(participant) + " gets no token");
     return;
   }
   constexpr std::uint64_t kContentLossUse = 22;
   holder_ = participant;
   isCut_ = isCut;
-  parts_.notifier.notify(&INotifyCallback::NotifyContentReceiveStatus, true,
-                         guidOf(plan_.seed, participant));
+  notifier_.notify(&INotifyCallback::NotifyContentReceiveStatus, true,
+                   guidOf(plan_.seed, participant));
   const std::uint64_t seed =
       chance(plan_.seed, kContentLossUse, static_cast<std::uint64_t>(participant));
   addStream({plan_.lossOf(participant), seed});
@@ -116,20 +124,20 @@ void ContentShare::stopPresenting(int participant) {
   isReceived_ = false;
   removeStream();
   holder_.reset();
-  parts_.notifier.notify(&INotifyCallback::NotifyContentReceiveStatus, false,
-                         guidOf(plan_.seed, participant));
+  notifier_.notify(&INotifyCallback::NotifyContentReceiveStatus, false,
+                   guidOf(plan_.seed, participant));
 }
 
 void ContentShare::setCut(int participant, bool isCut) {
   if (holder_ != participant || isCut == isCut_) return;
   isCut_ = isCut;
-  if (updateReception()) notifyUpdate();
-  parts_.notifier.notify(&INotifyCallback::NotifyRtpMediaState, MediaType::kContent, !isCut);
+  if (updateReception()) stream_->notifyUpdated();
+  notifier_.notify(&INotifyCallback::NotifyRtpMediaState, MediaType::kContent, !isCut);
 }
 
 void ContentShare::setReceiving(bool isReceiving) {
   isReceiving_ = isReceiving;
-  if (updateReception()) notifyUpdate();
+  if (updateReception()) stream_->notifyUpdated();
 }
 
 void ContentShare::end() {
@@ -139,19 +147,16 @@ void ContentShare::end() {
 
 void ContentShare::addStream(LossyLink link) {
   const auto silence = [] { return 0U; };
-  auto stream = std::make_shared<support::VideoStream>(
-      support::kContentStream, csrcOf(plan_.seed, support::kContentStream), parts_.log);
-  sender_ = std::make_unique<Sender>(parts_, stream, link, silence);
-  parts_.streams.add(stream);
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamAdded, support::kContentStream,
-                         stream->csrc());
+  stream_ = streams_.make(support::kContentStream, csrcOf(plan_.seed, support::kContentStream),
+                          link, silence);
+  stream_->addToTable();
+  stream_->notifyAdded();
 }
 
 void ContentShare::removeStream() {
-  const std::uint32_t csrc = sender_->stream()->csrc();
-  sender_.reset();
-  parts_.streams.remove(support::kContentStream);
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, support::kContentStream, csrc);
+  const auto removed = std::move(stream_);
+  removed->removeFromTable();
+  removed->notifyRemoved();
 }
 
 bool ContentShare::updateReception() {
@@ -159,20 +164,15 @@ bool ContentShare::updateReception() {
   if (isWanted == std::exchange(isReceived_, isWanted)) return false;
   if (isWanted) {
     const Subject shown = subject(support::ContentKind::kParticipant, "SHARE OF REMOTE", *holder_);
-    sender_->start(film(plan_, shown), kContentRate, 0);
+    stream_->sender().start(cardOf(plan_, shown), kContentRate, 0);
   } else {
-    sender_->stop();
+    stream_->sender().stop();
   }
   return true;
 }
 
-void ContentShare::notifyUpdate() {
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, support::kContentStream,
-                         sender_->stream()->csrc());
-}
-
 void ContentShare::report(ShareStatus status) {
-  parts_.notifier.notify(&INotifyCallback::NotifyScreenShareStatus, status);
+  notifier_.notify(&INotifyCallback::NotifyScreenShareStatus, status);
 }
 
 }  // namespace embedded

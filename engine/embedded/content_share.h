@@ -6,10 +6,13 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
-#include "engine/embedded/engine_parts.h"
 #include "engine/embedded/meeting_uri.h"
-#include "engine/embedded/sender.h"
+#include "engine/embedded/sent_stream.h"
+#include "engine/support/log.h"
+#include "engine/support/notifier.h"
+#include "engine/support/published.h"
 #include "tesselclient/records.h"
 
 namespace embedded {
@@ -19,7 +22,11 @@ namespace embedded {
 // outlives it with its plan; belongs to the engine's thread.
 class ContentShare {
  public:
-  ContentShare(EngineParts& parts, const MeetingPlan& plan, bool isReceiving);
+  // `monitors` are those that may be shared.
+  ContentShare(const StreamMaker& streams, support::Notifier& notifier,
+               std::shared_ptr<const support::Log> log,
+               const support::Published<std::vector<tsl::ScreenMonitor>>& monitors,
+               const MeetingPlan& plan, bool isReceiving);
   ContentShare(const ContentShare&) = delete;
   ContentShare& operator=(const ContentShare&) = delete;
 
@@ -41,21 +48,23 @@ class ContentShare {
   void end();
 
   // Null while no content is sent, or received.
-  TrafficMeter* sentMeter() { return holder_ == kMyself && sender_ ? &sender_->meter() : nullptr; }
-  TrafficMeter* receivedMeter() { return isReceived_ ? &sender_->meter() : nullptr; }
+  TrafficMeter* sentMeter() { return holder_ == kMyself && stream_ ? &stream_->meter() : nullptr; }
+  TrafficMeter* receivedMeter() { return isReceived_ ? &stream_->meter() : nullptr; }
 
  private:
   void addStream(LossyLink link);
   void removeStream();
   // Starts or stops the remote content as it is received or not; says whether that changed.
   bool updateReception();
-  void notifyUpdate();
   void report(ShareStatus status);
 
-  EngineParts& parts_;
+  const StreamMaker& streams_;
+  support::Notifier& notifier_;
+  const std::shared_ptr<const support::Log> log_;
+  const support::Published<std::vector<tsl::ScreenMonitor>>& monitors_;
   const MeetingPlan& plan_;
-  std::optional<int> holder_;       // of the token: a participant or kMyself
-  std::unique_ptr<Sender> sender_;  // while there is content
+  std::optional<int> holder_;           // of the token: a participant or kMyself
+  std::unique_ptr<SentStream> stream_;  // while there is content
   bool isReceiving_;
   bool isCut_ = false;       // the presenting participant is
   bool isReceived_ = false;  // remote content is being sent

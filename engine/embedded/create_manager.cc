@@ -1,6 +1,7 @@
 // What the engine library exports.
 
-#include "engine/embedded/embedded_manager.h"
+#include "engine/embedded/embedded_engine.h"
+#include "engine/support/engine_manager.h"
 
 namespace {
 
@@ -13,12 +14,16 @@ const std::shared_ptr<support::FramePool>& processPool() {
   return pool;
 }
 
+std::unique_ptr<support::Engine> makeEngine(support::EngineContext& context) {
+  return std::make_unique<embedded::EmbeddedEngine>(context, processPool());
+}
+
 }  // namespace
 
 namespace TSLM {
 
 TSLMManager* TSLMManager::CreateTSLMManager(const tsl::CreateParams& params) {
-  return new embedded::EmbeddedManager(params, support::realClock(), processPool());
+  return new support::EngineManager(params, support::realClock(), makeEngine);
 }
 
 void TSLMManager::DestroyTSLMManager() { processPool()->trim(); }

@@ -26,7 +26,8 @@ bool isDevice(const std::string& id) {
   return false;
 }
 
-Devices::Devices(EngineParts& parts) : parts_(parts) {
+Devices::Devices(support::Notifier& notifier, std::shared_ptr<const support::Log> log)
+    : notifier_(notifier), log_(std::move(log)) {
   for (const auto& [type, name] : kTypes) selected_[type] = firstPlugged(type);
 }
 
@@ -45,9 +46,9 @@ void Devices::setPlugged(const std::string& id, bool isPlugged) {
                                    [&id](const Device& candidate) { return candidate.id == id; });
   if (device == devices_.end() || device->isPlugged == isPlugged) return;
   device->isPlugged = isPlugged;
-  parts_.log->write(id + (isPlugged ? " plugged in" : " unplugged"));
+  log_->write(id + (isPlugged ? " plugged in" : " unplugged"));
   reselect(device->type);
-  parts_.notifier.notify(&INotifyCallback::NotifyDeviceChange, id, device->type);
+  notifier_.notify(&INotifyCallback::NotifyDeviceChange, id, device->type);
 }
 
 void Devices::restore() {
@@ -58,10 +59,10 @@ bool Devices::select(DeviceType type, const std::string& id) {
   for (const Device& device : devices_) {
     if (device.type != type || !device.isPlugged || (!id.empty() && device.id != id)) continue;
     selected_[type] = &device;
-    parts_.log->write("selected " + device.id);
+    log_->write("selected " + device.id);
     return true;
   }
-  parts_.log->write("there is no device " + id);
+  log_->write("there is no device " + id);
   return false;
 }
 

@@ -4,11 +4,13 @@
 #define ENGINE_EMBEDDED_DEVICES_H_
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "engine/embedded/engine_parts.h"
+#include "engine/support/log.h"
+#include "engine/support/notifier.h"
 #include "tesselclient/types.h"
 
 namespace embedded {
@@ -21,7 +23,7 @@ bool isDevice(const std::string& id);
 // device of each type is selected, if there is one. Belongs to the engine's thread.
 class Devices {
  public:
-  explicit Devices(EngineParts& parts);
+  Devices(support::Notifier& notifier, std::shared_ptr<const support::Log> log);
   Devices(const Devices&) = delete;
   Devices& operator=(const Devices&) = delete;
 
@@ -49,7 +51,8 @@ class Devices {
   const Device* firstPlugged(DeviceType type) const;
   void reselect(DeviceType type);
 
-  EngineParts& parts_;
+  support::Notifier& notifier_;
+  const std::shared_ptr<const support::Log> log_;
   std::vector<Device> devices_ = initialDevices();
   std::map<DeviceType, const Device*> selected_;  // null when there is none
 };

@@ -18,7 +18,7 @@ constexpr std::int32_t kHighestRate = 60;
 // The camera's link to the application loses nothing.
 LossyLink perfectLink() { return {0, 0}; }
 
-bool canFilm(const tsl::VideoDevice& camera) {
+bool canCapture(const tsl::VideoDevice& camera) {
   return camera.width >= static_cast<std::int32_t>(support::kSmallestCard.width) &&
          camera.width <= kLargestSide &&
          camera.height >= static_cast<std::int32_t>(support::kSmallestCard.height) &&
@@ -27,46 +27,47 @@ bool canFilm(const tsl::VideoDevice& camera) {
 
 }  // namespace
 
-LocalMedia::LocalMedia(EngineParts& parts, Sender::Level level)
-    : parts_(parts),
-      stream_(std::make_shared<support::VideoStream>(
-          support::kLocalStream, csrcOf(kSeed, support::kLocalStream), parts.log)),
-      sender_(parts, stream_, perfectLink(), std::move(level)),
-      devices_(parts) {
-  parts_.streams.add(stream_);
+LocalMedia::LocalMedia(const StreamMaker& streams, support::Notifier& notifier,
+                       std::shared_ptr<const support::Log> log, Sender::Level level)
+    : notifier_(notifier),
+      log_(std::move(log)),
+      stream_(streams.make(support::kLocalStream, csrcOf(kSeed, support::kLocalStream),
+                           perfectLink(), std::move(level))),
+      devices_(notifier, log_) {
+  stream_->addToTable();
 }
 
 void LocalMedia::setCapturing(bool isCapturing) {
   if (isCapturing == isCapturing_) return;
   isCapturing_ = isCapturing;
   if (isCapturing) {
-    parts_.notifier.notify(&INotifyCallback::NotifyStreamAdded, support::kLocalStream, csrc());
+    stream_->notifyAdded();
   }
   update();
   if (!isCapturing) {
-    parts_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, support::kLocalStream, csrc());
+    stream_->notifyRemoved();
   }
 }
 
 void LocalMedia::setVideoMuted(bool isMuted) {
   isVideoMuted_ = isMuted;
   updateAndNotify();
-  parts_.notifier.notify(&INotifyCallback::NotifyMediaMuteState, MediaType::kVideo, isMuted);
+  notifier_.notify(&INotifyCallback::NotifyMediaMuteState, MediaType::kVideo, isMuted);
 }
 
 void LocalMedia::setAudioMuted(bool isMuted) {
   isAudioMuted_ = isMuted;
-  parts_.notifier.notify(&INotifyCallback::NotifyMediaMuteState, MediaType::kAudio, isMuted);
+  notifier_.notify(&INotifyCallback::NotifyMediaMuteState, MediaType::kAudio, isMuted);
 }
 
-bool LocalMedia::hears() const {
+bool LocalMedia::hasOpenMicrophone() const {
   return !isAudioMuted_ && devices_.selected(DeviceType::kAudioIn).has_value();
 }
 
 void LocalMedia::selectCamera(const tsl::VideoDevice& camera) {
-  if (!canFilm(camera)) {
-    parts_.log->write("no camera films " + std::to_string(camera.width) + 'x' +
-                      std::to_string(camera.height) + " at " + std::to_string(camera.maxFps));
+  if (!canCapture(camera)) {
+    log_->write("no camera films " + std::to_string(camera.width) + 'x' +
+                std::to_string(camera.height) + " at " + std::to_string(camera.maxFps));
     return;
   }
   if (!devices_.select(DeviceType::kVideo, camera.id)) return;
@@ -85,32 +86,33 @@ void LocalMedia::restoreDevices() {
   updateAndNotify();
 }
 
-std::optional<LocalMedia::Film> LocalMedia::wantedFilm() const {
+std::optional<LocalMedia::Capture> LocalMedia::wantedCapture() const {
   const auto camera = devices_.selected(DeviceType::kVideo);
   if (!isCapturing_ || isVideoMuted_ || !camera) return std::nullopt;
-  return Film{*camera, size_, rate_};
+  return Capture{*camera, size_, rate_};
 }
 
 bool LocalMedia::update() {
-  const auto film = wantedFilm();
-  if (film == film_) return false;
-  film_ = film;
-  if (!film) {
-    sender_.stop();
+  const auto capture = wantedCapture();
+  if (capture == capture_) return false;
+  capture_ = capture;
+  if (!capture) {
+    stream_->sender().stop();
     return true;
   }
-  const auto number = static_cast<std::uint32_t>(film->camera);
+  const auto number = static_cast<std::uint32_t>(capture->camera);
   // Another camera has another colour.
   const double hue = hueOf(kSeed, support::kLocalStream) + number / 4.0;
   const support::CardSubject subject = {support::kLocalStream, number,
                                         "CAMERA " + std::to_string(number), hue};
-  sender_.start(std::make_unique<support::CardSource>(subject, film->size), {film->rate, 1}, 0);
+  stream_->sender().start(std::make_unique<support::CardSource>(subject, capture->size),
+                          {capture->rate, 1}, 0);
   return true;
 }
 
 void LocalMedia::updateAndNotify() {
   if (update() && isCapturing_) {
-    parts_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, support::kLocalStream, csrc());
+    stream_->notifyUpdated();
   }
 }
 

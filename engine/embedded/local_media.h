@@ -9,19 +9,21 @@
 #include <string>
 
 #include "engine/embedded/devices.h"
-#include "engine/embedded/engine_parts.h"
-#include "engine/embedded/sender.h"
+#include "engine/embedded/sent_stream.h"
+#include "engine/support/log.h"
+#include "engine/support/notifier.h"
 #include "tesselclient/records.h"
 
 namespace embedded {
 
-// The camera films while it captures and the video is not muted, and the microphone hears while
-// the audio is not muted, in a call or not. Belongs to the engine's thread.
+// The camera sends while it captures and the video is not muted, and the microphone while the
+// audio is not muted, in a call or not. Belongs to the engine's thread.
 class LocalMedia {
  public:
   // Makes the local stream, so that its frame manager is there before the camera captures.
   // `level` is how loud the local participant is.
-  LocalMedia(EngineParts& parts, Sender::Level level);
+  LocalMedia(const StreamMaker& streams, support::Notifier& notifier,
+             std::shared_ptr<const support::Log> log, Sender::Level level);
   LocalMedia(const LocalMedia&) = delete;
   LocalMedia& operator=(const LocalMedia&) = delete;
 
@@ -33,9 +35,9 @@ class LocalMedia {
   bool isVideoMuted() const { return isVideoMuted_; }
   bool isAudioMuted() const { return isAudioMuted_; }
   // There is a microphone and it is not muted.
-  bool hears() const;
+  bool hasOpenMicrophone() const;
   // There is a speaker.
-  bool sounds() const { return devices_.selected(DeviceType::kAudioOut).has_value(); }
+  bool hasSpeaker() const { return devices_.selected(DeviceType::kAudioOut).has_value(); }
 
   // Whether each level of the microphone is logged.
   void setDebugging(bool isDebugging) { isDebugging_ = isDebugging; }
@@ -43,38 +45,38 @@ class LocalMedia {
 
   void selectMicrophone(const std::string& id) { devices_.select(DeviceType::kAudioIn, id); }
   void selectSpeaker(const std::string& id) { devices_.select(DeviceType::kAudioOut, id); }
-  // A camera that is not there, or cannot film as asked, is logged and changes nothing.
+  // A camera that is not there, or cannot capture as asked, is logged and changes nothing.
   void selectCamera(const tsl::VideoDevice& camera);
   void setPlugged(const std::string& id, bool isPlugged);
   void restoreDevices();
 
-  bool isSending() const { return film_.has_value(); }
-  TrafficMeter& meter() { return sender_.meter(); }
+  bool isSending() const { return capture_.has_value(); }
+  TrafficMeter& meter() { return stream_->meter(); }
   std::uint32_t csrc() const { return stream_->csrc(); }
 
  private:
-  // How the camera films.
-  struct Film {
+  // What the camera captures.
+  struct Capture {
     int camera = 0;
     support::Size size;
     std::uint32_t rate = 0;
-    bool operator==(const Film&) const = default;
+    bool operator==(const Capture&) const = default;
   };
 
   // What the local stream is to show; nothing when it is not sent.
-  std::optional<Film> wantedFilm() const;
+  std::optional<Capture> wantedCapture() const;
   // Brings what is sent in line with what is wanted; says whether that changed anything.
   bool update();
   // The same, and notifies a change.
   void updateAndNotify();
 
-  EngineParts& parts_;
-  const std::shared_ptr<support::VideoStream> stream_;
-  Sender sender_;
+  support::Notifier& notifier_;
+  const std::shared_ptr<const support::Log> log_;
+  const std::unique_ptr<SentStream> stream_;
   Devices devices_;
   support::Size size_ = {1280, 720};
   std::uint32_t rate_ = 30;
-  std::optional<Film> film_;  // being sent
+  std::optional<Capture> capture_;  // being sent
   bool isCapturing_ = false;
   bool isVideoMuted_ = false;
   bool isAudioMuted_ = false;

@@ -32,6 +32,17 @@ struct Sum {
   }
 };
 
+// Those of the plan, and those that the application asks for.
+std::set<std::string> attributesOf(const MeetingPlan& plan, const tsl::ConnectParams& params) {
+  std::set<std::string> attributes = plan.requiredAttributes;
+  attributes.insert(params.meetingFeatures.begin(), params.meetingFeatures.end());
+  std::istringstream listed(params.meetingAttributes);
+  for (std::string attribute; std::getline(listed, attribute, ',');) {
+    if (!attribute.empty()) attributes.insert(attribute);
+  }
+  return attributes;
+}
+
 }  // namespace
 
 std::vector<tsl::ScreenMonitor> usualMonitors() {
@@ -42,27 +53,29 @@ Incoming incomingOf(const tsl::MediaStreamState& state) {
   return {state.incomingAudioEnabled, state.incomingVideoEnabled, state.contentStreamEnabled};
 }
 
-Meeting::Meeting(EngineParts& parts, LocalMedia& local, int callId, MeetingPlan plan,
-                 std::shared_ptr<const support::Y4mClip> clip, const tsl::ConnectParams& params,
-                 int topRung)
-    : parts_(parts),
+Meeting::Meeting(support::EngineContext& context, const StreamMaker& streams, LocalMedia& local,
+                 int callId, MeetingPlan plan, std::shared_ptr<const support::Y4mClip> clip,
+                 const tsl::ConnectParams& params)
+    : context_(context),
+      streams_(streams),
       local_(local),
       callId_(callId),
       plan_(std::move(plan)),
       clip_(std::move(clip)),
       speech_(plan_.seed, plan_.participants, plan_.speech),
-      params_(params),
+      requiredAttributes_(attributesOf(plan_, params)),
+      gracefulEvents_(params.gracefulEvents),
       incoming_(incomingOf(params.mediaStreamState)),
-      content_(parts, plan_, incoming_.content),
-      stateTimer_(parts.loop),
-      eventTimer_(parts.loop),
-      levelTimer_(parts.loop) {
-  layout_.setTopRung(topRung);
+      content_(streams, context.notifier, context.log, context.monitors, plan_, incoming_.content),
+      stateTimer_(context.loop),
+      eventTimer_(context.loop),
+      levelTimer_(context.loop) {
+  layout_.setTopRung(context.configuration->maxVOQualityIndex());
 }
 
 void Meeting::join() {
   state_ = State::kJoining;
-  joinedAt_ = parts_.loop.now() + plan_.joinDelay;
+  joinedAt_ = context_.loop.now() + plan_.joinDelay;
   stateTimer_.runAt(joinedAt_, [this] { enter(); });
 }
 
@@ -76,7 +89,7 @@ void Meeting::setIncoming(const Incoming& incoming) {
   updateReceptions();
 }
 
-void Meeting::setWishes(std::vector<tsl::VideoStreamInfo> streams,
+void Meeting::setLayout(std::vector<tsl::VideoStreamInfo> streams,
                         std::vector<std::vector<tsl::VideoStreamConstraints>> constraints) {
   layout_.setWishes(std::move(streams), std::move(constraints));
   updateReceptions();
@@ -88,7 +101,7 @@ void Meeting::setTopRung(int rung) {
 }
 
 std::uint32_t Meeting::localLevel() const {
-  return isJoined() && local_.hears() ? speech_.level(kMyself, sinceJoin()) : 0;
+  return isJoined() && local_.hasOpenMicrophone() ? speech_.level(kMyself, sinceJoin()) : 0;
 }
 
 std::uint32_t Meeting::incomingLevel() const {
@@ -128,12 +141,12 @@ void Meeting::enter() {
     return;
   }
   state_ = State::kJoined;
-  parts_.log->write("joined " + plan_.room);
-  parts_.requiredAttributes.set(requiredAttributes());
-  if (plan_.monitors) parts_.monitors.set(*plan_.monitors);
-  parts_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, true);
-  for (const auto& [event, isEnabled] : params_.gracefulEvents) {
-    if (isEnabled) parts_.notifier.notify(&INotifyCallback::NotifyGracefulEvent, event, true);
+  context_.log->write("joined " + plan_.room);
+  context_.requiredAttributes.set(requiredAttributes_);
+  if (plan_.monitors) context_.monitors.set(*plan_.monitors);
+  context_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, true);
+  for (const auto& [event, isEnabled] : gracefulEvents_) {
+    if (isEnabled) context_.notifier.notify(&INotifyCallback::NotifyGracefulEvent, event, true);
   }
   for (int number = 0; number < plan_.participants; ++number) addParticipant(number);
   nextLevelAt_ = joinedAt_;
@@ -153,37 +166,27 @@ void Meeting::end(int code, const std::string& reason) {
   content_.end();
   while (!participants_.empty()) removeParticipant(participants_.begin()->first);
   local_.restoreDevices();
-  parts_.monitors.set(usualMonitors());
-  parts_.requiredAttributes.set({});
-  parts_.log->write("call " + std::to_string(callId_) + " ended: " + reason);
-  parts_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, false);
-  parts_.notifier.notify(&INotifyCallback::NotifyCallDisconnect, callId_, reason, code);
-}
-
-std::set<std::string> Meeting::requiredAttributes() const {
-  std::set<std::string> attributes = plan_.requiredAttributes;
-  attributes.insert(params_.meetingFeatures.begin(), params_.meetingFeatures.end());
-  std::istringstream listed(params_.meetingAttributes);
-  for (std::string attribute; std::getline(listed, attribute, ',');) {
-    if (!attribute.empty()) attributes.insert(attribute);
-  }
-  return attributes;
+  context_.monitors.set(usualMonitors());
+  context_.requiredAttributes.set({});
+  context_.log->write("call " + std::to_string(callId_) + " ended: " + reason);
+  context_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, false);
+  context_.notifier.notify(&INotifyCallback::NotifyCallDisconnect, callId_, reason, code);
 }
 
 void Meeting::setEventTimer() {
   if (nextEvent_ == plan_.events.size()) return;
-  eventTimer_.runAt(joinedAt_ + plan_.events[nextEvent_].at, [this] { happenNext(); });
+  eventTimer_.runAt(joinedAt_ + plan_.events[nextEvent_].at, [this] { applyNextEvent(); });
 }
 
-void Meeting::happenNext() {
+void Meeting::applyNextEvent() {
   const PlannedEvent& event = plan_.events[nextEvent_++];
   setEventTimer();
-  happen(event);
+  apply(event);
 }
 
-void Meeting::happen(const PlannedEvent& event) {
+void Meeting::apply(const PlannedEvent& event) {
   if (event.participant == kMyself) {
-    happenToMyself(event);
+    applyToLocal(event);
     return;
   }
   if (event.kind == PlannedEvent::Kind::kCome) {
@@ -192,10 +195,10 @@ void Meeting::happen(const PlannedEvent& event) {
   }
   // What is planned for somebody who is away does not happen.
   const auto found = participants_.find(event.participant);
-  if (found != participants_.end()) happenTo(*found->second, event);
+  if (found != participants_.end()) applyTo(*found->second, event);
 }
 
-void Meeting::happenToMyself(const PlannedEvent& event) {
+void Meeting::applyToLocal(const PlannedEvent& event) {
   switch (event.kind) {
     case PlannedEvent::Kind::kMuteVideo:
     case PlannedEvent::Kind::kUnmuteVideo:
@@ -214,7 +217,7 @@ void Meeting::happenToMyself(const PlannedEvent& event) {
   }
 }
 
-void Meeting::happenTo(Participant& participant, const PlannedEvent& event) {
+void Meeting::applyTo(Participant& participant, const PlannedEvent& event) {
   switch (event.kind) {
     case PlannedEvent::Kind::kLeave:
       removeParticipant(event.participant);
@@ -248,8 +251,9 @@ void Meeting::happenTo(Participant& participant, const PlannedEvent& event) {
 void Meeting::addParticipant(int number) {
   if (participants_.contains(number)) return;
   auto& participant = participants_[number];
-  participant = std::make_unique<Participant>(
-      parts_, plan_, number, clip_, [this, number] { return speech_.level(number, sinceJoin()); });
+  participant =
+      std::make_unique<Participant>(streams_, context_.notifier, plan_, number, clip_,
+                                    [this, number] { return speech_.level(number, sinceJoin()); });
   participant->come(receptions().at(participant->csrc()));
   // The newcomer may change the number of tiles.
   updateReceptions();
@@ -287,10 +291,10 @@ void Meeting::setLevelTimer() {
 void Meeting::reportLevel() {
   nextLevelAt_ += kLevelPeriod;
   setLevelTimer();
-  if (!local_.hears()) return;
+  if (!local_.hasOpenMicrophone()) return;
   const std::uint32_t level = localLevel();
-  if (local_.isDebugging()) parts_.log->write("microphone level " + std::to_string(level));
-  parts_.notifier.notify(&INotifyCallback::NotifyMicLevel, level);
+  if (local_.isDebugging()) context_.log->write("microphone level " + std::to_string(level));
+  context_.notifier.notify(&INotifyCallback::NotifyMicLevel, level);
 }
 
 }  // namespace embedded

@@ -9,14 +9,17 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "engine/embedded/content_share.h"
-#include "engine/embedded/engine_parts.h"
 #include "engine/embedded/layout.h"
 #include "engine/embedded/local_media.h"
 #include "engine/embedded/meeting_uri.h"
 #include "engine/embedded/participant.h"
+#include "engine/embedded/sent_stream.h"
 #include "engine/embedded/speech.h"
+#include "engine/support/engine.h"
 #include "engine/support/y4m_clip.h"
 #include "tesselclient/records.h"
 
@@ -39,9 +42,9 @@ Incoming incomingOf(const tsl::MediaStreamState& state);
 class Meeting {
  public:
   // `clip` is what the participants' cameras show; empty for test cards.
-  Meeting(EngineParts& parts, LocalMedia& local, int callId, MeetingPlan plan,
-          std::shared_ptr<const support::Y4mClip> clip, const tsl::ConnectParams& params,
-          int topRung);
+  Meeting(support::EngineContext& context, const StreamMaker& streams, LocalMedia& local,
+          int callId, MeetingPlan plan, std::shared_ptr<const support::Y4mClip> clip,
+          const tsl::ConnectParams& params);
   Meeting(const Meeting&) = delete;
   Meeting& operator=(const Meeting&) = delete;
 
@@ -53,7 +56,7 @@ class Meeting {
   bool isOver() const { return state_ == State::kOver; }
 
   void setIncoming(const Incoming& incoming);
-  void setWishes(std::vector<tsl::VideoStreamInfo> streams,
+  void setLayout(std::vector<tsl::VideoStreamInfo> streams,
                  std::vector<std::vector<tsl::VideoStreamConstraints>> constraints);
   void setTopRung(int rung);
   ContentShare& content() { return content_; }
@@ -72,14 +75,13 @@ class Meeting {
 
   void enter();
   void end(int code, const std::string& reason);
-  support::Time sinceJoin() const { return parts_.loop.now() - joinedAt_; }
-  std::set<std::string> requiredAttributes() const;
+  support::Time sinceJoin() const { return context_.loop.now() - joinedAt_; }
 
   void setEventTimer();
-  void happenNext();
-  void happen(const PlannedEvent& event);
-  void happenToMyself(const PlannedEvent& event);
-  void happenTo(Participant& participant, const PlannedEvent& event);
+  void applyNextEvent();
+  void apply(const PlannedEvent& event);
+  void applyToLocal(const PlannedEvent& event);
+  void applyTo(Participant& participant, const PlannedEvent& event);
   void addParticipant(int number);
   void removeParticipant(int number);
   // How each present stream is received, by its contributing source.
@@ -89,13 +91,15 @@ class Meeting {
   void setLevelTimer();
   void reportLevel();
 
-  EngineParts& parts_;
+  support::EngineContext& context_;
+  const StreamMaker& streams_;
   LocalMedia& local_;
   const int callId_;
   const MeetingPlan plan_;
   const std::shared_ptr<const support::Y4mClip> clip_;
   const Speech speech_;
-  const tsl::ConnectParams params_;
+  const std::set<std::string> requiredAttributes_;
+  const std::vector<std::pair<std::string, bool>> gracefulEvents_;  // name, enabled
 
   State state_ = State::kNew;
   support::Time joinedAt_ = {};

@@ -14,12 +14,6 @@ namespace {
 
 constexpr support::FrameRate kCardRate = {30, 1};
 
-std::shared_ptr<support::VideoStream> makeStream(const EngineParts& parts, const MeetingPlan& plan,
-                                                 int number) {
-  const StreamKey key = support::remoteStream(number);
-  return std::make_shared<support::VideoStream>(key, csrcOf(plan.seed, key), parts.log);
-}
-
 LossyLink videoLink(const MeetingPlan& plan, int number) {
   constexpr std::uint64_t kVideoLossUse = 21;
   return {plan.lossOf(number),
@@ -28,29 +22,28 @@ LossyLink videoLink(const MeetingPlan& plan, int number) {
 
 }  // namespace
 
-Participant::Participant(EngineParts& parts, const MeetingPlan& plan, int number,
+Participant::Participant(const StreamMaker& streams, support::Notifier& notifier,
+                         const MeetingPlan& plan, int number,
                          std::shared_ptr<const support::Y4mClip> clip, Sender::Level level)
-    : parts_(parts),
+    : notifier_(notifier),
       plan_(plan),
       number_(number),
       clip_(std::move(clip)),
       loudness_(std::move(level)),
-      sender_(parts, makeStream(parts, plan, number), videoLink(plan, number),
-              [this] { return this->level(); }) {}
+      stream_(streams.make(support::remoteStream(number),
+                           csrcOf(plan.seed, support::remoteStream(number)),
+                           videoLink(plan, number), [this] { return this->level(); })) {}
 
 void Participant::come(const Reception& reception) {
   reception_ = reception;
-  parts_.streams.add(sender_.stream());
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamAdded, support::remoteStream(number_),
-                         csrc());
+  stream_->addToTable();
+  stream_->notifyAdded();
   update();
 }
 
 void Participant::leave() {
-  sender_.stop();
-  parts_.streams.remove(support::remoteStream(number_));
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, support::remoteStream(number_),
-                         csrc());
+  stream_->removeFromTable();
+  stream_->notifyRemoved();
 }
 
 void Participant::receive(const Reception& reception) {
@@ -68,7 +61,7 @@ void Participant::setCut(bool isCut) {
   isCut_ = isCut;
   updateAndNotify();
   for (const MediaType type : {MediaType::kVideo, MediaType::kAudio}) {
-    parts_.notifier.notify(&INotifyCallback::NotifyRtpMediaState, type, !isCut);
+    notifier_.notify(&INotifyCallback::NotifyRtpMediaState, type, !isCut);
   }
 }
 
@@ -86,20 +79,20 @@ bool Participant::update() {
   if (format == format_) return false;
   const bool wasSending = std::exchange(format_, format).has_value();
   if (!format) {
-    sender_.stop();
+    stream_->sender().stop();
   } else if (wasSending) {
-    sender_.change(camera(format->size), format->mostPerSecond);
+    stream_->sender().change(camera(format->size), format->mostPerSecond);
   } else {
     const support::FrameRate ownRate = clip_ ? clip_->rate() : kCardRate;
-    sender_.start(camera(format->size), plan_.rate.value_or(ownRate), format->mostPerSecond);
+    stream_->sender().start(camera(format->size), plan_.rate.value_or(ownRate),
+                            format->mostPerSecond);
   }
   return true;
 }
 
 void Participant::updateAndNotify() {
   if (!update()) return;
-  parts_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, support::remoteStream(number_),
-                         csrc());
+  stream_->notifyUpdated();
 }
 
 std::unique_ptr<support::PictureSource> Participant::camera(support::Size size) const {

@@ -7,11 +7,11 @@
 #include <memory>
 #include <optional>
 
-#include "engine/embedded/engine_parts.h"
 #include "engine/embedded/layout.h"
 #include "engine/embedded/meeting_uri.h"
-#include "engine/embedded/sender.h"
+#include "engine/embedded/sent_stream.h"
 #include "engine/embedded/speech.h"
+#include "engine/support/notifier.h"
 #include "engine/support/y4m_clip.h"
 
 namespace embedded {
@@ -22,8 +22,8 @@ class Participant {
  public:
   // `clip` is what the camera shows; empty for a test card. `level` is how loud the participant is
   // when the microphone is not muted.
-  Participant(EngineParts& parts, const MeetingPlan& plan, int number,
-              std::shared_ptr<const support::Y4mClip> clip, Sender::Level level);
+  Participant(const StreamMaker& streams, support::Notifier& notifier, const MeetingPlan& plan,
+              int number, std::shared_ptr<const support::Y4mClip> clip, Sender::Level level);
   Participant(const Participant&) = delete;
   Participant& operator=(const Participant&) = delete;
 
@@ -31,7 +31,7 @@ class Participant {
   void come(const Reception& reception);
   void leave();
 
-  std::uint32_t csrc() const { return sender_.stream()->csrc(); }
+  std::uint32_t csrc() const { return stream_->csrc(); }
   // Changes are notified as updates of the stream.
   void receive(const Reception& reception);
   void setVideoMuted(bool isMuted);
@@ -43,7 +43,7 @@ class Participant {
   // How loud the participant arrives, 0 to 100.
   std::uint32_t level() const;
   bool isReceived() const { return format_.has_value(); }
-  TrafficMeter& meter() { return sender_.meter(); }
+  TrafficMeter& meter() { return stream_->meter(); }
 
  private:
   // What arrives of the camera's video.
@@ -60,12 +60,12 @@ class Participant {
   void updateAndNotify();
   std::unique_ptr<support::PictureSource> camera(support::Size size) const;
 
-  EngineParts& parts_;
+  support::Notifier& notifier_;
   const MeetingPlan& plan_;
   const int number_;
   const std::shared_ptr<const support::Y4mClip> clip_;
   const Sender::Level loudness_;
-  Sender sender_;
+  const std::unique_ptr<SentStream> stream_;
   Reception reception_;
   std::optional<Format> format_;  // being sent
   bool isVideoMuted_ = false;

@@ -21,19 +21,20 @@ support::Time frameTime(support::FrameRate rate, std::uint64_t index) {
       periods * rate.denominator * kSecond + rest * rate.denominator * kSecond / rate.numerator));
 }
 
-Sender::Sender(EngineParts& parts, std::shared_ptr<support::VideoStream> stream, LossyLink link,
-               Level level)
-    : parts_(parts),
+Sender::Sender(support::TaskLoop& loop, std::shared_ptr<support::FramePool> pool,
+               std::shared_ptr<support::VideoStream> stream, LossyLink link, Level level)
+    : loop_(loop),
+      pool_(std::move(pool)),
       stream_(std::move(stream)),
       link_(link),
       level_(std::move(level)),
-      timer_(parts.loop) {}
+      timer_(loop) {}
 
 void Sender::start(std::unique_ptr<support::PictureSource> source, support::FrameRate rate,
                    std::uint32_t mostPerSecond) {
   change(std::move(source), mostPerSecond);
   rate_ = rate;
-  startedAt_ = parts_.loop.now();
+  startedAt_ = loop_.now();
   ticks_ = 0;
   setTimer();
 }
@@ -54,7 +55,7 @@ void Sender::setTimer() {
 }
 
 void Sender::tick() {
-  const support::Time delay = parts_.loop.now() - startedAt_ - frameTime(rate_, ticks_);
+  const support::Time delay = loop_.now() - startedAt_ - frameTime(rate_, ticks_);
   if (delay > kLongestDelay) startedAt_ += delay;
   const std::uint64_t tick = ticks_++;
   // Before anything can fail, so that the next frame comes all the same.
@@ -84,10 +85,10 @@ void Sender::send(std::uint64_t id) {
     meter_.addLostFrame(packets, lost);
     return;
   }
-  const std::shared_ptr<support::Frame> frame = parts_.pool->take(size);
+  const std::shared_ptr<support::PooledFrame> frame = pool_->take(size);
   if (!source_->draw(id, level_(), frame->pixels())) return;
   frame->id = id;
-  frame->capturedAt = parts_.loop.now();
+  frame->capturedAt = loop_.now();
   frame->csrc = stream_->csrc();
   stream_->publish(frame);
   meter_.addFrame(size, frame->bytes(), packets);

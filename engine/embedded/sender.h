@@ -7,11 +7,12 @@
 #include <functional>
 #include <memory>
 
-#include "engine/embedded/engine_parts.h"
 #include "engine/embedded/lossy_link.h"
 #include "engine/embedded/traffic_meter.h"
+#include "engine/support/frame_pool.h"
 #include "engine/support/picture.h"
 #include "engine/support/picture_source.h"
+#include "engine/support/task_loop.h"
 #include "engine/support/video_stream.h"
 
 namespace embedded {
@@ -27,12 +28,11 @@ class Sender {
  public:
   using Level = std::function<std::uint32_t()>;  // how loud the sender is now, 0 to 100
 
-  Sender(EngineParts& parts, std::shared_ptr<support::VideoStream> stream, LossyLink link,
-         Level level);
+  Sender(support::TaskLoop& loop, std::shared_ptr<support::FramePool> pool,
+         std::shared_ptr<support::VideoStream> stream, LossyLink link, Level level);
   Sender(const Sender&) = delete;
   Sender& operator=(const Sender&) = delete;
 
-  const std::shared_ptr<support::VideoStream>& stream() const { return stream_; }
   TrafficMeter& meter() { return meter_; }
 
   // Sends from now on, the first frame at once; replaces what was sent before. Of the frames that
@@ -50,7 +50,8 @@ class Sender {
   bool isLeftOut(std::uint64_t tick) const;
   void send(std::uint64_t id);
 
-  EngineParts& parts_;
+  support::TaskLoop& loop_;
+  const std::shared_ptr<support::FramePool> pool_;
   const std::shared_ptr<support::VideoStream> stream_;
   LossyLink link_;
   const Level level_;

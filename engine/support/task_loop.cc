@@ -5,7 +5,7 @@
 
 namespace support {
 
-TaskLoop::TaskLoop(std::shared_ptr<const Clock> clock, std::shared_ptr<Log> log)
+TaskLoop::TaskLoop(std::shared_ptr<const Clock> clock, std::shared_ptr<const Log> log)
     : clock_(std::move(clock)), log_(std::move(log)) {}
 
 TaskLoop::~TaskLoop() { stop(); }

@@ -26,7 +26,7 @@ class TaskLoop {
   // When a task is due, and its place among those of the same time.
   using TaskId = std::pair<Time, std::uint64_t>;
 
-  TaskLoop(std::shared_ptr<const Clock> clock, std::shared_ptr<Log> log);
+  TaskLoop(std::shared_ptr<const Clock> clock, std::shared_ptr<const Log> log);
   ~TaskLoop();
   TaskLoop(const TaskLoop&) = delete;
   TaskLoop& operator=(const TaskLoop&) = delete;
@@ -35,6 +35,9 @@ class TaskLoop {
   void start(std::shared_ptr<const void> owner);
   // No task starts any more. Returns when the one that was running has ended, unless called by it.
   void stop() EXCLUDES(mutex_);
+
+  // Before the first stop().
+  bool isCurrentThread() const { return worker_.isCurrentThread(); }
 
   Time now() const { return clock_->now(); }
   // Runs `task` as soon as possible. Dropped when the loop was stopped.
@@ -55,8 +58,8 @@ class TaskLoop {
   bool somethingIsDue() const REQUIRES(mutex_);
 
   const std::shared_ptr<const Clock> clock_;
-  const std::shared_ptr<Log> log_;
-  Worker worker_;  // used by start(), and by the first stop() alone
+  const std::shared_ptr<const Log> log_;
+  Worker worker_;  // changed by start(), and by the first stop() alone
 
   mutable base::Mutex mutex_;
   base::CondVar changed_;

@@ -8,6 +8,7 @@ import { fileURLToPath } from 'node:url';
 const here = (relative) => fileURLToPath(new URL(relative, import.meta.url));
 const require = createRequire(import.meta.url);
 const charts = path.dirname(require.resolve('uplot'));
+const renderer = path.dirname(require.resolve('tessel-wrapper/renderer'));
 
 function filesIn(directory, prefix) {
   return readdirSync(directory)
@@ -20,7 +21,7 @@ export function pageFiles(document) {
   return Object.fromEntries([
     ['', here(`page/${document}`)],
     ...filesIn(here('page'), 'page/'),
-    ...filesIn(here('../../js/renderer'), 'renderer/'),
+    ...filesIn(renderer, 'renderer/'),
     ...['frame_message.mjs', 'stream_names.mjs'].map((name) => [name, here(name)]),
     ['charts/uPlot.mjs', path.join(charts, 'uPlot.esm.js')],
     ['charts/uPlot.css', path.join(charts, 'uPlot.min.css')],

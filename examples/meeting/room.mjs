@@ -5,7 +5,7 @@
 
 import { EventEmitter } from 'node:events';
 
-import tessel from '../../js/index.js';
+import { CallError, ClosedError, EVENT_NAMES, Meeting } from 'tessel-wrapper';
 import { Devices } from './devices.mjs';
 import { videoStreamsState } from './layout.mjs';
 import { titleOf } from './roster.mjs';
@@ -23,7 +23,7 @@ const FRAME_RATE = 30;
 const LOCAL_FRAME_RATE = 15;
 
 // Events that go to the log as they are. A 'micLevel' comes five times a second and is a level.
-const LOGGED = tessel.EVENT_NAMES.filter((name) => name !== 'micLevel');
+const LOGGED = EVENT_NAMES.filter((name) => name !== 'micLevel');
 
 export class Room extends EventEmitter {
   #uri;
@@ -45,7 +45,7 @@ export class Room extends EventEmitter {
   log = [];
 
   static async open({ uri, logPath }) {
-    return new Room(uri, await tessel.Meeting.open({ logPath, logPrefix: 'meeting-' }));
+    return new Room(uri, await Meeting.open({ logPath, logPrefix: 'meeting-' }));
   }
 
   // Owns `meeting` from now on.
@@ -138,8 +138,8 @@ export class Room extends EventEmitter {
         mediaStreamState: { outgoingAudioMuted: audioMuted, outgoingVideoMuted: videoMuted },
       });
     } catch (error) {
-      if (error instanceof tessel.CallError) return reasonOf(error);
-      if (error instanceof tessel.ClosedError) return undefined;
+      if (error instanceof CallError) return reasonOf(error);
+      if (error instanceof ClosedError) return undefined;
       this.#change(() => (this.#call = { phase: 'notJoined', reason: error.message }));
       throw error;
     }

@@ -2,7 +2,7 @@
 // its own. It serves the window's page itself. The meeting process tells it where the memory is, and
 // hears from it which windows are open.
 
-import tessel from '../../js/index.js';
+import { Widget } from 'tessel-wrapper';
 import { FrameLane } from './frame_lane.mjs';
 import { pageFiles } from './page_files.mjs';
 import { PageServer } from './page_server.mjs';
@@ -76,7 +76,7 @@ async function start(order) {
 }
 
 async function open({ sharedDataInfo, port, token }) {
-  const widget = new tessel.Widget(sharedDataInfo);
+  const widget = new Widget(sharedDataInfo);
   const server = new PageServer({
     ...{ port, token },
     files: pageFiles('window.html'),

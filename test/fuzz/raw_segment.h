@@ -61,7 +61,7 @@ class RawSegment {
   RawSegment& operator=(const RawSegment&) = delete;
 
   // What opens the pair.
-  const SharedMemoryInfo& info() const { return info_; }
+  const sharedmem::SharedMemoryInfo& info() const { return info_; }
   std::uint8_t* bytes() const { return bytes_; }
 
   // The pair stays the same, since new pages would take most of a fuzzer's time. Whoever had opened
@@ -89,7 +89,7 @@ class RawSegment {
   // The second name of a file, under which it outlives the first.
   static std::string kept(const std::string& file) { return file + "_kept"; }
 
-  const SharedMemoryInfo info_;
+  const sharedmem::SharedMemoryInfo info_;
   std::uint8_t* bytes_ = nullptr;
   sem_t* semaphore_ = nullptr;
 };

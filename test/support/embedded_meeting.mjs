@@ -6,7 +6,7 @@ import { createRequire } from 'node:module';
 import path from 'node:path';
 import { setImmediate } from 'node:timers/promises';
 
-import { connection } from '../../examples/support/connection.mjs';
+import { connectParams } from '../../examples/support/connect_params.mjs';
 import { EVENT_NAMES } from '../../js/event_names.js';
 import { addonFile } from './build.mjs';
 import { PARAMS, makeWrapper } from './make_wrapper.mjs';
@@ -77,7 +77,7 @@ export class Meeting {
   }
 
   connect(uri, overrides = {}) {
-    this.wrapper.connectCall({ ...connection(uri), ...overrides });
+    this.wrapper.connectCall({ ...connectParams(uri), ...overrides });
   }
 
   // Joins and settles when the engine has answered.

@@ -27,6 +27,7 @@ import type {
   MeetingEvents,
   MeetingStats,
   PictureFrame,
+  ReceivedFrame,
   SharedDataInfo,
   StreamEvent,
   StreamKey,
@@ -197,12 +198,14 @@ export async function useMeeting() {
   expectType<[name: 'micLevel', payload: { level: number }]>()(event, true);
 
   for await (const frame of meeting.frames(remote, { rate: 15, signal: limits.signal })) {
-    expectType<PictureFrame | ClearFrame>()(frame, true);
+    expectType<ReceivedFrame>()(frame, true);
+    expectType<number>()(frame.receivedAt, true);
+    const untimed: PictureFrame | ClearFrame = frame;
+    expectType<boolean>()(untimed.clearFrame, true);
     if (frame.noUpdate) {
       expectType<true>()(frame.clearFrame, true);
       continue;
     }
-    expectType<Uint8Array>()(copyI420(frame, new Uint8Array(1)), true);
     copyI420(frame, undefined);
     const packed: Uint8Array = copyI420(frame);
     expectType<ArrayBuffer>()(copyI420(frame).buffer, true);
@@ -210,7 +213,11 @@ export async function useMeeting() {
     const clamped: Uint8ClampedArray = copyRgba(frame);
     copyI420(frame, packed);
     copyRgba(frame, clamped);
-    copyRgba(frame, Buffer.alloc(1)).toString('base64');
+    for (const copy of [copyI420, copyRgba]) {
+      expectType<Uint8Array>()(copy(frame, packed), true);
+      expectType<Uint8ClampedArray>()(copy(frame, clamped), true);
+      copy(frame, Buffer.alloc(1)).toString('base64');
+    }
   }
   for (const stream of meeting.streams) {
     if (stream.type === 'unknown') continue;

@@ -78,6 +78,19 @@ describe('the frames of a meeting', () => {
     assert.deepEqual(counts, [3, 3, 3]);
   });
 
+  test('a frame has the time at which the loop got it, on the clock of performance.now()', async () => {
+    show(1);
+    let last = performance.now();
+    for await (const { frameId, receivedAt } of meeting.frames(STREAM, { rate: 1000 })) {
+      assert.ok(last < receivedAt && receivedAt <= performance.now());
+      if (frameId === 3) break;
+      await setImmediate();
+      last = performance.now();
+      assert.ok(last > receivedAt);
+      show(frameId + 1);
+    }
+  });
+
   test('a frame is delivered once', async () => {
     show(1);
     const frames = meeting.frames(STREAM, { rate: 1000 });
@@ -118,12 +131,9 @@ describe('the frames of a meeting', () => {
     show(1);
     assert.equal((await first).value.frameId, 1);
     clear();
-    assert.deepEqual((await frames.next()).value, {
-      noUpdate: true,
-      clearFrame: true,
-      frameId: 0,
-      csrc: 0,
-    });
+    const { receivedAt, ...frame } = (await frames.next()).value;
+    assert.deepEqual(frame, { noUpdate: true, clearFrame: true, frameId: 0, csrc: 0 });
+    assert.equal(typeof receivedAt, 'number');
     await expectNothingUntilShown(frames, 2);
   });
 
@@ -241,11 +251,24 @@ describe('the frames of a meeting', () => {
     }
   });
 
-  test('a stream key that is none is refused by the addon', async () => {
-    await assert.rejects(meeting.frames({ type: 'Remote', streamIndex: 0 }).next(), {
-      message: 'Invalid value for type StreamIndex, expected local|remote|content',
+  for (const [name, end, outcome] of [
+    ['return', (frames) => frames.return(), { done: true, value: undefined }],
+    ['throw', (frames) => frames.throw(new Error('mine')), 'mine'],
+  ]) {
+    test(`${name} ends a loop at once that waits for its stream or a frame`, async () => {
+      for (const stream of [{ type: 'remote', streamIndex: 9 }, STREAM]) {
+        clear();
+        engine.clearCalls();
+        const frames = meeting.frames(stream, { rate: 1000 });
+        const next = frames.next();
+        while (!engine.operations().includes('GetFrameManager')) await setImmediate();
+        const ended = end(frames).catch(({ message }) => message);
+        assert.deepEqual(await next, { done: true, value: undefined });
+        assert.deepEqual(await ended, outcome);
+        assert.deepEqual(await frames.next(), { done: true, value: undefined });
+      }
     });
-  });
+  }
 
   test('the counters are seen in one place', async () => {
     show(1);
@@ -314,17 +337,51 @@ const planeOf = (name, side, stride, bytes) => ({
   [`${name}PlaneBufferStride`]: stride,
 });
 
-test('copyI420 packs the planes tightly, into a target of any size that suffices', () => {
+test('copyI420 packs the planes tightly', () => {
   const packed = [1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 20, 21, 22, 23];
   assert.deepEqual([...copyI420(odd())], packed);
-  const target = new Uint8Array(20);
-  const copy = copyI420(odd(), target);
-  assert.equal(copy.buffer, target.buffer);
-  assert.deepEqual([...copy], packed);
-  assert.throws(() => copyI420(odd(), new Uint8Array(16)), {
-    name: 'RangeError',
-    message: 'The target has 16 bytes, the frame needs 17',
-  });
+});
+
+test('both copies go into the first bytes of a target, and return that part as its class', () => {
+  for (const copy of [copyI420, copyRgba]) {
+    const expected = [...copy(odd())];
+    const size = expected.length;
+    for (const view of [
+      (...part) => new Uint8Array(...part),
+      (...part) => new Uint8ClampedArray(...part),
+      (...part) => Buffer.from(...part),
+    ]) {
+      const target = view(new ArrayBuffer(size + 5), 2, size + 1);
+      target[size] = 77;
+      const part = copy(odd(), target);
+      assert.equal(part.constructor, target.constructor);
+      assert.equal(part.buffer, target.buffer);
+      assert.equal(part.byteOffset, 2);
+      assert.deepEqual([...part], expected);
+      assert.deepEqual([...target], [...expected, 77]);
+      assert.throws(() => copy(odd(), view(new ArrayBuffer(size - 1))), {
+        name: 'RangeError',
+        message: `The target has ${size - 1} bytes, the frame needs ${size}`,
+      });
+    }
+  }
+});
+
+test('neither copy takes a target that has other elements than bytes', () => {
+  const others = [new Float32Array(99), new Int8Array(99), new ArrayBuffer(99), [1], null, {}, 'a'];
+  for (const copy of [copyI420, copyRgba]) {
+    for (const target of others) {
+      assert.throws(() => copy(odd(), target), {
+        name: 'TypeError',
+        message: /^target .*: not a Uint8Array or Uint8ClampedArray$/s,
+      });
+    }
+  }
+});
+
+test('without a target copyI420 makes a Uint8Array, and copyRgba what ImageData takes', () => {
+  assert.equal(copyI420(odd(), undefined).constructor, Uint8Array);
+  assert.equal(copyRgba(odd(), undefined).constructor, Uint8ClampedArray);
 });
 
 test('what has no picture is refused', () => {
@@ -338,7 +395,7 @@ test('what has no picture is refused', () => {
   }
 });
 
-test('copyRgba converts limited range BT.601, and takes clamped and other bytes', () => {
+test('copyRgba converts limited range BT.601, and clamps into any target', () => {
   const pixel = (y, u, v) => ({
     noUpdate: false,
     width: 1,
@@ -370,16 +427,8 @@ test('copyRgba converts limited range BT.601, and takes clamped and other bytes'
     ],
   ]) {
     assert.deepEqual([...copyRgba(pixel(...yuv))], rgba, yuv.join());
-    for (const ArrayType of [Uint8Array, Uint8ClampedArray]) {
-      const target = new ArrayType(5);
-      assert.deepEqual([...copyRgba(pixel(...yuv), target)], rgba);
-      assert.deepEqual([...target], [...rgba, 0]);
-    }
+    assert.deepEqual([...copyRgba(pixel(...yuv), new Uint8Array(4))], rgba, yuv.join());
   }
-  assert.ok(copyRgba(odd()) instanceof Uint8ClampedArray);
-  assert.throws(() => copyRgba(odd(), new Uint8Array(35)), {
-    message: 'The target has 35 bytes, the frame needs 36',
-  });
 });
 
 test('each pixel has its own row, column and chroma', () => {

@@ -2,10 +2,11 @@
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { existsSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { after, test } from 'node:test';
 
+import { filesNamedIn } from '../../support/shared_memory/shared_memory_names.mjs';
 import { build, repository } from '../../support/build.mjs';
 
 const guide = readFileSync(path.join(repository, 'docs/guide.md'), 'utf8');
@@ -46,7 +47,13 @@ function expectRun(name, lines) {
   const { status, signal, stdout, stderr } = spawnSync(
     process.execPath,
     ['--test-reporter=tap', path.join(directory, name)],
-    { encoding: 'utf8', timeout: 60_000, killSignal: 'SIGKILL' },
+    {
+      // Set where `node --test` runs this file, it would change how the program's tests report.
+      env: { ...process.env, NODE_TEST_CONTEXT: undefined },
+      encoding: 'utf8',
+      timeout: 60_000,
+      killSignal: 'SIGKILL',
+    },
   );
   assert.deepEqual([status, signal, stderr], [0, null, '']);
   const said = stdout.split('\n');
@@ -56,6 +63,44 @@ function expectRun(name, lines) {
 for (const [name, lines] of Object.entries(OUTPUT)) {
   test(`${name} runs and says what it should`, () => expectRun(name, lines));
 }
+
+// How the program ends that sends itself `signal` when it has joined, and how many names it leaves.
+function joinAndEndBy(signal, { withHandler }) {
+  const statement = 'await present;';
+  const source = examples.get('join.mjs');
+  assert.ok(source.includes(statement));
+  const handler = /^for \(const name of .*?^}\n/ms;
+  assert.match(source, handler);
+  const end = `process.kill(process.pid, '${signal}'); await new Promise(() => {});`;
+  const program = source.replace(statement, end);
+  const file = path.join(directory, 'ended.mjs');
+  writeFileSync(file, withHandler ? program : program.replace(handler, ''));
+  const child = spawnSync(process.execPath, [file], { encoding: 'utf8' });
+  const names = filesNamedIn(child.stdout.split('\n'));
+  assert.equal(names.length, 2);
+  const left = names.filter(existsSync);
+  for (const name of left) rmSync(name);
+  return { status: child.status, signal: child.signal, left: left.length };
+}
+
+test('the handler of join.mjs removes the names that a signal would leave', () => {
+  for (const [signal, number] of [
+    ['SIGINT', 2],
+    ['SIGTERM', 15],
+    ['SIGHUP', 1],
+  ]) {
+    assert.deepEqual(joinAndEndBy(signal, { withHandler: true }), {
+      status: 128 + number,
+      signal: null,
+      left: 0,
+    });
+    assert.deepEqual(joinAndEndBy(signal, { withHandler: false }), {
+      status: null,
+      signal,
+      left: 2,
+    });
+  }
+});
 
 // The program terminates itself at that moment, in which it would otherwise wait or go on.
 for (const [moment, statement, terminating, lines] of [

@@ -55,7 +55,7 @@ function meetingIn(leader) {
 }
 
 for (const signal of ['SIGINT', 'SIGTERM']) {
-  test(`the meeting has ended when npm has, which is sent ${signal}`, async (t) => {
+  test(`${signal} to npm ends the meeting`, { timeout: 60_000 }, async (t) => {
     const tree = treeIn(temporaryDirectory(t));
     const npm = spawn('npm', ['start', '--', '--uri', 'tessel:test'], {
       cwd: tree,

@@ -6,7 +6,7 @@ import { existsSync, readFileSync, readdirSync, statSync } from 'node:fs';
 import path from 'node:path';
 import { setImmediate } from 'node:timers/promises';
 
-import { connection } from '../../../examples/support/connection.mjs';
+import { connectParams } from '../../../examples/support/connect_params.mjs';
 import { collect } from '../../support/collector.mjs';
 import { TesselWrapper, TesselWrapperProxy } from '../../support/embedded_meeting.mjs';
 import { PARAMS, makeWrapper } from '../../support/make_wrapper.mjs';
@@ -35,7 +35,7 @@ async function meet(logPath) {
   const params = { ...PARAMS, configPath: '', logPath };
   const { wrapper, emitter } = makeWrapper(TesselWrapper, { params });
   const key = wrapper.getSharedDataInfo();
-  wrapper.connectCall(connection('tessel:demo?participants=1&size=64x36&fps=60'));
+  wrapper.connectCall(connectParams('tessel:demo?participants=1&size=64x36&fps=60'));
   await once(emitter, 'streamAdded');
 
   const proxy = new TesselWrapperProxy(key);

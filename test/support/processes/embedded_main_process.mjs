@@ -2,7 +2,7 @@
 
 import { once } from 'node:events';
 
-import { connection } from '../../../examples/support/connection.mjs';
+import { connectParams } from '../../../examples/support/connect_params.mjs';
 import addon from '../../../js/index.js';
 import { obey, report } from '../commanded_process.mjs';
 import { PARAMS, makeWrapper } from '../make_wrapper.mjs';
@@ -25,7 +25,7 @@ obey({
   async join(uri, streams) {
     const added = [];
     wrapper.on('streamAdded', ({ type, streamIndex }) => added.push({ type, streamIndex }));
-    wrapper.connectCall(connection(uri));
+    wrapper.connectCall(connectParams(uri));
     while (added.length < streams) await once(emitter, 'streamAdded');
     return added;
   },

@@ -4,7 +4,7 @@
 import { once } from 'node:events';
 import { setTimeout } from 'node:timers/promises';
 
-import { connection } from '../../../examples/support/connection.mjs';
+import { connectParams } from '../../../examples/support/connect_params.mjs';
 import addon from '../../../js/index.js';
 import { readCard } from '../card_code.mjs';
 import { obey } from '../commanded_process.mjs';
@@ -63,7 +63,7 @@ obey({
     checkEvents();
     const streams = [];
     wrapper.on('streamAdded', ({ type, streamIndex }) => streams.push({ type, streamIndex }));
-    wrapper.connectCall(connection('tessel:soak?participants=4&size=640x360&fps=30'));
+    wrapper.connectCall(connectParams('tessel:soak?participants=4&size=640x360&fps=30'));
     while (streams.length < 4) await once(made.emitter, 'streamAdded');
     for (let number = 0; number < EVENTS_A_SECOND; ++number) {
       const eventName = `event ${number}`;

@@ -12,8 +12,9 @@
 #include <utility>
 #include <vector>
 
-#include "engine/embedded/embedded_manager.h"
+#include "engine/embedded/embedded_engine.h"
 #include "engine/support/card_code.h"
+#include "engine/support/engine_manager.h"
 #include "test/native/engine/support/manual_clock.h"
 #include "test/native/engine/support/notification_recorder.h"
 
@@ -30,7 +31,7 @@ class EngineTest : public testing::Test {
     recorder_->takeLines();
   }
 
-  void pass(support::Time span) { clock_->pass(span, manager_->engine()->loop()); }
+  void pass(support::Time span) { clock_->pass(span, manager_->session()->context().loop); }
 
   // Joins at once.
   void connect(const std::string& uri) { connect(uri, openState()); }
@@ -62,13 +63,19 @@ class EngineTest : public testing::Test {
     return support::readCode({frame.width, frame.height}, frame.yPlane.data);
   }
 
+  support::EngineFactory engineFactory() const {
+    return [pool = pool_](support::EngineContext& context) {
+      return std::make_unique<EmbeddedEngine>(context, pool);
+    };
+  }
+
   const std::shared_ptr<support::ManualClock> clock_ = std::make_shared<support::ManualClock>();
   const std::shared_ptr<support::FramePool> pool_ =
       std::make_shared<support::FramePool>(std::size_t{16} << 20);
   const std::shared_ptr<support::NotificationRecorder> recorder_ =
       std::make_shared<support::NotificationRecorder>();
-  const std::unique_ptr<EmbeddedManager> manager_ =
-      std::make_unique<EmbeddedManager>(tsl::CreateParams(), clock_, pool_);
+  const std::unique_ptr<support::EngineManager> manager_ =
+      std::make_unique<support::EngineManager>(tsl::CreateParams(), clock_, engineFactory());
 };
 
 }  // namespace embedded

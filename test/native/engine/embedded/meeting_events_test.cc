@@ -139,15 +139,15 @@ TEST_F(MeetingEventsTest, TheCameraFilmsAsItIsSelected) {
   EXPECT_EQ(frameOf(support::kLocalStream).frameId, before + 10);
 }
 
-TEST_F(MeetingEventsTest, ACameraThatIsNotThereOrCannotFilmSoIsNotSelected) {
+TEST_F(MeetingEventsTest, ACameraThatIsNotThereOrCannotCaptureSoIsNotSelected) {
   const support::TemporaryDirectory directory;
   tsl::CreateParams params;
   params.szLogPath = directory.path();
-  EmbeddedManager manager(params, clock_, pool_);
+  support::EngineManager manager(params, clock_, engineFactory());
   manager.RegisterNotifyCallback(recorder_);
   manager.Initialize();
   manager.EnableCameraCapture(true);
-  clock_->pass(0s, manager.engine()->loop());
+  clock_->pass(0s, manager.session()->context().loop);
   recorder_->takeLines();
   manager.SelectDevices({{"camera-2", "", 640, 480, 10}, {"ear", "", ""}, {"camera-0", "", ""}});
   manager.SetVideoDevice({"camera-1", "", 63, 480, 10});
@@ -155,7 +155,7 @@ TEST_F(MeetingEventsTest, ACameraThatIsNotThereOrCannotFilmSoIsNotSelected) {
   manager.SetVideoDevice({"camera-1", "", 3841, 480, 10});
   manager.SetVideoDevice({"camera-1", "", 640, 480, 61});
   manager.SetVideoDevice({"camera-1", "", 640, 480, 0});
-  clock_->pass(0s, manager.engine()->loop());
+  clock_->pass(0s, manager.session()->context().loop);
   EXPECT_THAT(recorder_->takeLines(), IsEmpty());
   VideoFrame frame;
   manager.GetFrameManager(support::kLocalStream)->GetFrame(0, frame);
@@ -175,14 +175,14 @@ TEST_F(MeetingEventsTest, PasswordsAreNotLogged) {
   tsl::CreateParams createParams;
   createParams.szLogPath = directory.path();
   createParams.szUserAgent = "agent 007";
-  EmbeddedManager manager(createParams, clock_, pool_);
+  support::EngineManager manager(createParams, clock_, engineFactory());
   manager.Initialize();
   tsl::ConnectParams params;
   params.uri = "tessel:demo";
   params.turnServers.resize(1);
   params.turnServers[0].password = "secret";
   manager.ConnectCall(params);
-  clock_->pass(1s, manager.engine()->loop());
+  clock_->pass(1s, manager.session()->context().loop);
   manager.DeInitialize();
   const std::string log = support::TemporaryDirectory::read(directory.path() / "tesselclient.log");
   EXPECT_THAT(log, testing::HasSubstr("agent 007"));

@@ -35,17 +35,17 @@ class CountingSource final : public support::PictureSource {
 
 class SenderTest : public testing::Test {
  protected:
-  SenderTest() { parts_.loop.start(nullptr); }
+  SenderTest() { loop_.start(nullptr); }
   ~SenderTest() override {
-    parts_.loop.stop();
+    loop_.stop();
     stream_->end();
     stream_->delivery().join();
   }
 
   // Runs a function on the engine's thread.
   void run(std::function<void()> function) {
-    parts_.loop.post(std::move(function));
-    parts_.loop.settle();
+    loop_.post(std::move(function));
+    loop_.settle();
   }
   void start(support::FrameRate rate, std::uint32_t mostPerSecond = 0) {
     run([=, this] { sender_.start(std::make_unique<CountingSource>(), rate, mostPerSecond); });
@@ -54,7 +54,7 @@ class SenderTest : public testing::Test {
   std::vector<std::uint64_t> idsWithin(support::Time span) {
     std::vector<std::uint64_t> ids;
     for (support::Time passed = 0ms; passed < span; passed += 1ms) {
-      clock_->pass(1ms, parts_.loop);
+      clock_->pass(1ms, loop_);
       VideoFrame frame;
       stream_->GetFrame(0, frame);
       if (!frame.noUpdate && (ids.empty() || ids.back() != frame.frameId)) {
@@ -66,17 +66,11 @@ class SenderTest : public testing::Test {
 
   const std::shared_ptr<support::ManualClock> clock_ = std::make_shared<support::ManualClock>();
   const std::shared_ptr<support::Log> log_ = std::make_shared<support::Log>("", "");
-  EngineParts parts_ = {.log = log_,
-                        .pool = std::make_shared<support::FramePool>(1000),
-                        .notifier = support::Notifier(log_),
-                        .streams = {},
-                        .monitors = {},
-                        .requiredAttributes = {},
-                        .statistics = {},
-                        .loop = support::TaskLoop(clock_, log_)};
+  support::TaskLoop loop_{clock_, log_};
   const std::shared_ptr<support::VideoStream> stream_ =
       std::make_shared<support::VideoStream>(support::remoteStream(0), 5, log_);
-  Sender sender_{parts_, stream_, LossyLink(0, 0), [] { return 42U; }};
+  Sender sender_{loop_, std::make_shared<support::FramePool>(1000), stream_, LossyLink(0, 0),
+                 [] { return 42U; }};
 };
 
 TEST_F(SenderTest, NumbersFramesFromOneForAsLongAsItLives) {
@@ -111,11 +105,11 @@ TEST_F(SenderTest, GoesOnInStepWhenItsLimitChanges) {
 
 TEST_F(SenderTest, EndsWithItsSource) {
   start({1000, 1});
-  clock_->pass(2s, parts_.loop);
+  clock_->pass(2s, loop_);
   VideoFrame frame;
   stream_->GetFrame(0, frame);
   EXPECT_EQ(frame.frameId, 1000U);
-  EXPECT_EQ(parts_.loop.nextDue(), std::nullopt);
+  EXPECT_EQ(loop_.nextDue(), std::nullopt);
 }
 
 TEST_F(SenderTest, TellsTheSourceHowLoudTheSenderIs) {
@@ -127,9 +121,9 @@ TEST_F(SenderTest, TellsTheSourceHowLoudTheSenderIs) {
 }
 
 TEST_F(SenderTest, StampsFramesWithTheTimeOfCapture) {
-  clock_->pass(70s, parts_.loop);
+  clock_->pass(70s, loop_);
   start({10, 1});
-  clock_->pass(100ms, parts_.loop);
+  clock_->pass(100ms, loop_);
   VideoFrame frame;
   stream_->GetFrame(0, frame);
   EXPECT_EQ(frame.engineValue, 70'100'000'000U);
@@ -142,10 +136,10 @@ TEST_F(SenderTest, CatchesUpAfterAShortStallOnly) {
   start({10, 1});
   // The clock jumps, as it does for a process that was stopped.
   clock_->jump(190ms);
-  parts_.loop.settle();
+  loop_.settle();
   EXPECT_THAT(idsWithin(1ms), ElementsAre(2));
   clock_->jump(60s);
-  parts_.loop.settle();
+  loop_.settle();
   EXPECT_THAT(idsWithin(1ms), ElementsAre(3));
   EXPECT_THAT(idsWithin(198ms), ElementsAre(3, 4));
 }

@@ -1,4 +1,4 @@
-// A widget in a process of its own, seen from the main process.
+// The main process's end of a widget that runs in a process of its own.
 
 import { fork } from 'node:child_process';
 import { once } from 'node:events';
@@ -6,14 +6,14 @@ import { fileURLToPath } from 'node:url';
 
 const PROGRAM = fileURLToPath(new URL('../widget.mjs', import.meta.url));
 
-export class WidgetProcess {
+export class WidgetChild {
   #child = fork(PROGRAM);
   #ended = once(this.#child, 'exit');
 
   // Settles when a widget reads the stream. `names` are those of the main segment, from
   // getSharedDataInfo().
   static async start(names, stream) {
-    const widget = new WidgetProcess();
+    const widget = new WidgetChild();
     await widget.#ask({ names, stream });
     return widget;
   }

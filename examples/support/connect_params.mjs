@@ -1,7 +1,7 @@
-// What an application says to join a meeting.
+// The argument of connectCall.
 
-// A complete connection object for `uri`: everything is sent and received, no relay servers.
-export function connection(uri) {
+// A complete ConnectParams object for `uri`: everything is sent and received, no relay servers.
+export function connectParams(uri) {
   return {
     uri,
     endpointName: 'terminal meeting',

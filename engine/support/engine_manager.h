@@ -1,34 +1,39 @@
-// The facade of the embedded engine.
+// The facade of every engine of ours.
 
-#ifndef ENGINE_EMBEDDED_EMBEDDED_MANAGER_H_
-#define ENGINE_EMBEDDED_EMBEDDED_MANAGER_H_
+#ifndef ENGINE_SUPPORT_ENGINE_MANAGER_H_
+#define ENGINE_SUPPORT_ENGINE_MANAGER_H_
 
 #include <memory>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "base/mutex.h"
-#include "engine/embedded/engine.h"
+#include "engine/support/clock.h"
 #include "engine/support/configuration.h"
+#include "engine/support/engine.h"
+#include "engine/support/engine_session.h"
+#include "engine/support/log.h"
 #include "tesselclient/tesselclient.h"
 
-namespace embedded {
+namespace support {
 
-// Holds an engine between Initialize and DeInitialize and passes the operations on to it; outside
-// that time they do nothing. Owned by whoever asked for it. All operations may be called from any
-// thread, also from a notification or a frame receiver; so may the destructor, which ends the
-// engine like DeInitialize.
-class EmbeddedManager final : public TSLM::TSLMManager {
+// Makes an engine at Initialize and ends it at DeInitialize. In between, each operation is called
+// on the engine's thread, and what is asked is answered at once from what the engine has published;
+// outside that time operations do nothing and answers are empty. Owned by whoever asked for it. All
+// operations may be called from any thread, also from a notification or a frame receiver; so may
+// the destructor, which ends the engine like DeInitialize.
+class EngineManager final : public TSLM::TSLMManager {
  public:
-  EmbeddedManager(const tsl::CreateParams& params, std::shared_ptr<const support::Clock> clock,
-                  std::shared_ptr<support::FramePool> pool);
-  ~EmbeddedManager() override;
-  EmbeddedManager(const EmbeddedManager&) = delete;
-  EmbeddedManager& operator=(const EmbeddedManager&) = delete;
+  EngineManager(const tsl::CreateParams& params, std::shared_ptr<const Clock> clock,
+                EngineFactory makeEngine);
+  ~EngineManager() override;
+  EngineManager(const EngineManager&) = delete;
+  EngineManager& operator=(const EngineManager&) = delete;
 
-  // The running engine; empty outside Initialize and DeInitialize.
-  std::shared_ptr<Engine> engine() const EXCLUDES(mutex_);
+  // Empty outside Initialize and DeInitialize.
+  std::shared_ptr<EngineSession> session() const EXCLUDES(mutex_);
 
   void RegisterNotifyCallback(std::shared_ptr<INotifyCallback> callback) override EXCLUDES(mutex_);
   void Initialize() override EXCLUDES(mutex_);
@@ -71,16 +76,23 @@ class EmbeddedManager final : public TSLM::TSLMManager {
   std::shared_ptr<IFrameManager> GetFrameManager(const StreamKey& key) override;
 
  private:
-  const std::shared_ptr<const support::Clock> clock_;
-  const std::shared_ptr<support::FramePool> pool_;
-  const std::shared_ptr<support::Log> log_;
-  const std::shared_ptr<support::Configuration> configuration_;
+  // As EngineSession::call(); does nothing without a session.
+  template <typename... Parameters>
+  void call(void (Engine::*operation)(Parameters...),
+            std::type_identity_t<Parameters>... arguments) const {
+    if (const auto session = this->session()) session->call(operation, arguments...);
+  }
+
+  const std::shared_ptr<const Clock> clock_;
+  const EngineFactory makeEngine_;
+  const std::shared_ptr<const Log> log_;
+  const std::shared_ptr<Configuration> configuration_;
 
   mutable base::Mutex mutex_;
   std::shared_ptr<INotifyCallback> callback_ GUARDED_BY(mutex_);
-  std::shared_ptr<Engine> engine_ GUARDED_BY(mutex_);
+  std::shared_ptr<EngineSession> session_ GUARDED_BY(mutex_);
 };
 
-}  // namespace embedded
+}  // namespace support
 
-#endif  // ENGINE_EMBEDDED_EMBEDDED_MANAGER_H_
+#endif  // ENGINE_SUPPORT_ENGINE_MANAGER_H_

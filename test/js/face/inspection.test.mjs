@@ -156,7 +156,7 @@ test('a meeting that is not closed is an open resource that tells where it was o
       await new Promise(setImmediate);
       say(opened.size);
     },
-    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+    { modules: ['./support/face.mjs', './support/child.mjs'] },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
   assert.deepEqual(child.said, ['true', 'true', '0']);

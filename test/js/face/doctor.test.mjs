@@ -7,7 +7,8 @@ import path from 'node:path';
 import { test } from 'node:test';
 
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { addonFile, build, repository, requireFace } from '../../support/face.mjs';
+import { addonFile, build, repository } from '../../support/build.mjs';
+import { requireFace } from '../../support/face.mjs';
 
 const { checkNode, checkRights, checkSpace, examine, report } = requireFace('./doctor.js');
 

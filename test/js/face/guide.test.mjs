@@ -7,7 +7,7 @@ import path from 'node:path';
 import { after, test } from 'node:test';
 
 import { filesNamedIn } from '../../support/shared_memory/shared_memory_names.mjs';
-import { build, repository } from '../../support/face.mjs';
+import { build, repository } from '../../support/build.mjs';
 
 const guide = readFileSync(path.join(repository, 'docs/guide.md'), 'utf8');
 const examples = new Map(

@@ -121,7 +121,9 @@ function memberAssertions() {
 
 // The addon's own table of events: their names, their properties and which may be absent.
 const EVENT_SHAPES = [
-  ...read('addon/events/emit_functions.cc').matchAll(/^ +\{"(\w+)", \{([^}]*)\}(, Absence::k\w+)?\}/gm),
+  ...read('addon/events/emit_functions.cc').matchAll(
+    /^ +\{"(\w+)", \{([^}]*)\}(, Absence::k\w+)?\}/gm,
+  ),
 ].map(([, name, properties, absence]) => ({ name, properties: properties.split(', '), absence }));
 
 function eventAssertions() {

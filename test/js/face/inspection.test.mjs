@@ -5,8 +5,8 @@ import assert from 'node:assert/strict';
 import { test } from 'node:test';
 import { inspect } from 'node:util';
 
-import { runInChild } from '../support/child.mjs';
-import { face, joinMeeting, openMeeting } from './support/face.mjs';
+import { runInChild } from '../../support/child.mjs';
+import { face, joinMeeting, openMeeting } from '../../support/face.mjs';
 
 const REMOTE = { type: 'remote', streamIndex: 0 };
 
@@ -156,7 +156,7 @@ test('a meeting that is not closed is an open resource that tells where it was o
       await new Promise(setImmediate);
       say(opened.size);
     },
-    { modules: ['./face/support/face.mjs', './support/child.mjs'] },
+    { modules: ['./support/face.mjs', './support/child.mjs'] },
   );
   assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
   assert.deepEqual(child.said, ['true', 'true', '0']);

@@ -6,7 +6,9 @@
 #include "addon/napi/status.h"
 #include "addon/napi/values.h"
 
-using Utils::toJavascript;
+using napi::toJavascript;
+
+namespace frames {
 
 namespace {
 
@@ -29,7 +31,7 @@ constexpr const char* kMakePicture = R"((Uint8Array) => (clearFrame, frameId, cs
 
 Napi::FunctionReference evaluate(Napi::Env env, const char* source) {
   napi_value function = nullptr;
-  Utils::checkStatus(env, napi_run_script(env, toJavascript(env, source), &function));
+  napi::checkStatus(env, napi_run_script(env, toJavascript(env, source), &function));
   return Napi::Persistent(Napi::Function(env, function));
 }
 
@@ -38,8 +40,8 @@ Napi::Object call(const Napi::FunctionReference& function,
                   const std::array<napi_value, count>& arguments) {
   const Napi::Env env = function.Env();
   napi_value result = nullptr;
-  Utils::checkStatus(env, napi_call_function(env, env.Undefined(), function.Value(), count,
-                                             arguments.data(), &result));
+  napi::checkStatus(env, napi_call_function(env, env.Undefined(), function.Value(), count,
+                                            arguments.data(), &result));
   return {env, result};
 }
 
@@ -52,9 +54,9 @@ Napi::Value uint8Array(Napi::Env env) {
   napi_value buffer = nullptr;
   napi_value array = nullptr;
   napi_value arrayClass = nullptr;
-  Utils::checkStatus(env, napi_create_arraybuffer(env, 0, nullptr, &buffer));
-  Utils::checkStatus(env, napi_create_typedarray(env, napi_uint8_array, 0, buffer, 0, &array));
-  Utils::checkStatus(env, napi_get_named_property(env, array, "constructor", &arrayClass));
+  napi::checkStatus(env, napi_create_arraybuffer(env, 0, nullptr, &buffer));
+  napi::checkStatus(env, napi_create_typedarray(env, napi_uint8_array, 0, buffer, 0, &array));
+  napi::checkStatus(env, napi_get_named_property(env, array, "constructor", &arrayClass));
   return {env, arrayClass};
 }
 
@@ -97,3 +99,5 @@ Napi::Object FrameObjects::initFrame(const StreamKey& key, const VideoFrame& fra
   }
   return call(makePicture_, arguments);
 }
+
+}  // namespace frames

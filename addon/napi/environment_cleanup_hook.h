@@ -10,7 +10,7 @@
 
 #include "addon/napi/status.h"
 
-namespace Utils {
+namespace napi {
 
 // Runs `work` on the JavaScript thread when the environment ends with this object still alive,
 // which is when a process ends by itself. process.exit() and an error that nobody handles end the
@@ -37,6 +37,6 @@ class EnvironmentCleanupHook {
   std::function<void()> work_;  // empty once it ran
 };
 
-}  // namespace Utils
+}  // namespace napi
 
 #endif  // ADDON_NAPI_ENVIRONMENT_CLEANUP_HOOK_H_

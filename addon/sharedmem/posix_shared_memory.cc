@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
-namespace posix {
+namespace sharedmem {
 namespace {
 
 // Whether what was to be created was there before and is another user's, who could look into it and
@@ -145,4 +145,4 @@ void NamedSemaphore::reset() {
   if (semaphore != nullptr) sem_close(semaphore);
 }
 
-}  // namespace posix
+}  // namespace sharedmem

@@ -15,7 +15,7 @@
 #include <string>
 #include <utility>
 
-namespace posix {
+namespace sharedmem {
 
 class FileDescriptor {
  public:
@@ -91,6 +91,6 @@ class NamedSemaphore {
   sem_t* semaphore_ = nullptr;
 };
 
-}  // namespace posix
+}  // namespace sharedmem
 
 #endif  // ADDON_SHAREDMEM_POSIX_SHARED_MEMORY_H_

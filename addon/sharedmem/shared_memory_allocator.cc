@@ -13,6 +13,8 @@
 
 using base::DiagnosticLine;
 
+namespace sharedmem {
+
 namespace {
 
 // Who may open the pair is left to the process's umask.
@@ -24,7 +26,7 @@ constexpr time_t kLockSeconds = 5;
 // Makes sure that the object is at least `size` bytes long and has memory behind every one of them.
 // Sizing alone succeeds on a full file system, and the first access then raises SIGBUS. Tells of a
 // failure.
-bool reserve(const posix::FileDescriptor& object, off_t size) {
+bool reserve(const FileDescriptor& object, off_t size) {
   int error = EINTR;
   while (error == EINTR) error = posix_fallocate(object.get(), 0, size);
   if (error != 0) DiagnosticLine("initialize: posix_fallocate failed, error:").dec(error);
@@ -73,7 +75,7 @@ bool SharedMemoryAllocator::openSegmentAndSemaphore() {
   // Without O_EXCL: a pair that was left behind under these names is opened as it is.
   const int flags = info_.create ? O_RDWR | O_CREAT : O_RDWR;
 
-  object_ = posix::FileDescriptor::openSharedMemory(info_.shmName, flags, kPermission);
+  object_ = FileDescriptor::openSharedMemory(info_.shmName, flags, kPermission);
   if (!object_) {
     const int error = errno;
     DiagnosticLine("shm_open failed, error:").dec(error);
@@ -86,7 +88,7 @@ bool SharedMemoryAllocator::openSegmentAndSemaphore() {
     if (!reserve(object_, info_.size)) return false;
   }
 
-  auto mapping = posix::SharedMapping::map(object_, info_.size);
+  auto mapping = SharedMapping::map(object_, info_.size);
   if (!mapping) {
     const int error = errno;
     DiagnosticLine("initialize: mmap failed, error:").dec(error);
@@ -110,7 +112,7 @@ bool SharedMemoryAllocator::openSegmentAndSemaphore() {
       .dec(kInitialCount)
       .text(", flags:")
       .dec(flags);
-  semaphore_ = posix::NamedSemaphore::open(info_.semName, flags, kPermission, kInitialCount);
+  semaphore_ = NamedSemaphore::open(info_.semName, flags, kPermission, kInitialCount);
   if (!semaphore_) {
     const int error = errno;
     DiagnosticLine("initialize: sem_open failed, error:").dec(error);
@@ -193,3 +195,5 @@ bool SharedMemoryAllocator::unlockDataAccess() {
   locked_ = false;
   return true;
 }
+
+}  // namespace sharedmem

@@ -6,11 +6,13 @@
 #include <string>
 #include <utility>
 
-#include "addon/sharedmem/random_name.h"
 #include "addon/sharedmem/shared_memory_layout.h"
+#include "addon/utils/random_name.h"
 #include "base/diagnostic_line.h"
 
 using base::DiagnosticLine;
+
+namespace sharedmem {
 
 namespace {
 
@@ -337,3 +339,5 @@ void SharedMemoryManager::eraseSource(const StreamKey& key) {
   base::MutexLock lock(sourcesMutex_);
   erased = sources_.extract(key);
 }
+
+}  // namespace sharedmem

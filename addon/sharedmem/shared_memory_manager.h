@@ -14,6 +14,8 @@
 #include "tesselclient/types.h"
 #include "tesselclient/video_frame.h"
 
+namespace sharedmem {
+
 // Ties frame segments to streams and tells the other process where they are. Each manager owns one
 // main segment, a table that maps a stream to the names of its frame segment, and the frame sources
 // that it has created (main process) or opened (widget process).
@@ -84,5 +86,7 @@ class SharedMemoryManager : public IFrameRecieveCallback {
   // A stream whose segment could not be made or opened has an empty pointer.
   std::map<StreamKey, SourcePtr> sources_ GUARDED_BY(sourcesMutex_);
 };
+
+}  // namespace sharedmem
 
 #endif  // ADDON_SHAREDMEM_SHARED_MEMORY_MANAGER_H_

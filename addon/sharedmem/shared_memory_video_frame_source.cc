@@ -10,6 +10,8 @@
 
 using base::DiagnosticLine;
 
+namespace sharedmem {
+
 namespace {
 
 std::uint8_t* pixelSpaceOf(SharedFrameHeader* header) {
@@ -176,3 +178,5 @@ bool SharedMemoryVideoFrameSource::getVideoFrame(VideoFrame& frame, unsigned lon
 }
 
 bool SharedMemoryVideoFrameSource::releaseVideoFrame() { return allocator_->unlockDataAccess(); }
+
+}  // namespace sharedmem

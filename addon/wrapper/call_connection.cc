@@ -5,16 +5,18 @@
 #include "addon/napi/values.h"
 #include "addon/wrapper/tessel_wrapper.h"
 
+namespace wrapper {
+
 namespace {
 
 std::pair<std::string, bool> readGracefulEvent(const Napi::CallbackInfo& info, Napi::Value value) {
-  const NapiObjectPropertyHelper helper(info, value, "GracefulEventState");
+  const napi::NapiObjectPropertyHelper helper(info, value, "GracefulEventState");
   const bool enabled = helper.getAsBoolean("enabled");
   return {helper.getAsString("event"), enabled};
 }
 
 tsl::TurnServerInfo readTurnServer(const Napi::CallbackInfo& info, Napi::Value value) {
-  const NapiObjectPropertyHelper helper(info, value, "TurnServerInfo");
+  const napi::NapiObjectPropertyHelper helper(info, value, "TurnServerInfo");
   tsl::TurnServerInfo server;
   server.protocol = helper.getAsString("protocol");
   server.fqdn = helper.getAsString("fqdn");
@@ -30,8 +32,9 @@ tsl::TurnServerInfo readTurnServer(const Napi::CallbackInfo& info, Napi::Value v
 }  // namespace
 
 void TesselWrapper::connectCall(const Napi::CallbackInfo& info) {
-  napiCheckArgLength(info, 1);
-  const NapiObjectPropertyHelper helper(info, napiGetArgAsObject(info, 0), "ConnectParams");
+  napi::napiCheckArgLength(info, 1);
+  const napi::NapiObjectPropertyHelper helper(info, napi::napiGetArgAsObject(info, 0),
+                                              "ConnectParams");
   tsl::ConnectParams params;
   params.uri = helper.getAsString("uri");
   params.endpointName = helper.getAsString("endpointName");
@@ -45,17 +48,19 @@ void TesselWrapper::connectCall(const Napi::CallbackInfo& info) {
   params.enableClientDrivenLayouts = helper.getAsBoolean("enableClientDrivenLayouts");
   params.enableClientLayoutOrdering = helper.getAsBoolean("enableClientLayoutOrdering");
   params.meetingAttributes = helper.getAsString("meetingAttributes");
-  Utils::forEachElement(helper.getAsArray("meetingFeatures"), [&](Napi::Value feature) {
-    params.meetingFeatures.insert(Utils::toUtf8(feature));
+  napi::forEachElement(helper.getAsArray("meetingFeatures"), [&](Napi::Value feature) {
+    params.meetingFeatures.insert(napi::toUtf8(feature));
   });
-  Utils::forEachElement(helper.getAsArray("gracefulEvents"), [&](Napi::Value event) {
+  napi::forEachElement(helper.getAsArray("gracefulEvents"), [&](Napi::Value event) {
     params.gracefulEvents.push_back(readGracefulEvent(info, event));
   });
   unpackMediaStreamState(info, helper.getAsObject("mediaStreamState"), params.mediaStreamState);
-  Utils::forEachElement(helper.getAsArray("turnServers"), [&](Napi::Value server) {
+  napi::forEachElement(helper.getAsArray("turnServers"), [&](Napi::Value server) {
     params.turnServers.push_back(readTurnServer(info, server));
   });
-  manager->ConnectCall(params);
+  manager_->ConnectCall(params);
 }
 
-void TesselWrapper::disconnectCall(const Napi::CallbackInfo&) { manager->DisconnectCall(); }
+void TesselWrapper::disconnectCall(const Napi::CallbackInfo&) { manager_->DisconnectCall(); }
+
+}  // namespace wrapper

@@ -5,20 +5,22 @@
 #include "addon/wrapper/tessel_wrapper.h"
 #include "base/diagnostic_line.h"
 
+namespace wrapper {
+
 namespace {
 
 Napi::Object onlyObject(const Napi::CallbackInfo& info) {
-  napiCheckArgLength(info, 1);
-  return napiGetArgAsObject(info, 0);
+  napi::napiCheckArgLength(info, 1);
+  return napi::napiGetArgAsObject(info, 0);
 }
 
 bool onlyFlag(const Napi::CallbackInfo& info) {
-  napiCheckArgLength(info, 1);
-  return napiGetArgAsBoolean(info, 0);
+  napi::napiCheckArgLength(info, 1);
+  return napi::napiGetArgAsBoolean(info, 0);
 }
 
 // A volume arrives as an integer and is taken as unsigned, so -1 becomes 4294967296 as a float.
-float readVolume(const NapiObjectPropertyHelper& helper, const char* name) {
+float readVolume(const napi::NapiObjectPropertyHelper& helper, const char* name) {
   return static_cast<float>(static_cast<std::uint32_t>(helper.getAsInt(name)));
 }
 
@@ -26,7 +28,7 @@ float readVolume(const NapiObjectPropertyHelper& helper, const char* name) {
 
 void TesselWrapper::unpackMediaStreamState(const Napi::CallbackInfo& info, Napi::Object object,
                                            tsl::MediaStreamState& state) {
-  const NapiObjectPropertyHelper helper(info, object, "MediaStreamState");
+  const napi::NapiObjectPropertyHelper helper(info, object, "MediaStreamState");
   state.contentStreamEnabled = helper.getAsBoolean("contentStreamEnabled");
   state.incomingAudioEnabled = helper.getAsBoolean("incomingAudioEnabled");
   state.incomingVideoEnabled = helper.getAsBoolean("incomingVideoEnabled");
@@ -36,7 +38,7 @@ void TesselWrapper::unpackMediaStreamState(const Napi::CallbackInfo& info, Napi:
 
 void TesselWrapper::unpackAudioInDevice(const Napi::CallbackInfo& info, Napi::Object object,
                                         tsl::AudioInDevice& device) {
-  const NapiObjectPropertyHelper helper(info, object, "AudioInDevice");
+  const napi::NapiObjectPropertyHelper helper(info, object, "AudioInDevice");
   device.id = helper.getAsString("audioInId");
   device.name = helper.getAsString("audioInName");
   device.sourceName = helper.getAsString("audioInSourceName");
@@ -44,7 +46,7 @@ void TesselWrapper::unpackAudioInDevice(const Napi::CallbackInfo& info, Napi::Ob
 
 void TesselWrapper::unpackAudioOutDevice(const Napi::CallbackInfo& info, Napi::Object object,
                                          tsl::AudioOutDevice& device) {
-  const NapiObjectPropertyHelper helper(info, object, "AudioOutDevice");
+  const napi::NapiObjectPropertyHelper helper(info, object, "AudioOutDevice");
   device.id = helper.getAsString("audioOutId");
   device.name = helper.getAsString("audioOutName");
   device.sourceName = helper.getAsString("audioOutSourceName");
@@ -52,13 +54,13 @@ void TesselWrapper::unpackAudioOutDevice(const Napi::CallbackInfo& info, Napi::O
 
 void TesselWrapper::unpackVideoDevice(const Napi::CallbackInfo& info, Napi::Object object,
                                       tsl::VideoDevice& device) {
-  const NapiObjectPropertyHelper helper(info, object, "VideoDevice");
+  const napi::NapiObjectPropertyHelper helper(info, object, "VideoDevice");
   device.id = helper.getAsString("videoDeviceId");
   device.name = helper.getAsString("videoDeviceName");
   if (!helper.has("capability")) return;
   // The doubled word is the name that applications see in error texts.
-  const NapiObjectPropertyHelper capability(info, helper.getAsObject("capability"),
-                                            "CaptureCaptureCapability");
+  const napi::NapiObjectPropertyHelper capability(info, helper.getAsObject("capability"),
+                                                  "CaptureCaptureCapability");
   if (capability.has("width")) device.width = capability.getAsInt("width");
   if (capability.has("height")) device.height = capability.getAsInt("height");
   if (capability.has("maxFPS")) device.maxFps = capability.getAsInt("maxFPS");
@@ -67,56 +69,56 @@ void TesselWrapper::unpackVideoDevice(const Napi::CallbackInfo& info, Napi::Obje
 void TesselWrapper::updateMediaStreamState(const Napi::CallbackInfo& info) {
   tsl::MediaStreamState state;
   unpackMediaStreamState(info, onlyObject(info), state);
-  manager->UpdateMediaStreamState(state);
+  manager_->UpdateMediaStreamState(state);
 }
 
 void TesselWrapper::muteLocalVideo(const Napi::CallbackInfo& info) {
-  manager->MuteLocalVideo(onlyFlag(info));
+  manager_->MuteLocalVideo(onlyFlag(info));
 }
 
 void TesselWrapper::muteLocalAudio(const Napi::CallbackInfo& info) {
-  manager->MuteLocalAudio(onlyFlag(info));
+  manager_->MuteLocalAudio(onlyFlag(info));
 }
 
 void TesselWrapper::setRemoteAudioMute(const Napi::CallbackInfo& info) {
-  manager->SetRemoteAudioMute(onlyFlag(info));
+  manager_->SetRemoteAudioMute(onlyFlag(info));
 }
 
 void TesselWrapper::enableCameraCapture(const Napi::CallbackInfo& info) {
   constexpr StreamKey kLocalStream = {TSLM_STREAM_LOCAL, 0};
   const bool enable = onlyFlag(info);
-  manager->EnableCameraCapture(enable);
+  manager_->EnableCameraCapture(enable);
   if (enable) {
-    streamManager->enableFrameCapture(kLocalStream);
+    streamManager_->enableFrameCapture(kLocalStream);
   } else {
-    streamManager->disableFrameCapture(kLocalStream);
+    streamManager_->disableFrameCapture(kLocalStream);
   }
 }
 
 void TesselWrapper::setAudioDebug(const Napi::CallbackInfo& info) {
-  manager->SetAudioDebug(onlyFlag(info));
+  manager_->SetAudioDebug(onlyFlag(info));
 }
 
 void TesselWrapper::setAudioInDevice(const Napi::CallbackInfo& info) {
   tsl::AudioInDevice device;
   unpackAudioInDevice(info, onlyObject(info), device);
-  manager->SetAudioInDevice(device);
+  manager_->SetAudioInDevice(device);
 }
 
 void TesselWrapper::setAudioOutDevice(const Napi::CallbackInfo& info) {
   tsl::AudioOutDevice device;
   unpackAudioOutDevice(info, onlyObject(info), device);
-  manager->SetAudioOutDevice(device);
+  manager_->SetAudioOutDevice(device);
 }
 
 void TesselWrapper::setVideoDevice(const Napi::CallbackInfo& info) {
   tsl::VideoDevice device;
   unpackVideoDevice(info, onlyObject(info), device);
-  manager->SetVideoDevice(device);
+  manager_->SetVideoDevice(device);
 }
 
 void TesselWrapper::selectDevices(const Napi::CallbackInfo& info) {
-  const NapiObjectPropertyHelper helper(info, onlyObject(info), "DeviceSelectionParams");
+  const napi::NapiObjectPropertyHelper helper(info, onlyObject(info), "DeviceSelectionParams");
   tsl::DeviceSelectionParams params;
   unpackVideoDevice(info, helper.getAsObject("videoDevice"), params.videoDevice);
   unpackAudioInDevice(info, helper.getAsObject("audioInDevice"), params.audioInDevice);
@@ -127,15 +129,17 @@ void TesselWrapper::selectDevices(const Napi::CallbackInfo& info) {
       .text(params.audioInDevice.id.c_str())
       .text(", audio out device: ")
       .text(params.audioOutDevice.id.c_str());
-  manager->SelectDevices(params);
+  manager_->SelectDevices(params);
 }
 
 void TesselWrapper::sendAudioDeviceStats(const Napi::CallbackInfo& info) {
-  const NapiObjectPropertyHelper helper(info, onlyObject(info), "AudioDeviceStats");
+  const napi::NapiObjectPropertyHelper helper(info, onlyObject(info), "AudioDeviceStats");
   tsl::AudioDeviceStats stats;
   stats.isSpeakerMuted = helper.getAsBoolean("isSpeakerMuted");
   stats.speakerVolume = readVolume(helper, "speakerVolume");
   stats.isMicMuted = helper.getAsBoolean("isMicMuted");
   stats.micVolume = readVolume(helper, "micVolume");
-  manager->SendAudioDeviceStats(stats);
+  manager_->SendAudioDeviceStats(stats);
 }
+
+}  // namespace wrapper

@@ -17,6 +17,8 @@
 #include "addon/sharedmem/shared_memory_manager.h"
 #include "tesselclient/tslm_manager.h"
 
+namespace wrapper {
+
 // Owns one media engine and gives JavaScript its operations, its notifications as events, and its
 // video frames. Made with `new` and destroyed when the collector takes its JavaScript object, or
 // earlier, when the environment ends. Every method runs on the main JavaScript thread and calls the
@@ -106,21 +108,24 @@ class TesselWrapper : public Napi::ObjectWrap<TesselWrapper> {
 
   // Class-wide, touched by the main environment only. The constructor is kept for native code that
   // needs the class later; both are emptied or left alone before the environment goes, never after.
-  static Napi::FunctionReference constructor;
-  static Napi::FunctionReference emitterFactory;
+  static Napi::FunctionReference constructor_;
+  static Napi::FunctionReference emitterFactory_;
 
-  Napi::ObjectReference emitter;  // weak: JavaScript keeps the emitter alive
-  std::shared_ptr<TSLM::TSLMManager> manager;
-  std::shared_ptr<JavascriptDispatcher> dispatcher;
-  std::shared_ptr<StreamManager> streamManager;
-  std::shared_ptr<TesselEventHandler> eventHandler;
-  std::shared_ptr<SharedMemoryManager> sharedMemoryManager;
+  Napi::ObjectReference emitter_;  // weak: JavaScript keeps the emitter alive
+  std::shared_ptr<TSLM::TSLMManager> manager_;
+  std::shared_ptr<events::JavascriptDispatcher> dispatcher_;
+  std::shared_ptr<frames::StreamManager> streamManager_;
+  std::shared_ptr<events::TesselEventHandler> eventHandler_;
+  std::shared_ptr<sharedmem::SharedMemoryManager> sharedMemoryManager_;
 
-  FrameObjects frameObjects;
-  LentPlanes retainedPlanes;  // of the stream manager's last frames
-  LentPlanes clearPlanes;     // of frames that were not retained, until the stream's next frame
-  bool hasEnded = false;
-  Utils::EnvironmentCleanupHook cleanupHook;
+  frames::FrameObjects frameObjects_;
+  frames::LentPlanes retainedPlanes_;  // of the stream manager's last frames
+  frames::LentPlanes
+      clearPlanes_;  // of frames that were not retained, until the stream's next frame
+  bool hasEnded_ = false;
+  napi::EnvironmentCleanupHook cleanupHook_;
 };
+
+}  // namespace wrapper
 
 #endif  // ADDON_WRAPPER_TESSEL_WRAPPER_H_

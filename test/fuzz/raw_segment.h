@@ -49,7 +49,7 @@ class RawSegment {
   RawSegment& operator=(const RawSegment&) = delete;
 
   // What opens the pair.
-  const SharedMemoryInfo& info() const { return info_; }
+  const sharedmem::SharedMemoryInfo& info() const { return info_; }
   std::uint8_t* bytes() const { return bytes_; }
 
   void makeNamesAgain() {
@@ -74,7 +74,7 @@ class RawSegment {
   }
 
  private:
-  const SharedMemoryInfo info_;
+  const sharedmem::SharedMemoryInfo info_;
   std::uint8_t* bytes_ = nullptr;
 };
 

@@ -3,7 +3,9 @@
 import { createRequire } from 'node:module';
 import path from 'node:path';
 
+import { build } from './build.mjs';
+
 const probe = createRequire(import.meta.url)(
-  path.join(process.env.TESSEL_BUILD, 'test/addons/dispatcher_probe.node'),
+  path.join(build, 'test/addons/dispatcher_probe.node'),
 );
 export const { Dispatcher, Channel, closuresAlive } = probe;

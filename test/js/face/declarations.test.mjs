@@ -8,7 +8,8 @@ import path from 'node:path';
 import { test } from 'node:test';
 import { inspect } from 'node:util';
 
-import { face, repository, requireFace } from '../../support/face.mjs';
+import { repository } from '../../support/build.mjs';
+import { face, requireFace } from '../../support/face.mjs';
 
 const TYPES = path.join(repository, 'test/types');
 const EXPECTATION = /^ *\/\/ @ts-expect-error: /;

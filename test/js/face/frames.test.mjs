@@ -6,11 +6,12 @@ import { after, afterEach, before, beforeEach, describe, test } from 'node:test'
 
 import * as engine from '../../support/scripted/scripted_engine.mjs';
 import { face, mockClocks, openMeeting, requireFace } from '../../support/face.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const { copyI420, copyRgba, frameCounters } = face;
 const { Pace } = requireFace('./pace.js');
 
-const STREAM = { type: 'remote', streamIndex: 3 };
+const STREAM = remote(3);
 const SIZE = { width: 64, height: 36 };
 
 describe('the frames of a meeting', () => {

@@ -13,7 +13,7 @@ import { WebSocket } from 'ws';
 import { readCard } from '../../support/card_code.mjs';
 import { ffmpeg } from '../../support/ffmpeg.mjs';
 import { filesNamedIn } from '../../support/shared_memory/shared_memory_names.mjs';
-import { build, repository } from '../../support/face.mjs';
+import { build, repository } from '../../support/build.mjs';
 
 const guide = readFileSync(path.join(repository, 'docs/guide.md'), 'utf8');
 const examples = new Map(

@@ -6,4 +6,4 @@ import path from 'node:path';
 const probe = createRequire(import.meta.url)(
   path.join(process.env.TESSEL_BUILD, 'test/addons/dispatcher_probe.node'),
 );
-export const { Dispatcher, Channel, closuresAlive } = probe;
+export const { Dispatcher, Channel, closuresAlive, failScopes } = probe;

@@ -85,6 +85,7 @@ missing_packages() {
   need cmake has_version cmake 3.25
   need ninja-build has_command ninja
   need g++ has_version g++ 12
+  need nlohmann-json3-dev has_header nlohmann/json.hpp
   case $preset in
     clang | fuzz | tidy) need clang has_command clang++ ;;
   esac

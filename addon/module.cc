@@ -9,7 +9,7 @@
 namespace {
 
 Napi::Object Init(Napi::Env env, Napi::Object exports) {
-  return TesselWrapperProxy::Init(env, TesselWrapper::Init(env, exports));
+  return proxy::TesselWrapperProxy::Init(env, wrapper::TesselWrapper::Init(env, exports));
 }
 
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the name under which Node.js knows it

@@ -6,6 +6,8 @@
 #include "addon/napi/status.h"
 #include "addon/napi/values.h"
 
+namespace events {
+
 namespace {
 
 // A property whose value has no text in the interface is absent from its payload.
@@ -72,9 +74,8 @@ std::string sourceOfAll() {
 
 EmitFunctions::EmitFunctions(Napi::Env env) {
   napi_value functions = nullptr;
-  Utils::checkStatus(env,
-                     napi_run_script(env, Utils::toJavascript(env, sourceOfAll()), &functions));
-  Utils::forEachElement(Napi::Value(env, functions), [this](Napi::Value function) {
+  napi::checkStatus(env, napi_run_script(env, napi::toJavascript(env, sourceOfAll()), &functions));
+  napi::forEachElement(Napi::Value(env, functions), [this](Napi::Value function) {
     functions_.push_back(Napi::Persistent(function.As<Napi::Function>()));
   });
 }
@@ -85,6 +86,8 @@ void EmitFunctions::emit(Napi::Object emitter, TesselEvent event,
   std::copy(values.begin(), values.end(), arguments.begin() + 1);
   const Napi::Function function = functions_[static_cast<std::size_t>(event)].Value();
   const Napi::Env env = emitter.Env();
-  Utils::checkStatus(env, napi_call_function(env, emitter, function, 1 + values.size(),
-                                             arguments.data(), nullptr));
+  napi::checkStatus(env, napi_call_function(env, emitter, function, 1 + values.size(),
+                                            arguments.data(), nullptr));
 }
+
+}  // namespace events

@@ -8,6 +8,8 @@
 #include <initializer_list>
 #include <vector>
 
+namespace events {
+
 // In the order of the event table in emit_functions.cc.
 enum class TesselEvent {
   kStreamAdded,
@@ -42,5 +44,7 @@ class EmitFunctions {
  private:
   std::vector<Napi::FunctionReference> functions_;  // by event
 };
+
+}  // namespace events
 
 #endif  // ADDON_EVENTS_EMIT_FUNCTIONS_H_

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+namespace events {
+
 JavascriptDispatcher::JavascriptDispatcher(Napi::Env env) {
   const auto makeChannel = [&](bool sync) {
     return std::make_unique<NapiThreadsafeFunction>(
@@ -68,3 +70,5 @@ void JavascriptDispatcher::settleSyncCall(void* item) {
   }
   condition_.NotifyOne();
 }
+
+}  // namespace events

@@ -12,6 +12,8 @@
 #include "addon/events/napi_threadsafe_function.h"
 #include "base/mutex.h"
 
+namespace events {
+
 // Takes closures from any thread and runs each exactly once on the JavaScript thread: fire and
 // forget (async), or with the caller blocked until it has run (sync). Closures of one kind run in
 // posting order; the two kinds are independent of each other.
@@ -57,5 +59,7 @@ class JavascriptDispatcher {
   std::unique_ptr<NapiThreadsafeFunction> asyncFunction_;
   std::unique_ptr<NapiThreadsafeFunction> syncFunction_;
 };
+
+}  // namespace events
 
 #endif  // ADDON_EVENTS_JAVASCRIPT_DISPATCHER_H_

@@ -6,6 +6,8 @@
 
 #include "addon/napi/status.h"
 
+namespace events {
+
 namespace {
 
 // Hands an error to the application as an 'uncaughtException'.
@@ -14,7 +16,7 @@ void reportUncaught(const Napi::Error& error) { napi_fatal_exception(error.Env()
 // Without the resource object that the binding's own way makes for each scope and Node-API ignores.
 napi_callback_scope openCallbackScope(Napi::Env env, napi_async_context context) {
   napi_callback_scope scope = nullptr;
-  Utils::checkStatus(env, napi_open_callback_scope(env, nullptr, context, &scope));
+  napi::checkStatus(env, napi_open_callback_scope(env, nullptr, context, &scope));
   return scope;
 }
 
@@ -103,3 +105,5 @@ void NapiThreadsafeFunction::deliver(void* data) {
     reportUncaught(Napi::Error::New(env, "A native exception was thrown"));
   }
 }
+
+}  // namespace events

@@ -12,6 +12,8 @@
 
 #include "base/mutex.h"
 
+namespace events {
+
 // Carries opaque pointers from any thread to the thread of libuv's default loop, where each is
 // handed, once and in posting order, to one fixed callback.
 //
@@ -66,5 +68,7 @@ class NapiThreadsafeFunction {
   std::deque<void*> queue_ GUARDED_BY(mutex_);
   AsyncHandle* asyncHandle_ GUARDED_BY(mutex_) = nullptr;  // null once closed
 };
+
+}  // namespace events
 
 #endif  // ADDON_EVENTS_NAPI_THREADSAFE_FUNCTION_H_

@@ -17,7 +17,11 @@
 #include "base/mutex.h"
 #include "tesselclient/notify_callback.h"
 
+namespace frames {
 class StreamManager;
+}
+
+namespace events {
 
 // The addon's sink for the engine's notifications. Each is copied into a closure on the engine's
 // thread and emitted on the JavaScript thread, in the order of posting, as an event of the emitter
@@ -32,7 +36,7 @@ class TesselEventHandler : public INotifyCallback {
  public:
   // The stream manager is accepted for the engine's sake and not kept.
   TesselEventHandler(std::shared_ptr<JavascriptDispatcher> dispatcher,
-                     const std::shared_ptr<StreamManager>& streamManager);
+                     const std::shared_ptr<frames::StreamManager>& streamManager);
 
   // Emits on `emitter` from now on, holding it weakly: JavaScript keeps it alive. Without an
   // emitter, or when it was collected, there are no listeners and events are dropped in silence.
@@ -80,5 +84,7 @@ class TesselEventHandler : public INotifyCallback {
   Napi::ObjectReference emitter_;  // weak
   std::optional<EmitFunctions> emitFunctions_;
 };
+
+}  // namespace events
 
 #endif  // ADDON_EVENTS_TESSEL_EVENT_HANDLER_H_

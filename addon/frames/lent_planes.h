@@ -13,6 +13,8 @@
 #include "tesselclient/types.h"
 #include "tesselclient/video_frame.h"
 
+namespace frames {
+
 // The array buffers that one owner of frame memory has lent to JavaScript, one set of three (Y, U,
 // V) for each stream. They lie over the frame's own memory, no pixel is copied. Before the memory
 // stops being valid the owner takes them back: the buffers are detached, so that typed arrays over
@@ -67,5 +69,7 @@ class LentPlanes {
 
   std::map<StreamKey, Loan> loans_;
 };
+
+}  // namespace frames
 
 #endif  // ADDON_FRAMES_LENT_PLANES_H_

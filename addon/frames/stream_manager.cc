@@ -4,6 +4,7 @@
 
 #include "base/diagnostic_line.h"
 
+namespace frames {
 namespace {
 
 // The answer for a stream that has no frame and will not get one by waiting: the receiver is to
@@ -71,3 +72,5 @@ bool StreamManager::setFrameReceiver(const char* operation, const StreamKey& key
   frameManager->SetFrameReceiver(std::move(receiver));
   return true;
 }
+
+}  // namespace frames

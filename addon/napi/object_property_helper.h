@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string>
 
+namespace napi {
+
 // A short-lived reader on the stack of the method that was called from JavaScript. Every reader
 // treats the property as required:
 // - absent, own and inherited: Napi::TypeError "Missing property <name> on object <object name>";
@@ -44,5 +46,7 @@ class NapiObjectPropertyHelper {
   Napi::Value object_;
   std::string objectName_;
 };
+
+}  // namespace napi
 
 #endif  // ADDON_NAPI_OBJECT_PROPERTY_HELPER_H_

@@ -1,6 +1,6 @@
 #include "addon/napi/status.h"
 
-namespace Utils {
+namespace napi {
 namespace {
 
 // What Napi::Error calls the property of the wrapper in which it keeps a thrown primitive.
@@ -35,4 +35,4 @@ void checkStatus(napi_env env, napi_status status) {
   throw carry(env, thrown);
 }
 
-}  // namespace Utils
+}  // namespace napi

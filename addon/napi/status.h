@@ -5,7 +5,7 @@
 
 #include <napi.h>
 
-namespace Utils {
+namespace napi {
 
 // Throws a Napi::Error unless `status` is napi_ok: the pending JavaScript exception when there is
 // one, else a plain Error with Node-API's last message. (Napi::Error::New(env) would make a
@@ -13,6 +13,6 @@ namespace Utils {
 // after the Node-API call that gave `status`.
 void checkStatus(napi_env env, napi_status status);
 
-}  // namespace Utils
+}  // namespace napi
 
 #endif  // ADDON_NAPI_STATUS_H_

@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-namespace Utils {
+namespace napi {
 
 // True for objects, arrays and functions; false for null.
 bool isObject(const Napi::Value& value);
@@ -61,6 +61,6 @@ void forEachElement(const Napi::Value& array, const std::function<void(Napi::Val
 // A reference that does not keep `object` alive.
 Napi::ObjectReference weakReference(Napi::Object object);
 
-}  // namespace Utils
+}  // namespace napi
 
 #endif  // ADDON_NAPI_VALUES_H_

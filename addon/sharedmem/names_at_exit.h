@@ -5,6 +5,8 @@
 
 #include <string>
 
+namespace sharedmem {
+
 // Removes the names of a segment and its semaphore when the process ends by exit() while this
 // object lives. exit() destroys nothing that is on the heap, and it is how process.exit() and an
 // error that nobody handled end a Node.js process, past all clean-up of its JavaScript environment.
@@ -23,5 +25,7 @@ class NamesAtExit {
   const std::string shmName_;
   const std::string semName_;
 };
+
+}  // namespace sharedmem
 
 #endif  // ADDON_SHAREDMEM_NAMES_AT_EXIT_H_

@@ -5,9 +5,12 @@
 
 #include <optional>
 
+#include "addon/sharedmem/accepted_files.h"
 #include "addon/sharedmem/names_at_exit.h"
 #include "addon/sharedmem/posix_shared_memory.h"
 #include "addon/sharedmem/shared_memory_info.h"
+
+namespace sharedmem {
 
 // One named shared-memory object, mapped for reading and writing, with one named semaphore that
 // serves as a lock between processes over its contents (1 free, 0 held). One process creates the
@@ -45,16 +48,20 @@ class SharedMemoryAllocator {
 
  private:
   bool initialize();
-  bool openSegmentAndSemaphore();
+  bool openObject();
+  bool mapObject();
+  bool openSemaphore();
   void uninitialize();
 
   const SharedMemoryInfo info_;
-  posix::FileDescriptor object_;
-  posix::SharedMapping mapping_;
-  posix::NamedSemaphore semaphore_;
+  FileDescriptor object_;
+  SharedMapping mapping_;
+  AcceptedSemaphore semaphore_;
   std::optional<NamesAtExit> namesAtExit_;
   bool initialised_ = false;
   bool locked_ = false;  // this object holds the semaphore
 };
+
+}  // namespace sharedmem
 
 #endif  // ADDON_SHAREDMEM_SHARED_MEMORY_ALLOCATOR_H_

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace sharedmem {
+
 // The start of a frame segment. The pixel space follows it at once.
 struct SharedFrameHeader {
   std::uint8_t reservedAtCreation;  // set to 0 when the segment is created
@@ -66,5 +68,7 @@ template <typename T>
 T readOnce(const T& field) {
   return static_cast<const volatile T&>(field);
 }
+
+}  // namespace sharedmem
 
 #endif  // ADDON_SHAREDMEM_SHARED_MEMORY_LAYOUT_H_

@@ -20,6 +20,9 @@
 #include "addon/napi/environment_cleanup_hook.h"
 #include "addon/napi/values.h"
 
+using events::JavascriptDispatcher;
+using events::NapiThreadsafeFunction;
+
 namespace {
 
 // Captured by every posted closure, so that those which are still alive can be counted.
@@ -203,7 +206,7 @@ class Dispatcher : public Napi::ObjectWrap<Dispatcher> {
   std::shared_ptr<JavascriptDispatcher> dispatcher_;
   std::vector<std::thread> posters_;
   std::vector<std::unique_ptr<SyncCaller>> syncCallers_;
-  Utils::EnvironmentCleanupHook cleanupHook_;
+  napi::EnvironmentCleanupHook cleanupHook_;
 };
 
 // What a Channel carries: item number i is the address of element i.
@@ -244,8 +247,8 @@ class Channel : public Napi::ObjectWrap<Channel> {
   void close(const Napi::CallbackInfo&) { function_.close(); }
 
   Napi::Value discarded(const Napi::CallbackInfo& info) {
-    return Utils::makeArray(info.Env(), discarded_, [&](std::ptrdiff_t number) {
-      return Utils::toJavascript(info.Env(), static_cast<double>(number));
+    return napi::makeArray(info.Env(), discarded_, [&](std::ptrdiff_t number) {
+      return napi::toJavascript(info.Env(), static_cast<double>(number));
     });
   }
 
@@ -263,7 +266,7 @@ class Channel : public Napi::ObjectWrap<Channel> {
   Napi::FunctionReference listener_;
   std::vector<std::ptrdiff_t> discarded_;
   NapiThreadsafeFunction function_;
-  Utils::EnvironmentCleanupHook cleanupHook_;
+  napi::EnvironmentCleanupHook cleanupHook_;
 };
 
 Napi::Value closuresAlive(const Napi::CallbackInfo& info) {

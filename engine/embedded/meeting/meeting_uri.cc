@@ -2,17 +2,21 @@
 
 #include <algorithm>
 #include <charconv>
-#include <functional>
-#include <map>
 #include <set>
 #include <string_view>
 #include <utility>
 
 #include "engine/embedded/devices/device_catalogue.h"
 #include "engine/support/pictures/card_code.h"
+#include "engine/support/uri_text.h"
 
 namespace embedded {
 namespace {
+
+using support::BadValue;
+using support::split;
+using support::splitInTwo;
+using support::toNumber;
 
 constexpr std::size_t kLongestUri = 8192;
 constexpr std::size_t kLongestRoom = 64;
@@ -28,39 +32,7 @@ constexpr std::size_t kMostMonitors = 16;
 constexpr std::string_view kScheme = "tessel:";
 constexpr std::string_view kLocalName = "me";
 
-// Thrown by the readers of values; the parameter's name is added on the way out.
-struct BadValue {};
-
 [[noreturn]] void refuse(const std::string& reason) { throw JoinRefused(kBadUri, reason); }
-
-// Foreign text for a reason: kept short.
-std::string quoted(std::string_view text) { return std::string(text.substr(0, 80)); }
-
-// Splits at every `separator`; a text without one is one piece.
-std::vector<std::string_view> split(std::string_view text, char separator) {
-  std::vector<std::string_view> pieces;
-  while (true) {
-    const std::size_t end = text.find(separator);
-    pieces.push_back(text.substr(0, end));
-    if (end == std::string_view::npos) return pieces;
-    text.remove_prefix(end + 1);
-  }
-}
-
-// Splits in two at the only `separator`.
-std::pair<std::string_view, std::string_view> splitInTwo(std::string_view text, char separator) {
-  const auto pieces = split(text, separator);
-  if (pieces.size() != 2) throw BadValue();
-  return {pieces[0], pieces[1]};
-}
-
-std::uint32_t toNumber(std::string_view text, std::uint32_t least, std::uint32_t most) {
-  std::uint32_t number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stop != end || number < least || number > most) throw BadValue();
-  return number;
-}
 
 // Seconds with up to three decimals.
 support::Time toTime(std::string_view text) {
@@ -119,30 +91,6 @@ int toParticipant(std::string_view text) {
   return static_cast<int>(toNumber(text, 0, kMostParticipants - 1));
 }
 
-int hexadecimalDigit(char digit) {
-  if (digit >= '0' && digit <= '9') return digit - '0';
-  if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
-  if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
-  throw BadValue();
-}
-
-// Replaces each % and two hexadecimal digits by the byte that they stand for.
-std::string decoded(std::string_view text) {
-  std::string plain;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      plain += text[i];
-      continue;
-    }
-    if (i + 2 >= text.size()) throw BadValue();
-    plain += static_cast<char>(hexadecimalDigit(text[i + 1]) * 16 + hexadecimalDigit(text[i + 2]));
-    i += 2;
-  }
-  // A zero byte would cut a file's name short.
-  if (plain.find('\0') != std::string::npos) throw BadValue();
-  return plain;
-}
-
 bool isRoomCharacter(char character) {
   return (character >= '0' && character <= '9') || (character >= 'a' && character <= 'z') ||
          (character >= 'A' && character <= 'Z') ||
@@ -154,9 +102,8 @@ class Parser {
   MeetingPlan parse(std::string_view uri);
 
  private:
-  using Read = std::function<void(std::string_view)>;
+  using Read = support::QueryReader::Read;
 
-  void readParameter(std::string_view parameter);
   void readRoom(std::string_view room);
   void addEvent(PlannedEvent event);
   void checkParticipants() const;
@@ -171,10 +118,9 @@ class Parser {
   void readMonitors(std::string_view value);
 
   MeetingPlan plan_;
-  std::set<std::string, std::less<>> given_;
 
   // Given once at most.
-  const std::map<std::string_view, Read> single_ = {
+  const support::QueryReader::Reads single_ = {
       {"participants",
        [this](auto value) {
          plan_.participants = static_cast<int>(toNumber(value, 0, kMostParticipants));
@@ -198,7 +144,7 @@ class Parser {
       {"monitors", [this](auto value) { readMonitors(value); }},
   };
   // Given any number of times; each is a list, separated by commas.
-  const std::map<std::string_view, Read> lists_ = {
+  const support::QueryReader::Reads lists_ = {
       {"come", moments(PlannedEvent::Kind::kJoin)},
       {"leave", moments(PlannedEvent::Kind::kLeave)},
       {"speak", [this](auto item) { readSpeech(item); }},
@@ -225,7 +171,7 @@ MeetingPlan Parser::parse(std::string_view uri) {
   const std::size_t question = uri.find('?');
   readRoom(uri.substr(0, question));
   if (question != std::string_view::npos) {
-    for (const auto parameter : split(uri.substr(question + 1), '&')) readParameter(parameter);
+    support::QueryReader(single_, lists_).read(uri.substr(question + 1));
   }
   checkParticipants();
   std::stable_sort(plan_.events.begin(), plan_.events.end(),
@@ -239,29 +185,6 @@ void Parser::readRoom(std::string_view room) {
     refuse("the uri's room is missing or malformed");
   }
   plan_.room = room;
-}
-
-void Parser::readParameter(std::string_view parameter) {
-  const std::string_view name = parameter.substr(0, parameter.find('='));
-  const auto single = single_.find(name);
-  const auto list = lists_.find(name);
-  if (single == single_.end() && list == lists_.end()) {
-    refuse("unknown parameter: " + quoted(name));
-  }
-  if (single != single_.end() && !given_.emplace(name).second) {
-    refuse("parameter given twice: " + quoted(name));
-  }
-  try {
-    if (name.size() == parameter.size()) throw BadValue();
-    const std::string value = decoded(parameter.substr(name.size() + 1));
-    if (single != single_.end()) {
-      single->second(value);
-    } else {
-      for (const auto item : split(value, ',')) list->second(item);
-    }
-  } catch (const BadValue&) {
-    refuse("bad value: " + quoted(parameter));
-  }
 }
 
 void Parser::addEvent(PlannedEvent event) {
@@ -354,6 +277,12 @@ void Parser::readMonitors(std::string_view value) {
 
 }  // namespace
 
-MeetingPlan parseMeetingUri(const std::string& uri) { return Parser().parse(uri); }
+MeetingPlan parseMeetingUri(const std::string& uri) {
+  try {
+    return Parser().parse(uri);
+  } catch (const support::BadUri& error) {
+    refuse(error.what());
+  }
+}
 
 }  // namespace embedded

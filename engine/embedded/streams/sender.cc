@@ -85,7 +85,7 @@ void Sender::send(std::uint64_t id) {
     meter_.addLostFrame(packets, lost);
     return;
   }
-  const std::shared_ptr<support::Frame> frame = pool_->take(size);
+  const std::shared_ptr<support::PooledFrame> frame = pool_->take(size);
   if (!source_->draw(id, level_(), frame->pixels())) return;
   frame->id = id;
   frame->capturedAt = loop_.now();

@@ -12,8 +12,8 @@ std::uint32_t Frame::frameValueB() const {
       std::chrono::duration_cast<std::chrono::milliseconds>(capturedAt).count());
 }
 
-std::shared_ptr<Frame> FramePool::take(Size size) {
-  std::unique_ptr<Frame> frame;
+std::shared_ptr<PooledFrame> FramePool::take(Size size) {
+  std::unique_ptr<PooledFrame> frame;
   {
     base::MutexLock lock(mutex_);
     // From the end: what was used last is still in the processor's cache.
@@ -25,14 +25,14 @@ std::shared_ptr<Frame> FramePool::take(Size size) {
       spareBytes_ -= frame->bytes();
     }
   }
-  if (!frame) frame = std::make_unique<Frame>(size);
-  return {frame.release(), [pool = shared_from_this()](Frame* unused) {
-            pool->giveBack(std::unique_ptr<Frame>(unused));
+  if (!frame) frame = std::make_unique<PooledFrame>(size);
+  return {frame.release(), [pool = shared_from_this()](PooledFrame* unused) {
+            pool->giveBack(std::unique_ptr<PooledFrame>(unused));
           }};
 }
 
 void FramePool::trim() {
-  std::deque<std::unique_ptr<Frame>> freed;
+  std::deque<std::unique_ptr<PooledFrame>> freed;
   base::MutexLock lock(mutex_);
   freed.swap(spare_);
   spareBytes_ = 0;
@@ -43,7 +43,7 @@ std::size_t FramePool::spareBytes() const {
   return spareBytes_;
 }
 
-void FramePool::giveBack(std::unique_ptr<Frame> frame) noexcept try {
+void FramePool::giveBack(std::unique_ptr<PooledFrame> frame) noexcept try {
   const std::size_t bytes = frame->bytes();
   base::MutexLock lock(mutex_);
   spare_.push_back(std::move(frame));

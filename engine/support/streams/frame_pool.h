@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <utility>
 
 #include "base/mutex.h"
 #include "engine/support/clock.h"
@@ -15,15 +16,14 @@
 
 namespace support {
 
-// One picture of a stream. Whoever took it from the pool fills it; once it is published nobody
-// changes it until the last holder has let go.
-class Frame final : public QVXCommon::IVideoFrame {
+// One picture of a stream, over pixels that a derived class keeps. Whoever makes it describes it;
+// once it is published nobody changes it until the last holder has let go.
+class Frame : public QVXCommon::IVideoFrame {
  public:
-  explicit Frame(Size size)
-      : size_(size), pixels_(std::make_unique_for_overwrite<std::uint8_t[]>(i420Bytes(size))) {}
+  Frame(const Frame&) = delete;
+  Frame& operator=(const Frame&) = delete;
 
   Size size() const { return size_; }
-  std::uint8_t* pixels() { return pixels_.get(); }
   std::size_t bytes() const { return i420Bytes(size_); }
 
   std::uint64_t id = 0;    // counts the stream's frames from 1
@@ -32,7 +32,7 @@ class Frame final : public QVXCommon::IVideoFrame {
 
   std::uint32_t frameWidth() const override { return size_.width; }
   std::uint32_t frameHeight() const override { return size_.height; }
-  const std::uint8_t* frameBuffer() const override { return pixels_.get(); }
+  const std::uint8_t* frameBuffer() const override { return pixels_; }
   // The low 32 bits of the frame's identifier.
   std::uint32_t frameValueA() const override { return static_cast<std::uint32_t>(id); }
   // The low 32 bits of the time of capture in milliseconds.
@@ -41,9 +41,28 @@ class Frame final : public QVXCommon::IVideoFrame {
   std::uint32_t frameValueC() const override { return 0; }
   std::uint64_t frameBufferSize() const override { return bytes(); }
 
+ protected:
+  // `pixels` are bytes() bytes, which live as long as the frame.
+  Frame(Size size, const std::uint8_t* pixels) : size_(size), pixels_(pixels) {}
+
  private:
   const Size size_;
-  const std::unique_ptr<std::uint8_t[]> pixels_;
+  const std::uint8_t* const pixels_;
+};
+
+// A frame with memory of its own, to be filled by whoever took it from the pool.
+class PooledFrame final : public Frame {
+ public:
+  explicit PooledFrame(Size size)
+      : PooledFrame(size, std::make_unique_for_overwrite<std::uint8_t[]>(i420Bytes(size))) {}
+
+  std::uint8_t* pixels() { return memory_.get(); }
+
+ private:
+  PooledFrame(Size size, std::unique_ptr<std::uint8_t[]> memory)
+      : Frame(size, memory.get()), memory_(std::move(memory)) {}
+
+  const std::unique_ptr<std::uint8_t[]> memory_;
 };
 
 // Hands out frames and takes them back when nobody holds them any more, so that a stream of
@@ -57,19 +76,19 @@ class FramePool : public std::enable_shared_from_this<FramePool> {
   FramePool& operator=(const FramePool&) = delete;
 
   // Its pixels are left as they happen to be.
-  std::shared_ptr<Frame> take(Size size) EXCLUDES(mutex_);
+  std::shared_ptr<PooledFrame> take(Size size) EXCLUDES(mutex_);
   // Frees the pictures that nobody uses.
   void trim() EXCLUDES(mutex_);
   std::size_t spareBytes() const EXCLUDES(mutex_);
 
  private:
-  void giveBack(std::unique_ptr<Frame> frame) noexcept EXCLUDES(mutex_);
+  void giveBack(std::unique_ptr<PooledFrame> frame) noexcept EXCLUDES(mutex_);
 
   const std::size_t spareLimit_;
 
   mutable base::Mutex mutex_;
   // The longest unused first.
-  std::deque<std::unique_ptr<Frame>> spare_ GUARDED_BY(mutex_);
+  std::deque<std::unique_ptr<PooledFrame>> spare_ GUARDED_BY(mutex_);
   std::size_t spareBytes_ GUARDED_BY(mutex_) = 0;
 };
 

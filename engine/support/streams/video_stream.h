@@ -14,8 +14,8 @@
 
 namespace support {
 
-// Keeps the newest frame of a stream for whoever asks, and pushes each frame to the receiver. The
-// engine's thread publishes; all other operations may be called from any thread.
+// Keeps the newest frame of a stream for whoever asks, and pushes each frame to the receiver.
+// Frames are published by one thread at a time; all other operations may be called from any thread.
 //
 // While the stream shows nothing (its capture is disabled, it is muted, not wanted, cut off or
 // over), GetFrame answers noUpdate and clearFrame.

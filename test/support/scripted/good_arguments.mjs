@@ -1,26 +1,6 @@
-// A TesselWrapper on the scripted engine, and good arguments for its methods.
+// Good arguments for the wrapper's methods.
 
-import { EventEmitter } from 'node:events';
-
-import { loadAddon } from './scripted_engine.mjs';
-
-export const { TesselWrapper, TesselWrapperProxy } = loadAddon();
-
-export const createParams = () => ({
-  appVersion: '1.2.3',
-  configPath: '/config',
-  logPath: '/log',
-  logPrefix: 'prefix',
-  userAgent: 'agent',
-});
-
-// { wrapper, emitter }. The wrapper holds the emitter weakly: who wants events keeps it. The process
-// ends by itself only after `wrapper.destroy()`.
-export function makeWrapper() {
-  const emitter = new EventEmitter();
-  TesselWrapper._internal_setEmitterFactory(() => emitter);
-  return { wrapper: new TesselWrapper(createParams()), emitter };
-}
+import { remote } from '../streams.mjs';
 
 const mediaStreamState = () => ({
   contentStreamEnabled: true,
@@ -95,10 +75,10 @@ const videoStreamsState = () => ({
   },
 });
 
-const stream = () => ({ type: 'remote', streamIndex: 3 });
+const stream = () => remote(3);
 
-// A complete and fresh argument list by the name of the method, its values all different where a
-// mix-up could go unseen.
+// A complete and fresh argument list by the name of the method, in the order of registration. Values
+// differ where a mix-up could go unseen.
 export const goodArguments = {
   destroy: () => [],
   on: () => ['micLevel', () => {}],

@@ -1,7 +1,7 @@
 // The values of video quality and frame rate that the engine knows.
 
-#ifndef ADDON_WRAPPER_VIDEO_STREAM_QUALITY_H_
-#define ADDON_WRAPPER_VIDEO_STREAM_QUALITY_H_
+#ifndef ADDON_UTILS_VIDEO_STREAM_QUALITY_H_
+#define ADDON_UTILS_VIDEO_STREAM_QUALITY_H_
 
 #include <cstdint>
 
@@ -36,4 +36,4 @@ constexpr std::uint32_t getMappedVideoFrameRate(std::uint32_t frameRate) {
 
 }  // namespace Utils
 
-#endif  // ADDON_WRAPPER_VIDEO_STREAM_QUALITY_H_
+#endif  // ADDON_UTILS_VIDEO_STREAM_QUALITY_H_

@@ -1,7 +1,7 @@
 // Stream keys as JavaScript names them.
 
-#ifndef ADDON_FRAMES_STREAM_KEY_ARGUMENT_H_
-#define ADDON_FRAMES_STREAM_KEY_ARGUMENT_H_
+#ifndef ADDON_UTILS_STREAM_KEY_ARGUMENT_H_
+#define ADDON_UTILS_STREAM_KEY_ARGUMENT_H_
 
 #include <napi.h>
 
@@ -16,4 +16,4 @@ StreamKey getStreamInfo(const Napi::CallbackInfo& info);
 
 }  // namespace Utils
 
-#endif  // ADDON_FRAMES_STREAM_KEY_ARGUMENT_H_
+#endif  // ADDON_UTILS_STREAM_KEY_ARGUMENT_H_

@@ -1,7 +1,7 @@
 // Names for shared-memory objects and semaphores.
 
-#ifndef ADDON_SHAREDMEM_RANDOM_NAME_H_
-#define ADDON_SHAREDMEM_RANDOM_NAME_H_
+#ifndef ADDON_UTILS_RANDOM_NAME_H_
+#define ADDON_UTILS_RANDOM_NAME_H_
 
 #include <cstddef>
 #include <string>
@@ -16,4 +16,4 @@ std::string gen_random(const std::string& prefix, std::size_t length);
 
 }  // namespace Utils
 
-#endif  // ADDON_SHAREDMEM_RANDOM_NAME_H_
+#endif  // ADDON_UTILS_RANDOM_NAME_H_

@@ -1,4 +1,4 @@
-#include "addon/frames/stream_key_argument.h"
+#include "addon/utils/stream_key_argument.h"
 
 #include <string>
 
@@ -18,7 +18,8 @@ TSLM_STREAM_INDEX kindOf(Napi::Env env, const std::string& type) {
 }  // namespace
 
 StreamKey getStreamInfo(const Napi::CallbackInfo& info) {
-  const NapiObjectPropertyHelper helper(info, napiGetArgAsObject(info, 0), "streamIndex");
+  const napi::NapiObjectPropertyHelper helper(info, napi::napiGetArgAsObject(info, 0),
+                                              "streamIndex");
   const TSLM_STREAM_INDEX kind = kindOf(info.Env(), helper.getAsString("type"));
   return {kind, helper.getAsInt("streamIndex")};
 }

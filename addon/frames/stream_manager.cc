@@ -5,7 +5,6 @@
 #include "base/diagnostic_line.h"
 
 namespace frames {
-
 namespace {
 
 // The answer for a stream that has no frame and will not get one by waiting: the receiver is to

@@ -29,6 +29,11 @@ std::string napiGetArgAsString(const Napi::CallbackInfo& info, std::uint32_t ind
 // Node-API does: the fraction dropped, NaN and the infinities 0, too large values saturated.
 std::int64_t napiGetArgAsInt64(const Napi::CallbackInfo& info, std::uint32_t index);
 
+// Argument 0 of a method that takes one object, or one boolean: checks the count, then the type.
+// What is passed beyond it is ignored.
+Napi::Object onlyObject(const Napi::CallbackInfo& info);
+bool onlyBoolean(const Napi::CallbackInfo& info);
+
 }  // namespace napi
 
 #endif  // ADDON_NAPI_ARGUMENTS_H_

@@ -19,15 +19,9 @@ Napi::FunctionReference TesselWrapperProxy::constructor_;
 
 namespace {
 
-Napi::Env requireMain(Napi::Env env) {
-  napi::requireMainEnvironment(env, "TesselWrapperProxy");
-  return env;
-}
-
 sharedmem::SharedMemoryKey readKey(const Napi::CallbackInfo& info) {
-  napi::napiCheckArgLength(info, 1);
-  const napi::NapiObjectPropertyHelper helper(info, napi::napiGetArgAsObject(info, 0),
-                                              "SharedData");
+  napi::requireMainEnvironment(info.Env(), "TesselWrapperProxy");
+  const napi::NapiObjectPropertyHelper helper(info, napi::onlyObject(info), "SharedData");
   sharedmem::SharedMemoryKey key;
   key.shmName = helper.getAsString("shm_name");
   key.semName = helper.getAsString("sem_name");
@@ -54,10 +48,13 @@ Napi::Object TesselWrapperProxy::Init(Napi::Env env, Napi::Object exports) {
 }
 
 TesselWrapperProxy::TesselWrapperProxy(const Napi::CallbackInfo& info)
+    : TesselWrapperProxy(info, readKey(info)) {}
+
+TesselWrapperProxy::TesselWrapperProxy(const Napi::CallbackInfo& info,
+                                       const sharedmem::SharedMemoryKey& key)
     : Napi::ObjectWrap<TesselWrapperProxy>(info),
-      frameObjects_(requireMain(info.Env())),
+      frameObjects_(info.Env()),
       cleanupHook_(info.Env(), [this] { end(); }) {
-  const sharedmem::SharedMemoryKey key = readKey(info);
   base::DiagnosticLine("TesselWrapperProxy::TesselWrapperProxy Params shm_name: ")
       .text(key.shmName.c_str())
       .text(", sem_name: ")
@@ -70,10 +67,9 @@ TesselWrapperProxy::TesselWrapperProxy(const Napi::CallbackInfo& info)
       .address(this);
 }
 
-TesselWrapperProxy::~TesselWrapperProxy() { end(); }
+TesselWrapperProxy::~TesselWrapperProxy() { cleanupHook_.run(); }
 
 void TesselWrapperProxy::end() {
-  if (std::exchange(hasEnded_, true)) return;
   base::DiagnosticLine("~TesselWrapperProxy: Pid:")
       .integer(getpid())
       .text(", obj:")

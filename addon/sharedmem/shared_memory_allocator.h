@@ -5,6 +5,7 @@
 
 #include <optional>
 
+#include "addon/sharedmem/accepted_files.h"
 #include "addon/sharedmem/names_at_exit.h"
 #include "addon/sharedmem/posix_shared_memory.h"
 #include "addon/sharedmem/shared_memory_info.h"
@@ -47,13 +48,15 @@ class SharedMemoryAllocator {
 
  private:
   bool initialize();
-  bool openSegmentAndSemaphore();
+  bool openObject();
+  bool mapObject();
+  bool openSemaphore();
   void uninitialize();
 
   const SharedMemoryInfo info_;
   FileDescriptor object_;
   SharedMapping mapping_;
-  NamedSemaphore semaphore_;
+  AcceptedSemaphore semaphore_;
   std::optional<NamesAtExit> namesAtExit_;
   bool initialised_ = false;
   bool locked_ = false;  // this object holds the semaphore

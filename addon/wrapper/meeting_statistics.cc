@@ -8,7 +8,6 @@
 using napi::toJavascript;
 
 namespace wrapper {
-
 namespace {
 
 using Properties = std::vector<std::pair<const char*, Napi::Value>>;
@@ -93,8 +92,7 @@ Napi::Value videoArray(Napi::Env env, const std::map<std::uint32_t, tsl::VideoSt
 }  // namespace
 
 void TesselWrapper::configureMeetingStats(const Napi::CallbackInfo& info) {
-  napi::napiCheckArgLength(info, 1);
-  const napi::NapiObjectPropertyHelper helper(info, napi::napiGetArgAsObject(info, 0),
+  const napi::NapiObjectPropertyHelper helper(info, napi::onlyObject(info),
                                               "configureMeetingStats");
   const bool enable = helper.getAsBoolean("enable");
   // Only the low 16 bits are kept.
@@ -106,13 +104,17 @@ Napi::Value TesselWrapper::getMeetingStats(const Napi::CallbackInfo& info) {
   const Napi::Env env = info.Env();
   tsl::MeetingStats stats;
   manager_->GetMeetingStats(stats);
-  return napi::makeObject(
-      env, {{"meetingStats", meetingObject(env, stats)},
-            {"video_send_stats", videoArray(env, stats.videoSend, sentVideoObject)},
-            {"content_send_stats", sentVideoObject(env, nullptr, stats.contentSend)},
-            {"video_recv_stats", videoArray(env, stats.videoReceive, receivedVideoObject)},
-            {"content_recv_stats", receivedVideoObject(env, nullptr, stats.contentReceive)},
-            {"audio_stats", audioObject(env, stats.audio)}});
+  // A group is attached before the next one is built.
+  const Napi::Object result = Napi::Object::New(env);
+  napi::setProperty(result, "meetingStats", meetingObject(env, stats));
+  napi::setProperty(result, "video_send_stats", videoArray(env, stats.videoSend, sentVideoObject));
+  napi::setProperty(result, "content_send_stats", sentVideoObject(env, nullptr, stats.contentSend));
+  napi::setProperty(result, "video_recv_stats",
+                    videoArray(env, stats.videoReceive, receivedVideoObject));
+  napi::setProperty(result, "content_recv_stats",
+                    receivedVideoObject(env, nullptr, stats.contentReceive));
+  napi::setProperty(result, "audio_stats", audioObject(env, stats.audio));
+  return result;
 }
 
 Napi::Value TesselWrapper::getMediaMeetingAttributes(const Napi::CallbackInfo& info) {

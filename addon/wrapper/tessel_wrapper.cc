@@ -21,15 +21,9 @@ Napi::FunctionReference TesselWrapper::emitterFactory_;
 
 namespace {
 
-Napi::Env requireMain(Napi::Env env) {
-  napi::requireMainEnvironment(env, "TesselWrapper");
-  return env;
-}
-
 tsl::CreateParams readCreateParams(const Napi::CallbackInfo& info) {
-  napi::napiCheckArgLength(info, 1);
-  const napi::NapiObjectPropertyHelper helper(info, napi::napiGetArgAsObject(info, 0),
-                                              "CreateParams");
+  napi::requireMainEnvironment(info.Env(), "TesselWrapper");
+  const napi::NapiObjectPropertyHelper helper(info, napi::onlyObject(info), "CreateParams");
   tsl::CreateParams params;
   params.szAppVersion = helper.getAsString("appVersion");
   params.szConfigPath = helper.getAsString("configPath");
@@ -123,11 +117,13 @@ Napi::Object TesselWrapper::Init(Napi::Env env, Napi::Object exports) {
 }
 
 TesselWrapper::TesselWrapper(const Napi::CallbackInfo& info)
+    : TesselWrapper(info, readCreateParams(info)) {}
+
+TesselWrapper::TesselWrapper(const Napi::CallbackInfo& info, const tsl::CreateParams& params)
     : Napi::ObjectWrap<TesselWrapper>(info),
-      frameObjects_(requireMain(info.Env())),
+      frameObjects_(info.Env()),
       cleanupHook_(info.Env(), [this] { end(); }) {
   const Napi::Env env = info.Env();
-  const tsl::CreateParams params = readCreateParams(info);
   printCreateParams(params);
   try {
     dispatcher_ = std::make_shared<events::JavascriptDispatcher>(env);
@@ -141,10 +137,9 @@ TesselWrapper::TesselWrapper(const Napi::CallbackInfo& info)
   printProcessAndObject("TesselWrapper: ", this);
 }
 
-TesselWrapper::~TesselWrapper() { end(); }
+TesselWrapper::~TesselWrapper() { cleanupHook_.run(); }
 
 void TesselWrapper::end() {
-  if (std::exchange(hasEnded_, true)) return;
   printProcessAndObject("~TesselWrapper: ", this);
   release();
 }
@@ -196,7 +191,7 @@ void TesselWrapper::setEmitterFactory(const Napi::CallbackInfo& info) {
   if (!factory.IsFunction()) {
     throw Napi::TypeError::New(env, "Wrong argument type for argument 1, expected Function");
   }
-  requireMain(env);
+  napi::requireMainEnvironment(env, "TesselWrapper");
   emitterFactory_ = Napi::Persistent(factory.As<Napi::Function>());
 }
 

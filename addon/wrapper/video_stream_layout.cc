@@ -9,7 +9,6 @@
 #include "base/diagnostic_line.h"
 
 namespace wrapper {
-
 namespace {
 
 bool hasOwn(Napi::Env env, Napi::Value object, const char* name) {

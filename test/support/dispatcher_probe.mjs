@@ -5,7 +5,5 @@ import path from 'node:path';
 
 import { build } from './build.mjs';
 
-const probe = createRequire(import.meta.url)(
-  path.join(build, 'test/addons/dispatcher_probe.node'),
-);
+const probe = createRequire(import.meta.url)(path.join(build, 'test/addons/dispatcher_probe.node'));
 export const { Dispatcher, Channel, closuresAlive } = probe;

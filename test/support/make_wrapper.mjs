@@ -12,10 +12,7 @@ export const PARAMS = {
 
 // { wrapper, emitter }. The wrapper holds the emitter weakly; it is kept alive as long as the class
 // has no other factory. The process ends by itself only after `wrapper.destroy()`.
-export function makeWrapper(
-  TesselWrapper,
-  { emitter = new EventEmitter(), params = PARAMS } = {},
-) {
+export function makeWrapper(TesselWrapper, { emitter = new EventEmitter(), params = PARAMS } = {}) {
   TesselWrapper._internal_setEmitterFactory(() => emitter);
   return { wrapper: new TesselWrapper(params), emitter };
 }

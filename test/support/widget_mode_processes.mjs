@@ -8,7 +8,6 @@ import './build.mjs'; // names the addon for the processes
 import { startProcess } from './commanded_process.mjs';
 import { filesNamedIn, removeLeftovers } from './shared_memory/shared_memory_names.mjs';
 
-
 const started = [];
 
 removeLeftovers();

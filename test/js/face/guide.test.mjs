@@ -69,7 +69,14 @@ function expectRun(name, lines) {
   const { status, signal, stdout, stderr } = spawnSync(
     process.execPath,
     ['--test-reporter=tap', path.join(directory, name)],
-    { cwd: directory, encoding: 'utf8', timeout: 60_000, killSignal: 'SIGKILL' },
+    {
+      cwd: directory,
+      // Set where `node --test` runs this file, it would change how the program's tests report.
+      env: { ...process.env, NODE_TEST_CONTEXT: undefined },
+      encoding: 'utf8',
+      timeout: 60_000,
+      killSignal: 'SIGKILL',
+    },
   );
   assert.deepEqual([status, signal, stderr], [0, null, '']);
   const said = stdout.split('\n');

@@ -9,10 +9,14 @@ import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { PROGRAM } from '../../support/meeting_app/meeting_app.mjs';
 
 test('--headless gives a summary at the terminal, with the options of its own', async (t) => {
-  const { stdout } = await promisify(execFile)(
-    process.execPath,
-    [PROGRAM, '--headless', '--seconds', '0.5', '--output', temporaryDirectory(t)],
-  );
+  const { stdout } = await promisify(execFile)(process.execPath, [
+    PROGRAM,
+    '--headless',
+    '--seconds',
+    '0.5',
+    '--output',
+    temporaryDirectory(t),
+  ]);
   assert.match(stdout, /^event callConnectionStatus {"connected":true}$/m);
   assert.match(stdout, /^picture .*remote-3\.png$/m);
   assert.doesNotMatch(stdout, /The meeting is at/);

@@ -7,7 +7,11 @@ import { describe, test } from 'node:test';
 import { setTimeout } from 'node:timers/promises';
 
 import { countOf } from '../../support/shared_memory/handmade_segments.mjs';
-import { startMain, startWidget, startWidgetWithoutProxy } from '../../support/widget_mode_processes.mjs';
+import {
+  startMain,
+  startWidget,
+  startWidgetWithoutProxy,
+} from '../../support/widget_mode_processes.mjs';
 import { remote } from '../../support/streams.mjs';
 
 const KILLS = 100;

@@ -276,10 +276,7 @@ async function sayEngineInUse({ say }) {
 
 test('the addon takes the engine that lies beside it, wherever it was copied', (t) => {
   const copy = copyOfAddon(t);
-  for (const { directory, addonPath: from } of [
-    { directory: build, addonPath },
-    copy,
-  ]) {
+  for (const { directory, addonPath: from } of [{ directory: build, addonPath }, copy]) {
     const said = saidIn(sayEngineInUse, { modules: ['./support/child.mjs'], args: [from] });
     assert.deepEqual(said, [path.join(directory, 'libtesselclient.so')]);
   }

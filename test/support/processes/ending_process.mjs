@@ -9,12 +9,7 @@ import { once } from 'node:events';
 
 import { addonFile } from '../build.mjs';
 import { makeWrapper } from '../make_wrapper.mjs';
-import {
-  collect,
-  construct,
-  constructInWidgetMode,
-  engine,
-} from '../scripted/wrapper_kit.mjs';
+import { collect, construct, constructInWidgetMode, engine } from '../scripted/wrapper_kit.mjs';
 
 const require = createRequire(import.meta.url);
 const [way, directory] = process.argv.slice(2);

@@ -5,7 +5,5 @@ import path from 'node:path';
 
 import { build } from '../build.mjs';
 
-const canary = createRequire(import.meta.url)(
-  path.join(build, 'test/addons/canary.node'),
-);
+const canary = createRequire(import.meta.url)(path.join(build, 'test/addons/canary.node'));
 canary[process.argv[2]]();

@@ -6,7 +6,6 @@ import '../build.mjs'; // names the addon for the processes
 import { startProcess } from '../commanded_process.mjs';
 import { filesNamedIn, removeLeftovers } from '../shared_memory/shared_memory_names.mjs';
 
-
 removeLeftovers();
 
 // On the scripted engine: { main, key }, with the names of its main segment. What it leaves in

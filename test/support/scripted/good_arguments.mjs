@@ -77,8 +77,8 @@ const videoStreamsState = () => ({
 
 const stream = () => remote(3);
 
-// A complete and fresh argument list by the name of the method, in the order of registration; values are different where a
-// mix-up could go unseen.
+// A complete and fresh argument list by the name of the method, in the order of registration. Values
+// differ where a mix-up could go unseen.
 export const goodArguments = {
   destroy: () => [],
   on: () => ['micLevel', () => {}],

@@ -13,7 +13,8 @@ export { nextTurn } from '../next_turn.mjs';
 export { EventEmitter, PARAMS, engine };
 
 // A new wrapper: see makeWrapper.
-export const construct = (options) => makeWrapper(engine.loadAddon().TesselWrapper, options).wrapper;
+export const construct = (options) =>
+  makeWrapper(engine.loadAddon().TesselWrapper, options).wrapper;
 
 // The same with a remote stream in widget mode, whose frames are being copied into its segment.
 export function constructInWidgetMode() {

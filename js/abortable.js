@@ -1,15 +1,8 @@
 'use strict';
 
 const { setMaxListeners } = require('node:events');
-const { inspect } = require('node:util');
 
 const clocks = require('./clocks.js');
-
-// One that is undefined was left out.
-function requireSignal(signal) {
-  if (signal === undefined || typeof signal?.aborted === 'boolean') return;
-  throw new TypeError(`Wrong signal ${inspect(signal, { depth: 0 })}, expected an AbortSignal`);
-}
 
 // Calls `abort` when `signal` is aborted, until what it returns is called. One signal may end any
 // number of waits: that is no leak to be warned of.
@@ -25,7 +18,6 @@ function onAbort(signal, abort) {
 function abortable(signals, begin) {
   const given = signals.filter((signal) => signal !== undefined);
   return new Promise((resolve, reject) => {
-    for (const signal of given) requireSignal(signal);
     const aborted = given.find((signal) => signal.aborted);
     if (aborted) {
       reject(aborted.reason);
@@ -55,4 +47,4 @@ function pause(milliseconds, signals) {
   });
 }
 
-module.exports = { abortable, onAbort, pause, requireSignal };
+module.exports = { abortable, onAbort, pause };

@@ -9,7 +9,7 @@
 
 const timers = require('node:timers');
 
-const { pause, requireSignal } = require('./abortable.js');
+const { pause } = require('./abortable.js');
 const clocks = require('./clocks.js');
 
 // The system's own count of seconds is behind the wall time by less than this.
@@ -42,10 +42,7 @@ function remainder(purpose) {
 // after little more than a second at most, and mostly at once. Rejects with the reason of that of
 // `signals` which is aborted before (those that are undefined are left out).
 async function makeSegment(purpose, make, signals = []) {
-  for (const signal of signals) {
-    requireSignal(signal);
-    signal?.throwIfAborted();
-  }
+  for (const signal of signals) signal?.throwIfAborted();
   while (remainder(purpose) > 0) await pause(remainder(purpose), signals);
   try {
     return withPrivateUmask(make);

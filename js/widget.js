@@ -1,13 +1,17 @@
 'use strict';
 
+const { inspect } = require('node:util');
+
 const { pause } = require('./abortable.js');
 const { TesselWrapperProxy } = require('./addon.js');
 const { ClosedError } = require('./errors.js');
 const { FrameLedger } = require('./frame_counters.js');
+const { inspectable, summary } = require('./inspection.js');
 const { requireMainThread } = require('./main_thread.js');
+const { checkOptions } = require('./options.js');
 const { Pace } = require('./pace.js');
 const { requireMemory } = require('./shared_memory.js');
-const { nameOf } = require('./stream_key.js');
+const { nameOf, requireStream } = require('./stream_key.js');
 
 // No frame of a segment has this number, so that the frame which is there is always answered.
 const NO_FRAME = -1;
@@ -37,22 +41,23 @@ class Widget {
 
   // The segment is locked from getFrame to releaseFrame, whatever the answer: its writer waits.
   read(stream, use) {
-    if (this.isClosed) throw this.#closing.signal.reason;
+    this.#requireReadable(stream, use);
     const frame = this.#proxy.getFrame(stream, NO_FRAME);
     const counters = this.#ledger.of(stream);
     this.#read.set(nameOf(stream), { ...stream });
     const hasPicture = !frame.noUpdate && frame.width > 0 && frame.height > 0;
     if (hasPicture) counters.delivered += 1;
     try {
-      return hasPicture ? synchronous(use(frame)) : undefined;
+      return hasPicture ? synchronous(use(inspectable(frame))) : undefined;
     } finally {
       this.#proxy.releaseFrame(stream);
       if (hasPicture) counters.released += 1;
     }
   }
 
-  async watch(stream, use, { rate = 30, signal } = {}) {
-    if (this.isClosed) throw this.#closing.signal.reason;
+  async watch(stream, use, options) {
+    this.#requireReadable(stream, use);
+    const { rate = 30, signal } = checkOptions(options, ['rate', 'signal'], 'watch');
     const pace = new Pace(rate);
     for (;;) {
       try {
@@ -66,6 +71,7 @@ class Widget {
   }
 
   remove(stream) {
+    requireStream(stream);
     this.#read.delete(nameOf(stream));
     this.#proxy.removeVideo(stream);
   }
@@ -83,6 +89,22 @@ class Widget {
 
   [Symbol.dispose]() {
     this.close();
+  }
+
+  [inspect.custom](depth, options) {
+    const properties = {
+      owner: this.#ledger.owner,
+      isClosed: this.isClosed,
+      frames: this.#ledger.byStream(),
+    };
+    return summary('Widget', properties, depth, options);
+  }
+
+  #requireReadable(stream, use) {
+    this.#closing.signal.throwIfAborted();
+    requireStream(stream);
+    if (typeof use === 'function') return;
+    throw new TypeError(`Wrong callback ${inspect(use, { depth: 0 })}, expected a function`);
   }
 }
 

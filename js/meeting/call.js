@@ -2,6 +2,7 @@
 
 const { CallError } = require('../errors.js');
 const { connectParams } = require('./parameters.js');
+const { limitsOf } = require('./waits.js');
 
 // The call of a meeting: joining it and leaving it.
 class Call {
@@ -14,6 +15,10 @@ class Call {
     this.#waits = waits;
   }
 
+  get state() {
+    return this.#state;
+  }
+
   follow(event, payload) {
     if (event === 'callDisconnect') this.#state = 'none';
     else if (event === 'callConnectionStatus' && payload.connected && this.#state === 'joining') {
@@ -21,8 +26,9 @@ class Call {
     }
   }
 
-  async join(connection, limits) {
+  async join(connection, options) {
     const params = connectParams(connection);
+    const limits = limitsOf(options, 'join');
     let isAsked = false;
     // Waits for the end of the call that is being left.
     const ask = () => {
@@ -50,7 +56,8 @@ class Call {
     }
   }
 
-  async leave(limits) {
+  async leave(options) {
+    const limits = limitsOf(options, 'leave');
     this.#waits.requireOpen();
     if (this.#state === 'none') {
       this.#disconnect();

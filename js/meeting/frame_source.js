@@ -1,9 +1,11 @@
 'use strict';
 
-const { requireSignal } = require('../abortable.js');
+const clocks = require('../clocks.js');
 const { ClosedError } = require('../errors.js');
+const { inspectable } = require('../inspection.js');
+const { checkOptions } = require('../options.js');
 const { Pace } = require('../pace.js');
-const { nameOf } = require('../stream_key.js');
+const { nameOf, requireStream } = require('../stream_key.js');
 
 // The one stream that may have frames without being announced: the camera's.
 const UNANNOUNCED = 'local-0';
@@ -22,14 +24,26 @@ class FrameSource {
     this.#ledger = ledger;
   }
 
-  frames(stream, { rate = 30, signal } = {}) {
-    requireSignal(signal);
-    return this.#poll({ ...stream }, new Pace(rate), signal);
+  frames(stream, options) {
+    requireStream(stream);
+    const { rate = 30, signal } = checkOptions(options, ['rate', 'signal'], 'frames');
+    const leaving = new AbortController();
+    const frames = this.#poll({ ...stream }, new Pace(rate), [signal, leaving.signal]);
+    // By itself a generator that waits for the next frame ends only when that has come.
+    for (const name of ['return', 'throw']) {
+      const end = frames[name];
+      const value = (result) => {
+        leaving.abort(new ClosedError('The loop was left'));
+        return end.call(frames, result);
+      };
+      Object.defineProperty(frames, name, { value });
+    }
+    return frames;
   }
 
   // Asks for the newest frame whenever one is due, and for none in between, so that none waits.
   // Nothing is due while the stream is not there.
-  async *#poll(stream, pace, signal) {
+  async *#poll(stream, pace, signals) {
     const name = nameOf(stream);
     const counters = this.#ledger.of(stream);
     const isAdded = (_name, payload, resolve) => nameOf(payload) === name && resolve();
@@ -39,8 +53,8 @@ class FrameSource {
     let isAwaited = false;
     for (;;) {
       try {
-        if (isAwaited) await this.#waits.until(['streamAdded'], isAdded, { signal });
-        await this.#waits.pause(pace.next(isDelivered), signal);
+        if (isAwaited) await this.#waits.until(['streamAdded'], isAdded, { signals });
+        await this.#waits.pause(pace.next(isDelivered), signals);
       } catch (error) {
         if (error instanceof ClosedError) return;
         throw error;
@@ -50,6 +64,7 @@ class FrameSource {
       shown = present;
 
       const frame = this.#wrapper.getFrame(stream, frameId);
+      frame.receivedAt = clocks.monotonicTime();
       isDelivered = !frame.noUpdate || (frame.clearFrame && frameId > 0);
       isAwaited = !isDelivered && !present && name !== UNANNOUNCED;
       if (!isDelivered) continue;
@@ -61,7 +76,7 @@ class FrameSource {
       }
       counters.delivered += 1;
       try {
-        yield frame;
+        yield inspectable(frame);
       } finally {
         counters.released += 1;
       }

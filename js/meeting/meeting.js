@@ -1,11 +1,17 @@
 'use strict';
 
+const { AsyncResource } = require('node:async_hooks');
+const { inspect } = require('node:util');
+
 const { TesselWrapper } = require('../addon.js');
 const { ClosedError } = require('../errors.js');
 const { requireEventName, requireEventNames } = require('../event_names.js');
 const { FrameLedger } = require('../frame_counters.js');
+const { summary } = require('../inspection.js');
 const { requireMainThread } = require('../main_thread.js');
+const { checkOptions } = require('../options.js');
 const { makeSegment } = require('../private_segments.js');
+const { nameOf, requireStream } = require('../stream_key.js');
 const { Call } = require('./call.js');
 const { EventQueue } = require('./event_queue.js');
 const { FollowedEmitter } = require('./followed_emitter.js');
@@ -22,13 +28,6 @@ const OPENING = Symbol('opening');
 // Those that are not closed: a meeting that only its listeners remember goes on.
 const open = new Set();
 
-// An application may await `promise` later than it rejects, after something else: that is no
-// unhandled rejection. Awaiting it rejects all the same.
-function early(promise) {
-  promise.catch(() => {});
-  return promise;
-}
-
 // One engine, the events that it emits, promises for what it answers by events, and frames at a
 // chosen rate. It belongs to the application, which closes it. Each concern is a part of its own.
 class Meeting {
@@ -37,15 +36,17 @@ class Meeting {
   #streams = new PresentStreams();
   #waits = new Waits(this.#emitter, this.#closing.signal);
   #wrapper;
+  #resource;
   #ledger;
   #call;
   #sharing;
   #entries;
   #source;
 
-  static async open(params, { signal } = {}) {
+  static async open(params, options) {
     requireMainThread('Meeting');
     const record = createParams(params);
+    const { signal } = checkOptions(options, ['signal'], 'open');
     return makeSegment('main', () => new Meeting(record, OPENING), [signal]);
   }
 
@@ -56,6 +57,8 @@ class Meeting {
     }
     TesselWrapper._internal_setEmitterFactory(() => this.#emitter);
     this.#wrapper = new TesselWrapper(record);
+    // For tools that look for what keeps a process alive: the engine's own handle is none of node's.
+    this.#resource = new AsyncResource('TesselMeeting', { requireManualDestroy: true });
     this.#ledger = new FrameLedger('meeting');
     this.#call = new Call(this.#wrapper, this.#waits);
     this.#sharing = new Sharing(this.#wrapper, this.#waits);
@@ -95,36 +98,37 @@ class Meeting {
   }
 
   waitFor(event, options) {
-    return early(this.#waits.next(event, options));
+    return this.#waits.next(event, options);
   }
 
-  events(names, { signal } = {}) {
+  events(names, options) {
     requireEventNames(names);
+    const { signal } = checkOptions(options, ['signal'], 'events');
     return new EventQueue(this.#emitter, names, { closing: this.#closing.signal, signal });
   }
 
-  join(connection, limits) {
-    return early(this.#call.join(connection, limits));
+  join(connection, options) {
+    return this.#call.join(connection, options);
   }
 
-  leave(limits) {
-    return early(this.#call.leave(limits));
+  leave(options) {
+    return this.#call.leave(options);
   }
 
-  requestContentShareToken(limits) {
-    return early(this.#sharing.requestToken(limits));
+  requestContentShareToken(options) {
+    return this.#sharing.requestToken(options);
   }
 
-  releaseContentShareToken(limits) {
-    return early(this.#sharing.releaseToken(limits));
+  releaseContentShareToken(options) {
+    return this.#sharing.releaseToken(options);
   }
 
-  startPresentation(params, limits) {
-    return early(this.#sharing.startPresentation(params, limits));
+  startPresentation(params, options) {
+    return this.#sharing.startPresentation(params, options);
   }
 
-  stopPresentation(limits) {
-    return early(this.#sharing.stopPresentation(limits));
+  stopPresentation(options) {
+    return this.#sharing.stopPresentation(options);
   }
 
   frames(stream, options) {
@@ -132,10 +136,11 @@ class Meeting {
   }
 
   enterWidgetMode(stream, options) {
-    return early(this.#entries.enter(stream, options));
+    return this.#entries.enter(stream, options);
   }
 
   exitWidgetMode(stream) {
+    requireStream(stream);
     this.#entries.exit(stream);
   }
 
@@ -148,6 +153,7 @@ class Meeting {
     if (this.isClosed) return;
     this.#closing.abort(new ClosedError('The meeting was closed'));
     open.delete(this);
+    this.#resource.emitDestroy();
     this.#ledger.close();
     try {
       this.#entries.exitAll();
@@ -158,6 +164,21 @@ class Meeting {
 
   [Symbol.dispose]() {
     this.close();
+  }
+
+  [inspect.custom](depth, options) {
+    const call = {
+      call: this.#call.state,
+      streams: this.streams.map(nameOf),
+      inWidgetMode: this.#entries.names,
+    };
+    const properties = {
+      owner: this.#ledger.owner,
+      isClosed: this.isClosed,
+      ...(this.isClosed ? {} : call),
+      frames: this.#ledger.byStream(),
+    };
+    return summary('Meeting', properties, depth, options);
   }
 
   // Keeps the parts up to date with what the engine tells.

@@ -32,6 +32,7 @@ const MEDIA_STREAM_STATE = {
   outgoingAudioMuted: false,
   outgoingVideoMuted: false,
 };
+const SHARE_PROPERTIES = ['type', 'screenId', 'applicationId', 'windowId'];
 const CONNECTION_PROPERTIES = ['uri', ...Object.keys(CONNECTION), 'mediaStreamState'];
 
 function requireRecord(record, expectation) {
@@ -77,4 +78,10 @@ function connectParams(connection) {
   };
 }
 
-module.exports = { connectParams, createParams };
+// The addon checks the rest.
+function shareParams(params) {
+  requireKnown(params, SHARE_PROPERTIES, 'ContentShareParams');
+  return params;
+}
+
+module.exports = { connectParams, createParams, shareParams };

@@ -1,7 +1,9 @@
 'use strict';
 
 const { CallError, ShareError } = require('../errors.js');
+const { shareParams } = require('./parameters.js');
 const { Undertaking } = require('./undertaking.js');
+const { limitsOf } = require('./waits.js');
 
 // The statuses that answer what is asked about sharing.
 const PRESENTATION = { begun: 'started', refused: ['failed', 'denied'], over: 'stopped' };
@@ -26,23 +28,25 @@ class Sharing {
     }
   }
 
-  requestToken(limits) {
-    return this.#begin(this.#token, 'requestContentShareToken', [], limits);
+  requestToken(options) {
+    return this.#begin(this.#token, 'requestContentShareToken', [], options);
   }
 
-  releaseToken(limits) {
-    return this.#end(this.#token, 'releaseContentShareToken', limits);
+  releaseToken(options) {
+    return this.#end(this.#token, 'releaseContentShareToken', options);
   }
 
-  startPresentation(params, limits) {
-    return this.#begin(this.#presentation, 'startPresentation', [params], limits);
+  async startPresentation(params, options) {
+    const record = shareParams(params);
+    return this.#begin(this.#presentation, 'startPresentation', [record], options);
   }
 
-  stopPresentation(limits) {
-    return this.#end(this.#presentation, 'stopPresentation', limits);
+  stopPresentation(options) {
+    return this.#end(this.#presentation, 'stopPresentation', options);
   }
 
-  async #begin(undertaking, operation, args, limits) {
+  async #begin(undertaking, operation, args, options) {
+    const limits = limitsOf(options, operation);
     const { begun, refused } = undertaking.statuses;
     const judge = ({ status }, resolve, reject) => {
       if (status === begun) resolve();
@@ -55,7 +59,8 @@ class Sharing {
     await this.#answer(operation, judge, ask, limits);
   }
 
-  async #end(undertaking, operation, limits) {
+  async #end(undertaking, operation, options) {
+    const limits = limitsOf(options, operation);
     const judge = ({ status }, resolve) => {
       if (status === undertaking.statuses.over || !undertaking.isPossible) resolve();
     };

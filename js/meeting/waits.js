@@ -1,21 +1,15 @@
 'use strict';
 
-const { inspect } = require('node:util');
-
 const { abortable, pause } = require('../abortable.js');
 const clocks = require('../clocks.js');
 const { TimeoutError, withFramesOf } = require('../errors.js');
 const { requireEventName } = require('../event_names.js');
+const { checkOptions } = require('../options.js');
 
-// The longest that a timer can wait.
-const MAX_TIMEOUT_MS = 2 ** 31 - 1;
-
-function requireTimeout(timeout) {
-  if (timeout === undefined) return;
-  if (typeof timeout === 'number' && timeout >= 0 && timeout <= MAX_TIMEOUT_MS) return;
-  throw new TypeError(
-    `Wrong timeout ${inspect(timeout)}, expected milliseconds from 0 to ${MAX_TIMEOUT_MS}`,
-  );
+// The limits of `operation`, as until() takes them.
+function limitsOf(options, operation) {
+  const { signal, timeout } = checkOptions(options, ['signal', 'timeout'], operation);
+  return { signals: [signal], timeout };
 }
 
 // Promises for the events of one meeting, all of which reject when it is closed.
@@ -37,12 +31,17 @@ class Waits {
     this.#closing.throwIfAborted();
   }
 
-  // The payload of the next event of this name that `where` accepts.
-  async next(event, options) {
-    requireEventName(event);
-    const { where = () => true, ...limits } = options ?? {};
-    const judge = (_name, payload, resolve) => where(payload) && resolve(payload);
-    return this.until([event], judge, limits);
+  // The payload of the next event of this name that `where` accepts. The application may make this
+  // promise early and await it late: that it rejects meanwhile is no unhandled rejection. A wrong
+  // argument is one.
+  next(event, options) {
+    try {
+      const wait = this.#next(event, options);
+      wait.catch(() => {});
+      return wait;
+    } catch (error) {
+      return Promise.reject(error);
+    }
   }
 
   // Listens to the events `names`, then runs `ask`; settles as `judge(name, payload, resolve,
@@ -52,13 +51,12 @@ class Waits {
   until(
     names,
     judge,
-    { signal, timeout } = {},
+    { signals = [], timeout } = {},
     { ask = () => {}, tooLate = `No ${names.join(' or ')} within` } = {},
   ) {
     const asked = {};
     Error.captureStackTrace(asked, this.until);
-    return abortable([this.#closing, signal], (resolve, reject, undo) => {
-      requireTimeout(timeout);
+    return abortable([this.#closing, ...signals], (resolve, reject, undo) => {
       const fail = (error) => reject(withFramesOf(asked, error));
       for (const name of names) {
         const listener = (payload) => {
@@ -81,9 +79,17 @@ class Waits {
   }
 
   // Settles after `milliseconds`.
-  pause(milliseconds, signal) {
-    return pause(milliseconds, [signal, this.#closing]);
+  pause(milliseconds, signals) {
+    return pause(milliseconds, [this.#closing, ...signals]);
+  }
+
+  #next(event, options) {
+    requireEventName(event);
+    const names = ['where', 'signal', 'timeout'];
+    const { where = () => true, signal, timeout } = checkOptions(options, names, 'waitFor');
+    const judge = (_name, payload, resolve) => where(payload) && resolve(payload);
+    return this.until([event], judge, { signals: [signal], timeout });
   }
 }
 
-module.exports = { Waits };
+module.exports = { Waits, limitsOf };

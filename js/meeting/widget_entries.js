@@ -1,8 +1,9 @@
 'use strict';
 
+const { checkOptions } = require('../options.js');
 const { makeSegment } = require('../private_segments.js');
 const { hasFrameMemory, requireEntry, requireMemory } = require('../shared_memory.js');
-const { nameOf } = require('../stream_key.js');
+const { nameOf, requireStream } = require('../stream_key.js');
 
 // What may be the matter when a meeting, or one of its streams, has no shared memory.
 const NO_MAIN_MEMORY =
@@ -28,16 +29,23 @@ class WidgetEntries {
     this.#closing = closing;
   }
 
+  get names() {
+    return [...this.#entered.keys()];
+  }
+
   // What comes back under the name of a stream that is gone is another stream for the engine.
   follow(event, payload) {
     if (event === 'streamRemoved') this.exit(payload);
   }
 
   // Settles with the names of the main segment.
-  async enter(stream, { signal } = {}) {
+  async enter(stream, options) {
     this.#closing.throwIfAborted();
+    requireStream(stream);
+    const { signal } = checkOptions(options, ['signal'], 'enterWidgetMode');
     const name = nameOf(stream);
     if (!this.#entered.has(name)) {
+      this.#requirePresent(name);
       const entry = this.#waiting.get(name) ?? new AbortController();
       this.#waiting.set(name, entry);
       const signals = [signal, this.#closing, entry.signal];
@@ -60,7 +68,7 @@ class WidgetEntries {
 
   #enter(name, stream) {
     if (this.#entered.has(name)) return;
-    if (!this.#streams.presenceOf(name)) throw new Error(`The stream ${name} is not there`);
+    this.#requirePresent(name);
     requireEntry(stream);
     const names = this.#sharedNames();
     this.#wrapper.enterWidgetMode(stream);
@@ -69,6 +77,15 @@ class WidgetEntries {
       throw new Error(`The stream ${name} has not entered widget mode. ${NO_FRAME_MEMORY}`);
     }
     this.#entered.set(name, { ...stream });
+  }
+
+  #requirePresent(name) {
+    if (this.#streams.presenceOf(name)) return;
+    const present = this.#streams.all.map(nameOf).join(', ') || 'none';
+    throw new Error(
+      `The stream ${name} is not there, or not yet: enter it when its "streamAdded" has come ` +
+        `(there are: ${present})`,
+    );
   }
 
   // The names of the main segment, which a widget can open.

@@ -8,6 +8,7 @@ import { inspect } from 'node:util';
 import { runInChild } from '../../support/child.mjs';
 import * as engine from '../../support/scripted/scripted_engine.mjs';
 import { face, mockClocks, openMeeting } from '../../support/face.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const { CallError, Meeting, ShareError, TimeoutError } = face;
 
@@ -31,7 +32,6 @@ describe('the events of a meeting', () => {
     return meeting.waitFor('callDisconnect');
   });
 
-  const remote = (streamIndex) => ({ type: 'remote', streamIndex });
   const added = (streamIndex) => engine.fire('NotifyStreamAdded', remote(streamIndex), 7);
 
   async function join() {
@@ -110,9 +110,86 @@ describe('the events of a meeting', () => {
       await assert.rejects(meeting.waitFor('micLevel', { signal }), refusal);
       await assert.rejects(meeting.join({ uri: 'scripted' }, { signal }), refusal);
       await assert.rejects(Meeting.open({ logPath: '/dev/null' }, { signal }), refusal);
-      await assert.rejects(meeting.enterWidgetMode({ type: 'remote' }, { signal }), refusal);
+      await assert.rejects(meeting.enterWidgetMode(remote(0), { signal }), refusal);
       assert.throws(() => meeting.events(['micLevel'], { signal }), refusal);
       assert.throws(() => meeting.frames({ type: 'remote', streamIndex: 0 }, { signal }), refusal);
+    }
+    assert.deepEqual(engine.operations(), []);
+  });
+
+  test('options that are none, or misspelt, are refused, and the engine is not asked', async () => {
+    const stream = remote(0);
+    const limits = ['signal', 'timeout'];
+    const operations = {
+      open: [(options) => Meeting.open({ logPath: '/dev/null' }, options), ['signal']],
+      waitFor: [(options) => meeting.waitFor('micLevel', options), ['where', ...limits]],
+      events: [async (options) => meeting.events(['micLevel'], options), ['signal']],
+      join: [(options) => meeting.join({ uri: 'scripted' }, options), limits],
+      leave: [(options) => meeting.leave(options), limits],
+      requestContentShareToken: [(options) => meeting.requestContentShareToken(options), limits],
+      releaseContentShareToken: [(options) => meeting.releaseContentShareToken(options), limits],
+      startPresentation: [
+        (options) => meeting.startPresentation({ type: 'screen' }, options),
+        limits,
+      ],
+      stopPresentation: [(options) => meeting.stopPresentation(options), limits],
+      frames: [async (options) => meeting.frames(stream, options), ['rate', 'signal']],
+      enterWidgetMode: [(options) => meeting.enterWidgetMode(stream, options), ['signal']],
+    };
+    for (const [name, [ask, known]] of Object.entries(operations)) {
+      for (const none of [5, null, 'fast', new AbortController().signal]) {
+        await assert.rejects(ask(none), {
+          name: 'TypeError',
+          message:
+            `Wrong options ${inspect(none, { depth: 0 })} of ${name}, ` +
+            `expected an object: { ${known.join(', ')} }`,
+        });
+      }
+      await assert.rejects(ask({ timeOut: 5 }), {
+        name: 'TypeError',
+        message: `Unknown option timeOut of ${name}, expected one of ${known.join(', ')}`,
+      });
+    }
+    await assert.rejects(meeting.waitFor('micLevel', { where: 5 }), {
+      name: 'TypeError',
+      message: 'Wrong where 5, expected a function',
+    });
+    await assert.rejects(meeting.startPresentation({ type: 'screen', screenID: 1 }), {
+      name: 'TypeError',
+      message: 'Unknown property screenID on object ContentShareParams',
+    });
+    assert.deepEqual(engine.operations(), []);
+  });
+
+  test('options that are undefined are left out', async () => {
+    const nothing = { signal: undefined, timeout: undefined, timeOut: undefined };
+    const level = meeting.waitFor('micLevel', { ...nothing, where: undefined });
+    engine.fire('NotifyMicLevel', 1);
+    assert.deepEqual(await level, { level: 1 });
+    assert.equal(await meeting.leave(nothing), undefined);
+  });
+
+  test('streams that are none are refused where they are given', async () => {
+    for (const [stream, message] of [
+      ['remote', "Wrong stream 'remote', expected an object: { type: 'remote', streamIndex: 0 }"],
+      [undefined, "Wrong stream undefined, expected an object: { type: 'remote', streamIndex: 0 }"],
+      [
+        { type: 'Remote', streamIndex: 0 },
+        "Wrong type 'Remote' of a stream, expected one of local, remote, content",
+      ],
+      [
+        { type: 'remote' },
+        'Wrong streamIndex undefined of a stream, expected a whole number of 32 bits',
+      ],
+      [
+        { type: 'remote', streamIndex: 1.5 },
+        'Wrong streamIndex 1.5 of a stream, expected a whole number of 32 bits',
+      ],
+    ]) {
+      const refusal = { name: 'TypeError', message };
+      assert.throws(() => meeting.frames(stream), refusal);
+      assert.throws(() => meeting.exitWidgetMode(stream), refusal);
+      await assert.rejects(meeting.enterWidgetMode(stream), refusal);
     }
     assert.deepEqual(engine.operations(), []);
   });

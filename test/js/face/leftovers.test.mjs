@@ -19,7 +19,8 @@ import { startProcess } from '../../support/commanded_process.mjs';
 import { limitedSharedMemory } from '../../support/shared_memory/limited_shared_memory.mjs';
 import { filesNamedIn } from '../../support/shared_memory/shared_memory_names.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { repository, requireFace } from '../../support/face.mjs';
+import { repository } from '../../support/build.mjs';
+import { requireFace } from '../../support/face.mjs';
 
 const { leftovers } = requireFace('./leftovers.js');
 const { checkLeftovers, clean } = requireFace('./doctor.js');
@@ -154,7 +155,7 @@ const STREAM = { type: 'remote', streamIndex: 0 };
 
 // A meeting's process with a stream in widget mode.
 async function startMeeting(t, command) {
-  const meeting = startProcess(t, './face/fixtures/meeting_process.mjs', { command });
+  const meeting = startProcess(t, './support/processes/face_meeting_process.mjs', { command });
   await meeting.does('join', 'tessel:demo?participants=1', 1);
   await meeting.does('enter', STREAM);
   return meeting;

@@ -8,10 +8,11 @@ import { afterEach, beforeEach, test } from 'node:test';
 
 import { readCard } from '../../support/card_code.mjs';
 import { face, joinMeeting } from '../../support/face.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const { ClosedError, Widget, copyI420, frameCounters } = face;
 
-const STREAM = { type: 'remote', streamIndex: 0 };
+const STREAM = remote(0);
 
 const afterwards = [];
 const testLike = { after: (step) => afterwards.push(step) };
@@ -190,11 +191,39 @@ test('closing ends watches and refuses reads and further watches; disposing clos
   assert.equal(other.isClosed, true);
 });
 
-test('a stream key that is none is refused, and closing is as before', async () => {
+test('streams, callbacks and options that are none are refused, and closing is as before', async () => {
+  const none = { type: 'Remote', streamIndex: 0 };
+  const noStream = {
+    name: 'TypeError',
+    message: "Wrong type 'Remote' of a stream, expected one of local, remote, content",
+  };
+  assert.throws(() => widget.read(none, () => {}), noStream);
+  assert.throws(() => widget.remove(none), noStream);
+  await assert.rejects(
+    widget.watch(none, () => {}),
+    noStream,
+  );
+  const noCallback = {
+    name: 'TypeError',
+    message: 'Wrong callback undefined, expected a function',
+  };
+  assert.throws(() => widget.read(STREAM), noCallback);
+  await assert.rejects(widget.watch(STREAM), noCallback);
+  await assert.rejects(
+    widget.watch(STREAM, () => {}, 5),
+    {
+      name: 'TypeError',
+      message: 'Wrong options 5 of watch, expected an object: { rate, signal }',
+    },
+  );
+  await assert.rejects(
+    widget.watch(STREAM, () => {}, { fps: 5 }),
+    {
+      name: 'TypeError',
+      message: 'Unknown option fps of watch, expected one of rate, signal',
+    },
+  );
   const watching = widget.watch(STREAM, () => {}, { rate: 0.001 });
-  assert.throws(() => widget.read({ type: 'Remote', streamIndex: 0 }, () => {}), {
-    message: 'Invalid value for type StreamIndex, expected local|remote|content',
-  });
   widget.close();
   assert.equal(widget.isClosed, true);
   assert.equal(await watching, undefined);

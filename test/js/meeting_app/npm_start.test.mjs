@@ -17,8 +17,8 @@ import { createInterface } from 'node:readline';
 import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
-import { temporaryDirectory } from '../support/temporary_directory.mjs';
-import { environment } from './support/meeting_app.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import '../../support/build.mjs'; // names the addon for the meeting
 
 const repository = fileURLToPath(new URL('../../..', import.meta.url));
 
@@ -27,7 +27,9 @@ const repository = fileURLToPath(new URL('../../..', import.meta.url));
 function treeIn(directory) {
   const write = (name, lines) => {
     mkdirSync(path.join(directory, path.dirname(name)), { recursive: true });
-    writeFileSync(path.join(directory, name), ['#!/bin/sh', ...lines, ''].join('\n'), { mode: 0o755 });
+    writeFileSync(path.join(directory, name), ['#!/bin/sh', ...lines, ''].join('\n'), {
+      mode: 0o755,
+    });
   };
   copyFileSync(path.join(repository, 'package.json'), path.join(directory, 'package.json'));
   symlinkSync(path.join(repository, 'examples'), path.join(directory, 'examples'));
@@ -53,18 +55,18 @@ function meetingIn(leader) {
 }
 
 for (const signal of ['SIGINT', 'SIGTERM']) {
-  test(`the meeting has ended when npm has, which is sent ${signal}`, async (t) => {
+  test(`${signal} to npm ends the meeting`, { timeout: 60_000 }, async (t) => {
     const tree = treeIn(temporaryDirectory(t));
     const npm = spawn('npm', ['start', '--', '--uri', 'tessel:test'], {
       cwd: tree,
-      env: { ...environment, LD_PRELOAD: '' },
+      env: { ...process.env, LD_PRELOAD: '' },
       stdio: ['ignore', 'pipe', 'inherit'],
       detached: true,
     });
     const ended = once(npm, 'exit');
-    let meeting;
+    let meeting = npm.pid; // until it has started
     t.after(() => {
-      if (existsSync(`/proc/${meeting ?? npm.pid}`)) process.kill(-npm.pid, 'SIGKILL');
+      if (existsSync(`/proc/${meeting}`)) process.kill(-npm.pid, 'SIGKILL');
     });
     for await (const line of createInterface({ input: npm.stdout })) {
       if (line.startsWith('The meeting is at ')) break;

@@ -173,8 +173,8 @@ test('a process that ends by itself gives its windows back, and the host closes 
   const host = hostFor(t, room);
   await stateIs(room, ({ widget }) => widget.phase === 'ended');
   await stateIs(room, (state) => !isInWindow(state));
-  const [{ message }] = await logIn(room, 'error');
-  assert.match(message, /^The widget process: The memory of the meeting is not there/);
+  const [{ payload }] = room.log.filter(({ name }) => name === 'error');
+  assert.match(payload.message, /^The widget process: The memory of the meeting is not there/);
   host.close();
 });
 

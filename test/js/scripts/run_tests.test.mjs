@@ -158,6 +158,18 @@ const CASES = [
     closing: '2 passed, 0 failed',
   },
   {
+    name: 'leaves out the test files that it is not to run',
+    arguments: ['--without', 'elsewhere', '--without', 'js/folder'],
+    closing: '1 passed, 1 failed',
+    shown: 'test files: none was found',
+  },
+  {
+    name: 'leaves out the native tests where only JavaScript is asked for',
+    arguments: ['--javascript'],
+    ctestStatus: 1,
+    closing: '2 passed, 0 failed',
+  },
+  {
     name: 'fails when nothing has the name that was asked for',
     arguments: ['--only', 'elsewhere'],
     native: [],
@@ -224,6 +236,7 @@ for (const [given, said] of [
   [['release', '--other'], "Unknown option '--other'"],
   [['release', '--only'], "Option '--only <value>' argument missing"],
   [['release', '--only', ''], '--only needs a TEXT'],
+  [['release', '--without', 'a', '--without', ''], '--without needs a TEXT'],
 ]) {
   test(`the test runner refuses ${given.length > 0 ? given.join(' ') : 'to run nothing'}`, () => {
     const { stderr, status } = spawnSync(process.execPath, ['scripts/run_tests.mjs', ...given], {

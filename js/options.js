@@ -1,0 +1,56 @@
+'use strict';
+
+// The options that operations take last: what is misspelt or of another kind is refused, not ignored.
+
+const { inspect } = require('node:util');
+
+// The longest that a timer can wait.
+const MAX_TIMEOUT_MS = 2 ** 31 - 1;
+
+const CHECKS = {
+  rate(rate) {
+    if (typeof rate !== 'number') throw new TypeError(`rate ${inspect(rate)}: not a number`);
+    if (!(rate > 0)) throw new RangeError(`rate ${rate}: not a positive number`);
+  },
+  signal(signal) {
+    if (typeof signal?.aborted === 'boolean') return;
+    throw new TypeError(`Wrong signal ${inspect(signal, { depth: 0 })}, expected an AbortSignal`);
+  },
+  timeout(timeout) {
+    if (typeof timeout === 'number' && timeout >= 0 && timeout <= MAX_TIMEOUT_MS) return;
+    throw new TypeError(
+      `Wrong timeout ${inspect(timeout)}, expected milliseconds from 0 to ${MAX_TIMEOUT_MS}`,
+    );
+  },
+  where(where) {
+    if (typeof where === 'function') return;
+    throw new TypeError(`Wrong where ${inspect(where, { depth: 0 })}, expected a function`);
+  },
+};
+
+// A signal has no names of its own, and would pass for options that are all left out.
+function isRecord(options) {
+  return typeof options === 'object' && options !== null && !('aborted' in options);
+}
+
+// The `options` of `operation`, which knows those called `names`; undefined leaves one, or all, out.
+function checkOptions(options = {}, names, operation) {
+  if (!isRecord(options)) {
+    const given = inspect(options, { depth: 0 });
+    throw new TypeError(
+      `Wrong options ${given} of ${operation}, expected an object: { ${names.join(', ')} }`,
+    );
+  }
+  for (const [name, value] of Object.entries(options)) {
+    if (value === undefined) continue;
+    if (!names.includes(name)) {
+      throw new TypeError(
+        `Unknown option ${name} of ${operation}, expected one of ${names.join(', ')}`,
+      );
+    }
+    CHECKS[name](value);
+  }
+  return options;
+}
+
+module.exports = { checkOptions };

@@ -10,6 +10,8 @@ const { OVERRIDE, addonPath, loadAddon } = require('./load_addon.js');
 const { SEGMENT_LAYOUT } = require('./segment_layout.js');
 const { engines } = require('../package.json');
 
+// The lines of Node.js with which the addon is tested.
+const TESTED_LINES = ['20', '22', '24', '26'];
 const PAGE = 4096;
 // What one stream in widget mode takes: the pages of its segment, and the one of its semaphore.
 const STREAM_BYTES = Math.ceil(SEGMENT_LAYOUT.frameSegmentSize / PAGE) * PAGE + PAGE;
@@ -33,9 +35,13 @@ function checkNode({ version, platform, arch }) {
     return bad(text, 'The addon runs on linux x64 alone.');
   }
   const order = new Intl.Collator('en', { numeric: true });
-  return order.compare(version, minimum) < 0
-    ? bad(text, `Install Node.js ${minimum} or newer.`)
-    : good(text);
+  if (order.compare(version, minimum) < 0) {
+    return bad(text, `Install Node.js ${minimum} or newer.`);
+  }
+  const [line] = version.split('.');
+  return TESTED_LINES.includes(line)
+    ? good(text)
+    : warning(text, `The addon is tested with Node.js ${TESTED_LINES.join(', ')}.`);
 }
 
 // Of the addon and, when it can be loaded, of the engine that the system's loader found for it.

@@ -30,11 +30,19 @@ class FrameLedger {
     return [...FrameLedger.#open].flatMap((ledger) => ledger.rows());
   }
 
+  get owner() {
+    return this.#owner;
+  }
+
   of(stream) {
     const name = nameOf(stream);
     let counters = this.#streams.get(name);
     if (!counters) this.#streams.set(name, (counters = new FrameCounters()));
     return counters;
+  }
+
+  byStream() {
+    return Object.fromEntries(this.#streams);
   }
 
   rows() {

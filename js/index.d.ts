@@ -87,6 +87,19 @@ export interface PictureFrame {
 
 export type Frame = PictureFrame | FrameWithoutPicture;
 
+/** What `Meeting.frames` adds to a frame. */
+export interface Received {
+  /**
+   * When the loop got the frame from the engine: milliseconds on the clock of `performance.now()`,
+   * which never goes back. A loop that keeps up gets it within one period of its rate. It is not the
+   * time of capture.
+   */
+  readonly receivedAt: number;
+}
+
+/** A frame of `Meeting.frames`. */
+export type ReceivedFrame = (PictureFrame | ClearFrame) & Received;
+
 // ---- Records that methods take
 
 /** Describes the application to its engine. */
@@ -558,7 +571,7 @@ export class TesselWrapperProxy {
 
 /**
  * The longest that a promise waits, from the call to the end. Ends the waiting, not what the engine
- * was asked for.
+ * was asked for. Here as in all options, one that is not listed is refused with a `TypeError`.
  */
 export interface Limits {
   /** The promise rejects with its reason when it is aborted. */
@@ -618,16 +631,17 @@ export interface FrameCounters {
  * not here is asked of `wrapper`.
  *
  * A meeting belongs to the application and lives until it is closed: nobody has to hold it for its
- * listeners to be called. Its promises reject with a `ClosedError` when it is closed. One that
- * rejects before it is awaited is no unhandled rejection.
+ * listeners to be called. Its promises reject with a `ClosedError` when it is closed. A rejection
+ * that nobody handles is reported by node, but for those of `waitFor`.
  */
 export class Meeting implements Disposable {
   private constructor();
 
   /**
    * Makes an engine, which blocks until it is initialised. Its shared memory and its log are made
-   * readable for this user alone. A second meeting within one second waits for the next one. Rejects
-   * with a `TypeError` for a property that there is not.
+   * readable for this user alone. A second meeting within one second of the process waits for the
+   * next one. Rejects with a `TypeError`, before it waits, for a property that is missing, of another
+   * type or not listed.
    *
    * Replaces the emitter factory of `TesselWrapper`.
    */
@@ -654,7 +668,8 @@ export class Meeting implements Disposable {
 
   /**
    * The payload of the next such event. It listens from the moment it is called, so nothing is lost
-   * when it is called before what brings the event about, and awaited afterwards.
+   * when it is called before what brings the event about, and awaited afterwards. That it rejects
+   * before it is awaited is no unhandled rejection, unless its arguments are wrong.
    */
   waitFor<Name extends MeetingEventName>(
     event: Name,
@@ -694,15 +709,13 @@ export class Meeting implements Disposable {
    * The stream's frames at no more than the chosen rate, each the newest one when it is asked for;
    * none waits in a buffer. After a picture one `ClearFrame` tells that the stream shows nothing any
    * more. Ends when a stream that was there is gone, and with the meeting; a stream that is not
-   * there yet is waited for.
+   * there yet is waited for, and `return()` ends that at once. Throws a `TypeError` for a stream that
+   * is none.
    *
    * The planes of a frame are valid in the loop's body, as long as nothing else reads the same
    * stream.
    */
-  frames(
-    stream: StreamKey,
-    options?: FrameOptions,
-  ): AsyncGenerator<PictureFrame | ClearFrame, void, void>;
+  frames(stream: StreamKey, options?: FrameOptions): AsyncGenerator<ReceivedFrame, void, void>;
 
   /**
    * Copies the stream's frames into shared memory, for a `Widget` in a second process, which is made

@@ -6,6 +6,7 @@ const { pause } = require('./abortable.js');
 const { TesselWrapperProxy } = require('./addon.js');
 const { ClosedError } = require('./errors.js');
 const { FrameLedger } = require('./frame_counters.js');
+const { inspectable, summary } = require('./inspection.js');
 const { requireMainThread } = require('./main_thread.js');
 const { checkOptions } = require('./options.js');
 const { Pace } = require('./pace.js');
@@ -47,7 +48,7 @@ class Widget {
     const hasPicture = !frame.noUpdate && frame.width > 0 && frame.height > 0;
     if (hasPicture) counters.delivered += 1;
     try {
-      return hasPicture ? synchronous(use(frame)) : undefined;
+      return hasPicture ? synchronous(use(inspectable(frame))) : undefined;
     } finally {
       this.#proxy.releaseFrame(stream);
       if (hasPicture) counters.released += 1;
@@ -88,6 +89,15 @@ class Widget {
 
   [Symbol.dispose]() {
     this.close();
+  }
+
+  [inspect.custom](depth, options) {
+    const properties = {
+      owner: this.#ledger.owner,
+      isClosed: this.isClosed,
+      frames: this.#ledger.byStream(),
+    };
+    return summary('Widget', properties, depth, options);
   }
 
   #requireReadable(stream, use) {

@@ -2,9 +2,9 @@
 # scripts/coverage.sh [DIRECTORY...]
 #
 # Runs all tests and prints which lines and branches of the directories they reach, and which they do
-# not: of addon/sharedmem, addon/frames and addon/events unless others are named. Fails when the tests
-# fail and, unless others are named, when too little is reached. build/coverage/report shows every
-# line.
+# not: of addon/sharedmem, addon/frames, addon/events and addon/utils unless others are named. Fails
+# when the tests fail and, unless others are named, when too little is reached. build/coverage/report
+# shows every line.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -12,7 +12,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 directories=("$@")
 goals=()
 if ((${#directories[@]} == 0)); then
-  directories=(addon/sharedmem addon/frames addon/events)
+  directories=(addon/sharedmem addon/frames addon/events addon/utils)
   goals=(--fail-under-line 99 --fail-under-branch 95)
 fi
 

@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
-# Checks formatting, the scripts, the JavaScript and the C++ code, and reports all that it finds.
-# scripts/format.sh puts the formatting right.
+# Checks formatting, the layers, the scripts, the JavaScript and the C++ code, and reports all that it
+# finds. scripts/format.sh corrects the formatting.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-# What clang-tidy once found clean is not looked at again, unless the rules have changed.
-cmp -s .clang-tidy build/tidy/checked_with || rm -rf build/tidy
+# A file that clang-tidy has found clean is not checked again, unless the rules have changed.
+rules() { git ls-files -z '*.clang-tidy' | xargs -0 tail -n +1; }
+rules | cmp -s - build/tidy/checked_with || rm -rf build/tidy
 scripts/setup.sh tidy --for lint
-cp .clang-tidy build/tidy/checked_with
+rules >build/tidy/checked_with
 
 clean=true
 check() {
@@ -20,6 +21,7 @@ mapfile -d '' -t cpp_files < <(git ls-files -z '*.cc' '*.h')
 mapfile -d '' -t shell_scripts < <(git ls-files -z '*.sh' .ci/run)
 
 check clang-format clang-format --dry-run -Werror "${cpp_files[@]}"
+check "the layers" node scripts/check_layers.mjs
 check shellcheck shellcheck "${shell_scripts[@]}"
 check prettier node_modules/.bin/prettier --check --log-level warn .
 check eslint node_modules/.bin/eslint --max-warnings 0 .

@@ -1,4 +1,4 @@
-// The system's events: their names, and the shapes of their payloads.
+// The events: their names, and the shapes of their payloads.
 
 #ifndef ADDON_EVENTS_EMIT_FUNCTIONS_H_
 #define ADDON_EVENTS_EMIT_FUNCTIONS_H_
@@ -8,7 +8,9 @@
 #include <initializer_list>
 #include <vector>
 
-// In the order of the event table in emit_functions.cc.
+namespace events {
+
+// In the order of the functions in emit_functions.cc.
 enum class TesselEvent {
   kStreamAdded,
   kStreamRemoved,
@@ -42,5 +44,7 @@ class EmitFunctions {
  private:
   std::vector<Napi::FunctionReference> functions_;  // by event
 };
+
+}  // namespace events
 
 #endif  // ADDON_EVENTS_EMIT_FUNCTIONS_H_

@@ -3,11 +3,12 @@
 #include "addon/napi/values.h"
 #include "base/diagnostic_line.h"
 
-using Utils::toJavascript;
+using napi::toJavascript;
 
+namespace events {
 namespace {
 
-// Every text function answers null for a value that has none.
+// Each text function returns null for a value without a text.
 
 const char* typeFromStreamIndex(std::pair<TSLM_STREAM_INDEX, int> stream) {
   switch (stream.first) {
@@ -77,13 +78,14 @@ napi_value textOrUndefined(Napi::Env env, const char* text) {
 
 }  // namespace
 
-TesselEventHandler::TesselEventHandler(std::shared_ptr<JavascriptDispatcher> dispatcher,
-                                       const std::shared_ptr<StreamManager>& /*streamManager*/)
+TesselEventHandler::TesselEventHandler(
+    std::shared_ptr<JavascriptDispatcher> dispatcher,
+    const std::shared_ptr<frames::StreamManager>& /*streamManager*/)
     : dispatcher_(std::move(dispatcher)) {}
 
 void TesselEventHandler::setEmitter(Napi::Object emitter) {
   if (!emitFunctions_) emitFunctions_.emplace(emitter.Env());
-  emitter_ = Utils::weakReference(emitter);
+  emitter_ = napi::weakReference(emitter);
 }
 
 void TesselEventHandler::detach() {
@@ -209,3 +211,5 @@ void TesselEventHandler::NotifyUpdateVOQualityIndex(VSPVoQualityIndex index) {
     emitEvent(TesselEvent::kVspUpdateVoqi, {toJavascript(env, static_cast<std::int32_t>(index))});
   });
 }
+
+}  // namespace events

@@ -11,6 +11,8 @@
 #include "tesselclient/types.h"
 #include "tesselclient/video_frame.h"
 
+namespace frames {
+
 // Builds the frame objects of one environment. The properties and their order are fixed: noUpdate,
 // clearFrame, frameId, csrc, and with a picture also width, height and, for each of the planes y, u
 // and v, <plane>PlaneBuffer (Uint8Array), <plane>PlaneBufferWidth, -Height, -Size and -Stride.
@@ -38,5 +40,7 @@ class FrameObjects {
   Napi::FunctionReference makeHeader_;
   Napi::FunctionReference makePicture_;
 };
+
+}  // namespace frames
 
 #endif  // ADDON_FRAMES_FRAME_OBJECTS_H_

@@ -6,12 +6,13 @@
 
 #include "addon/napi/status.h"
 
+namespace frames {
 namespace {
 
 napi_value copyOf(napi_env env, const VideoPlane& plane) {
   void* copy = nullptr;
   napi_value buffer = nullptr;
-  Utils::checkStatus(env, napi_create_arraybuffer(env, plane.size, &copy, &buffer));
+  napi::checkStatus(env, napi_create_arraybuffer(env, plane.size, &copy, &buffer));
   std::copy_n(plane.data, plane.size, static_cast<std::uint8_t*>(copy));
   return buffer;
 }
@@ -20,7 +21,7 @@ napi_value copyOf(napi_env env, const VideoPlane& plane) {
 std::pair<napi_value, bool> bufferOf(napi_env env, const VideoPlane& plane) {
   napi_value buffer = nullptr;
   if (plane.data == nullptr || plane.size == 0) {
-    Utils::checkStatus(env, napi_create_arraybuffer(env, 0, nullptr, &buffer));
+    napi::checkStatus(env, napi_create_arraybuffer(env, 0, nullptr, &buffer));
     return {buffer, false};
   }
   // Node-API has no read-only buffers: JavaScript is trusted not to draw into the engine's frames.
@@ -28,7 +29,7 @@ std::pair<napi_value, bool> bufferOf(napi_env env, const VideoPlane& plane) {
   const napi_status status =
       napi_create_external_arraybuffer(env, data, plane.size, nullptr, nullptr, &buffer);
   if (status == napi_no_external_buffers_allowed) return {copyOf(env, plane), false};
-  Utils::checkStatus(env, status);
+  napi::checkStatus(env, status);
   return {buffer, true};
 }
 
@@ -96,3 +97,5 @@ void LentPlanes::takeBack(Loan& loan) {
   if (isOutOfReach) keepForGood(std::move(loan.memory));
   loan.memory.reset();
 }
+
+}  // namespace frames

@@ -13,6 +13,8 @@
 #include "tesselclient/types.h"
 #include "tesselclient/video_frame.h"
 
+namespace frames {
+
 // The array buffers that one owner of frame memory has lent to JavaScript, one set of three (Y, U,
 // V) for each stream. They lie over the frame's own memory, no pixel is copied. Before the memory
 // stops being valid the owner takes them back: the buffers are detached, so that typed arrays over
@@ -22,7 +24,7 @@
 //
 // JavaScript can put a buffer out of the owner's reach: by moving its memory into another buffer
 // (ArrayBuffer.prototype.transfer), or by making it the heap of an asm.js module. The memory of
-// such a frame is then never given back.
+// such a frame is then never freed.
 //
 // On a host that refuses external buffers the planes are copied once into buffers of the host's;
 // nothing else differs.
@@ -39,9 +41,9 @@ class LentPlanes {
   LentPlanes& operator=(const LentPlanes&) = delete;
 
   // Buffers over the planes of `frame`, and a share of what owns their memory for as long as they
-  // are lent.
-  // What is lent for the stream already serves again if it is the same memory, and is taken back
-  // otherwise or when JavaScript has detached it. A null plane is an empty buffer.
+  // are lent. The stream's current buffers are reused when they lie over the same memory and
+  // JavaScript has not detached them; otherwise they are taken back. A null plane is an empty
+  // buffer.
   Buffers lend(Napi::Env env, const StreamKey& key, const VideoFrame& frame,
                std::shared_ptr<const void> memory);
 
@@ -67,5 +69,7 @@ class LentPlanes {
 
   std::map<StreamKey, Loan> loans_;
 };
+
+}  // namespace frames
 
 #endif  // ADDON_FRAMES_LENT_PLANES_H_

@@ -11,6 +11,8 @@
 #include "tesselclient/types.h"
 #include "tesselclient/video_frame.h"
 
+namespace frames {
+
 // Hands out the frames of every stream on request, remembers the last fresh one of each, switches
 // capture, and attaches receivers of pushed frames. A frame is never copied: the record holds plane
 // pointers into the engine's frame and a share of it.
@@ -50,5 +52,7 @@ class StreamManager {
   const std::shared_ptr<TSLM::TSLMManager> engine_;
   std::map<StreamKey, VideoFrame> lastFrames_;
 };
+
+}  // namespace frames
 
 #endif  // ADDON_FRAMES_STREAM_MANAGER_H_

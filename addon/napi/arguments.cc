@@ -5,6 +5,7 @@
 #include "addon/napi/status.h"
 #include "addon/napi/values.h"
 
+namespace napi {
 namespace {
 
 void require(bool accepted, const Napi::CallbackInfo& info, std::uint32_t index,
@@ -24,24 +25,36 @@ void napiCheckArgLength(const Napi::CallbackInfo& info, std::uint32_t count) {
 
 Napi::Object napiGetArgAsObject(const Napi::CallbackInfo& info, std::uint32_t index) {
   const Napi::Value value = info[index];
-  require(Utils::isObject(value), info, index, "Object");
+  require(isObject(value), info, index, "Object");
   return value.As<Napi::Object>();
 }
 
 bool napiGetArgAsBoolean(const Napi::CallbackInfo& info, std::uint32_t index) {
   const Napi::Value value = info[index];
   require(value.IsBoolean(), info, index, "Boolean");
-  return Utils::toBool(value);
+  return toBool(value);
 }
 
 std::string napiGetArgAsString(const Napi::CallbackInfo& info, std::uint32_t index) {
   const Napi::Value value = info[index];
   require(value.IsString(), info, index, "String");
-  return Utils::toUtf8(value);
+  return toUtf8(value);
 }
 
 std::int64_t napiGetArgAsInt64(const Napi::CallbackInfo& info, std::uint32_t index) {
   const Napi::Value value = info[index];
   require(value.IsNumber(), info, index, "Number");
-  return Utils::toInt64(value);
+  return toInt64(value);
 }
+
+Napi::Object onlyObject(const Napi::CallbackInfo& info) {
+  napiCheckArgLength(info, 1);
+  return napiGetArgAsObject(info, 0);
+}
+
+bool onlyBoolean(const Napi::CallbackInfo& info) {
+  napiCheckArgLength(info, 1);
+  return napiGetArgAsBoolean(info, 0);
+}
+
+}  // namespace napi

@@ -6,7 +6,7 @@
 
 #include "addon/napi/status.h"
 
-namespace Utils {
+namespace napi {
 
 bool isMainEnvironment(Napi::Env env) {
   uv_loop_t* loop = nullptr;
@@ -19,4 +19,4 @@ void requireMainEnvironment(Napi::Env env, const char* what) {
   throw Napi::Error::New(env, std::string(what) + " is only possible on the main thread");
 }
 
-}  // namespace Utils
+}  // namespace napi

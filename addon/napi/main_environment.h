@@ -5,7 +5,7 @@
 
 #include <napi.h>
 
-namespace Utils {
+namespace napi {
 
 // True on the process's main JavaScript thread, false in a worker thread.
 bool isMainEnvironment(Napi::Env env);
@@ -14,6 +14,6 @@ bool isMainEnvironment(Napi::Env env);
 // loop is not the default one that events are delivered on.
 void requireMainEnvironment(Napi::Env env, const char* what);
 
-}  // namespace Utils
+}  // namespace napi
 
 #endif  // ADDON_NAPI_MAIN_ENVIRONMENT_H_

@@ -5,30 +5,32 @@
 #include "addon/napi/status.h"
 #include "addon/napi/values.h"
 
+namespace napi {
+
 NapiObjectPropertyHelper::NapiObjectPropertyHelper(const Napi::CallbackInfo& info,
                                                    Napi::Value object, std::string objectName)
     : env_(info.Env()), object_(object), objectName_(std::move(objectName)) {}
 
 bool NapiObjectPropertyHelper::has(const std::string& name) const {
-  return has(Utils::toJavascript(env_, name));
+  return has(toJavascript(env_, name));
 }
 
 bool NapiObjectPropertyHelper::has(Napi::String key) const {
   bool result = false;
-  Utils::checkStatus(env_, napi_has_property(env_, object_, key, &result));
+  checkStatus(env_, napi_has_property(env_, object_, key, &result));
   return result;
 }
 
 Napi::Value NapiObjectPropertyHelper::get(Napi::String key) const {
   napi_value result = nullptr;
-  Utils::checkStatus(env_, napi_get_property(env_, object_, key, &result));
+  checkStatus(env_, napi_get_property(env_, object_, key, &result));
   return {env_, result};
 }
 
 Napi::Value NapiObjectPropertyHelper::getChecked(const std::string& name,
                                                  bool (*isWanted)(const Napi::Value&),
                                                  const char* typeWord) const {
-  const Napi::String key = Utils::toJavascript(env_, name);
+  const Napi::String key = toJavascript(env_, name);
   if (!has(key)) {
     throw Napi::TypeError::New(env_, "Missing property " + name + " on object " + objectName_);
   }
@@ -40,17 +42,17 @@ Napi::Value NapiObjectPropertyHelper::getChecked(const std::string& name,
 }
 
 std::string NapiObjectPropertyHelper::getAsString(const std::string& name) const {
-  return Utils::toUtf8(getChecked(
+  return toUtf8(getChecked(
       name, [](const Napi::Value& value) { return value.IsString(); }, "String"));
 }
 
 bool NapiObjectPropertyHelper::getAsBoolean(const std::string& name) const {
-  return Utils::toBool(getChecked(
+  return toBool(getChecked(
       name, [](const Napi::Value& value) { return value.IsBoolean(); }, "Boolean"));
 }
 
 Napi::Object NapiObjectPropertyHelper::getAsObject(const std::string& name) const {
-  return getChecked(name, Utils::isObject, "Object").As<Napi::Object>();
+  return getChecked(name, isObject, "Object").As<Napi::Object>();
 }
 
 Napi::Array NapiObjectPropertyHelper::getAsArray(const std::string& name) const {
@@ -60,6 +62,8 @@ Napi::Array NapiObjectPropertyHelper::getAsArray(const std::string& name) const 
 }
 
 std::int32_t NapiObjectPropertyHelper::getAsInt(const std::string& name) const {
-  return Utils::toInt32(getChecked(
+  return toInt32(getChecked(
       name, [](const Napi::Value& value) { return value.IsNumber(); }, "Number"));
 }
+
+}  // namespace napi

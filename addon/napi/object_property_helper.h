@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string>
 
+namespace napi {
+
 // A short-lived reader on the stack of the method that was called from JavaScript. Every reader
 // treats the property as required:
 // - absent, own and inherited: Napi::TypeError "Missing property <name> on object <object name>";
@@ -17,8 +19,8 @@
 // A property is read twice, once for its type and once for its value, so a getter runs twice.
 class NapiObjectPropertyHelper {
  public:
-  // `object` may be any value: what is no object is looked up as its boxed object. `objectName` is
-  // what error texts call it.
+  // `object` may be any value: a primitive is looked up as its boxed object. `objectName` is what
+  // error texts call it.
   NapiObjectPropertyHelper(const Napi::CallbackInfo& info, Napi::Value object,
                            std::string objectName);
 
@@ -44,5 +46,7 @@ class NapiObjectPropertyHelper {
   Napi::Value object_;
   std::string objectName_;
 };
+
+}  // namespace napi
 
 #endif  // ADDON_NAPI_OBJECT_PROPERTY_HELPER_H_

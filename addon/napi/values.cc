@@ -2,7 +2,7 @@
 
 #include "addon/napi/status.h"
 
-namespace Utils {
+namespace napi {
 
 bool isObject(const Napi::Value& value) { return value.IsObject() || value.IsFunction(); }
 
@@ -80,4 +80,4 @@ Napi::ObjectReference weakReference(Napi::Object object) {
   return {object.Env(), reference};
 }
 
-}  // namespace Utils
+}  // namespace napi

@@ -1,6 +1,6 @@
 // Conversions between JavaScript values and C++ ones. A value of the wrong type is a failure of
-// Node-API and throws a plain Napi::Error with its message; callers that owe their user a better
-// text test the type first.
+// Node-API and throws a plain Napi::Error with its message; callers with a better error text test
+// the type first.
 
 #ifndef ADDON_NAPI_VALUES_H_
 #define ADDON_NAPI_VALUES_H_
@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-namespace Utils {
+namespace napi {
 
 // True for objects, arrays and functions; false for null.
 bool isObject(const Napi::Value& value);
@@ -61,6 +61,6 @@ void forEachElement(const Napi::Value& array, const std::function<void(Napi::Val
 // A reference that does not keep `object` alive.
 Napi::ObjectReference weakReference(Napi::Object object);
 
-}  // namespace Utils
+}  // namespace napi
 
 #endif  // ADDON_NAPI_VALUES_H_

@@ -5,27 +5,24 @@
 #include <utility>
 #include <vector>
 
-#include "addon/frames/stream_key_argument.h"
 #include "addon/napi/arguments.h"
 #include "addon/napi/main_environment.h"
 #include "addon/napi/object_property_helper.h"
 #include "addon/napi/status.h"
 #include "addon/napi/values.h"
+#include "addon/utils/stream_key_argument.h"
 #include "base/diagnostic_line.h"
 
-Napi::FunctionReference TesselWrapperProxy::constructor;
+namespace proxy {
+
+Napi::FunctionReference TesselWrapperProxy::constructor_;
 
 namespace {
 
-Napi::Env requireMain(Napi::Env env) {
-  Utils::requireMainEnvironment(env, "TesselWrapperProxy");
-  return env;
-}
-
-SharedMemoryKey readKey(const Napi::CallbackInfo& info) {
-  napiCheckArgLength(info, 1);
-  const NapiObjectPropertyHelper helper(info, napiGetArgAsObject(info, 0), "SharedData");
-  SharedMemoryKey key;
+sharedmem::SharedMemoryKey readKey(const Napi::CallbackInfo& info) {
+  napi::requireMainEnvironment(info.Env(), "TesselWrapperProxy");
+  const napi::NapiObjectPropertyHelper helper(info, napi::onlyObject(info), "SharedData");
+  sharedmem::SharedMemoryKey key;
   key.shmName = helper.getAsString("shm_name");
   key.semName = helper.getAsString("sem_name");
   return key;
@@ -42,24 +39,27 @@ Napi::Object TesselWrapperProxy::Init(Napi::Env env, Napi::Object exports) {
       InstanceMethod<&TesselWrapperProxy::removeVideo>("removeVideo"),
   };
   const Napi::Function definition = DefineClass(env, "TesselWrapperProxy", methods);
-  if (Utils::isMainEnvironment(env)) {
-    constructor = Napi::Persistent(definition);
-    constructor.SuppressDestruct();
+  if (napi::isMainEnvironment(env)) {
+    constructor_ = Napi::Persistent(definition);
+    constructor_.SuppressDestruct();
   }
-  Utils::setProperty(exports, "TesselWrapperProxy", definition);
+  napi::setProperty(exports, "TesselWrapperProxy", definition);
   return exports;
 }
 
 TesselWrapperProxy::TesselWrapperProxy(const Napi::CallbackInfo& info)
+    : TesselWrapperProxy(info, readKey(info)) {}
+
+TesselWrapperProxy::TesselWrapperProxy(const Napi::CallbackInfo& info,
+                                       const sharedmem::SharedMemoryKey& key)
     : Napi::ObjectWrap<TesselWrapperProxy>(info),
-      frameObjects(requireMain(info.Env())),
-      cleanupHook(info.Env(), [this] { end(); }) {
-  const SharedMemoryKey key = readKey(info);
+      frameObjects_(info.Env()),
+      cleanupHook_(info.Env(), [this] { end(); }) {
   base::DiagnosticLine("TesselWrapperProxy::TesselWrapperProxy Params shm_name: ")
       .text(key.shmName.c_str())
       .text(", sem_name: ")
       .text(key.semName.c_str());
-  manager = SharedMemoryManager::CreateSharedMemoryManagerWithKey(key);
+  manager_ = sharedmem::SharedMemoryManager::CreateSharedMemoryManagerWithKey(key);
   base::DiagnosticLine("TesselWrapperProxy: Pid:")
       .dec(getpid())
       .text(", obj:")
@@ -67,38 +67,38 @@ TesselWrapperProxy::TesselWrapperProxy(const Napi::CallbackInfo& info)
       .address(this);
 }
 
-TesselWrapperProxy::~TesselWrapperProxy() { end(); }
+TesselWrapperProxy::~TesselWrapperProxy() { cleanupHook_.run(); }
 
 void TesselWrapperProxy::end() {
-  if (std::exchange(hasEnded, true)) return;
   base::DiagnosticLine("~TesselWrapperProxy: Pid:")
       .integer(getpid())
       .text(", obj:")
       .hexadecimal()
       .address(this);
-  lentPlanes.takeBackAll();
-  manager.reset();
+  lentPlanes_.takeBackAll();
+  manager_.reset();
 }
 
-std::shared_ptr<SharedMemoryVideoFrameSource> TesselWrapperProxy::findSource(const StreamKey& key) {
-  auto source = manager->getVideoFrameSource(key);
-  // A frame of a stream that has just been dropped is over. One of a stream that is only out of
-  // reach, because another process keeps the main segment locked, goes on being read.
-  if (!source && !manager->holdsVideoFrameSource(key)) lentPlanes.takeBack(key);
+std::shared_ptr<sharedmem::SharedMemoryVideoFrameSource> TesselWrapperProxy::findSource(
+    const StreamKey& key) {
+  auto source = manager_->getVideoFrameSource(key);
+  // The frame of a stream that was just dropped ends. The frame of a stream that cannot be looked
+  // up, because another process holds the main segment's lock, stays valid.
+  if (!source && !manager_->holdsVideoFrameSource(key)) lentPlanes_.takeBack(key);
   return source;
 }
 
 Napi::Value TesselWrapperProxy::readFrame(
-    const std::shared_ptr<SharedMemoryVideoFrameSource>& source, const StreamKey& key,
+    const std::shared_ptr<sharedmem::SharedMemoryVideoFrameSource>& source, const StreamKey& key,
     std::int64_t lastFrameId) {
-  // What stays as it is when the segment cannot be locked: a null frame.
+  // A null frame, unless the segment can be locked.
   VideoFrame frame;
   frame.noUpdate = true;
   const bool isLocked = source->getVideoFrame(frame, static_cast<std::uint64_t>(lastFrameId));
   try {
-    return frameObjects.initFrame(key, frame, source, lentPlanes);
+    return frameObjects_.initFrame(key, frame, source, lentPlanes_);
   } catch (...) {
-    lentPlanes.takeBack(key);
+    lentPlanes_.takeBack(key);
     if (isLocked) source->releaseVideoFrame();
     throw;
   }
@@ -106,14 +106,14 @@ Napi::Value TesselWrapperProxy::readFrame(
 
 Napi::Value TesselWrapperProxy::answerNotFound(const char* method) {
   base::DiagnosticLine(method).text(": shared memory video frame not found");
-  return frameObjects.initNullFrame();
+  return frameObjects_.initNullFrame();
 }
 
 Napi::Value TesselWrapperProxy::getFrame(const Napi::CallbackInfo& info) {
   const StreamKey key = Utils::getStreamInfo(info);
   const auto source = findSource(key);
   if (!source) return answerNotFound("getFrame");
-  return readFrame(source, key, Utils::toInt64(info[1]));
+  return readFrame(source, key, napi::toInt64(info[1]));
 }
 
 Napi::Value TesselWrapperProxy::getLastFrame(const Napi::CallbackInfo& info) {
@@ -127,12 +127,14 @@ void TesselWrapperProxy::releaseFrame(const Napi::CallbackInfo& info) {
   const StreamKey key = Utils::getStreamInfo(info);
   const auto source = findSource(key);
   if (!source) return;
-  lentPlanes.takeBack(key);
+  lentPlanes_.takeBack(key);
   source->releaseVideoFrame();
 }
 
 void TesselWrapperProxy::removeVideo(const Napi::CallbackInfo& info) {
   const StreamKey key = Utils::getStreamInfo(info);
-  lentPlanes.takeBack(key);
-  manager->removeVideoFrameSource(key);
+  lentPlanes_.takeBack(key);
+  manager_->removeVideoFrameSource(key);
 }
+
+}  // namespace proxy

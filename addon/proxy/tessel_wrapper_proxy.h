@@ -13,6 +13,8 @@
 #include "addon/napi/environment_cleanup_hook.h"
 #include "addon/sharedmem/shared_memory_manager.h"
 
+namespace proxy {
+
 // Reads, in a second process, the frames of the streams that the main process has put into widget
 // mode. A frame is read in place: from getFrame or getLastFrame until releaseFrame its stream's
 // segment stays locked, its typed arrays view the segment, and the main process's writer waits.
@@ -30,27 +32,31 @@ class TesselWrapperProxy : public Napi::ObjectWrap<TesselWrapperProxy> {
   ~TesselWrapperProxy() override;
 
  private:
+  // Runs after the arguments were checked and read.
+  TesselWrapperProxy(const Napi::CallbackInfo& info, const sharedmem::SharedMemoryKey& key);
+
   Napi::Value getFrame(const Napi::CallbackInfo& info);
   Napi::Value getLastFrame(const Napi::CallbackInfo& info);
   void releaseFrame(const Napi::CallbackInfo& info);
   void removeVideo(const Napi::CallbackInfo& info);
 
   // The source of the stream's frames; empty when there is none.
-  std::shared_ptr<SharedMemoryVideoFrameSource> findSource(const StreamKey& key);
-  Napi::Value readFrame(const std::shared_ptr<SharedMemoryVideoFrameSource>& source,
+  std::shared_ptr<sharedmem::SharedMemoryVideoFrameSource> findSource(const StreamKey& key);
+  Napi::Value readFrame(const std::shared_ptr<sharedmem::SharedMemoryVideoFrameSource>& source,
                         const StreamKey& key, std::int64_t lastFrameId);
   Napi::Value answerNotFound(const char* method);
-  // Once, when the JavaScript object is collected or its environment ends.
+  // When the JavaScript object is collected or its environment ends, whichever comes first.
   void end();
 
   // Class-wide, touched by the main environment only; left alone when the process ends.
-  static Napi::FunctionReference constructor;
+  static Napi::FunctionReference constructor_;
 
-  std::shared_ptr<SharedMemoryManager> manager;
-  FrameObjects frameObjects;
-  LentPlanes lentPlanes;  // of the frames that are being read
-  bool hasEnded = false;
-  Utils::EnvironmentCleanupHook cleanupHook;
+  std::shared_ptr<sharedmem::SharedMemoryManager> manager_;
+  frames::FrameObjects frameObjects_;
+  frames::LentPlanes lentPlanes_;  // of the frames that are being read
+  napi::EnvironmentCleanupHook cleanupHook_;
 };
+
+}  // namespace proxy
 
 #endif  // ADDON_PROXY_TESSEL_WRAPPER_PROXY_H_

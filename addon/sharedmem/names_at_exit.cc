@@ -9,6 +9,7 @@
 
 #include "base/mutex.h"
 
+namespace sharedmem {
 namespace {
 
 // All objects of the process. Never destroyed, as threads may go on while the process ends.
@@ -54,3 +55,5 @@ void NamesAtExit::remove() const {
   shm_unlink(shmName_.c_str());
   sem_unlink(semName_.c_str());
 }
+
+}  // namespace sharedmem

@@ -5,9 +5,12 @@
 
 #include <string>
 
+namespace sharedmem {
+
 // Removes the names of a segment and its semaphore when the process ends by exit() while this
 // object lives. exit() destroys nothing that is on the heap, and it is how process.exit() and an
-// error that nobody handled end a Node.js process, past all clean-up of its JavaScript environment.
+// error that nobody handled end a Node.js process, without any clean-up of its JavaScript
+// environment.
 //
 // One for each open SharedMemoryAllocator. Any thread.
 class NamesAtExit {
@@ -23,5 +26,7 @@ class NamesAtExit {
   const std::string shmName_;
   const std::string semName_;
 };
+
+}  // namespace sharedmem
 
 #endif  // ADDON_SHAREDMEM_NAMES_AT_EXIT_H_

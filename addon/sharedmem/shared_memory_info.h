@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+namespace sharedmem {
+
 // One segment with its semaphore, as a process is about to create or to open it.
 struct SharedMemoryInfo {
   std::string shmName;     // of the shared-memory object
@@ -20,5 +22,7 @@ struct SharedMemoryKey {
   std::string shmName;
   std::string semName;
 };
+
+}  // namespace sharedmem
 
 #endif  // ADDON_SHAREDMEM_SHARED_MEMORY_INFO_H_

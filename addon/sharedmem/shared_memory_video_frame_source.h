@@ -10,11 +10,13 @@
 #include "addon/sharedmem/shared_memory_info.h"
 #include "tesselclient/video_frame.h"
 
+namespace sharedmem {
+
 // One stream's frame segment: a slot for a single frame, which a newer frame overwrites. The main
 // process creates it and writes every arriving frame into it; the widget process opens it and reads
-// the frame in place, holding the segment's lock for as long as it looks.
+// the frame in place, holding the segment's lock meanwhile.
 //
-// Held through shared ownership, so that whoever works with a source keeps it alive while its
+// Held through shared ownership, so that a thread that works with a source keeps it alive while its
 // stream is being removed. Used from one thread at a time: the writer's engine frame thread, the
 // reader's JavaScript thread. Nothing throws.
 class SharedMemoryVideoFrameSource {
@@ -54,5 +56,7 @@ class SharedMemoryVideoFrameSource {
   const std::unique_ptr<SharedMemoryAllocator> allocator_;
   std::uint64_t nextSequence_ = 0;
 };
+
+}  // namespace sharedmem
 
 #endif  // ADDON_SHAREDMEM_SHARED_MEMORY_VIDEO_FRAME_SOURCE_H_

@@ -3,18 +3,20 @@
 #include "addon/napi/arguments.h"
 #include "addon/napi/object_property_helper.h"
 #include "addon/napi/values.h"
+#include "addon/wrapper/media_stream_state.h"
 #include "addon/wrapper/tessel_wrapper.h"
 
+namespace wrapper {
 namespace {
 
 std::pair<std::string, bool> readGracefulEvent(const Napi::CallbackInfo& info, Napi::Value value) {
-  const NapiObjectPropertyHelper helper(info, value, "GracefulEventState");
+  const napi::NapiObjectPropertyHelper helper(info, value, "GracefulEventState");
   const bool enabled = helper.getAsBoolean("enabled");
   return {helper.getAsString("event"), enabled};
 }
 
 tsl::TurnServerInfo readTurnServer(const Napi::CallbackInfo& info, Napi::Value value) {
-  const NapiObjectPropertyHelper helper(info, value, "TurnServerInfo");
+  const napi::NapiObjectPropertyHelper helper(info, value, "TurnServerInfo");
   tsl::TurnServerInfo server;
   server.protocol = helper.getAsString("protocol");
   server.fqdn = helper.getAsString("fqdn");
@@ -27,16 +29,13 @@ tsl::TurnServerInfo readTurnServer(const Napi::CallbackInfo& info, Napi::Value v
   return server;
 }
 
-}  // namespace
-
-void TesselWrapper::connectCall(const Napi::CallbackInfo& info) {
-  napiCheckArgLength(info, 1);
-  const NapiObjectPropertyHelper helper(info, napiGetArgAsObject(info, 0), "ConnectParams");
+tsl::ConnectParams readConnectParams(const Napi::CallbackInfo& info, Napi::Value value) {
+  const napi::NapiObjectPropertyHelper helper(info, value, "ConnectParams");
   tsl::ConnectParams params;
   params.uri = helper.getAsString("uri");
   params.endpointName = helper.getAsString("endpointName");
   params.meetingGuid = helper.getAsString("meetingGuid");
-  // Read twice, as the interface has it: the second read is what counts.
+  // Read a second time on purpose: a getter runs again, and the second value counts.
   params.endpointName = helper.getAsString("endpointName");
   params.maxBandwidth = helper.getAsInt("maxBandwidth");
   params.forceTurn = helper.getAsBoolean("forceTurn");
@@ -45,17 +44,25 @@ void TesselWrapper::connectCall(const Napi::CallbackInfo& info) {
   params.enableClientDrivenLayouts = helper.getAsBoolean("enableClientDrivenLayouts");
   params.enableClientLayoutOrdering = helper.getAsBoolean("enableClientLayoutOrdering");
   params.meetingAttributes = helper.getAsString("meetingAttributes");
-  Utils::forEachElement(helper.getAsArray("meetingFeatures"), [&](Napi::Value feature) {
-    params.meetingFeatures.insert(Utils::toUtf8(feature));
+  napi::forEachElement(helper.getAsArray("meetingFeatures"), [&](Napi::Value feature) {
+    params.meetingFeatures.insert(napi::toUtf8(feature));
   });
-  Utils::forEachElement(helper.getAsArray("gracefulEvents"), [&](Napi::Value event) {
+  napi::forEachElement(helper.getAsArray("gracefulEvents"), [&](Napi::Value event) {
     params.gracefulEvents.push_back(readGracefulEvent(info, event));
   });
-  unpackMediaStreamState(info, helper.getAsObject("mediaStreamState"), params.mediaStreamState);
-  Utils::forEachElement(helper.getAsArray("turnServers"), [&](Napi::Value server) {
+  params.mediaStreamState = readMediaStreamState(info, helper.getAsObject("mediaStreamState"));
+  napi::forEachElement(helper.getAsArray("turnServers"), [&](Napi::Value server) {
     params.turnServers.push_back(readTurnServer(info, server));
   });
-  manager->ConnectCall(params);
+  return params;
 }
 
-void TesselWrapper::disconnectCall(const Napi::CallbackInfo&) { manager->DisconnectCall(); }
+}  // namespace
+
+void TesselWrapper::connectCall(const Napi::CallbackInfo& info) {
+  manager_->ConnectCall(readConnectParams(info, napi::onlyObject(info)));
+}
+
+void TesselWrapper::disconnectCall(const Napi::CallbackInfo&) { manager_->DisconnectCall(); }
+
+}  // namespace wrapper

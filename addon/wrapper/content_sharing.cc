@@ -6,6 +6,7 @@
 #include "addon/napi/values.h"
 #include "addon/wrapper/tessel_wrapper.h"
 
+namespace wrapper {
 namespace {
 
 tsl::ShareType shareTypeOf(Napi::Env env, const std::string& type) {
@@ -19,33 +20,34 @@ tsl::ShareType shareTypeOf(Napi::Env env, const std::string& type) {
 }  // namespace
 
 void TesselWrapper::startPresentation(const Napi::CallbackInfo& info) {
-  napiCheckArgLength(info, 1);
-  const NapiObjectPropertyHelper helper(info, napiGetArgAsObject(info, 0), "ContentShareParams");
+  const napi::NapiObjectPropertyHelper helper(info, napi::onlyObject(info), "ContentShareParams");
   tsl::ContentShareParams params;
   params.type = shareTypeOf(info.Env(), helper.getAsString("type"));
   if (helper.has("screenId")) params.screenId = helper.getAsInt("screenId");
   if (helper.has("applicationId")) params.applicationId = helper.getAsInt("applicationId");
   if (helper.has("windowId")) params.windowId = helper.getAsInt("windowId");
-  manager->StartPresentation(params);
+  manager_->StartPresentation(params);
 }
 
-void TesselWrapper::stopPresentation(const Napi::CallbackInfo&) { manager->StopPresentation(); }
+void TesselWrapper::stopPresentation(const Napi::CallbackInfo&) { manager_->StopPresentation(); }
 
 void TesselWrapper::requestContentShareToken(const Napi::CallbackInfo&) {
-  manager->RequestContentShareToken();
+  manager_->RequestContentShareToken();
 }
 
 void TesselWrapper::releaseContentShareToken(const Napi::CallbackInfo&) {
-  manager->ReleaseContentShareToken();
+  manager_->ReleaseContentShareToken();
 }
 
 Napi::Value TesselWrapper::getScreenMonitorDetails(const Napi::CallbackInfo& info) {
   const Napi::Env env = info.Env();
-  const std::vector<tsl::ScreenMonitor> monitors = manager->GetScreenMonitorDetails();
-  return Utils::makeArray(env, monitors, [env](const tsl::ScreenMonitor& monitor) {
-    return Utils::makeObject(env, {{"x", Utils::toJavascript(env, monitor.x)},
-                                   {"y", Utils::toJavascript(env, monitor.y)},
-                                   {"width", Utils::toJavascript(env, monitor.width)},
-                                   {"height", Utils::toJavascript(env, monitor.height)}});
+  const std::vector<tsl::ScreenMonitor> monitors = manager_->GetScreenMonitorDetails();
+  return napi::makeArray(env, monitors, [env](const tsl::ScreenMonitor& monitor) {
+    return napi::makeObject(env, {{"x", napi::toJavascript(env, monitor.x)},
+                                  {"y", napi::toJavascript(env, monitor.y)},
+                                  {"width", napi::toJavascript(env, monitor.width)},
+                                  {"height", napi::toJavascript(env, monitor.height)}});
   });
 }
+
+}  // namespace wrapper

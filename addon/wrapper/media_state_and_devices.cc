@@ -2,140 +2,139 @@
 
 #include "addon/napi/arguments.h"
 #include "addon/napi/object_property_helper.h"
+#include "addon/wrapper/media_stream_state.h"
 #include "addon/wrapper/tessel_wrapper.h"
 #include "base/diagnostic_line.h"
 
+namespace wrapper {
 namespace {
 
-Napi::Object onlyObject(const Napi::CallbackInfo& info) {
-  napiCheckArgLength(info, 1);
-  return napiGetArgAsObject(info, 0);
-}
-
-bool onlyFlag(const Napi::CallbackInfo& info) {
-  napiCheckArgLength(info, 1);
-  return napiGetArgAsBoolean(info, 0);
-}
-
 // A volume arrives as an integer and is taken as unsigned, so -1 becomes 4294967296 as a float.
-float readVolume(const NapiObjectPropertyHelper& helper, const char* name) {
+float readVolume(const napi::NapiObjectPropertyHelper& helper, const char* name) {
   return static_cast<float>(static_cast<std::uint32_t>(helper.getAsInt(name)));
+}
+
+tsl::AudioInDevice readAudioInDevice(const Napi::CallbackInfo& info, Napi::Value value) {
+  const napi::NapiObjectPropertyHelper helper(info, value, "AudioInDevice");
+  tsl::AudioInDevice device;
+  device.id = helper.getAsString("audioInId");
+  device.name = helper.getAsString("audioInName");
+  device.sourceName = helper.getAsString("audioInSourceName");
+  return device;
+}
+
+tsl::AudioOutDevice readAudioOutDevice(const Napi::CallbackInfo& info, Napi::Value value) {
+  const napi::NapiObjectPropertyHelper helper(info, value, "AudioOutDevice");
+  tsl::AudioOutDevice device;
+  device.id = helper.getAsString("audioOutId");
+  device.name = helper.getAsString("audioOutName");
+  device.sourceName = helper.getAsString("audioOutSourceName");
+  return device;
+}
+
+tsl::VideoDevice readVideoDevice(const Napi::CallbackInfo& info, Napi::Value value) {
+  const napi::NapiObjectPropertyHelper helper(info, value, "VideoDevice");
+  tsl::VideoDevice device;
+  device.id = helper.getAsString("videoDeviceId");
+  device.name = helper.getAsString("videoDeviceName");
+  if (!helper.has("capability")) return device;
+  // The name in error texts repeats the word on purpose.
+  const napi::NapiObjectPropertyHelper capability(info, helper.getAsObject("capability"),
+                                                  "CaptureCaptureCapability");
+  if (capability.has("width")) device.width = capability.getAsInt("width");
+  if (capability.has("height")) device.height = capability.getAsInt("height");
+  if (capability.has("maxFPS")) device.maxFps = capability.getAsInt("maxFPS");
+  return device;
+}
+
+tsl::DeviceSelectionParams readDeviceSelection(const Napi::CallbackInfo& info, Napi::Value value) {
+  const napi::NapiObjectPropertyHelper helper(info, value, "DeviceSelectionParams");
+  tsl::DeviceSelectionParams params;
+  params.videoDevice = readVideoDevice(info, helper.getAsObject("videoDevice"));
+  params.audioInDevice = readAudioInDevice(info, helper.getAsObject("audioInDevice"));
+  params.audioOutDevice = readAudioOutDevice(info, helper.getAsObject("audioOutDevice"));
+  return params;
+}
+
+tsl::AudioDeviceStats readAudioDeviceStats(const Napi::CallbackInfo& info, Napi::Value value) {
+  const napi::NapiObjectPropertyHelper helper(info, value, "AudioDeviceStats");
+  tsl::AudioDeviceStats stats;
+  stats.isSpeakerMuted = helper.getAsBoolean("isSpeakerMuted");
+  stats.speakerVolume = readVolume(helper, "speakerVolume");
+  stats.isMicMuted = helper.getAsBoolean("isMicMuted");
+  stats.micVolume = readVolume(helper, "micVolume");
+  return stats;
 }
 
 }  // namespace
 
-void TesselWrapper::unpackMediaStreamState(const Napi::CallbackInfo& info, Napi::Object object,
-                                           tsl::MediaStreamState& state) {
-  const NapiObjectPropertyHelper helper(info, object, "MediaStreamState");
+tsl::MediaStreamState readMediaStreamState(const Napi::CallbackInfo& info, Napi::Value value) {
+  const napi::NapiObjectPropertyHelper helper(info, value, "MediaStreamState");
+  tsl::MediaStreamState state;
   state.contentStreamEnabled = helper.getAsBoolean("contentStreamEnabled");
   state.incomingAudioEnabled = helper.getAsBoolean("incomingAudioEnabled");
   state.incomingVideoEnabled = helper.getAsBoolean("incomingVideoEnabled");
   state.outgoingAudioMuted = helper.getAsBoolean("outgoingAudioMuted");
   state.outgoingVideoMuted = helper.getAsBoolean("outgoingVideoMuted");
-}
-
-void TesselWrapper::unpackAudioInDevice(const Napi::CallbackInfo& info, Napi::Object object,
-                                        tsl::AudioInDevice& device) {
-  const NapiObjectPropertyHelper helper(info, object, "AudioInDevice");
-  device.id = helper.getAsString("audioInId");
-  device.name = helper.getAsString("audioInName");
-  device.sourceName = helper.getAsString("audioInSourceName");
-}
-
-void TesselWrapper::unpackAudioOutDevice(const Napi::CallbackInfo& info, Napi::Object object,
-                                         tsl::AudioOutDevice& device) {
-  const NapiObjectPropertyHelper helper(info, object, "AudioOutDevice");
-  device.id = helper.getAsString("audioOutId");
-  device.name = helper.getAsString("audioOutName");
-  device.sourceName = helper.getAsString("audioOutSourceName");
-}
-
-void TesselWrapper::unpackVideoDevice(const Napi::CallbackInfo& info, Napi::Object object,
-                                      tsl::VideoDevice& device) {
-  const NapiObjectPropertyHelper helper(info, object, "VideoDevice");
-  device.id = helper.getAsString("videoDeviceId");
-  device.name = helper.getAsString("videoDeviceName");
-  if (!helper.has("capability")) return;
-  // The doubled word is the name that applications see in error texts.
-  const NapiObjectPropertyHelper capability(info, helper.getAsObject("capability"),
-                                            "CaptureCaptureCapability");
-  if (capability.has("width")) device.width = capability.getAsInt("width");
-  if (capability.has("height")) device.height = capability.getAsInt("height");
-  if (capability.has("maxFPS")) device.maxFps = capability.getAsInt("maxFPS");
+  return state;
 }
 
 void TesselWrapper::updateMediaStreamState(const Napi::CallbackInfo& info) {
-  tsl::MediaStreamState state;
-  unpackMediaStreamState(info, onlyObject(info), state);
-  manager->UpdateMediaStreamState(state);
+  manager_->UpdateMediaStreamState(readMediaStreamState(info, napi::onlyObject(info)));
 }
 
 void TesselWrapper::muteLocalVideo(const Napi::CallbackInfo& info) {
-  manager->MuteLocalVideo(onlyFlag(info));
+  manager_->MuteLocalVideo(napi::onlyBoolean(info));
 }
 
 void TesselWrapper::muteLocalAudio(const Napi::CallbackInfo& info) {
-  manager->MuteLocalAudio(onlyFlag(info));
+  manager_->MuteLocalAudio(napi::onlyBoolean(info));
 }
 
 void TesselWrapper::setRemoteAudioMute(const Napi::CallbackInfo& info) {
-  manager->SetRemoteAudioMute(onlyFlag(info));
+  manager_->SetRemoteAudioMute(napi::onlyBoolean(info));
 }
 
 void TesselWrapper::enableCameraCapture(const Napi::CallbackInfo& info) {
   constexpr StreamKey kLocalStream = {TSLM_STREAM_LOCAL, 0};
-  const bool enable = onlyFlag(info);
-  manager->EnableCameraCapture(enable);
+  const bool enable = napi::onlyBoolean(info);
+  manager_->EnableCameraCapture(enable);
   if (enable) {
-    streamManager->enableFrameCapture(kLocalStream);
+    streamManager_->enableFrameCapture(kLocalStream);
   } else {
-    streamManager->disableFrameCapture(kLocalStream);
+    streamManager_->disableFrameCapture(kLocalStream);
   }
 }
 
 void TesselWrapper::setAudioDebug(const Napi::CallbackInfo& info) {
-  manager->SetAudioDebug(onlyFlag(info));
+  manager_->SetAudioDebug(napi::onlyBoolean(info));
 }
 
 void TesselWrapper::setAudioInDevice(const Napi::CallbackInfo& info) {
-  tsl::AudioInDevice device;
-  unpackAudioInDevice(info, onlyObject(info), device);
-  manager->SetAudioInDevice(device);
+  manager_->SetAudioInDevice(readAudioInDevice(info, napi::onlyObject(info)));
 }
 
 void TesselWrapper::setAudioOutDevice(const Napi::CallbackInfo& info) {
-  tsl::AudioOutDevice device;
-  unpackAudioOutDevice(info, onlyObject(info), device);
-  manager->SetAudioOutDevice(device);
+  manager_->SetAudioOutDevice(readAudioOutDevice(info, napi::onlyObject(info)));
 }
 
 void TesselWrapper::setVideoDevice(const Napi::CallbackInfo& info) {
-  tsl::VideoDevice device;
-  unpackVideoDevice(info, onlyObject(info), device);
-  manager->SetVideoDevice(device);
+  manager_->SetVideoDevice(readVideoDevice(info, napi::onlyObject(info)));
 }
 
 void TesselWrapper::selectDevices(const Napi::CallbackInfo& info) {
-  const NapiObjectPropertyHelper helper(info, onlyObject(info), "DeviceSelectionParams");
-  tsl::DeviceSelectionParams params;
-  unpackVideoDevice(info, helper.getAsObject("videoDevice"), params.videoDevice);
-  unpackAudioInDevice(info, helper.getAsObject("audioInDevice"), params.audioInDevice);
-  unpackAudioOutDevice(info, helper.getAsObject("audioOutDevice"), params.audioOutDevice);
+  const tsl::DeviceSelectionParams params = readDeviceSelection(info, napi::onlyObject(info));
   base::DiagnosticLine("TesselWrapper::selectDevices: called, video device: ")
       .text(params.videoDevice.id.c_str())
       .text(", audio in device: ")
       .text(params.audioInDevice.id.c_str())
       .text(", audio out device: ")
       .text(params.audioOutDevice.id.c_str());
-  manager->SelectDevices(params);
+  manager_->SelectDevices(params);
 }
 
 void TesselWrapper::sendAudioDeviceStats(const Napi::CallbackInfo& info) {
-  const NapiObjectPropertyHelper helper(info, onlyObject(info), "AudioDeviceStats");
-  tsl::AudioDeviceStats stats;
-  stats.isSpeakerMuted = helper.getAsBoolean("isSpeakerMuted");
-  stats.speakerVolume = readVolume(helper, "speakerVolume");
-  stats.isMicMuted = helper.getAsBoolean("isMicMuted");
-  stats.micVolume = readVolume(helper, "micVolume");
-  manager->SendAudioDeviceStats(stats);
+  manager_->SendAudioDeviceStats(readAudioDeviceStats(info, napi::onlyObject(info)));
 }
+
+}  // namespace wrapper

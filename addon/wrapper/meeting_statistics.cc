@@ -5,14 +5,15 @@
 #include "addon/napi/values.h"
 #include "addon/wrapper/tessel_wrapper.h"
 
-using Utils::toJavascript;
+using napi::toJavascript;
 
+namespace wrapper {
 namespace {
 
 using Properties = std::vector<std::pair<const char*, Napi::Value>>;
 
 Napi::Value meetingObject(Napi::Env env, const tsl::MeetingStats& stats) {
-  return Utils::makeObject(
+  return napi::makeObject(
       env, {{"system_cpu", toJavascript(env, stats.systemCpu)},
             {"process_cpu", toJavascript(env, stats.processCpu)},
             {"inbound_bwe_bps", toJavascript(env, stats.inboundBweBps)},
@@ -24,8 +25,8 @@ Napi::Value meetingObject(Napi::Env env, const tsl::MeetingStats& stats) {
             {"instant_outbound_loss", toJavascript(env, stats.instantOutboundLoss)}});
 }
 
-// The properties that stand first in every video record; with an SSRC also those that only a record
-// of one stream has.
+// The first properties of every video record; with an SSRC, also those that only a record of one
+// stream has.
 Properties videoHead(Napi::Env env, const std::uint32_t* ssrc, const tsl::VideoStats& stats) {
   Properties head;
   if (ssrc != nullptr) head.emplace_back("ssrc", toJavascript(env, *ssrc));
@@ -39,14 +40,14 @@ Properties videoHead(Napi::Env env, const std::uint32_t* ssrc, const tsl::VideoS
   return head;
 }
 
-// The delay is the pacer's for what is sent and the target for what is received.
+// The delay is the pacer delay of sent video and the target delay of received video.
 Napi::Value sentVideoObject(Napi::Env env, const std::uint32_t* ssrc,
                             const tsl::VideoStats& stats) {
   Properties properties = videoHead(env, ssrc, stats);
   properties.emplace_back("pacer_delay_ms", toJavascript(env, stats.delayMs));
   properties.emplace_back("fps", toJavascript(env, stats.fps));
   properties.emplace_back("retransmit_bitrate_bps", toJavascript(env, stats.retransmitBitrateBps));
-  return Utils::makeObject(env, properties);
+  return napi::makeObject(env, properties);
 }
 
 Napi::Value receivedVideoObject(Napi::Env env, const std::uint32_t* ssrc,
@@ -56,7 +57,7 @@ Napi::Value receivedVideoObject(Napi::Env env, const std::uint32_t* ssrc,
   properties.emplace_back("rtx_recovered_packets", toJavascript(env, stats.rtxRecoveredPackets));
   properties.emplace_back("fec_recovered_packets", toJavascript(env, stats.fecRecoveredPackets));
   properties.emplace_back("fps", toJavascript(env, stats.fps));
-  return Utils::makeObject(env, properties);
+  return napi::makeObject(env, properties);
 }
 
 Napi::Value audioObject(Napi::Env env, const tsl::AudioStats& stats) {
@@ -64,7 +65,7 @@ Napi::Value audioObject(Napi::Env env, const tsl::AudioStats& stats) {
   const auto bytes = [env](std::uint64_t count) {
     return toJavascript(env, static_cast<double>(count));
   };
-  return Utils::makeObject(
+  return napi::makeObject(
       env,
       {{"transmit_level", toJavascript(env, stats.transmitLevel)},
        {"output_level", toJavascript(env, stats.outputLevel)},
@@ -83,7 +84,7 @@ Napi::Value audioObject(Napi::Env env, const tsl::AudioStats& stats) {
 Napi::Value videoArray(Napi::Env env, const std::map<std::uint32_t, tsl::VideoStats>& streams,
                        Napi::Value (*makeVideo)(Napi::Env, const std::uint32_t*,
                                                 const tsl::VideoStats&)) {
-  return Utils::makeArray(env, streams, [&](const auto& stream) {
+  return napi::makeArray(env, streams, [&](const auto& stream) {
     return makeVideo(env, &stream.first, stream.second);
   });
 }
@@ -91,31 +92,37 @@ Napi::Value videoArray(Napi::Env env, const std::map<std::uint32_t, tsl::VideoSt
 }  // namespace
 
 void TesselWrapper::configureMeetingStats(const Napi::CallbackInfo& info) {
-  napiCheckArgLength(info, 1);
-  const NapiObjectPropertyHelper helper(info, napiGetArgAsObject(info, 0), "configureMeetingStats");
+  const napi::NapiObjectPropertyHelper helper(info, napi::onlyObject(info),
+                                              "configureMeetingStats");
   const bool enable = helper.getAsBoolean("enable");
   // Only the low 16 bits are kept.
   const auto timerDuration = static_cast<unsigned short>(helper.getAsInt("timerDuration"));
-  manager->ConfigureMeetingStats(enable, timerDuration);
+  manager_->ConfigureMeetingStats(enable, timerDuration);
 }
 
 Napi::Value TesselWrapper::getMeetingStats(const Napi::CallbackInfo& info) {
   const Napi::Env env = info.Env();
   tsl::MeetingStats stats;
-  manager->GetMeetingStats(stats);
-  return Utils::makeObject(
-      env, {{"meetingStats", meetingObject(env, stats)},
-            {"video_send_stats", videoArray(env, stats.videoSend, sentVideoObject)},
-            {"content_send_stats", sentVideoObject(env, nullptr, stats.contentSend)},
-            {"video_recv_stats", videoArray(env, stats.videoReceive, receivedVideoObject)},
-            {"content_recv_stats", receivedVideoObject(env, nullptr, stats.contentReceive)},
-            {"audio_stats", audioObject(env, stats.audio)}});
+  manager_->GetMeetingStats(stats);
+  // A group is attached before the next one is built.
+  const Napi::Object result = Napi::Object::New(env);
+  napi::setProperty(result, "meetingStats", meetingObject(env, stats));
+  napi::setProperty(result, "video_send_stats", videoArray(env, stats.videoSend, sentVideoObject));
+  napi::setProperty(result, "content_send_stats", sentVideoObject(env, nullptr, stats.contentSend));
+  napi::setProperty(result, "video_recv_stats",
+                    videoArray(env, stats.videoReceive, receivedVideoObject));
+  napi::setProperty(result, "content_recv_stats",
+                    receivedVideoObject(env, nullptr, stats.contentReceive));
+  napi::setProperty(result, "audio_stats", audioObject(env, stats.audio));
+  return result;
 }
 
 Napi::Value TesselWrapper::getMediaMeetingAttributes(const Napi::CallbackInfo& info) {
   const Napi::Env env = info.Env();
-  return Utils::makeArray(
-      env, manager->GetRequiredMeetingAttributes(), [env](const std::string& attribute) {
-        return Utils::makeObject(env, {{"value", toJavascript(env, attribute)}});
-      });
+  return napi::makeArray(env, manager_->GetRequiredMeetingAttributes(),
+                         [env](const std::string& attribute) {
+                           return napi::makeObject(env, {{"value", toJavascript(env, attribute)}});
+                         });
 }
+
+}  // namespace wrapper

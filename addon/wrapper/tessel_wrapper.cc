@@ -14,19 +14,16 @@
 #include "addon/napi/values.h"
 #include "base/diagnostic_line.h"
 
-Napi::FunctionReference TesselWrapper::constructor;
-Napi::FunctionReference TesselWrapper::emitterFactory;
+namespace wrapper {
+
+Napi::FunctionReference TesselWrapper::constructor_;
+Napi::FunctionReference TesselWrapper::emitterFactory_;
 
 namespace {
 
-Napi::Env requireMain(Napi::Env env) {
-  Utils::requireMainEnvironment(env, "TesselWrapper");
-  return env;
-}
-
 tsl::CreateParams readCreateParams(const Napi::CallbackInfo& info) {
-  napiCheckArgLength(info, 1);
-  const NapiObjectPropertyHelper helper(info, napiGetArgAsObject(info, 0), "CreateParams");
+  napi::requireMainEnvironment(info.Env(), "TesselWrapper");
+  const napi::NapiObjectPropertyHelper helper(info, napi::onlyObject(info), "CreateParams");
   tsl::CreateParams params;
   params.szAppVersion = helper.getAsString("appVersion");
   params.szConfigPath = helper.getAsString("configPath");
@@ -107,30 +104,31 @@ Napi::Object TesselWrapper::Init(Napi::Env env, Napi::Object exports) {
       InstanceMethod<&TesselWrapper::getMediaMeetingAttributes>("getMediaMeetingAttributes"),
   };
   const Napi::Function definition = DefineClass(env, "TesselWrapper", methods);
-  if (Utils::isMainEnvironment(env)) {
-    constructor = Napi::Persistent(definition);
-    constructor.SuppressDestruct();
-    // The factory's reference has to go while its environment is there.
-    const auto dropFactory = [](void*) { emitterFactory.Reset(); };
-    // Node.js wants each hook's argument to be unique.
-    Utils::checkStatus(env,
-                       napi_add_env_cleanup_hook(env, dropFactory, static_cast<napi_env>(env)));
+  if (napi::isMainEnvironment(env)) {
+    constructor_ = Napi::Persistent(definition);
+    constructor_.SuppressDestruct();
+    // The factory's reference must be released before its environment ends.
+    const auto dropFactory = [](void*) { emitterFactory_.Reset(); };
+    // Node.js requires a unique argument for each hook.
+    napi::checkStatus(env, napi_add_env_cleanup_hook(env, dropFactory, static_cast<napi_env>(env)));
   }
-  Utils::setProperty(exports, "TesselWrapper", definition);
+  napi::setProperty(exports, "TesselWrapper", definition);
   return exports;
 }
 
 TesselWrapper::TesselWrapper(const Napi::CallbackInfo& info)
+    : TesselWrapper(info, readCreateParams(info)) {}
+
+TesselWrapper::TesselWrapper(const Napi::CallbackInfo& info, const tsl::CreateParams& params)
     : Napi::ObjectWrap<TesselWrapper>(info),
-      frameObjects(requireMain(info.Env())),
-      cleanupHook(info.Env(), [this] { end(); }) {
+      frameObjects_(info.Env()),
+      cleanupHook_(info.Env(), [this] { end(); }) {
   const Napi::Env env = info.Env();
-  const tsl::CreateParams params = readCreateParams(info);
   printCreateParams(params);
   try {
-    dispatcher = std::make_shared<JavascriptDispatcher>(env);
+    dispatcher_ = std::make_shared<events::JavascriptDispatcher>(env);
     createAndRunTessel(params);
-    eventHandler->WaitForInitEvent();
+    eventHandler_->WaitForInitEvent();
     obtainEmitter(env);
   } catch (...) {
     release();
@@ -139,53 +137,53 @@ TesselWrapper::TesselWrapper(const Napi::CallbackInfo& info)
   printProcessAndObject("TesselWrapper: ", this);
 }
 
-TesselWrapper::~TesselWrapper() { end(); }
+TesselWrapper::~TesselWrapper() { cleanupHook_.run(); }
 
 void TesselWrapper::end() {
-  if (std::exchange(hasEnded, true)) return;
   printProcessAndObject("~TesselWrapper: ", this);
   release();
 }
 
 void TesselWrapper::createAndRunTessel(const tsl::CreateParams& params) {
-  manager.reset(TSLM::TSLMManager::CreateTSLMManager(params));
-  if (!manager) throw std::runtime_error("The engine library made no engine");
-  streamManager = std::make_shared<StreamManager>(manager);
-  eventHandler = std::make_shared<TesselEventHandler>(dispatcher, streamManager);
-  manager->RegisterNotifyCallback(eventHandler);
-  sharedMemoryManager = SharedMemoryManager::CreateSharedMemoryManager();
-  manager->Initialize();
+  manager_.reset(TSLM::TSLMManager::CreateTSLMManager(params));
+  if (!manager_) throw std::runtime_error("The engine library made no engine");
+  streamManager_ = std::make_shared<frames::StreamManager>(manager_);
+  eventHandler_ = std::make_shared<events::TesselEventHandler>(dispatcher_, streamManager_);
+  manager_->RegisterNotifyCallback(eventHandler_);
+  sharedMemoryManager_ = sharedmem::SharedMemoryManager::CreateSharedMemoryManager();
+  manager_->Initialize();
 }
 
 void TesselWrapper::obtainEmitter(Napi::Env env) {
-  if (emitterFactory.IsEmpty()) {
+  if (emitterFactory_.IsEmpty()) {
     throw Napi::Error::New(
         env, "No emitter factory: call TesselWrapper._internal_setEmitterFactory first");
   }
   const Napi::EscapableHandleScope scope(env);
   napi_value made = nullptr;
-  Utils::checkStatus(
-      env, napi_call_function(env, env.Undefined(), emitterFactory.Value(), 0, nullptr, &made));
+  napi::checkStatus(
+      env, napi_call_function(env, env.Undefined(), emitterFactory_.Value(), 0, nullptr, &made));
   const Napi::Object object(env, made);
-  // Node-API makes references to symbols too. What else is no object it refuses in these words.
+  // Node-API also makes references to symbols. It refuses any other value that is no object with
+  // this message.
   if (object.IsSymbol()) throw Napi::Error::New(env, "Invalid argument");
-  emitter = Utils::weakReference(object);
-  eventHandler->setEmitter(object);
+  emitter_ = napi::weakReference(object);
+  eventHandler_->setEmitter(object);
 }
 
 void TesselWrapper::release() {
-  // No event may reach a handler that is going, and the engine may hold the handler, through it the
-  // dispatcher, and the receiver of a stream's frames for longer than this object does.
-  if (dispatcher) dispatcher->close();
-  if (eventHandler) eventHandler->detach();
-  if (sharedMemoryManager) sharedMemoryManager->close();
-  retainedPlanes.takeBackAll();
-  clearPlanes.takeBackAll();
-  sharedMemoryManager.reset();
-  eventHandler.reset();
-  streamManager.reset();
-  dispatcher.reset();
-  manager.reset();
+  // No event may reach a handler that is being destroyed. The engine may hold the handler, through
+  // it the dispatcher, and the receiver of a stream's frames longer than this object lives.
+  if (dispatcher_) dispatcher_->close();
+  if (eventHandler_) eventHandler_->detach();
+  if (sharedMemoryManager_) sharedMemoryManager_->close();
+  retainedPlanes_.takeBackAll();
+  clearPlanes_.takeBackAll();
+  sharedMemoryManager_.reset();
+  eventHandler_.reset();
+  streamManager_.reset();
+  dispatcher_.reset();
+  manager_.reset();
 }
 
 void TesselWrapper::setEmitterFactory(const Napi::CallbackInfo& info) {
@@ -194,35 +192,36 @@ void TesselWrapper::setEmitterFactory(const Napi::CallbackInfo& info) {
   if (!factory.IsFunction()) {
     throw Napi::TypeError::New(env, "Wrong argument type for argument 1, expected Function");
   }
-  requireMain(env);
-  emitterFactory = Napi::Persistent(factory.As<Napi::Function>());
+  napi::requireMainEnvironment(env, "TesselWrapper");
+  emitterFactory_ = Napi::Persistent(factory.As<Napi::Function>());
 }
 
 void TesselWrapper::on(const Napi::CallbackInfo& info) {
   const Napi::Env env = info.Env();
-  napiCheckArgLength(info, 2);
-  const std::string eventName = napiGetArgAsString(info, 0);
+  napi::napiCheckArgLength(info, 2);
+  const std::string eventName = napi::napiGetArgAsString(info, 0);
   const Napi::Value listener = info[1];
   if (!listener.IsFunction()) {
     throw Napi::TypeError::New(env, "Wrong argument type for argument 2, expected Function");
   }
-  const napi_value arguments[] = {Utils::toJavascript(env, eventName), listener};
-  const Napi::Object target = emitter.Value();
+  const napi_value arguments[] = {napi::toJavascript(env, eventName), listener};
+  const Napi::Object target = emitter_.Value();
   if (target.IsEmpty()) throw Napi::Error::New(env, "The event emitter was garbage-collected");
   napi_value subscribe = nullptr;
-  Utils::checkStatus(env, napi_get_named_property(env, target, "on", &subscribe));
-  Utils::checkStatus(
+  napi::checkStatus(env, napi_get_named_property(env, target, "on", &subscribe));
+  napi::checkStatus(
       env, napi_call_function(env, target, subscribe, std::size(arguments), arguments, nullptr));
 }
 
 void TesselWrapper::destroy(const Napi::CallbackInfo&) {
-  // Before the engine is asked, so that the process can end also when the engine throws; what the
-  // engine still reports arrives all the same, and not only if JavaScript goes on holding this
-  // object until then.
+  // Done before the engine is called, so that the process can end even if the engine throws. The
+  // reference keeps this object alive until what the engine has reported is delivered.
   Ref();
-  dispatcher->async([this](Napi::Env) { Unref(); });
-  dispatcher->releaseEventLoop();
-  manager->DeInitialize();
+  dispatcher_->async([this](Napi::Env) { Unref(); });
+  dispatcher_->releaseEventLoop();
+  manager_->DeInitialize();
   TSLM::TSLMManager::DestroyTSLMManager();
   base::DiagnosticLine("TesselWrapper::destroy: ").address(this);
 }
+
+}  // namespace wrapper

@@ -17,13 +17,15 @@
 #include "addon/sharedmem/shared_memory_manager.h"
 #include "tesselclient/tslm_manager.h"
 
+namespace wrapper {
+
 // Owns one media engine and gives JavaScript its operations, its notifications as events, and its
 // video frames. Made with `new` and destroyed when the collector takes its JavaScript object, or
 // earlier, when the environment ends. Every method runs on the main JavaScript thread and calls the
 // engine synchronously; outcomes reach JavaScript as events.
 //
 // A method checks and reads all of its arguments before it calls the engine, so that a bad argument
-// (a TypeError with one of the system's fixed texts) leaves everything as it was. What the engine
+// (a TypeError with one of the fixed texts) leaves everything as it was. What the engine
 // throws becomes a JavaScript Error.
 class TesselWrapper : public Napi::ObjectWrap<TesselWrapper> {
  public:
@@ -57,14 +59,6 @@ class TesselWrapper : public Napi::ObjectWrap<TesselWrapper> {
   void setAudioOutDevice(const Napi::CallbackInfo& info);
   void setAudioDebug(const Napi::CallbackInfo& info);
   void sendAudioDeviceStats(const Napi::CallbackInfo& info);
-  static void unpackMediaStreamState(const Napi::CallbackInfo& info, Napi::Object object,
-                                     tsl::MediaStreamState& state);
-  static void unpackAudioInDevice(const Napi::CallbackInfo& info, Napi::Object object,
-                                  tsl::AudioInDevice& device);
-  static void unpackAudioOutDevice(const Napi::CallbackInfo& info, Napi::Object object,
-                                   tsl::AudioOutDevice& device);
-  static void unpackVideoDevice(const Napi::CallbackInfo& info, Napi::Object object,
-                                tsl::VideoDevice& device);
 
   // content_sharing.cc
   void startPresentation(const Napi::CallbackInfo& info);
@@ -97,30 +91,35 @@ class TesselWrapper : public Napi::ObjectWrap<TesselWrapper> {
   Napi::Value getLastFrame(const Napi::CallbackInfo& info);
   void releaseFrame(const Napi::CallbackInfo& info);
 
+  // Runs after the arguments were checked and read.
+  TesselWrapper(const Napi::CallbackInfo& info, const tsl::CreateParams& params);
   void createAndRunTessel(const tsl::CreateParams& params);
   void obtainEmitter(Napi::Env env);
-  // Once, when the JavaScript object is collected or its environment ends.
+  // When the JavaScript object is collected or its environment ends, whichever comes first.
   void end();
   // Ends everything that the wrapper owns. More calls do nothing.
   void release();
 
   // Class-wide, touched by the main environment only. The constructor is kept for native code that
-  // needs the class later; both are emptied or left alone before the environment goes, never after.
-  static Napi::FunctionReference constructor;
-  static Napi::FunctionReference emitterFactory;
+  // needs the class later, and is never released; the factory is released before the environment
+  // ends.
+  static Napi::FunctionReference constructor_;
+  static Napi::FunctionReference emitterFactory_;
 
-  Napi::ObjectReference emitter;  // weak: JavaScript keeps the emitter alive
-  std::shared_ptr<TSLM::TSLMManager> manager;
-  std::shared_ptr<JavascriptDispatcher> dispatcher;
-  std::shared_ptr<StreamManager> streamManager;
-  std::shared_ptr<TesselEventHandler> eventHandler;
-  std::shared_ptr<SharedMemoryManager> sharedMemoryManager;
+  Napi::ObjectReference emitter_;  // weak: JavaScript keeps the emitter alive
+  std::shared_ptr<TSLM::TSLMManager> manager_;
+  std::shared_ptr<events::JavascriptDispatcher> dispatcher_;
+  std::shared_ptr<frames::StreamManager> streamManager_;
+  std::shared_ptr<events::TesselEventHandler> eventHandler_;
+  std::shared_ptr<sharedmem::SharedMemoryManager> sharedMemoryManager_;
 
-  FrameObjects frameObjects;
-  LentPlanes retainedPlanes;  // of the stream manager's last frames
-  LentPlanes clearPlanes;     // of frames that were not retained, until the stream's next frame
-  bool hasEnded = false;
-  Utils::EnvironmentCleanupHook cleanupHook;
+  frames::FrameObjects frameObjects_;
+  frames::LentPlanes retainedPlanes_;  // of the stream manager's last frames
+  frames::LentPlanes
+      clearPlanes_;  // of frames that were not retained, until the stream's next frame
+  napi::EnvironmentCleanupHook cleanupHook_;
 };
+
+}  // namespace wrapper
 
 #endif  // ADDON_WRAPPER_TESSEL_WRAPPER_H_

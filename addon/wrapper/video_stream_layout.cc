@@ -1,32 +1,33 @@
-// TesselWrapper: which remote videos are wanted, and how well.
+// TesselWrapper: which remote videos are requested, and at which quality.
 
 #include "addon/napi/arguments.h"
 #include "addon/napi/object_property_helper.h"
 #include "addon/napi/status.h"
 #include "addon/napi/values.h"
+#include "addon/utils/video_stream_quality.h"
 #include "addon/wrapper/tessel_wrapper.h"
-#include "addon/wrapper/video_stream_quality.h"
 #include "base/diagnostic_line.h"
 
+namespace wrapper {
 namespace {
 
 bool hasOwn(Napi::Env env, Napi::Value object, const char* name) {
   bool result = false;
-  Utils::checkStatus(env,
-                     napi_has_own_property(env, object, Utils::toJavascript(env, name), &result));
+  napi::checkStatus(env,
+                    napi_has_own_property(env, object, napi::toJavascript(env, name), &result));
   return result;
 }
 
 Napi::Value getProperty(Napi::Env env, Napi::Value object, const char* name) {
   napi_value result = nullptr;
-  Utils::checkStatus(env, napi_get_named_property(env, object, name, &result));
+  napi::checkStatus(env, napi_get_named_property(env, object, name, &result));
   return {env, result};
 }
 
-// What has no properties, null and undefined, throws as it does for an element of an array.
+// null and undefined, which have no properties, throw as they do for an element of an array.
 Napi::Value toObject(Napi::Env env, Napi::Value value) {
   napi_value result = nullptr;
-  Utils::checkStatus(env, napi_coerce_to_object(env, value, &result));
+  napi::checkStatus(env, napi_coerce_to_object(env, value, &result));
   return {env, result};
 }
 
@@ -40,7 +41,7 @@ Napi::Value ownArray(Napi::Env env, Napi::Object object, const char* name, const
 }
 
 tsl::VideoStreamInfo readStreamInfo(const Napi::CallbackInfo& info, Napi::Value value) {
-  const NapiObjectPropertyHelper helper(info, value, "");
+  const napi::NapiObjectPropertyHelper helper(info, value, "");
   // Only the low bits of a number that is too large are kept.
   tsl::VideoStreamInfo stream;
   stream.ssrc = static_cast<std::uint32_t>(helper.getAsInt("ssrc"));
@@ -55,7 +56,7 @@ std::uint32_t readLimit(const Napi::CallbackInfo& info, Napi::Value value, const
                         std::uint32_t (*filter)(std::uint32_t)) {
   const Napi::Env env = info.Env();
   if (!hasOwn(env, value, name) || !getProperty(env, value, name).IsNumber()) return 0;
-  const NapiObjectPropertyHelper helper(info, value, "");
+  const napi::NapiObjectPropertyHelper helper(info, value, "");
   return filter(static_cast<std::uint32_t>(helper.getAsInt(name)));
 }
 
@@ -72,7 +73,8 @@ tsl::VideoStreamConstraints readConstraints(const Napi::CallbackInfo& info, Napi
 
 void TesselWrapper::updateVideoStreamsState(const Napi::CallbackInfo& info) {
   const Napi::Env env = info.Env();
-  const NapiObjectPropertyHelper helper(info, napiGetArgAsObject(info, 0), "VideoStreamState");
+  const napi::NapiObjectPropertyHelper helper(info, napi::napiGetArgAsObject(info, 0),
+                                              "VideoStreamState");
   const Napi::Object state = helper.getAsObject("VideoStreamState");
 
   const Napi::Value infos =
@@ -80,21 +82,23 @@ void TesselWrapper::updateVideoStreamsState(const Napi::CallbackInfo& info) {
                "VideoStreamInfos object is not an Array");
   base::DiagnosticLine("Found array object inside VideoStreamInfos");
   std::vector<tsl::VideoStreamInfo> streams;
-  Utils::forEachElement(
+  napi::forEachElement(
       infos, [&](Napi::Value element) { streams.push_back(readStreamInfo(info, element)); });
 
   const Napi::Value occupancies = ownArray(env, state, "VideoOccupancyConstraints",
                                            "VideoOccupancyConstraints object is missing",
                                            "VideoOccupancyConstraints object is not an array");
   std::vector<std::vector<tsl::VideoStreamConstraints>> constraints;
-  Utils::forEachElement(occupancies, [&](Napi::Value tiles) {
+  napi::forEachElement(occupancies, [&](Napi::Value tiles) {
     if (!tiles.IsArray()) {
       throw Napi::TypeError::New(env, "videoOccupancyConstraintValue object is not an Array");
     }
     auto& limits = constraints.emplace_back();
-    Utils::forEachElement(tiles,
-                          [&](Napi::Value tile) { limits.push_back(readConstraints(info, tile)); });
+    napi::forEachElement(tiles,
+                         [&](Napi::Value tile) { limits.push_back(readConstraints(info, tile)); });
   });
 
-  manager->UpdateVideoStreamsState(streams, constraints);
+  manager_->UpdateVideoStreamsState(streams, constraints);
 }
+
+}  // namespace wrapper

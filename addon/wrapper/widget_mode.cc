@@ -1,15 +1,16 @@
 // TesselWrapper: streams whose frames are copied into shared memory for a second process.
 
-#include "addon/frames/stream_key_argument.h"
 #include "addon/napi/arguments.h"
 #include "addon/napi/values.h"
+#include "addon/utils/stream_key_argument.h"
 #include "addon/wrapper/tessel_wrapper.h"
 #include "base/diagnostic_line.h"
 
+namespace wrapper {
 namespace {
 
 StreamKey readKey(const Napi::CallbackInfo& info) {
-  napiCheckArgLength(info, 1);
+  napi::napiCheckArgLength(info, 1);
   return Utils::getStreamInfo(info);
 }
 
@@ -25,21 +26,23 @@ void printSwitch(const char* what, const StreamKey& key) {
 void TesselWrapper::enterWidgetMode(const Napi::CallbackInfo& info) {
   const StreamKey key = readKey(info);
   printSwitch("Enter Widget Mode for : ", key);
-  if (sharedMemoryManager->enableSharedMemory(key)) {
-    streamManager->registerFrameReciever(key, sharedMemoryManager);
+  if (sharedMemoryManager_->enableSharedMemory(key)) {
+    streamManager_->registerFrameReciever(key, sharedMemoryManager_);
   }
 }
 
 void TesselWrapper::exitWidgetMode(const Napi::CallbackInfo& info) {
   const StreamKey key = readKey(info);
   printSwitch("Exit Widget Mode for : ", key);
-  streamManager->unregisterFrameReciever(key);
-  sharedMemoryManager->disableSharedMemory(key);
+  streamManager_->unregisterFrameReciever(key);
+  sharedMemoryManager_->disableSharedMemory(key);
 }
 
 Napi::Value TesselWrapper::getSharedDataInfo(const Napi::CallbackInfo& info) {
   const Napi::Env env = info.Env();
-  const SharedMemoryInfo& segment = sharedMemoryManager->getSharedMemInfo();
-  return Utils::makeObject(env, {{"shm_name", Utils::toJavascript(env, segment.shmName)},
-                                 {"sem_name", Utils::toJavascript(env, segment.semName)}});
+  const sharedmem::SharedMemoryInfo& segment = sharedMemoryManager_->getSharedMemInfo();
+  return napi::makeObject(env, {{"shm_name", napi::toJavascript(env, segment.shmName)},
+                                {"sem_name", napi::toJavascript(env, segment.semName)}});
 }
+
+}  // namespace wrapper

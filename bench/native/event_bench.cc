@@ -16,6 +16,9 @@
 #include "addon/events/tessel_event_handler.h"
 #include "addon/napi/values.h"
 
+using events::JavascriptDispatcher;
+using events::TesselEventHandler;
+
 namespace {
 
 constexpr int kStreamIndex = 3;
@@ -97,7 +100,7 @@ void useThreadSafeFunction(const Napi::CallbackInfo& info) {
 // startPosting(threads, perThread)
 void startPosting(const Napi::CallbackInfo& info) {
   const int perThread = info[1].As<Napi::Number>();
-  for (int i = 0; i < Utils::toInt32(info[0]); ++i) {
+  for (int i = 0; i < napi::toInt32(info[0]); ++i) {
     posters.emplace_back([perThread] {
       for (int event = 0; event < perThread; ++event) post();
     });
@@ -125,7 +128,7 @@ struct WakeUps {
 
 // startWaking(count): each time the loop has had a millisecond to fall asleep.
 void startWaking(const Napi::CallbackInfo& info) {
-  posters.emplace_back([count = Utils::toInt32(info[0])] {
+  posters.emplace_back([count = napi::toInt32(info[0])] {
     for (int i = 0; i < count; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
       wakeUps.posted = Clock::now();
@@ -147,8 +150,8 @@ void arrived(const Napi::CallbackInfo&) { wakeUps.arrived(); }
 
 // How long each wake-up took so far, in microseconds.
 Napi::Value wakeUpTimes(const Napi::CallbackInfo& info) {
-  return Utils::makeArray(info.Env(), wakeUps.microseconds,
-                          [&](double time) { return Utils::toJavascript(info.Env(), time); });
+  return napi::makeArray(info.Env(), wakeUps.microseconds,
+                         [&](double time) { return napi::toJavascript(info.Env(), time); });
 }
 
 Napi::Object initialise(Napi::Env env, Napi::Object exports) {

@@ -10,13 +10,18 @@
 
 #include "addon/frames/frame_objects.h"
 #include "addon/frames/lent_planes.h"
-#include "addon/frames/stream_key_argument.h"
 #include "addon/frames/stream_manager.h"
 #include "addon/napi/arguments.h"
 #include "addon/napi/status.h"
 #include "addon/napi/values.h"
+#include "addon/utils/stream_key_argument.h"
 #include "bench/native/picture.h"
 #include "test/native/support/idle_engine.h"
+
+using frames::FrameObjects;
+using frames::LentPlanes;
+using frames::StreamManager;
+using napi::napiGetArgAsInt64;
 
 namespace {
 

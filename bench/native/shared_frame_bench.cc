@@ -13,6 +13,9 @@
 #include "addon/sharedmem/shared_memory_manager.h"
 #include "bench/native/picture.h"
 
+using sharedmem::SharedMemoryInfo;
+using sharedmem::SharedMemoryManager;
+
 namespace {
 
 struct Bench {

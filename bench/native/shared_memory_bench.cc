@@ -24,6 +24,10 @@
 #include "addon/sharedmem/shared_memory_manager.h"
 #include "bench/native/picture.h"
 
+using sharedmem::SharedMemoryAllocator;
+using sharedmem::SharedMemoryInfo;
+using sharedmem::SharedMemoryManager;
+
 namespace {
 
 using Clock = std::chrono::steady_clock;

@@ -15,6 +15,10 @@ class Call {
     this.#waits = waits;
   }
 
+  get state() {
+    return this.#state;
+  }
+
   follow(event, payload) {
     if (event === 'callDisconnect') this.#state = 'none';
     else if (event === 'callConnectionStatus' && payload.connected && this.#state === 'joining') {

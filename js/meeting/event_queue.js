@@ -1,19 +1,24 @@
 'use strict';
 
+const { inspect } = require('node:util');
+
 const { onAbort } = require('../abortable.js');
+const { summary } = require('../inspection.js');
 
 // An async iterator over [name, payload] of the events `names` of `emitter`, from the moment it is
 // made until return() or the end that `signals` bring. Events wait in it until they are asked for.
 class EventQueue {
   static #over = () => Promise.resolve({ done: true, value: undefined });
 
+  #names;
   #waiting = []; // asked for, and not there: what answers
   #arrived = []; // there, and not asked for
   #ending; // once ended: the last answer, given from then on
   #undo = [];
 
   constructor(emitter, names, { closing, signal }) {
-    for (const name of new Set(names)) {
+    this.#names = [...new Set(names)];
+    for (const name of this.#names) {
       const listener = (payload) => this.#arrive([name, payload]);
       emitter.prependListener(name, listener);
       this.#undo.push(() => emitter.off(name, listener));
@@ -40,6 +45,15 @@ class EventQueue {
     // Also when the signal was aborted before: who leaves the loop wants no reason any more.
     this.#ending = EventQueue.#over;
     return this.#ending();
+  }
+
+  [inspect.custom](depth, options) {
+    const properties = {
+      names: this.#names,
+      arrived: this.#arrived.length,
+      isEnded: this.#ending !== undefined,
+    };
+    return summary('EventQueue', properties, depth, options);
   }
 
   #arrive(event) {

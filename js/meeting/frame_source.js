@@ -1,6 +1,8 @@
 'use strict';
 
+const clocks = require('../clocks.js');
 const { ClosedError } = require('../errors.js');
+const { inspectable } = require('../inspection.js');
 const { checkOptions } = require('../options.js');
 const { Pace } = require('../pace.js');
 const { nameOf, requireStream } = require('../stream_key.js');
@@ -62,6 +64,7 @@ class FrameSource {
       shown = present;
 
       const frame = this.#wrapper.getFrame(stream, frameId);
+      frame.receivedAt = clocks.monotonicTime();
       isDelivered = !frame.noUpdate || (frame.clearFrame && frameId > 0);
       isAwaited = !isDelivered && !present && name !== UNANNOUNCED;
       if (!isDelivered) continue;
@@ -73,7 +76,7 @@ class FrameSource {
       }
       counters.delivered += 1;
       try {
-        yield frame;
+        yield inspectable(frame);
       } finally {
         counters.released += 1;
       }

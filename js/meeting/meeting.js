@@ -1,13 +1,17 @@
 'use strict';
 
+const { AsyncResource } = require('node:async_hooks');
+const { inspect } = require('node:util');
+
 const { TesselWrapper } = require('../addon.js');
 const { ClosedError } = require('../errors.js');
 const { requireEventName, requireEventNames } = require('../event_names.js');
 const { FrameLedger } = require('../frame_counters.js');
+const { summary } = require('../inspection.js');
 const { requireMainThread } = require('../main_thread.js');
 const { checkOptions } = require('../options.js');
 const { makeSegment } = require('../private_segments.js');
-const { requireStream } = require('../stream_key.js');
+const { nameOf, requireStream } = require('../stream_key.js');
 const { Call } = require('./call.js');
 const { EventQueue } = require('./event_queue.js');
 const { FollowedEmitter } = require('./followed_emitter.js');
@@ -32,6 +36,7 @@ class Meeting {
   #streams = new PresentStreams();
   #waits = new Waits(this.#emitter, this.#closing.signal);
   #wrapper;
+  #resource;
   #ledger;
   #call;
   #sharing;
@@ -52,6 +57,8 @@ class Meeting {
     }
     TesselWrapper._internal_setEmitterFactory(() => this.#emitter);
     this.#wrapper = new TesselWrapper(record);
+    // For tools that look for what keeps a process alive: the engine's own handle is none of node's.
+    this.#resource = new AsyncResource('TesselMeeting', { requireManualDestroy: true });
     this.#ledger = new FrameLedger('meeting');
     this.#call = new Call(this.#wrapper, this.#waits);
     this.#sharing = new Sharing(this.#wrapper, this.#waits);
@@ -146,6 +153,7 @@ class Meeting {
     if (this.isClosed) return;
     this.#closing.abort(new ClosedError('The meeting was closed'));
     open.delete(this);
+    this.#resource.emitDestroy();
     this.#ledger.close();
     try {
       this.#entries.exitAll();
@@ -156,6 +164,21 @@ class Meeting {
 
   [Symbol.dispose]() {
     this.close();
+  }
+
+  [inspect.custom](depth, options) {
+    const call = {
+      call: this.#call.state,
+      streams: this.streams.map(nameOf),
+      inWidgetMode: this.#entries.names,
+    };
+    const properties = {
+      owner: this.#ledger.owner,
+      isClosed: this.isClosed,
+      ...(this.isClosed ? {} : call),
+      frames: this.#ledger.byStream(),
+    };
+    return summary('Meeting', properties, depth, options);
   }
 
   // Keeps the parts up to date with what the engine tells.

@@ -29,6 +29,10 @@ class WidgetEntries {
     this.#closing = closing;
   }
 
+  get names() {
+    return [...this.#entered.keys()];
+  }
+
   // What comes back under the name of a stream that is gone is another stream for the engine.
   follow(event, payload) {
     if (event === 'streamRemoved') this.exit(payload);

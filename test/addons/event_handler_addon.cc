@@ -12,6 +12,10 @@
 #include "addon/events/tessel_event_handler.h"
 #include "addon/frames/stream_manager.h"
 
+using events::JavascriptDispatcher;
+using events::TesselEventHandler;
+using frames::StreamManager;
+
 namespace {
 
 // Runs `work` on a thread of its own, as the engine does, and waits for its end.

@@ -11,6 +11,13 @@
 #include "addon/napi/object_property_helper.h"
 #include "addon/napi/values.h"
 
+using napi::napiCheckArgLength;
+using napi::napiGetArgAsBoolean;
+using napi::napiGetArgAsInt64;
+using napi::napiGetArgAsObject;
+using napi::napiGetArgAsString;
+using napi::NapiObjectPropertyHelper;
+
 namespace {
 
 // A reader of arguments takes its count or its position once, and gives the function to be called
@@ -25,7 +32,7 @@ void exportArgumentReader(Napi::Object exports, const char* name, ArgumentReader
       return read(arguments, number);
     });
   };
-  Utils::setProperty(exports, name, Napi::Function::New(env, bind, name));
+  napi::setProperty(exports, name, Napi::Function::New(env, bind, name));
 }
 
 // A reader of properties is called with the object, the object's name and the property's name.
@@ -34,14 +41,14 @@ using PropertyReader =
 
 void exportPropertyReader(Napi::Object exports, const char* name, PropertyReader read) {
   const auto call = [read = std::move(read)](const Napi::CallbackInfo& info) {
-    const NapiObjectPropertyHelper helper(info, info[0], Utils::toUtf8(info[1]));
-    return read(helper, info.Env(), Utils::toUtf8(info[2]));
+    const NapiObjectPropertyHelper helper(info, info[0], napi::toUtf8(info[1]));
+    return read(helper, info.Env(), napi::toUtf8(info[2]));
   };
-  Utils::setProperty(exports, name, Napi::Function::New(exports.Env(), call, name));
+  napi::setProperty(exports, name, Napi::Function::New(exports.Env(), call, name));
 }
 
 Napi::Object exportReaders(Napi::Env, Napi::Object exports) {
-  using Utils::toJavascript;
+  using napi::toJavascript;
 
   exportArgumentReader(exports, "napiCheckArgLength", [](const auto& info, auto count) {
     napiCheckArgLength(info, count);

@@ -43,24 +43,25 @@ class FrameReader {
   static void touch(const volatile std::uint8_t* byte) { static_cast<void>(*byte); }
 
   void requireInside(const VideoPlane& plane) const {
-    require(plane.data >= pixels_ && plane.size <= kPixelSpace &&
-            plane.data - pixels_ <= static_cast<std::ptrdiff_t>(kPixelSpace - plane.size));
+    require(plane.data >= pixels_ && plane.size <= sharedmem::kPixelSpace &&
+            plane.data - pixels_ <=
+                static_cast<std::ptrdiff_t>(sharedmem::kPixelSpace - plane.size));
     require(std::uint64_t{plane.stride} * plane.height == plane.size);
     require(plane.stride == plane.width);
   }
 
   // Where the reader has its mapping of the segment, which is not the fuzzer's: the header of zeros
   // is that of an empty picture, and its first plane lies at the start of the pixel space.
-  static const std::uint8_t* readersPixelSpace(SharedMemoryVideoFrameSource& source) {
+  static const std::uint8_t* readersPixelSpace(sharedmem::SharedMemoryVideoFrameSource& source) {
     VideoFrame frame;
     require(source.getVideoFrame(frame, kNoFrame) && !frame.noUpdate);
     require(source.releaseVideoFrame());
     return frame.yPlane.data;
   }
 
-  RawSegment segment_{"frame", kFrameSegmentSize};
-  const std::shared_ptr<SharedMemoryVideoFrameSource> source_ =
-      SharedMemoryVideoFrameSource::CreateVideoFrameSource(segment_.info());
+  RawSegment segment_{"frame", sharedmem::kFrameSegmentSize};
+  const std::shared_ptr<sharedmem::SharedMemoryVideoFrameSource> source_ =
+      sharedmem::SharedMemoryVideoFrameSource::CreateVideoFrameSource(segment_.info());
   const std::uint8_t* const pixels_ = readersPixelSpace(*source_);
 };
 

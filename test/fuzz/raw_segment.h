@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -38,32 +39,40 @@ class RawSegment {
       : info_{.shmName = ownNames().shm() + suffix,
               .semName = ownNames().sem() + suffix,
               .size = size} {
-    makeNamesAgain();
+    const int fd = shm_open(info_.shmName.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
+    require(fd >= 0 && ftruncate(fd, static_cast<off_t>(size)) == 0);
+    void* const mapped = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    require(mapped != MAP_FAILED);
+    bytes_ = static_cast<std::uint8_t*>(mapped);
+    close(fd);
+    semaphore_ = sem_open(info_.semName.c_str(), O_CREAT | O_EXCL, 0600, 1);
+    require(semaphore_ != SEM_FAILED);
+    for (const std::string& file : files()) require(link(file.c_str(), kept(file).c_str()) == 0);
   }
   ~RawSegment() {
-    shm_unlink(info_.shmName.c_str());
-    sem_unlink(info_.semName.c_str());
+    for (const std::string& file : files()) {
+      unlink(file.c_str());
+      unlink(kept(file).c_str());
+    }
+    sem_close(semaphore_);
     munmap(bytes_, info_.size);
   }
   RawSegment(const RawSegment&) = delete;
   RawSegment& operator=(const RawSegment&) = delete;
 
   // What opens the pair.
-  const SharedMemoryInfo& info() const { return info_; }
+  const sharedmem::SharedMemoryInfo& info() const { return info_; }
   std::uint8_t* bytes() const { return bytes_; }
 
+  // The pair stays the same, since new pages would take most of a fuzzer's time. Whoever had opened
+  // it must have given back its lock.
   void makeNamesAgain() {
-    if (bytes_ != nullptr) munmap(bytes_, info_.size);
-    const int fd = shm_open(info_.shmName.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
-    require(fd >= 0 && ftruncate(fd, static_cast<off_t>(info_.size)) == 0);
-    void* const mapped = mmap(nullptr, info_.size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    require(mapped != MAP_FAILED);
-    bytes_ = static_cast<std::uint8_t*>(mapped);
-    close(fd);
-    sem_unlink(info_.semName.c_str());
-    sem_t* const semaphore = sem_open(info_.semName.c_str(), O_CREAT | O_EXCL, 0600, 1);
-    require(semaphore != SEM_FAILED);
-    sem_close(semaphore);
+    for (const std::string& file : files()) {
+      unlink(file.c_str());
+      require(link(kept(file).c_str(), file.c_str()) == 0);
+    }
+    int count = 0;
+    require(sem_getvalue(semaphore_, &count) == 0 && count == 1);
   }
 
   // Fills `space` bytes at an offset: with an input, and zeros where it is shorter. Nothing of the
@@ -74,8 +83,15 @@ class RawSegment {
   }
 
  private:
-  const SharedMemoryInfo info_;
+  std::array<std::string, 2> files() const {
+    return {test::objectPath(info_.shmName), test::semaphorePath(info_.semName)};
+  }
+  // The second name of a file, under which it outlives the first.
+  static std::string kept(const std::string& file) { return file + "_kept"; }
+
+  const sharedmem::SharedMemoryInfo info_;
   std::uint8_t* bytes_ = nullptr;
+  sem_t* semaphore_ = nullptr;
 };
 
 }  // namespace fuzz

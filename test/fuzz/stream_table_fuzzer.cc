@@ -11,6 +11,13 @@
 #include "addon/sharedmem/shared_memory_manager.h"
 #include "test/fuzz/raw_segment.h"
 
+using sharedmem::kFrameSegmentSize;
+using sharedmem::kMainSegmentSize;
+using sharedmem::kRemoteStreams;
+using sharedmem::kStreamEntries;
+using sharedmem::SharedMemoryManager;
+using sharedmem::SharedStreamEntry;
+
 namespace {
 
 // Any kind of stream, also unknown ones, with any index of the table and one beyond at each end.

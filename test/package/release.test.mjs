@@ -8,7 +8,7 @@ import path from 'node:path';
 import { test } from 'node:test';
 
 import { temporaryDirectory } from '../support/temporary_directory.mjs';
-import { repository } from '../support/face.mjs';
+import { repository } from '../support/build.mjs';
 
 const MEETING = `
 import { Meeting, copyI420 } from 'tessel-wrapper';

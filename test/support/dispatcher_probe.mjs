@@ -3,7 +3,7 @@
 import { createRequire } from 'node:module';
 import path from 'node:path';
 
-const probe = createRequire(import.meta.url)(
-  path.join(process.env.TESSEL_BUILD, 'test/addons/dispatcher_probe.node'),
-);
-export const { Dispatcher, Channel, closuresAlive } = probe;
+import { build } from './build.mjs';
+
+const probe = createRequire(import.meta.url)(path.join(build, 'test/addons/dispatcher_probe.node'));
+export const { Dispatcher, Channel, closuresAlive, failScopes } = probe;

@@ -1,25 +1,20 @@
 // Meetings on the embedded engine for JavaScript tests.
 
-import { EventEmitter, once } from 'node:events';
+import { once } from 'node:events';
 import { readFileSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import path from 'node:path';
 import { setImmediate } from 'node:timers/promises';
 
-import { connection } from '../../examples/support/connection.mjs';
+import { connectParams } from '../../examples/support/connect_params.mjs';
 import { EVENT_NAMES } from '../../js/event_names.js';
+import { addonFile } from './build.mjs';
+import { PARAMS, makeWrapper } from './make_wrapper.mjs';
 import { temporaryDirectory } from './temporary_directory.mjs';
 
 const require = createRequire(import.meta.url);
-const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
 
-export const { TesselWrapper, TesselWrapperProxy } = require(
-  path.join(build, 'tesselWrapper.node'),
-);
-
-export const LOCAL = { type: 'local', streamIndex: 0 };
-export const CONTENT = { type: 'content', streamIndex: 0 };
-export const remote = (streamIndex) => ({ type: 'remote', streamIndex });
+export const { TesselWrapper, TesselWrapperProxy } = require(addonFile);
 
 // `wrapper` for tests: the names of the methods that they call are added to `called`.
 function noting(wrapper, called) {
@@ -36,15 +31,9 @@ export class Meeting {
   constructor(test, { logPrefix = 'test', configPath = '' } = {}) {
     this.logPath = temporaryDirectory(test);
     this.logFile = path.join(this.logPath, `${logPrefix}tesselclient.log`);
-    this.emitter = new EventEmitter();
-    TesselWrapper._internal_setEmitterFactory(() => this.emitter);
-    const wrapper = new TesselWrapper({
-      appVersion: '1',
-      configPath,
-      logPath: this.logPath,
-      logPrefix,
-      userAgent: 'test',
-    });
+    const params = { ...PARAMS, configPath, logPath: this.logPath, logPrefix };
+    const { wrapper, emitter } = makeWrapper(TesselWrapper, { params });
+    this.emitter = emitter;
     this.called = new Set(); // the names of the wrapper's methods that were called
     this.wrapper = noting(wrapper, this.called);
     this.events = []; // [name, payload] in order
@@ -88,7 +77,7 @@ export class Meeting {
   }
 
   connect(uri, overrides = {}) {
-    this.wrapper.connectCall({ ...connection(uri), ...overrides });
+    this.wrapper.connectCall({ ...connectParams(uri), ...overrides });
   }
 
   // Joins and settles when the engine has answered.

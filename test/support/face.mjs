@@ -2,14 +2,8 @@
 
 import { createRequire } from 'node:module';
 import path from 'node:path';
-import { fileURLToPath } from 'node:url';
 
-export const repository = fileURLToPath(new URL('../../', import.meta.url));
-export const build = path.resolve(repository, process.env.TESSEL_BUILD ?? 'build/release');
-export const addonFile = path.join(build, 'tesselWrapper.node');
-
-// Also for the processes that the tests start.
-process.env.TESSEL_WRAPPER_ADDON = addonFile;
+import { repository } from './build.mjs';
 
 // One of the face's own modules.
 export const requireFace = createRequire(path.join(repository, 'js/index.js'));

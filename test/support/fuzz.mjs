@@ -5,6 +5,8 @@ import { mkdtempSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 
+import { repository } from './build.mjs';
+
 // Each with what it shows when it reports nothing.
 export const FUZZERS = [
   ['frame_segment_fuzzer', 'no header of a frame segment leads a reader beyond the segment'],
@@ -21,7 +23,7 @@ export function fuzz(fuzzer, { runs = -1, seconds = 0, seed = 0, files = [] }) {
   const artifacts = mkdtempSync(path.join(tmpdir(), 'tessel_fuzz_'));
   try {
     const { status, signal, stderr } = spawnSync(
-      path.resolve('build/fuzz/test/fuzz', fuzzer),
+      path.join(repository, 'build/fuzz/test/fuzz', fuzzer),
       [
         ...[`-runs=${runs}`, `-max_total_time=${seconds}`, `-seed=${seed}`],
         // The lines that the code under test prints on standard output are left out.

@@ -2,16 +2,11 @@
 
 import assert from 'node:assert/strict';
 import { existsSync } from 'node:fs';
-import path from 'node:path';
 import { after } from 'node:test';
 
+import './build.mjs'; // names the addon for the processes
 import { startProcess } from './commanded_process.mjs';
 import { filesNamedIn, removeLeftovers } from './shared_memory/shared_memory_names.mjs';
-
-const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
-
-// Which build's addon the package is to load.
-const PACKAGE = { TESSEL_WRAPPER_ADDON: path.join(build, 'tesselWrapper.node') };
 
 const started = [];
 
@@ -48,18 +43,9 @@ export async function startWidget(test, key, options = {}) {
 }
 
 export const startWidgetWithoutProxy = (test, options) =>
-  startRemembered(test, './support/processes/widget_process.mjs', {
-    ...options,
-    environment: PACKAGE,
-  });
+  startRemembered(test, './support/processes/widget_process.mjs', options);
 
 export async function startEmbeddedMain(test, logPath) {
-  const main = startRemembered(test, './support/processes/embedded_main_process.mjs', {
-    environment: PACKAGE,
-  });
+  const main = startRemembered(test, './support/processes/embedded_main_process.mjs');
   return { main, key: await main.does('construct', logPath) };
 }
-
-export const remote = (streamIndex) => ({ type: 'remote', streamIndex });
-
-export const TIMED_OUT = 'sem_timedwait timedout, error:110';

@@ -104,6 +104,10 @@ export const tile: VideoStreamConstraints = { maxquality: 700 };
 wrapper.configureMeetingStats({ enable: true });
 // @ts-expect-error: nothing is returned
 wrapper.getMeetingStats().content_recv_stats.pacer_delay_ms;
+// @ts-expect-error: milliseconds have a name
+meeting.leave(500);
+// @ts-expect-error: no such limit
+meeting.leave({ timeOut: 5 });
 // @ts-expect-error: a void method has no result
 export const left: boolean = wrapper.disconnectCall();
 
@@ -115,6 +119,10 @@ for (const stream of meeting.streams) meeting.frames(stream);
 meeting.frames({ type: 'screen', streamIndex: 0 });
 // @ts-expect-error: frames per second are a number
 meeting.frames(remote, { rate: '30' });
+// @ts-expect-error: the rate is called that
+meeting.frames(remote, { fps: 5 });
+// @ts-expect-error: only what a loop gets has a time
+wrapper.getFrame(remote, 0).receivedAt;
 // @ts-expect-error: a frame identifier is needed
 wrapper.getFrame(remote);
 // @ts-expect-error: it may have no picture

@@ -27,6 +27,7 @@ import type {
   MeetingEvents,
   MeetingStats,
   PictureFrame,
+  ReceivedFrame,
   SharedDataInfo,
   StreamEvent,
   StreamKey,
@@ -197,7 +198,10 @@ export async function useMeeting() {
   expectType<[name: 'micLevel', payload: { level: number }]>()(event, true);
 
   for await (const frame of meeting.frames(remote, { rate: 15, signal: limits.signal })) {
-    expectType<PictureFrame | ClearFrame>()(frame, true);
+    expectType<ReceivedFrame>()(frame, true);
+    expectType<number>()(frame.receivedAt, true);
+    const untimed: PictureFrame | ClearFrame = frame;
+    expectType<boolean>()(untimed.clearFrame, true);
     if (frame.noUpdate) {
       expectType<true>()(frame.clearFrame, true);
       continue;

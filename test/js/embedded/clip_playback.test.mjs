@@ -10,9 +10,10 @@ import { setImmediate } from 'node:timers/promises';
 import { Meeting } from '../../support/embedded_meeting.mjs';
 import { ffmpeg } from '../../support/ffmpeg.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const FRAMES = 12;
-const STREAM = { type: 'remote', streamIndex: 0 };
+const STREAM = remote(0);
 
 // A clip of FRAMES pictures as `clip.y4m` and, from the same source, as raw planes.
 function makeClip(directory, width, height) {

@@ -5,7 +5,8 @@ import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
 import { readCard } from '../../support/card_code.mjs';
-import { CONTENT, Meeting, remote } from '../../support/embedded_meeting.mjs';
+import { Meeting } from '../../support/embedded_meeting.mjs';
+import { CONTENT, remote } from '../../support/streams.mjs';
 
 const ALONE = 'tessel:room?participants=0';
 

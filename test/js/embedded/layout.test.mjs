@@ -4,7 +4,8 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
-import { Meeting, remote } from '../../support/embedded_meeting.mjs';
+import { Meeting } from '../../support/embedded_meeting.mjs';
+import { remote } from '../../support/streams.mjs';
 
 // Wishes for the streams of these sources, the larger `priority` the more, with one row of
 // constraints for each number of tiles.

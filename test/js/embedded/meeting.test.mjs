@@ -6,7 +6,8 @@ import path from 'node:path';
 import { test } from 'node:test';
 
 import { readCard } from '../../support/card_code.mjs';
-import { Meeting, remote } from '../../support/embedded_meeting.mjs';
+import { Meeting } from '../../support/embedded_meeting.mjs';
+import { remote } from '../../support/streams.mjs';
 
 test('joining reports the connection, then each participant as a stream of its own', async (t) => {
   const meeting = new Meeting(t);

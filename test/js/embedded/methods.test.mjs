@@ -6,14 +6,8 @@ import { test } from 'node:test';
 
 import { METHODS } from '../../support/scripted/method_table.mjs';
 import { readCard } from '../../support/card_code.mjs';
-import {
-  CONTENT,
-  LOCAL,
-  Meeting,
-  TesselWrapper,
-  TesselWrapperProxy,
-  remote,
-} from '../../support/embedded_meeting.mjs';
+import { Meeting, TesselWrapper, TesselWrapperProxy } from '../../support/embedded_meeting.mjs';
+import { CONTENT, LOCAL, remote } from '../../support/streams.mjs';
 
 const FACTORY_SETTER = '_internal_setEmitterFactory';
 

@@ -3,7 +3,8 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
-import { CONTENT, LOCAL, Meeting, remote } from '../../support/embedded_meeting.mjs';
+import { Meeting } from '../../support/embedded_meeting.mjs';
+import { CONTENT, LOCAL, remote } from '../../support/streams.mjs';
 
 const SMALL = 'tessel:room?participants=1&size=64x36';
 

@@ -7,20 +7,21 @@ import path from 'node:path';
 import { after, beforeEach, test } from 'node:test';
 import { getHeapStatistics } from 'node:v8';
 
+import { build } from '../../support/build.mjs';
 import { runInChild } from '../../support/child.mjs';
 import { collectUntil } from '../../support/collector.mjs';
-import { makeLiveWrapper } from '../../support/scripted/live_wrapper.mjs';
+import { makeWrapper } from '../../support/make_wrapper.mjs';
 import { patchGlobals, withPatchedGlobals } from '../../support/patched_globals.mjs';
 import * as engine from '../../support/scripted/scripted_engine.mjs';
 
 const { defineProperty } = Object;
 const { TesselWrapper } = engine.loadAddon();
 const { EventHandler } = createRequire(import.meta.url)(
-  path.join(engine.buildDirectory, 'test/addons/event_handler.node'),
+  path.join(build, 'test/addons/event_handler.node'),
 );
 
 const emitter = new EventEmitter();
-const { wrapper } = makeLiveWrapper(TesselWrapper, emitter);
+const { wrapper } = makeWrapper(TesselWrapper, { emitter });
 const ownEngine = engine.calls().at(-1).engine;
 
 beforeEach(() => {
@@ -510,12 +511,12 @@ test('notifications return although JavaScript is busy and does not take their e
 const EVENT_MODULES = [
   './support/child.mjs',
   './support/scripted/scripted_engine.mjs',
-  './support/scripted/live_wrapper.mjs',
+  './support/make_wrapper.mjs',
 ];
 
 test('what "emit" throws is an uncaught exception, and later events arrive', () => {
   const { code, signal, stderr, said } = runInChild(
-    ({ say }, scripted, { makeLiveWrapper: make }) => {
+    ({ say }, scripted, { makeWrapper: make }) => {
       const { wrapper: own, emitter: target } = make(scripted.loadAddon().TesselWrapper);
       const revoked = Proxy.revocable({}, {});
       revoked.revoke();
@@ -566,7 +567,7 @@ test('what "emit" throws is an uncaught exception, and later events arrive', () 
 
 test('an emitter without a callable "emit" is an uncaught exception for each event', () => {
   const { code, signal, stderr, said } = runInChild(
-    ({ say }, scripted, { makeLiveWrapper: make }) => {
+    ({ say }, scripted, { makeWrapper: make }) => {
       const { wrapper: own, emitter: target } = make(scripted.loadAddon().TesselWrapper);
       const values = [undefined, null, 1, 'emit', {}];
       process.on('uncaughtException', (error) => {
@@ -586,7 +587,7 @@ test('an emitter without a callable "emit" is an uncaught exception for each eve
 
 test('an uncaught exception of a listener has the stack that leads to the listener', () => {
   const { code, signal, stderr, said } = runInChild(
-    ({ say }, scripted, { makeLiveWrapper: make }) => {
+    ({ say }, scripted, { makeWrapper: make }) => {
       const { wrapper: own, emitter: target } = make(scripted.loadAddon().TesselWrapper);
       process.on('uncaughtException', (error) => {
         say(error.stack.split('\n')[0]);
@@ -607,7 +608,7 @@ test('an uncaught exception of a listener has the stack that leads to the listen
 
 test('an exception that nobody catches ends the process as any other would', () => {
   const { code, signal, stderr } = runInChild(
-    (_child, scripted, { makeLiveWrapper: make }) => {
+    (_child, scripted, { makeWrapper: make }) => {
       globalThis.live = make(scripted.loadAddon().TesselWrapper);
       globalThis.live.emitter.on('micLevel', () => {
         throw new RangeError('from the listener');
@@ -622,7 +623,7 @@ test('an exception that nobody catches ends the process as any other would', () 
 
 test('a listener may end the process', () => {
   const { code, signal, stderr, said } = runInChild(
-    ({ say }, scripted, { makeLiveWrapper: make }) => {
+    ({ say }, scripted, { makeWrapper: make }) => {
       globalThis.live = make(scripted.loadAddon().TesselWrapper);
       globalThis.live.emitter.on('micLevel', ({ level }) => {
         say(`${level}`);
@@ -725,7 +726,7 @@ test('the reference to the emitter of before is given up when another is set', (
 test("two wrappers emit their engines' events on their own emitters", async () => {
   const target = new EventEmitter();
   engine.clearCalls();
-  const { wrapper: other } = makeLiveWrapper(TesselWrapper, target);
+  const { wrapper: other } = makeWrapper(TesselWrapper, { emitter: target });
   try {
     const otherEngine = engine.calls()[0].engine;
     const [mine, others] = [noteEmits(emitter), noteEmits(target)];
@@ -794,7 +795,7 @@ test('waiting for the engine ends when it reports that it is ready', () => {
 for (const mode of ['inside', 'before-wait', 'later']) {
   test(`a wrapper is made when the engine is ready: ${mode}`, () => {
     const { code, signal, stderr, lines } = runInChild(
-      ({ say }, scripted, { makeLiveWrapper: make }) => {
+      ({ say }, scripted, { makeWrapper: make }) => {
         scripted.setInitialisation(process.argv[1], {
           notifications: [
             ['NotifyMicLevel', 1],
@@ -807,7 +808,7 @@ for (const mode of ['inside', 'before-wait', 'later']) {
             if (name === 'streamAdded') own.destroy();
           },
         };
-        const { wrapper: own } = make(scripted.loadAddon().TesselWrapper, target);
+        const { wrapper: own } = make(scripted.loadAddon().TesselWrapper, { emitter: target });
         say('made');
         globalThis.target = target;
       },
@@ -845,7 +846,7 @@ for (const when of ['after', 'before']) {
   test(`globals patched ${when} a wrapper is made do not change its events`, async () => {
     const patches = { properties: PAYLOAD_PROPERTIES };
     const target = {};
-    const make = () => makeLiveWrapper(TesselWrapper, target).wrapper;
+    const make = () => makeWrapper(TesselWrapper, { emitter: target }).wrapper;
     const other = when === 'before' ? withPatchedGlobals(patches, make) : make();
     engine.selectEngine(0);
     engine.fire('NotifyStreamAdded', { kind: 1, index: 3 }, 4);

@@ -9,20 +9,19 @@ import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
 import { PNG } from 'pngjs';
 
+import '../../support/build.mjs'; // names the addon for the example
 import { ffmpeg } from '../../support/ffmpeg.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 
 const EXAMPLE = fileURLToPath(new URL('../../../examples/terminal_meeting.mjs', import.meta.url));
-const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
 
 // Settles with what the example printed and where its pictures are.
 async function run(t, ...options) {
   const output = temporaryDirectory(t);
-  const { stdout } = await promisify(execFile)(
-    process.execPath,
-    [EXAMPLE, '--seconds', '1.5', '--output', output, ...options],
-    { env: { ...process.env, TESSEL_WRAPPER_ADDON: path.join(build, 'tesselWrapper.node') } },
-  );
+  const { stdout } = await promisify(execFile)(process.execPath, [
+    ...[EXAMPLE, '--seconds', '1.5', '--output', output],
+    ...options,
+  ]);
   return { stdout, output };
 }
 

@@ -6,8 +6,10 @@ import { spawnSync } from 'node:child_process';
 import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
+import { inspect } from 'node:util';
 
-import { face, repository, requireFace } from '../../support/face.mjs';
+import { repository } from '../../support/build.mjs';
+import { face, requireFace } from '../../support/face.mjs';
 
 const TYPES = path.join(repository, 'test/types');
 const EXPECTATION = /^ *\/\/ @ts-expect-error: /;
@@ -73,6 +75,8 @@ test('the classes have the members that are declared, and no others', () => {
   const nameOf = (key) => (key === Symbol.dispose ? '[Symbol.dispose]' : String(key));
   for (const name of ['TesselWrapper', 'TesselWrapperProxy', 'Meeting', 'Widget']) {
     const members = Reflect.ownKeys(face[name].prototype)
+      // For console.log, not for applications.
+      .filter((key) => key !== inspect.custom)
       .map(nameOf)
       .filter((member) => member !== 'constructor');
     const statics = Object.keys(Object.getOwnPropertyDescriptors(face[name]))
@@ -116,22 +120,24 @@ function memberAssertions() {
   );
 }
 
-// The addon's own table of events: their names, their properties and which may be absent.
+// The events of the addon's emitting script: their names, their properties and which may be absent.
 const EVENT_SHAPES = [
-  ...read('addon/events/emit_functions.cc').matchAll(/^ +\{"(\w+)", \{([^}]*)\}(, Absence::k\w+)?\}/gm),
-].map(([, name, properties, absence]) => ({ name, properties: properties.split(', '), absence }));
+  ...read('addon/events/emit_functions.cc').matchAll(
+    /^ {2}\(emitter, ([\w, ]+)\) => \{\n {4}emitter\.emit\("(\w+)", (?:(\w+) === undefined)?/gm,
+  ),
+].map(([, properties, name, optional]) => ({ name, properties: properties.split(', '), optional }));
 
 function eventAssertions() {
   const names = EVENT_SHAPES.map(({ name }) => `'${name}'`).join(' | ');
   return [
     `import type { MeetingEvents } from 'tessel-wrapper';${EXPECT}`,
     `expect<Equal<keyof MeetingEvents, ${names}>>();`,
-    ...EVENT_SHAPES.map(({ name, properties, absence }) => {
+    ...EVENT_SHAPES.map(({ name, properties, optional }) => {
       const payload = `MeetingEvents['${name}']`;
-      const first = absence?.includes('Last') ? properties.at(-1) : properties[0];
+      const first = optional ?? properties[0];
       const isOptional = `{} extends Pick<${payload}, ${first}> ? true : false`;
       return `expect<Equal<keyof ${payload}, ${properties.join(' | ')}>>();
-        expect<Equal<${isOptional}, ${absence !== undefined}>>();`;
+        expect<Equal<${isOptional}, ${optional !== undefined}>>();`;
     }),
   ].join('\n');
 }

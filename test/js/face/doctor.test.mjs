@@ -7,7 +7,8 @@ import path from 'node:path';
 import { test } from 'node:test';
 
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { addonFile, build, repository, requireFace } from '../../support/face.mjs';
+import { addonFile, build, repository } from '../../support/build.mjs';
+import { requireFace } from '../../support/face.mjs';
 
 const { checkNode, checkRights, checkSpace, examine, report } = requireFace('./doctor.js');
 
@@ -72,19 +73,25 @@ test('an engine whose path has a space is named with all of it', (t) => {
   ]);
 });
 
-test('an old node and another machine are problems', () => {
+test('an old node and another machine are problems, and an untested node a warning', () => {
   const linux = { platform: 'linux', arch: 'x64' };
-  for (const [given, advice] of [
-    [{ ...linux, version: '20.4.0' }, undefined],
-    [{ ...linux, version: '100.0.0' }, undefined],
-    [{ ...linux, version: '20.3.9' }, 'Install Node.js 20.4 or newer.'],
-    [{ ...linux, version: '9.11.0' }, 'Install Node.js 20.4 or newer.'],
-    [{ platform: 'darwin', arch: 'x64', version: '22.0.0' }, 'The addon runs on linux x64 alone.'],
-    [{ platform: 'linux', arch: 'arm64', version: '22.0.0' }, 'The addon runs on linux x64 alone.'],
+  const tested = 'The addon is tested with Node.js 20, 22, 24, 26.';
+  for (const [given, rank, advice] of [
+    [{ ...linux, version: '20.4.0' }, 'good'],
+    [{ ...linux, version: '26.10.0' }, 'good'],
+    [{ ...linux, version: '25.0.0' }, 'warning', tested],
+    [{ ...linux, version: '100.0.0' }, 'warning', tested],
+    [{ ...linux, version: '20.3.9' }, 'bad', 'Install Node.js 20.4 or newer.'],
+    [{ ...linux, version: '9.11.0' }, 'bad', 'Install Node.js 20.4 or newer.'],
+    [
+      { ...linux, platform: 'darwin', version: '22.0.0' },
+      'bad',
+      'The addon runs on linux x64 alone.',
+    ],
+    [{ ...linux, arch: 'arm64', version: '22.0.0' }, 'bad', 'The addon runs on linux x64 alone.'],
   ]) {
     const finding = checkNode(given);
-    assert.equal(finding.advice, advice, finding.text);
-    assert.equal(finding.rank, advice === undefined ? 'good' : 'bad');
+    assert.deepEqual([finding.rank, finding.advice], [rank, advice], finding.text);
   }
 });
 

@@ -8,6 +8,7 @@ import { inspect } from 'node:util';
 import { runInChild } from '../../support/child.mjs';
 import * as engine from '../../support/scripted/scripted_engine.mjs';
 import { face, mockClocks, openMeeting } from '../../support/face.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const { CallError, Meeting, ShareError, TimeoutError } = face;
 
@@ -31,7 +32,6 @@ describe('the events of a meeting', () => {
     return meeting.waitFor('callDisconnect');
   });
 
-  const remote = (streamIndex) => ({ type: 'remote', streamIndex });
   const added = (streamIndex) => engine.fire('NotifyStreamAdded', remote(streamIndex), 7);
 
   async function join() {

@@ -6,11 +6,12 @@ import { after, afterEach, before, beforeEach, describe, test } from 'node:test'
 
 import * as engine from '../../support/scripted/scripted_engine.mjs';
 import { face, mockClocks, openMeeting, requireFace } from '../../support/face.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const { copyI420, copyRgba, frameCounters } = face;
 const { Pace } = requireFace('./pace.js');
 
-const STREAM = { type: 'remote', streamIndex: 3 };
+const STREAM = remote(3);
 const SIZE = { width: 64, height: 36 };
 
 describe('the frames of a meeting', () => {
@@ -77,6 +78,19 @@ describe('the frames of a meeting', () => {
     assert.deepEqual(counts, [3, 3, 3]);
   });
 
+  test('a frame has the time at which the loop got it, on the clock of performance.now()', async () => {
+    show(1);
+    let last = performance.now();
+    for await (const { frameId, receivedAt } of meeting.frames(STREAM, { rate: 1000 })) {
+      assert.ok(last < receivedAt && receivedAt <= performance.now());
+      if (frameId === 3) break;
+      await setImmediate();
+      last = performance.now();
+      assert.ok(last > receivedAt);
+      show(frameId + 1);
+    }
+  });
+
   test('a frame is delivered once', async () => {
     show(1);
     const frames = meeting.frames(STREAM, { rate: 1000 });
@@ -117,12 +131,9 @@ describe('the frames of a meeting', () => {
     show(1);
     assert.equal((await first).value.frameId, 1);
     clear();
-    assert.deepEqual((await frames.next()).value, {
-      noUpdate: true,
-      clearFrame: true,
-      frameId: 0,
-      csrc: 0,
-    });
+    const { receivedAt, ...frame } = (await frames.next()).value;
+    assert.deepEqual(frame, { noUpdate: true, clearFrame: true, frameId: 0, csrc: 0 });
+    assert.equal(typeof receivedAt, 'number');
     await expectNothingUntilShown(frames, 2);
   });
 

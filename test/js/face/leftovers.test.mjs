@@ -19,7 +19,8 @@ import { startProcess } from '../../support/commanded_process.mjs';
 import { limitedSharedMemory } from '../../support/shared_memory/limited_shared_memory.mjs';
 import { filesNamedIn } from '../../support/shared_memory/shared_memory_names.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { repository, requireFace } from '../../support/face.mjs';
+import { repository } from '../../support/build.mjs';
+import { requireFace } from '../../support/face.mjs';
 
 const { leftovers } = requireFace('./leftovers.js');
 const { checkLeftovers, clean } = requireFace('./doctor.js');

@@ -8,7 +8,8 @@ import { test } from 'node:test';
 
 import { runInChild } from '../../support/child.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { addonFile, build, face, repository, requireFace } from '../../support/face.mjs';
+import { addonFile, build, repository } from '../../support/build.mjs';
+import { face, requireFace } from '../../support/face.mjs';
 
 const { addonPath, loadAddon } = requireFace('./load_addon.js');
 

@@ -9,10 +9,11 @@ import { runInChild } from '../../support/child.mjs';
 import { collectUntil } from '../../support/collector.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { face, freshFace, joinMeeting, mockClocks, openMeeting } from '../../support/face.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const { CallError, ClosedError, Meeting, ShareError, TimeoutError } = face;
 
-const REMOTE = { type: 'remote', streamIndex: 0 };
+const REMOTE = remote(0);
 
 // The files in /dev/shm, by name, that this process has mapped. A semaphore is mapped under a name of
 // before, so its inode tells.
@@ -305,7 +306,7 @@ for (const [what, [ask, message]] of Object.entries(FORGOTTEN)) {
         await meeting.waitFor('vspUpdateVOQI', { timeout: 5000 }).catch(() => {});
         meeting.close();
       }`,
-      { modules: ['./face/support/face.mjs'] },
+      { modules: ['./support/face.mjs'] },
     );
     assert.deepEqual([child.code, child.signal], [1, null]);
     assert.ok(child.stderr.includes(message), child.stderr);

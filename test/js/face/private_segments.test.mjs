@@ -7,7 +7,8 @@ import { setImmediate } from 'node:timers/promises';
 import { test } from 'node:test';
 import vm from 'node:vm';
 
-import { mockClocks, repository, requireFace } from '../../support/face.mjs';
+import { repository } from '../../support/build.mjs';
+import { mockClocks, requireFace } from '../../support/face.mjs';
 
 const { makeSegment } = requireFace('./private_segments.js');
 

@@ -6,7 +6,7 @@ import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { repository } from '../../support/face.mjs';
+import { repository } from '../../support/build.mjs';
 
 test('the call of the README shows a stream and its frames, and ends', (t) => {
   const readme = readFileSync(path.join(repository, 'README.md'), 'utf8');

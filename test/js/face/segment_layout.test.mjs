@@ -5,7 +5,8 @@ import { spawnSync } from 'node:child_process';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { build, requireFace } from '../../support/face.mjs';
+import { build } from '../../support/build.mjs';
+import { requireFace } from '../../support/face.mjs';
 
 const { SEGMENT_LAYOUT } = requireFace('./segment_layout.js');
 

@@ -8,10 +8,11 @@ import { afterEach, beforeEach, test } from 'node:test';
 
 import { readCard } from '../../support/card_code.mjs';
 import { face, joinMeeting } from '../../support/face.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const { ClosedError, Widget, copyI420, frameCounters } = face;
 
-const STREAM = { type: 'remote', streamIndex: 0 };
+const STREAM = remote(0);
 
 const afterwards = [];
 const testLike = { after: (step) => afterwards.push(step) };

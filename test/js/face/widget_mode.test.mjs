@@ -6,10 +6,11 @@ import { test } from 'node:test';
 import { runInChild } from '../../support/child.mjs';
 import { startProcess } from '../../support/commanded_process.mjs';
 import { limitedSharedMemory } from '../../support/shared_memory/limited_shared_memory.mjs';
+import { remote } from '../../support/streams.mjs';
 import '../../support/face.mjs'; // names the addon for the processes
 
-const REMOTE = { type: 'remote', streamIndex: 0 };
-const OTHER = { type: 'remote', streamIndex: 1 };
+const REMOTE = remote(0);
+const OTHER = remote(1);
 const NO_MAIN_MEMORY = new RegExp(
   'Error: The memory of the meeting is not there, or not any more ' +
     '\\(missing: /dev/shm/SHM\\w{25}, /dev/shm/sem.SEM\\w{20}\\): ' +

@@ -19,13 +19,13 @@ import {
   planesOf,
   testFrameObjects,
 } from '../../support/scripted/frame_objects.mjs';
-import { makeLiveWrapper } from '../../support/scripted/live_wrapper.mjs';
+import { makeWrapper } from '../../support/make_wrapper.mjs';
 import { WAYS_OUT_OF_REACH } from '../../support/scripted/out_of_reach.mjs';
 import { withPatchedGlobals } from '../../support/patched_globals.mjs';
 import * as engine from '../../support/scripted/scripted_engine.mjs';
 
 const { TesselWrapper, TesselWrapperProxy } = engine.loadAddon();
-const { wrapper } = makeLiveWrapper(TesselWrapper);
+const { wrapper } = makeWrapper(TesselWrapper);
 
 beforeEach(() => engine.reset());
 after(() => wrapper.destroy());
@@ -33,9 +33,11 @@ after(() => wrapper.destroy());
 const SIZE = { width: 64, height: 64 };
 
 // For a script in a child process.
-const FRAME_MODULES = ['scripted_engine', 'live_wrapper', 'frame_objects'].map(
-  (name) => `./support/scripted/${name}.mjs`,
-);
+const FRAME_MODULES = [
+  './support/scripted/scripted_engine.mjs',
+  './support/make_wrapper.mjs',
+  './support/scripted/frame_objects.mjs',
+];
 
 // Asserts that `call` throws an error of exactly this class and text, and asks nothing of the
 // engine.
@@ -368,7 +370,7 @@ test('releaseFrame does nothing whatever its arguments', () => {
 
 // ---- Frame objects
 
-testFrameObjects(wrapper);
+testFrameObjects(wrapper, { arePlanesLent: true });
 
 test('a stream without a frame manager is to be cleared', () => {
   const stream = newStream();
@@ -442,7 +444,7 @@ test('a frame of recycled memory ends the arrays over that memory', () => {
 test('the last frames go with their wrapper, and their arrays are empty then', async () => {
   const stream = newStream();
   const before = engine.liveFrames();
-  const owner = makeLiveWrapper(TesselWrapper);
+  const owner = makeWrapper(TesselWrapper);
   engine.setFrame(stream, { ...SIZE, frameId: 5, fresh: true });
   const retained = owner.wrapper.getFrame(stream, 0);
   engine.setFrame(stream, { ...SIZE, frameId: 6, fresh: true, clearFrame: true });
@@ -477,7 +479,7 @@ test('frames that JavaScript has dropped go with the next one', async () => {
 test('a process may end with frames in its hands', () => {
   for (const end of ['none', 'exit']) {
     const { code, signal, stderr } = runInChild(
-      async (scripted, { makeLiveWrapper: make }) => {
+      async (scripted, { makeWrapper: make }) => {
         const { wrapper: own } = make(scripted.loadAddon().TesselWrapper);
         const stream = { type: 'remote', streamIndex: 1 };
         globalThis.frames = [false, true].map((clearFrame) => {
@@ -585,7 +587,7 @@ test('globals patched before a wrapper is made do not change its frames', () => 
   engine.setFrame(stream, { ...answer, fresh: true });
   const patches = { properties: FRAME_PROPERTIES, elements: true };
   const { other, frame } = withPatchedGlobals(patches, () => {
-    const { wrapper: made } = makeLiveWrapper(TesselWrapper);
+    const { wrapper: made } = makeWrapper(TesselWrapper);
     return { other: made, frame: made.getFrame(stream, 0) };
   });
   assertPicture(frame, patternedPicture(stream, answer));
@@ -594,7 +596,7 @@ test('globals patched before a wrapper is made do not change its frames', () => 
 
 test('globals patched before the addon is loaded do not change the frames', () => {
   const { code, signal, stderr } = runInChild(
-    (scripted, { makeLiveWrapper: make }, frames, { withPatchedGlobals: withPatched }) => {
+    (scripted, { makeWrapper: make }, frames, { withPatchedGlobals: withPatched }) => {
       const stream = frames.newStream();
       const answer = { width: 64, height: 64, frameId: 5 };
       scripted.setFrame(stream, { ...answer, fresh: true });
@@ -612,7 +614,7 @@ test('globals patched before the addon is loaded do not change the frames', () =
 
 test('frames need no code generation from strings', () => {
   const { code, signal, stderr } = runInChild(
-    (scripted, { makeLiveWrapper: make }, frames) => {
+    (scripted, { makeWrapper: make }, frames) => {
       const stream = frames.newStream();
       const answer = { width: 64, height: 64, frameId: 5 };
       scripted.setFrame(stream, { ...answer, fresh: true });

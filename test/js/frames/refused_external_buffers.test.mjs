@@ -7,6 +7,7 @@ import path from 'node:path';
 import { after, beforeEach, test } from 'node:test';
 import { Worker } from 'node:worker_threads';
 
+import { build } from '../../support/build.mjs';
 import { collectUntil } from '../../support/collector.mjs';
 import {
   assertPicture,
@@ -16,13 +17,13 @@ import {
   planesOf,
   testFrameObjects,
 } from '../../support/scripted/frame_objects.mjs';
-import { makeLiveWrapper } from '../../support/scripted/live_wrapper.mjs';
+import { makeWrapper } from '../../support/make_wrapper.mjs';
 import * as engine from '../../support/scripted/scripted_engine.mjs';
 
 const { TesselWrapper } = createRequire(import.meta.url)(
-  path.join(engine.buildDirectory, 'test/addons/refusing/tesselWrapper.node'),
+  path.join(build, 'test/addons/refusing/tesselWrapper.node'),
 );
-const { wrapper } = makeLiveWrapper(TesselWrapper);
+const { wrapper } = makeWrapper(TesselWrapper);
 
 beforeEach(() => engine.reset());
 after(() => wrapper.destroy());
@@ -30,7 +31,7 @@ after(() => wrapper.destroy());
 const SIZE = { width: 64, height: 48 };
 const buffersOf = (frame) => planesOf(frame).map(({ buffer }) => buffer);
 
-testFrameObjects(wrapper);
+testFrameObjects(wrapper, { arePlanesLent: false });
 
 test("the arrays do not lie over the engine's memory", () => {
   const stream = newStream();
@@ -69,7 +70,8 @@ test('planes that JavaScript transfers are copied anew for the next frame object
   assert.equal(frame.uPlaneBuffer.length, 0);
   assertPicture(wrapper.getLastFrame(stream), picture);
 
-  const moved = structuredClone(wrapper.getLastFrame(stream), { transfer: buffersOf(frame) });
+  const last = wrapper.getLastFrame(stream);
+  const moved = structuredClone(last, { transfer: buffersOf(last) });
   assertPicture(wrapper.getLastFrame(stream), picture);
   assertPicture(wrapper.getFrame(stream, 0), patternedPicture(stream, { ...SIZE, frameId: 2 }));
   // What was moved is JavaScript's own, and the engine's frame is no longer held.
@@ -82,7 +84,7 @@ test('planes that JavaScript transfers are copied anew for the next frame object
 test('the copies go with their wrapper', async () => {
   const stream = newStream();
   const before = engine.liveFrames();
-  const owner = makeLiveWrapper(TesselWrapper);
+  const owner = makeWrapper(TesselWrapper);
   engine.setFrame(stream, { ...SIZE, frameId: 5, fresh: true });
   const frame = owner.wrapper.getFrame(stream, 0);
   owner.wrapper.destroy();

@@ -12,8 +12,9 @@ import { PageSession } from '../../../examples/meeting/page_session.mjs';
 import { SpeakingTube } from '../../../examples/meeting/speaking_tube.mjs';
 import { readCard } from '../../support/card_code.mjs';
 import { openRoom } from '../../support/meeting_app/open_room.mjs';
+import { remote } from '../../support/streams.mjs';
 
-const STREAM = { type: 'remote', streamIndex: 3 };
+const STREAM = remote(3);
 
 // A socket whose transmissions end when a test says so.
 class SlowSocket {

@@ -10,11 +10,11 @@ import { createInterface } from 'node:readline';
 import { test } from 'node:test';
 
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { environment, PROGRAM } from '../../support/meeting_app/meeting_app.mjs';
+import { PROGRAM } from '../../support/meeting_app/meeting_app.mjs';
 
 // The application with these options, until the test ends.
 function start(t, options) {
-  const child = spawn(process.execPath, [PROGRAM, ...options], { env: environment });
+  const child = spawn(process.execPath, [PROGRAM, ...options]);
   const ended = once(child, 'close');
   t.after(async () => {
     child.kill('SIGINT');

@@ -18,7 +18,7 @@ import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { environment } from '../../support/meeting_app/meeting_app.mjs';
+import '../../support/build.mjs'; // names the addon for the meeting
 
 const repository = fileURLToPath(new URL('../../..', import.meta.url));
 
@@ -59,7 +59,7 @@ for (const signal of ['SIGINT', 'SIGTERM']) {
     const tree = treeIn(temporaryDirectory(t));
     const npm = spawn('npm', ['start', '--', '--uri', 'tessel:test'], {
       cwd: tree,
-      env: { ...environment, LD_PRELOAD: '' },
+      env: { ...process.env, LD_PRELOAD: '' },
       stdio: ['ignore', 'pipe', 'inherit'],
       detached: true,
     });

@@ -14,12 +14,8 @@ import {
   removeLeftovers,
 } from '../../support/shared_memory/shared_memory_names.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import {
-  remote,
-  startEmbeddedMain,
-  startMain,
-  startWidget,
-} from '../../support/widget_mode_processes.mjs';
+import { startEmbeddedMain, startMain, startWidget } from '../../support/widget_mode_processes.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const SMALL = { width: 64, height: 48 };
 const namesExist = ({ shm_name: shm, sem_name: sem }) => [

@@ -22,14 +22,13 @@ import {
   fileOfSemaphore,
   frameSegmentsOf,
 } from '../../support/shared_memory/shared_memory_names.mjs';
-import { stopHolding } from '../../support/shared_memory/lock_moments.mjs';
+import { TIMED_OUT, stopHolding } from '../../support/shared_memory/lock_moments.mjs';
 import {
-  TIMED_OUT,
-  remote,
   startMain,
   startMainWithoutWrapper,
   startWidget,
 } from '../../support/widget_mode_processes.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const SMALL = { width: 64, height: 48, csrc: 7 };
 const A = remote(3);

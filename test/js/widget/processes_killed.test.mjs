@@ -8,11 +8,11 @@ import { setTimeout } from 'node:timers/promises';
 
 import { countOf } from '../../support/shared_memory/handmade_segments.mjs';
 import {
-  remote,
   startMain,
   startWidget,
   startWidgetWithoutProxy,
 } from '../../support/widget_mode_processes.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const KILLS = 100;
 const MEETINGS = 4; // at once

@@ -9,10 +9,11 @@ import { afterEach, beforeEach, test } from 'node:test';
 import { construct, engine } from '../../support/scripted/wrapper_kit.mjs';
 import { runInChild } from '../../support/child.mjs';
 import { WAYS_OUT_OF_REACH } from '../../support/scripted/out_of_reach.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const { TesselWrapperProxy } = engine.loadAddon();
 
-const STREAM = { type: 'remote', streamIndex: 3 };
+const STREAM = remote(3);
 const NULL_FRAME = { noUpdate: true, clearFrame: false, frameId: 0, csrc: 0 };
 const ODD = { width: 641, height: 361 };
 

@@ -6,10 +6,11 @@ import { test } from 'node:test';
 
 import { construct, engine } from '../../support/scripted/wrapper_kit.mjs';
 import { runInChild } from '../../support/child.mjs';
+import { remote } from '../../support/streams.mjs';
 
 engine.loadAddon();
 
-const REMOTE = { type: 'remote', streamIndex: 0 };
+const REMOTE = remote(0);
 
 // The lines that `script` printed between its marks, addresses and random names replaced.
 function linesOf(script) {

@@ -7,10 +7,10 @@ import { test } from 'node:test';
 import { Worker } from 'node:worker_threads';
 
 import { WRONG_VALUES } from '../../support/scripted/records.mjs';
-import { buildDirectory } from '../../support/scripted/scripted_engine.mjs';
+import { addonFile, build } from '../../support/build.mjs';
 
 const require = createRequire(import.meta.url);
-const readers = require(path.join(buildDirectory, 'test/addons/readers.node'));
+const readers = require(path.join(build, 'test/addons/readers.node'));
 const { napiCheckArgLength, napiGetArgAsBoolean, napiGetArgAsInt64 } = readers;
 const { napiGetArgAsObject, napiGetArgAsString } = readers;
 const { getAsArray, getAsBoolean, getAsInt, getAsObject, getAsString, has } = readers;
@@ -371,7 +371,7 @@ test('a getter that calls the reader again without end runs out of stack', () =>
 });
 
 test('a worker can be ended while its calls are refused', async () => {
-  const addon = JSON.stringify(path.join(buildDirectory, 'tesselWrapper.node'));
+  const addon = JSON.stringify(addonFile);
   const program = `
     const { TesselWrapper } = require(${addon});
     require('node:worker_threads').parentPort.postMessage('running');

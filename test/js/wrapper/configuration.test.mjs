@@ -14,9 +14,10 @@ import {
 } from '../../support/scripted/method_tests.mjs';
 import { records, without } from '../../support/scripted/records.mjs';
 import * as engine from '../../support/scripted/scripted_engine.mjs';
-import { goodArguments, makeWrapper } from '../../support/scripted/wrapper.mjs';
+import { goodArguments } from '../../support/scripted/good_arguments.mjs';
+import { construct } from '../../support/scripted/wrapper_kit.mjs';
 
-const { wrapper } = makeWrapper();
+const wrapper = construct();
 
 beforeEach(engine.reset);
 after(() => wrapper.destroy());

@@ -14,11 +14,11 @@ import {
   construct,
   engine,
 } from '../../support/scripted/wrapper_kit.mjs';
+import { addonFile as addonPath, build } from '../../support/build.mjs';
 import { runInChild } from '../../support/child.mjs';
 
 const FACTORY_SETTER = '_internal_setEmitterFactory';
 
-const addonPath = path.join(engine.buildDirectory, 'tesselWrapper.node');
 const addon = engine.loadAddon();
 const { TesselWrapper, TesselWrapperProxy } = addon;
 
@@ -214,7 +214,7 @@ function copyOfAddon(t) {
   const directory = mkdtempSync(path.join(realpathSync(tmpdir()), 'tessel_copy_'));
   t.after(() => rmSync(directory, { recursive: true }));
   for (const name of ['tesselWrapper.node', 'libtesselclient.so']) {
-    copyFileSync(path.join(engine.buildDirectory, name), path.join(directory, name));
+    copyFileSync(path.join(build, name), path.join(directory, name));
   }
   return { directory, addonPath: path.join(directory, 'tesselWrapper.node') };
 }
@@ -276,10 +276,7 @@ async function sayEngineInUse({ say }) {
 
 test('the addon takes the engine that lies beside it, wherever it was copied', (t) => {
   const copy = copyOfAddon(t);
-  for (const { directory, addonPath: from } of [
-    { directory: engine.buildDirectory, addonPath },
-    copy,
-  ]) {
+  for (const { directory, addonPath: from } of [{ directory: build, addonPath }, copy]) {
     const said = saidIn(sayEngineInUse, { modules: ['./support/child.mjs'], args: [from] });
     assert.deepEqual(said, [path.join(directory, 'libtesselclient.so')]);
   }

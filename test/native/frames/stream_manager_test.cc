@@ -13,6 +13,8 @@
 #include "test/native/frames/fake_engine.h"
 #include "test/native/support/captured_output.h"
 
+using frames::StreamManager;
+
 namespace {
 
 using test::FakeEngine;

@@ -15,6 +15,9 @@
 #include "test/native/sharedmem/shared_memory_test.h"
 #include "test/native/sharedmem/system_calls.h"
 
+using sharedmem::kMainSegmentSize;
+using sharedmem::SharedMemoryManager;
+
 namespace {
 
 using test::systemCalls;

@@ -10,6 +10,13 @@
 #include "test/native/sharedmem/shared_memory_test.h"
 #include "test/native/sharedmem/system_calls.h"
 
+using sharedmem::kFrameSegmentSize;
+using sharedmem::kMainSegmentSize;
+using sharedmem::SharedMemoryAllocator;
+using sharedmem::SharedMemoryInfo;
+using sharedmem::SharedMemoryManager;
+using sharedmem::SharedMemoryVideoFrameSource;
+
 namespace {
 
 using test::linesWrittenBy;

@@ -1,4 +1,4 @@
-#include "addon/sharedmem/random_name.h"
+#include "addon/utils/random_name.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

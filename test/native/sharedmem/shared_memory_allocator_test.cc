@@ -6,6 +6,9 @@
 
 #include "test/native/sharedmem/shared_memory_test.h"
 
+using sharedmem::SharedMemoryAllocator;
+using sharedmem::SharedMemoryInfo;
+
 namespace {
 
 using test::linesWrittenBy;

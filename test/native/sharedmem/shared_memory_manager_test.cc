@@ -12,6 +12,10 @@
 #include "test/native/sharedmem/fake_video_frame.h"
 #include "test/native/sharedmem/shared_memory_test.h"
 
+using sharedmem::SharedMemoryInfo;
+using sharedmem::SharedMemoryKey;
+using sharedmem::SharedMemoryManager;
+
 namespace {
 
 using test::linesWrittenBy;

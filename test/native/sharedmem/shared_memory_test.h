@@ -31,14 +31,14 @@ class SharedMemoryTest : public testing::Test {
     EXPECT_THAT(names_.present(), testing::IsEmpty());
   }
 
-  SharedMemoryInfo creating(std::uint32_t size) const {
+  sharedmem::SharedMemoryInfo creating(std::uint32_t size) const {
     return {.shmName = names_.shm(),
             .semName = names_.sem(),
             .size = size,
             .create = true,
             .owner = true};
   }
-  SharedMemoryInfo opening(std::uint32_t size) const {
+  sharedmem::SharedMemoryInfo opening(std::uint32_t size) const {
     return {.shmName = names_.shm(), .semName = names_.sem(), .size = size};
   }
 

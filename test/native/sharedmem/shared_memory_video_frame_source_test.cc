@@ -7,6 +7,9 @@
 #include "test/native/sharedmem/fake_video_frame.h"
 #include "test/native/sharedmem/shared_memory_test.h"
 
+using sharedmem::SharedMemoryInfo;
+using sharedmem::SharedMemoryVideoFrameSource;
+
 namespace {
 
 using test::linesWrittenBy;

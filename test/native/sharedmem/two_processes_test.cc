@@ -11,6 +11,10 @@
 #include "test/native/sharedmem/shared_memory_test.h"
 #include "test/native/support/child_process.h"
 
+using sharedmem::kMainSegmentSize;
+using sharedmem::SharedMemoryAllocator;
+using sharedmem::SharedMemoryManager;
+
 namespace {
 
 using test::CapturedOutput;

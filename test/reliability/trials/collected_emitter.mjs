@@ -30,18 +30,17 @@ export async function run(count) {
   const errors = [];
   process.on('uncaughtException', (error) => errors.push(error));
 
-  // Nobody but the listener's closure holds the emitter when this returns.
+  // Only the factory holds the emitter when this returns, until it is to be released.
   function constructOnce() {
     let emitter = new EventEmitter().on('eventNotify', () => ++arrived);
     TesselWrapper._internal_setEmitterFactory(() => emitter);
     const wrapper = new TesselWrapper(PARAMS);
-    const made = new WeakRef(emitter);
-    emitter = null;
-    return { wrapper, made };
+    const release = () => (emitter = null);
+    return { wrapper, made: new WeakRef(emitter), release };
   }
 
   for (let round = 0; round < count; ++round) {
-    const { wrapper, made } = constructOnce();
+    const { wrapper, made, release } = constructOnce();
     const already = arrived;
     post().join();
     await nextTurn();
@@ -53,6 +52,7 @@ export async function run(count) {
     post().join();
     const posted = post();
     const before = arrived;
+    release();
     collectGarbage();
     await nextTurn();
     assert.equal(made.deref(), undefined);

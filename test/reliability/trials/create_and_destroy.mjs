@@ -1,18 +1,20 @@
 // Wrappers and widgets' proxies on the embedded engine, made, used, destroyed and collected.
 
 import assert from 'node:assert/strict';
-import { EventEmitter, once } from 'node:events';
+import { once } from 'node:events';
 import { existsSync, readFileSync, readdirSync, statSync } from 'node:fs';
 import path from 'node:path';
 import { setImmediate } from 'node:timers/promises';
 
-import { connection } from '../../../examples/support/connection.mjs';
+import { connectParams } from '../../../examples/support/connect_params.mjs';
 import { collect } from '../../support/collector.mjs';
 import { TesselWrapper, TesselWrapperProxy } from '../../support/embedded_meeting.mjs';
+import { PARAMS, makeWrapper } from '../../support/make_wrapper.mjs';
+import { remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { withoutGrowth } from '../../support/reliability/holdings.mjs';
 
-const STREAM = { type: 'remote', streamIndex: 0 };
+const STREAM = remote(0);
 const NO_FRAME = -1;
 const PARTS = 16;
 const DIRECTORY = '/dev/shm';
@@ -30,14 +32,10 @@ function mappedFiles() {
 // A meeting with all that makes the addon hold something; nothing of it is returned but the files
 // of its segments and semaphores.
 async function meet(logPath) {
-  const emitter = new EventEmitter();
-  TesselWrapper._internal_setEmitterFactory(() => emitter);
-  const wrapper = new TesselWrapper({
-    ...{ appVersion: '1', configPath: '', userAgent: 'test' },
-    ...{ logPath, logPrefix: 'test' },
-  });
+  const params = { ...PARAMS, configPath: '', logPath };
+  const { wrapper, emitter } = makeWrapper(TesselWrapper, { params });
   const key = wrapper.getSharedDataInfo();
-  wrapper.connectCall(connection('tessel:demo?participants=1&size=64x36&fps=60'));
+  wrapper.connectCall(connectParams('tessel:demo?participants=1&size=64x36&fps=60'));
   await once(emitter, 'streamAdded');
 
   const proxy = new TesselWrapperProxy(key);

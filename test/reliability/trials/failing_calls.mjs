@@ -7,7 +7,7 @@ import { mkdtempSync, readFileSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 
-const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
+import { build } from '../../support/build.mjs';
 
 export function run(count, { after }) {
   const folder = mkdtempSync(path.join(tmpdir(), 'tessel_calls_'));

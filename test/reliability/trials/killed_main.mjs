@@ -6,9 +6,10 @@ import { setImmediate, setTimeout } from 'node:timers/promises';
 
 import { countOf, openSemaphore } from '../../support/shared_memory/handmade_segments.mjs';
 import { frameSegmentsOf } from '../../support/shared_memory/shared_memory_names.mjs';
-import { stopHolding } from '../../support/shared_memory/lock_moments.mjs';
+import { TIMED_OUT, stopHolding } from '../../support/shared_memory/lock_moments.mjs';
 import { inParallel } from '../../support/in_parallel.mjs';
-import { remote, startMain, startWidget, TIMED_OUT } from '../../support/reliability/processes.mjs';
+import { startMain, startWidget } from '../../support/reliability/processes.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const STREAM = remote(3);
 const UNREAD = remote(4); // has a frame, which the widget asks for only when the main process is dead

@@ -7,7 +7,9 @@ import { setImmediate, setTimeout } from 'node:timers/promises';
 import { openSemaphore, sequenceOf } from '../../support/shared_memory/handmade_segments.mjs';
 import { frameSegmentsOf } from '../../support/shared_memory/shared_memory_names.mjs';
 import { inParallel } from '../../support/in_parallel.mjs';
-import { remote, startMain, startWidget, TIMED_OUT } from '../../support/reliability/processes.mjs';
+import { startMain, startWidget } from '../../support/reliability/processes.mjs';
+import { remote } from '../../support/streams.mjs';
+import { TIMED_OUT } from '../../support/shared_memory/lock_moments.mjs';
 
 const STREAM = remote(3);
 const OTHER = remote(4);

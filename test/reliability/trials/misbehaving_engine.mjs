@@ -12,8 +12,9 @@ import {
 } from '../../support/scripted/wrapper_kit.mjs';
 import { collectUntil } from '../../support/collector.mjs';
 import { METHODS } from '../../support/scripted/method_table.mjs';
+import { remote } from '../../support/streams.mjs';
 
-const STREAM = { type: 'remote', streamIndex: 3 };
+const STREAM = remote(3);
 const FAILURES = [{ throws: 'the engine fails' }, { throwsInt: true }, { returnsNull: true }];
 
 // All that have frame managers: the camera's, whose capture is switched, and that of the arguments.

@@ -1,9 +1,9 @@
 // Arguments of every kind, on every method and constructor of both classes.
 
 import assert from 'node:assert/strict';
-import path from 'node:path';
 import { inspect } from 'node:util';
 
+import { addonFile } from '../../support/build.mjs';
 import {
   EventEmitter,
   PARAMS,
@@ -11,7 +11,7 @@ import {
   construct,
   engine,
 } from '../../support/scripted/wrapper_kit.mjs';
-import { goodArguments } from '../../support/scripted/wrapper.mjs';
+import { goodArguments } from '../../support/scripted/good_arguments.mjs';
 import {
   OwnThrow,
   anything,
@@ -19,6 +19,7 @@ import {
   throwOwn,
 } from '../../support/reliability/random_values.mjs';
 import { traced } from '../../support/reliability/traced_value.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const { TesselWrapper, TesselWrapperProxy } = engine.loadAddon();
 
@@ -44,9 +45,9 @@ const ERRORS = [
 
 const SIZE = { width: 64, height: 36 };
 // Whose frames are pulled: the stream of the good arguments.
-const PULLED = { type: 'remote', streamIndex: 3 };
-const SHARED = { type: 'remote', streamIndex: 9 };
-const SHARED_BY_HOST = { type: 'remote', streamIndex: 10 };
+const PULLED = remote(3);
+const SHARED = remote(9);
+const SHARED_BY_HOST = remote(10);
 // Others that random values may name.
 const OTHERS = [
   { type: 'local', streamIndex: 0 },
@@ -91,7 +92,7 @@ const isPicture = (frame) => frame.width === SIZE.width && frame.yPlaneBuffer.le
 
 function loadAgain() {
   const module = { exports: {} };
-  process.dlopen(module, path.join(engine.buildDirectory, 'tesselWrapper.node'));
+  process.dlopen(module, addonFile);
   return module.exports;
 }
 

@@ -2,15 +2,14 @@
 
 import assert from 'node:assert/strict';
 import { existsSync } from 'node:fs';
-import path from 'node:path';
 import { setTimeout } from 'node:timers/promises';
 
+import '../../support/build.mjs'; // names the addon for the processes
 import { startProcess } from '../../support/commanded_process.mjs';
 import { filesNamedIn, removeLeftovers } from '../../support/shared_memory/shared_memory_names.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { assertStaysFlat } from '../../support/reliability/flat_memory.mjs';
 
-const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
 const SAMPLES = 40;
 const WARM_UP_SAMPLES = 10;
 const STREAMS = 4;
@@ -35,15 +34,9 @@ function framesBetween(first, last) {
 }
 
 export async function run(seconds, { after, judgesTimes }) {
-  const start = (module) =>
-    startProcess({ after }, module, {
-      environment: { TESSEL_WRAPPER_ADDON: path.join(build, 'tesselWrapper.node') },
-    });
+  const start = () => startProcess({ after }, './support/processes/soak_process.mjs');
   removeLeftovers();
-  const sides = {
-    main: start('./support/processes/soak_process.mjs'),
-    widget: start('./support/processes/soak_process.mjs'),
-  };
+  const sides = { main: start(), widget: start() };
   const logPath = temporaryDirectory({ after });
   const { key, streams } = await sides.main.does('join', logPath);
   assert.equal(streams.length, STREAMS);

@@ -3,11 +3,12 @@
 import assert from 'node:assert/strict';
 
 import { collect, construct, engine } from '../../support/scripted/wrapper_kit.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const SIZE = { width: 64, height: 36 };
 const FULL = SIZE.width * SIZE.height;
-const PULLED = [0, 1, 2].map((streamIndex) => ({ type: 'remote', streamIndex }));
-const SHARED = { type: 'remote', streamIndex: 9 };
+const PULLED = [0, 1, 2].map(remote);
+const SHARED = remote(9);
 const NO_FRAME = -1;
 // How many frames back are read, and after how many frames again.
 const KEPT = 50;

@@ -2,7 +2,8 @@
 
 import assert from 'node:assert/strict';
 
-import { remote, startMain, startWidget } from '../../support/reliability/processes.mjs';
+import { startMain, startWidget } from '../../support/reliability/processes.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const STREAM = remote(3);
 const PUSHED = { width: 1280, height: 720, csrc: 5, fps: 0 };

@@ -2,28 +2,20 @@
 
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
-import path from 'node:path';
 import { createInterface } from 'node:readline';
 import { fileURLToPath } from 'node:url';
 
+import '../build.mjs'; // names the addon for the processes
 import { temporaryDirectory } from '../temporary_directory.mjs';
 
 export const PROGRAM = fileURLToPath(
   new URL('../../../examples/meeting/main.mjs', import.meta.url),
 );
-const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
-
-// For processes that load the package: the build under test.
-export const environment = {
-  ...process.env,
-  TESSEL_WRAPPER_ADDON: path.join(build, 'tesselWrapper.node'),
-};
 
 // Starts the application until the test ends; answers with its process and its page's address.
 export async function startMeetingApp(test, uri) {
   const options = ['--uri', uri, '--output', temporaryDirectory(test)];
   const child = spawn(process.execPath, [PROGRAM, ...options], {
-    env: environment,
     stdio: ['ignore', 'pipe', 'inherit'],
   });
   const exit = once(child, 'exit');

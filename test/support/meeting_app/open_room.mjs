@@ -1,12 +1,10 @@
 // The meeting application's room without its page.
 
 import { once } from 'node:events';
-import path from 'node:path';
 
+import '../build.mjs'; // names the addon for the package
 import { temporaryDirectory } from '../temporary_directory.mjs';
 
-const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
-process.env.TESSEL_WRAPPER_ADDON = path.join(build, 'tesselWrapper.node');
 const { default: tessel } = await import('../../../js/index.js');
 const { Room } = await import('../../../examples/meeting/room.mjs');
 

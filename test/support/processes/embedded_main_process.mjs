@@ -1,25 +1,23 @@
 // The main process of a meeting on the embedded engine, as a process that obeys a test.
 
-import { EventEmitter, once } from 'node:events';
+import { once } from 'node:events';
 
-import { connection } from '../../../examples/support/connection.mjs';
+import { connectParams } from '../../../examples/support/connect_params.mjs';
 import addon from '../../../js/index.js';
 import { obey, report } from '../commanded_process.mjs';
+import { PARAMS, makeWrapper } from '../make_wrapper.mjs';
 import { describeCard } from '../scripted/described_frames.mjs';
 
 const POLL_INTERVAL_MS = 2;
 
-const emitter = new EventEmitter();
 let wrapper;
+let emitter;
 let poll;
 
 obey({
   construct(logPath) {
-    addon.TesselWrapper._internal_setEmitterFactory(() => emitter);
-    wrapper = new addon.TesselWrapper({
-      ...{ appVersion: '1', configPath: '', userAgent: 'test' },
-      ...{ logPath, logPrefix: 'main' },
-    });
+    const params = { ...PARAMS, configPath: '', logPath };
+    ({ wrapper, emitter } = makeWrapper(addon.TesselWrapper, { params }));
     return wrapper.getSharedDataInfo();
   },
 
@@ -27,7 +25,7 @@ obey({
   async join(uri, streams) {
     const added = [];
     wrapper.on('streamAdded', ({ type, streamIndex }) => added.push({ type, streamIndex }));
-    wrapper.connectCall(connection(uri));
+    wrapper.connectCall(connectParams(uri));
     while (added.length < streams) await once(emitter, 'streamAdded');
     return added;
   },

@@ -7,17 +7,11 @@ import path from 'node:path';
 import { Worker } from 'node:worker_threads';
 import { once } from 'node:events';
 
-import {
-  collect,
-  construct,
-  constructInWidgetMode,
-  engine,
-  EventEmitter,
-  PARAMS,
-} from '../scripted/wrapper_kit.mjs';
+import { addonFile } from '../build.mjs';
+import { makeWrapper } from '../make_wrapper.mjs';
+import { collect, construct, constructInWidgetMode, engine } from '../scripted/wrapper_kit.mjs';
 
 const require = createRequire(import.meta.url);
-const ADDON = path.join(engine.buildDirectory, 'tesselWrapper.node');
 const [way, directory] = process.argv.slice(2);
 
 engine.recordCalls(false);
@@ -80,9 +74,7 @@ const arrives = (wrapper) =>
 // One more wrapper, of these classes, that is destroyed. The load went on meanwhile and may be over:
 // there is a new one behind it, for the wrapper from before.
 async function useAnother({ TesselWrapper }) {
-  const emitter = new EventEmitter();
-  TesselWrapper._internal_setEmitterFactory(() => emitter);
-  const wrapper = new TesselWrapper(PARAMS);
+  const { wrapper, emitter } = makeWrapper(TesselWrapper);
   engine.fire('NotifyMicLevel', 1);
   await once(emitter, 'micLevel');
   wrapper.destroy();
@@ -120,7 +112,7 @@ const WAYS = {
   async workerTerminated() {
     const wrapper = loadedWrapper();
     const worker = new Worker(
-      `require(${JSON.stringify(ADDON)});
+      `require(${JSON.stringify(addonFile)});
        require('node:worker_threads').parentPort.postMessage('loaded');
        for (;;);`,
       { eval: true },
@@ -135,7 +127,7 @@ const WAYS = {
   async loadedTwice() {
     const wrapper = loadedWrapper();
     const copy = path.join(directory, `copy ${process.pid}.node`);
-    copyFileSync(ADDON, copy);
+    copyFileSync(addonFile, copy);
     const second = require(copy);
     await useAnother(second);
     sayThatItEnds();
@@ -143,9 +135,9 @@ const WAYS = {
   },
   async cacheCleared() {
     const wrapper = loadedWrapper();
-    const { TesselWrapper } = require(ADDON);
-    delete require.cache[ADDON];
-    const again = require(ADDON);
+    const { TesselWrapper } = require(addonFile);
+    delete require.cache[addonFile];
+    const again = require(addonFile);
     if (again.TesselWrapper === TesselWrapper) throw new Error('not loaded again');
     await useAnother(again);
     sayThatItEnds();

@@ -7,10 +7,11 @@ import { Socket } from 'node:net';
 import { createInterface } from 'node:readline';
 
 import { construct, engine } from '../scripted/wrapper_kit.mjs';
+import { remote } from '../streams.mjs';
 
 const CHANNEL = 3;
 const STANDARD_OUTPUT = 1;
-const SHARED = { type: 'remote', streamIndex: 3 };
+const SHARED = remote(3);
 
 const [kind] = process.argv.slice(2);
 if (kind === 'absent') {

@@ -3,7 +3,7 @@
 import { createRequire } from 'node:module';
 import path from 'node:path';
 
-const canary = createRequire(import.meta.url)(
-  path.join(process.env.TESSEL_BUILD, 'test/addons/canary.node'),
-);
+import { build } from '../build.mjs';
+
+const canary = createRequire(import.meta.url)(path.join(build, 'test/addons/canary.node'));
 canary[process.argv[2]]();

@@ -1,14 +1,15 @@
 // Either side of the soak, on the embedded engine: a main process whose meeting has four streams
 // and a hundred events a second, or a widget that reads these streams. Obeys a trial.
 
-import { EventEmitter, once } from 'node:events';
+import { once } from 'node:events';
 import { setTimeout } from 'node:timers/promises';
 
-import { connection } from '../../../examples/support/connection.mjs';
+import { connectParams } from '../../../examples/support/connect_params.mjs';
 import addon from '../../../js/index.js';
 import { readCard } from '../card_code.mjs';
 import { obey } from '../commanded_process.mjs';
 import { collect } from '../collector.mjs';
+import { PARAMS, makeWrapper } from '../make_wrapper.mjs';
 import { counted, privateKilobytes } from '../reliability/holdings.mjs';
 
 const EVENTS_A_SECOND = 100;
@@ -17,7 +18,6 @@ const NO_FRAME = -1;
 // A stream that shows nothing new for so long stands still, however busy the machine is.
 const LONGEST_WAIT_MS = 60_000;
 
-const emitter = new EventEmitter();
 const wrongs = { eventsOutOfOrder: 0, wrongFrames: 0, framesOutOfOrder: 0 };
 // The sequence number of each event's last, and of each stream how many frames were read and the
 // numbers of the first and the newest.
@@ -57,16 +57,14 @@ function readAll(streams, read) {
 obey({
   // Answers with the main segment's names and the streams.
   async join(logPath) {
-    addon.TesselWrapper._internal_setEmitterFactory(() => emitter);
-    wrapper = new addon.TesselWrapper({
-      ...{ appVersion: '1', configPath: '', userAgent: 'test' },
-      ...{ logPath, logPrefix: 'soak' },
-    });
+    const params = { ...PARAMS, configPath: '', logPath };
+    const made = makeWrapper(addon.TesselWrapper, { params });
+    wrapper = made.wrapper;
     checkEvents();
     const streams = [];
     wrapper.on('streamAdded', ({ type, streamIndex }) => streams.push({ type, streamIndex }));
-    wrapper.connectCall(connection('tessel:soak?participants=4&size=640x360&fps=30'));
-    while (streams.length < 4) await once(emitter, 'streamAdded');
+    wrapper.connectCall(connectParams('tessel:soak?participants=4&size=640x360&fps=30'));
+    while (streams.length < 4) await once(made.emitter, 'streamAdded');
     for (let number = 0; number < EVENTS_A_SECOND; ++number) {
       const eventName = `event ${number}`;
       sequences.set(eventName, 0);

@@ -36,10 +36,11 @@ function linesOf(text) {
 
 // The other process's side.
 export async function runSteps(makeSteps, data) {
-  const { goodArguments, makeWrapper } = await import('./wrapper.mjs');
+  const { goodArguments } = await import('./good_arguments.mjs');
+  const { construct } = await import('./wrapper_kit.mjs');
   const records = await import('./records.mjs');
   const engine = await import('./scripted_engine.mjs');
-  const { wrapper } = makeWrapper();
+  const wrapper = construct();
   const steps = makeSteps({ wrapper, goodArguments, records, engine, data });
   writeSync(1, SEPARATOR);
   const errors = steps.map((step) => {

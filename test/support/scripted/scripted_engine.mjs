@@ -2,9 +2,6 @@
 // remembers what it was asked. Importing this module loads it; the product's addon, loaded after
 // that, finds it in the place of the engine that it was built with.
 //
-// TESSEL_BUILD names the build directory (relative to the repository's root); the default is
-// build/release.
-//
 // Streams are named by { kind, index } with the numbers of the engine's interface, or as the
 // addon's methods name them, by { type: 'local' | 'remote' | 'content', streamIndex }.
 // Integers come back as Numbers where those are exact and as BigInts beyond; both are accepted.
@@ -12,16 +9,14 @@
 
 import { createRequire } from 'node:module';
 import path from 'node:path';
-import { fileURLToPath } from 'node:url';
+
+import { addonFile, build } from '../build.mjs';
 
 export { frameIdentity, isWholeFrame, patternBytes } from './frame_pattern.mjs';
 
 const require = createRequire(import.meta.url);
-const repository = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../../..');
-
-export const buildDirectory = path.resolve(repository, process.env.TESSEL_BUILD ?? 'build/release');
 // A process started with this as LD_LIBRARY_PATH has the scripted engine without this module.
-export const engineDirectory = path.join(buildDirectory, 'test/engine');
+export const engineDirectory = path.join(build, 'test/engine');
 
 const control = require(path.join(engineDirectory, 'scripted_engine.node'));
 const { engine } = control;
@@ -35,7 +30,7 @@ export const client = control.client;
 
 // The product's addon, with the scripted engine behind it.
 export function loadAddon() {
-  return require(path.join(buildDirectory, 'tesselWrapper.node'));
+  return require(addonFile);
 }
 
 const KINDS = { local: 0, remote: 1, content: 2 };

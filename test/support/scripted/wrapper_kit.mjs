@@ -2,31 +2,23 @@
 // scripted engine, but not the addon.
 
 import { EventEmitter } from 'node:events';
+
+import { PARAMS, makeWrapper } from '../make_wrapper.mjs';
+import { remote } from '../streams.mjs';
 import * as engine from './scripted_engine.mjs';
 
 export { say } from '../child.mjs';
 export { collect, collectGarbage } from '../collector.mjs';
 export { nextTurn } from '../next_turn.mjs';
-export { EventEmitter, engine };
+export { EventEmitter, PARAMS, engine };
 
-export const PARAMS = {
-  appVersion: '1.2.3',
-  configPath: '/etc/tessel',
-  logPath: '/var/log/tessel',
-  logPrefix: 'client',
-  userAgent: 'Agent/4.5',
-};
-
-// A new wrapper on this emitter, which is kept alive as long as the class has no other factory.
-export function construct({ emitter = new EventEmitter(), params = PARAMS } = {}) {
-  const { TesselWrapper } = engine.loadAddon();
-  TesselWrapper._internal_setEmitterFactory(() => emitter);
-  return new TesselWrapper(params);
-}
+// A new wrapper: see makeWrapper.
+export const construct = (options) =>
+  makeWrapper(engine.loadAddon().TesselWrapper, options).wrapper;
 
 // The same with a remote stream in widget mode, whose frames are being copied into its segment.
 export function constructInWidgetMode() {
-  const stream = { type: 'remote', streamIndex: 3 };
+  const stream = remote(3);
   engine.setStream(stream);
   const wrapper = construct();
   wrapper.enterWidgetMode(stream);

@@ -5,6 +5,9 @@ import { setImmediate } from 'node:timers/promises';
 
 import { countOf } from './handmade_segments.mjs';
 
+// What a process writes when it has waited for a lock until the limit.
+export const TIMED_OUT = 'sem_timedwait timedout, error:110';
+
 // Whether all threads of a process have been stopped by a signal.
 const hasStopped = ({ pid }) =>
   readdirSync(`/proc/${pid}/task`).every((thread) =>

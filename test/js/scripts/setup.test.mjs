@@ -1,0 +1,81 @@
+// What the set-up asks of the machine, on one where next to nothing is installed.
+
+import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
+import { cpSync, existsSync, mkdirSync, symlinkSync, writeFileSync } from 'node:fs';
+import path from 'node:path';
+import { test } from 'node:test';
+
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+
+// A system has these, also the smallest.
+const ESSENTIAL = 'bash dirname env grep head mkdir sed sort tail unshare'.split(' ');
+
+// Runs the set-up in a tree of its own, with an `apt-get` that installs nothing.
+function setUp(t, ...given) {
+  const tree = temporaryDirectory(t);
+  const commands = path.join(tree, 'commands');
+  mkdirSync(commands);
+  cpSync('scripts', path.join(tree, 'scripts'), { recursive: true });
+  const find = (name) =>
+    process.env.PATH.split(':')
+      .map((directory) => path.join(directory, name))
+      .find(existsSync);
+  for (const name of ESSENTIAL) symlinkSync(find(name), path.join(commands, name));
+  // It looks for the headers beside node.
+  for (const name of ['node', 'npm', 'apt-get']) {
+    const script = name === 'node' ? `exec '${process.execPath}' "$@"` : '';
+    writeFileSync(path.join(commands, name), `#!/bin/sh\n${script}\n`, { mode: 0o755 });
+  }
+  return spawnSync('bash', ['scripts/setup.sh', ...given], {
+    cwd: tree,
+    // A shell crashes under a sanitizer's runtime.
+    env: { PATH: commands },
+    encoding: 'utf8',
+  });
+}
+
+const TO_BUILD = ['cmake', 'g++', 'ninja-build'];
+const TO_TEST = ['chromium', 'ffmpeg', 'libgmock-dev', 'libgtest-dev'];
+const TO_FUZZ = ['clang', 'libclang-rt-dev', 'llvm'];
+
+for (const [given, packages] of [
+  [['release', '--for', 'start'], TO_BUILD],
+  [['release'], [...TO_BUILD, ...TO_TEST]],
+  [
+    ['fuzz', '--for', 'fuzz'],
+    [...TO_BUILD, ...TO_FUZZ],
+  ],
+  [
+    ['release', 'fuzz', '--for', 'fuzz'],
+    [...TO_BUILD, ...TO_TEST, ...TO_FUZZ],
+  ],
+]) {
+  test(`"setup.sh ${given.join(' ')}" names all that is missing at once, and builds nothing`, (t) => {
+    const { status, stdout, stderr } = setUp(t, ...given);
+    const named = /apt-get install -y --no-install-recommends ([^":]+)/.exec(stderr);
+    assert.ok(named, stderr);
+    // Whether Chromium needs this one depends on the user and the system.
+    const needed = named[1].trim().split(' ');
+    assert.deepEqual(
+      needed.filter((name) => name !== 'chromium-sandbox'),
+      packages.toSorted(),
+    );
+    assert.equal(status, 1);
+    assert.doesNotMatch(stdout, /Building|Fetching/);
+  });
+}
+
+for (const given of [
+  [],
+  ['elsewhere'],
+  ['release', '--for'],
+  ['release', '--for', 'elsewhere'],
+  ['release', '--for', 'test', 'elsewhere'],
+]) {
+  test(`"setup.sh ${given.join(' ')}" is refused with the usage`, (t) => {
+    const { status, stderr } = setUp(t, ...given);
+    assert.equal(status, 1);
+    assert.match(stderr, /^setup: usage: scripts\/setup\.sh /);
+  });
+}

@@ -7,7 +7,9 @@ const path = require('node:path');
 
 // The environment variable that names another build of the addon.
 const OVERRIDE = 'TESSEL_WRAPPER_ADDON';
-const BUILT_HERE = path.join(__dirname, '..', 'build', 'release', 'tesselWrapper.node');
+// The package's folder. A bundler puts this file elsewhere, or into an ES module, which has none.
+const HOME = typeof __dirname === 'string' ? path.join(__dirname, '..') : '/';
+const BUILT_HERE = path.join(HOME, 'build', 'release', 'tesselWrapper.node');
 
 // What to do about a failure to load, by what the system says about it.
 const REMEDIES = [
@@ -45,24 +47,57 @@ function explanation(message) {
 
 // What the application's developer can do about an addon that cannot be loaded.
 function action() {
-  return process.env[OVERRIDE]
-    ? `${OVERRIDE} names this file: correct it, or unset it to use the package's own build.`
-    : `Build it with "npx tessel-wrapper build", or name another build in ${OVERRIDE}. "npx tessel-wrapper doctor" looks at the rest.`;
+  if (process.env[OVERRIDE]) {
+    return `${OVERRIDE} names this file: correct it, or unset it to use the package's own build.`;
+  }
+  return fs.existsSync(path.join(HOME, 'bin', 'tessel-wrapper.js'))
+    ? `Build it with "npx tessel-wrapper build", or name another build in ${OVERRIDE}. "npx tessel-wrapper doctor" looks at the rest.`
+    : `tessel-wrapper was bundled, and its addon was not: keep tessel-wrapper external ("Bundle your application" in its docs/guide.md), or name the addon in ${OVERRIDE}.`;
 }
 
-// The addon's exports. Throws an Error with the system's own words, and what to do about them.
+// What to do about a refusal of Node.js itself, which no other build changes.
+function permission({ code }) {
+  if (code === 'ERR_ACCESS_DENIED') {
+    return 'The permission model of Node.js keeps it from being read: start node with --allow-fs-read for it and for /dev/shm, and with --allow-addons.';
+  }
+  if (code !== 'ERR_DLOPEN_DISABLED') return undefined;
+  return process.permission
+    ? 'The permission model of Node.js keeps addons out: start node with --allow-addons.'
+    : 'Node.js was started with --no-addons: start it without.';
+}
+
+// The result of `step`, or an Error with the system's own words, and what to do about them.
+function explained(file, step) {
+  try {
+    return step();
+  } catch (error) {
+    const { message } = error;
+    const advice = permission(error) ?? [explanation(message), action()].filter(Boolean).join('\n');
+    throw new Error(`Cannot load ${file}: ${message}\n${advice}`, { cause: error });
+  }
+}
+
+// As require() does, but in a way that bundlers leave alone.
+function load(file) {
+  const addon = { exports: {} };
+  process.dlopen(addon, file);
+  return addon.exports;
+}
+
+const loaded = new Map(); // exports, by file
+
+// The addon's exports. Throws an Error that says what to do.
 function loadAddon() {
   const file = addonPath();
-  const wrong = fault(file);
-  if (wrong) throw new Error(`Cannot load ${file}\n${wrong}\n${action()}`);
-  try {
-    return require(file);
-  } catch (error) {
-    // What Node adds to this message is the list of the requiring files.
-    const [message] = error.message.split('\n');
-    const lines = [`Cannot load ${file}: ${message}`, explanation(message), action()];
-    throw new Error(lines.filter(Boolean).join('\n'), { cause: error });
+  if (!loaded.has(file)) {
+    const wrong = explained(file, () => fault(file));
+    if (wrong) throw new Error(`Cannot load ${file}\n${wrong}\n${action()}`);
+    loaded.set(
+      file,
+      explained(file, () => load(file)),
+    );
   }
+  return loaded.get(file);
 }
 
 module.exports = { OVERRIDE, addonPath, loadAddon };

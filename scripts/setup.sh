@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
-# scripts/setup.sh PRESET [--for start|install|test|valgrind|bench|lint|fuzz] [PRESET ...]
+# scripts/setup.sh PRESET [--for start|install|webrtc|test|valgrind|bench|lint|fuzz] [PRESET ...]
 #
 # Brings a fresh clone, or one that changed, to the point where each PRESET is built: checks the
 # tools for all of them (and installs what is missing with apt-get when root), fetches the npm
 # packages, configures and builds. It does only what is not done yet. What is asked of the machine
 # depends on the purpose ("test" unless another is named): `npm start` needs neither a test framework
-# nor a browser, and "fuzz" builds the fuzzers alone. For "install", where this is an installed
+# nor a browser, "webrtc" adds the engine for real meetings and the server that they are tested with,
+# and "fuzz" builds the fuzzers alone. For "install", where this is an installed
 # package, npm has fetched what is needed, and another compiler's warnings are no errors. For "lint"
 # it stops before the build, which is the check itself.
 
@@ -18,7 +19,7 @@ fail() {
 }
 
 presets='release|debug|asan|tsan|clang|coverage|fuzz|tidy'
-purposes='start|install|test|valgrind|bench|lint|fuzz'
+purposes='start|install|webrtc|test|valgrind|bench|lint|fuzz'
 usage="usage: scripts/setup.sh $presets [--for $purposes] [$presets ...]"
 wanted=() # "PRESET PURPOSE" each
 while (($#)); do
@@ -79,6 +80,25 @@ has_version() {
   printf '%s\n' "$2" "$version" | sort --version-sort --check=quiet
 }
 
+has_module() { has_command pkg-config && pkg-config --exists "$1"; }
+has_plugin() { [[ -e /usr/lib/x86_64-linux-gnu/gstreamer-1.0/libgst$1.so ]]; }
+
+# What the engine for real meetings is built with, what it loads, and the server to meet on.
+need_webrtc() {
+  need pkg-config has_command pkg-config
+  need libgstreamer1.0-dev has_module gstreamer-1.0
+  need libgstreamer-plugins-base1.0-dev has_module gstreamer-app-1.0
+  need libgstreamer-plugins-bad1.0-dev has_module gstreamer-webrtc-1.0
+  need libsoup-3.0-dev has_module libsoup-3.0
+  need nlohmann-json3-dev has_header nlohmann/json.hpp
+  need gstreamer1.0-plugins-base has_plugin app
+  need gstreamer1.0-plugins-good has_plugin vpx
+  need gstreamer1.0-plugins-bad has_plugin webrtc
+  need gstreamer1.0-nice has_plugin nice
+  need gstreamer1.0-pulseaudio has_plugin pulseaudio
+  need janus has_command janus
+}
+
 # The Debian packages without which something that the purpose needs is missing.
 missing_packages() {
   need() { "${@:2}" || echo "$1"; }
@@ -92,7 +112,8 @@ missing_packages() {
     need libclang-rt-dev has_fuzzer_runtime
     need llvm has_command llvm-symbolizer
   fi
-  [[ $purpose =~ ^(start|install|fuzz)$ ]] && return
+  [[ $purpose == webrtc ]] && need_webrtc
+  [[ $purpose =~ ^(start|install|webrtc|fuzz)$ ]] && return
   need libgtest-dev has_header gtest/gtest.h
   need libgmock-dev has_header gmock/gmock.h
   case $purpose in
@@ -133,6 +154,26 @@ check_node() {
   done
 }
 
+# Some packages start a server when they are installed, and at each boot after that: what we start is
+# our own, and nobody asked for more.
+policy=/usr/sbin/policy-rc.d
+forbid_services() {
+  [[ -e $policy ]] && return
+  trap 'rm -f "$policy"' EXIT
+  printf '#!/bin/sh\nexit 101\n' >"$policy"
+  chmod 755 "$policy"
+  owns_policy=true
+}
+allow_services() {
+  local package
+  [[ -n ${owns_policy:-} ]] && rm -f "$policy"
+  for package in "${packages[@]}"; do
+    case $package in
+      janus | coturn) update-rc.d "$package" disable >>"$log" 2>&1 || true ;;
+    esac
+  done
+}
+
 check_packages() {
   local packages install
   mapfile -t packages < <(for_each missing_packages | sort -u)
@@ -147,7 +188,9 @@ check_packages() {
   # A source that cannot be reached need not be the one that has the packages.
   apt-get update >>"$log" 2>&1 || true
   # Another apt-get may be at work.
+  forbid_services
   logged apt-get install -y --no-install-recommends -o DPkg::Lock::Timeout=600 "${packages[@]}"
+  allow_services
   hash -r
   mapfile -t packages < <(for_each missing_packages | sort -u)
   ((${#packages[@]} == 0)) ||
@@ -172,6 +215,7 @@ configure() {
     test | valgrind) options+=(-DTESSEL_BUILD_TESTS=ON) ;;
     bench | lint) options+=(-DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCHMARKS=ON) ;;
     install) options+=(-DTESSEL_WARNINGS_AS_ERRORS=OFF) ;;
+    webrtc) options+=(-DTESSEL_BUILD_WEBRTC=ON) ;;
   esac
   logged cmake --preset "$preset" "${options[@]}"
 }
@@ -179,7 +223,7 @@ configure() {
 build() {
   local targets=()
   case $purpose in
-    start | install) targets=(--target tesselWrapper) ;;
+    start | install | webrtc) targets=(--target tesselWrapper) ;;
     fuzz) targets=(--target fuzzers) ;;
   esac
   logged cmake --build --preset "$preset" "${targets[@]}"

@@ -9,24 +9,20 @@
 using napi::toJavascript;
 
 namespace frames {
-
 namespace {
 
 constexpr const char* kMakeHeader =
     "(noUpdate, clearFrame, frameId, csrc) => ({ noUpdate, clearFrame, frameId, csrc })";
 
-// Takes the class of the planes' arrays and makes the function that builds the frames.
-constexpr const char* kMakePicture = R"((Uint8Array) => (clearFrame, frameId, csrc, width, height,
-    y, yWidth, yHeight, ySize, yStride,
-    u, uWidth, uHeight, uSize, uStride,
-    v, vWidth, vHeight, vSize, vStride) => ({
+constexpr const char* kMakePicture = R"((clearFrame, frameId, csrc, width, height,
+    yPlaneBuffer, yPlaneBufferWidth, yPlaneBufferHeight, yPlaneBufferSize, yPlaneBufferStride,
+    uPlaneBuffer, uPlaneBufferWidth, uPlaneBufferHeight, uPlaneBufferSize, uPlaneBufferStride,
+    vPlaneBuffer, vPlaneBufferWidth, vPlaneBufferHeight, vPlaneBufferSize, vPlaneBufferStride,
+) => ({
   noUpdate: false, clearFrame, frameId, csrc, width, height,
-  yPlaneBuffer: new Uint8Array(y), yPlaneBufferWidth: yWidth, yPlaneBufferHeight: yHeight,
-  yPlaneBufferSize: ySize, yPlaneBufferStride: yStride,
-  uPlaneBuffer: new Uint8Array(u), uPlaneBufferWidth: uWidth, uPlaneBufferHeight: uHeight,
-  uPlaneBufferSize: uSize, uPlaneBufferStride: uStride,
-  vPlaneBuffer: new Uint8Array(v), vPlaneBufferWidth: vWidth, vPlaneBufferHeight: vHeight,
-  vPlaneBufferSize: vSize, vPlaneBufferStride: vStride,
+  yPlaneBuffer, yPlaneBufferWidth, yPlaneBufferHeight, yPlaneBufferSize, yPlaneBufferStride,
+  uPlaneBuffer, uPlaneBufferWidth, uPlaneBufferHeight, uPlaneBufferSize, uPlaneBufferStride,
+  vPlaneBuffer, vPlaneBufferWidth, vPlaneBufferHeight, vPlaneBufferSize, vPlaneBufferStride,
 }))";
 
 Napi::FunctionReference evaluate(Napi::Env env, const char* source) {
@@ -49,23 +45,18 @@ napi_value frameIdOf(Napi::Env env, const VideoFrame& frame) {
   return toJavascript(env, static_cast<double>(frame.frameId));
 }
 
-// The real class, also where the application has put something else in the place of the global.
-Napi::Value uint8Array(Napi::Env env) {
-  napi_value buffer = nullptr;
+// Node-API's own Uint8Array, whatever the application has put in the place of the class.
+napi_value uint8ArrayOver(Napi::Env env, napi_value buffer, const VideoPlane& plane) {
+  const std::size_t length = plane.data == nullptr ? 0 : plane.size;
   napi_value array = nullptr;
-  napi_value arrayClass = nullptr;
-  napi::checkStatus(env, napi_create_arraybuffer(env, 0, nullptr, &buffer));
-  napi::checkStatus(env, napi_create_typedarray(env, napi_uint8_array, 0, buffer, 0, &array));
-  napi::checkStatus(env, napi_get_named_property(env, array, "constructor", &arrayClass));
-  return {env, arrayClass};
+  napi::checkStatus(env, napi_create_typedarray(env, napi_uint8_array, length, buffer, 0, &array));
+  return array;
 }
 
 }  // namespace
 
 FrameObjects::FrameObjects(Napi::Env env)
-    : makeHeader_(evaluate(env, kMakeHeader)),
-      makePicture_(Napi::Persistent(
-          call<1>(evaluate(env, kMakePicture), {uint8Array(env)}).As<Napi::Function>())) {}
+    : makeHeader_(evaluate(env, kMakeHeader)), makePicture_(evaluate(env, kMakePicture)) {}
 
 Napi::Object FrameObjects::initHeader(const VideoFrame& frame) const {
   const Napi::Env env = makeHeader_.Env();
@@ -92,7 +83,7 @@ Napi::Object FrameObjects::initFrame(const StreamKey& key, const VideoFrame& fra
   auto argument = arguments.begin() + 5;
   auto buffer = buffers.begin();
   for (const VideoPlane& plane : {frame.yPlane, frame.uPlane, frame.vPlane}) {
-    *argument++ = *buffer++;
+    *argument++ = uint8ArrayOver(env, *buffer++, plane);
     for (const std::uint32_t number : {plane.width, plane.height, plane.size, plane.stride}) {
       *argument++ = toJavascript(env, number);
     }

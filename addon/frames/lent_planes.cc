@@ -7,7 +7,6 @@
 #include "addon/napi/status.h"
 
 namespace frames {
-
 namespace {
 
 napi_value copyOf(napi_env env, const VideoPlane& plane) {

@@ -6,7 +6,6 @@
 #include "addon/napi/values.h"
 
 namespace napi {
-
 namespace {
 
 void require(bool accepted, const Napi::CallbackInfo& info, std::uint32_t index,
@@ -46,6 +45,16 @@ std::int64_t napiGetArgAsInt64(const Napi::CallbackInfo& info, std::uint32_t ind
   const Napi::Value value = info[index];
   require(value.IsNumber(), info, index, "Number");
   return toInt64(value);
+}
+
+Napi::Object onlyObject(const Napi::CallbackInfo& info) {
+  napiCheckArgLength(info, 1);
+  return napiGetArgAsObject(info, 0);
+}
+
+bool onlyBoolean(const Napi::CallbackInfo& info) {
+  napiCheckArgLength(info, 1);
+  return napiGetArgAsBoolean(info, 0);
 }
 
 }  // namespace napi

@@ -12,28 +12,35 @@
 
 namespace napi {
 
-// Runs `work` on the JavaScript thread when the environment ends with this object still alive,
-// which is when a process ends by itself. process.exit() and an error that nobody handles end the
-// process and leave the environment as it is. Used on the JavaScript thread only.
+// Runs `work` once: when run() is called, or when the environment ends first with this object still
+// alive, which is when a process ends by itself. process.exit() and an error that nobody handles
+// end the process and leave the environment as it is. Used on the JavaScript thread only.
 class EnvironmentCleanupHook {
  public:
   EnvironmentCleanupHook(Napi::Env env, std::function<void()> work)
       : env_(env), work_(std::move(work)) {
-    checkStatus(env_, napi_add_env_cleanup_hook(env_, run, this));
+    checkStatus(env_, napi_add_env_cleanup_hook(env_, runHook, this));
   }
   ~EnvironmentCleanupHook() {
-    if (work_) napi_remove_env_cleanup_hook(env_, run, this);
+    if (work_) napi_remove_env_cleanup_hook(env_, runHook, this);
   }
   EnvironmentCleanupHook(const EnvironmentCleanupHook&) = delete;
   EnvironmentCleanupHook& operator=(const EnvironmentCleanupHook&) = delete;
 
+  // Runs the work, unless it has run.
+  void run() {
+    if (!work_) return;
+    napi_remove_env_cleanup_hook(env_, runHook, this);
+    runHook(this);
+  }
+
  private:
-  static void run(void* self) {
+  static void runHook(void* self) {
     const auto work = std::exchange(static_cast<EnvironmentCleanupHook*>(self)->work_, nullptr);
     work();
   }
 
-  napi_env env_;
+  const napi_env env_;
   std::function<void()> work_;  // empty once it ran
 };
 

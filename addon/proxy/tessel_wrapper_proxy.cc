@@ -19,15 +19,9 @@ Napi::FunctionReference TesselWrapperProxy::constructor_;
 
 namespace {
 
-Napi::Env requireMain(Napi::Env env) {
-  napi::requireMainEnvironment(env, "TesselWrapperProxy");
-  return env;
-}
-
 sharedmem::SharedMemoryKey readKey(const Napi::CallbackInfo& info) {
-  napi::napiCheckArgLength(info, 1);
-  const napi::NapiObjectPropertyHelper helper(info, napi::napiGetArgAsObject(info, 0),
-                                              "SharedData");
+  napi::requireMainEnvironment(info.Env(), "TesselWrapperProxy");
+  const napi::NapiObjectPropertyHelper helper(info, napi::onlyObject(info), "SharedData");
   sharedmem::SharedMemoryKey key;
   key.shmName = helper.getAsString("shm_name");
   key.semName = helper.getAsString("sem_name");
@@ -54,10 +48,13 @@ Napi::Object TesselWrapperProxy::Init(Napi::Env env, Napi::Object exports) {
 }
 
 TesselWrapperProxy::TesselWrapperProxy(const Napi::CallbackInfo& info)
+    : TesselWrapperProxy(info, readKey(info)) {}
+
+TesselWrapperProxy::TesselWrapperProxy(const Napi::CallbackInfo& info,
+                                       const sharedmem::SharedMemoryKey& key)
     : Napi::ObjectWrap<TesselWrapperProxy>(info),
-      frameObjects_(requireMain(info.Env())),
+      frameObjects_(info.Env()),
       cleanupHook_(info.Env(), [this] { end(); }) {
-  const sharedmem::SharedMemoryKey key = readKey(info);
   base::DiagnosticLine("TesselWrapperProxy::TesselWrapperProxy Params shm_name: ")
       .text(key.shmName.c_str())
       .text(", sem_name: ")
@@ -70,10 +67,9 @@ TesselWrapperProxy::TesselWrapperProxy(const Napi::CallbackInfo& info)
       .address(this);
 }
 
-TesselWrapperProxy::~TesselWrapperProxy() { end(); }
+TesselWrapperProxy::~TesselWrapperProxy() { cleanupHook_.run(); }
 
 void TesselWrapperProxy::end() {
-  if (std::exchange(hasEnded_, true)) return;
   base::DiagnosticLine("~TesselWrapperProxy: Pid:")
       .integer(getpid())
       .text(", obj:")
@@ -86,8 +82,8 @@ void TesselWrapperProxy::end() {
 std::shared_ptr<sharedmem::SharedMemoryVideoFrameSource> TesselWrapperProxy::findSource(
     const StreamKey& key) {
   auto source = manager_->getVideoFrameSource(key);
-  // A frame of a stream that has just been dropped is over. One of a stream that is only out of
-  // reach, because another process keeps the main segment locked, goes on being read.
+  // The frame of a stream that was just dropped ends. The frame of a stream that cannot be looked
+  // up, because another process holds the main segment's lock, stays valid.
   if (!source && !manager_->holdsVideoFrameSource(key)) lentPlanes_.takeBack(key);
   return source;
 }
@@ -95,7 +91,7 @@ std::shared_ptr<sharedmem::SharedMemoryVideoFrameSource> TesselWrapperProxy::fin
 Napi::Value TesselWrapperProxy::readFrame(
     const std::shared_ptr<sharedmem::SharedMemoryVideoFrameSource>& source, const StreamKey& key,
     std::int64_t lastFrameId) {
-  // What stays as it is when the segment cannot be locked: a null frame.
+  // A null frame, unless the segment can be locked.
   VideoFrame frame;
   frame.noUpdate = true;
   const bool isLocked = source->getVideoFrame(frame, static_cast<std::uint64_t>(lastFrameId));

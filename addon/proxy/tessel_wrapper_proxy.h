@@ -32,6 +32,9 @@ class TesselWrapperProxy : public Napi::ObjectWrap<TesselWrapperProxy> {
   ~TesselWrapperProxy() override;
 
  private:
+  // Runs after the arguments were checked and read.
+  TesselWrapperProxy(const Napi::CallbackInfo& info, const sharedmem::SharedMemoryKey& key);
+
   Napi::Value getFrame(const Napi::CallbackInfo& info);
   Napi::Value getLastFrame(const Napi::CallbackInfo& info);
   void releaseFrame(const Napi::CallbackInfo& info);
@@ -42,7 +45,7 @@ class TesselWrapperProxy : public Napi::ObjectWrap<TesselWrapperProxy> {
   Napi::Value readFrame(const std::shared_ptr<sharedmem::SharedMemoryVideoFrameSource>& source,
                         const StreamKey& key, std::int64_t lastFrameId);
   Napi::Value answerNotFound(const char* method);
-  // Once, when the JavaScript object is collected or its environment ends.
+  // When the JavaScript object is collected or its environment ends, whichever comes first.
   void end();
 
   // Class-wide, touched by the main environment only; left alone when the process ends.
@@ -51,7 +54,6 @@ class TesselWrapperProxy : public Napi::ObjectWrap<TesselWrapperProxy> {
   std::shared_ptr<sharedmem::SharedMemoryManager> manager_;
   frames::FrameObjects frameObjects_;
   frames::LentPlanes lentPlanes_;  // of the frames that are being read
-  bool hasEnded_ = false;
   napi::EnvironmentCleanupHook cleanupHook_;
 };
 

@@ -10,7 +10,6 @@
 #include "base/mutex.h"
 
 namespace sharedmem {
-
 namespace {
 
 // All objects of the process. Never destroyed, as threads may go on while the process ends.

@@ -1,7 +1,8 @@
 // Owners of what POSIX shared memory hands out: a descriptor, a mapping, a named semaphore.
 //
-// Each is move-only, is empty by default, and releases what it owns when it is reset or goes. None
-// of them removes a name from the system. A failing call leaves its reason in errno.
+// Each is move-only, is empty by default, and releases what it owns when it is reset or destroyed.
+// None of them removes a name from the system. A failing call leaves its reason in errno.
+// accepted_files.h says what they are opened on.
 
 #ifndef ADDON_SHAREDMEM_POSIX_SHARED_MEMORY_H_
 #define ADDON_SHAREDMEM_POSIX_SHARED_MEMORY_H_
@@ -19,9 +20,7 @@ namespace sharedmem {
 
 class FileDescriptor {
  public:
-  // As shm_open, but never one of the standard descriptors, which are free when the application has
-  // closed them: what is written to its standard output would go into the object. With O_CREAT an
-  // object that is another user's is refused with EPERM; where anything else fails, none is left.
+  // As shm_open.
   static FileDescriptor openSharedMemory(const std::string& name, int flags, mode_t mode);
 
   FileDescriptor() = default;
@@ -34,6 +33,9 @@ class FileDescriptor {
   explicit operator bool() const { return fd_ >= 0; }
   int get() const { return fd_; }
   void reset();
+
+  // The same file under a number above those of the standard descriptors; empty when that fails.
+  FileDescriptor aboveStandardDescriptors() &&;
 
  private:
   int fd_ = -1;
@@ -64,10 +66,7 @@ class SharedMapping {
 
 class NamedSemaphore {
  public:
-  // As sem_open; `mode` and `initialCount` count only when the semaphore is created. A file that is
-  // too short for a semaphore, or holds something else, is refused with EINVAL: waiting on the one
-  // raises SIGBUS, and on the other ends the process. With O_CREAT another user's is refused with
-  // EPERM.
+  // As sem_open; `mode` and `initialCount` count only when the semaphore is created.
   static NamedSemaphore open(const std::string& name, int flags, mode_t mode,
                              unsigned int initialCount);
 
@@ -78,10 +77,10 @@ class NamedSemaphore {
   ~NamedSemaphore() { reset(); }
 
   explicit operator bool() const { return semaphore_ != nullptr; }
+  const sem_t* get() const { return semaphore_; }
   void reset();
 
-  // As sem_timedwait and sem_post, true for 0. What is no semaphore any more, because something
-  // else was written over it, is refused with EINVAL.
+  // As sem_timedwait and sem_post, true for 0.
   bool timedWait(const timespec& deadline) const;
   bool post() const;
 

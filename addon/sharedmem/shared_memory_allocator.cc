@@ -9,12 +9,12 @@
 #include <ctime>
 #include <utility>
 
+#include "addon/sharedmem/diagnostic_lines.h"
 #include "base/diagnostic_line.h"
 
 using base::DiagnosticLine;
 
 namespace sharedmem {
-
 namespace {
 
 // Who may open the pair is left to the process's umask.
@@ -23,9 +23,12 @@ constexpr mode_t kPermission = 0666;
 constexpr unsigned int kInitialCount = 0;
 constexpr time_t kLockSeconds = 5;
 
-// Makes sure that the object is at least `size` bytes long and has memory behind every one of them.
-// Sizing alone succeeds on a full file system, and the first access then raises SIGBUS. Tells of a
-// failure.
+// Without O_EXCL: a pair that was left under these names is opened as it is.
+int openFlags(const SharedMemoryInfo& info) { return info.create ? O_RDWR | O_CREAT : O_RDWR; }
+
+// Makes sure that the object is at least `size` bytes long and has memory behind each of them.
+// Setting the size alone succeeds on a full file system, and the first access then raises SIGBUS.
+// Prints a failure.
 bool reserve(const FileDescriptor& object, off_t size) {
   int error = EINTR;
   while (error == EINTR) error = posix_fallocate(object.get(), 0, size);
@@ -37,24 +40,12 @@ bool reserve(const FileDescriptor& object, off_t size) {
 
 SharedMemoryAllocator::SharedMemoryAllocator(SharedMemoryInfo info) : info_(std::move(info)) {
   initialised_ = initialize();
-  DiagnosticLine("SharedMemoryAllocator:")
-      .hexadecimal()
-      .address(this)
-      .text(", pid:")
-      .integer(getpid())
-      .decimal()
-      .text(", created");
+  printObject("SharedMemoryAllocator:", this, "created");
 }
 
 SharedMemoryAllocator::~SharedMemoryAllocator() {
   uninitialize();
-  DiagnosticLine("~SharedMemoryAllocator:")
-      .hexadecimal()
-      .address(this)
-      .text(", pid:")
-      .integer(getpid())
-      .decimal()
-      .text(", destroyed");
+  printObject("~SharedMemoryAllocator:", this, "destroyed");
 }
 
 bool SharedMemoryAllocator::initialize() {
@@ -63,7 +54,7 @@ bool SharedMemoryAllocator::initialize() {
       .text(", SEM name:")
       .text(info_.semName);
   locked_ = info_.create;
-  if (!openSegmentAndSemaphore()) {
+  if (!openObject() || !mapObject() || !openSemaphore()) {
     uninitialize();
     return false;
   }
@@ -71,23 +62,20 @@ bool SharedMemoryAllocator::initialize() {
   return true;
 }
 
-bool SharedMemoryAllocator::openSegmentAndSemaphore() {
-  // Without O_EXCL: a pair that was left behind under these names is opened as it is.
-  const int flags = info_.create ? O_RDWR | O_CREAT : O_RDWR;
-
-  object_ = FileDescriptor::openSharedMemory(info_.shmName, flags, kPermission);
+bool SharedMemoryAllocator::openObject() {
+  object_ = openAcceptedObject(info_.shmName, openFlags(info_), kPermission);
   if (!object_) {
     const int error = errno;
     DiagnosticLine("shm_open failed, error:").dec(error);
     return false;
   }
+  if (!info_.create) return true;
+  const int result = ftruncate(object_.get(), info_.size);
+  DiagnosticLine("initialize: Trucating data for pid").dec(getpid()).text(" ,Ret = ").dec(result);
+  return reserve(object_, info_.size);
+}
 
-  if (info_.create) {
-    const int result = ftruncate(object_.get(), info_.size);
-    DiagnosticLine("initialize: Trucating data for pid").dec(getpid()).text(" ,Ret = ").dec(result);
-    if (!reserve(object_, info_.size)) return false;
-  }
-
+bool SharedMemoryAllocator::mapObject() {
   auto mapping = SharedMapping::map(object_, info_.size);
   if (!mapping) {
     const int error = errno;
@@ -95,9 +83,8 @@ bool SharedMemoryAllocator::openSegmentAndSemaphore() {
     return false;
   }
   mapping_ = std::move(*mapping);
-  // Whoever made it may have sized it only. That it is long enough is known since it is mapped.
+  // The creator may have set the size only. The mapping proves that the object is long enough.
   if (!info_.create && !reserve(object_, info_.size)) return false;
-
   DiagnosticLine("initialize: mapped memory with ptr:")
       .address(mapping_.data())
       .text(", size:")
@@ -105,14 +92,18 @@ bool SharedMemoryAllocator::openSegmentAndSemaphore() {
       .text(", sem count:")
       .dec(kInitialCount)
       .text(", flags:")
-      .dec(flags)
+      .dec(openFlags(info_))
       .text(", permission:")
       .dec(kPermission);
+  return true;
+}
+
+bool SharedMemoryAllocator::openSemaphore() {
   DiagnosticLine("initialize: creating semaphore with initial count:")
       .dec(kInitialCount)
       .text(", flags:")
-      .dec(flags);
-  semaphore_ = NamedSemaphore::open(info_.semName, flags, kPermission, kInitialCount);
+      .dec(openFlags(info_));
+  semaphore_ = AcceptedSemaphore::open(info_.semName, openFlags(info_), kPermission, kInitialCount);
   if (!semaphore_) {
     const int error = errno;
     DiagnosticLine("initialize: sem_open failed, error:").dec(error);

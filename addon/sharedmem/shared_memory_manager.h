@@ -31,7 +31,7 @@ class SharedMemoryManager : public IFrameRecieveCallback {
   // Creates a main segment under fresh names.
   static std::shared_ptr<SharedMemoryManager> CreateSharedMemoryManager();
   // Opens the main segment of another process. There is a manager also when that fails; it then
-  // knows no stream.
+  // finds no stream.
   static std::shared_ptr<SharedMemoryManager> CreateSharedMemoryManagerWithKey(
       const SharedMemoryKey& key);
 
@@ -42,7 +42,7 @@ class SharedMemoryManager : public IFrameRecieveCallback {
   SharedMemoryManager& operator=(const SharedMemoryManager&) = delete;
 
   // Drops all segments and their names now, though the engine may hold this receiver for longer;
-  // what it still delivers finds no stream. Nothing else may be called after it.
+  // frames that it still delivers find no stream. Nothing else may be called after it.
   void close();
 
   // Creating side: copies the stream's frame into its frame segment.
@@ -68,11 +68,16 @@ class SharedMemoryManager : public IFrameRecieveCallback {
   void removeVideoFrameSource(const StreamKey& key);
 
  private:
+  // Creating side.
   void clearTable();
+  bool createSource(const StreamKey& key, const SharedMemoryInfo& info);
+  bool listSegment(const StreamKey& key, const SharedMemoryInfo& info);
+
+  // Opening side.
   SourcePtr confirmVideoFrameSource(const StreamKey& key, const SourcePtr& source);
   SourcePtr openVideoFrameSource(const StreamKey& key);
 
-  // The map of sources, one step at a time. A source that goes is destroyed after the step.
+  // One step on the map of sources each. A source that leaves the map is destroyed after the step.
   std::optional<SourcePtr> findSource(const StreamKey& key) EXCLUDES(sourcesMutex_);
   void storeSource(const StreamKey& key, SourcePtr source) EXCLUDES(sourcesMutex_);
   void eraseSource(const StreamKey& key) EXCLUDES(sourcesMutex_);
@@ -80,8 +85,8 @@ class SharedMemoryManager : public IFrameRecieveCallback {
   // JavaScript thread.
   std::unique_ptr<SharedMemoryAllocator> allocator_;  // null once closed
 
-  // Keeps the frame threads' look-ups apart from other streams' entering and leaving. Held for a
-  // step on the map alone: nobody waits for a segment or copies a frame while holding it.
+  // Guards the map against the frame threads' look-ups. Held for one step on the map: no thread
+  // waits for a segment, copies a frame or destroys a source while it holds it.
   base::Mutex sourcesMutex_;
   // A stream whose segment could not be made or opened has an empty pointer.
   std::map<StreamKey, SourcePtr> sources_ GUARDED_BY(sourcesMutex_);

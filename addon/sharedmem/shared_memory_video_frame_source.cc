@@ -1,25 +1,24 @@
 #include "addon/sharedmem/shared_memory_video_frame_source.h"
 
-#include <unistd.h>
-
+#include <array>
 #include <cstring>
 #include <optional>
 
+#include "addon/sharedmem/diagnostic_lines.h"
 #include "addon/sharedmem/shared_memory_layout.h"
 #include "base/diagnostic_line.h"
 
 using base::DiagnosticLine;
 
 namespace sharedmem {
-
 namespace {
 
 std::uint8_t* pixelSpaceOf(SharedFrameHeader* header) {
   return reinterpret_cast<std::uint8_t*>(header + 1);
 }
 
-// What is stored of a frame. Asked of it once and before the segment is locked: what was checked is
-// what is copied, and nothing foreign runs under the lock.
+// The part of a frame that is stored. Read from the frame once, before the segment is locked: the
+// checked values are the copied ones, and no code of the engine runs under the lock.
 struct Picture {
   explicit Picture(const QVXCommon::IVideoFrame& frame)
       : valueA(frame.frameValueA()),
@@ -30,7 +29,7 @@ struct Picture {
         width(frame.frameWidth()),
         height(frame.frameHeight()) {}
 
-  // Says so when the picture cannot be stored.
+  // Prints a line when the picture cannot be stored.
   bool isStorable() const {
     if (buffer == nullptr) {
       DiagnosticLine("storeVideoFrame: Frame dropped, its buffer is null");
@@ -70,21 +69,33 @@ VideoPlane planeOf(const std::uint8_t* data, std::uint64_t width, std::uint64_t 
           .stride = static_cast<std::uint32_t>(width)};
 }
 
-// Describes the 4:2:0 picture that lies at `pixels`, its rows tightly packed and its planes one
-// after the other. False, and nothing described, when it would not fit the pixel space.
-bool describePicture(const std::uint8_t* pixels, std::uint32_t width, std::uint32_t height,
-                     VideoFrame& frame) {
+// The planes Y, U and V of the 4:2:0 picture at `pixels`, whose rows are tightly packed and whose
+// planes follow each other. Empty when the picture would not fit the pixel space.
+std::optional<std::array<VideoPlane, 3>> planesOf(const std::uint8_t* pixels, std::uint32_t width,
+                                                  std::uint32_t height) {
   const std::uint64_t chromaWidth = (std::uint64_t{width} + 1) / 2;
   const std::uint64_t chromaHeight = (std::uint64_t{height} + 1) / 2;
   const std::uint64_t lumaSize = std::uint64_t{width} * height;
   const std::uint64_t chromaSize = chromaWidth * chromaHeight;
   // With the luma plane in bounds, the sum cannot overflow.
-  if (lumaSize > kPixelSpace || lumaSize + 2 * chromaSize > kPixelSpace) return false;
+  if (lumaSize > kPixelSpace || lumaSize + 2 * chromaSize > kPixelSpace) return std::nullopt;
+  return std::array{planeOf(pixels, width, height),
+                    planeOf(pixels + lumaSize, chromaWidth, chromaHeight),
+                    planeOf(pixels + lumaSize + chromaSize, chromaWidth, chromaHeight)};
+}
+
+// Describes the picture at `header` in `frame`. False, with `frame` as it was, when what the header
+// says cannot be a picture.
+bool describePicture(SharedFrameHeader* header, VideoFrame& frame) {
+  const std::uint32_t width = readOnce(header->width);
+  const std::uint32_t height = readOnce(header->height);
+  const auto planes = planesOf(pixelSpaceOf(header), width, height);
+  if (!planes) return false;
   frame.width = width;
   frame.height = height;
-  frame.yPlane = planeOf(pixels, width, height);
-  frame.uPlane = planeOf(pixels + lumaSize, chromaWidth, chromaHeight);
-  frame.vPlane = planeOf(pixels + lumaSize + chromaSize, chromaWidth, chromaHeight);
+  frame.yPlane = planes->at(0);
+  frame.uPlane = planes->at(1);
+  frame.vPlane = planes->at(2);
   return true;
 }
 
@@ -107,26 +118,14 @@ SharedMemoryVideoFrameSource::SharedMemoryVideoFrameSource(const SharedMemoryInf
     return;
   }
   if (info.create) makeAvailable();
-  DiagnosticLine("SharedMemoryVideoFrameSource:")
-      .hexadecimal()
-      .address(this)
-      .text(", pid:")
-      .integer(getpid())
-      .decimal()
-      .text(", created");
+  printObject("SharedMemoryVideoFrameSource:", this, "created");
 }
 
 SharedMemoryVideoFrameSource::~SharedMemoryVideoFrameSource() {
-  DiagnosticLine("~SharedMemoryVideoFrameSource:")
-      .hexadecimal()
-      .address(this)
-      .text(", pid:")
-      .integer(getpid())
-      .decimal()
-      .text(", destroyed");
+  printObject("~SharedMemoryVideoFrameSource:", this, "destroyed");
 }
 
-// The first unlock of a created segment is what lets readers in.
+// The first unlock of a created segment opens it to readers.
 void SharedMemoryVideoFrameSource::makeAvailable() {
   if (!allocator_->lockDataAccess()) {
     DiagnosticLine("SharedMemoryVideoFrameSource:Unable to gain lock on video shared memory");
@@ -164,8 +163,7 @@ bool SharedMemoryVideoFrameSource::getVideoFrame(VideoFrame& frame, unsigned lon
   }
   auto* header = static_cast<SharedFrameHeader*>(allocator_->getDataPtr());
   const bool hasNewPicture = header != nullptr && readOnce(header->sequence) != lastFrameId &&
-                             describePicture(pixelSpaceOf(header), readOnce(header->width),
-                                             readOnce(header->height), frame);
+                             describePicture(header, frame);
   frame.noUpdate = !hasNewPicture;
   if (!hasNewPicture) {
     frame.frameId = lastFrameId;

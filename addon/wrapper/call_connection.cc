@@ -3,10 +3,10 @@
 #include "addon/napi/arguments.h"
 #include "addon/napi/object_property_helper.h"
 #include "addon/napi/values.h"
+#include "addon/wrapper/media_stream_state.h"
 #include "addon/wrapper/tessel_wrapper.h"
 
 namespace wrapper {
-
 namespace {
 
 std::pair<std::string, bool> readGracefulEvent(const Napi::CallbackInfo& info, Napi::Value value) {
@@ -29,17 +29,13 @@ tsl::TurnServerInfo readTurnServer(const Napi::CallbackInfo& info, Napi::Value v
   return server;
 }
 
-}  // namespace
-
-void TesselWrapper::connectCall(const Napi::CallbackInfo& info) {
-  napi::napiCheckArgLength(info, 1);
-  const napi::NapiObjectPropertyHelper helper(info, napi::napiGetArgAsObject(info, 0),
-                                              "ConnectParams");
+tsl::ConnectParams readConnectParams(const Napi::CallbackInfo& info, Napi::Value value) {
+  const napi::NapiObjectPropertyHelper helper(info, value, "ConnectParams");
   tsl::ConnectParams params;
   params.uri = helper.getAsString("uri");
   params.endpointName = helper.getAsString("endpointName");
   params.meetingGuid = helper.getAsString("meetingGuid");
-  // Read twice, as the interface has it: the second read is what counts.
+  // Read a second time on purpose: a getter runs again, and the second value counts.
   params.endpointName = helper.getAsString("endpointName");
   params.maxBandwidth = helper.getAsInt("maxBandwidth");
   params.forceTurn = helper.getAsBoolean("forceTurn");
@@ -54,11 +50,17 @@ void TesselWrapper::connectCall(const Napi::CallbackInfo& info) {
   napi::forEachElement(helper.getAsArray("gracefulEvents"), [&](Napi::Value event) {
     params.gracefulEvents.push_back(readGracefulEvent(info, event));
   });
-  unpackMediaStreamState(info, helper.getAsObject("mediaStreamState"), params.mediaStreamState);
+  params.mediaStreamState = readMediaStreamState(info, helper.getAsObject("mediaStreamState"));
   napi::forEachElement(helper.getAsArray("turnServers"), [&](Napi::Value server) {
     params.turnServers.push_back(readTurnServer(info, server));
   });
-  manager_->ConnectCall(params);
+  return params;
+}
+
+}  // namespace
+
+void TesselWrapper::connectCall(const Napi::CallbackInfo& info) {
+  manager_->ConnectCall(readConnectParams(info, napi::onlyObject(info)));
 }
 
 void TesselWrapper::disconnectCall(const Napi::CallbackInfo&) { manager_->DisconnectCall(); }

@@ -8,7 +8,6 @@
 #include "addon/wrapper/tessel_wrapper.h"
 
 namespace wrapper {
-
 namespace {
 
 std::shared_ptr<ConfigData> configDataOf(TSLM::TSLMManager& engine) {
@@ -22,23 +21,22 @@ std::shared_ptr<ConfigData> configDataOf(TSLM::TSLMManager& engine) {
 Napi::Value TesselWrapper::getConfigData(const Napi::CallbackInfo& info) {
   const Napi::Env env = info.Env();
   const std::shared_ptr<ConfigData> configData = configDataOf(*manager_);
-  const Napi::Value capable = napi::toJavascript(env, configData->isVesperCapable());
-  const Napi::Value index = napi::toJavascript(env, configData->maxVOQualityIndex());
-  return napi::makeObject(env, {{"isVesperCapable", capable}, {"maxVOQualityIndex", index}});
+  const Napi::Object result = Napi::Object::New(env);
+  napi::setProperty(result, "isVesperCapable",
+                    napi::toJavascript(env, configData->isVesperCapable()));
+  napi::setProperty(result, "maxVOQualityIndex",
+                    napi::toJavascript(env, configData->maxVOQualityIndex()));
+  return result;
 }
 
 void TesselWrapper::updateConfigData(const Napi::CallbackInfo& info) {
-  napi::napiCheckArgLength(info, 1);
-  const napi::NapiObjectPropertyHelper helper(info, napi::napiGetArgAsObject(info, 0),
-                                              "ConfigDataHelper");
+  const napi::NapiObjectPropertyHelper helper(info, napi::onlyObject(info), "ConfigDataHelper");
   const std::string text = helper.getAsString("configData");
   configDataOf(*manager_)->update(text);
 }
 
 void TesselWrapper::registerEvent(const Napi::CallbackInfo& info) {
-  napi::napiCheckArgLength(info, 1);
-  const napi::NapiObjectPropertyHelper helper(info, napi::napiGetArgAsObject(info, 0),
-                                              "RegisterEventParams");
+  const napi::NapiObjectPropertyHelper helper(info, napi::onlyObject(info), "RegisterEventParams");
   const std::string eventName = helper.getAsString("eventName");
   // A negative number is taken as its unsigned counterpart.
   const auto expires = static_cast<unsigned int>(helper.getAsInt("expires"));
@@ -48,8 +46,7 @@ void TesselWrapper::registerEvent(const Napi::CallbackInfo& info) {
 }
 
 void TesselWrapper::unregisterEvent(const Napi::CallbackInfo& info) {
-  napi::napiCheckArgLength(info, 1);
-  const napi::NapiObjectPropertyHelper helper(info, napi::napiGetArgAsObject(info, 0),
+  const napi::NapiObjectPropertyHelper helper(info, napi::onlyObject(info),
                                               "UnregisterEventParams");
   manager_->UnregisterEvent(helper.getAsString("eventName"));
 }

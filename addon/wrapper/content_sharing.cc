@@ -7,7 +7,6 @@
 #include "addon/wrapper/tessel_wrapper.h"
 
 namespace wrapper {
-
 namespace {
 
 tsl::ShareType shareTypeOf(Napi::Env env, const std::string& type) {
@@ -21,9 +20,7 @@ tsl::ShareType shareTypeOf(Napi::Env env, const std::string& type) {
 }  // namespace
 
 void TesselWrapper::startPresentation(const Napi::CallbackInfo& info) {
-  napi::napiCheckArgLength(info, 1);
-  const napi::NapiObjectPropertyHelper helper(info, napi::napiGetArgAsObject(info, 0),
-                                              "ContentShareParams");
+  const napi::NapiObjectPropertyHelper helper(info, napi::onlyObject(info), "ContentShareParams");
   tsl::ContentShareParams params;
   params.type = shareTypeOf(info.Env(), helper.getAsString("type"));
   if (helper.has("screenId")) params.screenId = helper.getAsInt("screenId");

@@ -8,7 +8,6 @@
 using napi::toJavascript;
 
 namespace wrapper {
-
 namespace {
 
 using Properties = std::vector<std::pair<const char*, Napi::Value>>;
@@ -26,8 +25,8 @@ Napi::Value meetingObject(Napi::Env env, const tsl::MeetingStats& stats) {
             {"instant_outbound_loss", toJavascript(env, stats.instantOutboundLoss)}});
 }
 
-// The properties that stand first in every video record; with an SSRC also those that only a record
-// of one stream has.
+// The first properties of every video record; with an SSRC, also those that only a record of one
+// stream has.
 Properties videoHead(Napi::Env env, const std::uint32_t* ssrc, const tsl::VideoStats& stats) {
   Properties head;
   if (ssrc != nullptr) head.emplace_back("ssrc", toJavascript(env, *ssrc));
@@ -41,7 +40,7 @@ Properties videoHead(Napi::Env env, const std::uint32_t* ssrc, const tsl::VideoS
   return head;
 }
 
-// The delay is the pacer's for what is sent and the target for what is received.
+// The delay is the pacer delay of sent video and the target delay of received video.
 Napi::Value sentVideoObject(Napi::Env env, const std::uint32_t* ssrc,
                             const tsl::VideoStats& stats) {
   Properties properties = videoHead(env, ssrc, stats);
@@ -93,8 +92,7 @@ Napi::Value videoArray(Napi::Env env, const std::map<std::uint32_t, tsl::VideoSt
 }  // namespace
 
 void TesselWrapper::configureMeetingStats(const Napi::CallbackInfo& info) {
-  napi::napiCheckArgLength(info, 1);
-  const napi::NapiObjectPropertyHelper helper(info, napi::napiGetArgAsObject(info, 0),
+  const napi::NapiObjectPropertyHelper helper(info, napi::onlyObject(info),
                                               "configureMeetingStats");
   const bool enable = helper.getAsBoolean("enable");
   // Only the low 16 bits are kept.
@@ -106,13 +104,17 @@ Napi::Value TesselWrapper::getMeetingStats(const Napi::CallbackInfo& info) {
   const Napi::Env env = info.Env();
   tsl::MeetingStats stats;
   manager_->GetMeetingStats(stats);
-  return napi::makeObject(
-      env, {{"meetingStats", meetingObject(env, stats)},
-            {"video_send_stats", videoArray(env, stats.videoSend, sentVideoObject)},
-            {"content_send_stats", sentVideoObject(env, nullptr, stats.contentSend)},
-            {"video_recv_stats", videoArray(env, stats.videoReceive, receivedVideoObject)},
-            {"content_recv_stats", receivedVideoObject(env, nullptr, stats.contentReceive)},
-            {"audio_stats", audioObject(env, stats.audio)}});
+  // A group is attached before the next one is built.
+  const Napi::Object result = Napi::Object::New(env);
+  napi::setProperty(result, "meetingStats", meetingObject(env, stats));
+  napi::setProperty(result, "video_send_stats", videoArray(env, stats.videoSend, sentVideoObject));
+  napi::setProperty(result, "content_send_stats", sentVideoObject(env, nullptr, stats.contentSend));
+  napi::setProperty(result, "video_recv_stats",
+                    videoArray(env, stats.videoReceive, receivedVideoObject));
+  napi::setProperty(result, "content_recv_stats",
+                    receivedVideoObject(env, nullptr, stats.contentReceive));
+  napi::setProperty(result, "audio_stats", audioObject(env, stats.audio));
+  return result;
 }
 
 Napi::Value TesselWrapper::getMediaMeetingAttributes(const Napi::CallbackInfo& info) {

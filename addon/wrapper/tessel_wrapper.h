@@ -25,7 +25,7 @@ namespace wrapper {
 // engine synchronously; outcomes reach JavaScript as events.
 //
 // A method checks and reads all of its arguments before it calls the engine, so that a bad argument
-// (a TypeError with one of the system's fixed texts) leaves everything as it was. What the engine
+// (a TypeError with one of the fixed texts) leaves everything as it was. What the engine
 // throws becomes a JavaScript Error.
 class TesselWrapper : public Napi::ObjectWrap<TesselWrapper> {
  public:
@@ -59,14 +59,6 @@ class TesselWrapper : public Napi::ObjectWrap<TesselWrapper> {
   void setAudioOutDevice(const Napi::CallbackInfo& info);
   void setAudioDebug(const Napi::CallbackInfo& info);
   void sendAudioDeviceStats(const Napi::CallbackInfo& info);
-  static void unpackMediaStreamState(const Napi::CallbackInfo& info, Napi::Object object,
-                                     tsl::MediaStreamState& state);
-  static void unpackAudioInDevice(const Napi::CallbackInfo& info, Napi::Object object,
-                                  tsl::AudioInDevice& device);
-  static void unpackAudioOutDevice(const Napi::CallbackInfo& info, Napi::Object object,
-                                   tsl::AudioOutDevice& device);
-  static void unpackVideoDevice(const Napi::CallbackInfo& info, Napi::Object object,
-                                tsl::VideoDevice& device);
 
   // content_sharing.cc
   void startPresentation(const Napi::CallbackInfo& info);
@@ -99,15 +91,18 @@ class TesselWrapper : public Napi::ObjectWrap<TesselWrapper> {
   Napi::Value getLastFrame(const Napi::CallbackInfo& info);
   void releaseFrame(const Napi::CallbackInfo& info);
 
+  // Runs after the arguments were checked and read.
+  TesselWrapper(const Napi::CallbackInfo& info, const tsl::CreateParams& params);
   void createAndRunTessel(const tsl::CreateParams& params);
   void obtainEmitter(Napi::Env env);
-  // Once, when the JavaScript object is collected or its environment ends.
+  // When the JavaScript object is collected or its environment ends, whichever comes first.
   void end();
   // Ends everything that the wrapper owns. More calls do nothing.
   void release();
 
   // Class-wide, touched by the main environment only. The constructor is kept for native code that
-  // needs the class later; both are emptied or left alone before the environment goes, never after.
+  // needs the class later, and is never released; the factory is released before the environment
+  // ends.
   static Napi::FunctionReference constructor_;
   static Napi::FunctionReference emitterFactory_;
 
@@ -122,7 +117,6 @@ class TesselWrapper : public Napi::ObjectWrap<TesselWrapper> {
   frames::LentPlanes retainedPlanes_;  // of the stream manager's last frames
   frames::LentPlanes
       clearPlanes_;  // of frames that were not retained, until the stream's next frame
-  bool hasEnded_ = false;
   napi::EnvironmentCleanupHook cleanupHook_;
 };
 

@@ -7,7 +7,6 @@
 #include "base/diagnostic_line.h"
 
 namespace wrapper {
-
 namespace {
 
 StreamKey readKey(const Napi::CallbackInfo& info) {

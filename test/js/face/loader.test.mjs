@@ -1,16 +1,17 @@
 // How the addon is found, and what is said when it cannot be loaded.
 
 import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
 import { copyFileSync, mkdirSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
 import { runInChild } from '../../support/child.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { addonFile, repository } from '../../support/build.mjs';
+import { addonFile, build, repository } from '../../support/build.mjs';
 import { face, requireFace } from '../../support/face.mjs';
 
-const { addonPath } = requireFace('./load_addon.js');
+const { addonPath, loadAddon } = requireFace('./load_addon.js');
 
 const ADVICE =
   "TESSEL_WRAPPER_ADDON names this file: correct it, or unset it to use the package's own build.";
@@ -48,7 +49,7 @@ test('require and import give the same, by the names of the declarations', async
 });
 
 test('the classes of the addon are exported untouched', () => {
-  const addon = requireFace(addonFile);
+  const addon = loadAddon();
   assert.equal(face.TesselWrapper, addon.TesselWrapper);
   assert.equal(face.TesselWrapperProxy, addon.TesselWrapperProxy);
 });
@@ -88,13 +89,15 @@ test('a directory, and a file of another kind', (t) => {
 
 test('a package that is not built', (t) => {
   const directory = temporaryDirectory(t);
-  mkdirSync(path.join(directory, 'js'));
-  copyFileSync(path.join(repository, 'js/load_addon.js'), path.join(directory, 'js/load_addon.js'));
+  for (const file of ['js/load_addon.js', 'bin/tessel-wrapper.js']) {
+    mkdirSync(path.join(directory, path.dirname(file)));
+    copyFileSync(path.join(repository, file), path.join(directory, file));
+  }
   const { TESSEL_WRAPPER_ADDON: named } = process.env;
   t.after(() => (process.env.TESSEL_WRAPPER_ADDON = named));
   delete process.env.TESSEL_WRAPPER_ADDON;
-  const { loadAddon } = requireFace(path.join(directory, 'js/load_addon.js'));
-  assert.throws(loadAddon, ({ message }) => {
+  const copy = requireFace(path.join(directory, 'js/load_addon.js'));
+  assert.throws(copy.loadAddon, ({ message }) => {
     const [, explanation, advice] = message.split('\n');
     assert.equal(explanation, 'There is no such file.');
     assert.equal(
@@ -104,6 +107,63 @@ test('a package that is not built', (t) => {
     );
     return true;
   });
+});
+
+const PERMISSION_MODEL = process.allowedNodeEnvironmentFlags.has('--permission')
+  ? '--permission'
+  : '--experimental-permission';
+const READING = [repository, `${build}/`, '/dev/shm/'].map((path) => `--allow-fs-read=${path}`);
+const JOINING = `
+  const { Meeting } = require(${JSON.stringify(path.join(repository, 'js/index.js'))});
+  Meeting.open({ logPath: '/dev/null' }).then(async (meeting) => {
+    const added = meeting.waitFor('streamAdded');
+    await meeting.join({ uri: 'tessel:demo?participants=1' });
+    await added;
+    await meeting.enterWidgetMode({ type: 'remote', streamIndex: 0 });
+    meeting.close();
+    console.log('joined');
+  });`;
+
+// What a node says that is started with these flags and joins a meeting.
+function join(...flags) {
+  const { status, stdout, stderr } = spawnSync(process.execPath, [...flags, '--eval', JOINING], {
+    encoding: 'utf8',
+  });
+  return { status, lines: `${stdout}${stderr}`.split('\n') };
+}
+
+test('a node that keeps addons out is told the option that lets them in', () => {
+  const refusal = `Cannot load ${addonFile}: Cannot load native addon because loading addons is disabled.`;
+  for (const [flags, advice] of [
+    [['--no-addons'], 'Node.js was started with --no-addons: start it without.'],
+    [
+      [PERMISSION_MODEL, ...READING],
+      'The permission model of Node.js keeps addons out: start node with --allow-addons.',
+    ],
+  ]) {
+    const { status, lines } = join(...flags);
+    assert.equal(status, 1);
+    const start = lines.findIndex((line) => line.endsWith(refusal));
+    assert.equal(lines[start + 1], advice, lines.join('\n'));
+  }
+});
+
+test('an addon that node must not read is told the options', () => {
+  const { status, lines } = join(PERMISSION_MODEL, `--allow-fs-read=${repository}js/`);
+  assert.equal(status, 1);
+  const start = lines.findIndex((line) => line.includes(`Cannot load ${addonFile}: Access to`));
+  assert.equal(
+    lines[start + 1],
+    'The permission model of Node.js keeps it from being read: ' +
+      'start node with --allow-fs-read for it and for /dev/shm, and with --allow-addons.',
+    lines.join('\n'),
+  );
+});
+
+test('under the permission model a meeting needs those options and no others', () => {
+  const { status, lines } = join(PERMISSION_MODEL, ...READING, '--allow-addons');
+  assert.equal(status, 0, lines.join('\n'));
+  assert.ok(lines.includes('joined'));
 });
 
 test('a file that is no addon', (t) => {

@@ -306,7 +306,7 @@ for (const [what, [ask, message]] of Object.entries(FORGOTTEN)) {
         await meeting.waitFor('vspUpdateVOQI', { timeout: 5000 }).catch(() => {});
         meeting.close();
       }`,
-      { modules: ['./face/support/face.mjs'] },
+      { modules: ['./support/face.mjs'] },
     );
     assert.deepEqual([child.code, child.signal], [1, null]);
     assert.ok(child.stderr.includes(message), child.stderr);

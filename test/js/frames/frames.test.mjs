@@ -370,7 +370,7 @@ test('releaseFrame does nothing whatever its arguments', () => {
 
 // ---- Frame objects
 
-testFrameObjects(wrapper);
+testFrameObjects(wrapper, { arePlanesLent: true });
 
 test('a stream without a frame manager is to be cleared', () => {
   const stream = newStream();

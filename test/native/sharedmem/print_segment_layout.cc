@@ -10,20 +10,21 @@
 
 int main() {
   const std::pair<const char*, std::size_t> values[] = {
-      {"entrySize", sizeof(SharedStreamEntry)},
-      {"validOffset", offsetof(SharedStreamEntry, valid)},
-      {"shmNameOffset", offsetof(SharedStreamEntry, shmName)},
-      {"semNameOffset", offsetof(SharedStreamEntry, semName)},
-      {"nameSize", sizeof(SharedStreamEntry::shmName)},
-      {"localEntry", kLocalStreamEntry},
-      {"contentEntry", kContentStreamEntry},
-      {"firstRemoteEntry", kFirstRemoteStreamEntry},
-      {"remoteStreams", std::size_t{kRemoteStreams}},
-      {"mainSegmentSize", kMainSegmentSize},
-      {"frameSegmentSize", kFrameSegmentSize},
+      {"entrySize", sizeof(sharedmem::SharedStreamEntry)},
+      {"validOffset", offsetof(sharedmem::SharedStreamEntry, valid)},
+      {"shmNameOffset", offsetof(sharedmem::SharedStreamEntry, shmName)},
+      {"semNameOffset", offsetof(sharedmem::SharedStreamEntry, semName)},
+      {"nameSize", sizeof(sharedmem::SharedStreamEntry::shmName)},
+      {"localEntry", sharedmem::kLocalStreamEntry},
+      {"contentEntry", sharedmem::kContentStreamEntry},
+      {"firstRemoteEntry", sharedmem::kFirstRemoteStreamEntry},
+      {"remoteStreams", std::size_t{sharedmem::kRemoteStreams}},
+      {"mainSegmentSize", sharedmem::kMainSegmentSize},
+      {"frameSegmentSize", sharedmem::kFrameSegmentSize},
       {"semaphoreSize", sizeof(sem_t)},
   };
-  static_assert(sizeof(SharedStreamEntry::shmName) == sizeof(SharedStreamEntry::semName));
+  static_assert(sizeof(sharedmem::SharedStreamEntry::shmName) ==
+                sizeof(sharedmem::SharedStreamEntry::semName));
   const char* separator = "{";
   for (const auto& [name, value] : values) {
     std::printf("%s\"%s\": %zu", separator, name, value);

@@ -1,0 +1,96 @@
+// One call.
+
+#ifndef ENGINE_WEBRTC_CALL_H_
+#define ENGINE_WEBRTC_CALL_H_
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "engine/support/engine.h"
+#include "engine/support/task_loop.h"
+#include "engine/webrtc/audio_devices.h"
+#include "engine/webrtc/call_end.h"
+#include "engine/webrtc/call_uri.h"
+#include "engine/webrtc/inbox.h"
+#include "engine/webrtc/janus_session.h"
+#include "engine/webrtc/local_video.h"
+#include "engine/webrtc/participant.h"
+#include "engine/webrtc/publisher.h"
+#include "engine/webrtc/speaker.h"
+#include "tesselclient/records.h"
+
+namespace webrtc {
+
+// Joins a room, sends and receives, and notifies what happens, until the call ends. Owned by the
+// engine; belongs to its thread.
+class Call {
+ public:
+  Call(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
+       LocalVideo& localVideo, AudioDevices audioDevices, int id, CallTarget target,
+       const tsl::ConnectParams& params);
+  // Ends the call without a word to the application.
+  ~Call();
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+
+  // Starts to join. What follows is notified.
+  void join();
+  // Ends the call, if it is not over.
+  void leave();
+  bool isJoined() const { return state_ == State::kJoined; }
+  bool isOver() const { return state_ == State::kOver; }
+
+  void setRemoteAudioMuted(bool isMuted);
+  // What the others are to know.
+  void setAudioMuted(bool isMuted);
+  void setVideoMuted(bool isMuted);
+
+ private:
+  enum class State { kConnecting, kEntering, kPublishing, kJoined, kOver };
+
+  void attach();
+  // Names the room as the server does: some take numbers, some texts.
+  void enter(bool isRoomNumber);
+  void entered(const JanusAnswer& answer, bool isRoomNumber);
+  void publish();
+  void joined();
+  void received(const Json& data);
+  void addFeeds(const Json& data);
+  void removeFeed(const Json& id);
+  std::optional<int> freeIndex() const;
+  void timeOut();
+
+  // Ends the call as soon as nothing of it runs any more.
+  void fail(int code, const std::string& reason);
+  void end(int code, const std::string& reason);
+  void release();
+
+  support::EngineContext& context_;
+  const std::shared_ptr<support::FramePool> pool_;
+  LocalVideo& localVideo_;
+  const int id_;
+  const CallTarget target_;
+  const tsl::ConnectParams params_;
+  const IceOptions ice_;
+  const AudioDevices audioDevices_;
+
+  State state_ = State::kConnecting;
+  OwnState ownState_;
+  bool isRemoteAudioMuted_ = false;
+  Json room_;  // what every request to the room is to say
+  Json ownId_;
+  Inbox inbox_;
+  support::Timer timer_;
+  // Each uses those before it.
+  std::unique_ptr<Speaker> speaker_;
+  std::unique_ptr<JanusSession> session_;
+  std::unique_ptr<JanusHandle> handle_;
+  std::unique_ptr<Publisher> publisher_;
+  std::map<std::string, std::unique_ptr<Participant>> participants_;  // by the key of their feeds
+};
+
+}  // namespace webrtc
+
+#endif  // ENGINE_WEBRTC_CALL_H_

@@ -1,0 +1,76 @@
+#include "engine/webrtc/elements.h"
+
+#include <gst/gst.h>
+
+#include <array>
+#include <string>
+
+#include "engine/webrtc/call_end.h"
+#include "engine/webrtc/glib.h"
+#include "engine/webrtc/pipeline.h"
+
+namespace webrtc {
+namespace {
+
+struct NeededElement {
+  const char* factory;
+  const char* package;
+};
+
+constexpr const char* kBase = "gstreamer1.0-plugins-base";
+constexpr const char* kGood = "gstreamer1.0-plugins-good";
+constexpr const char* kBad = "gstreamer1.0-plugins-bad";
+
+constexpr std::array kNeededElements = {
+    NeededElement{"appsrc", kBase},        NeededElement{"appsink", kBase},
+    NeededElement{"audioconvert", kBase},  NeededElement{"audiomixer", kBase},
+    NeededElement{"audioresample", kBase}, NeededElement{"audiotestsrc", kBase},
+    NeededElement{"opusdec", kBase},       NeededElement{"opusenc", kBase},
+    NeededElement{"volume", kBase},        NeededElement{"level", kGood},
+    NeededElement{"rtpbin", kGood},        NeededElement{"rtpopusdepay", kGood},
+    NeededElement{"rtpopuspay", kGood},    NeededElement{"rtpvp8depay", kGood},
+    NeededElement{"rtpvp8pay", kGood},     NeededElement{"vp8dec", kGood},
+    NeededElement{"vp8enc", kGood},        NeededElement{"dtlssrtpenc", kBad},
+    NeededElement{"srtpenc", kBad},        NeededElement{"webrtcbin", kBad},
+    NeededElement{"webrtcdsp", kBad},      NeededElement{"nicesrc", "gstreamer1.0-nice"},
+};
+
+void initialise() {
+  GError* raised = nullptr;
+  // The first time; later calls do nothing.
+  const bool isReady = gst_init_check(nullptr, nullptr, &raised);
+  const ErrorPtr error(raised);
+  if (!isReady) throw CallFailure(kEngineFailed, "GStreamer does not start: " + textOf(error));
+}
+
+}  // namespace
+
+void requireElements() {
+  initialise();
+  for (const auto& [factory, package] : kNeededElements) {
+    const ObjectPtr<GstElementFactory> found(gst_element_factory_find(factory));
+    if (found) continue;
+    throw CallFailure(kEngineFailed, std::string("GStreamer's element ") + factory +
+                                         " is missing: install " + package);
+  }
+}
+
+void warmUpElements() {
+  requireElements();
+  const PipelinePtr pipeline = makePipeline();
+  const auto add = [&pipeline](GstElement* element) {
+    gst_bin_add(GST_BIN(pipeline.get()), element);
+    return element;
+  };
+  for (const auto& [factory, package] : kNeededElements) {
+    const ObjectPtr<GstElement> loaded(GST_ELEMENT(gst_object_ref_sink(makeElement(factory))));
+  }
+  // The certificate of a connection is made once.
+  GstElement* const webrtc = add(makeElement("webrtcbin"));
+  GstElement* const sender =
+      add(makeBin("videotestsrc num-buffers=1 ! vp8enc deadline=1 threads=1 ! rtpvp8pay"));
+  gst_element_link(sender, webrtc);
+  gst_element_set_state(pipeline.get(), GST_STATE_PAUSED);
+}
+
+}  // namespace webrtc

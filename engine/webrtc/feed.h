@@ -1,0 +1,34 @@
+// Who sends what in a room, as the server tells it.
+
+#ifndef ENGINE_WEBRTC_FEED_H_
+#define ENGINE_WEBRTC_FEED_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "engine/webrtc/janus_message.h"
+
+namespace webrtc {
+
+// Somebody who sends to the room.
+struct Feed {
+  Json id;  // a number or a text, as the server has it
+  std::string name;
+  std::string guid;  // empty for who does not tell one
+  bool isAudioMuted = false;
+  bool isVideoMuted = false;
+
+  // The identifier as a text.
+  std::string key() const { return id.dump(); }
+};
+
+// An element of a list of publishers. Nothing when it is not one.
+std::optional<Feed> parseFeed(const Json& publisher);
+
+// The SSRC with which the server sends the video of this offer; nothing without video.
+std::optional<std::uint32_t> videoSsrcOf(const std::string& offer);
+
+}  // namespace webrtc
+
+#endif  // ENGINE_WEBRTC_FEED_H_

@@ -1,0 +1,30 @@
+// What takes the place of a camera and of a microphone.
+
+#ifndef ENGINE_WEBRTC_LOCAL_SOURCES_H_
+#define ENGINE_WEBRTC_LOCAL_SOURCES_H_
+
+#include <cstdint>
+#include <string>
+
+namespace webrtc {
+
+struct CameraSource {
+  enum class Kind { kDevice, kCard, kClip };
+
+  Kind kind = Kind::kDevice;
+  std::uint32_t detail = 0;  // of a card's code
+  std::string path;          // of a clip
+
+  bool operator==(const CameraSource&) const = default;
+};
+
+struct MicrophoneSource {
+  enum class Kind { kDevice, kTone };
+
+  Kind kind = Kind::kDevice;
+  std::uint32_t hertz = 0;  // of a tone
+};
+
+}  // namespace webrtc
+
+#endif  // ENGINE_WEBRTC_LOCAL_SOURCES_H_

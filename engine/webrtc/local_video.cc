@@ -1,0 +1,128 @@
+#include "engine/webrtc/local_video.h"
+
+#include <utility>
+
+#include "engine/support/pictures/card_source.h"
+#include "engine/support/pictures/clip_source.h"
+#include "engine/support/streams/stream_keys.h"
+
+namespace webrtc {
+namespace {
+
+using support::kLocalStream;
+
+constexpr std::int32_t kLargestSide = 3840;
+constexpr std::int32_t kHighestRate = 60;
+
+std::uint32_t randomSsrc() {
+  // 0 stands for none.
+  return g_random_int() | 1;
+}
+
+bool canFilm(const tsl::VideoDevice& camera) {
+  return camera.width >= static_cast<std::int32_t>(support::kSmallestCard.width) &&
+         camera.width <= kLargestSide &&
+         camera.height >= static_cast<std::int32_t>(support::kSmallestCard.height) &&
+         camera.height <= kLargestSide && camera.maxFps >= 1 && camera.maxFps <= kHighestRate;
+}
+
+}  // namespace
+
+LocalVideo::LocalVideo(support::EngineContext& context, std::shared_ptr<support::FramePool> pool)
+    : context_(context),
+      pool_(std::move(pool)),
+      stream_(std::make_shared<support::VideoStream>(kLocalStream, randomSsrc(), context.log)) {
+  context_.streams.add(stream_);
+}
+
+void LocalVideo::setCapturing(bool isCapturing) {
+  if (isCapturing == isCapturing_) return;
+  isCapturing_ = isCapturing;
+  if (isCapturing) {
+    context_.notifier.notify(&INotifyCallback::NotifyStreamAdded, kLocalStream, csrc());
+  }
+  update();
+  if (!isCapturing) {
+    context_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, kLocalStream, csrc());
+  }
+}
+
+void LocalVideo::setMuted(bool isMuted) {
+  if (std::exchange(isMuted_, isMuted) == isMuted) return;
+  update();
+  if (isCapturing_) {
+    context_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, kLocalStream, csrc());
+  }
+}
+
+void LocalVideo::select(const tsl::VideoDevice& camera) {
+  if (!canFilm(camera)) {
+    context_.log->write("no camera films " + std::to_string(camera.width) + 'x' +
+                        std::to_string(camera.height) + " at " + std::to_string(camera.maxFps));
+    return;
+  }
+  size_ = {static_cast<std::uint32_t>(camera.width), static_cast<std::uint32_t>(camera.height)};
+  rate_ = {static_cast<std::uint32_t>(camera.maxFps), 1};
+  update();
+}
+
+void LocalVideo::setSource(const CameraSource& source) {
+  if (source == source_) return;
+  source_ = source;
+  update();
+}
+
+void LocalVideo::setSender(std::shared_ptr<VideoSender> sender) {
+  base::MutexLock lock(mutex_);
+  sender_.swap(sender);
+}
+
+void LocalVideo::update() {
+  camera_.reset();
+  if (isCapturing_ && !isMuted_) camera_ = openCamera();
+  if (!camera_) stream_->clear();
+}
+
+std::unique_ptr<Camera> LocalVideo::openCamera() {
+  std::unique_ptr<support::PictureSource> source;
+  support::FrameRate rate = rate_;
+  switch (source_.kind) {
+    case CameraSource::Kind::kDevice:
+      return nullptr;
+    case CameraSource::Kind::kCard: {
+      const support::CardSubject subject = {kLocalStream, source_.detail,
+                                            "CARD " + std::to_string(source_.detail),
+                                            source_.detail / 7.0};
+      source = std::make_unique<support::CardSource>(subject, size_);
+      break;
+    }
+    case CameraSource::Kind::kClip: {
+      const auto clip = std::make_shared<const support::Y4mClip>(source_.path);
+      rate = clip->rate();
+      source = std::make_unique<support::ClipSource>(clip, true, clip->size());
+      break;
+    }
+  }
+  return std::make_unique<DrawnCamera>(
+      std::move(source), lastId() + 1, rate, support::realClock(), pool_, context_.log,
+      [this](const std::shared_ptr<support::Frame>& frame) { show(frame); });
+}
+
+std::uint64_t LocalVideo::lastId() {
+  base::MutexLock lock(mutex_);
+  return lastId_;
+}
+
+void LocalVideo::show(const std::shared_ptr<support::Frame>& frame) {
+  std::shared_ptr<VideoSender> sender;
+  {
+    base::MutexLock lock(mutex_);
+    frame->id = ++lastId_;
+    sender = sender_;
+  }
+  frame->csrc = csrc();
+  stream_->publish(frame);
+  if (sender) sender->send(frame);
+}
+
+}  // namespace webrtc

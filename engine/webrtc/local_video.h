@@ -1,0 +1,67 @@
+// What the local participant shows.
+
+#ifndef ENGINE_WEBRTC_LOCAL_VIDEO_H_
+#define ENGINE_WEBRTC_LOCAL_VIDEO_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "base/mutex.h"
+#include "engine/support/engine.h"
+#include "engine/support/streams/video_stream.h"
+#include "engine/webrtc/camera.h"
+#include "engine/webrtc/local_sources.h"
+#include "engine/webrtc/video_sender.h"
+#include "tesselclient/records.h"
+
+namespace webrtc {
+
+// The camera films while the application captures and the video is not muted, in a call or not. Its
+// frames go to the local stream and to whoever sends them, once. Belongs to the engine's thread,
+// except for what the camera's thread does.
+class LocalVideo {
+ public:
+  LocalVideo(support::EngineContext& context, std::shared_ptr<support::FramePool> pool);
+  LocalVideo(const LocalVideo&) = delete;
+  LocalVideo& operator=(const LocalVideo&) = delete;
+
+  // Notified as the local stream's coming and going.
+  void setCapturing(bool isCapturing);
+  void setMuted(bool isMuted);
+  bool isMuted() const { return isMuted_; }
+  // How the camera films. What no camera can do is logged and changes nothing.
+  void select(const tsl::VideoDevice& camera);
+  // What takes the place of a camera; nothing in particular outside a call.
+  void setSource(const CameraSource& source);
+  // Empty outside a call.
+  void setSender(std::shared_ptr<VideoSender> sender) EXCLUDES(mutex_);
+
+  std::uint32_t csrc() const { return stream_->csrc(); }
+
+ private:
+  void update();
+  std::unique_ptr<Camera> openCamera();
+  std::uint64_t lastId() EXCLUDES(mutex_);
+  // On the camera's thread.
+  void show(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);
+
+  support::EngineContext& context_;
+  const std::shared_ptr<support::FramePool> pool_;
+  const std::shared_ptr<support::VideoStream> stream_;
+  support::Size size_ = {1280, 720};
+  support::FrameRate rate_;
+  CameraSource source_;
+  bool isCapturing_ = false;
+  bool isMuted_ = false;
+
+  base::Mutex mutex_;
+  std::shared_ptr<VideoSender> sender_ GUARDED_BY(mutex_);
+  std::uint64_t lastId_ GUARDED_BY(mutex_) = 0;  // of all frames ever shown
+
+  std::unique_ptr<Camera> camera_;  // last: its thread uses the rest
+};
+
+}  // namespace webrtc
+
+#endif  // ENGINE_WEBRTC_LOCAL_VIDEO_H_

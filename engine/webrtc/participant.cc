@@ -1,0 +1,128 @@
+#include "engine/webrtc/participant.h"
+
+#include <utility>
+
+#include "engine/support/streams/stream_keys.h"
+
+namespace webrtc {
+
+Participant::Participant(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
+                         JanusSession& session, Speaker& speaker, const IceOptions& ice,
+                         const Json& room, Feed feed, int index)
+    : context_(context),
+      pool_(std::move(pool)),
+      index_(index),
+      feed_(std::move(feed)),
+      voice_(speaker.addInput()),
+      handle_(session,
+              {.event =
+                   [this](const Json&, const std::optional<Jsep>& jsep) {
+                     // The participant sends something else than before.
+                     if (jsep && jsep->type == "offer") accept(jsep->sdp);
+                   },
+               .trickle = [this](const Json& candidate) { connection_->addCandidate(candidate); },
+               .hungUp =
+                   [this](const std::string& reason) {
+                     context_.log->write("participant " + std::to_string(index_) +
+                                         " is not received any more: " + reason);
+                   }}) {
+  connection_.emplace(
+      context.loop, ice,
+      PeerConnection::Handlers{.candidate =
+                                   [this](unsigned mediaLine, const std::string& candidate) {
+                                     handle_.trickle(mediaLine, candidate);
+                                   },
+                               .allCandidatesFound = [this] { handle_.trickleEnd(); },
+                               .connected = [] {},
+                               .failed =
+                                   [this](const std::string& reason) {
+                                     context_.log->write("participant " + std::to_string(index_) +
+                                                         " cannot be received: " + reason);
+                                   },
+                               .receiving = [this](GstPad* pad) { receive(pad); },
+                               .told = nullptr});
+  connection_->start();
+  handle_.attach("janus.plugin.videoroom", [this, room](const JanusAnswer& answer) {
+    if (!answer.isError()) subscribe(room);
+  });
+}
+
+Participant::~Participant() {
+  connection_.reset();
+  if (!stream_ || !isAnnounced_) return;
+  const StreamKey key = support::remoteStream(index_);
+  context_.streams.remove(key);
+  context_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, key, stream_->csrc());
+}
+
+void Participant::subscribe(const Json& room) {
+  Json request = room;
+  request["request"] = "join";
+  request["ptype"] = "subscriber";
+  request["streams"] = Json::array({{{"feed", feed_.id}}});
+  handle_.ask(std::move(request), std::nullopt, [this](const JanusAnswer& answer) {
+    if (answer.jsep) {
+      accept(answer.jsep->sdp);
+    } else {
+      context_.log->write("participant " + std::to_string(index_) +
+                          " cannot be received: " + answer.errorReason);
+    }
+  });
+}
+
+void Participant::accept(const std::string& offer) {
+  if (!stream_) makeStream(videoSsrcOf(offer).value_or(0));
+  connection_->acceptOffer(offer, [this](const std::string& sdp) { answer(sdp); });
+}
+
+void Participant::answer(const std::string& sdp) {
+  handle_.ask({{"request", "start"}}, Jsep{"answer", sdp}, [this](const JanusAnswer& answer) {
+    if (answer.isError())
+      context_.log->write("the server refused an answer: " + answer.errorReason);
+  });
+}
+
+void Participant::makeStream(std::uint32_t csrc) {
+  stream_ =
+      std::make_shared<support::VideoStream>(support::remoteStream(index_), csrc, context_.log);
+  videoReceiver_ = std::make_shared<VideoReceiver>(stream_, pool_);
+  videoReceiver_->setShowing(!feed_.isVideoMuted);
+  if (isAnnounced_) notifyAdded();
+}
+
+void Participant::announce() {
+  if (std::exchange(isAnnounced_, true)) return;
+  if (stream_) notifyAdded();
+}
+
+void Participant::notifyAdded() {
+  context_.streams.add(stream_);
+  context_.notifier.notify(&INotifyCallback::NotifyStreamAdded, stream_->key(), stream_->csrc());
+}
+
+void Participant::update(const Feed& feed) {
+  const bool isVideoChanged = feed.isVideoMuted != feed_.isVideoMuted;
+  feed_ = feed;
+  if (!isVideoChanged || !videoReceiver_) return;
+  videoReceiver_->setShowing(!feed.isVideoMuted);
+  if (!isAnnounced_) return;
+  context_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, stream_->key(), stream_->csrc());
+}
+
+void Participant::receive(GstPad* pad) {
+  const CapsPtr caps(gst_pad_get_current_caps(pad));
+  const GstStructure* const format = caps ? gst_caps_get_structure(caps.get(), 0) : nullptr;
+  const char* const media = format ? gst_structure_get_string(format, "media") : nullptr;
+  const char* const encoding = format ? gst_structure_get_string(format, "encoding-name") : nullptr;
+  GstElement* bin = nullptr;
+  if (media && encoding && std::string_view(media) == "video") {
+    bin = videoReceiver_->makeDecoder(encoding);
+  } else if (media && encoding && std::string_view(media) == "audio" &&
+             std::string_view(encoding) == "OPUS") {
+    bin = voice_->makeDecoder();
+  }
+  if (!bin) bin = makeBin("fakesink sync=false async=false");
+  connection_->addReceiver(bin, pad);
+}
+
+}  // namespace webrtc

@@ -1,0 +1,64 @@
+// A remote participant.
+
+#ifndef ENGINE_WEBRTC_PARTICIPANT_H_
+#define ENGINE_WEBRTC_PARTICIPANT_H_
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "engine/support/engine.h"
+#include "engine/support/streams/video_stream.h"
+#include "engine/webrtc/feed.h"
+#include "engine/webrtc/janus_session.h"
+#include "engine/webrtc/peer_connection.h"
+#include "engine/webrtc/speaker.h"
+#include "engine/webrtc/video_receiver.h"
+
+namespace webrtc {
+
+// Receives what somebody sends to the room, over a connection of its own: in one that were shared
+// the server would send key frames for the first one only. Owned by the call; belongs to the
+// engine's thread.
+class Participant {
+ public:
+  // `room` has what every request to the room is to say. `index` is that of the remote stream.
+  Participant(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
+              JanusSession& session, Speaker& speaker, const IceOptions& ice, const Json& room,
+              Feed feed, int index);
+  // Notified, if the stream was.
+  ~Participant();
+  Participant(const Participant&) = delete;
+  Participant& operator=(const Participant&) = delete;
+
+  int index() const { return index_; }
+  // From now on the application is told of the stream.
+  void announce();
+  // What the participant tells of itself has changed.
+  void update(const Feed& feed);
+
+ private:
+  void subscribe(const Json& room);
+  void accept(const std::string& offer);
+  void answer(const std::string& sdp);
+  void makeStream(std::uint32_t csrc);
+  void notifyAdded();
+  // On a thread of the connection's.
+  void receive(GstPad* pad);
+
+  support::EngineContext& context_;
+  const std::shared_ptr<support::FramePool> pool_;
+  const int index_;
+  Feed feed_;
+  bool isAnnounced_ = false;
+  std::shared_ptr<support::VideoStream> stream_;  // once the server has offered it
+  std::shared_ptr<VideoReceiver> videoReceiver_;  // with the stream
+  const std::unique_ptr<SpeakerInput> voice_;
+  JanusHandle handle_;
+  std::optional<PeerConnection> connection_;  // last: its threads use the rest
+};
+
+}  // namespace webrtc
+
+#endif  // ENGINE_WEBRTC_PARTICIPANT_H_

@@ -1,0 +1,238 @@
+#include "engine/webrtc/peer_connection.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+namespace webrtc {
+namespace {
+
+using DescriptionPtr =
+    std::unique_ptr<GstWebRTCSessionDescription, ReleasedBy<gst_webrtc_session_description_free>>;
+
+// Covers the pacing of a browser that spreads a key frame, and one repetition of a lost packet.
+constexpr guint kJitterBufferMs = 200;
+// The first packet is given on at once; the usual wait for a second one delays the first picture.
+constexpr guint kFirstPackets = 1;
+// Otherwise a request for a packet or a key frame waits for the next report, which may be seconds.
+constexpr guint64 kFeedbackInterval = 100 * GST_MSECOND;
+
+GstElement* makeWebrtcBin(GstElement* pipeline, const IceOptions& ice) {
+  GstElement* const element = makeElement("webrtcbin", "webrtc");
+  g_object_set(element, "bundle-policy", GST_WEBRTC_BUNDLE_POLICY_MAX_BUNDLE, "latency",
+               kJitterBufferMs, "ice-transport-policy",
+               ice.isRelayForced ? GST_WEBRTC_ICE_TRANSPORT_POLICY_RELAY
+                                 : GST_WEBRTC_ICE_TRANSPORT_POLICY_ALL,
+               nullptr);
+  for (const auto& server : ice.turnServers) {
+    gboolean isAdded = FALSE;
+    g_signal_emit_by_name(element, "add-turn-server", server.c_str(), &isAdded);
+  }
+  const ObjectPtr<GObject> ice_(property<GObject*>(element, "ice-agent"));
+  const ObjectPtr<GObject> agent(property<GObject*>(ice_.get(), "agent"));
+  // The server listens on UDP; asking a router for a port takes seconds.
+  g_object_set(agent.get(), "ice-tcp", FALSE, "upnp", FALSE, nullptr);
+  gst_bin_add(GST_BIN(pipeline), element);
+  return element;
+}
+
+// The server passes a subscriber's PLI on, but not its FIR, which GStreamer prefers where it is
+// offered: without this a lost key frame would never be sent again.
+std::string withoutFir(std::string_view sdp) {
+  constexpr std::string_view kFir = " ccm fir";
+  std::string kept;
+  while (!sdp.empty()) {
+    const std::size_t end = std::min(sdp.find('\n'), sdp.size() - 1) + 1;
+    const std::string_view line = sdp.substr(0, end);
+    sdp.remove_prefix(end);
+    const bool isFir = line.starts_with("a=rtcp-fb:") && line.find(kFir) != std::string_view::npos;
+    if (!isFir) kept += line;
+  }
+  return kept;
+}
+
+void hastenFeedback(GstElement* rtpbin, guint sessionId) {
+  GObject* session = nullptr;
+  g_signal_emit_by_name(rtpbin, "get-internal-session", sessionId, &session);
+  const ObjectPtr<GObject> owned(session);
+  if (owned) g_object_set(session, "rtcp-min-interval", kFeedbackInterval, nullptr);
+}
+
+std::string messageText(GstMessage* message) {
+  GError* raised = nullptr;
+  gst_message_parse_error(message, &raised, nullptr);
+  const ErrorPtr error(raised);
+  return std::string(GST_OBJECT_NAME(GST_MESSAGE_SRC(message))) + ": " + textOf(error);
+}
+
+}  // namespace
+
+PeerConnection::PeerConnection(support::TaskLoop& loop, const IceOptions& ice, Handlers handlers)
+    : handlers_(std::move(handlers)),
+      inbox_(loop),
+      pipeline_(makePipeline()),
+      webrtc_(makeWebrtcBin(pipeline_.get(), ice)) {
+  connect(webrtc_, "on-new-transceiver", std::function([](GstWebRTCRTPTransceiver* transceiver) {
+            g_object_set(transceiver, "do-nack", TRUE, nullptr);
+          }));
+  connect(webrtc_, "on-ice-candidate",
+          std::function([this, post = inbox_.poster()](guint mediaLine, gchar* candidate) {
+            post([this, mediaLine, text = std::string(candidate)] {
+              handlers_.candidate(mediaLine, text);
+            });
+          }));
+  if (handlers_.receiving) {
+    connect(webrtc_, "pad-added", std::function([this](GstPad* pad) {
+              if (GST_PAD_DIRECTION(pad) == GST_PAD_SRC) handlers_.receiving(pad);
+            }));
+  }
+  watchSessions();
+  watchState();
+  watchBus();
+}
+
+void PeerConnection::watchSessions() {
+  const ObjectPtr<GstElement> rtpbin(gst_bin_get_by_name(GST_BIN(webrtc_), "rtpbin"));
+  connect(rtpbin.get(), "new-jitterbuffer",
+          std::function([bin = rtpbin.get()](GstElement* jitterBuffer, guint session, guint) {
+            g_object_set(jitterBuffer, "faststart-min-packets", kFirstPackets, nullptr);
+            hastenFeedback(bin, session);
+          }));
+}
+
+void PeerConnection::watchState() {
+  connect(webrtc_, "notify::ice-gathering-state",
+          std::function([this, post = inbox_.poster()](GParamSpec*) {
+            const auto state = property<GstWebRTCICEGatheringState>(webrtc_, "ice-gathering-state");
+            if (state != GST_WEBRTC_ICE_GATHERING_STATE_COMPLETE) return;
+            post([this] { handlers_.allCandidatesFound(); });
+          }));
+  connect(webrtc_, "notify::connection-state",
+          std::function([this, post = inbox_.poster()](GParamSpec*) {
+            const auto state = property<GstWebRTCPeerConnectionState>(webrtc_, "connection-state");
+            if (state == GST_WEBRTC_PEER_CONNECTION_STATE_CONNECTED) {
+              post([this] { handlers_.connected(); });
+            } else if (state == GST_WEBRTC_PEER_CONNECTION_STATE_FAILED) {
+              post([this] { fail("there is no way for media to the server"); });
+            }
+          }));
+}
+
+void PeerConnection::watchBus() {
+  using Handler = std::function<void(GstMessage*)>;
+  auto* const handler = new Handler([this, post = inbox_.poster()](GstMessage* message) {
+    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
+      post([this, reason = messageText(message)] { fail(reason); });
+    } else if (handlers_.told) {
+      handlers_.told(message);
+    }
+  });
+  const ObjectPtr<GstBus> bus(gst_element_get_bus(pipeline_.get()));
+  gst_bus_set_sync_handler(
+      bus.get(),
+      [](GstBus*, GstMessage* message, gpointer data) {
+        (*static_cast<Handler*>(data))(message);
+        gst_message_unref(message);
+        return GST_BUS_DROP;
+      },
+      handler, [](gpointer data) { delete static_cast<Handler*>(data); });
+}
+
+void PeerConnection::addSender(GstElement* bin, const std::string& codec) {
+  gst_bin_add(GST_BIN(pipeline_.get()), bin);
+  const ObjectPtr<GstPad> source(gst_element_get_static_pad(bin, "src"));
+  const ObjectPtr<GstPad> sink(gst_element_request_pad_simple(webrtc_, "sink_%u"));
+  const ObjectPtr<GObject> transceiver(property<GObject*>(sink.get(), "transceiver"));
+  // Nothing need flow before the offer is made.
+  const CapsPtr caps(gst_caps_from_string(codec.c_str()));
+  g_object_set(transceiver.get(), "codec-preferences", caps.get(), "direction",
+               GST_WEBRTC_RTP_TRANSCEIVER_DIRECTION_SENDONLY, nullptr);
+  gst_pad_link(source.get(), sink.get());
+}
+
+void PeerConnection::addReceiver(GstElement* bin, GstPad* pad) {
+  gst_bin_add(GST_BIN(pipeline_.get()), bin);
+  const ObjectPtr<GstPad> sink(gst_element_get_static_pad(bin, "sink"));
+  gst_pad_link(pad, sink.get());
+  gst_element_sync_state_with_parent(bin);
+}
+
+void PeerConnection::start() {
+  if (gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+    fail("the pipeline does not start");
+  }
+}
+
+void PeerConnection::makeOffer(Described described) {
+  g_signal_emit_by_name(webrtc_, "create-offer", nullptr,
+                        promise([this, post = inbox_.poster(), kept = std::move(described)](
+                                    const GstStructure* reply) { adopt("offer", reply, kept); }));
+}
+
+void PeerConnection::acceptOffer(const std::string& sdp, Described described) {
+  setRemote(GST_WEBRTC_SDP_TYPE_OFFER, withoutFir(sdp),
+            [this, kept = std::move(described)] { makeAnswer(kept); });
+}
+
+void PeerConnection::acceptAnswer(const std::string& sdp) {
+  setRemote(GST_WEBRTC_SDP_TYPE_ANSWER, sdp, nullptr);
+}
+
+void PeerConnection::makeAnswer(Described described) {
+  g_signal_emit_by_name(webrtc_, "create-answer", nullptr,
+                        promise([this, kept = std::move(described)](const GstStructure* reply) {
+                          adopt("answer", reply, kept);
+                        }));
+}
+
+// On webrtcbin's thread, which ends before this object.
+void PeerConnection::adopt(const char* kind, const GstStructure* reply,
+                           const Described& described) {
+  GstWebRTCSessionDescription* made = nullptr;
+  if (reply) {
+    gst_structure_get(reply, kind, GST_TYPE_WEBRTC_SESSION_DESCRIPTION, &made, nullptr);
+  }
+  const DescriptionPtr description(made);
+  const auto post = inbox_.poster();
+  if (!description) {
+    post([this, kind] { fail(std::string("no ") + kind + " could be made"); });
+    return;
+  }
+  g_signal_emit_by_name(webrtc_, "set-local-description", made, nullptr);
+  const TextPtr sdp(gst_sdp_message_as_text(description->sdp));
+  post([described, text = std::string(sdp.get())] { described(text); });
+}
+
+void PeerConnection::setRemote(GstWebRTCSDPType type, const std::string& sdp,
+                               std::function<void()> done) {
+  GstSDPMessage* parsed = nullptr;
+  if (gst_sdp_message_new_from_text(sdp.c_str(), &parsed) != GST_SDP_OK) {
+    gst_sdp_message_free(parsed);
+    fail("the server's description is not one");
+    return;
+  }
+  const DescriptionPtr description(gst_webrtc_session_description_new(type, parsed));
+  const auto post = inbox_.poster();
+  g_signal_emit_by_name(webrtc_, "set-remote-description", description.get(),
+                        promise([this, post, kept = std::move(done)](const GstStructure* reply) {
+                          const bool isRefused = reply && gst_structure_has_field(reply, "error");
+                          if (isRefused) {
+                            post([this] { fail("the server's description cannot be followed"); });
+                          } else if (kept) {
+                            post(kept);
+                          }
+                        }));
+}
+
+void PeerConnection::addCandidate(const Json& candidate) {
+  const std::string text = textAt(candidate, "candidate");
+  const auto mediaLine = static_cast<guint>(numberAt(candidate, "sdpMLineIndex"));
+  if (!text.empty()) g_signal_emit_by_name(webrtc_, "add-ice-candidate", mediaLine, text.c_str());
+}
+
+void PeerConnection::fail(const std::string& reason) {
+  if (std::exchange(hasFailed_, true)) return;
+  handlers_.failed(reason);
+}
+
+}  // namespace webrtc

@@ -1,0 +1,84 @@
+// One WebRTC connection to the SFU.
+
+#ifndef ENGINE_WEBRTC_PEER_CONNECTION_H_
+#define ENGINE_WEBRTC_PEER_CONNECTION_H_
+
+#include <gst/gst.h>
+#include <gst/webrtc/webrtc.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "engine/webrtc/glib.h"
+#include "engine/webrtc/inbox.h"
+#include "engine/webrtc/janus_message.h"
+#include "engine/webrtc/pipeline.h"
+
+namespace webrtc {
+
+// How connections find a way through the network.
+struct IceOptions {
+  bool isRelayForced = false;
+  std::vector<std::string> turnServers;  // turn(s)://USER:PASSWORD@HOST:PORT?transport=...
+};
+
+// A webrtcbin in a pipeline of its own, which runs from start() to the destruction. Belongs to the
+// engine's thread; handlers run on it, unless they say otherwise.
+class PeerConnection {
+ public:
+  struct Handlers {
+    // A way to us that was found.
+    std::function<void(unsigned mediaLine, std::string candidate)> candidate;
+    std::function<void()> allCandidatesFound;
+    // Media flow from now on.
+    std::function<void()> connected;
+    std::function<void(std::string reason)> failed;
+    // Media come out of `pad`. Runs on one of the pipeline's threads; nothing flows until it
+    // returns. May be empty.
+    std::function<void(GstPad* pad)> receiving;
+    // A message of one of the pipeline's elements; on the thread of that element. May be empty.
+    std::function<void(GstMessage* message)> told;
+  };
+  using Described = std::function<void(std::string sdp)>;
+
+  PeerConnection(support::TaskLoop& loop, const IceOptions& ice, Handlers handlers);
+  // Waits for the pipeline's threads. No handler runs any more.
+  ~PeerConnection() = default;
+  PeerConnection(const PeerConnection&) = delete;
+  PeerConnection& operator=(const PeerConnection&) = delete;
+
+  // Puts `bin`, whose only pad is a source of RTP packets, in front. `codec` describes them. Called
+  // before start().
+  void addSender(GstElement* bin, const std::string& codec);
+  // Puts `bin`, whose only pad is a sink, behind the pad that `receiving` was given, in that call.
+  void addReceiver(GstElement* bin, GstPad* pad);
+
+  void start();
+  // Each is called once, after start(). The description that was made is set before it is told.
+  void makeOffer(Described described);
+  void acceptOffer(const std::string& sdp, Described described);
+  void acceptAnswer(const std::string& sdp);
+  // A way to the server, as the server tells it.
+  void addCandidate(const Json& candidate);
+
+ private:
+  void makeAnswer(Described described);
+  void adopt(const char* kind, const GstStructure* reply, const Described& described);
+  void setRemote(GstWebRTCSDPType type, const std::string& sdp, std::function<void()> done);
+  void watchSessions();
+  void watchState();
+  void watchBus();
+  void fail(const std::string& reason);
+
+  const Handlers handlers_;
+  bool hasFailed_ = false;
+  Inbox inbox_;
+  // Last: its threads use the rest.
+  const PipelinePtr pipeline_;
+  GstElement* const webrtc_;
+};
+
+}  // namespace webrtc
+
+#endif  // ENGINE_WEBRTC_PEER_CONNECTION_H_

@@ -1,0 +1,35 @@
+// Pipelines, and what they are put together from.
+
+#ifndef ENGINE_WEBRTC_PIPELINE_H_
+#define ENGINE_WEBRTC_PIPELINE_H_
+
+#include <gst/gst.h>
+
+#include <initializer_list>
+#include <memory>
+#include <string>
+
+#include "engine/webrtc/glib.h"
+
+namespace webrtc {
+
+// Stops a pipeline, which waits for its threads, before it goes.
+struct StopPipeline {
+  void operator()(GstElement* pipeline) const;
+};
+using PipelinePtr = std::unique_ptr<GstElement, StopPipeline>;
+
+// An empty pipeline. Its timestamps are times of the engine's clock, so that buffers can pass from
+// one pipeline to another.
+PipelinePtr makePipeline();
+
+// A new element, which belongs to whatever bin it is put into. Throws std::runtime_error when its
+// plugin is missing.
+GstElement* makeElement(const char* factory, const char* name = nullptr);
+
+// What gst_parse_launch makes of `description`, as a bin with ghost pads for what is not linked.
+GstElement* makeBin(const std::string& description);
+
+}  // namespace webrtc
+
+#endif  // ENGINE_WEBRTC_PIPELINE_H_

@@ -1,0 +1,105 @@
+#include "engine/webrtc/publisher.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace webrtc {
+namespace {
+
+// webrtcbin names its media lines after their kind and place.
+constexpr const char* kVideoMid = "video0";
+constexpr const char* kAudioMid = "audio1";
+
+// What the level element calls silence, in decibels; a full sine is 0.
+constexpr double kSilence = -60;
+
+unsigned levelOf(double decibels) {
+  const double share = std::clamp(1 - decibels / kSilence, 0.0, 1.0);
+  return static_cast<unsigned>(std::lround(share * 100));
+}
+
+}  // namespace
+
+Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOptions& ice,
+                     const Settings& settings, Handlers handlers)
+    : handle_(handle),
+      handlers_(std::move(handlers)),
+      state_(settings.state),
+      inbox_(loop),
+      connection_(loop, ice,
+                  {.candidate =
+                       [this](unsigned mediaLine, const std::string& candidate) {
+                         handle_.trickle(mediaLine, candidate);
+                       },
+                   .allCandidatesFound = [this] { handle_.trickleEnd(); },
+                   .connected =
+                       [this] {
+                         video_->start();
+                         handlers_.connected();
+                       },
+                   .failed = [this](const std::string& reason) { handlers_.failed(reason); },
+                   .receiving = nullptr,
+                   .told = [this](GstMessage* message) { read(message); }}),
+      video_(std::make_shared<VideoSender>(connection_, settings.videoSsrc,
+                                           settings.mostBitsPerSecond)),
+      audio_(connection_, settings.microphone, settings.state.isAudioMuted) {}
+
+void Publisher::start() {
+  connection_.start();
+  connection_.makeOffer([this](const std::string& offer) { publish(offer); });
+}
+
+void Publisher::publish(const std::string& offer) {
+  toldState_ = state_;
+  handle_.ask({{"request", "publish"}, {"descriptions", descriptions()}}, Jsep{"offer", offer},
+              [this](const JanusAnswer& answer) {
+                if (answer.isError()) {
+                  handlers_.refused(answer.errorCode, answer.errorReason);
+                } else if (!answer.jsep) {
+                  handlers_.failed("the server did not answer the offer");
+                } else {
+                  isAccepted_ = true;
+                  connection_.acceptAnswer(answer.jsep->sdp);
+                  tellState();
+                }
+              });
+}
+
+void Publisher::setState(const OwnState& state) {
+  state_ = state;
+  audio_.setMuted(state.isAudioMuted);
+  tellState();
+}
+
+void Publisher::tellState() {
+  // What changes while the offer is on its way is told once it was accepted.
+  if (!isAccepted_ || state_ == toldState_) return;
+  toldState_ = state_;
+  handle_.ask({{"request", "configure"}, {"descriptions", descriptions()}}, std::nullopt, nullptr);
+}
+
+void Publisher::read(GstMessage* message) const {
+  const GstStructure* const told = gst_message_get_structure(message);
+  if (!told || !gst_structure_has_name(told, "level")) return;
+  const GValue* const channels = gst_structure_get_value(told, "rms");
+  // GStreamer gives the list of channels in a type that GLib has replaced.
+  G_GNUC_BEGIN_IGNORE_DEPRECATIONS
+  const GValue* const first =
+      g_value_array_get_nth(static_cast<GValueArray*>(g_value_get_boxed(channels)), 0);
+  G_GNUC_END_IGNORE_DEPRECATIONS
+  if (!first) return;
+  inbox_.poster()([this, level = levelOf(g_value_get_double(first))] { handlers_.heard(level); });
+}
+
+Json Publisher::descriptions() const {
+  const auto description = [this](const char* mid, bool isMuted) {
+    const Json state = {{"guid", state_.guid}, {"muted", isMuted}};
+    return Json{{"mid", mid},
+                {"description", state.dump(-1, ' ', false, Json::error_handler_t::replace)}};
+  };
+  return Json::array(
+      {description(kVideoMid, state_.isVideoMuted), description(kAudioMid, state_.isAudioMuted)});
+}
+
+}  // namespace webrtc

@@ -1,0 +1,85 @@
+// What we send to the room.
+
+#ifndef ENGINE_WEBRTC_PUBLISHER_H_
+#define ENGINE_WEBRTC_PUBLISHER_H_
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "engine/webrtc/audio_sender.h"
+#include "engine/webrtc/janus_session.h"
+#include "engine/webrtc/local_sources.h"
+#include "engine/webrtc/peer_connection.h"
+#include "engine/webrtc/video_sender.h"
+
+namespace webrtc {
+
+// What others are to know of us besides our name.
+struct OwnState {
+  std::string guid;
+  bool isAudioMuted = false;
+  bool isVideoMuted = false;
+
+  bool operator==(const OwnState&) const = default;
+};
+
+// Sends the local audio and video over a connection of its own, through a handle that has joined
+// the room. Owned by the call; belongs to the engine's thread.
+class Publisher {
+ public:
+  struct Settings {
+    std::uint32_t videoSsrc = 0;
+    std::uint32_t mostBitsPerSecond = 0;
+    std::string microphone;  // the elements from which raw audio flows
+    OwnState state;
+  };
+
+  struct Handlers {
+    // Media can flow.
+    std::function<void()> connected;
+    // The server accepts nothing of ours, with a code of its own.
+    std::function<void(int code, std::string reason)> refused;
+    std::function<void(std::string reason)> failed;
+    // How loud the microphone is, 0 to 100; five times a second while it is not muted.
+    std::function<void(unsigned level)> heard;
+  };
+
+  Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOptions& ice,
+            const Settings& settings, Handlers handlers);
+  Publisher(const Publisher&) = delete;
+  Publisher& operator=(const Publisher&) = delete;
+
+  // Called once.
+  void start();
+  // What the server tells through the handle.
+  void addCandidate(const Json& candidate) { connection_.addCandidate(candidate); }
+  // Tells the others.
+  void setState(const OwnState& state);
+
+  // The server has accepted what we send; only a way for it may be missing.
+  bool isAccepted() const { return isAccepted_; }
+  const std::shared_ptr<VideoSender>& video() const { return video_; }
+
+ private:
+  void publish(const std::string& offer);
+  void tellState();
+  Json descriptions() const;
+  // On a thread of the connection's.
+  void read(GstMessage* message) const;
+
+  JanusHandle& handle_;
+  const Handlers handlers_;
+  OwnState state_;
+  OwnState toldState_;
+  bool isAccepted_ = false;
+  Inbox inbox_;
+  PeerConnection connection_;
+  const std::shared_ptr<VideoSender> video_;
+  AudioSender audio_;
+};
+
+}  // namespace webrtc
+
+#endif  // ENGINE_WEBRTC_PUBLISHER_H_

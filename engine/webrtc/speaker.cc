@@ -1,0 +1,89 @@
+#include "engine/webrtc/speaker.h"
+
+#include <gst/app/gstappsink.h>
+#include <gst/app/gstappsrc.h>
+
+namespace webrtc {
+namespace {
+
+constexpr const char* kFormat = "audio/x-raw,format=S16LE,rate=48000,channels=2,layout=interleaved";
+
+// How much later than expected a packet may come and still be heard. The picture is about as late.
+constexpr GstClockTime kJitter = 60 * GST_MSECOND;
+
+// A silent voice that is always there keeps the device running while nobody speaks.
+std::string mixing(const std::string& sink) {
+  return std::string("audiomixer name=mixer start-time-selection=first min-upstream-latency=") +
+         std::to_string(kJitter) + " ! " + kFormat +
+         " ! volume name=volume ! audioconvert ! audioresample ! " + sink +
+         " audiotestsrc is-live=true wave=silence samplesperbuffer=480 ! " + kFormat + " ! mixer.";
+}
+
+constexpr const char* kDecoding =
+    "rtpopusdepay ! opusdec plc=true ! audioconvert ! audioresample ! "
+    "appsink name=sink sync=false max-buffers=50 drop=true enable-last-sample=false";
+
+GstFlowReturn passOn(GstAppSink* sink, gpointer source) {
+  const SamplePtr sample(gst_app_sink_pull_sample(sink));
+  if (!sample) return GST_FLOW_EOS;
+  gst_app_src_push_buffer(GST_APP_SRC(source), gst_buffer_ref(gst_sample_get_buffer(sample.get())));
+  return GST_FLOW_OK;
+}
+
+}  // namespace
+
+Speaker::Speaker(const std::string& sink) : pipeline_(makePipeline()) {
+  GstElement* const bin = makeBin(mixing(sink));
+  mixer_.reset(gst_bin_get_by_name(GST_BIN(bin), "mixer"));
+  gst_bin_add(GST_BIN(pipeline_.get()), bin);
+  gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
+}
+
+std::unique_ptr<SpeakerInput> Speaker::addInput() {
+  const ObjectPtr<GstObject> bin(gst_element_get_parent(mixer_.get()));
+  return std::make_unique<SpeakerInput>(GST_BIN(bin.get()), mixer_.get());
+}
+
+void Speaker::setMuted(bool isMuted) {
+  const ObjectPtr<GstElement> volume(gst_bin_get_by_name(GST_BIN(pipeline_.get()), "volume"));
+  g_object_set(volume.get(), "mute", static_cast<gboolean>(isMuted), nullptr);
+}
+
+SpeakerInput::SpeakerInput(GstBin* pipeline, GstElement* mixer)
+    : pipeline_(pipeline),
+      mixer_(mixer),
+      source_(GST_ELEMENT(gst_object_ref_sink(makeElement("appsrc")))),
+      mixerPad_(gst_element_request_pad_simple(mixer, "sink_%u")) {
+  const CapsPtr caps(gst_caps_from_string(kFormat));
+  // Buffers keep the times at which they came through the network.
+  g_object_set(source_.get(), "caps", caps.get(), "is-live", TRUE, "format", GST_FORMAT_TIME,
+               "min-latency", static_cast<gint64>(kJitter), "max-time", GST_SECOND, "leaky-type",
+               GST_APP_LEAKY_TYPE_DOWNSTREAM, nullptr);
+  gst_bin_add(pipeline_, source_.get());
+  const ObjectPtr<GstPad> pad(gst_element_get_static_pad(source_.get(), "src"));
+  gst_pad_link(pad.get(), mixerPad_.get());
+  gst_element_sync_state_with_parent(source_.get());
+}
+
+SpeakerInput::~SpeakerInput() {
+  // First, so that the source cannot be waiting for the mixer.
+  gst_element_release_request_pad(mixer_, mixerPad_.get());
+  // A pipeline that is still about to start would start the source again.
+  gst_element_set_locked_state(source_.get(), TRUE);
+  gst_element_set_state(source_.get(), GST_STATE_NULL);
+  gst_bin_remove(pipeline_, source_.get());
+}
+
+GstElement* SpeakerInput::makeDecoder() const {
+  GstElement* const bin = makeBin(kDecoding);
+  const ObjectPtr<GstElement> sink(gst_bin_get_by_name(GST_BIN(bin), "sink"));
+  const CapsPtr caps(gst_caps_from_string(kFormat));
+  gst_app_sink_set_caps(GST_APP_SINK(sink.get()), caps.get());
+  GstAppSinkCallbacks callbacks = {};
+  callbacks.new_sample = &passOn;
+  gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks, gst_object_ref(source_.get()),
+                             gst_object_unref);
+  return bin;
+}
+
+}  // namespace webrtc

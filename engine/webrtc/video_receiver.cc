@@ -1,0 +1,58 @@
+#include "engine/webrtc/video_receiver.h"
+
+#include "engine/webrtc/glib.h"
+#include "engine/webrtc/gst_frame.h"
+#include "engine/webrtc/pipeline.h"
+
+namespace webrtc {
+namespace {
+
+// Only whole pictures: after a loss nothing is decoded before the next key frame, which is asked
+// for. Frames are taken as they come out.
+constexpr const char* kVp8Decoding =
+    "rtpvp8depay wait-for-keyframe=true request-keyframe=true ! vp8dec threads=1 ! "
+    "appsink name=sink sync=false max-buffers=2 drop=true enable-last-sample=false "
+    "caps=video/x-raw,format=I420";
+
+}  // namespace
+
+GstElement* VideoReceiver::makeDecoder(const std::string& encoding) {
+  if (encoding != "VP8") return nullptr;
+  using Kept = std::shared_ptr<VideoReceiver>;
+  GstElement* const bin = makeBin(kVp8Decoding);
+  const ObjectPtr<GstElement> sink(gst_bin_get_by_name(GST_BIN(bin), "sink"));
+  GstAppSinkCallbacks callbacks = {};
+  callbacks.new_sample = &VideoReceiver::take;
+  gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks, new Kept(shared_from_this()),
+                             [](gpointer kept) { delete static_cast<Kept*>(kept); });
+  return bin;
+}
+
+GstFlowReturn VideoReceiver::take(GstAppSink* sink, gpointer data) {
+  auto& self = **static_cast<std::shared_ptr<VideoReceiver>*>(data);
+  const SamplePtr sample(gst_app_sink_pull_sample(sink));
+  if (!sample) return GST_FLOW_EOS;
+  try {
+    if (const auto frame = frameOf(sample.get(), *self.pool_)) self.show(frame);
+  } catch (const std::bad_alloc&) {
+    // Without memory for it the frame is lost.
+  }
+  return GST_FLOW_OK;
+}
+
+void VideoReceiver::show(const std::shared_ptr<support::Frame>& frame) {
+  base::MutexLock lock(mutex_);
+  if (!isShowing_) return;
+  frame->id = ++lastId_;
+  frame->csrc = stream_->csrc();
+  stream_->publish(frame);
+}
+
+void VideoReceiver::setShowing(bool isShowing) {
+  base::MutexLock lock(mutex_);
+  if (isShowing == isShowing_) return;
+  isShowing_ = isShowing;
+  if (!isShowing) stream_->clear();
+}
+
+}  // namespace webrtc

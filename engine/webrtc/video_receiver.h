@@ -1,0 +1,49 @@
+// The decoding of a remote video.
+
+#ifndef ENGINE_WEBRTC_VIDEO_RECEIVER_H_
+#define ENGINE_WEBRTC_VIDEO_RECEIVER_H_
+
+#include <gst/app/gstappsink.h>
+#include <gst/gst.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "base/mutex.h"
+#include "engine/support/streams/frame_pool.h"
+#include "engine/support/streams/video_stream.h"
+
+namespace webrtc {
+
+// Decodes the packets of one video, and publishes its frames, numbered from 1, in a stream. Shared
+// by the participant and by the decoding elements; all operations may be called from any thread.
+class VideoReceiver : public std::enable_shared_from_this<VideoReceiver> {
+ public:
+  VideoReceiver(std::shared_ptr<support::VideoStream> stream,
+                std::shared_ptr<support::FramePool> pool)
+      : stream_(std::move(stream)), pool_(std::move(pool)) {}
+  VideoReceiver(const VideoReceiver&) = delete;
+  VideoReceiver& operator=(const VideoReceiver&) = delete;
+
+  // Elements that decode packets of this encoding; null when there are none.
+  GstElement* makeDecoder(const std::string& encoding);
+
+  // While it shows nothing, what still arrives is dropped.
+  void setShowing(bool isShowing) EXCLUDES(mutex_);
+
+ private:
+  static GstFlowReturn take(GstAppSink* sink, gpointer data);
+  void show(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);
+
+  const std::shared_ptr<support::VideoStream> stream_;
+  const std::shared_ptr<support::FramePool> pool_;
+
+  base::Mutex mutex_;
+  bool isShowing_ GUARDED_BY(mutex_) = true;
+  std::uint64_t lastId_ GUARDED_BY(mutex_) = 0;
+};
+
+}  // namespace webrtc
+
+#endif  // ENGINE_WEBRTC_VIDEO_RECEIVER_H_

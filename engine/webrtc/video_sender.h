@@ -1,0 +1,46 @@
+// The encoding and sending of the local video.
+
+#ifndef ENGINE_WEBRTC_VIDEO_SENDER_H_
+#define ENGINE_WEBRTC_VIDEO_SENDER_H_
+
+#include <gst/gst.h>
+
+#include <cstdint>
+#include <memory>
+
+#include "base/mutex.h"
+#include "engine/support/streams/frame_pool.h"
+#include "engine/webrtc/glib.h"
+#include "engine/webrtc/peer_connection.h"
+
+namespace webrtc {
+
+// Takes frames, without copying them, and puts them as VP8 into a connection. Shared by the
+// publisher and by the camera, which may still have it when the connection is over: frames are then
+// dropped. send() may be called from any thread; the rest belongs to the engine's thread.
+class VideoSender {
+ public:
+  // Sends with this SSRC, at most so many bits per second.
+  VideoSender(PeerConnection& connection, std::uint32_t ssrc, std::uint32_t mostBitsPerSecond);
+  VideoSender(const VideoSender&) = delete;
+  VideoSender& operator=(const VideoSender&) = delete;
+
+  // Before that frames are dropped: nobody could receive them.
+  void start() EXCLUDES(mutex_);
+  void send(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);
+
+ private:
+  void setFormat(support::Size size);
+
+  const std::uint32_t mostBitsPerSecond_;
+  ObjectPtr<GstElement> source_;
+  ObjectPtr<GstElement> encoder_;
+
+  base::Mutex mutex_;
+  bool isStarted_ GUARDED_BY(mutex_) = false;
+  support::Size size_ GUARDED_BY(mutex_);  // of the frames that are being sent
+};
+
+}  // namespace webrtc
+
+#endif  // ENGINE_WEBRTC_VIDEO_SENDER_H_

@@ -1,0 +1,139 @@
+#include "engine/webrtc/webrtc_engine.h"
+
+#include <utility>
+
+#include "engine/webrtc/call_uri.h"
+#include "engine/webrtc/elements.h"
+
+namespace webrtc {
+
+WebrtcEngine::WebrtcEngine(support::EngineContext& context,
+                           std::shared_ptr<support::FramePool> pool)
+    : context_(context),
+      pool_(std::move(pool)),
+      localVideo_(context, pool_),
+      subscriptions_(context.loop, context.notifier, context.log) {
+  // After the notification that initialisation is complete, which the application waits for.
+  context_.loop.post([this] { context_.loop.post([this] { warmUp(); }); });
+}
+
+WebrtcEngine::~WebrtcEngine() {
+  call_.reset();
+  // Of the threads that GLib keeps for a while, in case that somebody needs one again.
+  g_thread_pool_stop_unused_threads();
+}
+
+void WebrtcEngine::warmUp() {
+  try {
+    warmUpElements();
+  } catch (const CallFailure& failure) {
+    context_.log->write(std::string("no call can be held: ") + failure.what());
+  }
+}
+
+void WebrtcEngine::connect(const tsl::ConnectParams& params) {
+  const int callId = ++lastCallId_;
+  if (call_ && !call_->isOver()) {
+    // The present call goes on; only the new one ends before it began.
+    context_.notifier.notify(&INotifyCallback::NotifyCallDisconnect, callId, "already in a call",
+                             kAlreadyInACall);
+    return;
+  }
+  try {
+    const CallTarget target = parseCallUri(params.uri);
+    context_.log->write("call " + std::to_string(callId) + " to " + target.url + ", room " +
+                        target.room);
+    requireElements();
+    call_ =
+        std::make_unique<Call>(context_, pool_, localVideo_, audioDevices_, callId, target, params);
+  } catch (const CallFailure& failure) {
+    refuse(callId, failure);
+    return;
+  } catch (const std::exception& error) {
+    refuse(callId, {kEngineFailed, error.what()});
+    return;
+  }
+  setMuted(params.mediaStreamState.outgoingAudioMuted, params.mediaStreamState.outgoingVideoMuted);
+  call_->setRemoteAudioMuted(isRemoteAudioMuted_);
+  call_->join();
+}
+
+void WebrtcEngine::refuse(int callId, const CallFailure& failure) {
+  context_.log->write(std::string("refused: ") + failure.what());
+  context_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, false);
+  context_.notifier.notify(&INotifyCallback::NotifyCallDisconnect, callId, failure.what(),
+                           failure.code());
+}
+
+void WebrtcEngine::disconnect() {
+  if (call_) call_->leave();
+}
+
+void WebrtcEngine::muteLocalVideo(bool mute) {
+  localVideo_.setMuted(mute);
+  if (call_) call_->setVideoMuted(mute);
+  context_.notifier.notify(&INotifyCallback::NotifyMediaMuteState, MediaType::kVideo, mute);
+}
+
+void WebrtcEngine::muteLocalAudio(bool mute) {
+  isAudioMuted_ = mute;
+  if (call_) call_->setAudioMuted(mute);
+  context_.notifier.notify(&INotifyCallback::NotifyMediaMuteState, MediaType::kAudio, mute);
+}
+
+void WebrtcEngine::muteRemoteAudio(bool mute) {
+  isRemoteAudioMuted_ = mute;
+  if (call_) call_->setRemoteAudioMuted(mute);
+}
+
+void WebrtcEngine::enableCamera(bool enable) { localVideo_.setCapturing(enable); }
+
+void WebrtcEngine::setAudioDebug(bool) {}
+
+void WebrtcEngine::updateMediaState(const tsl::MediaStreamState& state) {
+  setMuted(state.outgoingAudioMuted, state.outgoingVideoMuted);
+}
+
+void WebrtcEngine::setMuted(bool isAudioMuted, bool isVideoMuted) {
+  if (isVideoMuted != localVideo_.isMuted()) muteLocalVideo(isVideoMuted);
+  if (isAudioMuted != isAudioMuted_) muteLocalAudio(isAudioMuted);
+}
+
+void WebrtcEngine::selectMicrophone(const tsl::AudioInDevice& device) {
+  audioDevices_.microphone = device.id;
+}
+
+void WebrtcEngine::selectSpeaker(const tsl::AudioOutDevice& device) {
+  audioDevices_.speaker = device.id;
+}
+
+void WebrtcEngine::selectCamera(const tsl::VideoDevice& device) { localVideo_.select(device); }
+
+// Sharing of content is not there yet: every request is denied.
+void WebrtcEngine::startPresentation(const tsl::ContentShareParams&) {
+  context_.notifier.notify(&INotifyCallback::NotifyScreenShareStatus, ShareStatus::kDenied);
+}
+
+void WebrtcEngine::stopPresentation() {}
+
+void WebrtcEngine::requestToken() {
+  context_.notifier.notify(&INotifyCallback::NotifyScreenShareStatus, ShareStatus::kTokenDenied);
+}
+
+void WebrtcEngine::releaseToken() {}
+
+void WebrtcEngine::setLayout(const std::vector<tsl::VideoStreamInfo>&,
+                             const std::vector<std::vector<tsl::VideoStreamConstraints>>&) {}
+
+void WebrtcEngine::setMaxQualityIndex(std::int32_t) {}
+
+void WebrtcEngine::registerEvent(const std::string& name, std::uint32_t expires,
+                                 const std::string& mimeType, const std::string& mimeSubType) {
+  subscriptions_.add(name, expires, mimeType, mimeSubType);
+}
+
+void WebrtcEngine::unregisterEvent(const std::string& name) { subscriptions_.remove(name); }
+
+void WebrtcEngine::collectStatistics(support::Time, tsl::MeetingStats&) {}
+
+}  // namespace webrtc

@@ -1,0 +1,75 @@
+// The engine for real meetings.
+
+#ifndef ENGINE_WEBRTC_WEBRTC_ENGINE_H_
+#define ENGINE_WEBRTC_WEBRTC_ENGINE_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/support/engine.h"
+#include "engine/support/event_subscriptions.h"
+#include "engine/support/streams/frame_pool.h"
+#include "engine/webrtc/call.h"
+#include "engine/webrtc/local_video.h"
+#include "tesselclient/tesselclient.h"
+
+namespace webrtc {
+
+// Joins one room of an SFU after the other. Belongs to the engine's thread.
+class WebrtcEngine final : public support::Engine {
+ public:
+  WebrtcEngine(support::EngineContext& context, std::shared_ptr<support::FramePool> pool);
+  ~WebrtcEngine() override;
+  WebrtcEngine(const WebrtcEngine&) = delete;
+  WebrtcEngine& operator=(const WebrtcEngine&) = delete;
+
+  void connect(const tsl::ConnectParams& params) override;
+  void disconnect() override;
+
+  void muteLocalVideo(bool mute) override;
+  void muteLocalAudio(bool mute) override;
+  void muteRemoteAudio(bool mute) override;
+  void enableCamera(bool enable) override;
+  void setAudioDebug(bool enable) override;
+  void updateMediaState(const tsl::MediaStreamState& state) override;
+  void selectMicrophone(const tsl::AudioInDevice& device) override;
+  void selectSpeaker(const tsl::AudioOutDevice& device) override;
+  void selectCamera(const tsl::VideoDevice& device) override;
+
+  void startPresentation(const tsl::ContentShareParams& params) override;
+  void stopPresentation() override;
+  void requestToken() override;
+  void releaseToken() override;
+
+  void setLayout(const std::vector<tsl::VideoStreamInfo>& streams,
+                 const std::vector<std::vector<tsl::VideoStreamConstraints>>& constraints) override;
+  void setMaxQualityIndex(std::int32_t index) override;
+
+  void registerEvent(const std::string& name, std::uint32_t expires, const std::string& mimeType,
+                     const std::string& mimeSubType) override;
+  void unregisterEvent(const std::string& name) override;
+
+  void collectStatistics(support::Time window, tsl::MeetingStats& stats) override;
+
+ private:
+  // What cannot be made ready is logged; a call then says what is missing.
+  void warmUp();
+  void setMuted(bool isAudioMuted, bool isVideoMuted);
+  void refuse(int callId, const CallFailure& failure);
+
+  support::EngineContext& context_;
+  const std::shared_ptr<support::FramePool> pool_;
+  LocalVideo localVideo_;
+  AudioDevices audioDevices_;  // of the next call
+  bool isAudioMuted_ = false;
+  bool isRemoteAudioMuted_ = false;
+  int lastCallId_ = 0;
+  support::EventSubscriptions subscriptions_;
+  std::unique_ptr<Call> call_;  // the present call or the last one
+};
+
+}  // namespace webrtc
+
+#endif  // ENGINE_WEBRTC_WEBRTC_ENGINE_H_

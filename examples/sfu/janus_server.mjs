@@ -1,0 +1,159 @@
+// A Janus server of one's own, with a room or more, for as long as somebody holds it: Debian's
+// package, its own configuration in a temporary directory, nothing of the system's.
+
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';
+import { createServer } from 'node:net';
+import { networkInterfaces, tmpdir } from 'node:os';
+import path from 'node:path';
+import { createInterface } from 'node:readline';
+
+const LIBRARIES = '/usr/lib/x86_64-linux-gnu/janus';
+// The room's plugin and the WebSocket alone are loaded.
+const OTHER_PLUGINS = [
+  ...['audiobridge', 'duktape', 'echotest', 'lua', 'nosip', 'recordplay', 'sip', 'streaming'],
+  ...['textroom', 'videocall', 'voicemail'],
+];
+const OTHER_TRANSPORTS = ['http', 'mqtt', 'nanomsg', 'pfunix', 'rabbitmq'];
+// Said when the server listens.
+const READY = 'WebSockets thread started';
+
+// The first address of this machine that others can reach too: media do not go over loopback.
+export function ownAddress() {
+  const address = Object.values(networkInterfaces())
+    .flat()
+    .find(({ family, internal }) => family === 'IPv4' && !internal)?.address;
+  if (!address) throw new Error('this machine has no network address besides loopback');
+  return address;
+}
+
+export async function freePort(address) {
+  const server = createServer().listen(0, address);
+  await once(server, 'listening');
+  const { port } = server.address();
+  server.close();
+  await once(server, 'close');
+  return port;
+}
+
+const objects = (kind, names) => names.map((name) => `libjanus_${name}.so`).join(',');
+const value = (setting) => (typeof setting === 'string' ? JSON.stringify(setting) : setting);
+const settings = (group) =>
+  Object.entries(group)
+    .map(([name, setting]) => `  ${name} = ${value(setting)}`)
+    .join('\n');
+const groups = (all) =>
+  Object.entries(all)
+    .map(([name, group]) => `${name}: {\n${settings(group)}\n}\n`)
+    .join('\n');
+
+function writeConfiguration(directory, { address, port, securePort, rooms, certificate }) {
+  const write = (name, all) => writeFileSync(path.join(directory, name), groups(all));
+  write('janus.jcfg', {
+    general: {
+      configs_folder: directory,
+      plugins_folder: `${LIBRARIES}/plugins`,
+      transports_folder: `${LIBRARIES}/transports`,
+      admin_secret: crypto.randomUUID(),
+      reclaim_session_timeout: 30,
+      debug_level: 4,
+      debug_colors: false,
+    },
+    nat: { full_trickle: true, ice_enforce_list: address },
+    plugins: { disable: objects('plugin', OTHER_PLUGINS) },
+    transports: { disable: objects('transport', OTHER_TRANSPORTS) },
+  });
+  write('janus.transport.websockets.jcfg', {
+    general: {
+      json: 'compact',
+      ...{ ws: true, ws_ip: address, ws_port: port },
+      ...(certificate && { wss: true, wss_ip: address, wss_port: securePort }),
+    },
+    ...(certificate && { certificates: certificate }),
+  });
+  write('janus.plugin.videoroom.jcfg', {
+    general: { string_ids: true },
+    ...Object.fromEntries(
+      Object.entries(rooms).map(([name, room]) => [
+        `room-${name}`,
+        {
+          publishers: 20,
+          bitrate: 2_000_000,
+          fir_freq: 10,
+          videocodec: 'vp8,h264',
+          notify_joining: true,
+          ...room,
+        },
+      ]),
+    ),
+  });
+}
+
+export class JanusServer {
+  #child;
+  #directory;
+
+  // Settles when the server listens. `rooms` has the settings of each room by its name. With a
+  // `certificate`, { cert_pem, cert_key }, it listens with TLS, too.
+  static async start({ address = ownAddress(), port, rooms = {}, certificate } = {}) {
+    const server = new JanusServer();
+    const ports = {
+      port: port ?? (await freePort(address)),
+      securePort: certificate && (await freePort(address)),
+    };
+    await server.#start({ address, ...ports, rooms, certificate });
+    return server;
+  }
+
+  async #start(options) {
+    this.#directory = mkdtempSync(path.join(tmpdir(), 'tessel-janus-'));
+    writeConfiguration(this.#directory, options);
+    this.authority = `${options.address}:${options.port}`;
+    this.secureAuthority = `${options.address}:${options.securePort}`;
+    const configuration = path.join(this.#directory, 'janus.jcfg');
+    this.#child = spawn('janus', ['-F', this.#directory, '-C', configuration], {
+      env: { ...process.env, LD_PRELOAD: '' },
+      stdio: ['ignore', 'pipe', 'inherit'],
+    });
+    this.lines = [];
+    const started = new Promise((resolve, reject) => {
+      this.#child.on('error', reject);
+      this.#child.on('exit', (code, signal) =>
+        reject(new Error(`janus ended (${code ?? signal}):\n${this.lines.slice(-9).join('\n')}`)),
+      );
+      createInterface({ input: this.#child.stdout }).on('line', (line) => {
+        this.lines.push(line);
+        if (line.startsWith(READY)) resolve();
+      });
+    });
+    await started;
+  }
+
+  get pid() {
+    return this.#child.pid;
+  }
+
+  // The address of one of the rooms as the engine takes it.
+  uri(room, parameters = {}) {
+    // A space is %20 in our uris; a plus is itself.
+    const query = `${new URLSearchParams({ room, ...parameters })}`.replaceAll('+', '%20');
+    return `janus+ws://${this.authority}/?${query}`;
+  }
+
+  secureUri(room, parameters) {
+    return this.uri(room, parameters).replace(
+      `janus+ws://${this.authority}`,
+      `janus+wss://${this.secureAuthority}`,
+    );
+  }
+
+  async stop(signal = 'SIGTERM') {
+    if (this.#child.exitCode === null && this.#child.signalCode === null) {
+      this.#child.removeAllListeners('exit');
+      this.#child.kill(signal);
+      await once(this.#child, 'exit');
+    }
+    rmSync(this.#directory, { recursive: true, force: true });
+  }
+}

@@ -1,0 +1,55 @@
+#include "engine/webrtc/feed.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace webrtc {
+namespace {
+
+TEST(Feed, TellsWhoSendsWhat) {
+  const auto feed = parseFeed(Json::parse(R"({
+    "id": "p1", "display": "Ada",
+    "streams": [
+      {"type": "video", "mid": "video0", "description": "{\"guid\":\"g\",\"muted\":true}"},
+      {"type": "audio", "mid": "audio1", "description": "{\"guid\":\"g\",\"muted\":false}"}
+    ]})"));
+  ASSERT_TRUE(feed);
+  EXPECT_EQ(feed->key(), "\"p1\"");
+  EXPECT_EQ(feed->name, "Ada");
+  EXPECT_EQ(feed->guid, "g");
+  EXPECT_TRUE(feed->isVideoMuted);
+  EXPECT_FALSE(feed->isAudioMuted);
+}
+
+TEST(Feed, WhoTellsNothingOfItselfIsNotMuted) {
+  const auto feed = parseFeed(Json::parse(
+      R"({"id": 7, "streams": [{"type": "video", "description": "my camera"}, {}, 5, null]})"));
+  ASSERT_TRUE(feed);
+  EXPECT_EQ(feed->key(), "7");
+  EXPECT_EQ(feed->name, "");
+  EXPECT_EQ(feed->guid, "");
+  EXPECT_FALSE(feed->isVideoMuted);
+}
+
+TEST(Feed, WhoHasNoIdentifierIsNobody) {
+  for (const char* const text : {"null", "5", "{}", R"({"id": null})", R"({"id": [1]})"}) {
+    EXPECT_FALSE(parseFeed(Json::parse(text))) << text;
+  }
+}
+
+TEST(Feed, TheSsrcIsThatOfTheVideo) {
+  const std::string audio = "v=0\r\nm=audio 9 UDP/TLS/RTP/SAVPF 111\r\na=ssrc:11 cname:janus\r\n";
+  const std::string video =
+      "m=video 9 UDP/TLS/RTP/SAVPF 96\r\na=mid:1\r\na=ssrc:22 cname:janus\r\n";
+  const std::string silent = "m=video 9 UDP/TLS/RTP/SAVPF 96\r\na=mid:1\r\n";
+  EXPECT_EQ(videoSsrcOf(audio + video), 22U);
+  EXPECT_EQ(videoSsrcOf("v=0\r\n" + video + audio.substr(5)), 22U);
+  EXPECT_EQ(videoSsrcOf(audio), std::nullopt);
+  EXPECT_EQ(videoSsrcOf("v=0\r\n" + silent + audio.substr(5)), std::nullopt);
+  EXPECT_EQ(videoSsrcOf("v=0\r\nm=video 9 X 96\r\na=ssrc:99999999999 x\r\n"), std::nullopt);
+  EXPECT_EQ(videoSsrcOf(""), std::nullopt);
+}
+
+}  // namespace
+}  // namespace webrtc

@@ -21,6 +21,7 @@ namespace webrtc {
 class WebrtcEngine final : public support::Engine {
  public:
   WebrtcEngine(support::EngineContext& context, std::shared_ptr<support::FramePool> pool);
+  ~WebrtcEngine() override;
   WebrtcEngine(const WebrtcEngine&) = delete;
   WebrtcEngine& operator=(const WebrtcEngine&) = delete;
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "engine/support/stream_keys.h"
+#include "engine/support/streams/stream_keys.h"
 
 namespace webrtc {
 

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "engine/support/engine.h"
-#include "engine/support/video_stream.h"
+#include "engine/support/streams/video_stream.h"
 #include "engine/webrtc/feed.h"
 #include "engine/webrtc/janus_session.h"
 #include "engine/webrtc/peer_connection.h"

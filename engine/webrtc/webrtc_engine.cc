@@ -17,6 +17,12 @@ WebrtcEngine::WebrtcEngine(support::EngineContext& context,
   context_.loop.post([this] { context_.loop.post([this] { warmUp(); }); });
 }
 
+WebrtcEngine::~WebrtcEngine() {
+  call_.reset();
+  // Of the threads that GLib keeps for a while, in case that somebody needs one again.
+  g_thread_pool_stop_unused_threads();
+}
+
 void WebrtcEngine::warmUp() {
   try {
     warmUpElements();

@@ -10,7 +10,7 @@
 
 #include "engine/support/engine.h"
 #include "engine/support/event_subscriptions.h"
-#include "engine/support/frame_pool.h"
+#include "engine/support/streams/frame_pool.h"
 #include "engine/webrtc/call.h"
 #include "engine/webrtc/local_video.h"
 #include "tesselclient/tesselclient.h"
@@ -21,6 +21,7 @@ namespace webrtc {
 class WebrtcEngine final : public support::Engine {
  public:
   WebrtcEngine(support::EngineContext& context, std::shared_ptr<support::FramePool> pool);
+  ~WebrtcEngine() override;
   WebrtcEngine(const WebrtcEngine&) = delete;
   WebrtcEngine& operator=(const WebrtcEngine&) = delete;
 

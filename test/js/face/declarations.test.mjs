@@ -120,24 +120,24 @@ function memberAssertions() {
   );
 }
 
-// The addon's own table of events: their names, their properties and which may be absent.
+// The events of the addon's emitting script: their names, their properties and which may be absent.
 const EVENT_SHAPES = [
   ...read('addon/events/emit_functions.cc').matchAll(
-    /^ +\{"(\w+)", \{([^}]*)\}(, Absence::k\w+)?\}/gm,
+    /^ {2}\(emitter, ([\w, ]+)\) => \{\n {4}emitter\.emit\("(\w+)", (?:(\w+) === undefined)?/gm,
   ),
-].map(([, name, properties, absence]) => ({ name, properties: properties.split(', '), absence }));
+].map(([, properties, name, optional]) => ({ name, properties: properties.split(', '), optional }));
 
 function eventAssertions() {
   const names = EVENT_SHAPES.map(({ name }) => `'${name}'`).join(' | ');
   return [
     `import type { MeetingEvents } from 'tessel-wrapper';${EXPECT}`,
     `expect<Equal<keyof MeetingEvents, ${names}>>();`,
-    ...EVENT_SHAPES.map(({ name, properties, absence }) => {
+    ...EVENT_SHAPES.map(({ name, properties, optional }) => {
       const payload = `MeetingEvents['${name}']`;
-      const first = absence?.includes('Last') ? properties.at(-1) : properties[0];
+      const first = optional ?? properties[0];
       const isOptional = `{} extends Pick<${payload}, ${first}> ? true : false`;
       return `expect<Equal<keyof ${payload}, ${properties.join(' | ')}>>();
-        expect<Equal<${isOptional}, ${absence !== undefined}>>();`;
+        expect<Equal<${isOptional}, ${optional !== undefined}>>();`;
     }),
   ].join('\n');
 }

@@ -1,7 +1,7 @@
 // What happens in a meeting by its uri, and what the application does about it.
 
-#include "engine/embedded/identity.h"
-#include "engine/support/stream_keys.h"
+#include "engine/embedded/streams/identity.h"
+#include "engine/support/streams/stream_keys.h"
 #include "test/native/engine/embedded/engine_test.h"
 #include "test/native/engine/support/temporary_directory.h"
 

@@ -6,9 +6,9 @@
 # packages, configures and builds. It does only what is not done yet. What is asked of the machine
 # depends on the purpose ("test" unless another is named): `npm start` needs neither a test framework
 # nor a browser, "webrtc" adds the engine for real meetings and the server that they are tested with,
-# and "fuzz" builds the fuzzers alone. For "install", where this is an installed
-# package, npm has fetched what is needed, and another compiler's warnings are no errors. For "lint"
-# it stops before the build, which is the check itself.
+# and "fuzz" builds the fuzzers alone. For "install", where this is an installed package, npm has
+# fetched what is needed, another compiler's warnings are no errors, and nothing is kept of the build
+# but the addon and its engine. For "lint" it stops before the build, which is the check itself.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -44,6 +44,8 @@ for_each() {
   for pair in "${wanted[@]}"; do
     read -r preset purpose <<<"$pair"
     build=build/$preset
+    # An installed package keeps nothing that is built on the way.
+    if [[ $purpose == install ]]; then build=build/install; fi
     log=build/setup-$preset.log
     "$@"
   done
@@ -217,7 +219,7 @@ configure() {
     install) options+=(-DTESSEL_WARNINGS_AS_ERRORS=OFF) ;;
     webrtc) options+=(-DTESSEL_BUILD_WEBRTC=ON) ;;
   esac
-  logged cmake --preset "$preset" "${options[@]}"
+  logged cmake --preset "$preset" -B "$build" "${options[@]}"
 }
 
 build() {
@@ -226,7 +228,14 @@ build() {
     start | install | webrtc) targets=(--target tesselWrapper) ;;
     fuzz) targets=(--target fuzzers) ;;
   esac
-  logged cmake --build --preset "$preset" "${targets[@]}"
+  logged cmake --build "$build" "${targets[@]}"
+}
+
+# Leaves of a build for an installed package what an application needs.
+keep_products() {
+  mkdir -p "build/$preset"
+  mv "$build"/{tesselWrapper.node,libtesselclient.so} "build/$preset"
+  rm -r "$build"
 }
 
 set_up() {
@@ -241,6 +250,7 @@ set_up() {
   fi
   configure
   build
+  if [[ $purpose == install ]]; then keep_products; fi
 }
 
 read -r preset purpose <<<"${wanted[0]}"

@@ -128,7 +128,14 @@ missing_packages() {
       ;;
   esac
   case $purpose in
-    test) need ffmpeg has_command ffmpeg ;;
+    test)
+      need ffmpeg has_command ffmpeg
+      if [[ $preset == release ]]; then
+        need openssl has_command openssl
+        need pulseaudio has_command pulseaudio
+        need pulseaudio-utils has_command parec
+      fi
+      ;;
     valgrind) need valgrind has_command valgrind ;;
   esac
   case $preset in

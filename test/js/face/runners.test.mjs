@@ -6,7 +6,7 @@ import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
-import { repository } from '../../support/face.mjs';
+import { repository } from '../../support/build.mjs';
 
 const guide = readFileSync(path.join(repository, 'docs/guide.md'), 'utf8');
 // What follows the runner's name, by that name.

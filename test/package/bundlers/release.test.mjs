@@ -9,7 +9,7 @@ import path from 'node:path';
 import { test } from 'node:test';
 import { pathToFileURL } from 'node:url';
 
-import { addonFile, repository } from '../../support/face.mjs';
+import { addonFile, repository } from '../../support/build.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 
 const guide = readFileSync(path.join(repository, 'docs/guide.md'), 'utf8');

@@ -100,13 +100,17 @@ attempt() {
   log="$directory/$1-${4//[^a-z]/}.log"
   start=$SECONDS
   echo "Running '$4' as $2"
-  inside "$@" >"$log" 2>&1 || status=$?
+  # A shell that waits for a job obeys a signal at once.
+  inside "$@" >"$log" 2>&1 &
+  wait $! || status=$?
   missing=$(sed -n 's/^setup: .*sudo \(apt-get install .*\)$/\1/p' "$log")
   if [[ $2 != root && $status != 0 && -n $missing ]]; then
+    status=0
     {
       inside "$1" root / "apt-get update && DEBIAN_FRONTEND=noninteractive $missing" &&
         inside "$@"
-    } >>"$log" 2>&1 && status=0 || status=$?
+    } >>"$log" 2>&1 &
+    wait $! || status=$?
   fi
   seconds=$((SECONDS - start))
   result='exit code 0'

@@ -131,6 +131,7 @@ missing_packages() {
     test)
       need ffmpeg has_command ffmpeg
       if [[ $preset == release ]]; then
+        need coturn has_command turnserver
         need openssl has_command openssl
         need pulseaudio has_command pulseaudio
         need pulseaudio-utils has_command parec

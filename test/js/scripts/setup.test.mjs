@@ -38,7 +38,7 @@ function setUp(t, ...given) {
 const TO_BUILD = ['cmake', 'g++', 'ninja-build'];
 const TO_TEST = [
   ...['chromium', 'ffmpeg', 'libgmock-dev', 'libgtest-dev'],
-  ...['openssl', 'pulseaudio', 'pulseaudio-utils'],
+  ...['coturn', 'openssl', 'pulseaudio', 'pulseaudio-utils'],
 ];
 const TO_FUZZ = ['clang', 'libclang-rt-dev', 'llvm'];
 

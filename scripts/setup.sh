@@ -92,7 +92,6 @@ need_webrtc() {
   need libgstreamer-plugins-base1.0-dev has_module gstreamer-app-1.0
   need libgstreamer-plugins-bad1.0-dev has_module gstreamer-webrtc-1.0
   need libsoup-3.0-dev has_module libsoup-3.0
-  need nlohmann-json3-dev has_header nlohmann/json.hpp
   need gstreamer1.0-plugins-base has_plugin app
   need gstreamer1.0-plugins-good has_plugin vpx
   need gstreamer1.0-plugins-bad has_plugin webrtc
@@ -107,6 +106,7 @@ missing_packages() {
   need cmake has_version cmake 3.25
   need ninja-build has_command ninja
   need g++ has_version g++ 12
+  need nlohmann-json3-dev has_header nlohmann/json.hpp
   case $preset in
     clang | fuzz | tidy) need clang has_command clang++ ;;
   esac
@@ -128,7 +128,15 @@ missing_packages() {
       ;;
   esac
   case $purpose in
-    test) need ffmpeg has_command ffmpeg ;;
+    test)
+      need ffmpeg has_command ffmpeg
+      if [[ $preset == release ]]; then
+        need coturn has_command turnserver
+        need openssl has_command openssl
+        need pulseaudio has_command pulseaudio
+        need pulseaudio-utils has_command parec
+      fi
+      ;;
     valgrind) need valgrind has_command valgrind ;;
   esac
   case $preset in

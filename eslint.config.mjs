@@ -25,7 +25,9 @@ export default [
     files: [
       'js/renderer/*.mjs',
       'examples/meeting/page/*.mjs',
+      'examples/sfu/guest/*.mjs',
       'test/js/browser/*.mjs',
+      'test/js/webrtc/browser.test.mjs',
       'test/support/meeting_app/meeting_page.mjs',
     ],
     languageOptions: { globals: globals.browser },

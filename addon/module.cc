@@ -37,8 +37,9 @@ napi_module module = {
 
 }  // namespace
 
-// Static initialisers run once, as the shared object is never unmapped. Where Node.js has forgotten
-// the record since then (the worker that loaded the module first has ended, say), it finds this.
+// Static initialisers run once, because the shared object is never unmapped. When Node.js no longer
+// has the record, for example because the worker that loaded the module first has ended, it calls
+// this.
 extern "C" NAPI_MODULE_EXPORT napi_value napi_register_module_v1(napi_env env, napi_value exports) {
   return __napi_Init(env, exports);
 }

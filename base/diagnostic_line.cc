@@ -17,12 +17,12 @@ namespace {
 
 std::atomic<bool> baseIsHexadecimal = false;
 
-// How long a line waits for room in an output that blocks its writers: long enough for whoever
-// reads it, and an end to the wait where nobody does. Any thread of the engine may write lines.
+// How long a line waits for room in an output that blocks its writers: long enough for a reader
+// that is slow, and a limit where nobody reads. Any thread of the engine may write lines.
 constexpr int kPatienceMs = 1000;
 
 // Keeps the lines of several threads apart where the system would take one in pieces, and guards
-// what became of the last lines.
+// the outcome of the last lines.
 Mutex outputMutex;
 bool cutShort GUARDED_BY(outputMutex) = false;
 bool waitedInVain GUARDED_BY(outputMutex) = false;

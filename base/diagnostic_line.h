@@ -11,15 +11,19 @@
 
 namespace base {
 
-// One line of diagnostics: put together piece by piece, then written whole, at once and unbuffered
-// when the object goes out of scope. Lines of several threads never mix. A line that the standard
-// output does not take (it is closed, or a full pipe that nobody has read for a second) is lost;
-// the next one is tried afresh. Foreign text is data here, never a format.
+// One line of diagnostics: composed piece by piece, then written as a whole, at once and
+// unbuffered, when the object goes out of scope. Lines of several threads never mix. Text from
+// elsewhere is data here, never a format.
 //
-// A process-wide integer base says how integers print whose base the call does not fix. It starts
-// as decimal; hexadecimal() and decimal() switch it for all later lines, on purpose: a reader of
-// the output can rely on the same base as in a stream that was switched and not switched back. A
-// line that has switched it goes on in its own base, whatever other threads do.
+// When the standard output is full and blocks its writers, a line waits for room for at most one
+// second; after a line that waited in vain, no line waits until there is room again. A non-blocking
+// output is never waited for. What the output does not take is lost: the whole line, or its end.
+// Each line is tried anew, and starts at the beginning of a line.
+//
+// A process-wide integer base applies to integers whose base the call does not fix. It starts as
+// decimal; hexadecimal() and decimal() switch it for all later lines, on purpose: a reader of the
+// output can rely on the same base as in a stream that was switched and not switched back. A line
+// that has switched it keeps its own base, whatever other threads do.
 class DiagnosticLine {
  public:
   DiagnosticLine() = default;

@@ -1,5 +1,5 @@
-// A mutex and a condition variable that clang's thread-safety analysis understands. The standard
-// library's own carry no annotations, so members guarded by them go unchecked.
+// A mutex and a condition variable that clang's thread-safety analysis understands. Those of the
+// standard library have no annotations, so members guarded by them are not checked.
 
 #ifndef BASE_MUTEX_H_
 #define BASE_MUTEX_H_

@@ -16,6 +16,7 @@ const MAY_INCLUDE = {
   'engine/include': [],
   'engine/support': ['base', 'engine/include'],
   'engine/embedded': ['base', 'engine/include', 'engine/support'],
+  'engine/webrtc': ['base', 'engine/include', 'engine/support'],
   'addon/napi': ['base', 'engine/include'],
   'addon/utils': NAPI,
   'addon/sharedmem': ['base', 'engine/include', 'addon/utils'],

@@ -1,80 +1,115 @@
 #include "addon/events/emit_functions.h"
 
+#include <algorithm>
 #include <array>
-#include <string>
+#include <string_view>
 
 #include "addon/napi/status.h"
 #include "addon/napi/values.h"
 
 namespace events {
-
 namespace {
 
-// A property whose value has no text in the interface is absent from its payload.
-enum class Absence { kNever, kFirstProperty, kLastProperty };
+// One function for each event, in the order of TesselEvent. The first argument is the emitter, the
+// others are the payload's properties. An undefined value that has no text is left out.
+constexpr std::string_view kEmittingScript = R"('use strict'; [
+  (emitter, type, streamIndex, csrc) => {
+    emitter.emit("streamAdded", { type, streamIndex, csrc });
+  },
+  (emitter, type, streamIndex, csrc) => {
+    emitter.emit("streamRemoved", { type, streamIndex, csrc });
+  },
+  (emitter, type, streamIndex, csrc) => {
+    emitter.emit("streamUpdated", { type, streamIndex, csrc });
+  },
+  (emitter, event, enable) => {
+    emitter.emit("gracefulEvent", { event, enable });
+  },
+  (emitter, connected) => {
+    emitter.emit("callConnectionStatus", { connected });
+  },
+  (emitter, status) => {
+    emitter.emit("screenShareStatus", status === undefined ? {} : { status });
+  },
+  (emitter, isReceiving, presenterGuid) => {
+    emitter.emit("contentReceive", { isReceiving, presenterGuid });
+  },
+  (emitter, callId, reason, code) => {
+    emitter.emit("callDisconnect", { callId, reason, code });
+  },
+  (emitter, mediaType, muted) => {
+    emitter.emit("mediaMuteState", mediaType === undefined ? { muted } : { mediaType, muted });
+  },
+  (emitter, level) => {
+    emitter.emit("micLevel", { level });
+  },
+  (emitter, mediaType, up) => {
+    emitter.emit("noRtpMedia", mediaType === undefined ? { up } : { mediaType, up });
+  },
+  (emitter, id, type) => {
+    emitter.emit("deviceChange", type === undefined ? { id } : { id, type });
+  },
+  (emitter, eventName, eventBody) => {
+    emitter.emit("eventNotify", { eventName, eventBody });
+  },
+  (emitter, VSPVOQI) => {
+    emitter.emit("vspUpdateVOQI", { VSPVOQI });
+  },
+])";
 
-struct EventShape {
-  const char* name;
-  std::vector<const char*> properties;
-  Absence absence = Absence::kNever;
+struct EventName {
+  TesselEvent event;
+  std::string_view name;
 };
 
-// By TesselEvent.
-const std::vector<EventShape>& eventTable() {
-  static const std::vector<EventShape> table = {
-      {"streamAdded", {"type", "streamIndex", "csrc"}},
-      {"streamRemoved", {"type", "streamIndex", "csrc"}},
-      {"streamUpdated", {"type", "streamIndex", "csrc"}},
-      {"gracefulEvent", {"event", "enable"}},
-      {"callConnectionStatus", {"connected"}},
-      {"screenShareStatus", {"status"}, Absence::kFirstProperty},
-      {"contentReceive", {"isReceiving", "presenterGuid"}},
-      {"callDisconnect", {"callId", "reason", "code"}},
-      {"mediaMuteState", {"mediaType", "muted"}, Absence::kFirstProperty},
-      {"micLevel", {"level"}},
-      {"noRtpMedia", {"mediaType", "up"}, Absence::kFirstProperty},
-      {"deviceChange", {"id", "type"}, Absence::kLastProperty},
-      {"eventNotify", {"eventName", "eventBody"}},
-      {"vspUpdateVOQI", {"VSPVOQI"}},
-  };
-  return table;
-}
+constexpr std::array kEventNames = {
+    EventName{TesselEvent::kStreamAdded, "streamAdded"},
+    EventName{TesselEvent::kStreamRemoved, "streamRemoved"},
+    EventName{TesselEvent::kStreamUpdated, "streamUpdated"},
+    EventName{TesselEvent::kGracefulEvent, "gracefulEvent"},
+    EventName{TesselEvent::kCallConnectionStatus, "callConnectionStatus"},
+    EventName{TesselEvent::kScreenShareStatus, "screenShareStatus"},
+    EventName{TesselEvent::kContentReceive, "contentReceive"},
+    EventName{TesselEvent::kCallDisconnect, "callDisconnect"},
+    EventName{TesselEvent::kMediaMuteState, "mediaMuteState"},
+    EventName{TesselEvent::kMicLevel, "micLevel"},
+    EventName{TesselEvent::kNoRtpMedia, "noRtpMedia"},
+    EventName{TesselEvent::kDeviceChange, "deviceChange"},
+    EventName{TesselEvent::kEventNotify, "eventNotify"},
+    EventName{TesselEvent::kVspUpdateVoqi, "vspUpdateVOQI"},
+};
 
-std::string joined(auto begin, auto end) {
-  std::string list;
-  for (auto item = begin; item != end; ++item)
-    list += (item == begin ? "" : ", ") + std::string(*item);
-  return list;
-}
-
-// The source of one event's function, for example
-//   (emitter, type, streamIndex, csrc) =>
-//     emitter.emit("streamAdded", { type, streamIndex, csrc })
-std::string sourceOf(const EventShape& shape) {
-  const auto begin = shape.properties.begin();
-  const auto end = shape.properties.end();
-  const std::string all = joined(begin, end);
-  std::string payload = "{ " + all + " }";
-  if (shape.absence != Absence::kNever) {
-    const bool first = shape.absence == Absence::kFirstProperty;
-    const std::string optional = first ? shape.properties.front() : shape.properties.back();
-    const std::string rest = first ? joined(begin + 1, end) : joined(begin, end - 1);
-    payload = optional + " === undefined ? { " + rest + " } : " + payload;
+constexpr bool isInOrderOfEvents() {
+  std::size_t index = 0;
+  for (const EventName& entry : kEventNames) {
+    if (static_cast<std::size_t>(entry.event) != index++) return false;
   }
-  return "(emitter, " + all + ") => { emitter.emit(\"" + shape.name + "\", " + payload + "); }";
+  return true;
 }
+static_assert(isInOrderOfEvents());
 
-std::string sourceOfAll() {
-  std::string source = "'use strict'; [";
-  for (const EventShape& shape : eventTable()) source += sourceOf(shape) + ",\n";
-  return source + "]";
+// Whether the n-th call of "emit" in the script emits the n-th event, and there are no more.
+constexpr bool scriptIsInOrderOfNames() {
+  constexpr std::string_view kCall = "emitter.emit(\"";
+  std::size_t position = 0;
+  for (const EventName& entry : kEventNames) {
+    position = kEmittingScript.find(kCall, position);
+    if (position == std::string_view::npos) return false;
+    position += kCall.size();
+    if (!kEmittingScript.substr(position).starts_with(entry.name)) return false;
+    position += entry.name.size();
+    if (kEmittingScript.at(position) != '"') return false;
+  }
+  return kEmittingScript.find(kCall, position) == std::string_view::npos;
 }
+static_assert(scriptIsInOrderOfNames());
 
 }  // namespace
 
 EmitFunctions::EmitFunctions(Napi::Env env) {
   napi_value functions = nullptr;
-  napi::checkStatus(env, napi_run_script(env, napi::toJavascript(env, sourceOfAll()), &functions));
+  napi::checkStatus(env,
+                    napi_run_script(env, napi::toJavascript(env, kEmittingScript), &functions));
   napi::forEachElement(Napi::Value(env, functions), [this](Napi::Value function) {
     functions_.push_back(Napi::Persistent(function.As<Napi::Function>()));
   });

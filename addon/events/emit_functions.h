@@ -1,4 +1,4 @@
-// The system's events: their names, and the shapes of their payloads.
+// The events: their names, and the shapes of their payloads.
 
 #ifndef ADDON_EVENTS_EMIT_FUNCTIONS_H_
 #define ADDON_EVENTS_EMIT_FUNCTIONS_H_
@@ -10,7 +10,7 @@
 
 namespace events {
 
-// In the order of the event table in emit_functions.cc.
+// In the order of the functions in emit_functions.cc.
 enum class TesselEvent {
   kStreamAdded,
   kStreamRemoved,

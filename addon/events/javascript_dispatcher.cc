@@ -1,74 +1,80 @@
 #include "addon/events/javascript_dispatcher.h"
 
+#include <memory>
 #include <utility>
 
-namespace events {
+#include "base/mutex.h"
 
-JavascriptDispatcher::JavascriptDispatcher(Napi::Env env) {
-  const auto makeChannel = [&](bool sync) {
-    return std::make_unique<NapiThreadsafeFunction>(
-        env, [this, sync](Napi::Env itemEnv, void* item) { runInJS(itemEnv, item, sync); },
-        [](void* item) { delete static_cast<Closure*>(item); });
-  };
-  asyncFunction_ = makeChannel(false);
-  syncFunction_ = makeChannel(true);
-}
+namespace events {
+namespace {
+
+// A thread that is blocked in sync(). Shared by it and by the closure that it waits for.
+class BlockedCaller {
+ public:
+  void wait() EXCLUDES(mutex_) {
+    const base::MutexLock lock(mutex_);
+    while (!released_) condition_.Wait(mutex_);
+  }
+
+  void release() EXCLUDES(mutex_) {
+    const base::MutexLock lock(mutex_);
+    released_ = true;
+    condition_.NotifyOne();
+  }
+
+ private:
+  base::Mutex mutex_;
+  base::CondVar condition_;  // released_ became true
+  bool released_ GUARDED_BY(mutex_) = false;
+};
+
+// A closure that releases its caller when it is freed: after it has run or thrown, and also when it
+// is dropped.
+class BlockingClosure {
+ public:
+  BlockingClosure(Closure closure, std::shared_ptr<BlockedCaller> caller)
+      : closure_(std::move(closure)), caller_(std::move(caller)) {}
+  ~BlockingClosure() {
+    closure_ = nullptr;
+    caller_->release();
+  }
+  BlockingClosure(const BlockingClosure&) = delete;
+  BlockingClosure& operator=(const BlockingClosure&) = delete;
+
+  void run(Napi::Env env) const { closure_(env); }
+
+ private:
+  Closure closure_;
+  const std::shared_ptr<BlockedCaller> caller_;
+};
+
+}  // namespace
+
+JavascriptDispatcher::JavascriptDispatcher(Napi::Env env)
+    : asyncFunction_(env), syncFunction_(env) {}
 
 JavascriptDispatcher::~JavascriptDispatcher() { close(); }
 
-void JavascriptDispatcher::async(Closure closure) { internalDispatch(std::move(closure), false); }
+void JavascriptDispatcher::async(Closure closure) { asyncFunction_.call(std::move(closure)); }
 
-void JavascriptDispatcher::sync(Closure closure) { internalDispatch(std::move(closure), true); }
+// The caller is known to its closure before that is posted, so that no release can be missed.
+void JavascriptDispatcher::sync(Closure closure) {
+  const auto caller = std::make_shared<BlockedCaller>();
+  auto blocking = std::make_shared<const BlockingClosure>(std::move(closure), caller);
+  syncFunction_.call([blocking = std::move(blocking)](Napi::Env env) { blocking->run(env); });
+  caller->wait();
+}
 
 void JavascriptDispatcher::releaseEventLoop() {
   async([this](Napi::Env) {
-    asyncFunction_->unref();
-    syncFunction_->unref();
+    asyncFunction_.unref();
+    syncFunction_.unref();
   });
 }
 
 void JavascriptDispatcher::close() {
-  asyncFunction_->close();
-  syncFunction_->close();
-  const base::MutexLock lock(mutex_);
-  closed_ = true;
-  pendingSyncCalls_.clear();
-  condition_.NotifyAll();
-}
-
-void JavascriptDispatcher::internalDispatch(Closure closure, bool sync) {
-  auto* item = new Closure(std::move(closure));
-  if (!sync) {
-    asyncFunction_->call(item);
-    return;
-  }
-  // The item is posted before its address is registered. Should it have run by then, nobody erases
-  // the address any more and the caller stays blocked until close().
-  syncFunction_->call(item);
-  const base::MutexLock lock(mutex_);
-  if (closed_) return;
-  pendingSyncCalls_.insert(item);
-  while (pendingSyncCalls_.contains(item)) condition_.Wait(mutex_);
-}
-
-void JavascriptDispatcher::runInJS(Napi::Env env, void* item, bool sync) {
-  const std::unique_ptr<Closure> closure(static_cast<Closure*>(item));
-  if (!sync) {
-    (*closure)(env);
-    return;
-  }
-  // The caller is let go also when the closure throws.
-  const std::unique_ptr<void, std::function<void(void*)>> settle(
-      item, [this](void* done) { settleSyncCall(done); });
-  (*closure)(env);
-}
-
-void JavascriptDispatcher::settleSyncCall(void* item) {
-  {
-    const base::MutexLock lock(mutex_);
-    pendingSyncCalls_.erase(item);
-  }
-  condition_.NotifyOne();
+  asyncFunction_.close();
+  syncFunction_.close();
 }
 
 }  // namespace events

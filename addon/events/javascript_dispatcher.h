@@ -5,12 +5,7 @@
 
 #include <napi.h>
 
-#include <functional>
-#include <memory>
-#include <set>
-
 #include "addon/events/napi_threadsafe_function.h"
-#include "base/mutex.h"
 
 namespace events {
 
@@ -22,8 +17,6 @@ namespace events {
 // thread; after close() it may be used and released on any thread and drops what is posted.
 class JavascriptDispatcher {
  public:
-  using Closure = std::function<void(Napi::Env)>;
-
   explicit JavascriptDispatcher(Napi::Env env);
   // Closes, and so runs on the JavaScript thread unless close() did before.
   ~JavascriptDispatcher();
@@ -33,31 +26,21 @@ class JavascriptDispatcher {
   // Returns as soon as the closure is queued.
   void async(Closure closure);
 
-  // Returns when the closure has run. Blocks for ever on the JavaScript thread itself, where the
-  // closure would have to run. One waiter is woken for each closure that has run, so a caller among
-  // several may be held until a later closure wakes it.
-  void sync(Closure closure) EXCLUDES(mutex_);
+  // Returns when the closure has run, has thrown, or was dropped. Blocks for ever on the JavaScript
+  // thread itself, where the closure would have to run.
+  void sync(Closure closure);
 
-  // Lets what is queued so far arrive, then stops keeping the process alive. JavaScript thread.
+  // Delivers what is queued so far, then stops keeping the process alive. JavaScript thread.
   void releaseEventLoop();
 
-  // Drops what is queued and what is posted from now on, and lets every caller of sync go.
+  // Drops what is queued and what is posted from now on, which releases every caller of sync.
   // JavaScript thread; more calls do nothing.
-  void close() EXCLUDES(mutex_);
+  void close();
 
  private:
-  void internalDispatch(Closure closure, bool sync) EXCLUDES(mutex_);
-  void runInJS(Napi::Env env, void* item, bool sync) EXCLUDES(mutex_);
-  void settleSyncCall(void* item) EXCLUDES(mutex_);
-
-  base::Mutex mutex_;
-  base::CondVar condition_;  // a sync closure has run
-  std::set<void*> pendingSyncCalls_ GUARDED_BY(mutex_);
-  bool closed_ GUARDED_BY(mutex_) = false;
-
-  // Made last: their callbacks use the members above. Thread-safe by themselves.
-  std::unique_ptr<NapiThreadsafeFunction> asyncFunction_;
-  std::unique_ptr<NapiThreadsafeFunction> syncFunction_;
+  // Thread-safe by themselves.
+  NapiThreadsafeFunction asyncFunction_;
+  NapiThreadsafeFunction syncFunction_;
 };
 
 }  // namespace events

@@ -6,10 +6,9 @@
 using napi::toJavascript;
 
 namespace events {
-
 namespace {
 
-// Every text function answers null for a value that has none.
+// Each text function returns null for a value without a text.
 
 const char* typeFromStreamIndex(std::pair<TSLM_STREAM_INDEX, int> stream) {
   switch (stream.first) {

@@ -34,18 +34,19 @@ namespace events {
 // wrapper has called detach() and closed the dispatcher.
 class TesselEventHandler : public INotifyCallback {
  public:
-  // The stream manager is accepted for the engine's sake and not kept.
+  // The stream manager is accepted and not kept.
   TesselEventHandler(std::shared_ptr<JavascriptDispatcher> dispatcher,
                      const std::shared_ptr<frames::StreamManager>& streamManager);
 
   // Emits on `emitter` from now on, holding it weakly: JavaScript keeps it alive. Without an
-  // emitter, or when it was collected, there are no listeners and events are dropped in silence.
+  // emitter, or when it was collected, there are no listeners, and events are dropped without an
+  // error.
   void setEmitter(Napi::Object emitter);
 
   // Blocks until the engine has reported that it is initialised, with no limit of time.
   void WaitForInitEvent() EXCLUDES(mutex_);
 
-  // Lets go of everything that belongs to JavaScript.
+  // Releases everything that belongs to JavaScript.
   void detach();
 
   void NotifyInitCompleted() override EXCLUDES(mutex_);
@@ -64,7 +65,7 @@ class TesselEventHandler : public INotifyCallback {
   void NotifyEvent(const std::string& eventName, const std::string& eventBody) override;
   void NotifyUpdateVOQualityIndex(VSPVoQualityIndex index) override;
 
-  // Part of the engine's contract without a slot of their own; deliberately without effect.
+  // Operations without a slot in the engine's interface; deliberately without effect.
   // NOLINTNEXTLINE(performance-unnecessary-value-param): the engine's contract says by value
   void NotifyMessage(std::string, std::string) {}
   void NotifyPresentationStop() {}

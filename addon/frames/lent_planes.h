@@ -24,7 +24,7 @@ namespace frames {
 //
 // JavaScript can put a buffer out of the owner's reach: by moving its memory into another buffer
 // (ArrayBuffer.prototype.transfer), or by making it the heap of an asm.js module. The memory of
-// such a frame is then never given back.
+// such a frame is then never freed.
 //
 // On a host that refuses external buffers the planes are copied once into buffers of the host's;
 // nothing else differs.
@@ -41,9 +41,9 @@ class LentPlanes {
   LentPlanes& operator=(const LentPlanes&) = delete;
 
   // Buffers over the planes of `frame`, and a share of what owns their memory for as long as they
-  // are lent.
-  // What is lent for the stream already serves again if it is the same memory, and is taken back
-  // otherwise or when JavaScript has detached it. A null plane is an empty buffer.
+  // are lent. The stream's current buffers are reused when they lie over the same memory and
+  // JavaScript has not detached them; otherwise they are taken back. A null plane is an empty
+  // buffer.
   Buffers lend(Napi::Env env, const StreamKey& key, const VideoFrame& frame,
                std::shared_ptr<const void> memory);
 

@@ -7,8 +7,7 @@
 namespace frames {
 namespace {
 
-// The answer for a stream that has no frame and will not get one by waiting: the receiver is to
-// clear what it shows.
+// The answer for a stream without a frame: the receiver clears its picture.
 VideoFrame absentFrame() {
   VideoFrame frame;
   frame.noUpdate = true;

@@ -1,6 +1,6 @@
-// Checks of a JavaScript call's arguments, with the system's fixed error texts. Positions count
-// from 0; an argument that was not passed reads as undefined. All run on the JavaScript thread and
-// throw a Napi::TypeError for what the caller passed, a plain Napi::Error where Node-API fails.
+// Checks of a JavaScript call's arguments, with fixed error texts. Positions count from 0; an
+// argument that was not passed reads as undefined. All run on the JavaScript thread and throw a
+// Napi::TypeError for what the caller passed, a plain Napi::Error where Node-API fails.
 
 #ifndef ADDON_NAPI_ARGUMENTS_H_
 #define ADDON_NAPI_ARGUMENTS_H_

@@ -19,8 +19,8 @@ namespace napi {
 // A property is read twice, once for its type and once for its value, so a getter runs twice.
 class NapiObjectPropertyHelper {
  public:
-  // `object` may be any value: what is no object is looked up as its boxed object. `objectName` is
-  // what error texts call it.
+  // `object` may be any value: a primitive is looked up as its boxed object. `objectName` is what
+  // error texts call it.
   NapiObjectPropertyHelper(const Napi::CallbackInfo& info, Napi::Value object,
                            std::string objectName);
 

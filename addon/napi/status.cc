@@ -7,7 +7,8 @@ namespace {
 constexpr const char* kThrownValue = "4bda9e7e-4913-4dbc-95de-891cbf66598e-errorVal";
 
 // Napi::Error looks for that property in the object that it holds, which would run the traps of a
-// thrown proxy. In a wrapper, whatever was thrown is out of its sight and comes out unchanged.
+// thrown proxy. Inside a wrapper object the thrown value is not examined and is passed on
+// unchanged.
 Napi::Error carry(napi_env env, napi_value thrown) {
   const napi_property_descriptor property = {kThrownValue, nullptr, nullptr,      nullptr,
                                              nullptr,      thrown,  napi_default, nullptr};

@@ -1,6 +1,6 @@
 // Conversions between JavaScript values and C++ ones. A value of the wrong type is a failure of
-// Node-API and throws a plain Napi::Error with its message; callers that owe their user a better
-// text test the type first.
+// Node-API and throws a plain Napi::Error with its message; callers with a better error text test
+// the type first.
 
 #ifndef ADDON_NAPI_VALUES_H_
 #define ADDON_NAPI_VALUES_H_

@@ -82,8 +82,8 @@ void TesselWrapperProxy::end() {
 std::shared_ptr<sharedmem::SharedMemoryVideoFrameSource> TesselWrapperProxy::findSource(
     const StreamKey& key) {
   auto source = manager_->getVideoFrameSource(key);
-  // A frame of a stream that has just been dropped is over. One of a stream that is only out of
-  // reach, because another process keeps the main segment locked, goes on being read.
+  // The frame of a stream that was just dropped ends. The frame of a stream that cannot be looked
+  // up, because another process holds the main segment's lock, stays valid.
   if (!source && !manager_->holdsVideoFrameSource(key)) lentPlanes_.takeBack(key);
   return source;
 }
@@ -91,7 +91,7 @@ std::shared_ptr<sharedmem::SharedMemoryVideoFrameSource> TesselWrapperProxy::fin
 Napi::Value TesselWrapperProxy::readFrame(
     const std::shared_ptr<sharedmem::SharedMemoryVideoFrameSource>& source, const StreamKey& key,
     std::int64_t lastFrameId) {
-  // What stays as it is when the segment cannot be locked: a null frame.
+  // A null frame, unless the segment can be locked.
   VideoFrame frame;
   frame.noUpdate = true;
   const bool isLocked = source->getVideoFrame(frame, static_cast<std::uint64_t>(lastFrameId));

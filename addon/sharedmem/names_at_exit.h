@@ -9,7 +9,8 @@ namespace sharedmem {
 
 // Removes the names of a segment and its semaphore when the process ends by exit() while this
 // object lives. exit() destroys nothing that is on the heap, and it is how process.exit() and an
-// error that nobody handled end a Node.js process, past all clean-up of its JavaScript environment.
+// error that nobody handled end a Node.js process, without any clean-up of its JavaScript
+// environment.
 //
 // One for each open SharedMemoryAllocator. Any thread.
 class NamesAtExit {

@@ -14,12 +14,12 @@ namespace sharedmem {
 
 // One named shared-memory object, mapped for reading and writing, with one named semaphore that
 // serves as a lock between processes over its contents (1 free, 0 held). One process creates the
-// pair, another opens it by name. What the bytes mean is the user's business.
+// pair, another opens it by name. The user defines the contents.
 //
-// The creating side starts out holding the lock, so that it can clear the contents before anyone
-// reads them; its first unlockDataAccess() opens the segment to others. Whichever side goes first
-// removes both names: what is mapped stays usable, but can no longer be opened. A process that ends
-// by exit() removes them, too.
+// The creating side starts with the lock held, so that it can clear the contents before anyone
+// reads them; its first unlockDataAccess() opens the segment to others. Whichever side is destroyed
+// first removes both names: what is mapped stays usable, but can no longer be opened. A process
+// that ends by exit() removes them, too.
 //
 // Every access is lockDataAccess(), getDataPtr(), read or write, unlockDataAccess(). Nothing
 // throws: a failure is one diagnostic line and a false or null result, also when the pair could not
@@ -41,7 +41,7 @@ class SharedMemoryAllocator {
   bool lockDataAccess();
   // The info's `size` bytes, while this object holds the lock; null otherwise.
   void* getDataPtr();
-  // Gives the lock back. When that fails this object goes on holding it.
+  // Releases the lock. When that fails, this object still holds it.
   bool unlockDataAccess();
 
   const SharedMemoryInfo& getSharedMemInfo() const { return info_; }

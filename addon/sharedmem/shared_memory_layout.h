@@ -1,5 +1,5 @@
 // What lies in the segments, byte by byte. Two processes on one machine share it, and may have been
-// built apart: sizes and offsets never change. Integers are in the machine's byte order.
+// built separately: sizes and offsets never change. Integers are in the machine's byte order.
 
 #ifndef ADDON_SHAREDMEM_SHARED_MEMORY_LAYOUT_H_
 #define ADDON_SHAREDMEM_SHARED_MEMORY_LAYOUT_H_
@@ -9,7 +9,7 @@
 
 namespace sharedmem {
 
-// The start of a frame segment. The pixel space follows it at once.
+// The start of a frame segment. The pixel space follows it directly.
 struct SharedFrameHeader {
   std::uint8_t reservedAtCreation;  // set to 0 when the segment is created
   std::uint8_t reservedOnStore;     // set to 0 on every store

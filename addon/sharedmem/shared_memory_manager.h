@@ -31,7 +31,7 @@ class SharedMemoryManager : public IFrameRecieveCallback {
   // Creates a main segment under fresh names.
   static std::shared_ptr<SharedMemoryManager> CreateSharedMemoryManager();
   // Opens the main segment of another process. There is a manager also when that fails; it then
-  // knows no stream.
+  // finds no stream.
   static std::shared_ptr<SharedMemoryManager> CreateSharedMemoryManagerWithKey(
       const SharedMemoryKey& key);
 
@@ -42,7 +42,7 @@ class SharedMemoryManager : public IFrameRecieveCallback {
   SharedMemoryManager& operator=(const SharedMemoryManager&) = delete;
 
   // Drops all segments and their names now, though the engine may hold this receiver for longer;
-  // what it still delivers finds no stream. Nothing else may be called after it.
+  // frames that it still delivers find no stream. Nothing else may be called after it.
   void close();
 
   // Creating side: copies the stream's frame into its frame segment.

@@ -42,7 +42,7 @@ std::shared_ptr<SharedMemoryManager> SharedMemoryManager::CreateSharedMemoryMana
   return std::make_shared<SharedMemoryManager>(info);
 }
 
-// The first unlock of a created segment is what lets the other process in.
+// The first unlock of a created segment opens it to the other process.
 void SharedMemoryManager::clearTable() {
   const LockedTable table(*allocator_);
   if (!table.locked()) {

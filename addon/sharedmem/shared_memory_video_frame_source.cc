@@ -17,8 +17,8 @@ std::uint8_t* pixelSpaceOf(SharedFrameHeader* header) {
   return reinterpret_cast<std::uint8_t*>(header + 1);
 }
 
-// What is stored of a frame. Asked of it once and before the segment is locked: what was checked is
-// what is copied, and nothing foreign runs under the lock.
+// The part of a frame that is stored. Read from the frame once, before the segment is locked: the
+// checked values are the copied ones, and no code of the engine runs under the lock.
 struct Picture {
   explicit Picture(const QVXCommon::IVideoFrame& frame)
       : valueA(frame.frameValueA()),
@@ -29,7 +29,7 @@ struct Picture {
         width(frame.frameWidth()),
         height(frame.frameHeight()) {}
 
-  // Says so when the picture cannot be stored.
+  // Prints a line when the picture cannot be stored.
   bool isStorable() const {
     if (buffer == nullptr) {
       DiagnosticLine("storeVideoFrame: Frame dropped, its buffer is null");
@@ -125,7 +125,7 @@ SharedMemoryVideoFrameSource::~SharedMemoryVideoFrameSource() {
   printObject("~SharedMemoryVideoFrameSource:", this, "destroyed");
 }
 
-// The first unlock of a created segment is what lets readers in.
+// The first unlock of a created segment opens it to readers.
 void SharedMemoryVideoFrameSource::makeAvailable() {
   if (!allocator_->lockDataAccess()) {
     DiagnosticLine("SharedMemoryVideoFrameSource:Unable to gain lock on video shared memory");

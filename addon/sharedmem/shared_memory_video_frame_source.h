@@ -14,9 +14,9 @@ namespace sharedmem {
 
 // One stream's frame segment: a slot for a single frame, which a newer frame overwrites. The main
 // process creates it and writes every arriving frame into it; the widget process opens it and reads
-// the frame in place, holding the segment's lock for as long as it looks.
+// the frame in place, holding the segment's lock meanwhile.
 //
-// Held through shared ownership, so that whoever works with a source keeps it alive while its
+// Held through shared ownership, so that a thread that works with a source keeps it alive while its
 // stream is being removed. Used from one thread at a time: the writer's engine frame thread, the
 // reader's JavaScript thread. Nothing throws.
 class SharedMemoryVideoFrameSource {

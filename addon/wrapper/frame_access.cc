@@ -13,7 +13,7 @@ Napi::Value TesselWrapper::getFrame(const Napi::CallbackInfo& info) {
   VideoFrame frame;
   streamManager_->getFrame(key, frameId, frame);
   if (frame.noUpdate) return frameObjects_.initFrame(key, frame, frame.frame, retainedPlanes_);
-  // A picture has come, so what was lent of the one before it is no longer kept alive.
+  // A new picture was received: the planes of the one before it are taken back.
   clearPlanes_.takeBack(key);
   if (frame.clearFrame) return frameObjects_.initFrame(key, frame, frame.frame, clearPlanes_);
   retainedPlanes_.takeBack(key);
@@ -28,7 +28,7 @@ Napi::Value TesselWrapper::getLastFrame(const Napi::CallbackInfo& info) {
   return frameObjects_.initFrame(key, frame, frame.frame, retainedPlanes_);
 }
 
-// Frames are given back by asking for the next one.
+// A frame is released by the request for the next one.
 void TesselWrapper::releaseFrame(const Napi::CallbackInfo&) {}
 
 }  // namespace wrapper

@@ -38,7 +38,7 @@ tsl::VideoDevice readVideoDevice(const Napi::CallbackInfo& info, Napi::Value val
   device.id = helper.getAsString("videoDeviceId");
   device.name = helper.getAsString("videoDeviceName");
   if (!helper.has("capability")) return device;
-  // The doubled word is the name that applications see in error texts.
+  // The name in error texts repeats the word on purpose.
   const napi::NapiObjectPropertyHelper capability(info, helper.getAsObject("capability"),
                                                   "CaptureCaptureCapability");
   if (capability.has("width")) device.width = capability.getAsInt("width");

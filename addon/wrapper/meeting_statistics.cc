@@ -25,8 +25,8 @@ Napi::Value meetingObject(Napi::Env env, const tsl::MeetingStats& stats) {
             {"instant_outbound_loss", toJavascript(env, stats.instantOutboundLoss)}});
 }
 
-// The properties that stand first in every video record; with an SSRC also those that only a record
-// of one stream has.
+// The first properties of every video record; with an SSRC, also those that only a record of one
+// stream has.
 Properties videoHead(Napi::Env env, const std::uint32_t* ssrc, const tsl::VideoStats& stats) {
   Properties head;
   if (ssrc != nullptr) head.emplace_back("ssrc", toJavascript(env, *ssrc));
@@ -40,7 +40,7 @@ Properties videoHead(Napi::Env env, const std::uint32_t* ssrc, const tsl::VideoS
   return head;
 }
 
-// The delay is the pacer's for what is sent and the target for what is received.
+// The delay is the pacer delay of sent video and the target delay of received video.
 Napi::Value sentVideoObject(Napi::Env env, const std::uint32_t* ssrc,
                             const tsl::VideoStats& stats) {
   Properties properties = videoHead(env, ssrc, stats);

@@ -107,9 +107,9 @@ Napi::Object TesselWrapper::Init(Napi::Env env, Napi::Object exports) {
   if (napi::isMainEnvironment(env)) {
     constructor_ = Napi::Persistent(definition);
     constructor_.SuppressDestruct();
-    // The factory's reference has to go while its environment is there.
+    // The factory's reference must be released before its environment ends.
     const auto dropFactory = [](void*) { emitterFactory_.Reset(); };
-    // Node.js wants each hook's argument to be unique.
+    // Node.js requires a unique argument for each hook.
     napi::checkStatus(env, napi_add_env_cleanup_hook(env, dropFactory, static_cast<napi_env>(env)));
   }
   napi::setProperty(exports, "TesselWrapper", definition);
@@ -164,15 +164,16 @@ void TesselWrapper::obtainEmitter(Napi::Env env) {
   napi::checkStatus(
       env, napi_call_function(env, env.Undefined(), emitterFactory_.Value(), 0, nullptr, &made));
   const Napi::Object object(env, made);
-  // Node-API makes references to symbols too. What else is no object it refuses in these words.
+  // Node-API also makes references to symbols. It refuses any other value that is no object with
+  // this message.
   if (object.IsSymbol()) throw Napi::Error::New(env, "Invalid argument");
   emitter_ = napi::weakReference(object);
   eventHandler_->setEmitter(object);
 }
 
 void TesselWrapper::release() {
-  // No event may reach a handler that is going, and the engine may hold the handler, through it the
-  // dispatcher, and the receiver of a stream's frames for longer than this object does.
+  // No event may reach a handler that is being destroyed. The engine may hold the handler, through
+  // it the dispatcher, and the receiver of a stream's frames longer than this object lives.
   if (dispatcher_) dispatcher_->close();
   if (eventHandler_) eventHandler_->detach();
   if (sharedMemoryManager_) sharedMemoryManager_->close();
@@ -213,9 +214,8 @@ void TesselWrapper::on(const Napi::CallbackInfo& info) {
 }
 
 void TesselWrapper::destroy(const Napi::CallbackInfo&) {
-  // Before the engine is asked, so that the process can end also when the engine throws; what the
-  // engine still reports arrives all the same, and not only if JavaScript goes on holding this
-  // object until then.
+  // Done before the engine is called, so that the process can end even if the engine throws. The
+  // reference keeps this object alive until what the engine has reported is delivered.
   Ref();
   dispatcher_->async([this](Napi::Env) { Unref(); });
   dispatcher_->releaseEventLoop();

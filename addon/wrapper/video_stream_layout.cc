@@ -1,4 +1,4 @@
-// TesselWrapper: which remote videos are wanted, and how well.
+// TesselWrapper: which remote videos are requested, and at which quality.
 
 #include "addon/napi/arguments.h"
 #include "addon/napi/object_property_helper.h"
@@ -24,7 +24,7 @@ Napi::Value getProperty(Napi::Env env, Napi::Value object, const char* name) {
   return {env, result};
 }
 
-// What has no properties, null and undefined, throws as it does for an element of an array.
+// null and undefined, which have no properties, throw as they do for an element of an array.
 Napi::Value toObject(Napi::Env env, Napi::Value value) {
   napi_value result = nullptr;
   napi::checkStatus(env, napi_coerce_to_object(env, value, &result));

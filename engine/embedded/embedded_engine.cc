@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "engine/embedded/meeting/meeting_uri.h"
+
 namespace embedded {
 namespace {
 
@@ -24,7 +26,9 @@ EmbeddedEngine::EmbeddedEngine(support::EngineContext& context,
       streams_(context.loop, context.streams, context.notifier, context.log, std::move(pool)),
       local_(streams_, context.notifier, context.log,
              [this] { return meeting_ ? meeting_->localLevel() : 0; }),
-      subscriptions_(context.loop, context.notifier, context.log) {
+      subscriptions_(context.loop, context.notifier, context.log),
+      roster_(context.loop, context.notifier,
+              [this] { return meeting_ ? meeting_->people() : std::vector<support::Person>(); }) {
   context_.monitors.set(usualMonitors());
 }
 
@@ -41,7 +45,7 @@ void EmbeddedEngine::connect(const tsl::ConnectParams& params) {
     MeetingPlan plan = parseMeetingUri(params.uri);
     auto clip = openClip(plan);
     meeting_ = std::make_unique<Meeting>(context_, streams_, local_, callId, std::move(plan),
-                                         std::move(clip), params);
+                                         std::move(clip), params, [this] { roster_.update(); });
   } catch (const JoinRefused& refusal) {
     context_.log->write(std::string("refused: ") + refusal.what());
     context_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, false);
@@ -57,9 +61,15 @@ void EmbeddedEngine::disconnect() {
   if (meeting_) meeting_->leave();
 }
 
-void EmbeddedEngine::muteLocalVideo(bool mute) { local_.setVideoMuted(mute); }
+void EmbeddedEngine::muteLocalVideo(bool mute) {
+  local_.setVideoMuted(mute);
+  roster_.update();
+}
 
-void EmbeddedEngine::muteLocalAudio(bool mute) { local_.setAudioMuted(mute); }
+void EmbeddedEngine::muteLocalAudio(bool mute) {
+  local_.setAudioMuted(mute);
+  roster_.update();
+}
 
 void EmbeddedEngine::muteRemoteAudio(bool mute) { isRemoteAudioMuted_ = mute; }
 
@@ -70,6 +80,7 @@ void EmbeddedEngine::setAudioDebug(bool enable) { local_.setDebugging(enable); }
 void EmbeddedEngine::updateMediaState(const tsl::MediaStreamState& state) {
   applyOutgoing(state);
   if (meeting_) meeting_->setIncoming(incomingOf(state));
+  roster_.update();
 }
 
 void EmbeddedEngine::selectMicrophone(const tsl::AudioInDevice& device) {
@@ -88,10 +99,12 @@ void EmbeddedEngine::startPresentation(const tsl::ContentShareParams& params) {
   } else {
     notifyShareStatus(ShareStatus::kDenied);
   }
+  roster_.update();
 }
 
 void EmbeddedEngine::stopPresentation() {
   if (isInCall()) meeting_->content().stop();
+  roster_.update();
 }
 
 void EmbeddedEngine::requestToken() {
@@ -104,6 +117,7 @@ void EmbeddedEngine::requestToken() {
 
 void EmbeddedEngine::releaseToken() {
   if (isInCall()) meeting_->content().releaseToken();
+  roster_.update();
 }
 
 void EmbeddedEngine::setLayout(
@@ -118,10 +132,18 @@ void EmbeddedEngine::setMaxQualityIndex(std::int32_t index) {
 
 void EmbeddedEngine::registerEvent(const std::string& name, std::uint32_t expires,
                                    const std::string& mimeType, const std::string& mimeSubType) {
-  subscriptions_.add(name, expires, mimeType, mimeSubType);
+  unregisterEvent(name);
+  if (support::Roster::isRequested(name, mimeType, mimeSubType)) {
+    roster_.subscribe(expires);
+  } else {
+    subscriptions_.add(name, expires, mimeType, mimeSubType);
+  }
 }
 
-void EmbeddedEngine::unregisterEvent(const std::string& name) { subscriptions_.remove(name); }
+void EmbeddedEngine::unregisterEvent(const std::string& name) {
+  subscriptions_.remove(name);
+  if (name == support::Roster::kEventName) roster_.unsubscribe();
+}
 
 void EmbeddedEngine::collectStatistics(support::Time window, tsl::MeetingStats& stats) {
   // Also what was sent outside a call, so that it does not count for the call's first window.

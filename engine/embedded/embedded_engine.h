@@ -1,4 +1,4 @@
-// The meeting in a box.
+// The engine that simulates meetings.
 
 #ifndef ENGINE_EMBEDDED_EMBEDDED_ENGINE_H_
 #define ENGINE_EMBEDDED_EMBEDDED_ENGINE_H_
@@ -8,12 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "engine/embedded/local_media.h"
-#include "engine/embedded/meeting.h"
-#include "engine/embedded/sent_stream.h"
+#include "engine/embedded/devices/local_media.h"
+#include "engine/embedded/meeting/meeting.h"
+#include "engine/embedded/streams/sent_stream.h"
 #include "engine/support/engine.h"
 #include "engine/support/event_subscriptions.h"
-#include "engine/support/frame_pool.h"
+#include "engine/support/roster.h"
+#include "engine/support/streams/frame_pool.h"
 #include "tesselclient/tesselclient.h"
 
 namespace embedded {
@@ -63,6 +64,7 @@ class EmbeddedEngine final : public support::Engine {
   LocalMedia local_;
   std::unique_ptr<Meeting> meeting_;  // the present call or the last one
   support::EventSubscriptions subscriptions_;
+  support::Roster roster_;
   int lastCallId_ = 0;
   bool isRemoteAudioMuted_ = false;
 };

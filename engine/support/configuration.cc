@@ -19,27 +19,22 @@ struct Update {
   std::optional<std::int32_t> maxVOQualityIndex;
 };
 
-const JsonValue* member(const JsonValue::Object& object, std::string_view name) {
-  const auto found = object.find(name);
-  return found == object.end() ? nullptr : &found->second;
-}
-
 // Nothing when the text is not a configuration.
 std::optional<Update> parse(const std::string& text) {
   const auto value = parseJson(text);
-  if (!value || value->asObject() == nullptr) return std::nullopt;
+  if (!value || !value->is_object()) return std::nullopt;
   Update update;
-  if (const auto* const given = member(*value->asObject(), "isVesperCapable")) {
-    if (given->asBool() == nullptr) return std::nullopt;
-    update.isVesperCapable = *given->asBool();
+  if (const auto given = value->find("isVesperCapable"); given != value->end()) {
+    if (!given->is_boolean()) return std::nullopt;
+    update.isVesperCapable = given->get<bool>();
   }
-  if (const auto* const given = member(*value->asObject(), "maxVOQualityIndex")) {
-    const double* const number = given->asNumber();
-    if (number == nullptr || *number != std::trunc(*number) || *number < 0 ||
-        *number > Configuration::kHighestIndex) {
+  if (const auto given = value->find("maxVOQualityIndex"); given != value->end()) {
+    if (!given->is_number()) return std::nullopt;
+    const auto number = given->get<double>();
+    if (number != std::trunc(number) || number < 0 || number > Configuration::kHighestIndex) {
       return std::nullopt;
     }
-    update.maxVOQualityIndex = static_cast<std::int32_t>(*number);
+    update.maxVOQualityIndex = static_cast<std::int32_t>(number);
   }
   return update;
 }

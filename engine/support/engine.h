@@ -15,7 +15,7 @@
 #include "engine/support/log.h"
 #include "engine/support/notifier.h"
 #include "engine/support/published.h"
-#include "engine/support/stream_table.h"
+#include "engine/support/streams/stream_table.h"
 #include "engine/support/task_loop.h"
 #include "tesselclient/records.h"
 

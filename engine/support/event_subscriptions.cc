@@ -11,9 +11,8 @@ constexpr Time kPeriod = 1s;
 constexpr std::size_t kMostSubscriptions = 1000;
 
 std::string bodyOf(const std::string& name, std::uint64_t sequence, bool isJson) {
-  const std::string number = std::to_string(sequence);
-  if (!isJson) return name + ' ' + number;
-  return "{\"event\":" + quoteJson(name) + ",\"sequence\":" + number + '}';
+  if (!isJson) return name + ' ' + std::to_string(sequence);
+  return writeJson({{"event", name}, {"sequence", sequence}});
 }
 
 }  // namespace
@@ -28,7 +27,7 @@ void EventSubscriptions::add(const std::string& name, std::uint32_t expires,
   subscription = std::make_unique<Subscription>(loop_);
   subscription->next = loop_.now() + kPeriod;
   subscription->expiry = loop_.now() + std::chrono::seconds(expires);
-  subscription->isJson = mimeType == "application" && mimeSubType == "json";
+  subscription->isJson = isJsonType(mimeType, mimeSubType);
   setTimer(name, *subscription);
 }
 

@@ -9,9 +9,9 @@
 
 #include "base/mutex.h"
 #include "engine/support/clock.h"
-#include "engine/support/frame_pool.h"
 #include "engine/support/log.h"
-#include "engine/support/picture_source.h"
+#include "engine/support/pictures/picture_source.h"
+#include "engine/support/streams/frame_pool.h"
 #include "engine/support/worker.h"
 
 namespace webrtc {

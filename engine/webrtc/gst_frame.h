@@ -7,7 +7,7 @@
 
 #include <memory>
 
-#include "engine/support/frame_pool.h"
+#include "engine/support/streams/frame_pool.h"
 
 namespace webrtc {
 

@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "engine/support/card_source.h"
-#include "engine/support/clip_source.h"
-#include "engine/support/stream_keys.h"
+#include "engine/support/pictures/card_source.h"
+#include "engine/support/pictures/clip_source.h"
+#include "engine/support/streams/stream_keys.h"
 
 namespace webrtc {
 namespace {

@@ -9,7 +9,7 @@
 
 #include "base/mutex.h"
 #include "engine/support/engine.h"
-#include "engine/support/video_stream.h"
+#include "engine/support/streams/video_stream.h"
 #include "engine/webrtc/camera.h"
 #include "engine/webrtc/local_sources.h"
 #include "engine/webrtc/video_sender.h"

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "engine/support/stream_keys.h"
+#include "engine/support/streams/stream_keys.h"
 
 namespace webrtc {
 
@@ -93,6 +93,15 @@ void Participant::makeStream(std::uint32_t csrc) {
 void Participant::announce() {
   if (std::exchange(isAnnounced_, true)) return;
   if (stream_) notifyAdded();
+}
+
+support::Person Participant::person() const {
+  return {.stream = support::remoteStream(index_),
+          .csrc = stream_ ? stream_->csrc() : 0,
+          .guid = feed_.guid,
+          .name = feed_.name,
+          .audioMuted = feed_.isAudioMuted,
+          .videoMuted = feed_.isVideoMuted};
 }
 
 void Participant::notifyAdded() {

@@ -66,9 +66,12 @@ SpeakerInput::SpeakerInput(GstBin* pipeline, GstElement* mixer)
 }
 
 SpeakerInput::~SpeakerInput() {
+  // First, so that the source cannot be waiting for the mixer.
+  gst_element_release_request_pad(mixer_, mixerPad_.get());
+  // A pipeline that is still about to start would start the source again.
+  gst_element_set_locked_state(source_.get(), TRUE);
   gst_element_set_state(source_.get(), GST_STATE_NULL);
   gst_bin_remove(pipeline_, source_.get());
-  gst_element_release_request_pad(mixer_, mixerPad_.get());
 }
 
 GstElement* SpeakerInput::makeDecoder() const {

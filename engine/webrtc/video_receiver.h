@@ -11,8 +11,8 @@
 #include <string>
 
 #include "base/mutex.h"
-#include "engine/support/frame_pool.h"
-#include "engine/support/video_stream.h"
+#include "engine/support/streams/frame_pool.h"
+#include "engine/support/streams/video_stream.h"
 
 namespace webrtc {
 

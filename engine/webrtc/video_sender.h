@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "base/mutex.h"
-#include "engine/support/frame_pool.h"
+#include "engine/support/streams/frame_pool.h"
 #include "engine/webrtc/glib.h"
 #include "engine/webrtc/peer_connection.h"
 

@@ -55,6 +55,8 @@ class WebSocket::Connection {
 };
 
 void WebSocket::Connection::open() {
+  // Media would not pass a proxy either.
+  soup_session_set_proxy_resolver(session_.get(), nullptr);
   request_.reset(soup_message_new("GET", target_.url.c_str()));
   if (!request_) {
     end(End::kUnreachable, "the address is not one");

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "engine/support/engine.h"
-#include "engine/support/event_subscriptions.h"
-#include "engine/support/frame_pool.h"
+#include "engine/support/roster.h"
+#include "engine/support/streams/frame_pool.h"
 #include "engine/webrtc/call.h"
 #include "engine/webrtc/local_video.h"
 #include "tesselclient/tesselclient.h"
@@ -21,6 +21,7 @@ namespace webrtc {
 class WebrtcEngine final : public support::Engine {
  public:
   WebrtcEngine(support::EngineContext& context, std::shared_ptr<support::FramePool> pool);
+  ~WebrtcEngine() override;
   WebrtcEngine(const WebrtcEngine&) = delete;
   WebrtcEngine& operator=(const WebrtcEngine&) = delete;
 
@@ -56,6 +57,7 @@ class WebrtcEngine final : public support::Engine {
   // What cannot be made ready is logged; a call then says what is missing.
   void warmUp();
   void setMuted(bool isAudioMuted, bool isVideoMuted);
+  std::vector<support::Person> people() const;
   void refuse(int callId, const CallFailure& failure);
 
   support::EngineContext& context_;
@@ -65,8 +67,8 @@ class WebrtcEngine final : public support::Engine {
   bool isAudioMuted_ = false;
   bool isRemoteAudioMuted_ = false;
   int lastCallId_ = 0;
-  support::EventSubscriptions subscriptions_;
   std::unique_ptr<Call> call_;  // the present call or the last one
+  support::Roster roster_;
 };
 
 }  // namespace webrtc

@@ -4,10 +4,10 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
+#include <cstdint>
 #include <fstream>
-#include <functional>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -20,8 +20,41 @@
 #include "addon/napi/environment_cleanup_hook.h"
 #include "addon/napi/values.h"
 
+using events::Closure;
 using events::JavascriptDispatcher;
 using events::NapiThreadsafeFunction;
+
+namespace {
+
+// How many scopes of each kind cannot be opened. JavaScript thread.
+std::map<std::string, int> failingScopes;
+
+bool takeFailure(const std::string& kind) {
+  const auto failing = failingScopes.find(kind);
+  return failing != failingScopes.end() && failing->second-- > 0;
+}
+
+}  // namespace
+
+// Node-API's own, which the linker puts behind these names (--wrap).
+extern "C" {
+napi_status __real_napi_open_handle_scope(napi_env env, napi_handle_scope* result);
+napi_status __real_napi_open_callback_scope(napi_env env, napi_value resource,
+                                            napi_async_context context,
+                                            napi_callback_scope* result);
+
+napi_status __wrap_napi_open_handle_scope(napi_env env, napi_handle_scope* result) {
+  if (takeFailure("handle")) return napi_generic_failure;
+  return __real_napi_open_handle_scope(env, result);
+}
+
+napi_status __wrap_napi_open_callback_scope(napi_env env, napi_value resource,
+                                            napi_async_context context,
+                                            napi_callback_scope* result) {
+  if (takeFailure("callback")) return napi_generic_failure;
+  return __real_napi_open_callback_scope(env, resource, context, result);
+}
+}
 
 namespace {
 
@@ -49,8 +82,7 @@ bool isAsleep(pid_t thread) {
 // A thread that calls the dispatcher's sync() once. Its answers are for the JavaScript thread.
 class SyncCaller {
  public:
-  SyncCaller(std::shared_ptr<JavascriptDispatcher> dispatcher,
-             JavascriptDispatcher::Closure closure)
+  SyncCaller(std::shared_ptr<JavascriptDispatcher> dispatcher, Closure closure)
       : thread_([this, dispatcher = std::move(dispatcher), closure = std::move(closure)]() mutable {
           id_ = gettid();
           dispatcher->sync(std::move(closure));
@@ -113,7 +145,7 @@ class Dispatcher : public Napi::ObjectWrap<Dispatcher> {
   // throws by itself; the last one calls the listener first.
   void asyncThrowing(const Napi::CallbackInfo& info) {
     const std::string kind = info[0].As<Napi::String>();
-    JavascriptDispatcher::Closure closure;
+    Closure closure;
     if (kind == "exception") {
       closure = [token = Token()](Napi::Env) { throw std::runtime_error("a native exception"); };
     } else if (kind == "nonStandard") {
@@ -176,7 +208,7 @@ class Dispatcher : public Napi::ObjectWrap<Dispatcher> {
 
   // A closure that calls the listener with `values`.
   template <typename... Values>
-  JavascriptDispatcher::Closure calling(Values... values) {
+  Closure calling(Values... values) {
     return [this, values..., token = Token()](Napi::Env env) {
       listener_.Call({Napi::Number::New(env, values)...});
     };
@@ -209,12 +241,9 @@ class Dispatcher : public Napi::ObjectWrap<Dispatcher> {
   napi::EnvironmentCleanupHook cleanupHook_;
 };
 
-// What a Channel carries: item number i is the address of element i.
-std::array<char, 1000> items;
-
-// new Channel(listener): a bare NapiThreadsafeFunction that calls the listener with the numbers of
-// items; without a listener its callback is empty. discarded() lists the numbers of the items that
-// were not delivered.
+// new Channel(listener): a bare NapiThreadsafeFunction whose closures call the listener with their
+// numbers; without a listener the closures are empty. discarded() lists the numbers of the closures
+// that were freed without having run.
 class Channel : public Napi::ObjectWrap<Channel> {
  public:
   static Napi::Function define(Napi::Env env) {
@@ -229,9 +258,10 @@ class Channel : public Napi::ObjectWrap<Channel> {
 
   explicit Channel(const Napi::CallbackInfo& info)
       : Napi::ObjectWrap<Channel>(info),
-        function_(info.Env(), callbackFor(info[0]),
-                  [this](void* item) { discarded_.push_back(numberOf(item)); }),
-        cleanupHook_(info.Env(), [this] { function_.close(); }) {}
+        function_(info.Env()),
+        cleanupHook_(info.Env(), [this] { function_.close(); }) {
+    if (info[0].IsFunction()) listener_ = Napi::Persistent(info[0].As<Napi::Function>());
+  }
 
  private:
   // callFromThread(first, last): returns when a thread has posted these items.
@@ -239,7 +269,7 @@ class Channel : public Napi::ObjectWrap<Channel> {
     const std::uint32_t first = info[0].As<Napi::Number>();
     const std::uint32_t last = info[1].As<Napi::Number>();
     std::thread([this, first, last] {
-      for (std::uint32_t item = first; item <= last; ++item) function_.call(&items.at(item));
+      for (std::uint32_t number = first; number <= last; ++number) function_.call(closure(number));
     }).join();
   }
 
@@ -247,24 +277,40 @@ class Channel : public Napi::ObjectWrap<Channel> {
   void close(const Napi::CallbackInfo&) { function_.close(); }
 
   Napi::Value discarded(const Napi::CallbackInfo& info) {
-    return napi::makeArray(info.Env(), discarded_, [&](std::ptrdiff_t number) {
-      return napi::toJavascript(info.Env(), static_cast<double>(number));
+    return napi::makeArray(info.Env(), discarded_, [&](std::uint32_t number) {
+      return napi::toJavascript(info.Env(), number);
     });
   }
 
-  NapiThreadsafeFunction::Callback callbackFor(Napi::Value listener) {
-    if (!listener.IsFunction()) return nullptr;
-    listener_ = Napi::Persistent(listener.As<Napi::Function>());
-    return [this](Napi::Env env, void* item) {
-      listener_.Call({Napi::Number::New(env, static_cast<double>(numberOf(item)))});
-    };
-  }
+  // Notes the number of a closure that did not run.
+  class Item {
+   public:
+    Item(Channel& channel, std::uint32_t number) : channel_(channel), number_(number) {}
+    ~Item() {
+      if (!hasRun_) channel_.discarded_.push_back(number_);
+    }
+    Item(const Item&) = delete;
+    Item& operator=(const Item&) = delete;
 
-  static std::ptrdiff_t numberOf(void* item) { return static_cast<char*>(item) - items.data(); }
+    void run(Napi::Env env) {
+      hasRun_ = true;
+      channel_.listener_.Call({Napi::Number::New(env, number_)});
+    }
+
+   private:
+    Channel& channel_;
+    const std::uint32_t number_;
+    bool hasRun_ = false;
+  };
+
+  Closure closure(std::uint32_t number) {
+    if (listener_.IsEmpty()) return nullptr;
+    return [item = std::make_shared<Item>(*this, number)](Napi::Env env) { item->run(env); };
+  }
 
   // JavaScript thread, or a thread that the JavaScript thread waits for.
   Napi::FunctionReference listener_;
-  std::vector<std::ptrdiff_t> discarded_;
+  std::vector<std::uint32_t> discarded_;
   NapiThreadsafeFunction function_;
   napi::EnvironmentCleanupHook cleanupHook_;
 };
@@ -273,9 +319,17 @@ Napi::Value closuresAlive(const Napi::CallbackInfo& info) {
   return Napi::Number::New(info.Env(), Token::alive);
 }
 
+// failScopes(kind, times): the next `times` scopes of the kind, 'handle' or 'callback', cannot be
+// opened.
+void failScopes(const Napi::CallbackInfo& info) {
+  const std::string kind = info[0].As<Napi::String>();
+  failingScopes[kind] = info[1].As<Napi::Number>();
+}
+
 Napi::Object initialise(Napi::Env env, Napi::Object exports) {
   exports["Dispatcher"] = Dispatcher::define(env);
   exports["Channel"] = Channel::define(env);
+  exports["failScopes"] = Napi::Function::New(env, failScopes);
   exports["closuresAlive"] = Napi::Function::New(env, closuresAlive);
   return exports;
 }

@@ -6,4 +6,4 @@ import path from 'node:path';
 import { build } from './build.mjs';
 
 const probe = createRequire(import.meta.url)(path.join(build, 'test/addons/dispatcher_probe.node'));
-export const { Dispatcher, Channel, closuresAlive } = probe;
+export const { Dispatcher, Channel, closuresAlive, failScopes } = probe;

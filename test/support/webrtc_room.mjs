@@ -14,9 +14,12 @@ export async function startServer(test, options) {
   return server;
 }
 
-// A process with an engine, which films at this size once it is in a call.
-export async function openMember(test, capture = {}) {
-  const member = startProcess(test, './support/processes/room_member.mjs');
+// A process with an engine, which films at this size once it is in a call. Its sound server is that
+// of the environment; there is none unless it is named.
+export async function openMember(test, { capture = {}, environment = {} } = {}) {
+  const member = startProcess(test, './support/processes/room_member.mjs', {
+    environment: { PULSE_SERVER: 'unix:/nowhere', ...environment },
+  });
   await member.does('open', temporaryDirectory(test), capture);
   return member;
 }

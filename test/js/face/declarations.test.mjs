@@ -3,13 +3,14 @@
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 import { inspect } from 'node:util';
 
 import { repository } from '../../support/build.mjs';
 import { face, requireFace } from '../../support/face.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 
 const TYPES = path.join(repository, 'test/types');
 const EXPECTATION = /^ *\/\/ @ts-expect-error: /;
@@ -120,24 +121,24 @@ function memberAssertions() {
   );
 }
 
-// The addon's own table of events: their names, their properties and which may be absent.
+// The events of the addon's emitting script: their names, their properties and which may be absent.
 const EVENT_SHAPES = [
   ...read('addon/events/emit_functions.cc').matchAll(
-    /^ +\{"(\w+)", \{([^}]*)\}(, Absence::k\w+)?\}/gm,
+    /^ {2}\(emitter, ([\w, ]+)\) => \{\n {4}emitter\.emit\("(\w+)", (?:(\w+) === undefined)?/gm,
   ),
-].map(([, name, properties, absence]) => ({ name, properties: properties.split(', '), absence }));
+].map(([, properties, name, optional]) => ({ name, properties: properties.split(', '), optional }));
 
 function eventAssertions() {
   const names = EVENT_SHAPES.map(({ name }) => `'${name}'`).join(' | ');
   return [
     `import type { MeetingEvents } from 'tessel-wrapper';${EXPECT}`,
     `expect<Equal<keyof MeetingEvents, ${names}>>();`,
-    ...EVENT_SHAPES.map(({ name, properties, absence }) => {
+    ...EVENT_SHAPES.map(({ name, properties, optional }) => {
       const payload = `MeetingEvents['${name}']`;
-      const first = absence?.includes('Last') ? properties.at(-1) : properties[0];
+      const first = optional ?? properties[0];
       const isOptional = `{} extends Pick<${payload}, ${first}> ? true : false`;
       return `expect<Equal<keyof ${payload}, ${properties.join(' | ')}>>();
-        expect<Equal<${isOptional}, ${absence !== undefined}>>();`;
+        expect<Equal<${isOptional}, ${optional !== undefined}>>();`;
     }),
   ].join('\n');
 }
@@ -188,6 +189,43 @@ test('each bad use is refused where it is expected, and without its expectation 
     complaintsIn('bad_uses_alone.mts').map(({ line }) => line),
     expected,
   );
+});
+
+const BROWSER_USE = `
+import type { Meeting, PictureFrame } from 'tessel-wrapper';
+import { I420Renderer } from 'tessel-wrapper/renderer';
+
+const renderer = new I420Renderer(document.createElement('canvas'));
+export function show(frame: PictureFrame) {
+  renderer.draw(frame);
+}
+export const join = (meeting: Meeting, signal: AbortSignal) =>
+  meeting.join({ uri: 'tessel:demo' }, { signal });
+// @ts-expect-error: there are no types of Node.js
+process.exit();
+`;
+
+test('the types can be used in a browser project, where there are none of Node.js', (t) => {
+  const project = temporaryDirectory(t);
+  const installed = path.join(project, 'node_modules/tessel-wrapper');
+  for (const file of ['package.json', 'js/index.d.ts', 'js/renderer/renderer.d.mts']) {
+    mkdirSync(path.dirname(path.join(installed, file)), { recursive: true });
+    writeFileSync(path.join(installed, file), read(file));
+  }
+  writeFileSync(path.join(project, 'page.ts'), BROWSER_USE);
+  const compilerOptions = {
+    ...{ noEmit: true, strict: true, target: 'es2022', module: 'esnext' },
+    ...{ moduleResolution: 'bundler', lib: ['es2022', 'dom'], types: [], skipLibCheck: false },
+  };
+  const configuration = { compilerOptions, files: ['page.ts'] };
+  writeFileSync(path.join(project, 'tsconfig.json'), JSON.stringify(configuration));
+  const { stdout, status, error } = spawnSync(
+    path.join(repository, 'node_modules/.bin/tsc'),
+    ['--project', project, '--pretty', 'false'],
+    { encoding: 'utf8', cwd: project, env: { ...process.env, LD_PRELOAD: '' } },
+  );
+  if (error) throw error;
+  assert.deepEqual([status, stdout], [0, '']);
 });
 
 test('the declarations themselves are without error', () => {

@@ -1,11 +1,17 @@
 // The examples of the guide: each is a program that runs to its end.
 
 import assert from 'node:assert/strict';
-import { spawnSync } from 'node:child_process';
+import { spawn, spawnSync } from 'node:child_process';
+import { once } from 'node:events';
 import { existsSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
+import { createInterface } from 'node:readline';
 import { after, test } from 'node:test';
+import sharp from 'sharp';
+import { WebSocket } from 'ws';
 
+import { readCard } from '../../support/card_code.mjs';
+import { ffmpeg } from '../../support/ffmpeg.mjs';
 import { filesNamedIn } from '../../support/shared_memory/shared_memory_names.mjs';
 import { build, repository } from '../../support/build.mjs';
 
@@ -23,14 +29,19 @@ const OUTPUT = {
     'left: the call was left',
   ],
   'frames.mjs': ['shown: 5'],
+  'layout.mjs': ['tile: 0 640 x 360', 'tile: 1 160 x 90'],
   'share.mjs': ['monitor: 1920 x 1080', 'sharing', 'not shared: failed'],
   'pop_out.mjs': ['pictures: 5', 'widget ended: 0'],
   'application.test.mjs': ['# pass 2'],
+  'open_meetings.mjs': ['not closed, Error: opened here'],
   'engine.mjs': [`ok       engine ${build}/libtesselclient.so`],
   'production.mjs': ['too slow: Joining took longer than 100 ms', 'in hand: remote-0 0'],
 };
 // Started by other examples.
-const PARTS = ['widget.mjs'];
+const PARTS = ['widget.mjs', 'redirected_child.mjs'];
+// With tests of their own.
+const TESTED_BELOW = ['logging.mjs', 'redirected.mjs', 'recorder.mjs', 'server.mjs'];
+const BUNDLERS = ['esbuild.mjs', 'rollup.config.mjs', 'webpack.config.mjs', 'vite.config.mjs'];
 
 // In the repository, where the package finds itself by its name.
 const directory = mkdtempSync(path.join(repository, 'build', 'guide-'));
@@ -38,41 +49,70 @@ after(() => rmSync(directory, { recursive: true }));
 for (const [name, source] of examples) writeFileSync(path.join(directory, name), source);
 
 test('every example in JavaScript is known here, and has a name', () => {
-  assert.deepEqual([...examples.keys()].sort(), [...Object.keys(OUTPUT), ...PARTS].sort());
+  assert.deepEqual(
+    [...examples.keys()].sort(),
+    [...Object.keys(OUTPUT), ...PARTS, ...TESTED_BELOW, ...BUNDLERS].sort(),
+  );
   assert.equal(guide.match(/^```js/gm).length, examples.size);
 });
 
-// Runs it to its end, which is without an error, and expects these lines among its output.
+// The example with other statements instead of some of its own.
+function variant(name, replacements) {
+  return Object.entries(replacements).reduce((source, [statement, other]) => {
+    assert.ok(source.includes(statement), statement);
+    return source.replace(statement, () => other);
+  }, examples.get(name));
+}
+
+// Runs it to its end.
+function run(name) {
+  return spawnSync(process.execPath, ['--test-reporter=tap', path.join(directory, name)], {
+    cwd: directory,
+    // Set where `node --test` runs this file, it would change how the program's tests report.
+    env: { ...process.env, NODE_TEST_CONTEXT: undefined },
+    encoding: 'utf8',
+    timeout: 60_000,
+    killSignal: 'SIGKILL',
+  });
+}
+
+// Runs it to its end, which is without an error, and expects these lines among its output, which it
+// answers with.
 function expectRun(name, lines) {
-  const { status, signal, stdout, stderr } = spawnSync(
-    process.execPath,
-    ['--test-reporter=tap', path.join(directory, name)],
-    {
-      // Set where `node --test` runs this file, it would change how the program's tests report.
-      env: { ...process.env, NODE_TEST_CONTEXT: undefined },
-      encoding: 'utf8',
-      timeout: 60_000,
-      killSignal: 'SIGKILL',
-    },
-  );
+  const { status, signal, stdout, stderr } = run(name);
   assert.deepEqual([status, signal, stderr], [0, null, '']);
   const said = stdout.split('\n');
   for (const line of lines) assert.ok(said.includes(line), `${line}\nis not in\n${stdout}`);
+  return said;
 }
 
 for (const [name, lines] of Object.entries(OUTPUT)) {
   test(`${name} runs and says what it should`, () => expectRun(name, lines));
 }
 
+const NATIVE_LINE = /^TesselWrapper::TesselWrapper Params params.szLogPath: \/tmp$/m;
+
+test('logging.mjs keeps its lines apart from the native ones', () => {
+  const { status, stdout, stderr } = run('logging.mjs');
+  assert.equal(status, 0, stderr);
+  assert.equal(JSON.parse(stderr).msg, 'opened');
+  assert.match(stdout, NATIVE_LINE);
+});
+
+test('redirected.mjs keeps the native lines of its child out of its own output', () => {
+  const { status, stdout, stderr } = run('redirected.mjs');
+  assert.deepEqual([status, stderr], [0, '']);
+  assert.deepEqual(JSON.parse(stdout), { type: 'remote', streamIndex: 0 });
+  assert.match(readFileSync(path.join(directory, 'diagnostics.log'), 'utf8'), NATIVE_LINE);
+});
+
 // How the program ends that sends itself `signal` when it has joined, and how many names it leaves.
 function joinAndEndBy(signal, { withHandler }) {
-  const statement = 'await present;';
-  const source = examples.get('join.mjs');
-  assert.ok(source.includes(statement));
+  const program = variant('join.mjs', {
+    'await present;': `process.kill(process.pid, '${signal}'); await new Promise(() => {});`,
+  });
   const handler = /^for \(const name of .*?^}\n/ms;
-  assert.match(source, handler);
-  const end = `process.kill(process.pid, '${signal}'); await new Promise(() => {});`;
-  const program = source.replace(statement, end);
+  assert.match(program, handler);
   const file = path.join(directory, 'ended.mjs');
   writeFileSync(file, withHandler ? program : program.replace(handler, ''));
   const child = spawnSync(process.execPath, [file], { encoding: 'utf8' });
@@ -105,14 +145,134 @@ test('the handler of join.mjs removes the names that a signal would leave', () =
 // The program terminates itself at that moment, in which it would otherwise wait or go on.
 for (const [moment, statement, terminating, lines] of [
   ['joins', 'timeout: 100', 'timeout: (terminate(), 2 ** 31 - 1)', []],
-  ['shows frames', '>= 10) break', '=== 10) terminate()', ['in hand: remote-0 0']],
+  ['shows frames', '>= 10) break', '>= 10) terminate()', ['in hand: remote-0 0']],
 ]) {
   test(`production.mjs ends well when it is terminated while it ${moment}`, () => {
     const source = examples.get('production.mjs');
     assert.ok(source.includes(statement));
-    const terminate = "function terminate() { process.kill(process.pid, 'SIGTERM'); }";
+    const terminate =
+      "function terminate() { terminate = () => {}; process.kill(process.pid, 'SIGTERM'); }";
     const program = `${source.replace(statement, terminating)}${terminate}`;
     writeFileSync(path.join(directory, 'terminated.mjs'), program);
     expectRun('terminated.mjs', ['ended: asked to end', ...lines]);
   });
 }
+
+// The pictures of a recording: their luminance, 640 x 360.
+function luminanceOf(recording) {
+  const file = path.join(directory, 'luminance.raw');
+  ffmpeg('-y', '-i', recording, '-f', 'rawvideo', '-pix_fmt', 'gray', file);
+  const bytes = readFileSync(file);
+  const size = 640 * 360;
+  return Array.from({ length: bytes.length / size }, (_, index) =>
+    bytes.subarray(index * size, (index + 1) * size),
+  );
+}
+
+// The number of the test card in a picture that was scaled up from this height; 'black' without one.
+function cardIn(luminance, height) {
+  if (luminance.every((value) => value < 24)) return 'black';
+  const scale = 360 / height;
+  const width = 640 / scale;
+  const yPlaneBuffer = new Uint8Array(width * height);
+  for (let at = 0; at < yPlaneBuffer.length; at += 1) {
+    const row = Math.floor(at / width) * scale;
+    yPlaneBuffer[at] = luminance[row * 640 + (at % width) * scale];
+  }
+  return readCard({ width, height, yPlaneBuffer, yPlaneBufferStride: width })?.number;
+}
+
+test('recorder.mjs keeps its rate through a mute and a change of size', () => {
+  const small = `{
+    VideoStreamState: {
+      VideoStreamInfos: meeting.streams.map(({ csrc }) => ({
+        ssrc: csrc, participantSsrc: csrc, speakerGroup: 0, priority: 1,
+      })),
+      VideoOccupancyConstraints: [[{ maxquality: 180 }]],
+    },
+  }`;
+  const source = variant('recorder.mjs', {
+    'start ??= frame.receivedAt;': `
+      start ??= frame.receivedAt;
+      console.log('frame', frame.frameId, frame.height ?? 0, frame.receivedAt - start);
+      if (frame.noUpdate) meeting.wrapper.updateVideoStreamsState(${small});`,
+    'const { width, height } = frame;': `
+      const { width, height } = frame;
+      if (height === 180 && ++smallOnes === 10) {
+        picture = copyI420(frame);
+        break;
+      }`,
+    'let written = 0;': 'let smallOnes = 0; let written = 0;',
+    '&leave=0@3': '',
+    // A sanitizer's runtime is for node alone.
+    '{ stdio:': "{ env: { ...process.env, LD_PRELOAD: '' }, stdio:",
+  });
+  writeFileSync(path.join(directory, 'recorded.mjs'), source);
+  const said = expectRun('recorded.mjs', []);
+  const frames = said
+    .filter((line) => line.startsWith('frame '))
+    .map((line) => line.split(' ').slice(1).map(Number))
+    .map(([number, height, time]) => ({ number, height, slot: Math.round((time * 30) / 1000) }));
+  const heights = frames.map(({ height }) => height);
+  for (const height of [360, 0, 180]) assert.ok(heights.includes(height), `${height} rows`);
+  const [, written] = said.join('\n').match(/^pictures: (\d+)$/m);
+  const pictures = luminanceOf(path.join(directory, 'recording.ts'));
+  assert.equal(pictures.length, Number(written));
+  // Each picture is that of the last frame before its time.
+  frames.forEach(({ number, height, slot }, index) => {
+    const next = frames[index + 1]?.slot ?? pictures.length;
+    for (const picture of pictures.slice(slot, next)) {
+      assert.equal(cardIn(picture, height || 360), height === 0 ? 'black' : number);
+    }
+  });
+});
+
+test('server.mjs serves those who keep up and lets go of those who do not', async (t) => {
+  const source = variant('server.mjs', {
+    // Pictures that fill what the system keeps for a connection sooner.
+    'participants=1': 'participants=1&size=1280x720',
+    '.jpeg()': '.png({ compressionLevel: 0 })',
+    'PATIENCE = 5000': 'PATIENCE = 500',
+  });
+  const file = path.join(directory, 'serving.mjs');
+  writeFileSync(file, source);
+  const child = spawn(process.execPath, [file], { stdio: ['ignore', 'pipe', 'pipe'] });
+  t.after(() => child.kill('SIGKILL'));
+  const exit = once(child, 'exit');
+  let complaints = '';
+  child.stderr.setEncoding('utf8').on('data', (text) => (complaints += text));
+  const lines = createInterface({ input: child.stdout });
+  const said = (start) =>
+    new Promise((resolve) => {
+      lines.on('line', (line) => line.startsWith(start) && resolve(line));
+    });
+
+  const letGo = said('a client was too slow');
+  const address = (await said('address: ')).replace('address: ', '');
+  const slow = new WebSocket(address);
+  await once(slow, 'open');
+  slow.pause();
+  const fast = new WebSocket(address);
+  t.after(() => [slow, fast].forEach((client) => client.terminate()));
+  const numbers = [];
+  const newest = (data) =>
+    sharp(data)
+      .extractChannel('green')
+      .raw()
+      .toBuffer({ resolveWithObject: true })
+      .then(({ data: yPlaneBuffer, info: { width, height } }) =>
+        readCard({ width, height, yPlaneBuffer, yPlaneBufferStride: width }),
+      );
+  fast.on('message', (data) => numbers.push(newest(data)));
+  await letGo;
+  const before = numbers.length;
+  while (numbers.length < before + 3) await once(fast, 'message');
+  const cards = await Promise.all(numbers);
+  cards.forEach((card, index) => {
+    assert.equal(card.streamIndex, 0);
+    if (index > 0) assert.ok(card.number > cards[index - 1].number);
+  });
+  child.kill('SIGTERM');
+  assert.deepEqual(await exit, [0, null]);
+  assert.equal(complaints, '');
+});

@@ -51,6 +51,7 @@ for (const [file, include, header] of [
   ['engine/support/loop.h', '"engine/embedded/meeting.h"', 'engine/embedded/meeting.h'],
   ['engine/support/loop.h', '"../embedded/meeting.h"', 'engine/embedded/meeting.h'],
   ['engine/embedded/meeting.h', '"addon/napi/values.h"', 'addon/napi/values.h'],
+  ['engine/webrtc/call.h', '"engine/embedded/meeting.h"', 'engine/embedded/meeting.h'],
   ['addon/napi/values.h', '"addon/events/handler.h"', 'addon/events/handler.h'],
   ['addon/napi/values.h', '<addon/events/handler.h>', 'addon/events/handler.h'],
   ['addon/events/handler.h', '"addon/wrapper/wrapper.h"', 'addon/wrapper/wrapper.h'],

@@ -28,10 +28,10 @@ async function listening(t, server, options) {
   return server.address().port;
 }
 
-async function refusal(t, uri, overrides) {
-  const member = await openMember(t);
+// How `member` is refused: with the reason and the code that the application gets.
+async function refusal(member, uri, overrides) {
+  await member.does('forget');
   const { callId, reason, code } = await member.does('join', uri, overrides);
-  assert.equal(callId, 1);
   const events = await member.does('events');
   assert.deepEqual(
     events.filter(([name]) => name.startsWith('call')),
@@ -40,7 +40,7 @@ async function refusal(t, uri, overrides) {
       ['callDisconnect', { callId, reason, code }],
     ],
   );
-  return { member, reason, code };
+  return { reason, code };
 }
 
 test('what a server refuses has its reason', async (t) => {
@@ -49,6 +49,7 @@ test('what a server refuses has its reason', async (t) => {
   });
   const administrator = await JanusAdministrator.connect(t, server);
   await administrator.ask({ request: 'create', room: 'listed', allowed: ['friend'] });
+  const member = await openMember(t);
 
   for (const [what, uri, code, reason] of [
     ['another room', server.uri('nowhere'), 404, 'there is no such room'],
@@ -61,9 +62,8 @@ test('what a server refuses has its reason', async (t) => {
       'the room does not allow this token',
     ],
   ]) {
-    await t.test(what, async (inner) => {
-      const refused = await refusal(inner, uri);
-      assert.deepEqual([refused.code, refused.reason], [code, reason]);
+    await t.test(what, async () => {
+      assert.deepEqual(await refusal(member, uri), { code, reason });
     });
   }
 
@@ -72,29 +72,32 @@ test('what a server refuses has its reason', async (t) => {
     ['somebody on the list', server.uri('listed', { token: 'friend', ...SOURCES })],
     ['a name of digits', server.uri('1234', SOURCES)],
   ]) {
-    await t.test(`but not ${what}`, async (inner) => {
-      const member = await openMember(inner);
+    await t.test(`but not ${what}`, async () => {
       assert.deepEqual(await member.does('join', uri), { connected: true });
+      await member.does('leave');
     });
   }
 
   await t.test('one too many', async (inner) => {
     const first = await openMember(inner);
     assert.deepEqual(await first.does('join', server.uri('small', SOURCES)), { connected: true });
-    const { code, reason } = await refusal(inner, server.uri('small', SOURCES));
-    assert.deepEqual([code, reason], [480, 'the room is full']);
+    assert.deepEqual(await refusal(member, server.uri('small', SOURCES)), {
+      code: 480,
+      reason: 'the room is full',
+    });
   });
 });
 
 test('pins and tokens are in no log, event or reason', async (t) => {
   const server = await startServer(t, { rooms: { locked: { pin: 'open sesame' } } });
   const secrets = { pin: 'hush-hush', token: 'top-secret' };
+  const member = await openMember(t);
   for (const uri of [
     server.uri('locked', secrets),
     `${server.uri('locked', secrets)}&unknown=1`,
     `${server.uri('locked', secrets)}%zz`,
   ]) {
-    const { member } = await refusal(t, uri);
+    await refusal(member, uri);
     const told = JSON.stringify([
       await member.does('events'),
       await member.does('log'),
@@ -107,7 +110,7 @@ test('pins and tokens are in no log, event or reason', async (t) => {
 
 test('a server that cannot be reached', async (t) => {
   const uri = `janus+ws://${address}:${await freePort(address)}/?room=r`;
-  const { code, reason } = await refusal(t, uri);
+  const { code, reason } = await refusal(await openMember(t), uri);
   assert.equal(code, 503);
   assert.match(reason, /^the server cannot be reached: /);
 });
@@ -121,23 +124,40 @@ test('what is no SFU', async (t) => {
       port: 0,
     },
   );
-  const other = await listening(t, new WebSocketServer({ host: address, port: 0 }));
-  for (const port of [web, other]) {
-    const { code, reason } = await refusal(t, `janus+ws://${address}:${port}/?room=r`);
-    assert.deepEqual([code, reason], [502, 'the server is no SFU that this engine knows']);
+  const options = { host: address, port: 0 };
+  const other = await listening(
+    t,
+    new WebSocketServer({ ...options, handleProtocols: () => false }),
+  );
+  const chattyServer = new WebSocketServer(options);
+  chattyServer.on('connection', (socket) => socket.send('hello'));
+  const chatty = await listening(t, chattyServer);
+  const member = await openMember(t);
+  for (const port of [web, other, chatty]) {
+    assert.deepEqual(await refusal(member, `janus+ws://${address}:${port}/?room=r`), {
+      code: 502,
+      reason: 'the server is no SFU that this engine knows',
+    });
   }
 });
 
 test('a server that does not answer', async (t) => {
   const port = await listening(t, createTcpServer(), { host: address, port: 0 });
-  const { code, reason } = await refusal(t, `janus+ws://${address}:${port}/?room=r`);
-  assert.deepEqual([code, reason], [408, 'the server did not answer in time']);
+  const member = await openMember(t);
+  assert.deepEqual(await refusal(member, `janus+ws://${address}:${port}/?room=r`), {
+    code: 408,
+    reason: 'the server did not answer in time',
+  });
 });
 
 test('no way for media', async (t) => {
   const server = await startServer(t, { rooms: { meeting: {} } });
-  const { code } = await refusal(t, server.uri('meeting', SOURCES), { forceTurn: true });
+  const member = await openMember(t);
+  const { code, reason } = await refusal(member, server.uri('meeting', SOURCES), {
+    forceTurn: true,
+  });
   assert.equal(code, 504);
+  assert.match(reason, /no way for media|gave up the media/);
 });
 
 test('a certificate is verified, and a further authority can be named', async (t) => {
@@ -156,10 +176,11 @@ test('a certificate is verified, and a further authority can be named', async (t
     rooms: { meeting: {} },
     certificate: { cert_pem: certificate, cert_key: key },
   });
-  const { code, reason } = await refusal(t, server.secureUri('meeting', SOURCES));
-  assert.deepEqual([code, reason], [495, "the server's certificate is refused"]);
-
   const member = await openMember(t);
+  assert.deepEqual(await refusal(member, server.secureUri('meeting', SOURCES)), {
+    code: 495,
+    reason: "the server's certificate is refused",
+  });
   const uri = server.secureUri('meeting', { ...SOURCES, authority: certificate });
   assert.deepEqual(await member.does('join', uri), { connected: true });
 });

@@ -11,7 +11,9 @@ const LEFT = { reason: 'the call was left', code: 0 };
 // Members of one room, the first one's card with the detail 1, and so on.
 async function meet(t, count, { capture } = {}) {
   const server = await startServer(t, { rooms: { meeting: {} } });
-  const members = await Promise.all(Array.from({ length: count }, () => openMember(t, capture)));
+  const members = await Promise.all(
+    Array.from({ length: count }, () => openMember(t, { capture })),
+  );
   const answers = await Promise.all(
     members.map((member, index) =>
       member.does(
@@ -41,4 +43,74 @@ test('two processes see each other, picture by picture', async (t) => {
       assert.ok(card.number > pictures[index - 1].card.number, 'pictures come in order');
     }
   }
+});
+
+test('who mutes the video is cleared at the others, and comes back', async (t) => {
+  const { members } = await meet(t, 2);
+  const [first, second] = members;
+  const { csrc } = await second.does('picture', remote(0));
+  await first.does('call', 'muteLocalVideo', true);
+  await first.does('seen', 'mediaMuteState', { mediaType: 'video', muted: true });
+  await Promise.all([first.does('cleared', LOCAL), second.does('cleared', remote(0))]);
+  await second.does('seen', 'streamUpdated', { ...remote(0), csrc });
+
+  await first.does('call', 'muteLocalVideo', false);
+  const [picture] = await second.does('pictures', remote(0), 1);
+  assert.equal(picture.card?.detail, 1);
+});
+
+test('who leaves is gone at the others, and may come again', async (t) => {
+  const { server, members } = await meet(t, 2);
+  const [first, second] = members;
+  await second.does('picture', remote(0));
+  assert.deepEqual(await first.does('leave'), { callId: 1, ...LEFT });
+  await second.does('seen', 'streamRemoved', remote(0));
+
+  await second.does('forget');
+  const again = server.uri('meeting', { camera: 'card:9', microphone: 'tone:440' });
+  assert.deepEqual(await first.does('join', again), { connected: true });
+  await second.does('seen', 'streamAdded', remote(0));
+  const { card } = await second.does('picture', remote(0));
+  assert.equal(card?.detail, 9);
+});
+
+test('four processes see one another', async (t) => {
+  const { members } = await meet(t, 4, { capture: { width: 320, height: 180, maxFPS: 15 } });
+  const seen = await Promise.all(
+    members.map((member) =>
+      Promise.all([0, 1, 2].map((index) => member.does('picture', remote(index)))),
+    ),
+  );
+  for (const [index, pictures] of seen.entries()) {
+    const others = [1, 2, 3, 4].filter((detail) => detail !== index + 1);
+    assert.deepEqual(details(pictures).sort(), others);
+  }
+});
+
+test('a size that is no multiple of eight arrives whole', async (t) => {
+  const { members } = await meet(t, 2, { capture: { width: 322, height: 182, maxFPS: 15 } });
+  const pictures = await members[0].does('pictures', remote(0), 5);
+  assert.deepEqual(details(pictures), Array(5).fill(2));
+  for (const { width, height } of pictures) assert.deepEqual([width, height], [322, 182]);
+});
+
+test('the microphone has a level, unless it is muted', async (t) => {
+  const { members } = await meet(t, 1);
+  const [member] = members;
+  const { level } = await member.does('seen', 'micLevel');
+  // A sine of 0.3 is -13.5 dB.
+  assert.equal(level, 78);
+  await member.does('call', 'muteLocalAudio', true);
+  await member.does('seen', 'mediaMuteState', { mediaType: 'audio', muted: true });
+  const { csrc } = await member.does('picture', LOCAL);
+  assert.ok(csrc > 0);
+});
+
+test('an engine that goes in a call leaves no thread, and no stream at the others', async (t) => {
+  const { members } = await meet(t, 2);
+  const [first, second] = members;
+  await second.does('picture', remote(0));
+  await first.does('call', 'destroy');
+  await second.does('seen', 'streamRemoved', remote(0));
+  await first.does('threadsGone');
 });

@@ -9,9 +9,10 @@ import {
   patternedPicture,
 } from '../../support/scripted/frame_objects.mjs';
 import * as engine from '../../support/scripted/scripted_engine.mjs';
-import { TesselWrapper, TesselWrapperProxy, makeWrapper } from '../../support/scripted/wrapper.mjs';
+import { construct } from '../../support/scripted/wrapper_kit.mjs';
 
-const { wrapper } = makeWrapper();
+const { TesselWrapper, TesselWrapperProxy } = engine.loadAddon();
+const wrapper = construct();
 
 beforeEach(() => engine.reset());
 after(() => wrapper.destroy());
@@ -75,12 +76,12 @@ test('a patched prototype of Uint8Array changes nothing about the planes', () =>
   let made;
   let frame;
   const looks = looksForArrayClass(() => {
-    made = makeWrapper();
-    frame = made.wrapper.getFrame(stream, 0);
+    made = construct();
+    frame = made.getFrame(stream, 0);
   });
   assert.equal(looks, 0);
   assertPicture(frame, patternedPicture(stream, answer));
-  made.wrapper.destroy();
+  made.destroy();
 });
 
 test('getConfigData asks the engine for a value when the one before it has been set', () => {

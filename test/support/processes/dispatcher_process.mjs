@@ -4,7 +4,7 @@
 import { writeSync } from 'node:fs';
 import { setFlagsFromString } from 'node:v8';
 import { runInNewContext } from 'node:vm';
-import { Channel, Dispatcher, closuresAlive } from '../dispatcher_probe.mjs';
+import { Channel, Dispatcher, closuresAlive, failScopes } from '../dispatcher_probe.mjs';
 import { nextTurn } from '../next_turn.mjs';
 
 function say(line) {
@@ -87,6 +87,25 @@ const scenarios = {
     });
     for (let i = 0; i < 3; ++i) dispatcher.asyncObject();
     await nextTurn();
+    dispatcher.close();
+  },
+
+  async scopesFail() {
+    sayUncaught();
+    const dispatcher = new Dispatcher((value) => say(`item ${value}`));
+    for (const kind of ['handle', 'callback']) {
+      dispatcher.async(1);
+      dispatcher.async(2);
+      failScopes(kind, 1);
+      await nextTurn();
+    }
+    const caller = dispatcher.startSync(3);
+    while (!dispatcher.isBlocked(caller));
+    failScopes('callback', 1);
+    await nextTurn();
+    dispatcher.join();
+    say('the caller has returned');
+    say(`${closuresAlive()} closures alive`);
     dispatcher.close();
   },
 

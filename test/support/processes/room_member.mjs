@@ -8,11 +8,12 @@ import { setTimeout as delay } from 'node:timers/promises';
 
 import { connectParams } from '../../../examples/support/connect_params.mjs';
 import { EVENT_NAMES } from '../../../js/event_names.js';
+import { build } from '../build.mjs';
 import { readCard } from '../card_code.mjs';
 import { obey } from '../commanded_process.mjs';
 
 const POLL_INTERVAL_MS = 5;
-const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
+const LASTING_THREADS = /^(node|libuv-worker|V8|gmain|gdbus|pool-spawner|GstSystemClock)/;
 const { TesselWrapper } = createRequire(import.meta.url)(
   path.join(build, 'webrtc', 'tesselWrapper.node'),
 );
@@ -46,6 +47,18 @@ async function nextFrame(stream, frameId) {
     if (!frame.noUpdate) return frame;
     await delay(POLL_INTERVAL_MS);
   }
+}
+
+// A thread may end while its name is looked up.
+function threadNames() {
+  const names = readdirSync('/proc/self/task').map((id) => {
+    try {
+      return readFileSync(`/proc/self/task/${id}/comm`, 'utf8').trim();
+    } catch {
+      return undefined;
+    }
+  });
+  return names.filter((name) => name !== undefined);
 }
 
 const describe = (frame) => ({
@@ -122,11 +135,15 @@ obey({
 
   log: () => readFileSync(logFile, 'utf8'),
 
-  // The names of this process's threads.
-  threads: () =>
-    readdirSync('/proc/self/task').map((id) =>
-      readFileSync(`/proc/self/task/${id}/comm`, 'utf8').trim(),
-    ),
+  // Answers when the process has no threads but node's, and those that GLib and GStreamer have once
+  // for the whole process.
+  async threadsGone() {
+    for (;;) {
+      const others = threadNames().filter((name) => !LASTING_THREADS.test(name));
+      if (others.length === 0) return;
+      await delay(POLL_INTERVAL_MS);
+    }
+  },
 
   end: () => wrapper?.destroy(),
 });

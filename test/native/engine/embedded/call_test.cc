@@ -2,8 +2,8 @@
 
 #include <set>
 
-#include "engine/embedded/identity.h"
-#include "engine/support/stream_keys.h"
+#include "engine/embedded/streams/identity.h"
+#include "engine/support/streams/stream_keys.h"
 #include "test/native/engine/embedded/engine_test.h"
 #include "test/native/engine/support/temporary_directory.h"
 

@@ -1,7 +1,7 @@
 // Sharing content, as the application sees it.
 
-#include "engine/embedded/identity.h"
-#include "engine/support/stream_keys.h"
+#include "engine/embedded/streams/identity.h"
+#include "engine/support/streams/stream_keys.h"
 #include "test/native/engine/embedded/engine_test.h"
 
 namespace embedded {

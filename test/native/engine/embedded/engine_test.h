@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "engine/embedded/embedded_engine.h"
-#include "engine/support/card_code.h"
 #include "engine/support/engine_manager.h"
+#include "engine/support/pictures/card_code.h"
 #include "test/native/engine/support/manual_clock.h"
 #include "test/native/engine/support/notification_recorder.h"
 

@@ -1,4 +1,4 @@
-#include "engine/embedded/layout.h"
+#include "engine/embedded/meeting/layout.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

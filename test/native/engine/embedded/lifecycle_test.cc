@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "engine/support/stream_keys.h"
+#include "engine/support/streams/stream_keys.h"
 #include "test/native/engine/embedded/engine_test.h"
 
 namespace embedded {

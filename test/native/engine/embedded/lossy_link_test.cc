@@ -1,4 +1,4 @@
-#include "engine/embedded/lossy_link.h"
+#include "engine/embedded/streams/lossy_link.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "engine/embedded/meeting_uri.h"
+#include "engine/embedded/meeting/meeting_uri.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -50,7 +50,7 @@ TEST(MeetingUri, OrdersEventsByTime) {
   for (const auto& event : plan.events) events.emplace_back(event.participant, event.at);
   EXPECT_THAT(events, testing::ElementsAre(std::pair(40, 125ms), std::pair(1, 1s),
                                            std::pair(40, 1s), std::pair(2, 9500ms)));
-  EXPECT_EQ(plan.events[0].kind, PlannedEvent::Kind::kCome);
+  EXPECT_EQ(plan.events[0].kind, PlannedEvent::Kind::kJoin);
   EXPECT_EQ(plan.events[1].kind, PlannedEvent::Kind::kLeave);
 }
 
@@ -60,7 +60,7 @@ TEST(MeetingUri, SaysWhoSpeaks) {
   EXPECT_EQ(plan.speech[0].participant, 1);
   EXPECT_EQ(plan.speech[0].from, 2s);
   EXPECT_EQ(plan.speech[0].to, 3500ms);
-  EXPECT_EQ(plan.speech[1].participant, kMyself);
+  EXPECT_EQ(plan.speech[1].participant, kLocalParticipant);
 }
 
 TEST(MeetingUri, PlansBothEndsOfASpan) {
@@ -73,13 +73,13 @@ TEST(MeetingUri, PlansBothEndsOfASpan) {
     events.emplace_back(event.kind, event.participant, event.at, event.device);
   }
   using Event = std::tuple<Kind, int, support::Time, std::string>;
-  EXPECT_THAT(events,
-              testing::ElementsAre(
-                  Event(Kind::kMuteVideo, 1, 1s, ""), Event(Kind::kUnmuteVideo, 1, 2s, ""),
-                  Event(Kind::kMuteAudio, kMyself, 3s, ""), Event(Kind::kPresent, 0, 4s, ""),
-                  Event(Kind::kStopPresenting, 0, 5s, ""), Event(Kind::kCut, 2, 6s, ""),
-                  Event(Kind::kMend, 2, 7s, ""), Event(Kind::kPlug, kMyself, 8s, "camera-2"),
-                  Event(Kind::kUnplug, kMyself, 9s, "speaker-0")));
+  EXPECT_THAT(events, testing::ElementsAre(
+                          Event(Kind::kMuteVideo, 1, 1s, ""), Event(Kind::kUnmuteVideo, 1, 2s, ""),
+                          Event(Kind::kMuteAudio, kLocalParticipant, 3s, ""),
+                          Event(Kind::kPresent, 0, 4s, ""), Event(Kind::kStopPresenting, 0, 5s, ""),
+                          Event(Kind::kCutLink, 2, 6s, ""), Event(Kind::kRestoreLink, 2, 7s, ""),
+                          Event(Kind::kPlug, kLocalParticipant, 8s, "camera-2"),
+                          Event(Kind::kUnplug, kLocalParticipant, 9s, "speaker-0")));
 }
 
 TEST(MeetingUri, NamesTheLossOfAllLinksOrOfOne) {
@@ -88,6 +88,14 @@ TEST(MeetingUri, NamesTheLossOfAllLinksOrOfOne) {
   EXPECT_EQ(plan.lossOf(1), 0);
   EXPECT_EQ(plan.lossOf(2), 1);
   EXPECT_EQ(parseMeetingUri("tessel:demo").lossOf(0), 0);
+}
+
+TEST(MeetingUri, NamesParticipants) {
+  const std::string longest(64, 'x');
+  const MeetingPlan plan = parseMeetingUri("tessel:demo?name=0:Ada%20B.,2:a:b&name=1:" + longest);
+  EXPECT_THAT(plan.names, testing::ElementsAre(std::pair(0, "Ada B."), std::pair(1, longest),
+                                               std::pair(2, "a:b")));
+  EXPECT_THROW(parseMeetingUri("tessel:demo?name=0:x" + longest), JoinRefused);
 }
 
 TEST(MeetingUri, NamesMonitors) {
@@ -183,6 +191,11 @@ INSTANTIATE_TEST_SUITE_P(
                     BadUri{"tessel:a?loss=", "bad value: loss="},
                     BadUri{"tessel:a?loss=1:0.1:2", "bad value: loss=1:0.1:2"},
                     BadUri{"tessel:a?loss=3:0.1", "there is no participant 3"},
+                    BadUri{"tessel:a?name=Ada", "bad value: name=Ada"},
+                    BadUri{"tessel:a?name=0:", "bad value: name=0:"},
+                    BadUri{"tessel:a?name=me:Ada", "bad value: name=me:Ada"},
+                    BadUri{"tessel:a?name=0:A,0:B", "bad value: name=0:A,0:B"},
+                    BadUri{"tessel:a?name=3:Ada", "there is no participant 3"},
                     BadUri{"tessel:a?plug=camera-3@1", "bad value: plug=camera-3@1"},
                     BadUri{"tessel:a?unplug=camera-1", "bad value: unplug=camera-1"},
                     BadUri{"tessel:a?attributes=a,,b", "bad value: attributes=a,,b"},

@@ -1,9 +1,9 @@
-#include "engine/embedded/sender.h"
+#include "engine/embedded/streams/sender.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "engine/support/stream_keys.h"
+#include "engine/support/streams/stream_keys.h"
 #include "test/native/engine/support/manual_clock.h"
 
 namespace embedded {

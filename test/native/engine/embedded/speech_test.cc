@@ -1,11 +1,11 @@
-#include "engine/embedded/speech.h"
+#include "engine/embedded/meeting/speech.h"
 
 #include <gtest/gtest.h>
 
 #include <set>
 
-#include "engine/embedded/identity.h"
-#include "engine/support/stream_keys.h"
+#include "engine/embedded/streams/identity.h"
+#include "engine/support/streams/stream_keys.h"
 
 namespace embedded {
 namespace {
@@ -13,12 +13,12 @@ namespace {
 using namespace std::chrono_literals;
 
 TEST(Speech, FollowsThePlan) {
-  const Speech speech(1, 3, {{2, 1s, 3s}, {kMyself, 2s, 4s}});
+  const Speech speech(1, 3, {{2, 1s, 3s}, {kLocalParticipant, 2s, 4s}});
   EXPECT_EQ(speech.level(2, 999ms), 0U);
   EXPECT_GE(speech.level(2, 1s), 40U);
   EXPECT_GE(speech.level(2, 2999ms), 40U);
   EXPECT_EQ(speech.level(2, 3s), 0U);
-  EXPECT_GE(speech.level(kMyself, 3500ms), 40U);
+  EXPECT_GE(speech.level(kLocalParticipant, 3500ms), 40U);
   EXPECT_EQ(speech.level(0, 2s), 0U);
 }
 
@@ -27,7 +27,7 @@ TEST(Speech, LetsPeopleTakeTurnsWithoutAPlan) {
   std::set<int> speakers;
   for (support::Time time = 0s; time < 300s; time += 100ms) {
     int count = 0;
-    for (const int number : {kMyself, 0, 1, 2}) {
+    for (const int number : {kLocalParticipant, 0, 1, 2}) {
       const auto level = speech.level(number, time);
       EXPECT_LE(level, 100U);
       if (level == 0) continue;

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "engine/embedded/identity.h"
-#include "engine/embedded/speech.h"
-#include "engine/support/stream_keys.h"
+#include "engine/embedded/meeting/speech.h"
+#include "engine/embedded/streams/identity.h"
+#include "engine/support/streams/stream_keys.h"
 #include "test/native/engine/embedded/engine_test.h"
 
 namespace embedded {
@@ -160,8 +160,8 @@ TEST_F(StatisticsTest, TellHowLoudItIs) {
   connect("tessel:demo?participants=2&speak=0@0-100,me@0-100&audiomute=0@20");
   collect(1000);
   pass(1s);
-  const Speech speech(1, 2, {{0, 0s, 100s}, {kMyself, 0s, 100s}});
-  const double mine = speech.level(kMyself, 1s);
+  const Speech speech(1, 2, {{0, 0s, 100s}, {kLocalParticipant, 0s, 100s}});
+  const double mine = speech.level(kLocalParticipant, 1s);
   const double theirs = speech.level(0, 1s);
   EXPECT_EQ(levels(), std::pair(mine, theirs));
   manager_->SetRemoteAudioMute(true);

@@ -1,4 +1,4 @@
-#include "engine/embedded/traffic_meter.h"
+#include "engine/embedded/streams/traffic_meter.h"
 
 #include <gtest/gtest.h>
 

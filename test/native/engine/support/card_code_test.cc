@@ -1,4 +1,4 @@
-#include "engine/support/card_code.h"
+#include "engine/support/pictures/card_code.h"
 
 #include <gtest/gtest.h>
 

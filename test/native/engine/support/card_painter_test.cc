@@ -1,11 +1,11 @@
-#include "engine/support/card_painter.h"
+#include "engine/support/pictures/card_painter.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <set>
 
-#include "engine/support/stream_keys.h"
+#include "engine/support/streams/stream_keys.h"
 
 namespace support {
 namespace {

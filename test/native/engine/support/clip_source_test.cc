@@ -1,4 +1,4 @@
-#include "engine/support/clip_source.h"
+#include "engine/support/pictures/clip_source.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "engine/support/frame_delivery.h"
+#include "engine/support/streams/frame_delivery.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "engine/support/frame_pool.h"
-#include "engine/support/stream_keys.h"
+#include "engine/support/streams/frame_pool.h"
+#include "engine/support/streams/stream_keys.h"
 
 namespace support {
 namespace {

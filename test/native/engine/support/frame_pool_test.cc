@@ -1,4 +1,4 @@
-#include "engine/support/frame_pool.h"
+#include "engine/support/streams/frame_pool.h"
 
 #include <gtest/gtest.h>
 

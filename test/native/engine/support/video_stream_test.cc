@@ -1,9 +1,9 @@
-#include "engine/support/video_stream.h"
+#include "engine/support/streams/video_stream.h"
 
 #include <gtest/gtest.h>
 
-#include "engine/support/stream_keys.h"
-#include "engine/support/stream_table.h"
+#include "engine/support/streams/stream_keys.h"
+#include "engine/support/streams/stream_table.h"
 
 namespace support {
 namespace {

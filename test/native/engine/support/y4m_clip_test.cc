@@ -1,4 +1,4 @@
-#include "engine/support/y4m_clip.h"
+#include "engine/support/pictures/y4m_clip.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

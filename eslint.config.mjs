@@ -27,6 +27,7 @@ export default [
       'examples/meeting/page/*.mjs',
       'examples/sfu/guest/*.mjs',
       'test/js/browser/*.mjs',
+      'test/js/webrtc/browser.test.mjs',
       'test/support/meeting_app/meeting_page.mjs',
     ],
     languageOptions: { globals: globals.browser },

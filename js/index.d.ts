@@ -1,4 +1,4 @@
-/// <reference types="node" />
+/// <reference lib="esnext.disposable" />
 
 // The declarations of the package's face. Integers are read as signed 32-bit ones, fractions cut
 // off, unless something else is said.

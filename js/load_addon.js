@@ -5,11 +5,13 @@
 const fs = require('node:fs');
 const path = require('node:path');
 
+const { engineDirectory, engineName } = require('./engine_choice.js');
+
 // The environment variable that names another build of the addon.
 const OVERRIDE = 'TESSEL_WRAPPER_ADDON';
 // The package's folder. A bundler puts this file elsewhere, or into an ES module, which has none.
 const HOME = typeof __dirname === 'string' ? path.join(__dirname, '..') : '/';
-const BUILT_HERE = path.join(HOME, 'build', 'release', 'tesselWrapper.node');
+const BUILD = path.join(HOME, 'build', 'release');
 
 // What to do about a failure to load, by what the system says about it.
 const REMEDIES = [
@@ -27,10 +29,11 @@ const REMEDIES = [
   ],
 ];
 
-// The absolute path of the addon to load: what the environment names, else the release build.
+// The absolute path of the addon to load: what the environment names, else the release build with
+// the engine that was chosen.
 function addonPath() {
   const named = process.env[OVERRIDE];
-  return named ? path.resolve(named) : BUILT_HERE;
+  return named ? path.resolve(named) : path.join(BUILD, engineDirectory(), 'tesselWrapper.node');
 }
 
 // What is wrong with `file` itself, before it is loaded.
@@ -49,6 +52,9 @@ function explanation(message) {
 function action() {
   if (process.env[OVERRIDE]) {
     return `${OVERRIDE} names this file: correct it, or unset it to use the package's own build.`;
+  }
+  if (engineName() === 'webrtc') {
+    return `Build it with "npm run build:webrtc" in the package's folder, or name another build in ${OVERRIDE}.`;
   }
   return fs.existsSync(path.join(HOME, 'bin', 'tessel-wrapper.js'))
     ? `Build it with "npx tessel-wrapper build", or name another build in ${OVERRIDE}. "npx tessel-wrapper doctor" looks at the rest.`

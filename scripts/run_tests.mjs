@@ -120,12 +120,16 @@ function testFiles() {
     existsSync(directory)
       ? readdirSync(directory, { recursive: true }).map((name) => path.join(directory, name))
       : [];
-  return below('test/js')
-    .filter((file) => file.endsWith('.test.mjs'))
-    .concat(below('test').filter((file) => file.endsWith(`/${preset}.test.mjs`)))
-    .filter((file) => withBrowser || !file.startsWith('test/js/browser/'))
-    .filter((file) => file.includes(only) && !without.some((text) => file.includes(text)))
-    .sort();
+  return (
+    below('test/js')
+      .filter((file) => file.endsWith('.test.mjs'))
+      .concat(below('test').filter((file) => file.endsWith(`/${preset}.test.mjs`)))
+      .filter((file) => withBrowser || !file.startsWith('test/js/browser/'))
+      // The engine for real meetings is built with it alone.
+      .filter((file) => preset === 'release' || !file.startsWith('test/js/webrtc/'))
+      .filter((file) => file.includes(only) && !without.some((text) => file.includes(text)))
+      .sort()
+  );
 }
 
 // Resolves when the process has ended and its output, kept in a file so that nothing is lost when

@@ -6,9 +6,9 @@
 # packages, configures and builds. It does only what is not done yet. What is asked of the machine
 # depends on the purpose ("test" unless another is named): `npm start` needs neither a test framework
 # nor a browser, "webrtc" adds the engine for real meetings and the server that they are tested with,
-# and "fuzz" builds the fuzzers alone. For "install", where this is an installed
-# package, npm has fetched what is needed, and another compiler's warnings are no errors. For "lint"
-# it stops before the build, which is the check itself.
+# and "fuzz" builds the fuzzers alone. For "install", where this is an installed package, npm has
+# fetched what is needed, another compiler's warnings are no errors, and nothing is kept of the build
+# but the addon and its engine. For "lint" it stops before the build, which is the check itself.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -44,6 +44,8 @@ for_each() {
   for pair in "${wanted[@]}"; do
     read -r preset purpose <<<"$pair"
     build=build/$preset
+    # An installed package keeps nothing that is built on the way.
+    if [[ $purpose == install ]]; then build=build/install; fi
     log=build/setup-$preset.log
     "$@"
   done
@@ -90,7 +92,6 @@ need_webrtc() {
   need libgstreamer-plugins-base1.0-dev has_module gstreamer-app-1.0
   need libgstreamer-plugins-bad1.0-dev has_module gstreamer-webrtc-1.0
   need libsoup-3.0-dev has_module libsoup-3.0
-  need nlohmann-json3-dev has_header nlohmann/json.hpp
   need gstreamer1.0-plugins-base has_plugin app
   need gstreamer1.0-plugins-good has_plugin vpx
   need gstreamer1.0-plugins-bad has_plugin webrtc
@@ -105,6 +106,7 @@ missing_packages() {
   need cmake has_version cmake 3.25
   need ninja-build has_command ninja
   need g++ has_version g++ 12
+  need nlohmann-json3-dev has_header nlohmann/json.hpp
   case $preset in
     clang | fuzz | tidy) need clang has_command clang++ ;;
   esac
@@ -126,7 +128,15 @@ missing_packages() {
       ;;
   esac
   case $purpose in
-    test) need ffmpeg has_command ffmpeg ;;
+    test)
+      need ffmpeg has_command ffmpeg
+      if [[ $preset == release ]]; then
+        need coturn has_command turnserver
+        need openssl has_command openssl
+        need pulseaudio has_command pulseaudio
+        need pulseaudio-utils has_command parec
+      fi
+      ;;
     valgrind) need valgrind has_command valgrind ;;
   esac
   case $preset in
@@ -217,7 +227,7 @@ configure() {
     install) options+=(-DTESSEL_WARNINGS_AS_ERRORS=OFF) ;;
     webrtc) options+=(-DTESSEL_BUILD_WEBRTC=ON) ;;
   esac
-  logged cmake --preset "$preset" "${options[@]}"
+  logged cmake --preset "$preset" -B "$build" "${options[@]}"
 }
 
 build() {
@@ -226,7 +236,14 @@ build() {
     start | install | webrtc) targets=(--target tesselWrapper) ;;
     fuzz) targets=(--target fuzzers) ;;
   esac
-  logged cmake --build --preset "$preset" "${targets[@]}"
+  logged cmake --build "$build" "${targets[@]}"
+}
+
+# Leaves of a build for an installed package what an application needs.
+keep_products() {
+  mkdir -p "build/$preset"
+  mv "$build"/{tesselWrapper.node,libtesselclient.so} "build/$preset"
+  rm -r "$build"
 }
 
 set_up() {
@@ -241,6 +258,7 @@ set_up() {
   fi
   configure
   build
+  if [[ $purpose == install ]]; then keep_products; fi
 }
 
 read -r preset purpose <<<"${wanted[0]}"

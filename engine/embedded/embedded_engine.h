@@ -1,4 +1,4 @@
-// The meeting in a box.
+// The engine that simulates meetings.
 
 #ifndef ENGINE_EMBEDDED_EMBEDDED_ENGINE_H_
 #define ENGINE_EMBEDDED_EMBEDDED_ENGINE_H_

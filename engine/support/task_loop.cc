@@ -53,7 +53,7 @@ std::optional<Time> TaskLoop::nextDue() const {
 
 void TaskLoop::settle() {
   base::MutexLock lock(mutex_);
-  // The thread may be waiting for a time that has come since.
+  // The thread may be waiting for a time that has passed since.
   changed_.NotifyAll();
   while (!stopped_ && (running_ || somethingIsDue())) changed_.Wait(mutex_);
 }

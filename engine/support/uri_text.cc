@@ -6,7 +6,7 @@
 namespace support {
 namespace {
 
-// Foreign text for a reason: kept short.
+// Text of the uri for an error text: kept short.
 std::string quoted(std::string_view text) { return std::string(text.substr(0, 80)); }
 
 int hexadecimalDigit(char digit) {

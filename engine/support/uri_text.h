@@ -15,7 +15,7 @@
 
 namespace support {
 
-// Thrown by the readers of values; the parameter's name is added on the way out.
+// Thrown by the readers of values; the reader of the query adds the parameter's name.
 struct BadValue {};
 
 // What is wrong with a uri.

@@ -1,7 +1,10 @@
 #include "engine/webrtc/call.h"
 
+#include <algorithm>
 #include <set>
 #include <utility>
+
+#include "engine/support/streams/stream_keys.h"
 
 namespace webrtc {
 namespace {
@@ -80,7 +83,7 @@ IceOptions iceOptions(const tsl::ConnectParams& params) {
 
 Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
            LocalVideo& localVideo, AudioDevices audioDevices, int id, CallTarget target,
-           const tsl::ConnectParams& params)
+           const tsl::ConnectParams& params, PeopleChanged peopleChanged)
     : context_(context),
       pool_(std::move(pool)),
       localVideo_(localVideo),
@@ -89,6 +92,7 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
       params_(params),
       ice_(iceOptions(params)),
       audioDevices_(std::move(audioDevices)),
+      peopleChanged_(std::move(peopleChanged)),
       ownState_{.guid = params.meetingGuid,
                 .isAudioMuted = params.mediaStreamState.outgoingAudioMuted,
                 .isVideoMuted = params.mediaStreamState.outgoingVideoMuted},
@@ -217,6 +221,21 @@ void Call::joined() {
     if (isEnabled) context_.notifier.notify(&INotifyCallback::NotifyGracefulEvent, event, true);
   }
   for (const auto& [key, participant] : participants_) participant->announce();
+  peopleChanged_();
+}
+
+std::vector<support::Person> Call::people() const {
+  if (!isJoined()) return {};
+  std::vector<support::Person> people = {{.stream = support::kLocalStream,
+                                          .csrc = localVideo_.csrc(),
+                                          .guid = params_.meetingGuid,
+                                          .name = params_.endpointName,
+                                          .audioMuted = ownState_.isAudioMuted,
+                                          .videoMuted = ownState_.isVideoMuted}};
+  for (const auto& [key, participant] : participants_) people.push_back(participant->person());
+  std::sort(people.begin(), people.end(),
+            [](const auto& a, const auto& b) { return a.stream < b.stream; });
+  return people;
 }
 
 void Call::received(const Json& data) {
@@ -251,9 +270,13 @@ void Call::addFeeds(const Json& data) {
       context_.log->write("a participant more than can be received");
     }
   }
+  peopleChanged_();
 }
 
-void Call::removeFeed(const Json& id) { participants_.erase(id.dump()); }
+void Call::removeFeed(const Json& id) {
+  participants_.erase(id.dump());
+  peopleChanged_();
+}
 
 std::optional<int> Call::freeIndex() const {
   std::set<int> used;
@@ -274,11 +297,13 @@ void Call::setRemoteAudioMuted(bool isMuted) {
 void Call::setAudioMuted(bool isMuted) {
   ownState_.isAudioMuted = isMuted;
   if (publisher_) publisher_->setState(ownState_);
+  peopleChanged_();
 }
 
 void Call::setVideoMuted(bool isMuted) {
   ownState_.isVideoMuted = isMuted;
   if (publisher_) publisher_->setState(ownState_);
+  peopleChanged_();
 }
 
 void Call::timeOut() {
@@ -301,6 +326,7 @@ void Call::end(int code, const std::string& reason) {
   if (isOver()) return;
   state_ = State::kOver;
   release();
+  peopleChanged_();
   context_.log->write("call " + std::to_string(id_) + " ended: " + reason);
   context_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, false);
   context_.notifier.notify(&INotifyCallback::NotifyCallDisconnect, id_, reason, code);

@@ -3,12 +3,15 @@
 #ifndef ENGINE_WEBRTC_CALL_H_
 #define ENGINE_WEBRTC_CALL_H_
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "engine/support/engine.h"
+#include "engine/support/roster.h"
 #include "engine/support/task_loop.h"
 #include "engine/webrtc/audio_devices.h"
 #include "engine/webrtc/call_end.h"
@@ -27,9 +30,12 @@ namespace webrtc {
 // engine; belongs to its thread.
 class Call {
  public:
+  // Called when people() may have changed.
+  using PeopleChanged = std::function<void()>;
+
   Call(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
        LocalVideo& localVideo, AudioDevices audioDevices, int id, CallTarget target,
-       const tsl::ConnectParams& params);
+       const tsl::ConnectParams& params, PeopleChanged peopleChanged);
   // Ends the call without a word to the application.
   ~Call();
   Call(const Call&) = delete;
@@ -41,6 +47,8 @@ class Call {
   void leave();
   bool isJoined() const { return state_ == State::kJoined; }
   bool isOver() const { return state_ == State::kOver; }
+  // Who is there, the local participant first; nobody unless the call is joined.
+  std::vector<support::Person> people() const;
 
   void setRemoteAudioMuted(bool isMuted);
   // What the others are to know.
@@ -75,6 +83,7 @@ class Call {
   const tsl::ConnectParams params_;
   const IceOptions ice_;
   const AudioDevices audioDevices_;
+  const PeopleChanged peopleChanged_;
 
   State state_ = State::kConnecting;
   OwnState ownState_;

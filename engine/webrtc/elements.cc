@@ -21,6 +21,9 @@ constexpr const char* kBase = "gstreamer1.0-plugins-base";
 constexpr const char* kGood = "gstreamer1.0-plugins-good";
 constexpr const char* kBad = "gstreamer1.0-plugins-bad";
 
+// Threads of pipelines that have gone are kept for the next ones, but not for the usual 15 seconds.
+constexpr guint kLongestIdleMs = 500;
+
 constexpr std::array kNeededElements = {
     NeededElement{"appsrc", kBase},        NeededElement{"appsink", kBase},
     NeededElement{"audioconvert", kBase},  NeededElement{"audiomixer", kBase},
@@ -40,6 +43,7 @@ void initialise() {
   // The first time; later calls do nothing.
   const bool isReady = gst_init_check(nullptr, nullptr, &raised);
   const ErrorPtr error(raised);
+  g_thread_pool_set_max_idle_time(kLongestIdleMs);
   if (!isReady) throw CallFailure(kEngineFailed, "GStreamer does not start: " + textOf(error));
 }
 

@@ -95,6 +95,15 @@ void Participant::announce() {
   if (stream_) notifyAdded();
 }
 
+support::Person Participant::person() const {
+  return {.stream = support::remoteStream(index_),
+          .csrc = stream_ ? stream_->csrc() : 0,
+          .guid = feed_.guid,
+          .name = feed_.name,
+          .audioMuted = feed_.isAudioMuted,
+          .videoMuted = feed_.isVideoMuted};
+}
+
 void Participant::notifyAdded() {
   context_.streams.add(stream_);
   context_.notifier.notify(&INotifyCallback::NotifyStreamAdded, stream_->key(), stream_->csrc());

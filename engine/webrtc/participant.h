@@ -9,6 +9,7 @@
 #include <string>
 
 #include "engine/support/engine.h"
+#include "engine/support/roster.h"
 #include "engine/support/streams/video_stream.h"
 #include "engine/webrtc/feed.h"
 #include "engine/webrtc/janus_session.h"
@@ -33,6 +34,7 @@ class Participant {
   Participant& operator=(const Participant&) = delete;
 
   int index() const { return index_; }
+  support::Person person() const;
   // From now on the application is told of the stream.
   void announce();
   // What the participant tells of itself has changed.

@@ -12,14 +12,14 @@ WebrtcEngine::WebrtcEngine(support::EngineContext& context,
     : context_(context),
       pool_(std::move(pool)),
       localVideo_(context, pool_),
-      subscriptions_(context.loop, context.notifier, context.log) {
+      roster_(context.loop, context.notifier, [this] { return people(); }) {
   // After the notification that initialisation is complete, which the application waits for.
   context_.loop.post([this] { context_.loop.post([this] { warmUp(); }); });
 }
 
 WebrtcEngine::~WebrtcEngine() {
   call_.reset();
-  // Of the threads that GLib keeps for a while, in case that somebody needs one again.
+  // GLib keeps threads for a while, in case that somebody needs one again.
   g_thread_pool_stop_unused_threads();
 }
 
@@ -44,8 +44,8 @@ void WebrtcEngine::connect(const tsl::ConnectParams& params) {
     context_.log->write("call " + std::to_string(callId) + " to " + target.url + ", room " +
                         target.room);
     requireElements();
-    call_ =
-        std::make_unique<Call>(context_, pool_, localVideo_, audioDevices_, callId, target, params);
+    call_ = std::make_unique<Call>(context_, pool_, localVideo_, audioDevices_, callId, target,
+                                   params, [this] { roster_.update(); });
   } catch (const CallFailure& failure) {
     refuse(callId, failure);
     return;
@@ -63,6 +63,10 @@ void WebrtcEngine::refuse(int callId, const CallFailure& failure) {
   context_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, false);
   context_.notifier.notify(&INotifyCallback::NotifyCallDisconnect, callId, failure.what(),
                            failure.code());
+}
+
+std::vector<support::Person> WebrtcEngine::people() const {
+  return call_ ? call_->people() : std::vector<support::Person>();
 }
 
 void WebrtcEngine::disconnect() {
@@ -129,10 +133,16 @@ void WebrtcEngine::setMaxQualityIndex(std::int32_t) {}
 
 void WebrtcEngine::registerEvent(const std::string& name, std::uint32_t expires,
                                  const std::string& mimeType, const std::string& mimeSubType) {
-  subscriptions_.add(name, expires, mimeType, mimeSubType);
+  if (support::Roster::isRequested(name, mimeType, mimeSubType)) {
+    roster_.subscribe(expires);
+  } else {
+    context_.log->write("there is no event " + name);
+  }
 }
 
-void WebrtcEngine::unregisterEvent(const std::string& name) { subscriptions_.remove(name); }
+void WebrtcEngine::unregisterEvent(const std::string& name) {
+  if (name == support::Roster::kEventName) roster_.unsubscribe();
+}
 
 void WebrtcEngine::collectStatistics(support::Time, tsl::MeetingStats&) {}
 

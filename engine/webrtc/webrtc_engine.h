@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "engine/support/engine.h"
-#include "engine/support/event_subscriptions.h"
+#include "engine/support/roster.h"
 #include "engine/support/streams/frame_pool.h"
 #include "engine/webrtc/call.h"
 #include "engine/webrtc/local_video.h"
@@ -57,6 +57,7 @@ class WebrtcEngine final : public support::Engine {
   // What cannot be made ready is logged; a call then says what is missing.
   void warmUp();
   void setMuted(bool isAudioMuted, bool isVideoMuted);
+  std::vector<support::Person> people() const;
   void refuse(int callId, const CallFailure& failure);
 
   support::EngineContext& context_;
@@ -66,8 +67,8 @@ class WebrtcEngine final : public support::Engine {
   bool isAudioMuted_ = false;
   bool isRemoteAudioMuted_ = false;
   int lastCallId_ = 0;
-  support::EventSubscriptions subscriptions_;
   std::unique_ptr<Call> call_;  // the present call or the last one
+  support::Roster roster_;
 };
 
 }  // namespace webrtc

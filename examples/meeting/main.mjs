@@ -1,4 +1,4 @@
-// A meeting on the embedded engine, shown by a page on this machine's loopback interface.
+// A meeting, on the embedded engine unless a uri says otherwise, shown by a page on this machine's loopback interface.
 
 import path from 'node:path';
 
@@ -18,6 +18,7 @@ const HELP = `A meeting on the embedded engine, shown by a page on the loopback 
   npm start -- --participants 12        how many others are there (default: 5)
   npm start -- --video FILE.y4m         a clip as their video
   npm start -- --uri tessel:...         any meeting of the embedded engine, instead of both
+  npm start -- --uri janus+ws://...     a real meeting; npm run sfu opens a room and prints its uri
   npm start -- --port 8080              a port of one's own choice
   npm start -- --output DIRECTORY       where the engine's log goes (default: out/)
 
@@ -51,7 +52,15 @@ function uriOf({ uri, participants = '5', video }) {
   return uri ?? `tessel:demo?participants=${encodeURIComponent(participants)}${clip}`;
 }
 
+// Each engine takes uris of its own. The choice comes before the package is imported, and holds for
+// the widget's process, too.
+function chooseEngine(uri) {
+  if (uri.startsWith('janus+')) process.env.TESSEL_WRAPPER_ENGINE = 'webrtc';
+}
+
 async function openMeeting(options) {
+  const uri = uriOf(options);
+  chooseEngine(uri);
   const { PageServer } = await import('./page_server.mjs');
   const { PageSession } = await import('./page_session.mjs');
   const { Room } = await import('./room.mjs');
@@ -59,7 +68,7 @@ async function openMeeting(options) {
   const { pageFiles } = await import('./page_files.mjs');
 
   makeOutputDirectory(options, USAGE);
-  const room = await Room.open({ uri: uriOf(options), logPath: options.output });
+  const room = await Room.open({ uri, logPath: options.output });
   const widget = new WidgetHost(room);
   for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) process.once(signal, close);
   let session;

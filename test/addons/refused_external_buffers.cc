@@ -1,9 +1,11 @@
-// Stands in for Node-API's function of the same name, as a host with a memory cage answers it.
+// Stands in for Node-API's function of the same name, as a host with a memory cage answers it; a
+// plane of 91 bytes, 13 by 7 pixels, fails altogether.
 
 #include <node_api.h>
 
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the name that the linker's --wrap looks for
-extern "C" napi_status __wrap_napi_create_external_arraybuffer(napi_env, void*, size_t,
+extern "C" napi_status __wrap_napi_create_external_arraybuffer(napi_env, void*, size_t size,
                                                                napi_finalize, void*, napi_value*) {
-  return napi_no_external_buffers_allowed;
+  constexpr size_t kFailingSize = 91;
+  return size == kFailingSize ? napi_generic_failure : napi_no_external_buffers_allowed;
 }

@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <fstream>
 #include <latch>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -69,6 +71,15 @@ constexpr std::array kOperationsWithResult = std::to_array<std::string_view>({
     "GetFrame",
 });
 
+bool isAsleep(pid_t thread) {
+  std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/stat");
+  std::string id;
+  std::string name;
+  std::string state;
+  status >> id >> name >> state;
+  return state == "S";
+}
+
 bool contains(const auto& names, std::string_view name) {
   return std::ranges::find(names, name) != names.end();
 }
@@ -129,6 +140,7 @@ void ScriptedEngine::reset() {
     callbacks.swap(callbacks_);
     recording_ = true;
     calls_.clear();
+    observer_.reset();
     failures_.clear();
     initialisation_ = {};
     results_ = {};
@@ -160,6 +172,20 @@ void ScriptedEngine::recordCalls(bool enabled) {
   recording_ = enabled;
 }
 
+void ScriptedEngine::observeCalls(Observer observer) {
+  base::MutexLock lock(mutex_);
+  observer_ = observer ? std::make_shared<const Observer>(std::move(observer)) : nullptr;
+  observedThread_ = ::gettid();
+}
+
+std::int64_t ScriptedEngine::callbackOwners(std::int64_t engine) {
+  base::MutexLock lock(mutex_);
+  const auto found = callbacks_.find(engine);
+  return found == callbacks_.end() ? 0 : found->second.use_count();
+}
+
+std::int64_t ScriptedEngine::receiverOwners(StreamKey key) { return stream(key)->receiverOwners(); }
+
 std::vector<std::string> ScriptedEngine::failingOperations() {
   return {kOperations.begin(), kOperations.end()};
 }
@@ -184,7 +210,8 @@ void ScriptedEngine::failOperation(std::string operation, std::optional<Failure>
 }
 
 void ScriptedEngine::setInitialisation(Initialisation initialisation) {
-  constexpr std::array kModes = std::to_array<std::string_view>({"inside", "before-wait", "later"});
+  constexpr std::array kModes =
+      std::to_array<std::string_view>({"inside", "before-wait", "later", "when-waiting"});
   if (!contains(kModes, initialisation.mode)) {
     throw std::invalid_argument("there is no initialisation " + initialisation.mode);
   }
@@ -205,6 +232,13 @@ Results ScriptedEngine::results() {
 }
 
 bool ScriptedEngine::received(const char* operation, Record args, std::int64_t engine) {
+  std::shared_ptr<const Observer> observer;
+  {
+    base::MutexLock lock(mutex_);
+    if (observedThread_ == ::gettid()) observer = observer_;
+  }
+  if (observer) (*observer)(operation);
+
   Failure failure;
   {
     base::MutexLock lock(mutex_);
@@ -271,11 +305,17 @@ void ScriptedEngine::initialise(std::int64_t engine) {
   } else {
     auto returning = std::make_shared<std::latch>(1);
     const std::chrono::milliseconds delay(initialisation.delayMs);
+    const bool waitsForSleep = initialisation.mode == "when-waiting";
+    const pid_t caller = ::gettid();
     Job job;
     job.done = std::make_shared<std::atomic<std::int64_t>>(0);
     job.threads.emplace_back([=, this] {
       returning->wait();
-      if (!waitUnlessReset(delay, resets)) return;
+      if (waitsForSleep) {
+        while (!isAsleep(caller)) std::this_thread::yield();
+      } else if (!waitUnlessReset(delay, resets)) {
+        return;
+      }
       notify();
       callback->NotifyInitCompleted();
     });

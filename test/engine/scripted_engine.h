@@ -4,6 +4,8 @@
 #ifndef TEST_ENGINE_SCRIPTED_ENGINE_H_
 #define TEST_ENGINE_SCRIPTED_ENGINE_H_
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -46,7 +48,8 @@ struct Notification {
 // What Initialize does about NotifyInitCompleted.
 struct Initialisation {
   // "inside": called by Initialize itself; "before-wait": from another thread that has ended when
-  // Initialize returns; "later": from another thread, after Initialize has returned.
+  // Initialize returns; "later": from another thread, after Initialize has returned;
+  // "when-waiting": from another thread, when the one that called Initialize is asleep.
   std::string mode = "inside";
   std::uint32_t delayMs = 20;  // in "later": the time that the engine takes to start
   // Sent from an engine thread, just before completion.
@@ -98,6 +101,16 @@ class TESSELCLIENT_API ScriptedEngine {
   std::vector<Call> takeCalls() EXCLUDES(mutex_);
   // Calls are recorded unless told otherwise; a benchmark has no use for millions of them.
   void recordCalls(bool enabled) EXCLUDES(mutex_);
+
+  // Is called with the operation's name at each call that the thread that set it makes, before the
+  // call has an effect. None after an empty one, or a reset.
+  using Observer = std::function<void(const std::string& operation)>;
+  void observeCalls(Observer observer) EXCLUDES(mutex_);
+
+  // How many owners the callback of a facade has, and the receiver of a stream: 1 is the engine
+  // alone, 0 stands for none.
+  std::int64_t callbackOwners(std::int64_t engine) EXCLUDES(mutex_);
+  std::int64_t receiverOwners(StreamKey key) EXCLUDES(mutex_);
 
   // ---- Behaviour
 
@@ -184,6 +197,8 @@ class TESSELCLIENT_API ScriptedEngine {
   std::int64_t resets_ GUARDED_BY(mutex_) = 0;
   bool recording_ GUARDED_BY(mutex_) = true;
   std::vector<Call> calls_ GUARDED_BY(mutex_);
+  std::shared_ptr<const Observer> observer_ GUARDED_BY(mutex_);  // null for none
+  pid_t observedThread_ GUARDED_BY(mutex_) = 0;
   std::map<std::string, Failure, std::less<>> failures_ GUARDED_BY(mutex_);
   Initialisation initialisation_ GUARDED_BY(mutex_);
   Results results_ GUARDED_BY(mutex_);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <map>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -26,15 +27,16 @@ using Exports = std::map<std::string, Method<Object>>;
 
 Exports<ScriptedEngine> engineExports() {
   return {
-      EXPORTED(ScriptedEngine, reset),         EXPORTED(ScriptedEngine, calls),
-      EXPORTED(ScriptedEngine, takeCalls),     EXPORTED(ScriptedEngine, recordCalls),
-      EXPORTED(ScriptedEngine, failOperation), EXPORTED(ScriptedEngine, setInitialisation),
-      EXPORTED(ScriptedEngine, setResults),    EXPORTED(ScriptedEngine, selectEngine),
-      EXPORTED(ScriptedEngine, startPosting),  EXPORTED(ScriptedEngine, join),
-      EXPORTED(ScriptedEngine, dropCallbacks), EXPORTED(ScriptedEngine, setStream),
-      EXPORTED(ScriptedEngine, setFrame),      EXPORTED(ScriptedEngine, startPush),
-      EXPORTED(ScriptedEngine, startPushing),  EXPORTED(ScriptedEngine, stopPushing),
-      EXPORTED(ScriptedEngine, live),
+      EXPORTED(ScriptedEngine, reset),          EXPORTED(ScriptedEngine, calls),
+      EXPORTED(ScriptedEngine, takeCalls),      EXPORTED(ScriptedEngine, recordCalls),
+      EXPORTED(ScriptedEngine, failOperation),  EXPORTED(ScriptedEngine, setInitialisation),
+      EXPORTED(ScriptedEngine, setResults),     EXPORTED(ScriptedEngine, selectEngine),
+      EXPORTED(ScriptedEngine, startPosting),   EXPORTED(ScriptedEngine, join),
+      EXPORTED(ScriptedEngine, dropCallbacks),  EXPORTED(ScriptedEngine, setStream),
+      EXPORTED(ScriptedEngine, setFrame),       EXPORTED(ScriptedEngine, startPush),
+      EXPORTED(ScriptedEngine, startPushing),   EXPORTED(ScriptedEngine, stopPushing),
+      EXPORTED(ScriptedEngine, live),           EXPORTED(ScriptedEngine, callbackOwners),
+      EXPORTED(ScriptedEngine, receiverOwners),
   };
 }
 
@@ -85,6 +87,24 @@ Napi::Object exposed(Napi::Env env, Object& object, Exports<Object> methods) {
   return exports;
 }
 
+// observeCalls(function), or of nothing for none. What the function throws is dropped.
+void observeCalls(const Napi::CallbackInfo& info) {
+  if (!info[0].IsFunction()) {
+    ScriptedEngine::instance().observeCalls(nullptr);
+    return;
+  }
+  const auto function =
+      std::make_shared<Napi::FunctionReference>(Napi::Persistent(info[0].As<Napi::Function>()));
+  ScriptedEngine::instance().observeCalls([function](const std::string& operation) {
+    const Napi::Env env = function->Env();
+    const Napi::HandleScope scope(env);
+    try {
+      function->Call({Napi::String::New(env, operation)});
+    } catch (const Napi::Error&) {
+    }
+  });
+}
+
 EngineClient& client() {
   static EngineClient& only = *new EngineClient;
   return only;
@@ -92,6 +112,7 @@ EngineClient& client() {
 
 Napi::Object init(Napi::Env env, Napi::Object exports) {
   exports.Set("engine", exposed(env, ScriptedEngine::instance(), engineExports()));
+  exports.Set("observeCalls", Napi::Function::New(env, observeCalls, "observeCalls"));
   exports.Set("client", exposed(env, client(), clientExports()));
   exports.Set("failingOperations", toJs(env, toValue(ScriptedEngine::failingOperations())));
   exports.Set("operationsWithResult", toJs(env, toValue(ScriptedEngine::operationsWithResult())));

@@ -180,6 +180,11 @@ void Stream::setReceiver(std::shared_ptr<IFrameRecieveCallback> receiver) {
   changed_.NotifyAll();
 }
 
+std::int64_t Stream::receiverOwners() {
+  base::MutexLock lock(mutex_);
+  return receiver_.use_count();
+}
+
 bool Stream::deliver(const std::shared_ptr<QVXCommon::IVideoFrame>& frame, std::uint32_t csrc) {
   std::shared_ptr<IFrameRecieveCallback> receiver;
   {

@@ -99,6 +99,8 @@ class Stream {
   void getFrame(std::uint32_t newestId, VideoFrame& frame) EXCLUDES(mutex_);
 
   void setReceiver(std::shared_ptr<IFrameRecieveCallback> receiver) EXCLUDES(mutex_);
+  // How many owners the receiver has; 0 stands for none.
+  std::int64_t receiverOwners() EXCLUDES(mutex_);
   // Runs the receiver on the calling thread. False when none is attached.
   bool deliver(const std::shared_ptr<QVXCommon::IVideoFrame>& frame, std::uint32_t csrc)
       EXCLUDES(mutex_);

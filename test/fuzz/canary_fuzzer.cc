@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "test/fuzz/raw_segment.h"
+#include "test/fuzz/require.h"
 
 namespace {
 

@@ -12,18 +12,13 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "addon/sharedmem/shared_memory_info.h"
+#include "test/fuzz/require.h"
 #include "test/native/support/shared_names.h"
 
 namespace fuzz {
-
-// Stops the fuzzer with the input that led here when something that must hold does not.
-inline void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 // The first call removes what runs that were killed have left behind.
 inline const test::TestNames& ownNames() {

@@ -1,9 +1,9 @@
 // The package as npm packs it: installed from its tarball into an empty project, built there with
-// its own command, and used for a short meeting.
+// its own command, and used for a short meeting; and what an image takes of it.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { mkdirSync, readdirSync, writeFileSync } from 'node:fs';
+import { mkdirSync, readFileSync, readdirSync, statSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
@@ -40,6 +40,18 @@ function run(directory, command, ...args) {
   return stdout;
 }
 
+// That the project in this directory can hold a meeting.
+function expectMeeting(directory) {
+  writeFileSync(path.join(directory, 'meeting.mjs'), MEETING);
+  const lines = run(directory, process.execPath, 'meeting.mjs').split('\n');
+  assert.ok(lines.includes('bytes: 3456'));
+}
+
+const bytesIn = (directory) =>
+  readdirSync(directory, { recursive: true })
+    .map((name) => statSync(path.join(directory, name)))
+    .reduce((sum, found) => sum + (found.isFile() ? found.size : 0), 0);
+
 test('an installed package builds itself and takes part in a meeting', (t) => {
   const directory = temporaryDirectory(t);
   run(repository, 'npm', 'pack', '--pack-destination', directory);
@@ -50,13 +62,32 @@ test('an installed package builds itself and takes part in a meeting', (t) => {
   writeFileSync(path.join(project, 'package.json'), '{ "private": true }');
   run(project, 'npm', 'install', '--prefer-offline', '--no-audit', '--no-fund', `../${tarball}`);
   const installed = readdirSync(path.join(project, 'node_modules/tessel-wrapper'));
+  assert.ok(installed.includes('LICENSE'));
   for (const name of ['build', 'test', 'bench', 'examples']) {
     assert.ok(!installed.includes(name), name);
   }
 
   const command = path.join(project, 'node_modules/.bin/tessel-wrapper');
   run(project, command, 'build');
-  writeFileSync(path.join(project, 'meeting.mjs'), MEETING);
-  const lines = run(project, process.execPath, 'meeting.mjs').split('\n');
-  assert.ok(lines.includes('bytes: 3456'));
+  expectMeeting(project);
+  const built = path.join(project, 'node_modules/tessel-wrapper/build');
+  assert.deepEqual(readdirSync(built, { recursive: true }).sort(), [
+    'release',
+    'release/libtesselclient.so',
+    'release/tesselWrapper.node',
+    'setup-release.log',
+  ]);
+
+  // An image: the files that the guide names, and nothing else of the package or of others.
+  const image = path.join(directory, 'image');
+  const layer = path.join(image, 'node_modules/tessel-wrapper');
+  mkdirSync(layer, { recursive: true });
+  const guide = readFileSync(path.join(repository, 'docs/guide.md'), 'utf8');
+  const [, script] = guide.match(/^```sh layer\.sh\n(.*?)^```$/ms);
+  writeFileSync(path.join(directory, 'layer.sh'), script);
+  run(project, 'sh', '../layer.sh', 'node_modules/tessel-wrapper', layer);
+  assert.deepEqual(readdirSync(layer).sort(), ['bin', 'build', 'js', 'package.json']);
+  assert.ok(bytesIn(layer) < 1.5e6, `${bytesIn(layer)} bytes`);
+  expectMeeting(image);
+  run(image, process.execPath, 'node_modules/tessel-wrapper/bin/tessel-wrapper.js', 'doctor');
 });

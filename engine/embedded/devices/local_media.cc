@@ -66,7 +66,7 @@ bool LocalMedia::hasOpenMicrophone() const {
 
 void LocalMedia::selectCamera(const tsl::VideoDevice& camera) {
   if (!canCapture(camera)) {
-    log_->write("no camera films " + std::to_string(camera.width) + 'x' +
+    log_->write("no camera captures " + std::to_string(camera.width) + 'x' +
                 std::to_string(camera.height) + " at " + std::to_string(camera.maxFps));
     return;
   }

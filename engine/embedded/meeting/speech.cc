@@ -42,7 +42,7 @@ bool Speech::speaks(int participant, support::Time sinceJoin) const {
     });
   }
   const std::uint64_t value = chance(seed_, kTurnUse, countOf(sinceJoin, kTurn));
-  // Everybody and the local participant, who comes last.
+  // All remote participants, then the local one.
   const auto turn = static_cast<int>(value % (static_cast<std::uint64_t>(participants_) + 1));
   return participant == kLocalParticipant ? turn == participants_ : turn == participant;
 }

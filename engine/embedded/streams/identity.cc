@@ -61,13 +61,13 @@ std::string guidOf(std::uint32_t seed, int participant) {
 
 std::string usualNameOf(std::uint32_t seed, int participant) {
   const std::uint64_t drawn = chance(seed, kNameUse);
-  // An odd step meets every name before one comes again.
+  // With an odd step every name is used before one repeats.
   const std::uint64_t step = drawn >> 32 | 1;
   return kNames[(drawn + step * static_cast<std::uint64_t>(participant + 1)) % kNames.size()];
 }
 
 double hueOf(std::uint32_t seed, const StreamKey& key) {
-  // Steps of the golden ratio never come close to each other for long.
+  // Multiples of the golden ratio, modulo 1, are spread evenly.
   constexpr double kStep = 0.6180339887;
   const double start = Random(chance(seed, kHueUse)).nextFraction();
   const double turns = start + kStep * numberOf(key);

@@ -58,7 +58,7 @@ void Sender::tick() {
   const support::Time delay = loop_.now() - startedAt_ - frameTime(rate_, ticks_);
   if (delay > kLongestDelay) startedAt_ += delay;
   const std::uint64_t tick = ticks_++;
-  // Before anything can fail, so that the next frame comes all the same.
+  // Before anything can fail, so that the next frame is sent in any case.
   setTimer();
   if (!stream_->isCapturing()) return;
   if (!source_->has(lastId_ + 1)) {

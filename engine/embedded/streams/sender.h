@@ -22,7 +22,7 @@ support::Time frameTime(support::FrameRate rate, std::uint64_t index);
 
 // Draws the pictures of a source into frames, at a rate, and publishes those that the link carries
 // in a stream. Frames are numbered from 1 for as long as the sender lives, whatever it sends; those
-// that are lost, or left out for a lower rate, have numbers too. A sender that comes too late does
+// that are lost, or left out for a lower rate, have numbers too. A sender that is late does
 // not catch up: it goes on from where it is. Belongs to the engine's thread.
 class Sender {
  public:
@@ -36,7 +36,7 @@ class Sender {
   TrafficMeter& meter() { return meter_; }
 
   // Sends from now on, the first frame at once; replaces what was sent before. Of the frames that
-  // come at `rate` only `mostPerSecond` are published; 0 means all.
+  // due at `rate` only `mostPerSecond` are published; 0 means all.
   void start(std::unique_ptr<support::PictureSource> source, support::FrameRate rate,
              std::uint32_t mostPerSecond);
   // Goes on at the same rate with another source and another limit.

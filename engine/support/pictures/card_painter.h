@@ -1,4 +1,4 @@
-// The picture of a camera that films nothing.
+// The drawing of test cards.
 
 #ifndef ENGINE_SUPPORT_PICTURES_CARD_PAINTER_H_
 #define ENGINE_SUPPORT_PICTURES_CARD_PAINTER_H_
@@ -18,7 +18,7 @@ namespace support {
 struct CardSubject {
   StreamKey key;
   std::uint32_t detail = 0;  // of the card's code
-  std::string title;         // for the eye
+  std::string title;         // for people
   double hue = 0;            // in turns of the colour circle
 };
 

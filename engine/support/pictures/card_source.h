@@ -1,4 +1,4 @@
-// A camera that films a test card.
+// Test cards as the pictures of a stream.
 
 #ifndef ENGINE_SUPPORT_PICTURES_CARD_SOURCE_H_
 #define ENGINE_SUPPORT_PICTURES_CARD_SOURCE_H_

@@ -1,4 +1,4 @@
-// A camera that films a clip.
+// A clip as the pictures of a stream.
 
 #ifndef ENGINE_SUPPORT_PICTURES_CLIP_SOURCE_H_
 #define ENGINE_SUPPORT_PICTURES_CLIP_SOURCE_H_

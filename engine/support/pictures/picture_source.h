@@ -1,4 +1,4 @@
-// What a sender films.
+// Where a sender gets its pictures.
 
 #ifndef ENGINE_SUPPORT_PICTURES_PICTURE_SOURCE_H_
 #define ENGINE_SUPPORT_PICTURES_PICTURE_SOURCE_H_

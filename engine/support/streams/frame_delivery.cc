@@ -11,7 +11,7 @@ FrameDelivery::FrameDelivery(StreamKey key, std::shared_ptr<const Log> log)
 
 void FrameDelivery::setReceiver(std::shared_ptr<IFrameRecieveCallback> receiver) {
   std::shared_ptr<QVXCommon::IVideoFrame> forgotten;
-  // The receiver of before is let go last, without the lock.
+  // The former receiver is released last, without the lock.
   base::MutexLock lock(mutex_);
   forgotten.swap(frame_);
   if (!closed_) {

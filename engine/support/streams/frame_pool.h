@@ -17,7 +17,7 @@
 namespace support {
 
 // One picture of a stream, over pixels that a derived class keeps. Whoever makes it describes it;
-// once it is published nobody changes it until the last holder has let go.
+// once it is published nobody changes it until the last holder has released it.
 class Frame : public QVXCommon::IVideoFrame {
  public:
   Frame(const Frame&) = delete;

@@ -31,13 +31,14 @@ void StreamTable::remove(const StreamKey& key) {
 }
 
 void StreamTable::endAll() {
+  std::map<StreamKey, std::shared_ptr<VideoStream>> streams;
   {
     base::MutexLock lock(mutex_);
-    for (auto& [key, stream] : streams_) {
-      stream->end();
-      ending_.push_back(std::move(stream));
-    }
-    streams_.clear();
+    streams.swap(streams_);
+  }
+  for (auto& [key, stream] : streams) {
+    stream->end();
+    ending_.push_back(std::move(stream));
   }
   for (const auto& stream : ending_) stream->delivery().join();
   ending_.clear();

@@ -53,10 +53,13 @@ void VideoStream::clear() {
 
 void VideoStream::end() {
   std::shared_ptr<Frame> forgotten;
-  base::MutexLock lock(mutex_);
-  forgotten.swap(newest_);
-  showsNothing_ = true;
-  ended_ = true;
+  {
+    base::MutexLock lock(mutex_);
+    forgotten.swap(newest_);
+    showsNothing_ = true;
+    ended_ = true;
+  }
+  // Releases the receiver, whose destructor is the application's.
   delivery_->close();
 }
 

@@ -37,7 +37,7 @@ class VideoStream final : public IFrameManager {
   FrameDelivery& delivery() { return *delivery_; }
 
   void GetFrame(std::uint32_t frameId, VideoFrame& frame) override EXCLUDES(mutex_);
-  // Does nothing: a frame returns to the engine when its last holder lets go.
+  // Does nothing: a frame returns to the engine when its last holder releases it.
   void ReleaseFrame(std::int64_t frameId) override;
   void EnableFrameCapture() override EXCLUDES(mutex_);
   void DisableFrameCapture() override EXCLUDES(mutex_);

@@ -63,7 +63,7 @@ test('a size or rate that no camera has is logged, and the old one stays', async
     [{ maxFPS: 61 }, '1280x720 at 61'],
   ]) {
     meeting.wrapper.setVideoDevice(select.setVideoDevice('camera-1', capability));
-    await logged(meeting, `no camera films ${text}`);
+    await logged(meeting, `no camera captures ${text}`);
   }
   assert.deepEqual(meeting.payloads('streamUpdated'), []);
   const frame = await meeting.nextFrame(LOCAL);

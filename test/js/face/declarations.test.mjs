@@ -3,13 +3,14 @@
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 import { inspect } from 'node:util';
 
 import { repository } from '../../support/build.mjs';
 import { face, requireFace } from '../../support/face.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 
 const TYPES = path.join(repository, 'test/types');
 const EXPECTATION = /^ *\/\/ @ts-expect-error: /;
@@ -125,7 +126,11 @@ const EVENT_SHAPES = [
   ...read('addon/events/emit_functions.cc').matchAll(
     /^ {2}\(emitter, ([\w, ]+)\) => \{\n {4}emitter\.emit\("(\w+)", (?:(\w+) === undefined)?/gm,
   ),
-].map(([, properties, name, optional]) => ({ name, properties: properties.split(', '), optional }));
+].map(([, properties, name, optional]) => ({
+  name,
+  properties: properties.split(', ').map((property) => `'${property}'`),
+  optional: optional && `'${optional}'`,
+}));
 
 function eventAssertions() {
   const names = EVENT_SHAPES.map(({ name }) => `'${name}'`).join(' | ');
@@ -188,6 +193,43 @@ test('each bad use is refused where it is expected, and without its expectation 
     complaintsIn('bad_uses_alone.mts').map(({ line }) => line),
     expected,
   );
+});
+
+const BROWSER_USE = `
+import type { Meeting, PictureFrame } from 'tessel-wrapper';
+import { I420Renderer } from 'tessel-wrapper/renderer';
+
+const renderer = new I420Renderer(document.createElement('canvas'));
+export function show(frame: PictureFrame) {
+  renderer.draw(frame);
+}
+export const join = (meeting: Meeting, signal: AbortSignal) =>
+  meeting.join({ uri: 'tessel:demo' }, { signal });
+// @ts-expect-error: there are no types of Node.js
+process.exit();
+`;
+
+test('the types can be used in a browser project, where there are none of Node.js', (t) => {
+  const project = temporaryDirectory(t);
+  const installed = path.join(project, 'node_modules/tessel-wrapper');
+  for (const file of ['package.json', 'js/index.d.ts', 'js/renderer/renderer.d.mts']) {
+    mkdirSync(path.dirname(path.join(installed, file)), { recursive: true });
+    writeFileSync(path.join(installed, file), read(file));
+  }
+  writeFileSync(path.join(project, 'page.ts'), BROWSER_USE);
+  const compilerOptions = {
+    ...{ noEmit: true, strict: true, target: 'es2022', module: 'esnext' },
+    ...{ moduleResolution: 'bundler', lib: ['es2022', 'dom'], types: [], skipLibCheck: false },
+  };
+  const configuration = { compilerOptions, files: ['page.ts'] };
+  writeFileSync(path.join(project, 'tsconfig.json'), JSON.stringify(configuration));
+  const { stdout, status, error } = spawnSync(
+    path.join(repository, 'node_modules/.bin/tsc'),
+    ['--project', project, '--pretty', 'false'],
+    { encoding: 'utf8', cwd: project, env: { ...process.env, LD_PRELOAD: '' } },
+  );
+  if (error) throw error;
+  assert.deepEqual([status, stdout], [0, '']);
 });
 
 test('the declarations themselves are without error', () => {

@@ -30,35 +30,37 @@ const OUTPUT = {
   'production.mjs': ['too slow: Joining took longer than 100 ms', 'in hand: remote-0 0'],
 };
 // Started by other examples.
-const PARTS = ['widget.mjs'];
+const PARTS = ['widget.mjs', 'redirected_child.mjs'];
 // With tests of their own: below, and in test/picture_server/.
-const TESTED_APART = ['recorder.mjs', 'server.mjs'];
+const TESTED_APART = ['logging.mjs', 'redirected.mjs', 'recorder.mjs', 'server.mjs'];
+const BUNDLERS = ['esbuild.mjs', 'rollup.config.mjs', 'webpack.config.mjs', 'vite.config.mjs'];
 
 for (const [name, source] of examples) writeFileSync(path.join(directory, name), source);
 
 test('every example in JavaScript is known here, and has a name', () => {
   assert.deepEqual(
     [...examples.keys()].sort(),
-    [...Object.keys(OUTPUT), ...PARTS, ...TESTED_APART].sort(),
+    [...Object.keys(OUTPUT), ...PARTS, ...TESTED_APART, ...BUNDLERS].sort(),
   );
   assert.equal(guide.match(/^```js/gm).length, examples.size);
 });
 
+// Runs it to its end.
+function run(name) {
+  return spawnSync(process.execPath, ['--test-reporter=tap', path.join(directory, name)], {
+    cwd: directory,
+    // Set where `node --test` runs this file, it would change how the program's tests report.
+    env: { ...process.env, NODE_TEST_CONTEXT: undefined },
+    encoding: 'utf8',
+    timeout: 60_000,
+    killSignal: 'SIGKILL',
+  });
+}
+
 // Runs it to its end, which is without an error, and expects these lines among its output, which it
 // answers with.
 function expectRun(name, lines) {
-  const { status, signal, stdout, stderr } = spawnSync(
-    process.execPath,
-    ['--test-reporter=tap', path.join(directory, name)],
-    {
-      cwd: directory,
-      // Set where `node --test` runs this file, it would change how the program's tests report.
-      env: { ...process.env, NODE_TEST_CONTEXT: undefined },
-      encoding: 'utf8',
-      timeout: 60_000,
-      killSignal: 'SIGKILL',
-    },
-  );
+  const { status, signal, stdout, stderr } = run(name);
   assert.deepEqual([status, signal, stderr], [0, null, '']);
   const said = stdout.split('\n');
   for (const line of lines) assert.ok(said.includes(line), `${line}\nis not in\n${stdout}`);
@@ -69,15 +71,29 @@ for (const [name, lines] of Object.entries(OUTPUT)) {
   test(`${name} runs and says what it should`, () => expectRun(name, lines));
 }
 
+const NATIVE_LINE = /^TesselWrapper::TesselWrapper Params params.szLogPath: \/tmp$/m;
+
+test('logging.mjs keeps its lines apart from the native ones', () => {
+  const { status, stdout, stderr } = run('logging.mjs');
+  assert.equal(status, 0, stderr);
+  assert.equal(JSON.parse(stderr).msg, 'opened');
+  assert.match(stdout, NATIVE_LINE);
+});
+
+test('redirected.mjs keeps the native lines of its child out of its own output', () => {
+  const { status, stdout, stderr } = run('redirected.mjs');
+  assert.deepEqual([status, stderr], [0, '']);
+  assert.deepEqual(JSON.parse(stdout), { type: 'remote', streamIndex: 0 });
+  assert.match(readFileSync(path.join(directory, 'diagnostics.log'), 'utf8'), NATIVE_LINE);
+});
+
 // How the program ends that sends itself `signal` when it has joined, and how many names it leaves.
 function joinAndEndBy(signal, { withHandler }) {
-  const statement = 'await present;';
-  const source = examples.get('join.mjs');
-  assert.ok(source.includes(statement));
+  const program = variant('join.mjs', {
+    'await present;': `process.kill(process.pid, '${signal}'); await new Promise(() => {});`,
+  });
   const handler = /^for \(const name of .*?^}\n/ms;
-  assert.match(source, handler);
-  const end = `process.kill(process.pid, '${signal}'); await new Promise(() => {});`;
-  const program = source.replace(statement, end);
+  assert.match(program, handler);
   const file = path.join(directory, 'ended.mjs');
   writeFileSync(file, withHandler ? program : program.replace(handler, ''));
   const child = spawnSync(process.execPath, [file], { encoding: 'utf8' });
@@ -110,12 +126,13 @@ test('the handler of join.mjs removes the names that a signal would leave', () =
 // The program terminates itself at that moment, in which it would otherwise wait or go on.
 for (const [moment, statement, terminating, lines] of [
   ['joins', 'timeout: 100', 'timeout: (terminate(), 2 ** 31 - 1)', []],
-  ['shows frames', '>= 10) break', '=== 10) terminate()', ['in hand: remote-0 0']],
+  ['shows frames', '>= 10) break', '>= 10) terminate()', ['in hand: remote-0 0']],
 ]) {
   test(`production.mjs ends well when it is terminated while it ${moment}`, () => {
     const source = examples.get('production.mjs');
     assert.ok(source.includes(statement));
-    const terminate = "function terminate() { process.kill(process.pid, 'SIGTERM'); }";
+    const terminate =
+      "function terminate() { terminate = () => {}; process.kill(process.pid, 'SIGTERM'); }";
     const program = `${source.replace(statement, terminating)}${terminate}`;
     writeFileSync(path.join(directory, 'terminated.mjs'), program);
     expectRun('terminated.mjs', ['ended: asked to end', ...lines]);

@@ -18,9 +18,11 @@ import {
   testFrameObjects,
 } from '../../support/scripted/frame_objects.mjs';
 import { makeWrapper } from '../../support/make_wrapper.mjs';
+import { countOf, entryOf } from '../../support/shared_memory/handmade_segments.mjs';
+import { fileOfSegment } from '../../support/shared_memory/shared_memory_names.mjs';
 import * as engine from '../../support/scripted/scripted_engine.mjs';
 
-const { TesselWrapper } = createRequire(import.meta.url)(
+const { TesselWrapper, TesselWrapperProxy } = createRequire(import.meta.url)(
   path.join(build, 'test/addons/refusing/tesselWrapper.node'),
 );
 const { wrapper } = makeWrapper(TesselWrapper);
@@ -93,4 +95,24 @@ test('the copies go with their wrapper', async () => {
   delete owner.wrapper;
   await collectUntil(() => engine.liveFrames() === before);
   assertStale(frame);
+});
+
+test('a frame object that cannot be built throws, and leaves the segment unlocked and the stream going', () => {
+  const stream = newStream();
+  engine.setStream(stream);
+  const key = wrapper.getSharedDataInfo();
+  wrapper.enterWidgetMode(stream);
+  const { sem_name: lock } = entryOf(fileOfSegment(key.shm_name), stream.streamIndex);
+  const proxy = new TesselWrapperProxy(key);
+  for (const method of ['getFrame', 'getLastFrame']) {
+    // The second frame of all is the first one that getLastFrame shows.
+    for (let i = 0; i < 2; ++i) engine.pushFrame(stream, { width: 13, height: 7 });
+    assert.throws(() => proxy[method](stream, -1), { name: 'Error' });
+    assert.equal(countOf(lock), 1);
+    assert.ok(engine.pushFrame(stream, { width: 64, height: 36 }));
+    assert.equal(proxy[method](stream, -1).width, 64);
+    proxy.releaseFrame(stream);
+  }
+  proxy.removeVideo(stream);
+  wrapper.exitWidgetMode(stream);
 });

@@ -36,7 +36,10 @@ function setUp(t, ...given) {
 }
 
 const TO_BUILD = ['cmake', 'g++', 'ninja-build'];
-const TO_TEST = ['chromium', 'ffmpeg', 'libgmock-dev', 'libgtest-dev'];
+const TO_TEST = [
+  ...['chromium', 'ffmpeg', 'libgmock-dev', 'libgtest-dev'],
+  ...['coturn', 'openssl', 'pulseaudio', 'pulseaudio-utils'],
+];
 const TO_FUZZ = ['clang', 'libclang-rt-dev', 'llvm'];
 
 for (const [given, packages] of [

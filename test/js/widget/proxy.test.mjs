@@ -1,6 +1,6 @@
 // Reading the frames of streams in widget mode through TesselWrapperProxy. The proxy and the wrapper
-// stand in one process here: each has its own mapping and its own hold of the semaphores, as two
-// processes have. Processes of their own are in widget_processes.test.mjs.
+// are in one process here: each has its own mapping and its own hold of the semaphores, as two
+// processes have. Processes of their own are in processes.test.mjs.
 
 import assert from 'node:assert/strict';
 import { closeSync, openSync, writeSync } from 'node:fs';
@@ -8,6 +8,8 @@ import { afterEach, beforeEach, test } from 'node:test';
 
 import { construct, engine } from '../../support/scripted/wrapper_kit.mjs';
 import { runInChild } from '../../support/child.mjs';
+import { entryOf, writeHeader } from '../../support/shared_memory/handmade_segments.mjs';
+import { fileOfSegment } from '../../support/shared_memory/shared_memory_names.mjs';
 import { WAYS_OUT_OF_REACH } from '../../support/scripted/out_of_reach.mjs';
 import { remote } from '../../support/streams.mjs';
 
@@ -156,6 +158,27 @@ test('no update answers with the frame id that was asked with', () => {
   share(3);
   assert.deepEqual(proxy.getFrame(STREAM, 2), { ...NULL_FRAME, frameId: 2 });
   proxy.releaseFrame(STREAM);
+});
+
+test('a frame id is compared with all of its 64 bits', () => {
+  share(1, { width: 64, height: 36 });
+  const main = fileOfSegment(wrapper.getSharedDataInfo().shm_name);
+  const { shm_name: segment } = entryOf(main, STREAM.streamIndex);
+  const isNew = (frameId) => {
+    const { noUpdate } = proxy.getFrame(STREAM, frameId);
+    proxy.releaseFrame(STREAM);
+    return !noUpdate;
+  };
+  for (const sequence of [5, 2 ** 32 + 5, 2 ** 40, 2 ** 52 + 1]) {
+    writeHeader(segment, { width: 64, height: 36, sequence: BigInt(sequence) });
+    assert.equal(isNew(sequence), false);
+    assert.equal(isNew(sequence + 2 ** 32), true);
+    assert.equal(isNew(sequence % 2 ** 32), sequence >= 2 ** 32);
+  }
+  // A negative number stands for its unsigned counterpart.
+  writeHeader(segment, { width: 64, height: 36, sequence: 2n ** 64n - 1n });
+  assert.equal(isNew(-1), false);
+  assert.equal(isNew(2 ** 32 - 1), true);
 });
 
 test('who passes a frame id back gets the current frame again', () => {

@@ -6,6 +6,8 @@ import { test } from 'node:test';
 
 import { construct, engine } from '../../support/scripted/wrapper_kit.mjs';
 import { runInChild } from '../../support/child.mjs';
+import { countOf, entryOf } from '../../support/shared_memory/handmade_segments.mjs';
+import { fileOfSegment } from '../../support/shared_memory/shared_memory_names.mjs';
 import { remote } from '../../support/streams.mjs';
 
 engine.loadAddon();
@@ -54,49 +56,48 @@ test('getSharedDataInfo names the main segment, shm_name first', (t) => {
   assert.ok(existsSync(`/dev/shm/sem.${info.sem_name.slice(1)}`));
 });
 
-test('entering makes the segment before it registers the receiver, leaving the other way round', () => {
-  const lines = linesOf(({ engine: scripted, construct: make }) => {
-    const stream = { type: 'remote', streamIndex: 3 };
-    const wrapper = make();
-    scripted.setStream(stream);
-    scripted.takeCalls();
-    console.log('--- begin');
-    wrapper.enterWidgetMode(stream);
-    console.log(JSON.stringify(scripted.takeCalls()));
-    wrapper.exitWidgetMode(stream);
-    console.log(JSON.stringify(scripted.takeCalls()));
-    console.log('--- end');
-    wrapper.destroy();
-  });
-  const key = { kind: 1, index: 3 };
-  const calls = (receiver) =>
-    JSON.stringify([
-      { operation: 'GetFrameManager', args: { key } },
-      { operation: 'SetFrameReceiver', args: { key, receiver } },
-    ]);
-  assert.equal(lines[0], 'Enter Widget Mode for : 1, 3');
-  assert.equal(
-    lines[1],
-    'enableSharedMemory: Creating shared video mem with SHMname:<SHM>, SEMname:<SEM>',
-  );
-  const entered = lines.indexOf(calls(true));
-  assert.ok(entered > 1);
-  assert.equal(lines[entered + 1], 'Exit Widget Mode for : 1, 3');
-  const left = lines.indexOf(calls(false));
-  assert.ok(left > entered);
-});
-
-test('the segment stands when the first frame is received, and until the last one was', (t) => {
+test('a stream is listed when its receiver is registered, and until it is unregistered', (t) => {
   engine.reset();
   const wrapper = construct();
   t.after(() => wrapper.destroy());
   engine.setStream(REMOTE);
-  engine.startPushing(REMOTE, { width: 320, height: 180, fps: 0 });
-  for (let round = 0; round < 20; ++round) {
-    wrapper.enterWidgetMode(REMOTE);
-    wrapper.exitWidgetMode(REMOTE);
-  }
-  engine.stopPushing(REMOTE);
+  const main = fileOfSegment(wrapper.getSharedDataInfo().shm_name);
+  const listed = () => entryOf(main, REMOTE.streamIndex);
+  const seen = engine.watchCalls((operation) => {
+    if (operation !== 'SetFrameReceiver') return undefined;
+    const { valid, shm_name: shm, sem_name: sem } = listed();
+    return { valid, segment: existsSync(fileOfSegment(shm)), lock: countOf(sem) };
+  });
+  wrapper.enterWidgetMode(REMOTE);
+  assert.equal(listed().valid, 1);
+  wrapper.exitWidgetMode(REMOTE);
+  assert.equal(listed().valid, 0);
+  const free = { valid: 1, segment: true, lock: 1 };
+  assert.deepEqual(seen, [free, free]);
+});
+
+test('no frame is received without a segment, however often a stream enters and leaves', () => {
+  const lines = linesOf(({ engine: scripted, construct: make }) => {
+    const stream = { type: 'remote', streamIndex: 0 };
+    const wrapper = make();
+    scripted.setStream(stream);
+    scripted.startPushing(stream, { width: 320, height: 180, fps: 0 });
+    console.log('--- begin');
+    for (let round = 0; round < 20; ++round) {
+      wrapper.enterWidgetMode(stream);
+      scripted.pushFrame(stream, { width: 320, height: 180 });
+      wrapper.exitWidgetMode(stream);
+    }
+    console.log(scripted.stopPushing(stream) >= 0);
+    console.log('--- end');
+    wrapper.destroy();
+  });
+  assert.equal(lines.at(-1), 'true');
+  assert.equal(lines.filter((line) => line.startsWith('Exit Widget Mode')).length, 20);
+  assert.deepEqual(
+    lines.filter((line) => /NotifyFrameArrived|storeVideoFrame|timedout/.test(line)),
+    [],
+  );
 });
 
 test('entering twice, and leaving what was not entered, are told in these lines', () => {

@@ -1,6 +1,8 @@
 // The life of a wrapper: construction, the emitter, subscribing, destroy() and collection.
 
 import assert from 'node:assert/strict';
+import { createHook } from 'node:async_hooks';
+import { readFileSync } from 'node:fs';
 import { afterEach, beforeEach, test } from 'node:test';
 
 import { METHODS } from '../../support/scripted/method_table.mjs';
@@ -13,6 +15,7 @@ import {
   nextTurn,
 } from '../../support/scripted/wrapper_kit.mjs';
 import { runInChild } from '../../support/child.mjs';
+import { remote } from '../../support/streams.mjs';
 
 const { TesselWrapper } = engine.loadAddon();
 
@@ -329,6 +332,7 @@ test('the engine is created, gets a callback and is initialised, all on the Java
 for (const [mode, handshake] of [
   ['inside', [COMPLETED, WAITING]],
   ['before-wait', [COMPLETED, WAITING]],
+  ['when-waiting', [WAITING, COMPLETED]],
   // The engine's thread and the waiting one print when they get to it.
   ['later', null],
 ]) {
@@ -411,6 +415,21 @@ test('a failing engine shows in which step it is called; nothing of it stays, an
       '> 0 engines',
     ]);
   }
+});
+
+test('the way to the event loop is made before the engine', (t) => {
+  const seen = [];
+  const hook = createHook({
+    init(_id, type) {
+      if (type === 'TesselWrapper') seen.push(engine.operations());
+    },
+  });
+  hook.enable();
+  t.after(() => hook.disable());
+  make();
+  // One for each of the two channels.
+  assert.deepEqual(seen, [[], []]);
+  assert.equal(engine.operations()[0], 'CreateTSLMManager');
 });
 
 // ---- The emitter factory
@@ -870,6 +889,46 @@ test('what an engine reports after its wrapper was collected is dropped', async 
   engine.fire('NotifyMicLevel', 1);
   engine.fire('NotifyEvent', 'name', 'body');
   await nextTurn();
+});
+
+// Constructs a wrapper that lends a frame and has a stream in widget mode, loses it, and answers with
+// the frame.
+function useAndLose(stream) {
+  const wrapper = construct();
+  engine.setFrame(stream, { width: 64, height: 36, frameId: 1, fresh: true });
+  wrapper.enterWidgetMode(stream);
+  return wrapper.getFrame(stream, 0);
+}
+
+test('a wrapper lets go of its segments, its handler, its streams and its engine in this order', async () => {
+  const stream = remote(3);
+  engine.setStream(stream, { keepsReceiver: true });
+  const seen = engine.watchCalls((operation) => {
+    if (operation !== '~TSLMManager') return undefined;
+    return {
+      ownersOfReceiver: engine.receiverOwners(stream),
+      ownersOfHandler: engine.callbackOwners(engine.calls()[0].engine),
+      lentBytes: frame.yPlaneBuffer.length,
+    };
+  });
+  const frame = useAndLose(stream);
+  assert.equal(frame.yPlaneBuffer.length, 64 * 36);
+  await collect();
+  // The engine holds the receiver and the handler, and is the last one that does.
+  assert.deepEqual(seen, [{ ownersOfReceiver: 1, ownersOfHandler: 1, lentBytes: 0 }]);
+});
+
+test('nothing of a lost wrapper stays in shared memory, though the engine holds its receiver', async () => {
+  const segments = () => readFileSync('/proc/self/maps', 'latin1').match(/\/dev\/shm\/S[HE]M\w+/g);
+  const stream = remote(3);
+  engine.setStream(stream, { keepsReceiver: true });
+  useAndLose(stream);
+  assert.equal(new Set(segments()).size, 2);
+  await collect();
+  assert.equal(engine.receiverOwners(stream), 1);
+  assert.equal(segments(), null);
+  // What the engine goes on delivering is dropped.
+  assert.ok(engine.pushFrame(stream, { width: 64, height: 36 }));
 });
 
 for (const onEngineThread of [true, false]) {

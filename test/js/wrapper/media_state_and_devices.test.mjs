@@ -328,6 +328,7 @@ test('selectDevices prints one line with the three identifiers, before it asks t
       () => apart.selectDevices(withIds('', '', '')),
       () => apart.selectDevices(withIds('%s%n%d', '100%', '%')),
       () => apart.selectDevices(withIds('é', '😀', '\ud800')),
+      () => apart.selectDevices(withIds('a\0b', '\0', 'c\0')),
       () => scripted.failOperation('SelectDevices', { throws: 'no device' }),
       () => apart.selectDevices(...all.selectDevices()),
     ];
@@ -340,6 +341,7 @@ test('selectDevices prints one line with the three identifiers, before it asks t
     { lines: [line('', '', '')], error: null },
     { lines: [line('%s%n%d', '100%', '%')], error: null },
     { lines: [line('é', '😀', '\ufffd')], error: null },
+    { lines: [line('a', '', 'c')], error: null },
     { lines: [], error: null },
     { lines: [line('camera id', 'in id', 'out id')], error: 'no device' },
   ]);

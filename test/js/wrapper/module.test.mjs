@@ -90,6 +90,23 @@ for (const name of ['TesselWrapper', 'TesselWrapperProxy']) {
   });
 }
 
+test('loading registers the module by its record, which is enough for a host', () => {
+  const { code, signal, stderr, said } = runInChild(
+    ({ say }) => {
+      const exports = require(process.argv[1]);
+      say(Object.keys(exports).join(', '));
+      say(typeof exports.TesselWrapper._internal_setEmitterFactory);
+    },
+    {
+      modules: ['./support/child.mjs'],
+      args: [path.join(build, 'test/addons/recorded/tesselWrapper.node')],
+    },
+  );
+  assert.deepEqual([code, signal], [0, null], stderr);
+  assert.equal(stderr, 'registered addon, version 1, flags 0, file tesselWrapper.node\n');
+  assert.deepEqual(said, ['TesselWrapper, TesselWrapperProxy', 'function']);
+});
+
 // ---- The class
 
 test('the prototype has exactly the instance methods, in their order', () => {

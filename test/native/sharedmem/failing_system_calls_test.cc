@@ -1,6 +1,7 @@
 // What the shared memory classes do when the system refuses them something.
 
 #include <cerrno>
+#include <utility>
 
 #include "addon/sharedmem/shared_memory_allocator.h"
 #include "addon/sharedmem/shared_memory_layout.h"
@@ -506,6 +507,47 @@ TEST_F(FailingManagerTest, ALaterLookUpThatTimesOutKeepsTheStreamsSource) {
                           "getVideoFrameSource: Shared mem lock failed, something is wrong!"));
   EXPECT_THAT(linesWrittenBy([&] { EXPECT_EQ(opener->getVideoFrameSource(kRemote), source); }),
               IsEmpty());
+}
+
+// Of the calls that `action` makes: those on a lock, and what makes and what drops a segment.
+class LockedStepsTest : public FailingSystemCallsTest {
+ protected:
+  template <typename Action>
+  static std::vector<std::string> stepsOf(Action&& action) {
+    auto calls = callsOf(action);
+    std::erase_if(calls, [](const std::string& call) {
+      return call != "sem_timedwait" && call != "sem_post" && call != "shm_open" &&
+             call != "shm_unlink";
+    });
+    return calls;
+  }
+};
+
+TEST_F(LockedStepsTest, AStreamIsListedAndDroppedWhileTheTableIsLocked) {
+  const auto manager = quiet<SharedMemoryManager>(creating(kMainSegmentSize));
+  const RawObject table(names_.shm());
+  std::vector<int> valid;
+  systemCalls().whenMade = [&](const std::string& call) {
+    if (call == "sem_timedwait" || call == "sem_post") valid.push_back(table.at<std::uint8_t>(0));
+  };
+  // The first unlock is that of the new frame segment.
+  EXPECT_THAT(stepsOf([&] { EXPECT_TRUE(manager->enableSharedMemory(kLocal)); }),
+              ElementsAre("shm_open", "sem_post", "sem_timedwait", "sem_post"));
+  EXPECT_THAT(std::exchange(valid, {}), ElementsAre(0, 0, 1));
+  EXPECT_THAT(stepsOf([&] { EXPECT_TRUE(manager->disableSharedMemory(kLocal)); }),
+              ElementsAre("sem_timedwait", "shm_unlink", "sem_post"));
+  EXPECT_THAT(valid, ElementsAre(1, 0));
+}
+
+TEST_F(LockedStepsTest, AWidgetOpensAndDropsASourceWhileTheTableIsFree) {
+  const auto creator = quiet<SharedMemoryManager>(creating(kMainSegmentSize));
+  const auto opener = quiet<SharedMemoryManager>(opening(kMainSegmentSize));
+  linesWrittenBy([&] { ASSERT_TRUE(creator->enableSharedMemory(kRemote)); });
+  EXPECT_THAT(stepsOf([&] { EXPECT_NE(opener->getVideoFrameSource(kRemote), nullptr); }),
+              ElementsAre("sem_timedwait", "sem_post", "shm_open"));
+  linesWrittenBy([&] { ASSERT_TRUE(creator->disableSharedMemory(kRemote)); });
+  EXPECT_THAT(stepsOf([&] { EXPECT_EQ(opener->getVideoFrameSource(kRemote), nullptr); }),
+              ElementsAre("sem_timedwait", "sem_post", "shm_unlink"));
 }
 
 TEST_F(FailingManagerTest, MakesBothNamesOutOfTheSameCharacters) {

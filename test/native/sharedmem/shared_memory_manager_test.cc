@@ -672,21 +672,30 @@ TEST_F(SharedMemoryManagerTest, FramesArriveWhileTheirOwnStreamComesAndGoes) {
   engine.join();
 }
 
-TEST_F(SharedMemoryManagerTest, RemovesTheFrameSegmentsAndThenTheMainSegmentWhenItGoes) {
-  ManagerPtr manager = createManager();
-  const SharedMemoryKey local = enable(*manager, kLocal);
-  const SharedMemoryKey content = enable(*manager, kContent);
-  EXPECT_THAT(linesWrittenBy([&] { manager.reset(); }),
-              ElementsAre(StartsWith("~SharedMemoryVideoFrameSource:0x"),
-                          StartsWith("~SharedMemoryAllocator:0x"),
-                          StartsWith("~SharedMemoryVideoFrameSource:0x"),
-                          StartsWith("~SharedMemoryAllocator:0x"),
-                          StartsWith("~SharedMemoryAllocator:0x")));
-  for (const std::string& name : {local.shmName, content.shmName, names_.shm()}) {
-    EXPECT_FALSE(objectExists(name));
-  }
-  for (const std::string& name : {local.semName, content.semName, names_.sem()}) {
-    EXPECT_FALSE(semaphoreExists(name));
+TEST_F(SharedMemoryManagerTest, RemovesTheFrameSegmentsAndThenTheMainSegmentWhenItEnds) {
+  for (const bool isClosed : {true, false}) {
+    ManagerPtr manager = createManager();
+    const SharedMemoryKey local = enable(*manager, kLocal);
+    const SharedMemoryKey content = enable(*manager, kContent);
+    const auto end = [&] {
+      if (isClosed) {
+        manager->close();
+      } else {
+        manager.reset();
+      }
+    };
+    EXPECT_THAT(linesWrittenBy(end), ElementsAre(StartsWith("~SharedMemoryVideoFrameSource:0x"),
+                                                 StartsWith("~SharedMemoryAllocator:0x"),
+                                                 StartsWith("~SharedMemoryVideoFrameSource:0x"),
+                                                 StartsWith("~SharedMemoryAllocator:0x"),
+                                                 StartsWith("~SharedMemoryAllocator:0x")));
+    for (const std::string& name : {local.shmName, content.shmName, names_.shm()}) {
+      EXPECT_FALSE(objectExists(name));
+    }
+    for (const std::string& name : {local.semName, content.semName, names_.sem()}) {
+      EXPECT_FALSE(semaphoreExists(name));
+    }
+    EXPECT_THAT(linesWrittenBy([&] { manager.reset(); }), IsEmpty());
   }
 }
 

@@ -1,6 +1,10 @@
 #include "addon/sharedmem/shared_memory_video_frame_source.h"
 
+#include <sys/mman.h>
+
+#include <csignal>
 #include <limits>
+#include <optional>
 #include <random>
 
 #include "addon/sharedmem/shared_memory_layout.h"
@@ -546,6 +550,65 @@ TEST_F(SharedMemoryVideoFrameSourceTest, RunsNoCodeOfTheFramesWhileTheSegmentIsL
   frame->whileAsked = [&] { countWhileAsked = semaphoreCount(names_.sem()); };
   EXPECT_TRUE(writer->storeVideoFrame(frame, 1));
   EXPECT_EQ(countWhileAsked, 1);
+}
+
+// A page of pixels that cannot be read until somebody has tried to, and what a frame segment's
+// header said at that moment.
+class WatchedPage {
+ public:
+  explicit WatchedPage(const RawObject& segment) : segment_(segment) {
+    bytes_ = static_cast<std::uint8_t*>(
+        mmap(nullptr, kSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    EXPECT_NE(static_cast<void*>(bytes_), MAP_FAILED);
+    watched = this;
+    struct sigaction action = {};
+    action.sa_handler = [](int) { watched->open(); };
+    sigaction(SIGSEGV, &action, &former_);
+  }
+  ~WatchedPage() {
+    sigaction(SIGSEGV, &former_, nullptr);
+    munmap(bytes_, kSize);
+  }
+  WatchedPage(const WatchedPage&) = delete;
+  WatchedPage& operator=(const WatchedPage&) = delete;
+
+  static constexpr std::size_t kSize = 4096;
+
+  const std::uint8_t* bytes() const { return bytes_; }
+  std::optional<std::uint32_t> widthWhenRead() const { return width_; }
+  std::optional<std::uint32_t> valueWhenRead() const { return value_; }
+
+ private:
+  void open() {
+    width_ = segment_.at<std::uint32_t>(20);
+    value_ = segment_.at<std::uint32_t>(36);
+    mprotect(bytes_, kSize, PROT_READ);
+  }
+
+  static inline WatchedPage* watched = nullptr;
+
+  const RawObject& segment_;
+  std::uint8_t* bytes_ = nullptr;
+  struct sigaction former_ = {};
+  std::optional<std::uint32_t> width_;
+  std::optional<std::uint32_t> value_;
+};
+
+TEST_F(SharedMemoryVideoFrameSourceTest, WritesTheValuesThenThePixelsThenTheSize) {
+  const SourcePtr writer = createWriter();
+  EXPECT_TRUE(writer->storeVideoFrame(picture(8, 8), 1));
+  const RawObject segment = rawSegment();
+  const WatchedPage pixels(segment);
+  FakeVideoFrame frame;
+  frame.width = 64;
+  frame.height = 32;
+  frame.valueC = 77;
+  frame.buffer = pixels.bytes();
+  frame.bufferSize = WatchedPage::kSize;
+  EXPECT_TRUE(writer->storeVideoFrame(std::make_shared<FakeVideoFrame>(frame), 1));
+  EXPECT_EQ(pixels.valueWhenRead(), 77);
+  EXPECT_EQ(pixels.widthWhenRead(), 8) << "the former picture's";
+  EXPECT_EQ(segment.at<std::uint32_t>(20), 64);
 }
 
 }  // namespace

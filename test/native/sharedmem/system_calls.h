@@ -28,6 +28,7 @@ struct SystemCalls {
   // Notes a call, and returns the error that it is to fail with.
   std::optional<int> take(const std::string& name) {
     made.push_back(name);
+    if (whenMade) whenMade(name);
     if (chosen && chosen->number == made.size() - 1) return chosen->error;
     const auto found = failures.find(name);
     if (found == failures.end() || found->second.times == 0) return std::nullopt;
@@ -37,7 +38,8 @@ struct SystemCalls {
 
   auto countOf(const std::string& name) const { return std::count(made.begin(), made.end(), name); }
 
-  std::vector<std::string> made;     // by name, in order
+  std::vector<std::string> made;                     // by name, in order
+  std::function<void(const std::string&)> whenMade;  // runs before each call, with its name
   std::set<std::string> created;     // the files of the names that were opened to be created
   std::vector<timespec> deadlines;   // that sem_timedwait was called with
   std::function<void()> makeUp;      // makes the call after all that was last refused a release

@@ -19,10 +19,10 @@ const ARGUMENTS = [
 
 // A browser that is closed when the test ends, without the sanitizer's runtime that a node under
 // test may have preloaded.
-export async function openBrowser(test) {
+export async function openBrowser(test, moreArguments = []) {
   const browser = await chromium.launch({
     executablePath: EXECUTABLE,
-    args: ARGUMENTS,
+    args: [...ARGUMENTS, ...moreArguments],
     chromiumSandbox: process.getuid() !== 0,
     env: { ...process.env, LD_PRELOAD: '' },
   });

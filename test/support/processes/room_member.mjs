@@ -8,12 +8,12 @@ import { setTimeout as delay } from 'node:timers/promises';
 
 import { connectParams } from '../../../examples/support/connect_params.mjs';
 import { EVENT_NAMES } from '../../../js/event_names.js';
+import { build } from '../build.mjs';
 import { readCard } from '../card_code.mjs';
 import { obey } from '../commanded_process.mjs';
 
 const POLL_INTERVAL_MS = 5;
 const LASTING_THREADS = /^(node|libuv-worker|V8|gmain|gdbus|pool-spawner|GstSystemClock)/;
-const build = path.resolve(process.env.TESSEL_BUILD ?? 'build/release');
 const { TesselWrapper } = createRequire(import.meta.url)(
   path.join(build, 'webrtc', 'tesselWrapper.node'),
 );

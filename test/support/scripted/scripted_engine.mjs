@@ -74,6 +74,27 @@ export const operations = () => calls().map(({ operation }) => operation);
 // Whether calls are recorded; they are, unless told otherwise.
 export const recordCalls = (enabled) => engine.recordCalls(enabled);
 
+// Calls `look` with the name of each operation that the JavaScript thread calls from now on, before
+// the call has an effect, until reset(). Answers with the list of what `look` returned, undefined
+// left out, or threw.
+export function watchCalls(look) {
+  const seen = [];
+  control.observeCalls((operation) => {
+    try {
+      const sight = look(operation);
+      if (sight !== undefined) seen.push(sight);
+    } catch (error) {
+      seen.push(error);
+    }
+  });
+  return seen;
+}
+
+// How many owners the callback of facade number `engine` has, and the receiver of a stream: 1 is the
+// engine alone, 0 stands for none.
+export const callbackOwners = (number) => engine.callbackOwners(number);
+export const receiverOwners = (stream) => engine.receiverOwners(keyOf(stream));
+
 // ---- What the engine does
 
 // The names of the operations that can be made to fail, and of those among them that can answer with
@@ -88,7 +109,8 @@ export const failOperation = (operation, failure) => engine.failOperation(operat
 
 // When Initialize reports completion: 'inside' (the default) during the call, on its thread;
 // 'before-wait' during the call, on another thread; 'later' on another thread, `delayMs` after the
-// call. `notifications`, a list of [name, ...args], are sent before that from an engine thread.
+// call; 'when-waiting' on another thread, when the thread of the call is asleep. `notifications`, a
+// list of [name, ...args], are sent before that from an engine thread.
 export function setInitialisation(mode, { delayMs, notifications = [] } = {}) {
   engine.setInitialisation({ mode, delayMs, notifications: notifications.map(notification) });
 }

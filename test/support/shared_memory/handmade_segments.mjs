@@ -92,6 +92,18 @@ export function list(mainShmName, index, { shm_name: shm, sem_name: sem, valid =
   writeToSegment(mainShmName, entry, (FIRST_REMOTE_ENTRY + index) * ENTRY_SIZE);
 }
 
+// The entry of a remote stream in a main segment's file: { valid, shm_name, sem_name }.
+export function entryOf(file, index) {
+  const fd = openSync(file);
+  try {
+    const entry = readAt(fd, ENTRY_SIZE, (FIRST_REMOTE_ENTRY + index) * ENTRY_SIZE);
+    const name = (at) => entry.toString('latin1', at, entry.indexOf(0, at));
+    return { valid: entry[0], shm_name: name(1), sem_name: name(1 + NAME_SIZE) };
+  } finally {
+    closeSync(fd);
+  }
+}
+
 // Writes a frame segment's header.
 export function writeHeader(shmName, { width, height, sequence = 1n, clearFrame = 0, csrc = 0 }) {
   const header = Buffer.alloc(40);

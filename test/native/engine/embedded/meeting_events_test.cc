@@ -163,9 +163,9 @@ TEST_F(MeetingEventsTest, ACameraThatIsNotThereOrCannotCaptureSoIsNotSelected) {
   const std::string log = support::TemporaryDirectory::read(directory.path() / "tesselclient.log");
   for (const auto* const line :
        {"there is no device camera-2\n", "there is no device ear\n",
-        "there is no device camera-0\n", "no camera films 63x480 at 10\n",
-        "no camera films 640x-1 at 10\n", "no camera films 3841x480 at 10\n",
-        "no camera films 640x480 at 61\n", "no camera films 640x480 at 0\n"}) {
+        "there is no device camera-0\n", "no camera captures 63x480 at 10\n",
+        "no camera captures 640x-1 at 10\n", "no camera captures 3841x480 at 10\n",
+        "no camera captures 640x480 at 61\n", "no camera captures 640x480 at 0\n"}) {
     EXPECT_THAT(log, testing::HasSubstr(line));
   }
 }

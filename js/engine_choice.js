@@ -1,0 +1,42 @@
+'use strict';
+
+// Which engine this process uses. There is one in a process: the first choice holds.
+
+// The environment variable that names the engine of those who import the package itself.
+const VARIABLE = 'TESSEL_WRAPPER_ENGINE';
+// Where the addon lies with each engine beside it, in the directory of a build.
+const DIRECTORIES = new Map([
+  ['embedded', '.'],
+  ['webrtc', 'webrtc'],
+]);
+const IMPORTS = new Map([
+  ['embedded', 'tessel-wrapper'],
+  ['webrtc', 'tessel-wrapper/webrtc'],
+]);
+
+let chosen;
+
+// Throws an Error when the process has another engine already.
+function chooseEngine(name) {
+  chosen ??= name;
+  if (chosen !== name) {
+    throw new Error(
+      `This process uses the ${chosen} engine already, and can use no other: "${IMPORTS.get(name)}" cannot be imported beside "${IMPORTS.get(chosen)}".`,
+    );
+  }
+}
+
+function usualEngine() {
+  const name = process.env[VARIABLE] || 'embedded';
+  if (DIRECTORIES.has(name)) return name;
+  const names = [...DIRECTORIES.keys()].join(' or ');
+  throw new Error(`${VARIABLE} names the engine "${name}": it has to be ${names}.`);
+}
+
+const chooseUsualEngine = () => chooseEngine(usualEngine());
+
+// The engine of this process, and where the addon with it lies in a build.
+const engineName = () => chosen ?? usualEngine();
+const engineDirectory = () => DIRECTORIES.get(engineName());
+
+module.exports = { VARIABLE, chooseEngine, chooseUsualEngine, engineDirectory, engineName };

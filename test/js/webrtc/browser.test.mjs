@@ -1,0 +1,86 @@
+// A browser, with nothing but its own WebRTC, in a room of a real SFU together with the engine.
+
+import assert from 'node:assert/strict';
+import { readFileSync } from 'node:fs';
+import path from 'node:path';
+import { test } from 'node:test';
+
+import { guestLink, servePage } from '../../../examples/sfu/guest_page.mjs';
+import { writeCardClip } from '../../support/card_clip.mjs';
+import { PATIENCE_MS, openBrowser } from '../../support/meeting_app/browser.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { openMember, remote, startServer } from '../../support/webrtc_room.mjs';
+
+const CARD_CODE = readFileSync(new URL('../../support/card_code.mjs', import.meta.url), 'utf8');
+const ROOM = 'meeting';
+
+// The guest's page in a browser whose camera is `cameraArguments`.
+async function openGuest(t, janus, cameraArguments) {
+  const pageServer = await servePage();
+  t.after(() => {
+    pageServer.close();
+    pageServer.closeAllConnections();
+  });
+  const browser = await openBrowser(t, cameraArguments);
+  const page = await (await browser.newContext()).newPage();
+  page.setDefaultTimeout(PATIENCE_MS);
+  await page.goto(guestLink(pageServer, janus, ROOM));
+  return page;
+}
+
+// The detail of the test card that the others' only video shows, in the page.
+const shownDetail = (page) =>
+  page.evaluate(async (source) => {
+    const module = new Blob([source], { type: 'text/javascript' });
+    const { readCard } = await import(URL.createObjectURL(module));
+    const video = document.querySelector('[id^="feed-"] video');
+    await new Promise((resolve) => video.requestVideoFrameCallback(resolve));
+    const { videoWidth: width, videoHeight: height } = video;
+    const context = new OffscreenCanvas(width, height).getContext('2d');
+    context.drawImage(video, 0, 0);
+    const { data } = context.getImageData(0, 0, width, height);
+    const yPlaneBuffer = Uint8Array.from({ length: width * height }, (_, i) => data[4 * i + 1]);
+    return readCard({ width, height, yPlaneBuffer, yPlaneBufferStride: width })?.detail;
+  }, CARD_CODE);
+
+test('a browser and a process see each other', async (t) => {
+  const janus = await startServer(t, { rooms: { [ROOM]: {} } });
+  const clip = path.join(temporaryDirectory(t), 'camera.y4m');
+  writeCardClip(clip, { width: 640, height: 360, detail: 77 });
+  const page = await openGuest(t, janus, [
+    '--use-fake-ui-for-media-stream',
+    '--use-fake-device-for-media-stream',
+    `--use-file-for-fake-video-capture=${clip}`,
+  ]);
+  await page.getByText('In the room.', { exact: true }).waitFor();
+  const member = await openMember(t);
+  const uri = janus.uri(ROOM, { camera: 'card:5', microphone: 'tone:440' });
+  assert.deepEqual(await member.does('join', uri, { endpointName: 'Ada' }), { connected: true });
+
+  await page.getByText('Ada').waitFor();
+  await page.waitForFunction(() => document.querySelector('[id^="feed-"] video')?.videoWidth > 0);
+  assert.equal(await shownDetail(page), 5);
+  const { card } = await member.does('picture', remote(0));
+  assert.equal(card?.detail, 77);
+
+  await member.does('call', 'registerEvent', {
+    ...{ eventName: 'participants', expires: 60 },
+    ...{ mimeType: 'application', mimeSubType: 'json' },
+  });
+  const { eventBody } = await member.does('seen', 'eventNotify', { eventName: 'participants' });
+  assert.match(eventBody, /"name":"guest"/);
+
+  await page.getByRole('button', { name: 'Leave' }).click();
+  await member.does('seen', 'streamRemoved', remote(0));
+});
+
+test('a browser without camera and microphone says so, and is seen all the same', async (t) => {
+  const janus = await startServer(t, { rooms: { [ROOM]: {} } });
+  const page = await openGuest(t, janus, []);
+  await page.getByText('Without camera and microphone: something stands in.').waitFor();
+  const member = await openMember(t);
+  assert.deepEqual(await member.does('join', janus.uri(ROOM)), { connected: true });
+  const { width, height, card } = await member.does('picture', remote(0));
+  assert.equal(card, null);
+  assert.equal(width / height, 640 / 360);
+});

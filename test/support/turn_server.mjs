@@ -1,0 +1,45 @@
+// A coturn relay of one's own on this machine's network address.
+
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { createInterface } from 'node:readline';
+
+import { freePort, ownAddress } from '../../examples/sfu/janus_server.mjs';
+import { temporaryDirectory } from './temporary_directory.mjs';
+
+const USER = 'user';
+// Of the characters that a uri has a use for.
+const PASSWORD = 'p@ss:w/rd?&%';
+
+// Settles when it listens: with its { address, port, username, password }, and with `used`, which
+// settles when so many connections have been relayed.
+export async function startTurnServer(test) {
+  const address = ownAddress();
+  const port = await freePort(address);
+  const directory = temporaryDirectory(test);
+  const child = spawn(
+    'turnserver',
+    [
+      ...['-n', '-a', '--verbose', '--log-file=stdout', '--no-cli', '--no-tls', '--no-dtls'],
+      ...['-L', address, '-p', `${port}`, '-r', 'test', '-u', `${USER}:${PASSWORD}`],
+      ...['--userdb', `${directory}/users`, '--pidfile', `${directory}/pid`],
+    ],
+    { stdio: ['ignore', 'pipe', 'ignore'], env: { ...process.env, LD_PRELOAD: '' } },
+  );
+  test.after(async () => {
+    child.kill();
+    if (child.exitCode === null && child.signalCode === null) await once(child, 'exit');
+  });
+  const lines = [];
+  const output = createInterface({ input: child.stdout });
+  output.on('line', (line) => lines.push(line));
+  const said = async (find) => {
+    while (!find(lines)) await once(output, 'line');
+  };
+  await said(() => lines.some((line) => line.includes('TCP listener opened')));
+  return {
+    ...{ address, port, username: USER, password: PASSWORD },
+    used: (count) =>
+      said(() => lines.filter((line) => /ALLOCATE processed, success/.test(line)).length >= count),
+  };
+}

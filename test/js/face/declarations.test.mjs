@@ -126,7 +126,11 @@ const EVENT_SHAPES = [
   ...read('addon/events/emit_functions.cc').matchAll(
     /^ {2}\(emitter, ([\w, ]+)\) => \{\n {4}emitter\.emit\("(\w+)", (?:(\w+) === undefined)?/gm,
   ),
-].map(([, properties, name, optional]) => ({ name, properties: properties.split(', '), optional }));
+].map(([, properties, name, optional]) => ({
+  name,
+  properties: properties.split(', ').map((property) => `'${property}'`),
+  optional: optional && `'${optional}'`,
+}));
 
 function eventAssertions() {
   const names = EVENT_SHAPES.map(({ name }) => `'${name}'`).join(' | ');

@@ -1,24 +1,16 @@
 // The examples of the guide: each is a program that runs to its end.
 
 import assert from 'node:assert/strict';
-import { spawn, spawnSync } from 'node:child_process';
-import { once } from 'node:events';
-import { existsSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { spawnSync } from 'node:child_process';
+import { existsSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
-import { createInterface } from 'node:readline';
-import { after, test } from 'node:test';
-import sharp from 'sharp';
-import { WebSocket } from 'ws';
+import { test } from 'node:test';
 
 import { readCard } from '../../support/card_code.mjs';
 import { ffmpeg } from '../../support/ffmpeg.mjs';
 import { filesNamedIn } from '../../support/shared_memory/shared_memory_names.mjs';
-import { build, repository } from '../../support/build.mjs';
-
-const guide = readFileSync(path.join(repository, 'docs/guide.md'), 'utf8');
-const examples = new Map(
-  [...guide.matchAll(/^```js (\S+)\n(.*?)^```$/gms)].map(([, name, source]) => [name, source]),
-);
+import { build } from '../../support/build.mjs';
+import { directory, examples, guide, variant } from '../../support/guide.mjs';
 
 // Each example's own lines of output; the engine's notices stand among them.
 const OUTPUT = {
@@ -39,30 +31,19 @@ const OUTPUT = {
 };
 // Started by other examples.
 const PARTS = ['widget.mjs', 'redirected_child.mjs'];
-// With tests of their own.
-const TESTED_BELOW = ['logging.mjs', 'redirected.mjs', 'recorder.mjs', 'server.mjs'];
+// With tests of their own: below, and in test/picture_server/.
+const TESTED_APART = ['logging.mjs', 'redirected.mjs', 'recorder.mjs', 'server.mjs'];
 const BUNDLERS = ['esbuild.mjs', 'rollup.config.mjs', 'webpack.config.mjs', 'vite.config.mjs'];
 
-// In the repository, where the package finds itself by its name.
-const directory = mkdtempSync(path.join(repository, 'build', 'guide-'));
-after(() => rmSync(directory, { recursive: true }));
 for (const [name, source] of examples) writeFileSync(path.join(directory, name), source);
 
 test('every example in JavaScript is known here, and has a name', () => {
   assert.deepEqual(
     [...examples.keys()].sort(),
-    [...Object.keys(OUTPUT), ...PARTS, ...TESTED_BELOW, ...BUNDLERS].sort(),
+    [...Object.keys(OUTPUT), ...PARTS, ...TESTED_APART, ...BUNDLERS].sort(),
   );
   assert.equal(guide.match(/^```js/gm).length, examples.size);
 });
-
-// The example with other statements instead of some of its own.
-function variant(name, replacements) {
-  return Object.entries(replacements).reduce((source, [statement, other]) => {
-    assert.ok(source.includes(statement), statement);
-    return source.replace(statement, () => other);
-  }, examples.get(name));
-}
 
 // Runs it to its end.
 function run(name) {
@@ -225,54 +206,4 @@ test('recorder.mjs keeps its rate through a mute and a change of size', () => {
       assert.equal(cardIn(picture, height || 360), height === 0 ? 'black' : number);
     }
   });
-});
-
-test('server.mjs serves those who keep up and lets go of those who do not', async (t) => {
-  const source = variant('server.mjs', {
-    // Pictures that fill what the system keeps for a connection sooner.
-    'participants=1': 'participants=1&size=1280x720',
-    '.jpeg()': '.png({ compressionLevel: 0 })',
-    'PATIENCE = 5000': 'PATIENCE = 500',
-  });
-  const file = path.join(directory, 'serving.mjs');
-  writeFileSync(file, source);
-  const child = spawn(process.execPath, [file], { stdio: ['ignore', 'pipe', 'pipe'] });
-  t.after(() => child.kill('SIGKILL'));
-  const exit = once(child, 'exit');
-  let complaints = '';
-  child.stderr.setEncoding('utf8').on('data', (text) => (complaints += text));
-  const lines = createInterface({ input: child.stdout });
-  const said = (start) =>
-    new Promise((resolve) => {
-      lines.on('line', (line) => line.startsWith(start) && resolve(line));
-    });
-
-  const letGo = said('a client was too slow');
-  const address = (await said('address: ')).replace('address: ', '');
-  const slow = new WebSocket(address);
-  await once(slow, 'open');
-  slow.pause();
-  const fast = new WebSocket(address);
-  t.after(() => [slow, fast].forEach((client) => client.terminate()));
-  const numbers = [];
-  const newest = (data) =>
-    sharp(data)
-      .extractChannel('green')
-      .raw()
-      .toBuffer({ resolveWithObject: true })
-      .then(({ data: yPlaneBuffer, info: { width, height } }) =>
-        readCard({ width, height, yPlaneBuffer, yPlaneBufferStride: width }),
-      );
-  fast.on('message', (data) => numbers.push(newest(data)));
-  await letGo;
-  const before = numbers.length;
-  while (numbers.length < before + 3) await once(fast, 'message');
-  const cards = await Promise.all(numbers);
-  cards.forEach((card, index) => {
-    assert.equal(card.streamIndex, 0);
-    if (index > 0) assert.ok(card.number > cards[index - 1].number);
-  });
-  child.kill('SIGTERM');
-  assert.deepEqual(await exit, [0, null]);
-  assert.equal(complaints, '');
 });

@@ -1,0 +1,66 @@
+// The guide's server of pictures. For the release build alone: the thread sanitizer does not know the
+// threads of sharp's library, and reports them.
+
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { writeFileSync } from 'node:fs';
+import path from 'node:path';
+import { createInterface } from 'node:readline';
+import { test } from 'node:test';
+import sharp from 'sharp';
+import { WebSocket } from 'ws';
+
+import { readCard } from '../support/card_code.mjs';
+import '../support/face.mjs'; // names the addon for the process
+import { directory, variant } from '../support/guide.mjs';
+
+test('server.mjs serves those who keep up and lets go of those who do not', async (t) => {
+  const source = variant('server.mjs', {
+    // Pictures that fill what the system keeps for a connection sooner.
+    'participants=1': 'participants=1&size=1280x720',
+    '.jpeg()': '.png({ compressionLevel: 0 })',
+    'PATIENCE = 5000': 'PATIENCE = 500',
+  });
+  const file = path.join(directory, 'serving.mjs');
+  writeFileSync(file, source);
+  const child = spawn(process.execPath, [file], { stdio: ['ignore', 'pipe', 'pipe'] });
+  t.after(() => child.kill('SIGKILL'));
+  const exit = once(child, 'exit');
+  let complaints = '';
+  child.stderr.setEncoding('utf8').on('data', (text) => (complaints += text));
+  const lines = createInterface({ input: child.stdout });
+  const said = (start) =>
+    new Promise((resolve) => {
+      lines.on('line', (line) => line.startsWith(start) && resolve(line));
+    });
+
+  const letGo = said('a client was too slow');
+  const address = (await said('address: ')).replace('address: ', '');
+  const slow = new WebSocket(address);
+  await once(slow, 'open');
+  slow.pause();
+  const fast = new WebSocket(address);
+  t.after(() => [slow, fast].forEach((client) => client.terminate()));
+  const numbers = [];
+  const newest = (data) =>
+    sharp(data)
+      .extractChannel('green')
+      .raw()
+      .toBuffer({ resolveWithObject: true })
+      .then(({ data: yPlaneBuffer, info: { width, height } }) =>
+        readCard({ width, height, yPlaneBuffer, yPlaneBufferStride: width }),
+      );
+  fast.on('message', (data) => numbers.push(newest(data)));
+  await letGo;
+  const before = numbers.length;
+  while (numbers.length < before + 3) await once(fast, 'message');
+  const cards = await Promise.all(numbers);
+  cards.forEach((card, index) => {
+    assert.equal(card.streamIndex, 0);
+    if (index > 0) assert.ok(card.number > cards[index - 1].number);
+  });
+  child.kill('SIGTERM');
+  assert.deepEqual(await exit, [0, null]);
+  assert.equal(complaints, '');
+});

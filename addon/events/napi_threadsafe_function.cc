@@ -24,7 +24,7 @@ class HandleScope {
   bool isOpen() const { return scope_ != nullptr; }
 
  private:
-  const napi_env env_;
+  napi_env env_;
   napi_handle_scope scope_ = nullptr;
 };
 

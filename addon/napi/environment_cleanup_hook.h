@@ -40,7 +40,7 @@ class EnvironmentCleanupHook {
     work();
   }
 
-  const napi_env env_;
+  napi_env env_;
   std::function<void()> work_;  // empty once it ran
 };
 

@@ -509,6 +509,29 @@ TEST_F(FailingManagerTest, ALaterLookUpThatTimesOutKeepsTheStreamsSource) {
               IsEmpty());
 }
 
+TEST_F(FailingManagerTest, ARemovedSourceThatHoldsAFrameBlocksTheWriterUntilTheStreamIsMadeAnew) {
+  const auto creator = quiet<SharedMemoryManager>(creating(kMainSegmentSize));
+  const auto opener = quiet<SharedMemoryManager>(opening(kMainSegmentSize));
+  linesWrittenBy([&] {
+    ASSERT_TRUE(creator->enableSharedMemory(kRemote));
+    VideoFrame frame;
+    ASSERT_TRUE(opener->getVideoFrameSource(kRemote)->getVideoFrame(frame, kNoFrame));
+    opener->removeVideoFrameSource(kRemote);
+  });
+  systemCalls().waits = false;
+  const auto store = [&] {
+    creator->NotifyFrameArrived(std::make_shared<FakeVideoFrame>(2, 2), 1, kRemote);
+  };
+  for (int frame = 0; frame < 2; ++frame) {
+    EXPECT_THAT(linesWrittenBy(store), ElementsAre("sem_timedwait timedout, error:110"));
+  }
+  linesWrittenBy([&] {
+    EXPECT_TRUE(creator->disableSharedMemory(kRemote));
+    EXPECT_TRUE(creator->enableSharedMemory(kRemote));
+  });
+  EXPECT_THAT(linesWrittenBy(store), IsEmpty());
+}
+
 // Of the calls that `action` makes: those on a lock, and what makes and what drops a segment.
 class LockedStepsTest : public FailingSystemCallsTest {
  protected:

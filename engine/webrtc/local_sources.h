@@ -4,7 +4,10 @@
 #define ENGINE_WEBRTC_LOCAL_SOURCES_H_
 
 #include <cstdint>
+#include <memory>
 #include <string>
+
+#include "engine/support/pictures/y4m_clip.h"
 
 namespace webrtc {
 
@@ -14,6 +17,8 @@ struct CameraSource {
   Kind kind = Kind::kDevice;
   std::uint32_t detail = 0;  // of a card's code
   std::string path;          // of a clip
+  // The clip, once it was opened.
+  std::shared_ptr<const support::Y4mClip> clip = {};
 
   bool operator==(const CameraSource&) const = default;
 };

@@ -97,9 +97,8 @@ std::unique_ptr<Camera> LocalVideo::openCamera() {
       break;
     }
     case CameraSource::Kind::kClip: {
-      const auto clip = std::make_shared<const support::Y4mClip>(source_.path);
-      rate = clip->rate();
-      source = std::make_unique<support::ClipSource>(clip, true, clip->size());
+      rate = source_.clip->rate();
+      source = std::make_unique<support::ClipSource>(source_.clip, true, source_.clip->size());
       break;
     }
   }

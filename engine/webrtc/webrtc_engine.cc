@@ -6,6 +6,19 @@
 #include "engine/webrtc/elements.h"
 
 namespace webrtc {
+namespace {
+
+void openClip(CameraSource& source) {
+  if (source.kind != CameraSource::Kind::kClip) return;
+  try {
+    source.clip = std::make_shared<const support::Y4mClip>(source.path);
+  } catch (const support::ClipError& error) {
+    const bool isUnreadable = error.kind() == support::ClipError::Kind::kUnreadable;
+    throw CallFailure(isUnreadable ? kClipUnreadable : kClipUnsupported, error.what());
+  }
+}
+
+}  // namespace
 
 WebrtcEngine::WebrtcEngine(support::EngineContext& context,
                            std::shared_ptr<support::FramePool> pool)
@@ -40,12 +53,13 @@ void WebrtcEngine::connect(const tsl::ConnectParams& params) {
     return;
   }
   try {
-    const CallTarget target = parseCallUri(params.uri);
+    CallTarget target = parseCallUri(params.uri);
+    openClip(target.camera);
     context_.log->write("call " + std::to_string(callId) + " to " + target.url + ", room " +
                         target.room);
     requireElements();
-    call_ = std::make_unique<Call>(context_, pool_, localVideo_, audioDevices_, callId, target,
-                                   params, [this] { roster_.update(); });
+    call_ = std::make_unique<Call>(context_, pool_, localVideo_, audioDevices_, callId,
+                                   std::move(target), params, [this] { roster_.update(); });
   } catch (const CallFailure& failure) {
     refuse(callId, failure);
     return;

@@ -3,6 +3,7 @@
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { once } from 'node:events';
+import { writeFileSync } from 'node:fs';
 import { createServer as createHttpServer } from 'node:http';
 import { createServer as createTcpServer } from 'node:net';
 import path from 'node:path';
@@ -216,6 +217,18 @@ test('a server that dies ends the call', async (t) => {
   const { code, reason } = await member.does('seen', 'callDisconnect');
   assert.equal(code, 503);
   assert.match(reason, /^the server was lost: /);
+});
+
+test('a clip that cannot be played is refused', async (t) => {
+  const directory = temporaryDirectory(t);
+  const member = await openMember(t);
+  const camera = (file) =>
+    `janus+ws://${address}/?room=r&camera=${encodeURIComponent(path.join(directory, file))}`;
+  const unreadable = await refusal(member, camera('none.y4m'));
+  assert.equal(unreadable.code, 404);
+  assert.match(unreadable.reason, /^the clip cannot be opened: /);
+  writeFileSync(path.join(directory, 'empty.y4m'), '');
+  assert.equal((await refusal(member, camera('empty.y4m'))).code, 415);
 });
 
 test('a uri that says nothing clear is refused', async (t) => {

@@ -2,8 +2,11 @@
 // decoded pixels: the detail of a card's code is its sender's.
 
 import assert from 'node:assert/strict';
+import path from 'node:path';
 import { test } from 'node:test';
 
+import { writeCardClip } from '../../support/card_clip.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { LOCAL, openMember, remote, startServer } from '../../support/webrtc_room.mjs';
 
 const LEFT = { reason: 'the call was left', code: 0 };
@@ -92,6 +95,16 @@ test('a size that is no multiple of eight arrives whole', async (t) => {
   const pictures = await members[0].does('pictures', remote(0), 5);
   assert.deepEqual(details(pictures), Array(5).fill(2));
   for (const { width, height } of pictures) assert.deepEqual([width, height], [322, 182]);
+});
+
+test('a clip in the place of a camera is seen', async (t) => {
+  const { server, members } = await meet(t, 1);
+  const clip = path.join(temporaryDirectory(t), 'camera.y4m');
+  writeCardClip(clip, { width: 320, height: 180, detail: 99 });
+  const player = await openMember(t);
+  await player.does('join', server.uri('meeting', { camera: clip, microphone: 'tone:440' }));
+  const [{ width, height, card }] = await members[0].does('pictures', remote(0), 1);
+  assert.deepEqual([width, height, card?.detail], [320, 180, 99]);
 });
 
 test('the microphone has a level, unless it is muted', async (t) => {

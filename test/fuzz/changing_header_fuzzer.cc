@@ -29,7 +29,7 @@ constexpr int kReadsOfEachInput = 50;
 // nobody and nobody waits for it.
 class RestlessWriter {
  public:
-  explicit RestlessWriter(SharedFrameHeader& header) : header_(header) {}
+  explicit RestlessWriter(sharedmem::SharedFrameHeader& header) : header_(header) {}
 
   void alternate(Size one, Size other) {
     sizes_[0] = one;
@@ -42,7 +42,7 @@ class RestlessWriter {
     static_cast<volatile std::uint32_t&>(header_.height) = size.height;
   }
 
-  SharedFrameHeader& header_;
+  sharedmem::SharedFrameHeader& header_;
   std::array<std::atomic<Size>, 2> sizes_ = {};
   // The last member, so that it ends first.
   std::jthread thread_{[this](const std::stop_token& stop) {
@@ -54,7 +54,7 @@ class RestlessWriter {
 
 struct Fixture {
   fuzz::FrameReader reader;
-  RestlessWriter writer{*reinterpret_cast<SharedFrameHeader*>(reader.segment().bytes())};
+  RestlessWriter writer{*reinterpret_cast<sharedmem::SharedFrameHeader*>(reader.segment().bytes())};
 };
 
 }  // namespace

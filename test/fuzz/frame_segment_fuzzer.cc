@@ -8,7 +8,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static fuzz::FrameReader reader;
-  reader.segment().put(0, data, size, sizeof(SharedFrameHeader));
+  reader.segment().put(0, data, size, sizeof(sharedmem::SharedFrameHeader));
   reader.read();
   return 0;
 }

@@ -83,20 +83,6 @@ test('planes that JavaScript transfers are copied anew for the next frame object
   assert.equal(engine.liveFrames(), live);
 });
 
-test('the copies go with their wrapper', async () => {
-  const stream = newStream();
-  const before = engine.liveFrames();
-  const owner = makeWrapper(TesselWrapper);
-  engine.setFrame(stream, { ...SIZE, frameId: 5, fresh: true });
-  const frame = owner.wrapper.getFrame(stream, 0);
-  owner.wrapper.destroy();
-  assertPicture(frame, patternedPicture(stream, { ...SIZE, frameId: 5 }));
-  engine.dropCallback();
-  delete owner.wrapper;
-  await collectUntil(() => engine.liveFrames() === before);
-  assertStale(frame);
-});
-
 test('a frame object that cannot be built throws, and leaves the segment unlocked and the stream going', () => {
   const stream = newStream();
   engine.setStream(stream);
@@ -115,4 +101,19 @@ test('a frame object that cannot be built throws, and leaves the segment unlocke
   }
   proxy.removeVideo(stream);
   wrapper.exitWidgetMode(stream);
+});
+
+// The last one: a second wrapper of one second has the names of the first, and takes them with it.
+test('the copies go with their wrapper', async () => {
+  const stream = newStream();
+  const before = engine.liveFrames();
+  const owner = makeWrapper(TesselWrapper);
+  engine.setFrame(stream, { ...SIZE, frameId: 5, fresh: true });
+  const frame = owner.wrapper.getFrame(stream, 0);
+  owner.wrapper.destroy();
+  assertPicture(frame, patternedPicture(stream, { ...SIZE, frameId: 5 }));
+  engine.dropCallback();
+  delete owner.wrapper;
+  await collectUntil(() => engine.liveFrames() === before);
+  assertStale(frame);
 });

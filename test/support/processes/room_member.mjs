@@ -14,6 +14,8 @@ import { obey } from '../commanded_process.mjs';
 
 const POLL_INTERVAL_MS = 5;
 const LASTING_THREADS = /^(node|libuv-worker|V8|gmain|gdbus|pool-spawner|GstSystemClock)/;
+// Newer lines of node give each of their threads a name of its own.
+const threadsOfNode = new Set(threadNames());
 const { TesselWrapper } = createRequire(import.meta.url)(
   path.join(build, 'webrtc', 'tesselWrapper.node'),
 );
@@ -139,7 +141,9 @@ obey({
   // for the whole process.
   async threadsGone() {
     for (;;) {
-      const others = threadNames().filter((name) => !LASTING_THREADS.test(name));
+      const others = threadNames().filter(
+        (name) => !LASTING_THREADS.test(name) && !threadsOfNode.has(name),
+      );
       if (others.length === 0) return;
       await delay(POLL_INTERVAL_MS);
     }

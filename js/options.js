@@ -28,9 +28,11 @@ const CHECKS = {
   },
 };
 
-// A signal has no names of its own, and would pass for options that are all left out.
+// An array, a signal or its controller has no such names, and would pass for options that are all left
+// out.
 function isRecord(options) {
-  return typeof options === 'object' && options !== null && !('aborted' in options);
+  if (typeof options !== 'object' || options === null || Array.isArray(options)) return false;
+  return !('aborted' in options || 'abort' in options);
 }
 
 // The `options` of `operation`, which knows those called `names`; undefined leaves one, or all, out.

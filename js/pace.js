@@ -2,6 +2,9 @@
 
 const clocks = require('./clocks.js');
 
+// Node.js fires a longer timer at once.
+const LONGEST_TIMER_MS = 2 ** 31 - 1;
+
 // When to look for the next frame, at a rate of at most `rate` frames per second.
 class Pace {
   // A look that found nothing is repeated after this part of a period, so that a source of the same
@@ -21,7 +24,7 @@ class Pace {
     this.#due = foundFrame
       ? Math.max(this.#due + this.#period, now)
       : Math.max(this.#due, now + this.#period * Pace.#RETRY);
-    return Math.ceil(this.#due - now);
+    return Math.min(Math.ceil(this.#due - now), LONGEST_TIMER_MS);
   }
 }
 

@@ -36,7 +36,8 @@ const SHARE_PROPERTIES = ['type', 'screenId', 'applicationId', 'windowId'];
 const CONNECTION_PROPERTIES = ['uri', ...Object.keys(CONNECTION), 'mediaStreamState'];
 
 function requireRecord(record, expectation) {
-  if (typeof record !== 'object' || record === null) throw new TypeError(expectation);
+  if (typeof record === 'object' && record !== null && !Array.isArray(record)) return;
+  throw new TypeError(expectation);
 }
 
 // The properties of `record` that are not left out; undefined leaves one out.
@@ -69,7 +70,11 @@ function createParams(params) {
 function connectParams(connection) {
   requireRecord(connection, "join expects an object with a uri: { uri: 'tessel:demo' }");
   requireKnown(connection, CONNECTION_PROPERTIES, 'ConnectParams');
-  const { mediaStreamState } = connection;
+  const { mediaStreamState = {} } = connection;
+  requireRecord(
+    mediaStreamState,
+    'Wrong type for property mediaStreamState on object ConnectParams, expected Object',
+  );
   requireKnown(mediaStreamState, Object.keys(MEDIA_STREAM_STATE), 'MediaStreamState');
   return {
     ...CONNECTION,

@@ -137,7 +137,8 @@ describe('the events of a meeting', () => {
       enterWidgetMode: [(options) => meeting.enterWidgetMode(stream, options), ['signal']],
     };
     for (const [name, [ask, known]] of Object.entries(operations)) {
-      for (const none of [5, null, 'fast', new AbortController().signal]) {
+      const controller = new AbortController();
+      for (const none of [5, null, 'fast', [], controller, controller.signal]) {
         await assert.rejects(ask(none), {
           name: 'TypeError',
           message:

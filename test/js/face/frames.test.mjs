@@ -298,6 +298,10 @@ describe('the frames of a meeting', () => {
 
 // ---- The pace
 
+test('a rate of one frame in years waits as long as a timer can', () => {
+  assert.equal(new Pace(1e-10).next(true), 2 ** 31 - 1);
+});
+
 test('a frame is due a period after the one before, or at once when that is over', (t) => {
   let now = 1000;
   t.mock.method(requireFace('./clocks.js'), 'monotonicTime', () => now);

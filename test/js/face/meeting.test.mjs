@@ -126,6 +126,10 @@ test('a join with a property that is none rejects, and the engine is not asked',
       { mediaStreamState: { outgoingAudioMutd: true } },
       'Unknown property outgoingAudioMutd on object MediaStreamState',
     ],
+    ...[true, 5, '', null, []].map((mediaStreamState) => [
+      { mediaStreamState },
+      'Wrong type for property mediaStreamState on object ConnectParams, expected Object',
+    ]),
   ]) {
     await assert.rejects(meeting.join({ uri: 'tessel:demo', ...part }), {
       name: 'TypeError',

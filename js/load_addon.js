@@ -53,12 +53,12 @@ function action() {
   if (process.env[OVERRIDE]) {
     return `${OVERRIDE} names this file: correct it, or unset it to use the package's own build.`;
   }
-  if (engineName() === 'webrtc') {
-    return `Build it with "npm run build:webrtc" in the package's folder, or name another build in ${OVERRIDE}.`;
+  if (!fs.existsSync(path.join(HOME, 'bin', 'tessel-wrapper.js'))) {
+    return `tessel-wrapper was bundled, and its addon was not: keep tessel-wrapper external ("Bundle your application" in its docs/guide.md), or name the addon in ${OVERRIDE}.`;
   }
-  return fs.existsSync(path.join(HOME, 'bin', 'tessel-wrapper.js'))
-    ? `Build it with "npx tessel-wrapper build", or name another build in ${OVERRIDE}. "npx tessel-wrapper doctor" looks at the rest.`
-    : `tessel-wrapper was bundled, and its addon was not: keep tessel-wrapper external ("Bundle your application" in its docs/guide.md), or name the addon in ${OVERRIDE}.`;
+  return engineName() === 'webrtc'
+    ? `Build it with "npm run build:webrtc" in the package's folder, or name another build in ${OVERRIDE}.`
+    : `Build it with "npx tessel-wrapper build", or name another build in ${OVERRIDE}. "npx tessel-wrapper doctor" looks at the rest.`;
 }
 
 // What to do about a refusal of Node.js itself, which no other build changes.

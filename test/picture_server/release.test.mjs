@@ -3,8 +3,10 @@
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
+import { randomBytes } from 'node:crypto';
 import { once } from 'node:events';
 import { writeFileSync } from 'node:fs';
+import { request } from 'node:http';
 import path from 'node:path';
 import { createInterface } from 'node:readline';
 import { test } from 'node:test';
@@ -14,6 +16,21 @@ import { WebSocket } from 'ws';
 import { readCard } from '../support/card_code.mjs';
 import '../support/face.mjs'; // names the addon for the process
 import { directory, variant } from '../support/guide.mjs';
+
+// A client that sends a frame with reserved bits, and is closed for it.
+async function sendGarbage(address) {
+  const opening = request(address.replace('ws:', 'http:'), {
+    headers: {
+      Connection: 'Upgrade',
+      Upgrade: 'websocket',
+      'Sec-WebSocket-Version': 13,
+      'Sec-WebSocket-Key': randomBytes(16).toString('base64'),
+    },
+  }).end();
+  const [, socket] = await once(opening, 'upgrade');
+  socket.resume().write(Buffer.of(0xff, 0xff));
+  await once(socket, 'close');
+}
 
 test('server.mjs serves those who keep up and lets go of those who do not', async (t) => {
   const source = variant('server.mjs', {
@@ -37,6 +54,7 @@ test('server.mjs serves those who keep up and lets go of those who do not', asyn
 
   const letGo = said('a client was too slow');
   const address = (await said('address: ')).replace('address: ', '');
+  await sendGarbage(address);
   const slow = new WebSocket(address);
   await once(slow, 'open');
   slow.pause();

@@ -132,28 +132,6 @@ test('the closures of several sync callers run in posting order', async (t) => {
   assert.deepStrictEqual(received, [1, 2, 3]);
 });
 
-test('every caller of sync returns when its closure has run', async (t) => {
-  let received = [];
-  const dispatcher = openDispatcher(t, (value) => received.push(value));
-  for (let round = 0; round < 20; ++round) {
-    received = [];
-    for (const value of numbers(5)) startBlockedSync(dispatcher, value);
-    await nextTurn();
-    dispatcher.join();
-    assert.deepStrictEqual(received, numbers(5));
-  }
-});
-
-test('a caller of sync returns also when its closure runs at once', async (t) => {
-  const received = [];
-  const dispatcher = openDispatcher(t, (value) => received.push(value));
-  for (const value of numbers(500)) {
-    const caller = dispatcher.startSync(value);
-    while (!dispatcher.hasReturned(caller)) await nextTurn();
-  }
-  assert.deepStrictEqual(received, numbers(500));
-});
-
 test('closing lets every caller of sync go, and their closures never run', async (t) => {
   const received = [];
   const dispatcher = openDispatcher(t, (value) => received.push(value));

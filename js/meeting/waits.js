@@ -32,8 +32,8 @@ class Waits {
   }
 
   // The payload of the next event of this name that `where` accepts. The application may create the
-  // promise early and await it late: a rejection in between is not reported as unhandled, except one
-  // for an invalid argument.
+  // promise early and await it late: a rejection in between is not reported as unhandled, unless it
+  // is for an invalid argument.
   next(event, options) {
     try {
       const wait = this.#next(event, options);

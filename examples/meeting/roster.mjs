@@ -1,5 +1,5 @@
-// Who is who. The engine knows streams and not people: names are the application's own business, and
-// a real one learns them from whatever invited the people. Here they follow from the stream.
+// The names of participants. The engine has streams, not people: an application knows the names
+// from its own invitations. Here they are derived from the stream.
 
 const PEOPLE = [
   ...['Amara Okafor', 'Björn Lindqvist', 'Chiara Bianchi', 'Dmitri Volkov', 'Elif Yılmaz'],

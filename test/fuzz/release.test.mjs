@@ -41,7 +41,7 @@ for (const [letter, bug, report] of BUGS) {
   });
 }
 
-test('the fuzzers find their way to an input that chance alone would not have hit upon', () => {
+test('coverage leads the fuzzers to an input that chance alone would hardly reach', () => {
   // About one in a billion.
   const { status, stderr } = fuzz('canary_fuzzer', { runs: 10_000_000, seed: 1 });
   assert.match(stderr, /Test unit written to/);

@@ -32,7 +32,7 @@ async function sendGarbage(address) {
   await once(socket, 'close');
 }
 
-test('server.mjs serves those who keep up and lets go of those who do not', async (t) => {
+test('server.mjs serves clients that keep up and disconnects those that do not', async (t) => {
   const source = variant('server.mjs', {
     // Pictures that fill what the system keeps for a connection sooner.
     'participants=1': 'participants=1&size=1280x720',

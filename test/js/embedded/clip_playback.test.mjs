@@ -65,7 +65,7 @@ for (const [kind, width, height] of [
   });
 }
 
-test('a clip played once stays at its last picture', async (t) => {
+test('a clip that is played once stays at its last picture', async (t) => {
   const { clip } = makeClip(temporaryDirectory(t), 64, 36);
   const meeting = new Meeting(t);
   await meeting.join(`${clipUri(clip)}&loop=0&fps=60`);
@@ -76,7 +76,7 @@ test('a clip played once stays at its last picture', async (t) => {
   assert.equal(meeting.wrapper.getFrame(STREAM, frameId).noUpdate, true);
 });
 
-test('a clip that is not one, or not all there, is refused with a reason', async (t) => {
+test('an invalid or incomplete clip is refused with a reason', async (t) => {
   const directory = temporaryDirectory(t);
   const { clip } = makeClip(directory, 64, 36);
   const bytes = readFileSync(clip);

@@ -59,7 +59,7 @@ effect(
 
 // ---- The wrapper's life
 
-test(`${FACTORY_SETTER}: a wrapper emits on what the factory made for it`, async (t) => {
+test(`${FACTORY_SETTER}: a wrapper emits on the object that the factory made for it`, async (t) => {
   const meeting = new Meeting(t);
   const later = new Meeting(t);
   await meeting.join(SMALL);
@@ -127,7 +127,7 @@ effect(['disconnectCall'], 'the meeting is left, and its streams are over', asyn
 
 effect(
   ['updateMediaStreamState'],
-  'remote video and content come only when enabled',
+  'remote video and content are received only when enabled',
   async (meeting) => {
     await meeting.join(`${SMALL}&present=0@0`);
     const state = {
@@ -215,7 +215,7 @@ effect(['setRemoteAudioMute'], 'the others are not heard while they are muted', 
 
 effect(
   ['enableCameraCapture'],
-  'local frames start and stop, in a call or not',
+  'local frames start and stop, with and without a call',
   async (meeting) => {
     assert.ok(!isPicture(meeting.wrapper.getFrame(LOCAL, 0)));
     meeting.wrapper.enableCameraCapture(true);
@@ -260,7 +260,7 @@ effect(
 
 effect(
   ['getScreenMonitorDetails'],
-  'the monitors are those of the uri during the call',
+  'during a call the monitors are those of the uri',
   async (meeting) => {
     const usual = [
       { x: 0, y: 0, width: 1920, height: 1080 },
@@ -350,7 +350,7 @@ effect(['sendAudioDeviceStats'], 'the volumes are logged', async (meeting) => {
 
 effect(
   ['registerEvent', 'unregisterEvent'],
-  'an event arrives every second until it expires or is not wanted any more',
+  'an event arrives every second until it expires or is unregistered',
   async (meeting) => {
     const register = (eventName, expires, mimeType, mimeSubType) =>
       meeting.wrapper.registerEvent({ eventName, expires, mimeType, mimeSubType });
@@ -407,7 +407,7 @@ effect(['releaseFrame'], 'a picture may be read on, and the next one comes', asy
 
 effect(
   ['updateConfigData', 'getConfigData'],
-  'a text changes the configuration, and a changed index is notified',
+  'updateConfigData changes the configuration, and a changed index is notified',
   async (meeting) => {
     const usual = { isVesperCapable: false, maxVOQualityIndex: 4 };
     assert.deepEqual(meeting.wrapper.getConfigData(), usual);
@@ -426,7 +426,7 @@ effect(
 
 effect(
   ['updateConfigData', 'getConfigData'],
-  'a bad text changes nothing and is logged',
+  'an invalid text changes nothing and is logged',
   async (meeting) => {
     const before = meeting.wrapper.getConfigData();
     const texts = [
@@ -447,7 +447,7 @@ effect(
 
 effect(
   ['configureMeetingStats', 'getMeetingStats'],
-  'what arrives is measured while it is asked for',
+  'received media are measured while statistics are switched on',
   async (meeting) => {
     await meeting.join(SMALL);
     const { csrc } = await meeting.seen('streamAdded');
@@ -463,7 +463,7 @@ effect(
 
 effect(
   ['updateVideoStreamsState'],
-  'only what is wanted arrives, as it is wanted',
+  'only requested streams arrive, in the requested quality',
   async (meeting) => {
     await meeting.join('tessel:room?participants=2');
     const { csrc } = await meeting.seen('streamAdded', ({ streamIndex }) => streamIndex === 1);
@@ -497,6 +497,6 @@ effect(['getMediaMeetingAttributes'], 'the call says what it requires', async (m
   assert.deepEqual(meeting.wrapper.getMediaMeetingAttributes(), []);
 });
 
-test('every method has an effect that is shown here', () => {
+test('every method of the wrapper is tested here', () => {
   assert.deepEqual([...shown].sort(), [FACTORY_SETTER, ...METHODS.map(({ name }) => name)].sort());
 });

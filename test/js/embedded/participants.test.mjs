@@ -28,7 +28,7 @@ async function participantsWhere(meeting, matches) {
 const SILENT = 'speak=me@80000-80001';
 const QUIET = { audioMuted: false, videoMuted: false, speaking: false, presenting: false };
 
-test('an application is told at once who is there', async (t) => {
+test('a subscription to the participants delivers the present ones at once', async (t) => {
   const meeting = new Meeting(t);
   register(meeting);
   assert.deepEqual(await participantsWhere(meeting, () => true), [], 'nobody outside a call');
@@ -53,7 +53,7 @@ test('an application is told at once who is there', async (t) => {
   assert.equal(new Set([me.guid, first.guid, second.guid]).size, 3);
 });
 
-test('an application is told of each change', async (t) => {
+test('a subscription to the participants delivers each change', async (t) => {
   const meeting = new Meeting(t);
   register(meeting);
   await meeting.join(

@@ -27,7 +27,7 @@ async function run(t, ...options) {
 
 const picture = (output, stream) => PNG.sync.read(readFileSync(path.join(output, `${stream}.png`)));
 
-test('it prints the events, a table of all streams, and a picture of each', async (t) => {
+test('the terminal example prints the events, a table of all streams, and a picture of each', async (t) => {
   const { stdout, output } = await run(t);
   for (const name of ['callConnectionStatus', 'streamAdded', 'contentReceive', 'callDisconnect']) {
     assert.match(stdout, new RegExp(`^event ${name} `, 'm'));
@@ -73,7 +73,7 @@ test('with --video the participants show the clip', async (t) => {
   assert.ok(red < 10 && green > 245 && blue < 10, `${red} ${green} ${blue}`);
 });
 
-test('a clip that cannot be played is told with its reason, and the exit code is 1', async (t) => {
+test('a clip that cannot be played is reported with the reason, and the exit code is 1', async (t) => {
   await assert.rejects(run(t, '--video', '/no/such/clip.y4m'), (error) => {
     assert.equal(error.code, 1);
     assert.match(error.stdout, /^event callDisconnect .*"reason":"the clip cannot be opened/m);

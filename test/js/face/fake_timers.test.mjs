@@ -48,7 +48,7 @@ for (const [name, fake] of Object.entries(FAKES)) {
   });
 }
 
-test('fake time that passes makes no wait shorter', () => {
+test('advancing fake timers shortens no wait', () => {
   const child = runFaked(
     "require('@sinonjs/fake-timers').install()",
     async ({ joinMeeting }, { say }, install) => {

@@ -65,7 +65,7 @@ for (const [given, packages] of [
     [...TO_BUILD, ...TO_TEST, ...TO_FUZZ],
   ],
 ]) {
-  test(`"setup.sh ${given.join(' ')}" names all that is missing at once, and builds nothing`, (t) => {
+  test(`"setup.sh ${given.join(' ')}" names everything that is missing, and builds nothing`, (t) => {
     const { status, stdout, stderr } = setUp(t, ...given);
     const named = /apt-get install -y --no-install-recommends ([^":]+)/.exec(stderr);
     assert.ok(named, stderr);

@@ -68,7 +68,7 @@ async function startMeeting(t) {
 describe('killing widgets', { concurrency: MEETINGS }, () => {
   console.log(`TEST_SEED=${SEED}`);
   for (let number = 0; number < MEETINGS; ++number) {
-    test(`after ${KILLS / MEETINGS} kills the main process has lost nothing and goes on`, async (t) => {
+    test(`after ${KILLS / MEETINGS} kills of its widget the main process has lost nothing and continues`, async (t) => {
       const random = randomNumbers(SEED + number);
       let meeting = await startMeeting(t);
       for (let kill = 0; kill < KILLS / MEETINGS; ++kill) {

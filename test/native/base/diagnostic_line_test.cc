@@ -78,7 +78,7 @@ class PipedOutput {
   int pipe_[2] = {-1, -1};
 };
 
-TEST_F(DiagnosticLineTest, WritesItsPiecesAsOneLineWhenItGoes) {
+TEST_F(DiagnosticLineTest, WritesItsPiecesAsOneLineWhenItIsDestroyed) {
   const test::CapturedOutput output;
   {
     DiagnosticLine line("one");
@@ -114,7 +114,7 @@ TEST_F(DiagnosticLineTest, PrintsIntegersInTheBaseThatAnEarlierLineLeft) {
               ElementsAre("255", "16 ff", "ff", "10 255", "255"));
 }
 
-TEST_F(DiagnosticLineTest, KeepsTheBaseThatItSwitchedWhateverOtherLinesDo) {
+TEST_F(DiagnosticLineTest, KeepsTheBaseThatItSetWhateverOtherLinesDo) {
   EXPECT_THAT(linesWrittenBy([] {
                 DiagnosticLine line("");
                 line.hexadecimal();
@@ -132,7 +132,7 @@ TEST_F(DiagnosticLineTest, PrintsNegativeIntegersInHexadecimalAsThirtyTwoBits) {
               ElementsAre("-1 ffffffff", "80000000"));
 }
 
-TEST_F(DiagnosticLineTest, PrintsAddressesInHexadecimalAndLeavesTheBaseAlone) {
+TEST_F(DiagnosticLineTest, PrintsAddressesInHexadecimalWithoutChangingTheBase) {
   EXPECT_THAT(linesWrittenBy([] {
                 DiagnosticLine("").address(reinterpret_cast<void*>(0xabc0)).text(" ").integer(10);
                 DiagnosticLine("").address(nullptr).text(" ").integer(10);
@@ -140,19 +140,19 @@ TEST_F(DiagnosticLineTest, PrintsAddressesInHexadecimalAndLeavesTheBaseAlone) {
               ElementsAre("0xabc0 10", "0 10"));
 }
 
-TEST_F(DiagnosticLineTest, TakesForeignTextAsData) {
+TEST_F(DiagnosticLineTest, DoesNotUseTextAsAFormatString) {
   const std::string foreign = "100%n %s%s%s %p \\n";
   EXPECT_THAT(linesWrittenBy([&] { DiagnosticLine(foreign).text(foreign); }),
               ElementsAre(foreign + foreign));
 }
 
-TEST_F(DiagnosticLineTest, PassesBytesOnThatAreNoText) {
+TEST_F(DiagnosticLineTest, WritesAnyBytesUnchanged) {
   const std::string foreign("\0\x80\xff", 3);
   EXPECT_THAT(linesWrittenBy([&] { DiagnosticLine("<").text(foreign).text(">"); }),
               ElementsAre("<" + foreign + ">"));
 }
 
-TEST_F(DiagnosticLineTest, WritesInTheOrderOfTheLinesEnds) {
+TEST_F(DiagnosticLineTest, WritesLinesInTheOrderInWhichTheyEnd) {
   EXPECT_THAT(linesWrittenBy([] {
                 DiagnosticLine outer("outer");
                 DiagnosticLine("inner");
@@ -171,7 +171,7 @@ TEST_F(DiagnosticLineTest, LosesTheLineOnAClosedOutputAndWritesTheNext) {
   EXPECT_EQ(output.text(), "next\n");
 }
 
-TEST_F(DiagnosticLineTest, LosesTheLineWhenTheReaderHasGoneAndWritesTheNext) {
+TEST_F(DiagnosticLineTest, LosesTheLineWhenTheReaderHasClosedThePipeAndWritesTheNext) {
   const test::CapturedOutput output;
   const int original = dup(STDOUT_FILENO);
   int ends[2];
@@ -199,7 +199,7 @@ TEST_F(DiagnosticLineTest, LosesTheLineOnAFullPipeAndWritesTheNext) {
   EXPECT_EQ(taken, "next\n");
 }
 
-TEST_F(DiagnosticLineTest, IsNotBlockedByAFullPipeThatNobodyReadsAndWritesTheNext) {
+TEST_F(DiagnosticLineTest, IsNotBlockedByAFullPipeWithoutAReaderAndWritesTheNext) {
   std::string cut;
   std::string taken;
   {
@@ -218,7 +218,7 @@ TEST_F(DiagnosticLineTest, IsNotBlockedByAFullPipeThatNobodyReadsAndWritesTheNex
   EXPECT_GE(cut.size(), PIPE_BUF);
 }
 
-TEST_F(DiagnosticLineTest, WaitsForWhoeverReadsAPipeThatBlocksItsWriters) {
+TEST_F(DiagnosticLineTest, WaitsForTheReaderOfABlockingPipe) {
   // Far more than the pipe holds.
   constexpr int kLines = 2000;
   const std::string line(3000, 'x');
@@ -239,7 +239,7 @@ TEST_F(DiagnosticLineTest, WaitsForWhoeverReadsAPipeThatBlocksItsWriters) {
   EXPECT_EQ(std::count(taken.begin(), taken.end(), '\n'), kLines);
 }
 
-TEST_F(DiagnosticLineTest, StartsAFreshLineAfterOneThatThePipeCutShort) {
+TEST_F(DiagnosticLineTest, StartsANewLineAfterOneThatThePipeTruncated) {
   std::string cut;
   std::string next;
   std::string last;

@@ -202,21 +202,21 @@ TEST_F(StreamManagerTest, SwitchesCaptureOffInTheStreamsFrameManager) {
   EXPECT_TRUE(frameManagerIsReleased());
 }
 
-TEST_F(StreamManagerTest, SwitchesNoCaptureWithoutAFrameManagerAndSaysNothing) {
+TEST_F(StreamManagerTest, DoesNotSwitchCaptureWithoutAFrameManagerAndPrintsNothing) {
   expectNoFrameManager(kLocal);
   EXPECT_THAT(linesWrittenBy([&] { streams_->enableFrameCapture(kLocal); }), IsEmpty());
   expectNoFrameManager(kLocal);
   EXPECT_THAT(linesWrittenBy([&] { streams_->disableFrameCapture(kLocal); }), IsEmpty());
 }
 
-TEST_F(StreamManagerTest, FetchesTheFrameManagerAnewForEachOperation) {
+TEST_F(StreamManagerTest, FetchesTheFrameManagerForEachOperation) {
   EXPECT_CALL(expectFrameManager(kLocal), EnableFrameCapture());
   streams_->enableFrameCapture(kLocal);
   EXPECT_CALL(expectFrameManager(kLocal), DisableFrameCapture());
   streams_->disableFrameCapture(kLocal);
 }
 
-TEST_F(StreamManagerTest, DoesNothingWhenAStreamComesOrGoes) {
+TEST_F(StreamManagerTest, DoesNothingWhenAStreamIsAddedOrRemoved) {
   const auto picture = pictureAfterGetFrame(kRemote, freshFrame(1));
   EXPECT_THAT(linesWrittenBy([&] {
                 streams_->streamAdded(kRemote);
@@ -228,7 +228,7 @@ TEST_F(StreamManagerTest, DoesNothingWhenAStreamComesOrGoes) {
 
 // ---- Giving a frame back
 
-TEST_F(StreamManagerTest, GivesAFrameBackByItsWholeId) {
+TEST_F(StreamManagerTest, ReleasesAFrameByItsWholeId) {
   for (const std::int64_t frameId :
        {std::int64_t{0}, std::int64_t{-7}, (std::int64_t{1} << 32) + 5,
         std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max()}) {
@@ -238,12 +238,12 @@ TEST_F(StreamManagerTest, GivesAFrameBackByItsWholeId) {
   }
 }
 
-TEST_F(StreamManagerTest, GivesNoFrameBackWithoutAFrameManagerAndSaysNothing) {
+TEST_F(StreamManagerTest, ReleasesNoFrameWithoutAFrameManagerAndPrintsNothing) {
   expectNoFrameManager(kRemote);
   EXPECT_THAT(linesWrittenBy([&] { streams_->releaseFrame(kRemote, 1); }), IsEmpty());
 }
 
-TEST_F(StreamManagerTest, KeepsTheRetainedFrameWhenAFrameIsGivenBack) {
+TEST_F(StreamManagerTest, KeepsTheRetainedFrameWhenAFrameIsReleased) {
   const auto picture = pictureAfterGetFrame(kRemote, freshFrame(1));
   EXPECT_CALL(expectFrameManager(kRemote), ReleaseFrame(1));
   streams_->releaseFrame(kRemote, 1);
@@ -252,7 +252,7 @@ TEST_F(StreamManagerTest, KeepsTheRetainedFrameWhenAFrameIsGivenBack) {
 
 // ---- Getting a frame
 
-TEST_F(StreamManagerTest, AsksForAFrameByTheLow32BitsOfTheId) {
+TEST_F(StreamManagerTest, RequestsAFrameByTheLow32BitsOfTheId) {
   const std::vector<std::pair<std::int64_t, std::uint32_t>> ids = {
       {0, 0},
       {5, 5},
@@ -272,7 +272,7 @@ TEST_F(StreamManagerTest, AsksForAFrameByTheLow32BitsOfTheId) {
   }
 }
 
-TEST_F(StreamManagerTest, HandsOutWhatTheFrameManagerFillsIn) {
+TEST_F(StreamManagerTest, ReturnsTheFrameThatTheFrameManagerFillsIn) {
   for (const bool noUpdate : {false, true}) {
     for (const bool clearFrame : {false, true}) {
       VideoFrame answer = freshFrame(0x123456789abcdef0);
@@ -286,7 +286,7 @@ TEST_F(StreamManagerTest, HandsOutWhatTheFrameManagerFillsIn) {
   }
 }
 
-TEST_F(StreamManagerTest, AnswersClearAndNoUpdateForAStreamWithoutAFrameManager) {
+TEST_F(StreamManagerTest, ReturnsClearAndNoUpdateForAStreamWithoutAFrameManager) {
   expectNoFrameManager(kRemote);
   VideoFrame frame = usedFrame();
   EXPECT_THAT(linesWrittenBy([&] { streams_->getFrame(kRemote, 1, frame); }), IsEmpty());
@@ -307,18 +307,18 @@ TEST_F(StreamManagerTest, RetainsAFreshFrameWithAllItsFields) {
   EXPECT_EQ(answer.frame.use_count(), 3);
 }
 
-TEST_F(StreamManagerTest, GivesTheLastFrameOutAsOftenAsItIsAskedFor) {
+TEST_F(StreamManagerTest, ReturnsTheLastFrameOnEveryRequest) {
   const auto picture = pictureAfterGetFrame(kRemote, freshFrame(1));
   for (int i = 0; i < 3; ++i) expectRetained(kRemote, picture);
 }
 
-TEST_F(StreamManagerTest, AnswersClearAndNoUpdateForAStreamThatWasNeverFetched) {
+TEST_F(StreamManagerTest, ReturnsClearAndNoUpdateForAStreamThatWasNeverFetched) {
   VideoFrame frame = usedFrame();
   EXPECT_THAT(linesWrittenBy([&] { streams_->getLastFrame(kRemote, frame); }), IsEmpty());
   expectEqual(frame, absentFrame());
 }
 
-TEST_F(StreamManagerTest, ReleasesARetainedFrameWhenTheNextFreshOneComes) {
+TEST_F(StreamManagerTest, ReleasesARetainedFrameWhenTheNextFreshOneArrives) {
   const auto first = pictureAfterGetFrame(kRemote, freshFrame(1));
   EXPECT_FALSE(first.expired());
   const auto second = pictureAfterGetFrame(kRemote, freshFrame(2));
@@ -327,7 +327,7 @@ TEST_F(StreamManagerTest, ReleasesARetainedFrameWhenTheNextFreshOneComes) {
   EXPECT_EQ(getLastFrame(kRemote).frameId, 2);
 }
 
-TEST_F(StreamManagerTest, ReleasesTheRetainedFramesAtItsEnd) {
+TEST_F(StreamManagerTest, ReleasesTheRetainedFramesWhenItIsDestroyed) {
   const auto local = pictureAfterGetFrame(kLocal, freshFrame(1));
   const auto remote = pictureAfterGetFrame(kRemote, freshFrame(2));
   streams_.reset();
@@ -439,11 +439,11 @@ class WithoutFrameManager : public StreamManagerTest,
   }
 };
 
-TEST_P(WithoutFrameManager, SaysThatNoReceiverIsAttachedOrDetached) {
+TEST_P(WithoutFrameManager, PrintsThatNoReceiverIsAttachedOrDetached) {
   EXPECT_THAT(linesOfBoth(), expectedLines());
 }
 
-TEST_P(WithoutFrameManager, SaysSoInDecimalWhateverTheBaseOfOtherLines) {
+TEST_P(WithoutFrameManager, PrintsItInDecimalWhateverTheBaseOfOtherLines) {
   linesWrittenBy([] { base::DiagnosticLine("").hexadecimal(); });
   EXPECT_THAT(linesOfBoth(), expectedLines());
   // The base is left as it was.

@@ -162,7 +162,7 @@ class EachFailingSystemCallTest : public SharedMemoryTest {
   }
 };
 
-TEST_F(EachFailingSystemCallTest, ALifeInWhichNoneFailsMakesThemAllAndLeavesNothing) {
+TEST_F(EachFailingSystemCallTest, WithoutAFailureEachIsCalledAndNothingIsLeft) {
   const Held before = heldNow({});
   std::set<std::string> made;
   for (const Kind kind : kKinds) {
@@ -177,7 +177,7 @@ TEST_F(EachFailingSystemCallTest, ALifeInWhichNoneFailsMakesThemAllAndLeavesNoth
   EXPECT_EQ(made, stated);
 }
 
-TEST_F(EachFailingSystemCallTest, EachHasItsLineAndItsResultAndLeavesNothingButWhatItKeeps) {
+TEST_F(EachFailingSystemCallTest, EachHasItsLineAndItsResultAndLeaksNothing) {
   const auto stated = statedCalls();
   std::size_t failed = 0;
   for (const Kind kind : kKinds) {

@@ -213,7 +213,7 @@ TEST_F(TwoProcessesTest, TheWriterDropsAFrameInFiveSecondsWhileTheWidgetKeepsIts
 }
 
 // A process that dies with the lock keeps it for ever; only a new segment is free again.
-TEST_F(TwoProcessesTest, EnteringAgainRecoversAStreamWhoseReaderDiedWithTheLock) {
+TEST_F(TwoProcessesTest, EnteringAgainRecoversAStreamWhoseReaderWasKilledWithTheLock) {
   const auto main = std::make_shared<SharedMemoryManager>(creating(kMainSegmentSize));
   ASSERT_TRUE(main->enableSharedMemory(kRemote));
   main->NotifyFrameArrived(pictureOf(1), 1, kRemote);

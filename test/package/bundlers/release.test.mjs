@@ -129,7 +129,7 @@ const BUNDLED = {
 };
 
 for (const [name, bundle] of Object.entries(BUNDLED)) {
-  test(`bundled by ${name}, the package says so, and loads the addon that is named`, async (t) => {
+  test(`a package bundled by ${name} reports that it is bundled, and loads the named addon`, async (t) => {
     const project = makeProject(t);
     await bundle(project);
     const program = path.join('dist', 'application.cjs');
@@ -147,7 +147,7 @@ for (const [name, bundle] of Object.entries(BUNDLED)) {
   });
 }
 
-test('the renderer is bundled for a browser, without anything of Node.js', async (t) => {
+test('the renderer is bundled for a browser without parts of Node.js', async (t) => {
   const project = makeProject(t);
   const { outputFiles } = await esbuild.build({
     absWorkingDir: project,

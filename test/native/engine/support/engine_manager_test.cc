@@ -146,7 +146,7 @@ TEST_F(EngineManagerTest, NotifiesAChangedQualityIndexAndTellsTheEngine) {
   EXPECT_THAT(recorder_->takeLines(), ElementsAre("initialised", "quality 2"));
 }
 
-TEST_F(EngineManagerTest, AnswersAtOnceFromWhatTheEngineHasPublished) {
+TEST_F(EngineManagerTest, ReturnsPublishedValuesAtOnce) {
   manager_->Initialize();
   EngineContext& context = manager_->session()->context();
   context.monitors.set({{0, 0, 10, 20, 3}});
@@ -171,7 +171,7 @@ TEST_F(EngineManagerTest, CollectsStatisticsInWindows) {
   EXPECT_EQ(stats.audio.transmitLevel, 0);
 }
 
-TEST_F(EngineManagerTest, DropsOperationsOutsideTheEnginesLife) {
+TEST_F(EngineManagerTest, DropsOperationsWhileNoEngineRuns) {
   manager_->DisconnectCall();
   manager_->Initialize();
   EXPECT_THAT(takeCalls(), IsEmpty());

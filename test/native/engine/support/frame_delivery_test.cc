@@ -103,7 +103,7 @@ TEST_F(FrameDeliveryTest, HandsEachFrameToTheReceiver) {
   EXPECT_THAT(receiver_->numbers(), ElementsAre(1, 2, 3));
 }
 
-TEST_F(FrameDeliveryTest, LeavesOutWhatTheReceiverIsTooSlowFor) {
+TEST_F(FrameDeliveryTest, SkipsFramesWhenTheReceiverIsTooSlow) {
   delivery_->setReceiver(receiver_);
   receiver_->hold(true);
   offer(1);
@@ -114,7 +114,7 @@ TEST_F(FrameDeliveryTest, LeavesOutWhatTheReceiverIsTooSlowFor) {
   EXPECT_THAT(receiver_->numbers(), ElementsAre(1, 4));
 }
 
-TEST_F(FrameDeliveryTest, ForgetsAFrameThatIsWithdrawn) {
+TEST_F(FrameDeliveryTest, DropsAWithdrawnFrame) {
   delivery_->setReceiver(receiver_);
   receiver_->hold(true);
   offer(1);
@@ -127,7 +127,7 @@ TEST_F(FrameDeliveryTest, ForgetsAFrameThatIsWithdrawn) {
   EXPECT_THAT(receiver_->numbers(), ElementsAre(1, 3));
 }
 
-TEST_F(FrameDeliveryTest, KeepsNoFrameForAReceiverToCome) {
+TEST_F(FrameDeliveryTest, KeepsNoFrameForALaterReceiver) {
   offer(1);
   delivery_->setReceiver(receiver_);
   offer(2);
@@ -135,7 +135,7 @@ TEST_F(FrameDeliveryTest, KeepsNoFrameForAReceiverToCome) {
   EXPECT_THAT(receiver_->numbers(), ElementsAre(2));
 }
 
-TEST_F(FrameDeliveryTest, WaitsForTheReceiverOfBefore) {
+TEST_F(FrameDeliveryTest, WaitsForThePreviousReceiver) {
   for (const bool isReplaced : {false, true}) {
     const auto first = std::make_shared<Receiver>();
     delivery_->setReceiver(first);
@@ -158,7 +158,7 @@ TEST_F(FrameDeliveryTest, WaitsForTheReceiverOfBefore) {
   receiver_->waitForFrame(3);
 }
 
-TEST_F(FrameDeliveryTest, WaitsForTheReceiverOfBeforeAlsoWhenItIsClosed) {
+TEST_F(FrameDeliveryTest, WaitsForThePreviousReceiverWhenItIsClosed) {
   delivery_->setReceiver(receiver_);
   receiver_->hold(true);
   offer(1);
@@ -175,7 +175,7 @@ TEST_F(FrameDeliveryTest, WaitsForTheReceiverOfBeforeAlsoWhenItIsClosed) {
   EXPECT_TRUE(delivery_->isFinished());
 }
 
-TEST_F(FrameDeliveryTest, CallsNobodyOnceItIsClosed) {
+TEST_F(FrameDeliveryTest, CallsNoReceiverOnceItIsClosed) {
   delivery_->setReceiver(receiver_);
   delivery_->close();
   offer(1);

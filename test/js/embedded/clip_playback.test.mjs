@@ -47,7 +47,7 @@ for (const [kind, width, height] of [
     assert.equal(await meeting.join(clipUri(clip)), true);
     const seen = new Set();
     let frameId = 0;
-    // The clip is played again and again, so a picture that was missed comes back.
+    // The clip is looped, so a missed picture is shown again.
     while (seen.size < FRAMES) {
       const frame = await meeting.nextFrame(STREAM, frameId);
       frameId = frame.frameId;

@@ -171,7 +171,7 @@ effect(['updateMediaStreamState'], 'a mute is notified only when it is one', asy
   ]);
 });
 
-effect(['muteLocalVideo'], 'no local frames come until the video is on again', async (meeting) => {
+effect(['muteLocalVideo'], 'no local frames arrive until the video is unmuted', async (meeting) => {
   await meeting.join(SMALL);
   meeting.wrapper.enableCameraCapture(true);
   const { frameId } = await meeting.nextFrame(LOCAL);
@@ -192,7 +192,7 @@ effect(['muteLocalAudio'], 'no level is reported until the audio is on again', a
   meeting.wrapper.muteLocalAudio(true);
   assert.deepEqual(await meeting.seen('mediaMuteState'), { mediaType: 'audio', muted: true });
   meeting.forget();
-  // A second, in which five levels would come.
+  // A second, in which five levels would arrive.
   await meeting.passes(remote(0), 30);
   assert.deepEqual(meeting.payloads('micLevel'), []);
   meeting.wrapper.muteLocalAudio(false);
@@ -285,16 +285,20 @@ const camera = (videoDeviceId, capability) => ({ videoDeviceId, videoDeviceName:
 // Settles when the log has a line with exactly this text behind the time.
 const logged = (meeting, text) => meeting.until(() => meeting.log().includes(`Z ${text}\n`));
 
-effect(['setVideoDevice'], 'the camera that was set films as it was asked to', async (meeting) => {
-  meeting.wrapper.enableCameraCapture(true);
-  await meeting.nextFrame(LOCAL);
-  const capability = { width: 321, height: 181, maxFPS: 60 };
-  meeting.wrapper.setVideoDevice(camera('camera-1', capability));
-  await meeting.seen('streamUpdated', ({ type }) => type === 'local');
-  const frame = await meeting.frameWhere(LOCAL, ({ width }) => width === 321);
-  assert.equal(frame.height, 181);
-  assert.equal(readCard(frame).detail, 1);
-});
+effect(
+  ['setVideoDevice'],
+  'the selected camera captures with the requested settings',
+  async (meeting) => {
+    meeting.wrapper.enableCameraCapture(true);
+    await meeting.nextFrame(LOCAL);
+    const capability = { width: 321, height: 181, maxFPS: 60 };
+    meeting.wrapper.setVideoDevice(camera('camera-1', capability));
+    await meeting.seen('streamUpdated', ({ type }) => type === 'local');
+    const frame = await meeting.frameWhere(LOCAL, ({ width }) => width === 321);
+    assert.equal(frame.height, 181);
+    assert.equal(readCard(frame).detail, 1);
+  },
+);
 
 effect(['setAudioInDevice'], 'another microphone is selected', async (meeting) => {
   meeting.wrapper.setAudioInDevice(audioIn('microphone-1'));
@@ -394,7 +398,7 @@ effect(['getLastFrame'], 'the picture pulled last is handed out again', async (m
   assert.equal(readCard(last).number, frameId);
 });
 
-effect(['releaseFrame'], 'a picture may be read on, and the next one comes', async (meeting) => {
+effect(['releaseFrame'], 'a picture stays readable, and the next one arrives', async (meeting) => {
   await meeting.join(SMALL);
   const frame = await meeting.nextFrame(remote(0));
   const before = Buffer.from(frame.yPlaneBuffer);

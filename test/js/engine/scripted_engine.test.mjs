@@ -243,7 +243,7 @@ test('completion inside Initialize is reported by the calling thread', () => {
   assert.equal(completed.thread, engine.jsThread);
 });
 
-test('completion before the wait comes from another thread, but before Initialize returns', () => {
+test('completion before the wait is reported by another thread, before Initialize returns', () => {
   const facade = facadeWithCallback();
   engine.setInitialisation('before-wait');
   client.call(facade, 'Initialize', []);
@@ -252,7 +252,7 @@ test('completion before the wait comes from another thread, but before Initializ
   assert.notEqual(completed.thread, engine.jsThread);
 });
 
-test('later completion comes from another thread', () => {
+test('later completion is reported by another thread', () => {
   const facade = facadeWithCallback();
   engine.setInitialisation('later', { delayMs: 0 });
   client.call(facade, 'Initialize', []);

@@ -40,7 +40,7 @@ function noteEmits(target = emitter) {
   return emits;
 }
 
-// Events are emitted in the order in which they were posted: when this one has come, so have all
+// Events are emitted in the order in which they were posted: when this one has arrived, so have all
 // that were posted before.
 const SENTINEL = 'the last of the events';
 const fireSentinel = () => engine.fire('NotifyGracefulEvent', SENTINEL, true);

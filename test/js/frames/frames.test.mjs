@@ -1,4 +1,4 @@
-// Pulling frames: stream keys, frame objects, and for how long their pixels are there.
+// Fetching frames: stream keys, frame objects, and how long their pixels are valid.
 
 import assert from 'node:assert/strict';
 import { after, beforeEach, test } from 'node:test';
@@ -39,8 +39,7 @@ const FRAME_MODULES = [
   './support/scripted/frame_objects.mjs',
 ];
 
-// Asserts that `call` throws an error of exactly this class and text, and asks nothing of the
-// engine.
+// Asserts that `call` throws an error of exactly this class and text, and does not call the engine.
 function assertRefused(call, type, message) {
   engine.clearCalls();
   assert.throws(call, (error) => {
@@ -546,7 +545,7 @@ for (const operation of ['GetFrameManager', 'GetFrame']) {
   });
 }
 
-// ---- Hostile surroundings
+// ---- Patched globals
 
 test('getFrame gives the right frame when getters of its argument call getFrame', () => {
   const stream = newStream();

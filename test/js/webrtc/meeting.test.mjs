@@ -43,7 +43,7 @@ test("two processes receive each other's pictures in order", async (t) => {
       assert.deepEqual([width, height], [640, 360]);
       if (index === 0) continue;
       assert.ok(frameId > pictures[index - 1].frameId, 'frames are numbered in order');
-      assert.ok(card.number > pictures[index - 1].card.number, 'pictures come in order');
+      assert.ok(card.number > pictures[index - 1].card.number, 'pictures arrive in order');
     }
   }
 });

@@ -16,7 +16,7 @@ import { remote } from '../../support/streams.mjs';
 
 const KILLS = 100;
 const MEETINGS = 4; // at once
-// A node process takes about this long to come to its first frame.
+// A node process takes about this long until its first frame.
 const LONGEST_START_MS = 150;
 const LONGEST_READING_MS = 20;
 
@@ -32,7 +32,8 @@ function randomNumbers(seed) {
   };
 }
 
-// Starts a widget that reads, and kills it at some moment: every other one after it has seen frames.
+// Starts a widget that reads, and kills it at some moment: every other one after it has seen
+// frames.
 async function startAndKill(t, key, { afterFrames, random }) {
   const widget = startWidgetWithoutProxy(t);
   const told = Promise.allSettled([widget.does('open', key), widget.does('keepReading', [STREAM])]);

@@ -1,6 +1,6 @@
-// Reading the frames of streams in widget mode through TesselWrapperProxy. The proxy and the wrapper
-// are in one process here: each has its own mapping and its own hold of the semaphores, as two
-// processes have. Processes of their own are in processes.test.mjs.
+// Reading the frames of streams in widget mode through TesselWrapperProxy. The proxy and the
+// wrapper are in one process here: each has its own mapping and its own hold of the semaphores, as
+// two processes have. Processes of their own are in processes.test.mjs.
 
 import assert from 'node:assert/strict';
 import { closeSync, openSync, writeSync } from 'node:fs';
@@ -47,8 +47,8 @@ function share(count = 1, frame = ODD) {
 const push = (number, frame = ODD) =>
   engine.pushFrame(STREAM, { csrc: 4_000_000_000, number, ...frame });
 
-// Does to a named semaphore what a process does that takes it (0) or gives it back (1): its count is
-// the first thing in its file.
+// Does to a named semaphore what a process does that takes it (0) or gives it back (1): its count
+// is the first thing in its file.
 function setSemaphore(name, count) {
   const file = openSync(`/dev/shm/sem.${name.slice(1)}`, 'r+');
   writeSync(file, Uint32Array.of(count), 0, 4, 0);
@@ -235,7 +235,7 @@ test('after the stream has left widget mode its frame is empty and the next one 
   assert.deepEqual(proxy.getFrame(STREAM, 0), NULL_FRAME);
   assert.equal(yPlaneBuffer.length, 0);
   share(1, { width: 16, height: 16 });
-  assert.equal(proxy.getFrame(STREAM, 9).width, 16, 'the stream may come again');
+  assert.equal(proxy.getFrame(STREAM, 9).width, 16, 'the stream may be shared again');
   proxy.releaseFrame(STREAM);
 });
 

@@ -208,7 +208,7 @@ for (const [where, script, said = []] of [
   });
 }
 
-// ---- By an error that nobody handles
+// ---- By an unhandled error
 
 for (const [where, script, error] of [
   [

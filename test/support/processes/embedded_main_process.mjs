@@ -21,7 +21,7 @@ obey({
     return wrapper.getSharedDataInfo();
   },
 
-  // Settles when so many streams have come.
+  // Resolves when this number of streams was added.
   async join(uri, streams) {
     const added = [];
     wrapper.on('streamAdded', ({ type, streamIndex }) => added.push({ type, streamIndex }));

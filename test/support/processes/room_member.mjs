@@ -103,7 +103,7 @@ obey({
     return events[await eventFrom(from, ([name]) => name === 'callDisconnect')][1];
   },
 
-  // The payload of the first event of this name, past or to come, that has these values.
+  // The payload of the first past or future event of this name that has these values.
   async seen(name, part = {}) {
     const place = await eventFrom(0, ([each, payload]) => each === name && contains(payload, part));
     return events[place][1];

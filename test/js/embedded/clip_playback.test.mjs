@@ -1,5 +1,5 @@
-// Clips made by an encoder of others' making, played through the whole path: the planes that
-// JavaScript receives are, byte for byte, that encoder's own raw output.
+// Clips made by ffmpeg, played through the whole path: the planes that JavaScript receives are,
+// byte for byte, ffmpeg's own raw output.
 
 import assert from 'node:assert/strict';
 import { readFileSync, writeFileSync } from 'node:fs';

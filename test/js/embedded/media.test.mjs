@@ -1,5 +1,5 @@
-// Local and remote media on the embedded engine as the uri and the calls have them: devices, mutes
-// and links.
+// Local and remote media on the embedded engine, as the uri and the method calls determine them:
+// devices, mutes and links.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';

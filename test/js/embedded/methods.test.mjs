@@ -1,5 +1,5 @@
-// What each method of the wrapper brings about in a meeting on the embedded engine. More about
-// layouts, media, content and statistics is in embedded_methods_*.test.mjs.
+// The effect of each method of the wrapper in a meeting on the embedded engine. The other files of
+// this folder test layouts, media, content and statistics in detail.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -32,7 +32,7 @@ const isPicture = ({ noUpdate }) => !noUpdate;
 const isAudio = ({ mediaType }) => mediaType === 'audio';
 const isVideo = ({ mediaType }) => mediaType === 'video';
 
-// ---- Frames for a second process. First, because the names of segments follow from the second in
+// ---- Frames for a second process. First, because the names of segments depend on the second in
 // which they are made: no other wrapper of this process has this one's names.
 
 effect(
@@ -57,7 +57,7 @@ effect(
   },
 );
 
-// ---- The wrapper's life
+// ---- Construction and destruction
 
 test(`${FACTORY_SETTER}: a wrapper emits on the object that the factory made for it`, async (t) => {
   const meeting = new Meeting(t);
@@ -282,7 +282,7 @@ const audioIn = (audioInId) => ({ audioInId, audioInName: '', audioInSourceName:
 const audioOut = (audioOutId) => ({ audioOutId, audioOutName: '', audioOutSourceName: '' });
 const camera = (videoDeviceId, capability) => ({ videoDeviceId, videoDeviceName: '', capability });
 
-// Settles when the log has a line with exactly this text behind the time.
+// Resolves when the log has a line with exactly this text after the time.
 const logged = (meeting, text) => meeting.until(() => meeting.log().includes(`Z ${text}\n`));
 
 effect(

@@ -1,4 +1,4 @@
-// Who is in a meeting on the embedded engine: the event "participants".
+// The event "participants" of the embedded engine.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';

@@ -1,5 +1,5 @@
-// Meetings of several processes in a room of a real SFU. What a picture shows is read from its
-// decoded pixels: the detail of a card's code is its sender's.
+// Meetings of several processes in a room of a real SFU. Pictures are identified by their decoded
+// pixels: the detail of a test card's code identifies the sender.
 
 import assert from 'node:assert/strict';
 import path from 'node:path';

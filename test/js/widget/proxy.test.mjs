@@ -175,7 +175,7 @@ test('a frame id is compared with all of its 64 bits', () => {
     assert.equal(isNew(sequence + 2 ** 32), true);
     assert.equal(isNew(sequence % 2 ** 32), sequence >= 2 ** 32);
   }
-  // A negative number stands for its unsigned counterpart.
+  // A negative number is converted to its unsigned counterpart.
   writeHeader(segment, { width: 64, height: 36, sequence: 2n ** 64n - 1n });
   assert.equal(isNew(-1), false);
   assert.equal(isNew(2 ** 32 - 1), true);
@@ -290,7 +290,7 @@ test('an empty frame keeps the pixels and counts as new', () => {
   proxy.releaseFrame(STREAM);
 });
 
-// ---- What the two classes print
+// ---- The lines of the two classes
 
 // Runs `script` in a child and answers with its lines, addresses and random names replaced.
 function linesOf(script) {

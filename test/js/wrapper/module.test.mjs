@@ -219,7 +219,7 @@ test('setting the emitter factory returns nothing', () => {
 
 const KIT = './support/scripted/wrapper_kit.mjs';
 
-// What a child that ended by itself has said.
+// The output of a child that ended by itself.
 function saidIn(script, options) {
   const { code, signal, stderr, said } = runInChild(script, options);
   assert.deepEqual({ code, signal, stderr }, { code: 0, signal: null, stderr: '' });

@@ -1,5 +1,5 @@
-// How a process with wrappers ends: with which exit code, after which events, and without leaving a
-// name in /dev/shm.
+// The end of a process with wrappers: its exit code, the events before it, and no names left in
+// /dev/shm.
 
 import assert from 'node:assert/strict';
 import { existsSync, rmSync } from 'node:fs';

@@ -1,4 +1,4 @@
-// The main process of a meeting on the embedded engine, as a process that obeys a test.
+// The main process of a meeting on the embedded engine, which runs a test's commands.
 
 import { once } from 'node:events';
 

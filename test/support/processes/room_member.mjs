@@ -1,4 +1,4 @@
-// A process that joins a room of a real SFU with the WebRTC engine, and does what a test says.
+// A process that joins a room of a real SFU with the WebRTC engine, and runs a test's commands.
 
 import { EventEmitter, once } from 'node:events';
 import { readFileSync, readdirSync } from 'node:fs';
@@ -115,7 +115,7 @@ obey({
   // The next picture of a stream after `frameId`.
   picture: async (stream, frameId = 0) => describe(await nextFrame(stream, frameId)),
 
-  // What the next `count` pictures show.
+  // The content of the next `count` pictures.
   async pictures(stream, count) {
     const described = [];
     for (let frameId = 0; described.length < count; frameId = described.at(-1).frameId) {

@@ -1,5 +1,5 @@
-// The short forms of the trials in docs/reliability.md; `npm run torture` and `npm run soak` run the
-// long ones. The soak, which mostly waits, has its own file.
+// The short forms of the trials in docs/reliability.md; `npm run torture` and `npm run soak` run
+// the long ones. The soak, which mostly waits, has its own file.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';

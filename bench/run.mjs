@@ -114,7 +114,7 @@ const groups = [
       ['cold10', 'storeVideoFrame, caches empty, 10 streams', '', 'coldStore10'],
       ['cold50', 'storeVideoFrame, caches empty, 50 streams', '', 'coldStore50'],
       ['coldCopy50', 'memcpy, caches empty, 50 streams', '', 'coldCopy50'],
-      ['lock', 'lock and unlock, nobody else there', '', 'lock'],
+      ['lock', 'lock and unlock, without contention', '', 'lock'],
     ],
     ratios: [
       ['storeVideoFrame to memcpy, 1 stream', 'hot1', 'hotCopy1', { atMost: 1.05 }],

@@ -169,7 +169,7 @@ test('Enter starts the share, and Cancel does not', async (t) => {
   await page.locator('#share-dialog >> text=Cancel').evaluate((cancel) => {
     cancel.focus();
     cancel.click();
-    // The key comes before the browser has taken the focus away from what it does not show any more.
+    // The key arrives before the browser has removed the focus from the hidden element.
     document.activeElement.dispatchEvent(new KeyboardEvent('keydown', { key: 's', bubbles: true }));
   });
   await page.keyboard.press('Enter');

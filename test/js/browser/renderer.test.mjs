@@ -1,4 +1,4 @@
-// The browser's renderer, in a browser: what colour it makes of which planes.
+// The renderer, in a browser: the colours that it draws for given planes.
 
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
@@ -9,7 +9,7 @@ import { PATIENCE_MS, openBrowser } from '../../support/meeting_app/browser.mjs'
 import { serveFolder } from '../../support/meeting_app/folder_server.mjs';
 
 const RENDERER = fileURLToPath(new URL('../../../js/renderer', import.meta.url));
-// What rounding on the way through 8 bits may cost.
+// The tolerance for rounding to 8 bits.
 const TOLERANCE = 2;
 
 let page;
@@ -201,7 +201,7 @@ test('webgl2 aligns the chroma of a picture with odd dimensions', async () => {
     renderer.dispose();
     return values;
   });
-  // The second sample lies between the third column and one that is not there any more.
+  // The second sample lies between the third column and one beyond the picture.
   near(red, [0, 0.25 * 140, 0.75 * 140], 'red');
 });
 

@@ -1,5 +1,5 @@
-// Clips made by an encoder of others' making, played through the whole path: the planes that
-// JavaScript receives are, byte for byte, that encoder's own raw output.
+// Clips made by ffmpeg, played through the whole path: the planes that JavaScript receives are,
+// byte for byte, ffmpeg's own raw output.
 
 import assert from 'node:assert/strict';
 import { readFileSync, writeFileSync } from 'node:fs';
@@ -47,7 +47,7 @@ for (const [kind, width, height] of [
     assert.equal(await meeting.join(clipUri(clip)), true);
     const seen = new Set();
     let frameId = 0;
-    // The clip is played again and again, so a picture that was missed comes back.
+    // The clip is looped, so a missed picture is shown again.
     while (seen.size < FRAMES) {
       const frame = await meeting.nextFrame(STREAM, frameId);
       frameId = frame.frameId;

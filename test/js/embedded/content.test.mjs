@@ -1,5 +1,5 @@
-// Content on the embedded engine: who may share it, what is seen of it, and what a presenting
-// participant brings.
+// Content on the embedded engine: the right to share it, its stream, and the stream of a presenting
+// participant.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -10,7 +10,7 @@ import { CONTENT, remote } from '../../support/streams.mjs';
 
 const ALONE = 'tessel:room?participants=0';
 
-// What the card of shared content says: its kind and the number of what is shared.
+// The detail of the card of shared content: the kind and the number of the source.
 const KINDS = ['participant', 'screen', 'application', 'window'];
 
 function sharedOn(frame) {
@@ -22,7 +22,7 @@ const isContent = ({ type }) => type === 'content';
 
 const statuses = (meeting) => meeting.payloads('screenShareStatus').map(({ status }) => status);
 
-// Calls `method` and settles with the status that answers.
+// Calls `method` and resolves with the status that answers it.
 async function answer(meeting, method, ...args) {
   const before = statuses(meeting).length;
   meeting.wrapper[method](...args);

@@ -1,5 +1,5 @@
-// Which remote videos arrive on the embedded engine, and how well: what updateVideoStreamsState asks
-// for is seen in the frames, in the statistics and as streamUpdated.
+// Which remote videos arrive on the embedded engine, and how well: what updateVideoStreamsState
+// asks for is seen in the frames, in the statistics and as streamUpdated.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -82,7 +82,7 @@ for (const maxfps of [15, 7, 3]) {
     const { frameId: before } = await meeting.nextFrame(remote(0));
     meeting.wrapper.updateVideoStreamsState(wishes([{ csrc: sources[0] }], [[{ maxfps }]]));
     await meeting.seen('streamUpdated');
-    // The first one after the change may follow closely on one that came before it.
+    // The first frame after the change may follow closely on one before it.
     let { frameId } = await meeting.nextFrame(remote(0), before);
     ({ frameId } = await meeting.nextFrame(remote(0), frameId));
     for (let count = 0; count < 3; count++) {
@@ -159,7 +159,7 @@ test('the streams with the highest priorities get the tiles', async (t) => {
 });
 
 test('the constraints for the present number of tiles apply', async (t) => {
-  // The sources follow from the seed: this meeting has those of the one to come.
+  // The sources depend on the seed: this meeting has the same ones as the next.
   const { sources } = await joined(t, 'tessel:room?participants=2&size=64x36', 2);
   const meeting = new Meeting(t);
   meeting.connect('tessel:room?participants=1&come=1@2&leave=1@5');

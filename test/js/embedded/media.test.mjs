@@ -1,5 +1,5 @@
-// Local and remote media on the embedded engine as the uri and the calls have them: devices, mutes
-// and links.
+// Local and remote media on the embedded engine, as the uri and the method calls determine them:
+// devices, mutes and links.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -120,7 +120,7 @@ test('without a camera there are no local frames, and without a microphone no le
   await meeting.join(`${SMALL}&unplug=${gone.map((id) => `${id}@0`)}`);
   await meeting.seen('deviceChange', ({ id }) => id === 'microphone-1');
   meeting.forget();
-  // A second, in which five levels would come.
+  // A second, in which five levels would arrive.
   await meeting.passes(remote(0), 30);
   assert.ok(meeting.showsNothing(LOCAL));
   assert.deepEqual(meeting.payloads('micLevel'), []);

@@ -91,7 +91,7 @@ test('every frame carries the number of its stream and its picture, which increa
 
 test('a caller that has the newest frame gets no update', async (t) => {
   const meeting = new Meeting(t);
-  // One frame a second: the answer is asked for right after the frame.
+  // One frame a second: the request follows directly after the frame.
   await meeting.join('tessel:room?participants=1&fps=1');
   const { frameId, csrc } = await meeting.nextFrame(remote(0));
   const answer = meeting.wrapper.getFrame(remote(0), frameId);

@@ -1,5 +1,5 @@
-// What each method of the wrapper brings about in a meeting on the embedded engine. More about
-// layouts, media, content and statistics is in embedded_methods_*.test.mjs.
+// The effect of each method of the wrapper in a meeting on the embedded engine. The other files of
+// this folder test layouts, media, content and statistics in detail.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -32,7 +32,7 @@ const isPicture = ({ noUpdate }) => !noUpdate;
 const isAudio = ({ mediaType }) => mediaType === 'audio';
 const isVideo = ({ mediaType }) => mediaType === 'video';
 
-// ---- Frames for a second process. First, because the names of segments follow from the second in
+// ---- Frames for a second process. First, because the names of segments depend on the second in
 // which they are made: no other wrapper of this process has this one's names.
 
 effect(
@@ -57,7 +57,7 @@ effect(
   },
 );
 
-// ---- The wrapper's life
+// ---- Construction and destruction
 
 test(`${FACTORY_SETTER}: a wrapper emits on the object that the factory made for it`, async (t) => {
   const meeting = new Meeting(t);
@@ -171,7 +171,7 @@ effect(['updateMediaStreamState'], 'a mute is notified only when it is one', asy
   ]);
 });
 
-effect(['muteLocalVideo'], 'no local frames come until the video is on again', async (meeting) => {
+effect(['muteLocalVideo'], 'no local frames arrive until the video is unmuted', async (meeting) => {
   await meeting.join(SMALL);
   meeting.wrapper.enableCameraCapture(true);
   const { frameId } = await meeting.nextFrame(LOCAL);
@@ -192,7 +192,7 @@ effect(['muteLocalAudio'], 'no level is reported until the audio is on again', a
   meeting.wrapper.muteLocalAudio(true);
   assert.deepEqual(await meeting.seen('mediaMuteState'), { mediaType: 'audio', muted: true });
   meeting.forget();
-  // A second, in which five levels would come.
+  // A second, in which five levels would arrive.
   await meeting.passes(remote(0), 30);
   assert.deepEqual(meeting.payloads('micLevel'), []);
   meeting.wrapper.muteLocalAudio(false);
@@ -282,19 +282,23 @@ const audioIn = (audioInId) => ({ audioInId, audioInName: '', audioInSourceName:
 const audioOut = (audioOutId) => ({ audioOutId, audioOutName: '', audioOutSourceName: '' });
 const camera = (videoDeviceId, capability) => ({ videoDeviceId, videoDeviceName: '', capability });
 
-// Settles when the log has a line with exactly this text behind the time.
+// Resolves when the log has a line with exactly this text after the time.
 const logged = (meeting, text) => meeting.until(() => meeting.log().includes(`Z ${text}\n`));
 
-effect(['setVideoDevice'], 'the camera that was set films as it was asked to', async (meeting) => {
-  meeting.wrapper.enableCameraCapture(true);
-  await meeting.nextFrame(LOCAL);
-  const capability = { width: 321, height: 181, maxFPS: 60 };
-  meeting.wrapper.setVideoDevice(camera('camera-1', capability));
-  await meeting.seen('streamUpdated', ({ type }) => type === 'local');
-  const frame = await meeting.frameWhere(LOCAL, ({ width }) => width === 321);
-  assert.equal(frame.height, 181);
-  assert.equal(readCard(frame).detail, 1);
-});
+effect(
+  ['setVideoDevice'],
+  'the selected camera captures with the requested settings',
+  async (meeting) => {
+    meeting.wrapper.enableCameraCapture(true);
+    await meeting.nextFrame(LOCAL);
+    const capability = { width: 321, height: 181, maxFPS: 60 };
+    meeting.wrapper.setVideoDevice(camera('camera-1', capability));
+    await meeting.seen('streamUpdated', ({ type }) => type === 'local');
+    const frame = await meeting.frameWhere(LOCAL, ({ width }) => width === 321);
+    assert.equal(frame.height, 181);
+    assert.equal(readCard(frame).detail, 1);
+  },
+);
 
 effect(['setAudioInDevice'], 'another microphone is selected', async (meeting) => {
   meeting.wrapper.setAudioInDevice(audioIn('microphone-1'));
@@ -394,7 +398,7 @@ effect(['getLastFrame'], 'the picture pulled last is handed out again', async (m
   assert.equal(readCard(last).number, frameId);
 });
 
-effect(['releaseFrame'], 'a picture may be read on, and the next one comes', async (meeting) => {
+effect(['releaseFrame'], 'a picture stays readable, and the next one arrives', async (meeting) => {
   await meeting.join(SMALL);
   const frame = await meeting.nextFrame(remote(0));
   const before = Buffer.from(frame.yPlaneBuffer);

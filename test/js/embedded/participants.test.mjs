@@ -1,4 +1,4 @@
-// Who is in a meeting on the embedded engine: the event "participants".
+// The event "participants" of the embedded engine.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -15,7 +15,7 @@ function register(meeting) {
   });
 }
 
-// Settles with the participants of the first event, past or to come, for which `matches` holds.
+// Resolves with the participants of the first past or future event for which `matches` holds.
 async function participantsWhere(meeting, matches) {
   const participantsOf = ({ eventBody }) => JSON.parse(eventBody).participants;
   const event = await meeting.seen(

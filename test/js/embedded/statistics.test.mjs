@@ -1,4 +1,4 @@
-// Statistics of the embedded engine: measured from what it does, and 0 where it knows nothing.
+// Statistics of the embedded engine: measured values, and 0 for unknown ones.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -11,7 +11,7 @@ const SMALL = 'tessel:room?participants=1&size=64x36';
 const SMALL_FRAME_BITS = ((64 * 36 * 3) / 2) * 8;
 const CONTENT_FRAME_BITS = ((1280 * 720 * 3) / 2) * 8;
 
-// Settles with the statistics of the first window that `matches`.
+// Resolves with the statistics of the first window that `matches`.
 async function window(meeting, matches, timerDuration = 200) {
   meeting.wrapper.configureMeetingStats({ enable: true, timerDuration });
   return meeting.until(() => {
@@ -157,7 +157,7 @@ test('a link that loses everything delivers no frame', async (t) => {
 
 test('the processor load is measured with and without a call', async (t) => {
   const meeting = new Meeting(t);
-  // Waiting for it is work.
+  // The wait for it uses the processor.
   const { meetingStats } = await window(meeting, (stats) => stats.meetingStats.process_cpu > 0);
   const { system_cpu: system, process_cpu: process } = meetingStats;
   assert.ok(process <= 100 && system > 0 && system <= 100, `${system} ${process}`);

@@ -1,4 +1,4 @@
-// The embedded engine's document, held against the engine: its examples of uris and its tables of
+// Compares the embedded engine's document with the engine: its examples of uris and its tables of
 // parameters.
 
 import assert from 'node:assert/strict';
@@ -30,7 +30,7 @@ for (const uri of examples) {
   test(`the engine understands ${uri}`, async (t) => {
     const meeting = new Meeting(t);
     if (await meeting.join(uri)) return;
-    // The meeting may refuse, or its clip be missing, but the uri is well made.
+    // The meeting may refuse the join, or its clip may be missing, but the uri is valid.
     const { code, reason } = await meeting.seen('callDisconnect');
     assert.notEqual(code, BAD_URI, reason);
   });

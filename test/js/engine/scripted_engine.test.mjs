@@ -1,4 +1,4 @@
-// The scripted engine keeps its promises to the tests that rely on it.
+// Tests of the scripted engine, on which other tests rely.
 
 import assert from 'node:assert/strict';
 import { execFileSync, spawnSync } from 'node:child_process';
@@ -18,7 +18,7 @@ beforeEach(() => {
   engine.reset();
 });
 
-// A facade with a registered callback; its calls so far are forgotten.
+// A facade with a registered callback, without recorded calls.
 function facadeWithCallback() {
   const facade = client.create({});
   client.registerCallback(facade, true);
@@ -243,7 +243,7 @@ test('completion inside Initialize is reported by the calling thread', () => {
   assert.equal(completed.thread, engine.jsThread);
 });
 
-test('completion before the wait comes from another thread, but before Initialize returns', () => {
+test('completion before the wait is reported by another thread, before Initialize returns', () => {
   const facade = facadeWithCallback();
   engine.setInitialisation('before-wait');
   client.call(facade, 'Initialize', []);
@@ -252,7 +252,7 @@ test('completion before the wait comes from another thread, but before Initializ
   assert.notEqual(completed.thread, engine.jsThread);
 });
 
-test('later completion comes from another thread', () => {
+test('later completion is reported by another thread', () => {
   const facade = facadeWithCallback();
   engine.setInitialisation('later', { delayMs: 0 });
   client.call(facade, 'Initialize', []);
@@ -566,7 +566,7 @@ test('notifications go to the callback that was registered last, or to the selec
   assert.deepEqual(arrived(), [['NotifyMicLevel', 2]]);
 });
 
-// ---- Frames that are pulled
+// ---- Frames that a caller fetches
 
 const plane = (width, height, bytes) => ({
   width,
@@ -735,7 +735,7 @@ test('the objects that the process holds are counted', () => {
   assert.deepEqual(engine.live(), none);
 });
 
-// ---- Frames that are pushed
+// ---- Frames for a receiver
 
 test('a pushed frame reaches the receiver on an engine thread with all its properties', () => {
   const facade = client.create({});

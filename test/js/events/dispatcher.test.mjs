@@ -1,5 +1,5 @@
-// The dispatcher alone, driven from real threads. What ends a process or reaches it as an
-// 'uncaughtException' happens in child processes (test/support/processes/dispatcher_process.mjs).
+// The dispatcher alone, driven from real threads. Cases that end the process or cause an
+// 'uncaughtException' run in child processes (test/support/processes/dispatcher_process.mjs).
 
 import assert from 'node:assert';
 import { spawnSync } from 'node:child_process';
@@ -48,7 +48,7 @@ function asyncHandles() {
     .map(({ address, is_referenced: isReferenced }) => [address, isReferenced]);
 }
 
-// What has become of the loop's async handles that `before` does not list: whether each of them is
+// The state of the loop's async handles that `before` does not list: whether each of them is
 // referenced.
 function referencesSince(before) {
   const known = new Map(before);
@@ -390,7 +390,7 @@ test('two channels are independent: one keeps working when the other is released
   assert.deepStrictEqual(other.discarded(), []);
 });
 
-// Far above what any scenario takes: it ends what would never end.
+// Far longer than any scenario takes: it ends a process that hangs.
 const HANG_MILLISECONDS = 120_000;
 
 // Runs one scenario of the fixture to its end. A process that ends by itself is also checked for

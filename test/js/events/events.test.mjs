@@ -31,7 +31,7 @@ beforeEach(() => {
 });
 after(() => wrapper.destroy());
 
-// Notes each call of `emitter.emit`, as [this, arguments].
+// Records each call of `emitter.emit`, as [this, arguments].
 function noteEmits(target = emitter) {
   const emits = [];
   target.emit = function emit(...args) {
@@ -40,7 +40,7 @@ function noteEmits(target = emitter) {
   return emits;
 }
 
-// Events are emitted in the order in which they were posted: when this one has come, so have all
+// Events are emitted in the order in which they were posted: when this one has arrived, so have all
 // that were posted before.
 const SENTINEL = 'the last of the events';
 const fireSentinel = () => engine.fire('NotifyGracefulEvent', SENTINEL, true);
@@ -56,7 +56,7 @@ function sentinelComes(target = emitter) {
   });
 }
 
-// What `post` makes the emitter emit: [this, arguments] for each event.
+// The events that `post` makes the emitter emit: [this, arguments] for each.
 async function emitsOf(post) {
   const emits = noteEmits();
   const comes = sentinelComes();
@@ -355,8 +355,8 @@ test('the return value of "emit" is ignored', async () => {
 
 const MILLION = 1_000_000;
 
-// Each notification in turn: its event, its arguments by thread and sequence number, and, where the
-// payload can tell them, how it does.
+// Each notification: its event, its arguments by thread and sequence number, and, if the payload
+// contains these, a function that reads them.
 const STEPS = [
   ['NotifyStreamAdded', 'streamAdded', (t) => [{ kind: t, index: 0 }, 0]],
   [
@@ -716,7 +716,7 @@ test('the reference to the previous emitter is deleted when another one is set',
     handler.setEmitter({});
     const before = referenceBytes();
     for (const target of targets) handler.setEmitter(target);
-    // Not a byte for each of them.
+    // Less than one byte for each of them.
     assert.ok(referenceBytes() - before < targets.length, `${before} to ${referenceBytes()} bytes`);
   } finally {
     handler.close();
@@ -825,7 +825,7 @@ for (const mode of ['inside', 'before-wait', 'later']) {
     const constructed = lines.findIndex((line) => line.startsWith('TesselWrapper: Pid:'));
     assert.ok(lines.indexOf(WAITS) < constructed);
     assert.ok(lines.indexOf(COMPLETED) < constructed);
-    // Events from before the wrapper was there arrive afterwards.
+    // Events from before the end of construction arrive afterwards.
     assert.deepEqual(lines.slice(constructed + 1, constructed + 4), [
       '> made',
       '> micLevel {"level":1}',

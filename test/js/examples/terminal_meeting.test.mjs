@@ -1,4 +1,4 @@
-// The example behind `npm start`, in a process of its own.
+// The example for the terminal, in a separate process.
 
 import assert from 'node:assert/strict';
 import { execFile } from 'node:child_process';
@@ -15,7 +15,7 @@ import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 
 const EXAMPLE = fileURLToPath(new URL('../../../examples/terminal_meeting.mjs', import.meta.url));
 
-// Settles with what the example printed and where its pictures are.
+// Resolves with the example's output and the directory of its pictures.
 async function run(t, ...options) {
   const output = temporaryDirectory(t);
   const { stdout } = await promisify(execFile)(process.execPath, [
@@ -53,7 +53,7 @@ test('a widget, which is another process, sees one of the streams too', async (t
   const widget = rowOf('remote-0, in the widget');
   assert.equal(widget.size, main.size);
   assert.ok(widget.frames > 0 && widget.rate > 0, JSON.stringify(widget));
-  // Both processes made their lines, and each its own mapping of the same segment.
+  // Both processes printed their lines, and each has its own mapping of the same segment.
   const opened = stdout.match(/^getVideoFrameSource: opening video .* shm name:(\/\w+)/m);
   assert.ok(
     stdout.includes(`enableSharedMemory: Creating shared video mem with SHMname:${opened[1]}`),

@@ -1,5 +1,5 @@
-// The TypeScript declarations: what they accept and refuse, that they name what is there, and that
-// the API reference names what they declare.
+// The TypeScript declarations: the uses that they accept and refuse, that they match the exports,
+// and that the API reference matches them.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
@@ -259,8 +259,8 @@ const flat = (text) =>
     .replace(/;? ?$/, '')
     .trim();
 
-// The signatures in `file`, as the reference shows them, by exported name: each member of a class or
-// an interface that is not private, else all of it.
+// The signatures in `file`, as the reference shows them, by exported name: each member of a class
+// or an interface that is not private, else all of it.
 function signatures(file) {
   const found = new Map();
   const source = read(file).replace(/^\/\/.*\n/gm, '');

@@ -1,4 +1,4 @@
-// npx tessel-wrapper: what the doctor looks at, and what it says.
+// npx tessel-wrapper: the checks of the doctor, and their output.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';

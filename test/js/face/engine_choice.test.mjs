@@ -1,4 +1,4 @@
-// Which engine an import gives, and what is said when a process asks for two.
+// The engine that an import gives, and the error when a process requests two.
 
 import assert from 'node:assert/strict';
 import path from 'node:path';

@@ -1,4 +1,4 @@
-// Events and answers of a meeting on the scripted engine, which says what the test tells it to.
+// Events and answers of a meeting on the scripted engine, which the test controls.
 
 import assert from 'node:assert/strict';
 import { setImmediate } from 'node:timers/promises';
@@ -538,7 +538,7 @@ describe('the events of a meeting', () => {
     assert.equal(params.mediaStreamState.outgoingAudioMuted, true);
   });
 
-  // Asks, and gives up at once.
+  // Requests it, and aborts at once.
   const giveUp = (ask) => assert.rejects(ask({ timeout: 0 }), { name: 'TimeoutError' });
   const start = (limits) => meeting.startPresentation({ type: 'screen' }, limits);
   const sharing = () => engine.operations().filter((name) => /Presentation|Token/.test(name));

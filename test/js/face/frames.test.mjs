@@ -1,4 +1,4 @@
-// A meeting's frames: their rate, their end, their count, and taking them out.
+// A meeting's frames: their rate, their end, their counters, and their copies.
 
 import assert from 'node:assert/strict';
 import { setImmediate } from 'node:timers/promises';
@@ -38,7 +38,7 @@ describe('the frames of a meeting', () => {
     engine.setFrame(STREAM, { ...SIZE, frameId, noUpdate: false, ...answer });
   const clear = () => engine.setFrame(STREAM, { noUpdate: true, clearFrame: true });
 
-  // Asks for the next frame, which comes when it is shown and not while nothing is new; ends the loop.
+  // Requests the next frame, which arrives after it is shown and not before; ends the loop.
   async function expectNothingUntilShown(frames, frameId) {
     engine.clearCalls();
     const next = frames.next();
@@ -69,7 +69,7 @@ describe('the frames of a meeting', () => {
       for await (const frame of meeting.frames(STREAM, { rate: 500 })) {
         ids.push(frame.frameId);
         if (frame.frameId === 10) break;
-        // Two more have come before the next is asked for.
+        // Two more frames arrive before the next one is requested.
         show(frame.frameId === 5 ? 6 : 9);
         show(frame.frameId === 5 ? 7 : 10);
       }
@@ -321,7 +321,7 @@ test('a frame is due one period after the previous one, or at once when that tim
   assert.equal(pace.next(true), 99);
 });
 
-// ---- Taking frames out
+// ---- Copying frames
 
 // A frame of 3 by 3 with rows of 4 bytes, 2 by 2 chroma with rows of 3.
 const odd = () => ({

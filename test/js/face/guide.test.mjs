@@ -57,8 +57,8 @@ function run(name) {
   });
 }
 
-// Runs it to its end, which is without an error, and expects these lines among its output, which it
-// answers with.
+// Runs it, expects it to end without an error with these lines in its output, and returns the
+// output.
 function expectRun(name, lines) {
   const { status, signal, stdout, stderr } = run(name);
   assert.deepEqual([status, signal, stderr], [0, null, '']);
@@ -150,7 +150,8 @@ function luminanceOf(recording) {
   );
 }
 
-// The number of the test card in a picture that was scaled up from this height; 'black' without one.
+// The number of the test card in a picture that was scaled up from this height; 'black' without
+// one.
 function cardIn(luminance, height) {
   if (luminance.every((value) => value < 24)) return 'black';
   const scale = 360 / height;

@@ -1,5 +1,5 @@
-// What console.log shows of meetings, widgets, loops over events and frames, and how a meeting that
-// nobody closed is found.
+// The output of console.log for meetings, widgets, event loops and frames, and how to find a
+// meeting that was not closed.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';

@@ -1,4 +1,4 @@
-// What killed processes leave in /dev/shm: what is known as left over, and removed.
+// The leftovers of killed processes in /dev/shm: which files count as leftovers, and their removal.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';

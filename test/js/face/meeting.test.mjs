@@ -15,8 +15,8 @@ const { CallError, ClosedError, Meeting, ShareError, TimeoutError } = face;
 
 const REMOTE = remote(0);
 
-// The files in /dev/shm, by name, that this process has mapped. A semaphore is mapped under a name of
-// before, so its inode tells.
+// The files in /dev/shm, by name, that this process has mapped. A semaphore is mapped under a name
+// of before, so its inode tells.
 function ownSegments() {
   const lines = readFileSync('/proc/self/maps', 'utf8').split('\n');
   const inodes = lines
@@ -95,7 +95,7 @@ test('an invalid record rejects before the wait for the next second', async (t) 
     } catch (error) {
       refused.push(refusal(error));
     }
-    // The clock stands still: what waits for the next second waits for ever.
+    // The clock does not advance: a wait for the next second never ends.
     await assert.rejects(Meeting.open(record), (error) => refused.push(refusal(error)) > 0);
     assert.deepEqual(refused[1], refused[0]);
   }
@@ -272,7 +272,7 @@ test('a wait that rejects before it is awaited does not end the process', () => 
   assert.deepEqual(child.said, ['TimeoutError', 'TimeoutError', 'ClosedError']);
 });
 
-// What rejects and is not awaited, with the error that node ends the process with.
+// Rejected promises that are not awaited, with the error with which Node.js ends the process.
 const FORGOTTEN = {
   'a join with a misspelt property': [
     (meeting) => void meeting.join({ uri: 'tessel:demo', nope: 1 }),
@@ -566,7 +566,7 @@ test('a meeting that only its listeners refer to stays alive', async (t) => {
       resolve();
     });
   })();
-  // The addon's class remembers the emitter of the latest meeting.
+  // The addon's class holds the emitter of the latest meeting.
   await openMeeting(t);
   let rounds = 0;
   await collectUntil(() => ++rounds > 10);

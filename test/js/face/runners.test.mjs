@@ -1,4 +1,4 @@
-// The guide's commands for test runners: each writes a report that the native lines do not spoil.
+// The guide's commands for test runners: each writes a report without native lines in it.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
@@ -30,8 +30,8 @@ it('joins', async () => {
   }
 }, { timeout: 60_000 });`;
 
-// Runs a test that opens a meeting by `words` of the runner, in a directory of its own: what it says,
-// and a reader of the files that it leaves.
+// Runs a test that opens a meeting by `words` of the runner, in a directory of its own: what it
+// says, and a reader of the files that it leaves.
 function run(t, name, words, imports = '') {
   // In the repository, where the package finds itself by its name.
   const directory = mkdtempSync(path.join(repository, 'build', 'runners-'));

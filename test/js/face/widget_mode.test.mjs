@@ -1,4 +1,4 @@
-// Entering widget mode: it settles when a widget can open the memory, and rejects when there is none.
+// Entering widget mode: it resolves when a widget can open the memory, and otherwise rejects.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';

@@ -1,4 +1,4 @@
-// Pulling frames: stream keys, frame objects, and for how long their pixels are there.
+// Fetching frames: stream keys, frame objects, and how long their pixels are valid.
 
 import assert from 'node:assert/strict';
 import { after, beforeEach, test } from 'node:test';
@@ -39,8 +39,7 @@ const FRAME_MODULES = [
   './support/scripted/frame_objects.mjs',
 ];
 
-// Asserts that `call` throws an error of exactly this class and text, and asks nothing of the
-// engine.
+// Asserts that `call` throws an error of exactly this class and text, and does not call the engine.
 function assertRefused(call, type, message) {
   engine.clearCalls();
   assert.throws(call, (error) => {
@@ -410,7 +409,7 @@ test("the arrays are views of the engine's memory, without a copy", () => {
   planesOf(wrapper.getFrame(stream, 0)).forEach((array, i) => {
     array.fill(100 + i);
   });
-  // The engine hands the same picture out once more.
+  // The engine returns the same picture again.
   for (const frame of [wrapper.getFrame(stream, 0), wrapper.getLastFrame(stream)]) {
     planesOf(frame).forEach((array, i) => {
       assert.ok(array.every((byte) => byte === 100 + i));
@@ -495,8 +494,8 @@ test('a process may end while it holds frames', () => {
   }
 });
 
-// JavaScript can keep the memory of an array from being taken back. It is then never freed: the
-// frame counts as live for good.
+// JavaScript can keep an array from being detached. Its memory is then never freed, and the frame
+// counts as live for ever.
 for (const [what, putOutOfReach] of Object.entries(WAYS_OUT_OF_REACH)) {
   test(`memory that JavaScript keeps as ${what} is never freed`, () => {
     const stream = newStream();
@@ -546,7 +545,7 @@ for (const operation of ['GetFrameManager', 'GetFrame']) {
   });
 }
 
-// ---- Hostile surroundings
+// ---- Patched globals
 
 test('getFrame gives the right frame when getters of its argument call getFrame', () => {
   const stream = newStream();
@@ -649,7 +648,7 @@ test('ten thousand frames of 1280x720 do not increase the memory', async () => {
     const grown = (name) => (now[name] - before[name]) / frameBytes;
     assert.ok(grown('external') < 1, `external memory by ${grown('external')} frames`);
     assert.ok(grown('arrayBuffers') < 1, `array buffers by ${grown('arrayBuffers')} frames`);
-    // Node's own heap has room to move; a leak of one frame in a hundred would be beyond it.
+    // Allows for changes of Node's own heap; a leak of one frame in a hundred would exceed it.
     assert.ok(grown('rss') < 60, `resident memory by ${grown('rss')} frames`);
     assert.ok(engine.liveFrames() <= live);
     await setImmediate();

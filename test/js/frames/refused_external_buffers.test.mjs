@@ -1,5 +1,5 @@
-// Frames on a host that refuses external array buffers: the planes are copied once, and nothing else
-// is different.
+// Frames on a host that refuses external array buffers: the planes are copied once, with no other
+// difference.
 
 import assert from 'node:assert/strict';
 import { createRequire } from 'node:module';
@@ -40,7 +40,7 @@ test("the arrays are not views of the engine's memory", () => {
   const answer = { ...SIZE, frameId: 1 };
   engine.setFrame(stream, { ...answer, always: true });
   for (const array of planesOf(wrapper.getFrame(stream, 0))) array.fill(100);
-  // The engine hands the same picture out once more.
+  // The engine returns the same picture again.
   assertPicture(wrapper.getFrame(stream, 0), patternedPicture(stream, answer));
 });
 

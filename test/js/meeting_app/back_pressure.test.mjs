@@ -1,4 +1,4 @@
-// What a slow page is sent: counted, with pages that do not answer or do not read.
+// Flow control for a slow page: counts the messages to pages that do not answer or do not read.
 
 import assert from 'node:assert/strict';
 import { EventEmitter, once } from 'node:events';
@@ -143,8 +143,8 @@ test('nothing more is sent to a broken socket', () => {
   assert.equal(socket.sent.length, 1);
 });
 
-// A page that is connected to a real meeting over a real socket, with so many streams that are there:
-// by default two participants' and the camera's.
+// A page that is connected to a real meeting over a real socket, with this number of streams: by
+// default two participants' and the camera's.
 async function connectPage(t, { participants = '2', present = 3 } = {}) {
   const uri = `tessel:test?size=320x180&participants=${participants}`;
   const { room, meeting } = await openRoom(t, uri);
@@ -178,7 +178,7 @@ const LAYOUT = ['remote-0', 'remote-1'].map((stream) => ({ stream, height: 180, 
 
 const DELIVERED = 20;
 
-// Settles when the engine has delivered `count` frames of a stream to somebody else.
+// Resolves when the engine has delivered `count` frames of a stream to another receiver.
 async function engineDelivers(room, stream, count) {
   const stopping = new AbortController();
   let left = count;
@@ -195,7 +195,7 @@ test('a page that never says "drawn" is sent one frame of each stream and no mor
   assert.deepEqual(session.framesSent, { 'remote-0': 1, 'remote-1': 1 });
   assert.equal(frames.length, 2);
 
-  // The next one is the newest: what was in between is skipped.
+  // The next frame is the newest one: those in between are skipped.
   page.send(JSON.stringify({ type: 'drawn', streams: ['remote-0'] }));
   while (frames.length < 3) await once(page, 'frame');
   const first = frames.find(({ stream }) => stream.streamIndex === 0);
@@ -236,7 +236,7 @@ test('a stream that is removed and added again is sent again without a new layou
   await Promise.all([once(loops, 'ended'), room.commands.leave()]);
   const before = frames.length;
   await room.join();
-  // Of the height that was asked for before.
+  // A frame of the previously requested height.
   while (frames.length === before || frames.at(-1).frame?.height !== 90) await once(page, 'frame');
 });
 

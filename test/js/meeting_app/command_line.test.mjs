@@ -1,4 +1,4 @@
-// What the application says at the terminal to options that it cannot follow.
+// The application's messages on the terminal about invalid options.
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';

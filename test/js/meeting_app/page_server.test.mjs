@@ -1,4 +1,4 @@
-// Who is served by the meeting application's server, and who is not.
+// The requests that the meeting application's server accepts and refuses.
 
 import assert from 'node:assert/strict';
 import { once } from 'node:events';

@@ -1,4 +1,4 @@
-// What the meeting application's room does with what is asked of it, without a page.
+// The commands of the meeting application's room, without a page.
 
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
@@ -145,7 +145,7 @@ test('a window that is closed before it shows a frame takes its stream out of wi
   assert.equal(isShared(), true);
   room.leaveWindow(NAME);
   assert.equal(isShared(), false);
-  // It takes until the next second.
+  // It waits for the next second.
   const entering = room.enterWindow(NAME, 90);
   room.leaveWindow(NAME);
   await entering;

@@ -1,4 +1,4 @@
-// The process that feeds windows: how it is kept running, and what it shows.
+// The widget process: how it is kept running, and the content of its windows.
 
 import assert from 'node:assert/strict';
 import { fork } from 'node:child_process';
@@ -39,8 +39,8 @@ async function openHost(t) {
   return { room, meeting, host };
 }
 
-// What the page of a window does. Emits 'frame' with each that it is sent, null where the picture is
-// taken away.
+// Simulates the page of a window. Emits 'frame' with each received frame, null when the picture is
+// cleared.
 function openWindow({ room }) {
   const { origin, host, pathname } = new URL(room.state.widget.address);
   const window = new WebSocket(`ws://${host}${pathname}socket`, { origin });
@@ -106,8 +106,8 @@ test('a stream that is removed while its window waits for memory can have a wind
   const { enterWidgetMode } = meeting;
   let entering;
   meeting.enterWidgetMode = (stream) => (entering = enterWidgetMode.call(meeting, stream));
-  // What is made twice in a second waits for the next one: for ever in this one, in which nothing
-  // was made before.
+  // A second segment in one second waits for the next second: for ever here, where the clock does
+  // not advance.
   const now = Date.now() + 10_000;
   const clock = t.mock.method(clocks, 'wallTime', () => now);
   const first = openWindow(opened);

@@ -1,18 +1,18 @@
-// What the soak takes for memory that stays as it is, on memory that was made up.
+// The soak's decision whether memory is flat, with simulated samples.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
 import { assertStaysFlat } from '../../support/reliability/flat_memory.mjs';
 
-// In seconds, without the quarter that warms up.
+// In seconds, without the quarter for the warm-up.
 const HALF_AN_HOUR = 1350;
 const FOUR_HOURS = 10_800;
 const SAMPLES = 30;
 
 const steady = (perHour) => (seconds) => 50_000 + (perHour * seconds) / 3600;
 const stepOf = (kilobytes) => (seconds, took) => 50_000 + (seconds > took / 2 ? kilobytes : 0);
-// Up and down by so much from one sample to the next.
+// Increases and decreases by this amount from one sample to the next.
 const restless = (kilobytes) => (_seconds, _took, at) => 50_000 + (at % 2) * kilobytes;
 
 function samplesOf(took, memory) {

@@ -1,5 +1,5 @@
-// What docs/reliability.md promises, each in its short form; `npm run torture` and `npm run soak` run
-// the long ones. The soak, which mostly waits, has a file of its own.
+// The short forms of the trials in docs/reliability.md; `npm run torture` and `npm run soak` run
+// the long ones. The soak, which mostly waits, has its own file.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
@@ -17,7 +17,7 @@ describe('reliability', { concurrency: 2 }, () => {
   for (const trial of shorts) testShortForm(trial);
 });
 
-// Its answer comes when nobody holds the trial's standard error any more.
+// It returns when no process holds the trial's standard error any more.
 test('a hanging trial is ended with its child processes, and reported with its seed', async () => {
   const trial = { name: '../../support/processes/hanging-trial', short: 1 };
   const { error, figures } = await runTrial(trial, { count: 1, seed: 7, limitSeconds: 2 });
@@ -76,8 +76,8 @@ for (const word of ['--help', '-h']) {
   });
 }
 
-// Stands in for the shell that scripts/setup.sh is run by: takes down what is to be set up, and ends
-// with the code 1 for the fuzzers, which so are never run here.
+// Replaces the shell that runs scripts/setup.sh: records the set-ups, and ends with the code 1 for
+// the fuzzers, so that they never run here.
 function shellThatTakesDown(t) {
   const directory = temporaryDirectory(t);
   const taken = path.join(directory, 'taken');

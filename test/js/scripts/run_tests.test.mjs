@@ -1,5 +1,5 @@
-// The test runner itself, in a small tree of its own: a copy of the scripts, a `ctest` that answers
-// as told, and test files made on the spot.
+// The test runner itself, in a small temporary tree: a copy of the scripts, a replaced `ctest`, and
+// generated test files.
 
 import assert from 'node:assert';
 import { spawnSync } from 'node:child_process';

@@ -1,4 +1,4 @@
-// How a call in a room of a real SFU can fail, and with which reason.
+// The ways in which a call in a room of a real SFU can fail, and their reasons.
 
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
@@ -29,7 +29,7 @@ async function listening(t, server, options) {
   return server.address().port;
 }
 
-// How `member` is refused: with the reason and the code that the application gets.
+// The reason and the code with which `member` is refused.
 async function refusal(member, uri, overrides) {
   await member.does('forget');
   const { callId, reason, code } = await member.does('join', uri, overrides);

@@ -1,5 +1,5 @@
-// Meetings of several processes in a room of a real SFU. What a picture shows is read from its
-// decoded pixels: the detail of a card's code is its sender's.
+// Meetings of several processes in a room of a real SFU. Pictures are identified by their decoded
+// pixels: the detail of a test card's code identifies the sender.
 
 import assert from 'node:assert/strict';
 import path from 'node:path';
@@ -43,7 +43,7 @@ test("two processes receive each other's pictures in order", async (t) => {
       assert.deepEqual([width, height], [640, 360]);
       if (index === 0) continue;
       assert.ok(frameId > pictures[index - 1].frameId, 'frames are numbered in order');
-      assert.ok(card.number > pictures[index - 1].card.number, 'pictures come in order');
+      assert.ok(card.number > pictures[index - 1].card.number, 'pictures arrive in order');
     }
   }
 });

@@ -1,4 +1,4 @@
-// Calls that may use relays alone.
+// Calls that may use relays only.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';

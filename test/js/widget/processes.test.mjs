@@ -1,5 +1,5 @@
-// Frames on their way from a main process to widgets, each a process of its own. Every frame that
-// a widget sees is compared, byte for byte, with what was sent.
+// Frames from a main process to widgets in separate processes. Every frame that a widget reads is
+// compared, byte for byte, with the sent one.
 
 import assert from 'node:assert/strict';
 import { existsSync, utimesSync } from 'node:fs';
@@ -52,7 +52,7 @@ test('a frame does not change while a widget reads it, and the next one follows'
   await main.does('push', remote(0), first);
   await widget.does('look', remote(0));
   await main.does('beginPush', remote(0), second);
-  // The writer waits, and the frame that is looked at is the first one.
+  // The writer waits, and the held frame is the first one.
   assert.deepEqual(await widget.does('look', remote(0)), remotePattern(0, first));
   await widget.does('release', remote(0));
   assert.equal(await main.does('endPush', remote(0)), 1);
@@ -104,7 +104,7 @@ test('a widget sees the same pictures as the main process', async (t) => {
   await main.does('keepReading', streams);
   await widget.does('keepReading', streams, { kind: 'card' });
 
-  // Either may have missed a frame that the other has seen.
+  // Each process may have missed a frame that the other one has received.
   const nameOf = ({ streamIndex, number }) => `${streamIndex}:${number}`;
   const seenByMain = () => new Map(main.reports.map((frame) => [nameOf(frame), frame]));
   const common = () => {

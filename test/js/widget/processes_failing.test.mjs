@@ -1,5 +1,5 @@
-// What goes wrong between a main process and its widgets: one of them dies or stalls, there is no
-// room, or what lies in shared memory is not what it should be.
+// Failures between a main process and its widgets: one of them is killed or stalls, /dev/shm is
+// full, or the content of the shared memory is invalid.
 
 import assert from 'node:assert/strict';
 import { existsSync, mkdirSync, rmSync, truncateSync, writeFileSync } from 'node:fs';
@@ -40,7 +40,7 @@ const patternOf = ({ streamIndex }, number) => remotePattern(streamIndex, frame(
 
 // Most of these wait for the five seconds of a lock, and may do so together.
 describe('when something goes wrong', { concurrency: 6 }, () => {
-  // ---- Widgets that die or stall
+  // ---- Widgets that are killed or stall
 
   for (const [what, stall, recover] of [
     [
@@ -108,7 +108,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     ]);
     assert.equal(main.count(`enableSharedMemory: ${FAILED}`), 1);
     assert.equal(widget.count(`getVideoFrameSource: ${FAILED}`), 1);
-    // The writer asks for the frame segment's lock alone.
+    // The writer takes the frame segment's lock only.
     const timedOut = main.count(TIMED_OUT);
     assert.equal(await main.does('push', A, frame(2)), true);
     assert.equal(main.count(TIMED_OUT), timedOut);
@@ -118,7 +118,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     await main.ends();
   });
 
-  // ---- A main process that dies
+  // ---- A main process that is killed
 
   test('when the main process is killed, widgets keep the last frame and can read it again', async (t) => {
     const { main, key } = await startMain(t);
@@ -206,7 +206,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     for (const one of [late, widget, main]) await one.ends();
   });
 
-  // ---- No room
+  // ---- A full /dev/shm
 
   test('a full /dev/shm refuses a stream, and the others continue', async (t) => {
     const room = limitedSharedMemory();
@@ -222,7 +222,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
       assert.deepEqual(await widget.does('read', A), patternOf(A, number));
       assert.deepEqual(await widget.does('read', B), UPDATE_MISSING);
     }
-    // Once there is room again, leaving and entering makes the segment.
+    // Once there is space again, leaving and entering widget mode creates the segment.
     room.empty(main);
     await main.does('exit', B);
     await main.does('enter', B);
@@ -248,7 +248,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     await main.ends();
   });
 
-  // ---- What is not as it should be
+  // ---- Invalid contents
 
   for (const size of [0, 511, MAIN_SEGMENT_SIZE - 1]) {
     test(`a main segment of ${size} bytes is refused`, async (t) => {
@@ -268,7 +268,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     return { main, stream };
   }
 
-  // What a widget answers for stream A. Then it is still there to read another one.
+  // The widget's result for stream A. The widget must then still be able to read another one.
   async function readA(t, main) {
     const good = makeSegment(t, FRAME_SEGMENT_SIZE);
     list(main.shm_name, B.streamIndex, good);

@@ -1,6 +1,6 @@
-// Reading the frames of streams in widget mode through TesselWrapperProxy. The proxy and the wrapper
-// are in one process here: each has its own mapping and its own hold of the semaphores, as two
-// processes have. Processes of their own are in processes.test.mjs.
+// Reading the frames of streams in widget mode through TesselWrapperProxy. The proxy and the
+// wrapper are in one process here: each has its own mapping and its own hold of the semaphores, as
+// two processes have. Processes of their own are in processes.test.mjs.
 
 import assert from 'node:assert/strict';
 import { closeSync, openSync, writeSync } from 'node:fs';
@@ -47,8 +47,8 @@ function share(count = 1, frame = ODD) {
 const push = (number, frame = ODD) =>
   engine.pushFrame(STREAM, { csrc: 4_000_000_000, number, ...frame });
 
-// Does to a named semaphore what a process does that takes it (0) or gives it back (1): its count is
-// the first thing in its file.
+// Does to a named semaphore what a process does that takes it (0) or gives it back (1): its count
+// is the first thing in its file.
 function setSemaphore(name, count) {
   const file = openSync(`/dev/shm/sem.${name.slice(1)}`, 'r+');
   writeSync(file, Uint32Array.of(count), 0, 4, 0);
@@ -175,7 +175,7 @@ test('a frame id is compared with all of its 64 bits', () => {
     assert.equal(isNew(sequence + 2 ** 32), true);
     assert.equal(isNew(sequence % 2 ** 32), sequence >= 2 ** 32);
   }
-  // A negative number stands for its unsigned counterpart.
+  // A negative number is converted to its unsigned counterpart.
   writeHeader(segment, { width: 64, height: 36, sequence: 2n ** 64n - 1n });
   assert.equal(isNew(-1), false);
   assert.equal(isNew(2 ** 32 - 1), true);
@@ -235,7 +235,7 @@ test('after the stream has left widget mode its frame is empty and the next one 
   assert.deepEqual(proxy.getFrame(STREAM, 0), NULL_FRAME);
   assert.equal(yPlaneBuffer.length, 0);
   share(1, { width: 16, height: 16 });
-  assert.equal(proxy.getFrame(STREAM, 9).width, 16, 'the stream may come again');
+  assert.equal(proxy.getFrame(STREAM, 9).width, 16, 'the stream may be shared again');
   proxy.releaseFrame(STREAM);
 });
 
@@ -290,7 +290,7 @@ test('an empty frame keeps the pixels and counts as new', () => {
   proxy.releaseFrame(STREAM);
 });
 
-// ---- What the two classes print
+// ---- The lines of the two classes
 
 // Runs `script` in a child and answers with its lines, addresses and random names replaced.
 function linesOf(script) {

@@ -316,9 +316,9 @@ for (const [what, text, expected = text] of [
   });
 }
 
-// ---- What JavaScript throws
+// ---- Exceptions from JavaScript
 
-// What the binding layer itself asks of a thrown object must not change what is thrown.
+// Accesses of the binding layer to a thrown object must not change what is thrown.
 const THROWN = [
   ['an Error', new Error('thrown')],
   ['a frozen Error', Object.freeze(new Error('thrown'))],

@@ -74,7 +74,7 @@ test('configureMeetingStats reports a missing timerDuration', () => {
 
 // ---- getMeetingStats
 
-// Every field's value is its own, so that no mix-up goes unseen.
+// Every field has a different value, so that exchanged fields are detected.
 const videoStats = (base) => ({
   width: base + 1,
   height: base + 2,

@@ -1,4 +1,4 @@
-// What loading tesselWrapper.node gives, and that it can be loaded in any way.
+// The exports of tesselWrapper.node, and the ways of loading it.
 
 import assert from 'node:assert/strict';
 import { copyFileSync, mkdtempSync, realpathSync, rmSync } from 'node:fs';
@@ -219,7 +219,7 @@ test('setting the emitter factory returns nothing', () => {
 
 const KIT = './support/scripted/wrapper_kit.mjs';
 
-// What a child that ended by itself has said.
+// The output of a child that ended by itself.
 function saidIn(script, options) {
   const { code, signal, stderr, said } = runInChild(script, options);
   assert.deepEqual({ code, signal, stderr }, { code: 0, signal: null, stderr: '' });
@@ -283,7 +283,7 @@ test('a copy of the addon works beside the original', (t) => {
   assert.deepEqual(said, ['level 3', 'level 3']);
 });
 
-// Says which engine library is in the process.
+// Reports which engine library the process has loaded.
 async function sayEngineInUse({ say }) {
   const { readFileSync } = require('node:fs');
   require(process.argv[1]);

@@ -1,5 +1,5 @@
-// How a process with wrappers ends: with which exit code, after which events, and without leaving a
-// name in /dev/shm.
+// The end of a process with wrappers: its exit code, the events before it, and no names left in
+// /dev/shm.
 
 import assert from 'node:assert/strict';
 import { existsSync, rmSync } from 'node:fs';
@@ -208,7 +208,7 @@ for (const [where, script, said = []] of [
   });
 }
 
-// ---- By an error that nobody handles
+// ---- By an unhandled error
 
 for (const [where, script, error] of [
   [

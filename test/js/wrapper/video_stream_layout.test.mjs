@@ -112,7 +112,7 @@ testEngineFailures({ wrapper, method, args, operations: ['UpdateVideoStreamsStat
 
 const OCCUPANCY_LIMITS = ['maxquality', 'maxfps', 'minquality', 'minfps'];
 
-// What is looked at, in its order.
+// The expected accesses, in order.
 function expectedReads({ VideoStreamState: state }) {
   const infos = 'VideoStreamState.VideoStreamInfos';
   const occupancies = 'VideoStreamState.VideoOccupancyConstraints';

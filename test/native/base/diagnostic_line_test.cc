@@ -26,7 +26,7 @@ using testing::SizeIs;
 class DiagnosticLineTest : public testing::Test {
  protected:
   void SetUp() override {
-    // As in the hosting process: a reader that goes is an error of the write, not a signal.
+    // As in a Node.js process: a closed reading end is an error of the write, not a signal.
     signal(SIGPIPE, SIG_IGN);
   }
   void TearDown() override {
@@ -34,7 +34,7 @@ class DiagnosticLineTest : public testing::Test {
   }
 };
 
-// A pipe in the place of the standard output, which does not block its writer.
+// A non-blocking pipe that replaces the standard output.
 class PipedOutput {
  public:
   PipedOutput() {
@@ -62,9 +62,9 @@ class PipedOutput {
     const std::string filling(4096, '#');
     while (write(pipe_[1], filling.data(), filling.size()) > 0) continue;
   }
-  // From here on a write waits for room, as it does in a process that has not been told otherwise.
+  // From here on a write waits for space, which is the default of a pipe.
   void blockWriters() { EXPECT_EQ(fcntl(pipe_[1], F_SETFL, 0), 0); }
-  // What the pipe holds as soon as it holds something; nothing when that never happens.
+  // The content of the pipe as soon as there is any; empty when there never is.
   std::string await() {
     constexpr int kNeverMs = 30'000;
     pollfd end = {pipe_[0], POLLIN, 0};
@@ -259,7 +259,7 @@ TEST_F(DiagnosticLineTest, StartsANewLineAfterOneThatThePipeTruncated) {
   EXPECT_EQ(last, "last\n");
 }
 
-// The system takes a line of this length in pieces, so that two threads' pieces could mix.
+// The system writes a line of this length in several parts, so that those of two threads could mix.
 TEST_F(DiagnosticLineTest, KeepsTheLinesOfSeveralThreadsWhole) {
   constexpr int kThreads = 4;
   constexpr int kLinesOfEach = 50;

@@ -38,7 +38,7 @@ VideoPlane planeOf(const std::uint8_t* data, std::uint32_t number) {
   return {data, number, number + 1, number + 2, number + 3};
 }
 
-// A record whose every field is told from the others, with a picture of its own.
+// A record in which every field has a different value, with its own picture.
 VideoFrame freshFrame(std::uint64_t frameId) {
   static const std::uint8_t pixels[3] = {};
   VideoFrame frame;
@@ -54,7 +54,7 @@ VideoFrame freshFrame(std::uint64_t frameId) {
   return frame;
 }
 
-// A record as a careless caller could pass it, to show what is set of it.
+// A record with invalid values, to show which fields are set.
 VideoFrame usedFrame() { return freshFrame(99); }
 
 void expectEqual(const VideoPlane& plane, const VideoPlane& expected) {
@@ -79,7 +79,7 @@ void expectEqual(const VideoFrame& frame, const VideoFrame& expected) {
   expectEqual(frame.vPlane, expected.vPlane);
 }
 
-// What is answered for a stream without a frame: an empty record but for the two flags.
+// The answer for a stream without a frame: an empty record except for the two flags.
 VideoFrame absentFrame() {
   VideoFrame frame;
   frame.noUpdate = true;
@@ -151,7 +151,7 @@ class StreamManagerTest : public testing::Test {
   std::weak_ptr<IFrameManager> handedOut_;
 };
 
-// ---- Life
+// ---- Construction and destruction
 
 TEST_F(StreamManagerTest, HoldsTheEngineForAsLongAsItLives) {
   EXPECT_EQ(engine_.use_count(), 2);
@@ -226,7 +226,7 @@ TEST_F(StreamManagerTest, DoesNothingWhenAStreamIsAddedOrRemoved) {
   expectRetained(kRemote, picture);
 }
 
-// ---- Giving a frame back
+// ---- Releasing a frame
 
 TEST_F(StreamManagerTest, ReleasesAFrameByItsWholeId) {
   for (const std::int64_t frameId :
@@ -418,7 +418,7 @@ TEST_F(StreamManagerTest, DetachesTheReceiverWithAnEmptyOne) {
 class WithoutFrameManager : public StreamManagerTest,
                             public testing::WithParamInterface<std::pair<StreamKey, std::string>> {
  protected:
-  // The lines of attaching and detaching a receiver, both in vain.
+  // The lines of attaching and detaching a receiver without a frame manager.
   std::vector<std::string> linesOfBoth() {
     const auto& [key, text] = GetParam();
     expectNoFrameManager(key);

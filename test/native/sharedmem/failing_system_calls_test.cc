@@ -1,4 +1,4 @@
-// What the shared memory classes do when the system refuses them something.
+// The behaviour of the shared memory classes when system calls fail.
 
 #include <cerrno>
 #include <utility>
@@ -375,7 +375,7 @@ TEST_F(FailingFrameSourceTest, IsRefusedWhenItsSegmentCannotBeCreated) {
   }
 }
 
-// The system never maps at address 0; should it, nothing is written there.
+// The system never maps at address 0; if it did, nothing would be written there.
 TEST_F(FailingFrameSourceTest, TreatsAMappingAtAddressZeroAsNoData) {
   systemCalls().fail("mmap", 0);
   std::unique_ptr<SharedMemoryVideoFrameSource> source;
@@ -533,7 +533,7 @@ TEST_F(FailingManagerTest,
   EXPECT_THAT(linesWrittenBy(store), IsEmpty());
 }
 
-// Of the calls that `action` makes: those on a lock, and what makes and what drops a segment.
+// The calls of `action` on locks, and those that create or release a segment.
 class LockedStepsTest : public FailingSystemCallsTest {
  protected:
   template <typename Action>

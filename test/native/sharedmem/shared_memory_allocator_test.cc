@@ -38,13 +38,13 @@ class SharedMemoryAllocatorTest : public SharedMemoryTest {
     return "~SharedMemoryAllocator:0xADDRESS, pid:" + hexPid() + ", destroyed";
   }
 
-  // An allocator that has come into being without its lines mattering.
+  // An allocator whose lines of construction are ignored.
   static std::unique_ptr<SharedMemoryAllocator> quiet(const SharedMemoryInfo& info) {
     std::unique_ptr<SharedMemoryAllocator> allocator;
     linesWrittenBy([&] { allocator = std::make_unique<SharedMemoryAllocator>(info); });
     return allocator;
   }
-  // A created one whose segment others may use.
+  // A creating allocator whose segment is unlocked for other processes.
   std::unique_ptr<SharedMemoryAllocator> quietAvailable() const {
     auto allocator = quiet(creating(kSize));
     EXPECT_TRUE(allocator->unlockDataAccess());

@@ -603,7 +603,7 @@ TEST_F(SharedMemoryManagerTest, DropsAFrameOfAStreamWhoseSourceIsEmpty) {
                           "index:3"));
 }
 
-// The frame, when it is asked for its width, stands in for another thread that removes the stream.
+// When its width is read, the frame removes the stream, like another thread could.
 TEST_F(SharedMemoryManagerTest, AStreamMayBeDisabledWhileItsFrameIsBeingStored) {
   const ManagerPtr creator = createManager();
   const SharedMemoryKey names = enable(*creator, remote(0));
@@ -638,7 +638,7 @@ TEST_F(SharedMemoryManagerTest, FramesArriveWhileOtherStreamsAreEnabledAndDisabl
       delivered[static_cast<std::size_t>(index)] = csrc;
     });
   }
-  // Enough of them, on both sides of the streams that stay, for the map to rearrange itself.
+  // Enough streams, before and after those that stay, for the map to rebalance.
   const StreamKey others[] = {kLocal, remote(30), remote(31), remote(32), kContent};
   for (int round = 0; round < 20; ++round) {
     for (const StreamKey& key : others) EXPECT_TRUE(creator->enableSharedMemory(key));
@@ -766,7 +766,7 @@ TEST_F(SharedMemoryManagerTest, SurvivesATableOfRandomBytes) {
 }
 
 TEST_F(SharedMemoryManagerTest, TwoCreatedInOneSecondMayShareNamesAndStillWork) {
-  // As a second manager of one second does: the names are in use already.
+  // Like a second manager within one second: the names are already in use.
   const ManagerPtr first = createManager();
   const ManagerPtr second = createManager();
   EXPECT_EQ(semaphoreCount(names_.sem()), 2);

@@ -383,8 +383,7 @@ TEST_F(SharedMemoryVideoFrameSourceTest, StoresABufferThatFillsThePixelSpace) {
             frame->pixels);
 }
 
-// The reader holds the lock: a writer that tried to take it would say 5 seconds later that it could
-// not.
+// The reader holds the lock: a writer that tried to take it would print a line 5 seconds later.
 TEST_F(SharedMemoryVideoFrameSourceTest, DropsABufferThatDoesNotFitBeforeItTakesTheLock) {
   const SourcePtr writer = createWriter();
   const SourcePtr reader = openReader();

@@ -1,4 +1,4 @@
-// The beginning and the end of engines.
+// The start and the end of engines.
 
 #include <atomic>
 #include <functional>

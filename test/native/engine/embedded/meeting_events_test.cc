@@ -1,4 +1,4 @@
-// What happens in a meeting by its uri, and what the application does about it.
+// The events of a meeting that its uri describes, and the application's operations during it.
 
 #include "engine/embedded/streams/identity.h"
 #include "engine/support/streams/stream_keys.h"

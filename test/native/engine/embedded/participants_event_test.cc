@@ -44,7 +44,7 @@ class ParticipantsEventTest : public EngineTest {
   }
 
   // One text for each event since the last call: "me" and the participants' numbers, each followed
-  // by what is true of them (audio muted, video muted, speaking, presenting).
+  // by its state (audio muted, video muted, speaking, presenting).
   Lines takeStates() {
     Lines states;
     for (const json& body : takeBodies()) {

@@ -18,7 +18,7 @@ namespace {
 
 using testing::ElementsAre;
 
-// Writes the numbers of the frames down, and may be made to wait in the middle of one.
+// Records the numbers of the frames, and can be made to wait during one.
 class Receiver final : public IFrameRecieveCallback {
  public:
   void NotifyFrameArrived(std::shared_ptr<QVXCommon::IVideoFrame> frame, unsigned csrc,
@@ -147,7 +147,7 @@ TEST_F(FrameDeliveryTest, WaitsForThePreviousReceiver) {
       EXPECT_FALSE(first->isRunning());
       EXPECT_EQ(first.use_count(), 1) << "the delivery lets the receiver of before go";
     });
-    // Offering goes on while the receiver blocks.
+    // Frames are still offered while the receiver blocks.
     offer(2);
     first->hold(false);
     change.get();

@@ -43,8 +43,8 @@ TEST(ProcessorLoad, IsZeroWhenNoTimePassedOrCountsDecrease) {
 TEST(ProcessorLoad, IsMeasuredOnThisMachine) {
   ProcessorLoad load;
   load.measure();
-  // The kernel counts in ticks of 10 ms, and a process's a little before the machine's: only many
-  // of them tell a share.
+  // The kernel counts in ticks of 10 ms, and updates a process's count slightly before the
+  // machine's: only many ticks give a reliable share.
   const std::clock_t start = std::clock();
   while (std::clock() - start < CLOCKS_PER_SEC / 5) continue;
   const auto percentages = load.measure();

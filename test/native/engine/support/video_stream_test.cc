@@ -22,7 +22,7 @@ class VideoStreamTest : public testing::Test {
   }
   VideoFrame get(std::uint32_t lastId) {
     VideoFrame frame;
-    // Whatever was there before is written over.
+    // Previous values are overwritten.
     frame.noUpdate = frame.clearFrame = true;
     frame.width = frame.height = frame.csrc = 99;
     frame.frameId = 99;

@@ -8,7 +8,7 @@
 namespace support {
 namespace {
 
-// The reason for which a clip of this content is refused; empty when it is not.
+// The reason why a clip of this content is refused; empty when it is accepted.
 std::string refusal(const std::string& content) {
   const TemporaryDirectory directory;
   try {

@@ -21,7 +21,7 @@ export const trials = [
     name: 'random-arguments',
     tried: 'random arguments to every method and constructor of both classes',
     unit: 'calls of each',
-    short: 2000,
+    short: 1000,
     long: 100_000,
   },
   {
@@ -56,7 +56,7 @@ export const trials = [
     name: 'ends',
     tried: 'seven ways to end under load',
     unit: 'processes for each way',
-    short: 10,
+    short: 5,
     long: 200,
   },
   {
@@ -77,21 +77,21 @@ export const trials = [
     name: 'killed-widget',
     tried: 'widget killed at a random moment, and while it holds the lock',
     unit: 'widgets',
-    short: 100,
+    short: 40,
     long: 1000,
   },
   {
     name: 'killed-main',
     tried: 'main process killed',
     unit: 'main processes',
-    short: 20,
+    short: 8,
     long: 200,
   },
   {
     name: 'output',
     tried: 'standard output closed, full, or a slow pipe',
     unit: 'processes',
-    short: 50,
+    short: 20,
     long: 1000,
   },
   {

@@ -2,7 +2,7 @@
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import {
+import fs, {
   closeSync,
   existsSync,
   mkdirSync,
@@ -98,6 +98,27 @@ test('cleaning removes that and nothing else, and says what', (t) => {
   assert.equal(readdirSync(directory).length, before - ours.length);
   assert.equal(clean(directory).text, 'no segments are left over');
   assert.equal(checkLeftovers(directory).text, 'no segments are left over');
+});
+
+test('cleaning says what it cannot remove and why, and removes the rest', (t) => {
+  const { directory, ours } = makeDirectory(t);
+  const [kept, ...gone] = ours;
+  const { unlinkSync } = fs;
+  t.mock.method(fs, 'unlinkSync', (file) => {
+    if (file === kept) throw new Error(`EPERM: operation not permitted, unlink '${file}'`);
+    unlinkSync(file);
+  });
+  assert.deepEqual(clean(directory), {
+    rank: 'bad',
+    text: [
+      'cannot remove 1 name:',
+      `EPERM: operation not permitted, unlink '${kept}'`,
+      'removed 5 names that no process used:',
+      ...gone,
+    ].join('\n'),
+    advice: undefined,
+  });
+  assert.deepEqual(ours.filter(existsSync), [kept]);
 });
 
 test('what a process has only open, as one that is about to map it, is not left over', (t) => {

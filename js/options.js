@@ -13,7 +13,7 @@ const CHECKS = {
     if (!(rate > 0)) throw new RangeError(`rate ${rate}: not a positive number`);
   },
   signal(signal) {
-    if (typeof signal?.aborted === 'boolean') return;
+    if (signal instanceof AbortSignal) return;
     throw new TypeError(`Wrong signal ${inspect(signal, { depth: 0 })}, expected an AbortSignal`);
   },
   timeout(timeout) {

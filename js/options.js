@@ -55,4 +55,4 @@ function checkOptions(options = {}, names, operation) {
   return options;
 }
 
-module.exports = { checkOptions };
+module.exports = { OPTION_NAMES: Object.keys(CHECKS), checkOptions };

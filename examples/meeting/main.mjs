@@ -1,4 +1,5 @@
-// A meeting, on the embedded engine unless a uri says otherwise, shown by a page on this machine's loopback interface.
+// A meeting, on the embedded engine unless a uri says otherwise, shown by a page on this machine's
+// loopback interface.
 
 import path from 'node:path';
 
@@ -9,8 +10,8 @@ const HELP_OPTIONS = ['--help', '-h'];
 const LAST_PORT = 65535;
 
 const USAGE =
-  'Options: --participants and --video, or --uri instead of both; --port and --output with either; ' +
-  'or --headless with --video, --seconds and --output.';
+  'Options: --participants and --video, or --uri instead of both; --name, --port and --output with ' +
+  'either; or --headless with --video, --seconds and --output.';
 
 const HELP = `A meeting on the embedded engine, shown by a page on the loopback interface.
 
@@ -19,6 +20,7 @@ const HELP = `A meeting on the embedded engine, shown by a page on the loopback 
   npm start -- --video FILE.y4m         a clip as their video
   npm start -- --uri tessel:...         any meeting of the embedded engine, instead of both
   npm start -- --uri janus+ws://...     a real meeting; npm run sfu opens a room and prints its uri
+  npm start -- --name Ada               how the others see you (default: your user name)
   npm start -- --port 8080              a port of one's own choice
   npm start -- --output DIRECTORY       where the engine's log goes (default: out/)
 
@@ -32,6 +34,7 @@ function meetingOptions() {
       participants: { type: 'string' },
       video: { type: 'string' },
       uri: { type: 'string' },
+      name: { type: 'string', default: process.env.USER || 'Guest' },
       port: { type: 'string', default: '0' },
       output: { type: 'string', default: 'out' },
     },
@@ -68,7 +71,7 @@ async function openMeeting(options) {
   const { pageFiles } = await import('./page_files.mjs');
 
   makeOutputDirectory(options, USAGE);
-  const room = await Room.open({ uri, logPath: options.output });
+  const room = await Room.open({ uri, name: options.name, logPath: options.output });
   const widget = new WidgetHost(room);
   for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) process.once(signal, close);
   let session;

@@ -24,8 +24,8 @@ function start(t, options) {
 }
 
 const COMBINING =
-  'Options: --participants and --video, or --uri instead of both; --port and --output with either; ' +
-  'or --headless with --video, --seconds and --output.';
+  'Options: --participants and --video, or --uri instead of both; --name, --port and --output with ' +
+  'either; or --headless with --video, --seconds and --output.';
 const WITHOUT_A_PAGE = 'Options without a page: --video, --seconds and --output.';
 
 for (const [options, line] of [
@@ -42,6 +42,7 @@ for (const [options, line] of [
   ...[
     ['participants', '2'],
     ['uri', 'tessel:demo'],
+    ['name', 'Ada'],
     ['port', '8080'],
   ].map(([name, value]) => [
     ['--headless', `--${name}`, value],
@@ -142,7 +143,7 @@ for (const options of [['--help'], ['-h'], ['--headless', '--help'], ['--bogus',
     assert.deepEqual([code, errors.join('')], [0, '']);
     const help = words.join('');
     assert.match(help, /^A meeting on the embedded engine, /);
-    for (const name of 'participants video uri port output headless seconds'.split(' ')) {
+    for (const name of 'participants video uri name port output headless seconds'.split(' ')) {
       assert.match(help, new RegExp(` --${name} `));
     }
     assert.doesNotMatch(help, /shared mem/);

@@ -110,6 +110,7 @@ void WebrtcEngine::setAudioDebug(bool) {}
 
 void WebrtcEngine::updateMediaState(const tsl::MediaStreamState& state) {
   setMuted(state.outgoingAudioMuted, state.outgoingVideoMuted);
+  if (call_) call_->setIncoming(incomingOf(state));
 }
 
 void WebrtcEngine::setMuted(bool isAudioMuted, bool isVideoMuted) {

@@ -61,12 +61,23 @@ function chooseEngine(uri) {
   if (uri.startsWith('janus+')) process.env.TESSEL_WRAPPER_ENGINE = 'webrtc';
 }
 
+// Without the addon, or the engine that the uri needs, there is no meeting: the message says what to
+// build.
+async function importRoom() {
+  try {
+    return await import('./room.mjs');
+  } catch ({ message }) {
+    console.error(message);
+    return process.exit(1);
+  }
+}
+
 async function openMeeting(options) {
   const uri = uriOf(options);
   chooseEngine(uri);
   const { PageServer } = await import('./page_server.mjs');
   const { PageSession } = await import('./page_session.mjs');
-  const { Room } = await import('./room.mjs');
+  const { Room } = await importRoom();
   const { WidgetHost } = await import('./widget_host.mjs');
   const { pageFiles } = await import('./page_files.mjs');
 

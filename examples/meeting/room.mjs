@@ -39,7 +39,7 @@ export class Room extends EventEmitter {
 
   #call = { phase: 'notJoined', reason: '' }; // or 'joining', 'joined', 'left'
   #local = { audioMuted: false, videoMuted: false, cameraOn: true, speakerMuted: false };
-  #devices = new Devices();
+  #devices;
   #share = NO_SHARE; // or 'asking', 'sharing', 'refused'
   #widget = { phase: 'starting', address: '' }; // or 'running', 'ended'
 
@@ -57,6 +57,7 @@ export class Room extends EventEmitter {
     this.setMaxListeners(0);
     this.#uri = uri;
     this.#name = name;
+    this.#devices = new Devices(uri);
     this.#meeting = meeting;
     for (const name of LOGGED) {
       meeting.on(name, (payload) => {

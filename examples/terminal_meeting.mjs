@@ -20,8 +20,8 @@ import { WidgetChild } from './support/widget_child.mjs';
 
 const WIDGETS_STREAM = { type: 'remote', streamIndex: 0 };
 
-// The options that describe the meeting.
-const PAGE_OPTIONS = ['participants', 'uri', 'port'];
+// What describes the meeting with a page.
+const PAGE_OPTIONS = ['participants', 'uri', 'name', 'port'];
 
 const USAGE = 'Options without a page: --video, --seconds and --output.';
 

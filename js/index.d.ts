@@ -415,9 +415,28 @@ export interface CallDisconnect {
   code: number;
 }
 
-/** The events of a meeting, by name, with their payloads. */
-export interface MeetingEvents {
-  /** A stream was added. */
+/** A participant of the meeting, the local one included. */
+export interface Participant {
+  /** Of the participant's camera. */
+  stream: StreamKey;
+  /** Of that stream: unsigned 32-bit. */
+  csrc: number;
+  /** Identifies the participant; empty where the engine knows none. */
+  guid: string;
+  name: string;
+  /** The participant's own microphone is muted. */
+  audioMuted: boolean;
+  /** The participant's own camera is muted. */
+  videoMuted: boolean;
+  /** The participant is heard. */
+  speaking: boolean;
+  /** The participant shows content. */
+  presenting: boolean;
+}
+
+/** The events that the addon emits, by name, with their payloads. */
+export interface WrapperEvents {
+  /** A stream is there. */
   streamAdded: StreamEvent;
   /** A stream was removed. */
   streamRemoved: StreamEvent;
@@ -443,6 +462,18 @@ export interface MeetingEvents {
   eventNotify: { eventName: string; eventBody: string };
   /** The video-quality index changed. */
   vspUpdateVOQI: { VSPVOQI: number };
+}
+
+export type WrapperEventName = keyof WrapperEvents;
+
+/** The events of a meeting: those of its wrapper, and its own. */
+export interface MeetingEvents extends WrapperEvents {
+  /**
+   * Who is in the meeting now, the local participant first; nobody outside a call. Told when the
+   * meeting is opened, and at each change, all that changes at one time at once. The meeting has
+   * registered the engine's event of this name for that, so `eventNotify` tells it, too.
+   */
+  participants: readonly Participant[];
 }
 
 export type MeetingEventName = keyof MeetingEvents;
@@ -479,9 +510,9 @@ export class TesselWrapper {
   /** Shuts the engine down. From then on the process can end by itself. */
   destroy(): void;
   /** Passes the listener to the emitter's own `on`. */
-  on<Name extends MeetingEventName>(
+  on<Name extends WrapperEventName>(
     eventName: Name,
-    listener: (payload: MeetingEvents[Name]) => void,
+    listener: (payload: WrapperEvents[Name]) => void,
   ): void;
 
   /** Answered with "callConnectionStatus", and with "callDisconnect" when it is not joined. */
@@ -665,6 +696,8 @@ export class Meeting implements Disposable {
   readonly wrapper: TesselWrapper;
   /** The present streams in the order in which they were added, each with its latest event. */
   readonly streams: StreamEvent[];
+  /** Who is in the meeting, as the event of this name told last. */
+  readonly participants: readonly Participant[];
   readonly isClosed: boolean;
 
   on<Name extends MeetingEventName>(

@@ -1,13 +1,14 @@
-// The devices that the user can select. An application lists them itself; these are the ones of the
-// embedded engine.
+// The devices that a person may choose. Listing them is the application's business; these are the
+// ones of the embedded engine. In a real meeting there is nothing to choose: the machine's usual ones
+// are used, or what the uri says.
 
 const TITLES = { camera: 'Camera', microphone: 'Microphone', speaker: 'Speaker' };
 const OF_EACH_KIND = 3;
 // A meeting's uri can plug in the others.
 const PLUGGED_AT_FIRST = 2;
 
-const initialDevices = (kind) =>
-  Array.from({ length: OF_EACH_KIND }, (_, index) => ({
+const initialDevices = (kind, uri) =>
+  Array.from({ length: uri.startsWith('tessel:') ? OF_EACH_KIND : 0 }, (_, index) => ({
     id: `${kind}-${index}`,
     title: `${TITLES[kind]} ${index + 1}`,
     isPlugged: index < PLUGGED_AT_FIRST,
@@ -16,10 +17,14 @@ const initialDevices = (kind) =>
 // The plugged-in devices, and the used one of each kind. The engine notifies only that a device was
 // plugged in or unplugged, not which one it then uses: this class applies the same rules.
 export class Devices {
-  #all = Object.fromEntries(Object.keys(TITLES).map((kind) => [kind, initialDevices(kind)]));
+  #all; // by kind
   #selected = {}; // ids by kind
 
-  constructor() {
+  // Of the engine that takes `uri`.
+  constructor(uri) {
+    this.#all = Object.fromEntries(
+      Object.keys(TITLES).map((kind) => [kind, initialDevices(kind, uri)]),
+    );
     for (const kind of Object.keys(TITLES)) this.#selectFirst(kind);
   }
 

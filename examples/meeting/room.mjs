@@ -8,7 +8,6 @@ import { EventEmitter } from 'node:events';
 import { CallError, ClosedError, EVENT_NAMES, Meeting } from 'tessel-wrapper';
 import { Devices } from './devices.mjs';
 import { videoStreamsState } from './layout.mjs';
-import { titleOf } from './roster.mjs';
 import { nameOf, streamNamed } from './stream_names.mjs';
 
 const STATISTICS_INTERVAL_MS = 1000;
@@ -22,11 +21,15 @@ const FRAME_RATE = 30;
 // Sufficient for the user's own picture.
 const LOCAL_FRAME_RATE = 15;
 
-// Events that are logged unchanged. A 'micLevel', five times a second, is shown as a level instead.
-const LOGGED = EVENT_NAMES.filter((name) => name !== 'micLevel');
+// A 'micLevel' comes five times a second and is a level; participants are shown, and 'eventNotify'
+// tells nothing else here.
+const UNLOGGED = ['micLevel', 'participants', 'eventNotify'];
+// Events that go to the log as they are.
+const LOGGED = EVENT_NAMES.filter((name) => !UNLOGGED.includes(name));
 
 export class Room extends EventEmitter {
   #uri;
+  #name;
   #meeting;
   #layout = new Map(); // { height, frameRate } by stream name, the most important first
   // { height, leaving, isBlank } of streams that have a window of their own, by name
@@ -36,7 +39,7 @@ export class Room extends EventEmitter {
 
   #call = { phase: 'notJoined', reason: '' }; // or 'joining', 'joined', 'left'
   #local = { audioMuted: false, videoMuted: false, cameraOn: true, speakerMuted: false };
-  #devices = new Devices();
+  #devices;
   #share = NO_SHARE; // or 'asking', 'sharing', 'refused'
   #widget = { phase: 'starting', address: '' }; // or 'running', 'ended'
 
@@ -44,15 +47,17 @@ export class Room extends EventEmitter {
   statistics = [];
   log = [];
 
-  static async open({ uri, logPath }) {
-    return new Room(uri, await Meeting.open({ logPath, logPrefix: 'meeting-' }));
+  static async open({ uri, name, logPath }) {
+    return new Room({ uri, name }, await Meeting.open({ logPath, logPrefix: 'meeting-' }));
   }
 
-  // Takes ownership of `meeting`.
-  constructor(uri, meeting) {
+  // Owns `meeting` from now on. `name` is how the others see the local participant.
+  constructor({ uri, name }, meeting) {
     super();
     this.setMaxListeners(0);
     this.#uri = uri;
+    this.#name = name;
+    this.#devices = new Devices(uri);
     this.#meeting = meeting;
     for (const name of LOGGED) {
       meeting.on(name, (payload) => {
@@ -61,6 +66,7 @@ export class Room extends EventEmitter {
         this.emit('change');
       });
     }
+    meeting.on('participants', () => this.emit('change'));
     meeting.on('micLevel', ({ level }) => this.#hear({ microphone: level }));
     meeting.wrapper.configureMeetingStats({ enable: true, timerDuration: STATISTICS_INTERVAL_MS });
     this.#statisticsTimer = setInterval(() => this.#measure(), STATISTICS_INTERVAL_MS);
@@ -88,10 +94,12 @@ export class Room extends EventEmitter {
     const present = new Map(named.map((stream) => [nameOf(stream), stream]));
     const isLocalSending = present.has(nameOf(LOCAL));
     if (!isLocalSending) present.set(nameOf(LOCAL), { ...LOCAL, csrc: 0 });
+    const people = new Map(this.#meeting.participants.map((each) => [nameOf(each.stream), each]));
     return Array.from(present, ([name, stream]) => ({
       ...stream,
       name,
-      title: titleOf(stream),
+      title: titleOf(stream, people.get(name)),
+      isSpeaking: people.get(name)?.speaking ?? false,
       isSending: stream.type !== 'local' || isLocalSending,
       inWindow: this.#windows.has(name),
     }));
@@ -135,7 +143,7 @@ export class Room extends EventEmitter {
     try {
       await this.#meeting.join({
         uri: this.#uri,
-        endpointName: titleOf(LOCAL),
+        endpointName: this.#name,
         mediaStreamState: { outgoingAudioMuted: audioMuted, outgoingVideoMuted: videoMuted },
       });
     } catch (error) {
@@ -364,7 +372,14 @@ export class Room extends EventEmitter {
   }
 }
 
-// The reason of the end of a call; empty when the user left.
+// What a stream is called; its participant may not be told yet, or have no name.
+function titleOf({ type, streamIndex }, participant) {
+  if (type === 'local') return 'You';
+  if (type === 'content') return 'Shared content';
+  return participant?.name || `Guest ${streamIndex + 1}`;
+}
+
+// Of the end of a call; empty when it was asked for.
 const reasonOf = ({ reason, code }) => (code === 0 ? '' : `${reason} (${code})`);
 
 function describeShare({ type, screenId = 0, applicationId, windowId }) {

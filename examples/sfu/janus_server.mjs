@@ -48,14 +48,15 @@ const groups = (all) =>
     .map(([name, group]) => `${name}: {\n${settings(group)}\n}\n`)
     .join('\n');
 
-function writeConfiguration(directory, { address, port, securePort, rooms, certificate }) {
+function writeConfiguration(directory, options) {
+  const { address, port, securePort, rooms, certificate, administration } = options;
   const write = (name, all) => writeFileSync(path.join(directory, name), groups(all));
   write('janus.jcfg', {
     general: {
       configs_folder: directory,
       plugins_folder: `${LIBRARIES}/plugins`,
       transports_folder: `${LIBRARIES}/transports`,
-      admin_secret: crypto.randomUUID(),
+      admin_secret: administration?.secret ?? crypto.randomUUID(),
       reclaim_session_timeout: 30,
       debug_level: 4,
       debug_colors: false,
@@ -70,6 +71,9 @@ function writeConfiguration(directory, { address, port, securePort, rooms, certi
       ...{ ws: true, ws_ip: address, ws_port: port },
       ...(certificate && { wss: true, wss_ip: address, wss_port: securePort }),
     },
+    ...(administration && {
+      admin: { admin_ws: true, admin_ws_ip: address, admin_ws_port: administration.port },
+    }),
     ...(certificate && { certificates: certificate }),
   });
   write('janus.plugin.videoroom.jcfg', {
@@ -94,15 +98,22 @@ export class JanusServer {
   #child;
   #directory;
 
-  // Resolves when the server listens. `rooms` has the settings of each room by its name. With a
-  // `certificate`, { cert_pem, cert_key }, it listens with TLS, too.
-  static async start({ address = ownAddress(), port, rooms = {}, certificate } = {}) {
+  // Settles when the server listens. `rooms` has the settings of each room by its name. With a
+  // `certificate`, { cert_pem, cert_key }, it listens with TLS, too; with an `administration`,
+  // { port, secret }, for its administrator.
+  static async start({
+    address = ownAddress(),
+    port,
+    rooms = {},
+    certificate,
+    administration,
+  } = {}) {
     const server = new JanusServer();
     const ports = {
       port: port ?? (await freePort(address)),
       securePort: certificate && (await freePort(address)),
     };
-    await server.#start({ address, ...ports, rooms, certificate });
+    await server.#start({ address, ...ports, rooms, certificate, administration });
     return server;
   }
 

@@ -3,7 +3,7 @@
 import { once } from 'node:events';
 import { createServer } from 'node:net';
 
-import { readOptions } from '../support/options.mjs';
+import { readOptions, refuseUsage } from '../support/options.mjs';
 import { guestLink, servePage } from './guest_page.mjs';
 import { JanusServer, freePort, ownAddress } from './janus_server.mjs';
 
@@ -35,6 +35,10 @@ const {
   },
   USAGE,
 );
+// What the server's configuration takes as part of a name.
+if (!/^[\w-]+$/.test(room)) {
+  refuseUsage(`--room ${room}: something else than letters, digits, _ and -`, USAGE);
+}
 const address = ownAddress();
 const janus = await JanusServer.start({
   address,

@@ -17,6 +17,7 @@ const { EventQueue } = require('./event_queue.js');
 const { FollowedEmitter } = require('./followed_emitter.js');
 const { FrameSource } = require('./frame_source.js');
 const { createParams } = require('./parameters.js');
+const { Participants } = require('./participants.js');
 const { PresentStreams } = require('./present_streams.js');
 const { Sharing } = require('./sharing.js');
 const { Waits } = require('./waits.js');
@@ -34,6 +35,7 @@ class Meeting {
   #closing = new AbortController();
   #emitter = new FollowedEmitter((event, payload) => this.#follow(event, payload));
   #streams = new PresentStreams();
+  #participants = new Participants(this.#emitter);
   #waits = new Waits(this.#emitter, this.#closing.signal);
   #wrapper;
   #resource;
@@ -64,6 +66,7 @@ class Meeting {
     this.#sharing = new Sharing(this.#wrapper, this.#waits);
     this.#entries = new WidgetEntries(this.#wrapper, this.#streams, this.#closing.signal);
     this.#source = new FrameSource(this.#wrapper, this.#streams, this.#waits, this.#ledger);
+    this.#participants.subscribe(this.#wrapper);
     open.add(this);
   }
 
@@ -73,6 +76,10 @@ class Meeting {
 
   get streams() {
     return this.#streams.all;
+  }
+
+  get participants() {
+    return this.#participants.all;
   }
 
   get isClosed() {
@@ -181,11 +188,11 @@ class Meeting {
     return summary('Meeting', properties, depth, options);
   }
 
-  // Updates the parts by the engine's events.
+  // Keeps the parts up to date with what the engine tells. The participants are last: their listeners
+  // may throw.
   #follow(event, payload) {
-    for (const part of [this.#streams, this.#entries, this.#call, this.#sharing]) {
-      part.follow(event, payload);
-    }
+    const parts = [this.#streams, this.#entries, this.#call, this.#sharing, this.#participants];
+    for (const part of parts) part.follow(event, payload);
   }
 }
 

@@ -4,9 +4,6 @@ import { JanusServer } from '../../examples/sfu/janus_server.mjs';
 import { startProcess } from './commanded_process.mjs';
 import { temporaryDirectory } from './temporary_directory.mjs';
 
-export const LOCAL = { type: 'local', streamIndex: 0 };
-export const remote = (streamIndex) => ({ type: 'remote', streamIndex });
-
 // A server that ends with the test.
 export async function startServer(test, options) {
   const server = await JanusServer.start(options);

@@ -216,6 +216,8 @@ deviceForm.addEventListener('change', ({ target }) =>
   connection.send('device', { kind: target.name, id: target.value }),
 );
 function showDevices() {
+  const isChoice = Object.values(state.devices).some((devices) => devices.length > 0);
+  byId('devices-menu').disabled = !isChoice;
   for (const [kind, devices] of Object.entries(state.devices)) {
     const select = deviceForm.elements[kind];
     if (select.length === 0) select.append(...devices.map(({ id }) => new Option('', id)));

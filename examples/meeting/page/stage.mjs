@@ -7,7 +7,6 @@ import { DrawLoop, Tile } from './tile.mjs';
 
 // Tiles below this height get fewer details and a lower frame rate.
 const SMALL_HEIGHT = 150;
-const SPEAKING_LEVEL = 10;
 
 // Emits 'changed' when other streams are shown or hidden, and 'popOut' with a stream's name.
 export class Stage extends EventTarget {
@@ -245,8 +244,9 @@ class StageTile extends Tile {
     super.take(this.#isBlank ? null : frame);
   }
 
-  show({ title, inWindow, isSending, type }, { cameraOn, videoMuted }) {
+  show({ title, isSpeaking, inWindow, isSending, type }, { cameraOn, videoMuted }) {
     this.title = title;
+    this.element.classList.toggle('speaking', isSpeaking);
     this.#isBlank = inWindow || !isSending;
     if (this.#isBlank) {
       this.take(null);
@@ -269,7 +269,6 @@ class StageTile extends Tile {
 
   set level(level) {
     this.#meter.value = level;
-    this.element.classList.toggle('speaking', level >= SPEAKING_LEVEL);
   }
 
   showRate(rate) {

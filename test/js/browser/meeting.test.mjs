@@ -53,16 +53,18 @@ const focusIsOn = (page, selector) =>
   page.waitForFunction((wanted) => document.activeElement.matches(wanted), selector);
 
 test('every tile shows its own stream, named, and moves', async (t) => {
-  const { page, errors } = await openMeeting(t, 'tessel:test?participants=2');
+  const uri = 'tessel:test?participants=2&name=0:Ada%20Lovelace,1:Zo%C3%AB';
+  const { page, errors } = await openMeeting(t, uri);
   for (const [name, title, type, streamIndex] of [
-    ['remote-0', 'Amara Okafor', 'remote', 0],
-    ['remote-1', 'Björn Lindqvist', 'remote', 1],
+    ['remote-0', 'Ada Lovelace', 'remote', 0],
+    ['remote-1', 'Zoë', 'remote', 1],
     ['local-0', 'You', 'local', 0],
   ]) {
     const card = await cardIn(page, name);
     assert.deepEqual([card.type, card.streamIndex], [type, streamIndex]);
     await cardIn(page, name, ({ number }) => number > card.number);
     assert.equal(await tile(page, name).locator('.label b').textContent(), title);
+    await page.locator(`#people label[aria-label="Show ${title}"]`).waitFor({ state: 'attached' });
   }
   assert.equal(await page.locator('#call').textContent(), 'You and 2 others');
   assert.deepEqual(errors, []);
@@ -75,7 +77,17 @@ test('a new participant gets a tile, and the tile of one who leaves is removed',
   await waitForText(page, '#call', 'You and 1 other');
 });
 
-test('muting and unmuting the microphone reaches the meeting and is shown', async (t) => {
+test('the tiles of those who speak say so', async (t) => {
+  const speaking = 'me@0-86400,1@0-86400';
+  const { page } = await openMeeting(t, `tessel:test?participants=2&speak=${speaking}`);
+  await page.locator('.tile.speaking[data-stream="remote-1"]').waitFor();
+  await page.locator('.tile.speaking[data-stream="local-0"]').waitFor();
+  assert.equal(await page.locator('.tile.speaking').count(), 2);
+  await page.click('#mute');
+  await page.locator('.tile:not(.speaking)[data-stream="local-0"]').waitFor();
+});
+
+test('muting and unmuting the microphone goes to the meeting and back', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=1&speak=me@0-600');
   const level = page.locator('#mute meter');
   const heard = () => level.evaluate((meter) => meter.value > 0);
@@ -204,7 +216,7 @@ for (const mode of ['grid', 'focus']) {
 }
 
 test('the layout decides which streams arrive and how large', async (t) => {
-  const { page } = await openMeeting(t, 'tessel:test?participants=3');
+  const { page } = await openMeeting(t, 'tessel:test?participants=3&name=0:Ada');
   const before = await cardIn(page, 'remote-0');
 
   await page.click('#layout-menu');
@@ -231,7 +243,7 @@ test('the layout decides which streams arrive and how large', async (t) => {
   await page.waitForFunction(() => {
     const rows = [...document.querySelectorAll('#statistics tbody tr')];
     const received = rows.filter((row) => Number(row.cells[2].textContent) > 0);
-    return received.map((row) => row.cells[0].textContent).join() === 'Amara Okafor';
+    return received.map((row) => row.cells[0].textContent).join() === 'Ada';
   });
 });
 

@@ -135,10 +135,11 @@ const EVENT_SHAPES = [
 function eventAssertions() {
   const names = EVENT_SHAPES.map(({ name }) => `'${name}'`).join(' | ');
   return [
-    `import type { MeetingEvents } from 'tessel-wrapper';${EXPECT}`,
-    `expect<Equal<keyof MeetingEvents, ${names}>>();`,
+    `import type { MeetingEvents, WrapperEvents } from 'tessel-wrapper';${EXPECT}`,
+    `expect<Equal<keyof WrapperEvents, ${names}>>();`,
+    `expect<Equal<keyof MeetingEvents, ${names} | 'participants'>>();`,
     ...EVENT_SHAPES.map(({ name, properties, optional }) => {
-      const payload = `MeetingEvents['${name}']`;
+      const payload = `WrapperEvents['${name}']`;
       const first = optional ?? properties[0];
       const isOptional = `{} extends Pick<${payload}, ${first}> ? true : false`;
       return `expect<Equal<keyof ${payload}, ${properties.join(' | ')}>>();
@@ -251,7 +252,7 @@ test('the options that are declared are those that are checked', () => {
 test('the events and their payloads are those that the addon emits', () => {
   assert.equal(EVENT_SHAPES.length, 14);
   assert.deepEqual(
-    EVENT_SHAPES.map(({ name }) => name).sort(),
+    [...EVENT_SHAPES.map(({ name }) => name), 'participants'].sort(),
     [...requireFace('./index.js').EVENT_NAMES].sort(),
   );
   assert.deepEqual(complaintsIn('events.mts'), []);

@@ -64,12 +64,50 @@ describe('the events of a meeting', () => {
     ]);
   });
 
-  test('unknown event names are rejected', async () => {
+  // ---- Participants
+
+  const ADA = {
+    ...{ stream: remote(3), csrc: 7, guid: 'a', name: 'Ada' },
+    ...{ audioMuted: false, videoMuted: true, speaking: false, presenting: true },
+  };
+  const tell = (body) => engine.fire('NotifyEvent', 'participants', body);
+
+  test('the participants are those that the engine told last, and each telling is an event', async () => {
+    const told = meeting.events(['participants', 'eventNotify']);
+    const body = JSON.stringify({ participants: [ADA] });
+    tell(body);
+    assert.deepEqual((await told.next()).value, ['participants', [ADA]]);
+    assert.deepEqual(meeting.participants, [ADA]);
+    assert.deepEqual((await told.next()).value, [
+      'eventNotify',
+      { eventName: 'participants', eventBody: body },
+    ]);
+    const nobody = meeting.waitFor('participants', { where: (all) => all.length === 0 });
+    tell('{"participants":[]}');
+    assert.deepEqual(await nobody, []);
+    assert.deepEqual(meeting.participants, []);
+    await told.return();
+  });
+
+  test('what is no list of participants changes none', async () => {
+    const told = [];
+    const listener = (participants) => told.push(participants);
+    meeting.on('participants', listener);
+    tell(JSON.stringify({ participants: [ADA] }));
+    for (const body of ['', 'nobody', 'null', '[]', '{}', '{"participants":{}}']) tell(body);
+    engine.fire('NotifyEvent', 'others', '{"participants":[]}');
+    await meeting.waitFor('eventNotify', { where: ({ eventName }) => eventName === 'others' });
+    meeting.off('participants', listener);
+    assert.deepEqual(told, [[ADA]]);
+    assert.deepEqual(meeting.participants, [ADA]);
+  });
+
+  test('names of events that there are not are refused', async () => {
     const isRefusal = (error) => {
       assert.ok(error instanceof TypeError);
       assert.match(
         error.message,
-        /^Unknown event streamadded, expected one of streamAdded, .*VOQI$/,
+        /^Unknown event streamadded, expected one of streamAdded, .*VOQI, participants$/,
       );
       return true;
     };

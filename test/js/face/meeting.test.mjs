@@ -9,7 +9,7 @@ import { runInChild } from '../../support/child.mjs';
 import { collectUntil } from '../../support/collector.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { face, freshFace, joinMeeting, mockClocks, openMeeting } from '../../support/face.mjs';
-import { remote } from '../../support/streams.mjs';
+import { LOCAL, remote } from '../../support/streams.mjs';
 
 const { CallError, ClosedError, Meeting, ShareError, TimeoutError } = face;
 
@@ -51,7 +51,36 @@ test('omitted properties of a join, and of its media state, have their defaults'
   assert.deepEqual(meeting.wrapper.getMediaMeetingAttributes(), [{ value: 'feature' }]);
 });
 
-test("a refused join rejects with the engine's reason, and the next join is possible", async (t) => {
+test('a meeting knows its participants', async (t) => {
+  const meeting = await openMeeting(t);
+  assert.deepEqual(meeting.participants, []);
+  const told = meeting.waitFor('participants', { where: (all) => all.length > 0 });
+  await meeting.join({
+    uri: 'tessel:demo?participants=1&name=0:Zo%C3%AB&speak=0@0.5-86400',
+    endpointName: 'Ada',
+    mediaStreamState: { outgoingAudioMuted: true },
+  });
+  const [me, other, ...more] = await told;
+  assert.deepEqual(more, []);
+  assert.equal(meeting.participants[1], other);
+  assert.deepEqual(me, {
+    ...{ stream: LOCAL, csrc: meeting.wrapper.getFrame(LOCAL, 0).csrc, guid: me.guid, name: 'Ada' },
+    ...{ audioMuted: true, videoMuted: false, speaking: false, presenting: false },
+  });
+  const { csrc } = meeting.streams.find(({ type }) => type === 'remote');
+  assert.deepEqual(other, {
+    ...{ stream: REMOTE, csrc, guid: other.guid, name: 'Zoë' },
+    ...{ audioMuted: false, videoMuted: false, speaking: false, presenting: false },
+  });
+  await meeting.waitFor('participants', { where: ([, { speaking }]) => speaking });
+  await Promise.all([
+    meeting.waitFor('participants', { where: ({ length }) => length === 0 }),
+    meeting.leave(),
+  ]);
+  assert.deepEqual(meeting.participants, []);
+});
+
+test("a refused join rejects with the engine's reason, and the next one may be joined", async (t) => {
   const meeting = await openMeeting(t);
   for (const [uri, reason, code] of [
     ['tessel:demo?refuse=403', 'the meeting refused the join', 403],

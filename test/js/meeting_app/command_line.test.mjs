@@ -3,12 +3,13 @@
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
-import { existsSync, writeFileSync } from 'node:fs';
+import { cpSync, existsSync, symlinkSync, writeFileSync } from 'node:fs';
 import { createServer } from 'node:net';
 import path from 'node:path';
 import { createInterface } from 'node:readline';
 import { test } from 'node:test';
 
+import { repository } from '../../support/build.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { PROGRAM } from '../../support/meeting_app/meeting_app.mjs';
 
@@ -24,8 +25,8 @@ function start(t, options) {
 }
 
 const COMBINING =
-  'Options: --participants and --video, or --uri instead of both; --port and --output with either; ' +
-  'or --headless with --video, --seconds and --output.';
+  'Options: --participants and --video, or --uri instead of both; --name, --port and --output with ' +
+  'either; or --headless with --video, --seconds and --output.';
 const WITHOUT_A_PAGE = 'Options without a page: --video, --seconds and --output.';
 
 for (const [options, line] of [
@@ -42,6 +43,7 @@ for (const [options, line] of [
   ...[
     ['participants', '2'],
     ['uri', 'tessel:demo'],
+    ['name', 'Ada'],
     ['port', '8080'],
   ].map(([name, value]) => [
     ['--headless', `--${name}`, value],
@@ -89,6 +91,28 @@ test('a port in use is refused, and nothing is left in /dev/shm', async (t) => {
   );
   const [, name] = /Creating shared mem with name:\/(\w+),/.exec(words.join(''));
   assert.equal(existsSync(`/dev/shm/${name}`), false);
+});
+
+test('a real meeting without its engine is answered with what to build', async (t) => {
+  const tree = temporaryDirectory(t);
+  for (const name of ['js', 'examples', 'bin', 'package.json']) {
+    cpSync(path.join(repository, name), path.join(tree, name), { recursive: true });
+  }
+  symlinkSync(path.join(repository, 'node_modules'), path.join(tree, 'node_modules'));
+  const program = path.join(tree, 'examples/meeting/main.mjs');
+  const options = ['--uri', 'janus+ws://192.0.2.1/?room=1', '--output', tree];
+  const child = spawn(process.execPath, [program, ...options], {
+    env: { ...process.env, TESSEL_WRAPPER_ADDON: undefined },
+  });
+  const ended = once(child, 'close');
+  const [words, errors] = await Promise.all([child.stdout.toArray(), child.stderr.toArray()]);
+  assert.deepEqual([await ended, words.join('')], [[1, null], '']);
+  assert.equal(
+    errors.join(''),
+    `Cannot load ${tree}/build/release/webrtc/tesselWrapper.node\nThere is no such file.\n` +
+      'Build it with "npm run build:webrtc" in the package\'s folder, or name another build in ' +
+      'TESSEL_WRAPPER_ADDON.\n',
+  );
 });
 
 for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) {
@@ -142,7 +166,7 @@ for (const options of [['--help'], ['-h'], ['--headless', '--help'], ['--bogus',
     assert.deepEqual([code, errors.join('')], [0, '']);
     const help = words.join('');
     assert.match(help, /^A meeting on the embedded engine, /);
-    for (const name of 'participants video uri port output headless seconds'.split(' ')) {
+    for (const name of 'participants video uri name port output headless seconds'.split(' ')) {
       assert.match(help, new RegExp(` --${name} `));
     }
     assert.doesNotMatch(help, /shared mem/);

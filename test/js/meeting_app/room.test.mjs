@@ -159,7 +159,21 @@ test('a stream whose window fails to open has no window', async (t) => {
   assert.ok(room.state.streams.every(({ inWindow }) => !inWindow));
 });
 
-test('streams without a known name are not shown', async (t) => {
+test('a stream is called after its participant, and the others are told our name', async (t) => {
+  const { room, meeting } = await openRoom(t, 'tessel:test?participants=2&name=1:Zo%C3%AB');
+  const told = meeting.waitFor('participants', { where: ({ length }) => length === 3 });
+  await room.join();
+  const [me, first] = await told;
+  assert.equal(me.name, 'Tester');
+  await stateIs(room, ({ streams }) => streams.length === 3);
+  const titles = () =>
+    Object.fromEntries(room.state.streams.map(({ name, title }) => [name, title]));
+  assert.deepEqual(titles(), { 'local-0': 'You', 'remote-0': first.name, 'remote-1': 'Zoë' });
+  Object.defineProperty(meeting, 'participants', { value: [{ ...first, name: '' }] });
+  assert.deepEqual(titles(), { 'local-0': 'You', 'remote-0': 'Guest 1', 'remote-1': 'Guest 2' });
+});
+
+test('streams that have no name here are not shown', async (t) => {
   const { room, meeting } = await openRoom(t, 'tessel:test');
   const value = [
     { type: 'unknown', streamIndex: 3, csrc: 1 },

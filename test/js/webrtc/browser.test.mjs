@@ -8,8 +8,9 @@ import { test } from 'node:test';
 import { guestLink, servePage } from '../../../examples/sfu/guest_page.mjs';
 import { writeCardClip } from '../../support/card_clip.mjs';
 import { PATIENCE_MS, openBrowser } from '../../support/meeting_app/browser.mjs';
+import { remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { openMember, remote, startServer } from '../../support/webrtc_room.mjs';
+import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const CARD_CODE = readFileSync(new URL('../../support/card_code.mjs', import.meta.url), 'utf8');
 const ROOM = 'meeting';

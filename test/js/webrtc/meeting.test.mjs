@@ -6,8 +6,9 @@ import path from 'node:path';
 import { test } from 'node:test';
 
 import { writeCardClip } from '../../support/card_clip.mjs';
+import { LOCAL, remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { LOCAL, openMember, remote, startServer } from '../../support/webrtc_room.mjs';
+import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const LEFT = { reason: 'the call was left', code: 0 };
 

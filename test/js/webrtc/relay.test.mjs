@@ -3,8 +3,9 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
+import { remote } from '../../support/streams.mjs';
 import { startTurnServer } from '../../support/turn_server.mjs';
-import { openMember, remote, startServer } from '../../support/webrtc_room.mjs';
+import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 for (const protocol of ['udp', 'tcp']) {
   test(`pictures are received through a relay over ${protocol}`, async (t) => {

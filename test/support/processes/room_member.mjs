@@ -109,13 +109,33 @@ obey({
     return events[place][1];
   },
 
+  // The participant of this name, once the newest event "participants" has one with these values.
+  async knows(name, part = {}) {
+    if (!events.some(([, { eventName }]) => eventName === 'participants')) {
+      wrapper.registerEvent({
+        ...{ eventName: 'participants', expires: 3600 },
+        ...{ mimeType: 'application', mimeSubType: 'json' },
+      });
+    }
+    for (;;) {
+      const [, told] = events.findLast(([, { eventName }]) => eventName === 'participants') ?? [];
+      const people = told ? JSON.parse(told.eventBody).participants : [];
+      const found = people.find((person) => person.name === name && contains(person, part));
+      if (found) return found;
+      await once(emitter, 'any');
+    }
+  },
+
   events: () => events,
   forget: () => events.splice(0),
 
   // The next picture of a stream after `frameId`.
   picture: async (stream, frameId = 0) => describe(await nextFrame(stream, frameId)),
 
-  // The content of the next `count` pictures.
+  // Whether the stream has a picture now.
+  hasPicture: (stream) => !wrapper.getFrame(stream, 0).noUpdate,
+
+  // What the next `count` pictures show.
   async pictures(stream, count) {
     const described = [];
     for (let frameId = 0; described.length < count; frameId = described.at(-1).frameId) {

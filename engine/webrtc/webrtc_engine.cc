@@ -161,3 +161,8 @@ void WebrtcEngine::unregisterEvent(const std::string& name) {
 void WebrtcEngine::collectStatistics(support::Time, tsl::MeetingStats&) {}
 
 }  // namespace webrtc
+
+std::unique_ptr<support::Engine> support::makeEngine(EngineContext& context,
+                                                     std::shared_ptr<FramePool> pool) {
+  return std::make_unique<webrtc::WebrtcEngine>(context, std::move(pool));
+}

@@ -194,17 +194,17 @@ void WebSocket::send(std::string text) {
 }
 
 void WebSocket::invoke(std::function<void()> task) {
-  using Task = std::function<void()>;
+  using Task = Handed<void>;
   // Not g_main_context_invoke(): before the thread runs, it would run the task on this one.
   const SourcePtr source(g_idle_source_new());
   g_source_set_priority(source.get(), G_PRIORITY_DEFAULT);
   g_source_set_callback(
       source.get(),
       [](gpointer data) -> gboolean {
-        (*static_cast<Task*>(data))();
+        Task::call(data);
         return G_SOURCE_REMOVE;
       },
-      new Task(std::move(task)), [](gpointer data) { delete static_cast<Task*>(data); });
+      new Task(std::move(task)), Task::destroy);
   g_source_attach(source.get(), context_.get());
 }
 

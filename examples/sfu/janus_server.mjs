@@ -48,7 +48,8 @@ const groups = (all) =>
     .map(([name, group]) => `${name}: {\n${settings(group)}\n}\n`)
     .join('\n');
 
-function writeConfiguration(directory, { address, port, securePort, rooms, certificate }) {
+function writeConfiguration(directory, options) {
+  const { address, port, securePort, rooms, certificate, reclaimSeconds } = options;
   const write = (name, all) => writeFileSync(path.join(directory, name), groups(all));
   write('janus.jcfg', {
     general: {
@@ -56,7 +57,7 @@ function writeConfiguration(directory, { address, port, securePort, rooms, certi
       plugins_folder: `${LIBRARIES}/plugins`,
       transports_folder: `${LIBRARIES}/transports`,
       admin_secret: crypto.randomUUID(),
-      reclaim_session_timeout: 30,
+      reclaim_session_timeout: reclaimSeconds,
       debug_level: 4,
       debug_colors: false,
     },
@@ -95,14 +96,21 @@ export class JanusServer {
   #directory;
 
   // Settles when the server listens. `rooms` has the settings of each room by its name. With a
-  // `certificate`, { cert_pem, cert_key }, it listens with TLS, too.
-  static async start({ address = ownAddress(), port, rooms = {}, certificate } = {}) {
+  // `certificate`, { cert_pem, cert_key }, it listens with TLS, too. Whoever goes without a word stays
+  // in a room for `reclaimSeconds`, and may come back meanwhile.
+  static async start({
+    address = ownAddress(),
+    port,
+    rooms = {},
+    certificate,
+    reclaimSeconds = 30,
+  } = {}) {
     const server = new JanusServer();
     const ports = {
       port: port ?? (await freePort(address)),
       securePort: certificate && (await freePort(address)),
     };
-    await server.#start({ address, ...ports, rooms, certificate });
+    await server.#start({ address, ...ports, rooms, certificate, reclaimSeconds });
     return server;
   }
 

@@ -11,10 +11,10 @@ import { EVENT_NAMES } from '../../../js/event_names.js';
 import { build } from '../build.mjs';
 import { readCard } from '../card_code.mjs';
 import { obey } from '../commanded_process.mjs';
-import { counted, withoutGrowth } from '../reliability/holdings.mjs';
+import { settledCounts, withoutGrowth } from '../reliability/holdings.mjs';
 
 const POLL_INTERVAL_MS = 5;
-const PARTS = 4;
+const PARTS = 8;
 const FIRST_OF_THE_OTHERS = { type: 'remote', streamIndex: 0 };
 const LASTING_THREADS = /^(node|libuv-worker|V8|gmain|gdbus|pool-spawner|GstSystemClock)/;
 // Newer lines of node give each of their threads a name of its own.
@@ -143,14 +143,14 @@ obey({
     ),
 
   // Another engine, which begins to join and is destroyed so many milliseconds later. Answers with
-  // what the process holds then.
-  async abandonJoin(uri, milliseconds) {
+  // what the process holds then, which is to be what is `expected`.
+  async abandonJoin(uri, milliseconds, expected) {
     const abandoned = makeWrapper();
     abandoned.connectCall(connectParams(uri));
     await delay(milliseconds);
     abandoned.destroy();
     await untilThreadsAreGone();
-    return counted();
+    return settledCounts(expected);
   },
 
   // The payload of the first event of this name, past or to come, that has these values.

@@ -122,7 +122,7 @@ const withMeetings = hasMeetings && spawnSync('janus', ['--version']).error === 
 
 const WITHOUT_SANITIZER = [
   'test/js/browser/',
-  ...['audio', 'browser', 'endurance', 'relay'].map((name) => `test/js/webrtc/${name}.test.mjs`),
+  ...['audio', 'browser', 'doctor', 'endurance', 'relay'].map((name) => `test/js/webrtc/${name}.test.mjs`),
 ];
 
 function testFiles() {

@@ -9,7 +9,8 @@ import { fileURLToPath } from 'node:url';
 
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { openMember, remote, startServer } from '../../support/webrtc_room.mjs';
+import { remote } from '../../support/streams.mjs';
+import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const program = fileURLToPath(
   new URL('../../support/processes/ending_member.mjs', import.meta.url),

@@ -30,7 +30,8 @@ import { fileURLToPath } from 'node:url';
 import { parseArgs } from 'node:util';
 import { isSanitizer, sanitizerEnvironment } from './sanitizer_environment.mjs';
 
-const PARALLEL = 2;
+// One more than the cores of a small machine: many tests wait for a time to pass.
+const PARALLEL = 3;
 // Far longer than any test takes, even under a sanitizer: it ends a process that hangs.
 const TIME_LIMIT_SECONDS = 600;
 
@@ -128,6 +129,21 @@ const WITHOUT_SANITIZER = [
   ),
 ];
 
+// The files that take longest start first, so that none of them runs alone at the end.
+const LONGEST = [
+  'test/js/reliability/trials.test.mjs',
+  'test/js/browser/meeting.test.mjs',
+  'test/package/release.test.mjs',
+  'test/js/scripts/run_tests.test.mjs',
+  'test/js/reliability/soak.test.mjs',
+  'test/fuzz/release.test.mjs',
+  'test/js/widget/processes_killed.test.mjs',
+  'test/js/webrtc/failures.test.mjs',
+  'test/js/webrtc/browser.test.mjs',
+];
+
+const rank = (file) => (LONGEST.includes(file) ? LONGEST.indexOf(file) : LONGEST.length);
+
 function testFiles() {
   const below = (directory) =>
     existsSync(directory)
@@ -139,7 +155,8 @@ function testFiles() {
     .filter((file) => withBrowser || !WITHOUT_SANITIZER.some((start) => file.startsWith(start)))
     .filter((file) => withMeetings || !file.startsWith('test/js/webrtc/'))
     .filter((file) => file.includes(only) && !without.some((text) => file.includes(text)))
-    .sort();
+    .sort()
+    .sort((one, other) => rank(one) - rank(other));
 }
 
 // Resolves when the process has ended and its output was shown. The output is kept in a file, so
@@ -147,6 +164,7 @@ function testFiles() {
 async function runTestFile(file, environment) {
   const base = path.join(results, file.replaceAll('/', '.'));
   const output = openSync(`${base}.log`, 'w');
+  const start = performance.now();
   const test = spawn(
     process.execPath,
     [
@@ -168,7 +186,8 @@ async function runTestFile(file, environment) {
     test.on('error', reject);
     test.on('exit', (...outcome) => resolve(outcome));
   });
-  process.stdout.write(`\n${file}\n${readFileSync(`${base}.log`, 'utf8')}`);
+  const seconds = ((performance.now() - start) / 1000).toFixed();
+  process.stdout.write(`\n${file}: ${seconds} s\n${readFileSync(`${base}.log`, 'utf8')}`);
 
   const written = existsSync(`${base}.json`) ? readFileSync(`${base}.json`, 'utf8') : '';
   if (!written) {

@@ -5,9 +5,9 @@
 
 const { processRecord } = require('./process_record.js');
 
-// The environment variable that names the engine of those who import the package itself.
+// The environment variable that names the engine for imports of the package itself.
 const VARIABLE = 'TESSEL_WRAPPER_ENGINE';
-// Where the addon lies with each engine beside it, in the directory of a build.
+// The directory of the addon with each engine, within the directory of a build.
 const DIRECTORIES = new Map([
   ['embedded', '.'],
   ['webrtc', 'webrtc'],

@@ -1,6 +1,6 @@
 'use strict';
 
-// Making shared-memory segments, so that nobody else can look into them and no two are mixed up.
+// Makes shared-memory segments that other users cannot read and that have names of their own.
 //
 // - Segments are made with the rights that the umask leaves. The usual one lets every user of the
 //   machine read the pictures; under 077 the same user's processes alone can.
@@ -50,9 +50,9 @@ function note(purpose, begun, ended) {
   else times.get(purpose).push([first, first], [last, last]);
 }
 
-// Settles with the result of `make`, which makes the segment for `purpose` and runs in one piece,
-// after little more than a second at most, and mostly at once. Rejects with the reason of that of
-// `signals` which is aborted before (those that are undefined are left out).
+// Resolves with the result of `make`, a synchronous function that makes the segment for `purpose`,
+// after little more than a second at most, and usually at once. Rejects with the reason of the
+// first of `signals` that is aborted before (undefined ones are ignored).
 async function makeSegment(purpose, make, signals = []) {
   for (const signal of signals) signal?.throwIfAborted();
   while (remainder(purpose) > 0) await pause(remainder(purpose), signals);

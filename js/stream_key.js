@@ -4,7 +4,7 @@ const { inspect } = require('node:util');
 
 const TYPES = ['local', 'remote', 'content'];
 
-// The name of a stream: in counters and errors, and as the key of what is kept for it.
+// The name of a stream, for counters and errors, and as a key of maps.
 const nameOf = ({ type, streamIndex }) => `${type}-${streamIndex}`;
 
 // The key of `stream` alone, which the application may change. The engine tells of streams with more

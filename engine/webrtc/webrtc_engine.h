@@ -12,6 +12,7 @@
 #include "engine/support/roster.h"
 #include "engine/support/streams/frame_pool.h"
 #include "engine/webrtc/call.h"
+#include "engine/webrtc/exit_guard.h"
 #include "engine/webrtc/local_video.h"
 #include "tesselclient/tesselclient.h"
 
@@ -57,6 +58,8 @@ class WebrtcEngine final : public support::Engine {
   // What cannot be made ready is logged; a call then says what is missing.
   void warmUp();
   void setMuted(bool isAudioMuted, bool isVideoMuted);
+  // A camera that does not capture is muted to the others: they are to clear its picture.
+  void tellVideoMuted();
   std::vector<support::Person> people() const;
   void refuse(int callId, const CallFailure& failure);
 
@@ -69,6 +72,7 @@ class WebrtcEngine final : public support::Engine {
   int lastCallId_ = 0;
   std::unique_ptr<Call> call_;  // the present call or the last one
   support::Roster roster_;
+  const ExitGuard exitGuard_;  // last: it uses the rest
 };
 
 }  // namespace webrtc

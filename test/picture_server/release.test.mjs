@@ -1,5 +1,5 @@
-// The guide's server of pictures. For the release build alone: the thread sanitizer does not know the
-// threads of sharp's library, and reports them.
+// The guide's picture server. For the release build only: the thread sanitizer reports the threads
+// of sharp's library.
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';

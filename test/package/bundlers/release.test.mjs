@@ -1,5 +1,5 @@
-// Applications that bundlers have packed: the guide's configurations keep the package external, and
-// where it is bundled it says so, or loads the addon that the environment names.
+// Bundled applications: the guide's configurations keep the package external. A bundled package
+// reports that, or loads the addon that the environment names.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
@@ -166,7 +166,7 @@ for (const [name, bundle] of Object.entries(BUNDLED)) {
   }
 }
 
-test('the renderer is bundled for a browser, without anything of Node.js', async (t) => {
+test('the renderer is bundled for a browser without parts of Node.js', async (t) => {
   const project = makeProject(t);
   const { outputFiles } = await esbuild.build({
     absWorkingDir: project,

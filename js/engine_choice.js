@@ -1,10 +1,10 @@
 'use strict';
 
-// Which engine this process uses. There is one in a process: the first choice holds.
+// The engine that this process uses. A process has one engine: the first choice is final.
 
-// The environment variable that names the engine of those who import the package itself.
+// The environment variable that names the engine for imports of the package itself.
 const VARIABLE = 'TESSEL_WRAPPER_ENGINE';
-// Where the addon lies with each engine beside it, in the directory of a build.
+// The directory of the addon with each engine, within the directory of a build.
 const DIRECTORIES = new Map([
   ['embedded', '.'],
   ['webrtc', 'webrtc'],
@@ -35,7 +35,7 @@ function usualEngine() {
 
 const chooseUsualEngine = () => chooseEngine(usualEngine());
 
-// The engine of this process, and where the addon with it lies in a build.
+// The engine of this process, and the directory of the addon with it in a build.
 const engineName = () => chosen ?? usualEngine();
 const engineDirectory = () => DIRECTORIES.get(engineName());
 

@@ -4,10 +4,10 @@ const { inspect } = require('node:util');
 
 const TYPES = ['local', 'remote', 'content'];
 
-// The name of a stream: in counters and errors, and as the key of what is kept for it.
+// The name of a stream, for counters and errors, and as a key of maps.
 const nameOf = ({ type, streamIndex }) => `${type}-${streamIndex}`;
 
-// The engine tells of streams with more properties than a key has: those are no fault.
+// Stream events have more properties than a key: further properties are accepted.
 function requireStream(stream) {
   if (typeof stream !== 'object' || stream === null) {
     const expected = "{ type: 'remote', streamIndex: 0 }";

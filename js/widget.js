@@ -13,7 +13,7 @@ const { Pace } = require('./pace.js');
 const { requireMemory } = require('./shared_memory.js');
 const { nameOf, requireStream } = require('./stream_key.js');
 
-// No frame of a segment has this number, so that the frame which is there is always answered.
+// No frame of a segment has this number, so a request with it always returns the present frame.
 const NO_FRAME = -1;
 
 // The reader of the streams that another process's meeting has in widget mode. It belongs to the
@@ -108,15 +108,15 @@ class Widget {
   }
 }
 
-// Where one is missing the addon says nothing, and removes the other. Names that are no texts are
-// left to it.
+// When one name is missing, the addon reports no error and removes the other name. The addon itself
+// refuses names that are not strings.
 function requireNames(names) {
   const { shm_name: segment, sem_name: semaphore } = names ?? {};
   if (typeof segment !== 'string' || typeof semaphore !== 'string') return;
   requireMemory(names);
 }
 
-// The result of a callback, which has to be done with its frame when it returns.
+// The result of a callback, which must not use its frame after it returns.
 function synchronous(result) {
   if (typeof result?.then === 'function') {
     throw new TypeError('A frame is gone when the callback returns: it must not be asynchronous');

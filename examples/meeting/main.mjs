@@ -55,8 +55,8 @@ function uriOf({ uri, participants = '5', video }) {
   return uri ?? `tessel:demo?participants=${encodeURIComponent(participants)}${clip}`;
 }
 
-// Each engine takes uris of its own. The choice comes before the package is imported, and holds for
-// the widget's process, too.
+// Each engine has its own uris. The engine is selected before the package is imported, and the
+// widget process uses the same one.
 function chooseEngine(uri) {
   if (uri.startsWith('janus+')) process.env.TESSEL_WRAPPER_ENGINE = 'webrtc';
 }
@@ -100,7 +100,7 @@ async function openMeeting(options) {
     refuseUsage(`--port ${options.port}: ${message}`, USAGE);
   }
   const joined = room.join();
-  // A uri may ask for a late answer, or for a refusal, which the page shows.
+  // A uri may cause a late answer, or a refusal, which the page shows.
   if (options.uri === undefined) {
     const refusal = await joined;
     if (refusal) refuseUsage(`The meeting cannot be joined: ${refusal}`, USAGE);

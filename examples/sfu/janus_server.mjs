@@ -1,5 +1,5 @@
-// A Janus server of one's own, with a room or more, for as long as somebody holds it: Debian's
-// package, its own configuration in a temporary directory, nothing of the system's.
+// A private Janus server with one or more rooms: Debian's package with its own configuration in a
+// temporary directory, independent of the system's. It runs until it is closed.
 
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
@@ -10,13 +10,13 @@ import path from 'node:path';
 import { createInterface } from 'node:readline';
 
 const LIBRARIES = '/usr/lib/x86_64-linux-gnu/janus';
-// The room's plugin and the WebSocket alone are loaded.
+// Only the plugin for rooms and the WebSocket transport are loaded.
 const OTHER_PLUGINS = [
   ...['audiobridge', 'duktape', 'echotest', 'lua', 'nosip', 'recordplay', 'sip', 'streaming'],
   ...['textroom', 'videocall', 'voicemail'],
 ];
 const OTHER_TRANSPORTS = ['http', 'mqtt', 'nanomsg', 'pfunix', 'rabbitmq'];
-// Said when the server listens.
+// Printed when the server listens.
 const READY = 'WebSockets thread started';
 
 // The first address of this machine that others can reach too: media do not go over loopback.
@@ -98,7 +98,7 @@ export class JanusServer {
   #child;
   #directory;
 
-  // Settles when the server listens. `rooms` has the settings of each room by its name. With a
+  // Resolves when the server listens. `rooms` has the settings of each room by its name. With a
   // `certificate`, { cert_pem, cert_key }, it listens with TLS, too; with an `administration`,
   // { port, secret }, for its administrator.
   static async start({

@@ -10,7 +10,7 @@ import { JanusServer, freePort, ownAddress } from './janus_server.mjs';
 const USUAL_PORT = 8188;
 const USAGE = 'Options: --room NAME (default: meeting), --port PORT of the SFU, --page-port PORT.';
 
-// The usual port, or another one where it is taken.
+// The default port, or another one when it is in use.
 async function usualPort(address) {
   const server = createServer().listen(USUAL_PORT, address);
   try {

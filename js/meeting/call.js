@@ -50,7 +50,7 @@ class Call {
         tooLate: 'Joining took longer than',
       });
     } catch (error) {
-      // Given up by the caller: the engine is not to join later.
+      // The caller has aborted it: the engine must not join later.
       if (isAsked && this.#state === 'joining' && !this.#waits.isClosed) this.#disconnect();
       throw error;
     }

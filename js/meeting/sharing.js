@@ -5,11 +5,11 @@ const { shareParams } = require('./parameters.js');
 const { Undertaking } = require('./undertaking.js');
 const { limitsOf } = require('./waits.js');
 
-// The statuses that answer what is asked about sharing.
+// The statuses that answer requests about sharing.
 const PRESENTATION = { begun: 'started', refused: ['failed', 'denied'], over: 'stopped' };
 const TOKEN = { begun: 'token_granted', refused: ['token_denied'], over: 'token_relinquished' };
 
-// What a meeting shares: the token for it, and the presentation.
+// The content sharing of a meeting: the token and the presentation.
 class Sharing {
   #wrapper;
   #waits;
@@ -72,8 +72,7 @@ class Sharing {
     if (undertaking.isPossible) await this.#answer(operation, judge, ask, limits);
   }
 
-  // Asks for an operation that is answered by a screenShareStatus; the end of the call is an
-  // answer, too.
+  // Requests an operation that is answered by a screenShareStatus or by the end of the call.
   #answer(operation, judgeStatus, ask, limits) {
     const judge = (name, payload, resolve, reject) => {
       if (name === 'callDisconnect') reject(new CallError(payload));

@@ -31,9 +31,9 @@ class Waits {
     this.#closing.throwIfAborted();
   }
 
-  // The payload of the next event of this name that `where` accepts. The application may make this
-  // promise early and await it late: that it rejects meanwhile is no unhandled rejection. A wrong
-  // argument is one.
+  // The payload of the next event of this name that `where` accepts. The application may create the
+  // promise early and await it late: a rejection in between is not reported as unhandled, unless it
+  // is for an invalid argument.
   next(event, options) {
     try {
       const wait = this.#next(event, options);
@@ -44,10 +44,10 @@ class Waits {
     }
   }
 
-  // Listens to the events `names`, then runs `ask`; settles as `judge(name, payload, resolve,
-  // reject)` says about them, and rejects when a limit is reached or the meeting is closed. It
-  // listens in front of the application's listeners, one of which may throw. Rejections show where
-  // the application asked.
+  // Listens to the events `names`, then runs `ask`; `judge(name, payload, resolve, reject)` settles
+  // the promise, which also rejects when a limit is reached or the meeting is closed. It listens
+  // before the application's listeners, one of which may throw. Rejections have the stack of the
+  // application's call.
   until(
     names,
     judge,
@@ -78,7 +78,7 @@ class Waits {
     });
   }
 
-  // Settles after `milliseconds`.
+  // Resolves after `milliseconds`.
   pause(milliseconds, signals) {
     return pause(milliseconds, [this.#closing, ...signals]);
   }

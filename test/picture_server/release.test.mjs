@@ -1,5 +1,5 @@
-// The guide's server of pictures. For the release build alone: the thread sanitizer does not know the
-// threads of sharp's library, and reports them.
+// The guide's picture server. For the release build only: the thread sanitizer reports the threads
+// of sharp's library.
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
@@ -32,7 +32,7 @@ async function sendGarbage(address) {
   await once(socket, 'close');
 }
 
-test('server.mjs serves those who keep up and lets go of those who do not', async (t) => {
+test('server.mjs serves clients that keep up and disconnects those that do not', async (t) => {
   const source = variant('server.mjs', {
     // Pictures that fill what the system keeps for a connection sooner.
     'participants=1': 'participants=1&size=1280x720',

@@ -11,8 +11,8 @@ export async function startServer(test, options) {
   return server;
 }
 
-// A process with an engine, which films at this size once it is in a call. Its sound server is that
-// of the environment; there is none unless it is named.
+// A process with an engine, which captures at this size once it is in a call. Its sound server is
+// the one that the environment names, if any.
 export async function openMember(test, { capture = {}, environment = {} } = {}) {
   const member = startProcess(test, './support/processes/room_member.mjs', {
     environment: { PULSE_SERVER: 'unix:/nowhere', ...environment },

@@ -1,4 +1,4 @@
-// What the declarations have to refuse: every line below an expectation is an error, one alone.
+// Uses that the declarations must refuse: every line below an expectation has exactly one error.
 
 import {
   EVENT_NAMES,

@@ -1,4 +1,4 @@
-// Everything that an application may write. It is compiled and never run.
+// Correct uses of the package. They are compiled and never run.
 
 import type { EventEmitter } from 'node:events';
 import tessel, {

@@ -1,4 +1,4 @@
-// Who is there, whose tile is to be shown, and for whose there is no room.
+// The list of participants: who is present, whose tile is selected, and who has no free tile.
 
 import { element } from './elements.mjs';
 

@@ -1,4 +1,4 @@
-// Which engine an import gives, and what is said when a process asks for two.
+// The engine that an import gives, and the error when a process requests two.
 
 import assert from 'node:assert/strict';
 import path from 'node:path';
@@ -40,14 +40,19 @@ const WEBRTC = path.join(RELEASE, 'webrtc', 'tesselWrapper.node');
 
 for (const [what, imports, environment, file] of [
   ['the package is the embedded engine', ['./js/index.js'], {}, EMBEDDED],
-  ['so it is by its name', ['./js/index.js'], { TESSEL_WRAPPER_ENGINE: 'embedded' }, EMBEDDED],
+  [
+    'the name selects the embedded engine',
+    ['./js/index.js'],
+    { TESSEL_WRAPPER_ENGINE: 'embedded' },
+    EMBEDDED,
+  ],
   [
     'the environment may name another',
     ['./js/index.js'],
     { TESSEL_WRAPPER_ENGINE: 'webrtc' },
     WEBRTC,
   ],
-  ['so may the import', ['./js/webrtc.js'], {}, WEBRTC],
+  ['the import may name an engine', ['./js/webrtc.js'], {}, WEBRTC],
   [
     'both may name the same',
     ['./js/webrtc.js', './js/index.js'],
@@ -58,7 +63,7 @@ for (const [what, imports, environment, file] of [
   test(what, () => assert.equal(chosen(imports, environment), file));
 }
 
-test('a process has one engine', () => {
+test('a process uses one engine only', () => {
   assert.equal(
     chosen(['./js/index.js', './js/webrtc.js']),
     'This process uses the embedded engine already, and can use no other: "tessel-wrapper/webrtc" cannot be imported beside "tessel-wrapper".',
@@ -69,7 +74,7 @@ test('a process has one engine', () => {
   );
 });
 
-test('an engine that there is not is refused by its name', () => {
+test('an unknown engine is rejected, with its name in the message', () => {
   assert.equal(
     chosen(['./js/index.js'], { TESSEL_WRAPPER_ENGINE: 'steam' }),
     'TESSEL_WRAPPER_ENGINE names the engine "steam": it has to be embedded or webrtc.',

@@ -37,7 +37,7 @@ const BUNDLERS = ['esbuild.mjs', 'rollup.config.mjs', 'webpack.config.mjs', 'vit
 
 for (const [name, source] of examples) writeFileSync(path.join(directory, name), source);
 
-test('every example in JavaScript is known here, and has a name', () => {
+test('every JavaScript example of the guide has a name and is tested', () => {
   assert.deepEqual(
     [...examples.keys()].sort(),
     [...Object.keys(OUTPUT), ...PARTS, ...TESTED_APART, ...BUNDLERS].sort(),
@@ -57,8 +57,8 @@ function run(name) {
   });
 }
 
-// Runs it to its end, which is without an error, and expects these lines among its output, which it
-// answers with.
+// Runs it, expects it to end without an error with these lines in its output, and returns the
+// output.
 function expectRun(name, lines) {
   const { status, signal, stdout, stderr } = run(name);
   assert.deepEqual([status, signal, stderr], [0, null, '']);
@@ -68,7 +68,7 @@ function expectRun(name, lines) {
 }
 
 for (const [name, lines] of Object.entries(OUTPUT)) {
-  test(`${name} runs and says what it should`, () => expectRun(name, lines));
+  test(`${name} runs and prints the expected lines`, () => expectRun(name, lines));
 }
 
 const NATIVE_LINE = /^TesselWrapper::TesselWrapper Params params.szLogPath: \/tmp$/m;
@@ -104,7 +104,7 @@ function joinAndEndBy(signal, { withHandler }) {
   return { status: child.status, signal: child.signal, left: left.length };
 }
 
-test('the handler of join.mjs removes the names that a signal would leave', () => {
+test('the signal handler of join.mjs removes the names in /dev/shm', () => {
   for (const [signal, number] of [
     ['SIGINT', 2],
     ['SIGTERM', 15],
@@ -128,7 +128,7 @@ for (const [moment, statement, terminating, lines] of [
   ['joins', 'timeout: 100', 'timeout: (terminate(), 2 ** 31 - 1)', []],
   ['shows frames', '>= 10) break', '>= 10) terminate()', ['in hand: remote-0 0']],
 ]) {
-  test(`production.mjs ends well when it is terminated while it ${moment}`, () => {
+  test(`production.mjs ends cleanly when it is terminated while it ${moment}`, () => {
     const source = examples.get('production.mjs');
     assert.ok(source.includes(statement));
     const terminate =
@@ -150,7 +150,8 @@ function luminanceOf(recording) {
   );
 }
 
-// The number of the test card in a picture that was scaled up from this height; 'black' without one.
+// The number of the test card in a picture that was scaled up from this height; 'black' without
+// one.
 function cardIn(luminance, height) {
   if (luminance.every((value) => value < 24)) return 'black';
   const scale = 360 / height;

@@ -27,14 +27,14 @@ test('the first segment for a purpose is made before anything else happens', (t)
   assert.ok(isMade);
 });
 
-test('it is made under a umask of 077', async (t) => {
+test('a segment is made under a umask of 077', async (t) => {
   stopTheClock(t);
   const usual = process.umask(0o027);
   assert.equal(await makeSegment('mask', () => process.umask()), 0o077);
   assert.equal(process.umask(usual), 0o027);
 });
 
-test('the second one for the same purpose waits for the next second', async (t) => {
+test('the second segment for the same purpose waits for the next second', async (t) => {
   stopTheClock(t, 400);
   const made = [];
   const make = () => made.push(Date.now() % 100_000);
@@ -94,7 +94,7 @@ test('copies of the module with globals of their own wait for each other', async
   assert.deepEqual(made, [400, 1020, 2020]);
 });
 
-test('a clock that was set back is not waited for', async (t) => {
+test('a clock that was set back makes no segment wait', async (t) => {
   stopTheClock(t);
   const made = [];
   const make = () => made.push(Date.now());
@@ -105,7 +105,7 @@ test('a clock that was set back is not waited for', async (t) => {
   assert.deepEqual(made, [now + 3_600_000, now]);
 });
 
-test('a signal that was aborted before keeps it from being made', async (t) => {
+test('no segment is made when the signal is already aborted', async (t) => {
   stopTheClock(t);
   const signals = [undefined, AbortSignal.abort(new Error('enough'))];
   await assert.rejects(
@@ -114,7 +114,7 @@ test('a signal that was aborted before keeps it from being made', async (t) => {
   );
 });
 
-test('one that could not be made counts as made, and the umask is as before', async (t) => {
+test('a segment that could not be made counts as made, and the umask is restored', async (t) => {
   stopTheClock(t, 0);
   const usual = process.umask();
   const fail = () => {

@@ -1,4 +1,4 @@
-// The guide's commands for test runners: each writes a report that the native lines do not spoil.
+// The guide's commands for test runners: each writes a report without native lines in it.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
@@ -30,8 +30,8 @@ it('joins', async () => {
   }
 }, { timeout: 60_000 });`;
 
-// Runs a test that opens a meeting by `words` of the runner, in a directory of its own: what it says,
-// and a reader of the files that it leaves.
+// Runs a test that opens a meeting by `words` of the runner, in a directory of its own: what it
+// says, and a reader of the files that it leaves.
 function run(t, name, words, imports = '') {
   // In the repository, where the package finds itself by its name.
   const directory = mkdtempSync(path.join(repository, 'build', 'runners-'));
@@ -54,7 +54,7 @@ test('the guide has a command for each of the runners', () => {
   assert.deepEqual(Object.keys(COMMANDS).sort(), ['jest', 'mocha', 'node', 'vitest']);
 });
 
-test('mocha reports in JSON into a file, which it cannot on the standard output', (t) => {
+test('mocha writes its JSON report into a file', (t) => {
   const { stdout, read } = run(t, 'mocha', COMMANDS.mocha);
   assert.match(stdout, NATIVE_LINE);
   assert.equal(JSON.parse(read('report.json')).stats.passes, 1);
@@ -62,7 +62,7 @@ test('mocha reports in JSON into a file, which it cannot on the standard output'
   assert.throws(() => JSON.parse(mixed), SyntaxError);
 });
 
-test('node reports in TAP into a file', (t) => {
+test('node writes its TAP report into a file', (t) => {
   const { read } = run(t, 'node', COMMANDS.node, "import { it } from 'node:test';");
   assert.match(read('report.tap'), /^ok 1 - joins$/m);
   assert.match(read('report.tap'), /^# fail 0$/m);

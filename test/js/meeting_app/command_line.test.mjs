@@ -1,4 +1,4 @@
-// What the application says at the terminal to options that it cannot follow.
+// The application's messages on the terminal about invalid options.
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
@@ -52,7 +52,7 @@ for (const [options, line] of [
   [['--headless', '--bogus'], `Unknown option '--bogus'. ${WITHOUT_A_PAGE}`],
   [['--headless', '--seconds', 'x'], `--seconds x: not a positive number. ${WITHOUT_A_PAGE}`],
 ]) {
-  test(`${options.join(' ')} is answered with one line and the exit code 2`, async (t) => {
+  test(`${options.join(' ')} prints one line and sets the exit code 2`, async (t) => {
     const { child, ended } = start(t, options);
     const [words, errors] = await Promise.all([child.stdout.toArray(), child.stderr.toArray()]);
     const [code] = await ended;
@@ -76,7 +76,7 @@ for (const mode of [[], ['--headless']]) {
   });
 }
 
-test('a port that another program has is refused, and nothing stays in /dev/shm', async (t) => {
+test('a port in use is refused, and nothing is left in /dev/shm', async (t) => {
   const other = createServer().listen(0, '127.0.0.1');
   await once(other, 'listening');
   t.after(() => other.close());
@@ -116,7 +116,7 @@ test('a real meeting without its engine is answered with what to build', async (
 });
 
 for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) {
-  test(`the address is told before the join is answered, and ${signal} ends the program then`, async (t) => {
+  test(`the address is printed before the join is answered, and ${signal} then ends the program`, async (t) => {
     const options = ['--uri', 'tessel:test?join=3600', '--output', temporaryDirectory(t)];
     const { child, ended } = start(t, options);
     child.stderr.resume();
@@ -133,7 +133,7 @@ for (const [options, reason] of [
   [['--participants', '99'], 'bad value: participants=99 (400)'],
   [['--participants', 'x'], 'bad value: participants=x (400)'],
 ]) {
-  test(`no page is served of a meeting that ${options.join(' ')} cannot make`, async (t) => {
+  test(`no page is served when ${options.join(' ')} makes the join impossible`, async (t) => {
     const { child, ended } = start(t, [...options, '--output', temporaryDirectory(t)]);
     const [words, errors] = await Promise.all([child.stdout.toArray(), child.stderr.toArray()]);
     const [code] = await ended;
@@ -143,7 +143,7 @@ for (const [options, reason] of [
   });
 }
 
-test('a meeting whose uri has it refused has its page, and the reason is told', async (t) => {
+test('when the meeting refuses the join, the page is served and shows the reason', async (t) => {
   const options = ['--uri', 'tessel:demo?refuse=403', '--output', temporaryDirectory(t)];
   const { child, ended } = start(t, options);
   const words = child.stdout.toArray();

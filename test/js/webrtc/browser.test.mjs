@@ -75,7 +75,7 @@ test('a browser and a process see each other', async (t) => {
   await member.does('seen', 'streamRemoved', remote(0));
 });
 
-test('a browser without camera and microphone says so, and is seen all the same', async (t) => {
+test('a browser without camera and microphone reports it, and sends a replacement picture', async (t) => {
   const janus = await startServer(t, { rooms: { [ROOM]: {} } });
   const page = await openGuest(t, janus, []);
   await page.getByText('Without camera and microphone: something stands in.').waitFor();

@@ -1,4 +1,4 @@
-// Calls that may use relays alone.
+// Calls that may use relays only.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -8,7 +8,7 @@ import { startTurnServer } from '../../support/turn_server.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 for (const protocol of ['udp', 'tcp']) {
-  test(`pictures go through a relay that is reached over ${protocol}`, async (t) => {
+  test(`pictures are received through a relay over ${protocol}`, async (t) => {
     const server = await startServer(t, { rooms: { meeting: {} } });
     const { used, ...relay } = await startTurnServer(t);
     const turnServers = [{ ...relay, protocol, fqdn: '', priority: 0, bandwidth: 0 }];

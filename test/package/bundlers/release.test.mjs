@@ -1,5 +1,5 @@
-// Applications that bundlers have packed: the guide's configurations keep the package external, and
-// where it is bundled it says so, or loads the addon that the environment names.
+// Bundled applications: the guide's configurations keep the package external. A bundled package
+// reports that, or loads the addon that the environment names.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
@@ -129,7 +129,7 @@ const BUNDLED = {
 };
 
 for (const [name, bundle] of Object.entries(BUNDLED)) {
-  test(`bundled by ${name}, the package says so, and loads the addon that is named`, async (t) => {
+  test(`a package bundled by ${name} reports that it is bundled, and loads the named addon`, async (t) => {
     const project = makeProject(t);
     await bundle(project);
     const program = path.join('dist', 'application.cjs');
@@ -147,7 +147,7 @@ for (const [name, bundle] of Object.entries(BUNDLED)) {
   });
 }
 
-test('the renderer is bundled for a browser, without anything of Node.js', async (t) => {
+test('the renderer is bundled for a browser without parts of Node.js', async (t) => {
   const project = makeProject(t);
   const { outputFiles } = await esbuild.build({
     absWorkingDir: project,

@@ -1,4 +1,4 @@
-// A process that joins a room of a real SFU with the WebRTC engine, and does what a test says.
+// A process that joins a room of a real SFU with the WebRTC engine, and runs a test's commands.
 
 import { EventEmitter, once } from 'node:events';
 import { readFileSync, readdirSync } from 'node:fs';
@@ -103,7 +103,7 @@ obey({
     return events[await eventFrom(from, ([name]) => name === 'callDisconnect')][1];
   },
 
-  // The payload of the first event of this name, past or to come, that has these values.
+  // The payload of the first past or future event of this name that has these values.
   async seen(name, part = {}) {
     const place = await eventFrom(0, ([each, payload]) => each === name && contains(payload, part));
     return events[place][1];
@@ -132,10 +132,10 @@ obey({
   // The next picture of a stream after `frameId`.
   picture: async (stream, frameId = 0) => describe(await nextFrame(stream, frameId)),
 
-  // Whether the stream has a picture now.
+  // Whether the stream has a picture.
   hasPicture: (stream) => !wrapper.getFrame(stream, 0).noUpdate,
 
-  // What the next `count` pictures show.
+  // The content of the next `count` pictures.
   async pictures(stream, count) {
     const described = [];
     for (let frameId = 0; described.length < count; frameId = described.at(-1).frameId) {

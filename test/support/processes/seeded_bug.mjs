@@ -1,4 +1,4 @@
-// node seeded_bug.mjs NAME: commits that bug of the canary addon, then ends by itself.
+// node seeded_bug.mjs NAME: runs that bug of the canary addon, then ends by itself.
 
 import { createRequire } from 'node:module';
 import path from 'node:path';

@@ -109,7 +109,7 @@ obey({
     return events[place][1];
   },
 
-  // The participant of this name, once the newest event "participants" has one with these values.
+  // Resolves to the participant of this name when the latest event "participants" has these values.
   async knows(name, part = {}) {
     if (!events.some(([, { eventName }]) => eventName === 'participants')) {
       wrapper.registerEvent({

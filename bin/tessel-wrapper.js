@@ -10,11 +10,16 @@ const { spawnSync } = require('node:child_process');
 const path = require('node:path');
 
 const { examine, report } = require('../js/doctor.js');
+const { buildDirectory } = require('../js/load_addon.js');
+const { examineRealMeetings } = require('../js/real_meetings.js');
 
 const USAGE = 'usage: tessel-wrapper doctor [--clean] | build';
 
 function doctor(option) {
-  const { lines, exitCode } = report(examine({ cleaning: option === '--clean' }));
+  const { lines, exitCode } = report([
+    ...examine({ cleaning: option === '--clean' }),
+    ...examineRealMeetings(buildDirectory()),
+  ]);
   for (const line of lines) console.log(line);
   return exitCode;
 }

@@ -102,6 +102,8 @@ function checkRights(directory = SHARED_MEMORY) {
 
 const names = (count) => (count === 1 ? '1 name' : `${count} names`);
 
+const listed = (items, title) => (items.length === 0 ? [] : [title(names(items.length)), ...items]);
+
 function checkLeftovers(directory = SHARED_MEMORY) {
   try {
     const files = leftovers(directory);
@@ -117,26 +119,31 @@ function checkLeftovers(directory = SHARED_MEMORY) {
 
 function clean(directory = SHARED_MEMORY) {
   try {
-    const files = removeLeftovers(directory);
-    if (files.length === 0) return NOTHING_LEFT;
-    return good([`removed ${names(files.length)} that no process used:`, ...files].join('\n'));
+    const { removed, refused } = removeLeftovers(directory);
+    const lines = [
+      ...listed(refused, (count) => `cannot remove ${count}:`),
+      ...listed(removed, (count) => `removed ${count} that no process used:`),
+    ];
+    if (lines.length === 0) return NOTHING_LEFT;
+    return (refused.length > 0 ? bad : good)(lines.join('\n'));
   } catch ({ message }) {
     return bad(`cannot remove what is left over: ${message}`);
   }
 }
 
-// All findings: { rank, text, advice }, where `advice` says what to do or gives further facts. If
-// `cleaning`, removes the leftovers of killed processes.
-function examine({ cleaning = false } = {}) {
+// All findings: { rank, text, advice } with what to do about it, or what else to know. What killed
+// processes have left is removed if `cleaning`.
+function examine({ cleaning = false, directory = SHARED_MEMORY } = {}) {
   const { node: version } = process.versions;
   const findings = [
     checkNode({ version, platform: process.platform, arch: process.arch }),
     ...checkAddon(),
-    checkRights(),
+    checkRights(directory),
   ];
-  if (findings.at(-1).rank === 'bad') return findings;
-  const leftoverFinding = cleaning ? clean() : checkLeftovers();
-  return [...findings, checkSpace(fs.statfsSync(SHARED_MEMORY)), leftoverFinding];
+  // Without the rights the rest follows; but who has asked for something is told what became of it.
+  if (findings.at(-1).rank === 'bad') return cleaning ? [...findings, clean(directory)] : findings;
+  const leftoverFinding = cleaning ? clean(directory) : checkLeftovers(directory);
+  return [...findings, checkSpace(fs.statfsSync(directory), directory), leftoverFinding];
 }
 
 // The lines that the command prints about `findings`, and its exit code.

@@ -609,12 +609,15 @@ export class TesselWrapperProxy {
 // ---- The meeting
 
 /**
- * The limits of the time that a promise waits, from the call to the end. A limit ends the wait, not
- * the engine's operation. An unknown option, here and in all other options, is refused with a
- * `TypeError`.
+ * The longest that a promise waits, from the call to the end. Ends the waiting, not what the engine
+ * was asked for. Here as in all options, one that is not listed or of another kind is refused with a
+ * `TypeError`, when the operation is called.
  */
 export interface Limits {
-  /** The promise rejects with its reason when it is aborted. */
+  /**
+   * The promise rejects with its reason when it is aborted. When it was aborted before, the engine is
+   * not asked.
+   */
   signal?: AbortSignal;
   /**
    * Milliseconds, up to 2147483647; then the promise rejects with a `TimeoutError`. No limit when
@@ -629,7 +632,7 @@ export interface WaitOptions<Payload> extends Limits {
 }
 
 export interface FrameOptions {
-  /** The most frames per second; 30 when left out. */
+  /** The most frames per second, more than 0; 30 when left out. */
   rate?: number;
   /** When it is aborted, the iteration throws its reason, and `watch` rejects with it. */
   signal?: AbortSignal;
@@ -670,18 +673,20 @@ export interface FrameCounters {
  * One engine with its events, promises for the results that arrive as events, and its frames.
  * `wrapper` has all other operations.
  *
- * A meeting belongs to the application and stays alive until it is closed: its listeners are called
- * even when no reference to it is left. Its promises reject with a `ClosedError` when it is closed.
- * Node.js reports an unhandled rejection, except those of `waitFor`.
+ * A meeting belongs to the application and lives until it is closed: nobody has to hold it for its
+ * listeners to be called. Its promises reject with a `ClosedError` when it is closed, but for those
+ * for the end of something, which closing ends as well. A rejection that nobody handles is reported by
+ * node, but for those of `waitFor`. `console.log()` shows `isClosed`, the call's state, `streams`,
+ * those in widget mode, and the counters.
  */
 export class Meeting implements Disposable {
   private constructor();
 
   /**
-   * Makes an engine, which blocks until it is initialised. Its shared memory and its log are
-   * readable by this user only. A second meeting within one second of the process waits for the
-   * next one. Rejects with a `TypeError`, before it waits, for a property that is missing, of
-   * another type or not listed.
+   * Makes an engine, which blocks until it is initialised. Its shared memory and its log are made
+   * readable for this user alone. A second meeting within one second of the process waits for the
+   * next one, as it does in a second that has been before, when the clock was set back. Rejects with a
+   * `TypeError`, before it waits, for a property that is missing, of another type or not listed.
    *
    * Replaces the emitter factory of `TesselWrapper`.
    */
@@ -733,12 +738,18 @@ export class Meeting implements Disposable {
    * at the engine.
    */
   join(params: JoinParams, limits?: Limits): Promise<void>;
-  /** Leaves the call and resolves with how it ended; with `undefined` when there was none. */
+  /**
+   * Leaves the call and tells how it ended; `undefined` when there was none, or when the meeting was
+   * closed meanwhile.
+   */
   leave(limits?: Limits): Promise<CallDisconnect | undefined>;
 
   /** Rejects with a `ShareError` when it is denied, with a `CallError` when the call ends. */
   requestContentShareToken(limits?: Limits): Promise<void>;
-  /** Resolves at once when there is neither the token nor an unanswered request for it. */
+  /**
+   * Settles at once without the token, and without an unanswered request for it, and when the meeting
+   * is closed meanwhile.
+   */
   releaseContentShareToken(limits?: Limits): Promise<void>;
   /**
    * Needs the token. Rejects with a `ShareError` when it is denied or fails, with a `CallError` when
@@ -746,8 +757,8 @@ export class Meeting implements Disposable {
    */
   startPresentation(params: ContentShareParams, limits?: Limits): Promise<void>;
   /**
-   * Resolves at once when nothing is presented and no earlier start, even an aborted one, is
-   * unanswered.
+   * Settles at once when nothing is presented, nor may be yet, for a start that was given up, and when
+   * the meeting is closed meanwhile.
    */
   stopPresentation(limits?: Limits): Promise<void>;
 
@@ -763,12 +774,12 @@ export class Meeting implements Disposable {
   frames(stream: StreamKey, options?: FrameOptions): AsyncGenerator<ReceivedFrame, void, void>;
 
   /**
-   * Copies the stream's frames into shared memory, for a `Widget` in a second process, whose
-   * constructor takes the result, until `exitWidgetMode` or the end of the stream. The memory is
-   * readable by this user only. Entering again within one second waits for the next one, and
-   * rejects when the stream leaves meanwhile. Rejects for a stream that is not there, when /dev/shm
-   * has no space for it, and once the widget process has ended by itself: a meeting has one during
-   * its lifetime.
+   * Copies the stream's frames into shared memory, for a `Widget` in a second process, which is made
+   * with the answer, until `exitWidgetMode` or the end of the stream. The memory is readable for
+   * this user alone. Entering again within one second waits for the next one, and rejects when the
+   * stream leaves meanwhile. Rejects for a stream that is not there, with a `RangeError` for a remote
+   * one outside 0 to 49, once the widget process has ended by itself, since a meeting has one in its
+   * life, and when /dev/shm has no room for it; before the wait, but for the last.
    */
   enterWidgetMode(stream: StreamKey, options?: Pick<Limits, 'signal'>): Promise<SharedDataInfo>;
   /** Does nothing when the stream is not in widget mode and does not wait to enter it. */
@@ -808,7 +819,8 @@ export class Widget implements Disposable {
   /**
    * Calls `use` with the stream's picture and returns what it returned; `undefined`, without a call,
    * when there is no picture. The frame is released when `use` returns or throws, so `use` must not
-   * be asynchronous.
+   * be asynchronous, nor read the same stream. It may close the widget or remove the stream, which
+   * then goes when `use` returns.
    */
   read<Result>(
     stream: StreamKey,

@@ -105,14 +105,22 @@ function leftovers(directory = SHARED_MEMORY, processes = '/proc') {
     .sort();
 }
 
-// Removes them, and returns those that were removed.
+// Removes them: { removed, refused }, files and why the others were not removed.
 function removeLeftovers(directory = SHARED_MEMORY) {
-  return leftovers(directory).filter((file) =>
-    unlessGone(() => {
-      fs.unlinkSync(file);
-      return true;
-    }, false),
-  );
+  const removed = [];
+  const refused = [];
+  for (const file of leftovers(directory)) {
+    try {
+      const isRemoved = unlessGone(() => {
+        fs.unlinkSync(file);
+        return true;
+      }, false);
+      if (isRemoved) removed.push(file);
+    } catch ({ message }) {
+      refused.push(message);
+    }
+  }
+  return { removed, refused };
 }
 
 module.exports = { SHARED_MEMORY, leftovers, removeLeftovers };

@@ -36,6 +36,12 @@ function addonPath() {
   return named ? path.resolve(named) : path.join(BUILD, engineDirectory(), 'tesselWrapper.node');
 }
 
+// The directory of the build to which that addon belongs: it has one for each other engine in it.
+function buildDirectory() {
+  const directory = path.dirname(addonPath());
+  return path.basename(directory) === 'webrtc' ? path.dirname(directory) : directory;
+}
+
 // Why `file` cannot be an addon, checked before it is loaded.
 function fault(file) {
   const found = fs.statSync(file, { throwIfNoEntry: false });
@@ -106,4 +112,4 @@ function loadAddon() {
   return loaded.get(file);
 }
 
-module.exports = { OVERRIDE, addonPath, loadAddon };
+module.exports = { OVERRIDE, addonPath, buildDirectory, loadAddon };

@@ -13,7 +13,7 @@ const CHECKS = {
     if (!(rate > 0)) throw new RangeError(`rate ${rate}: not a positive number`);
   },
   signal(signal) {
-    if (typeof signal?.aborted === 'boolean') return;
+    if (signal instanceof AbortSignal) return;
     throw new TypeError(`Wrong signal ${inspect(signal, { depth: 0 })}, expected an AbortSignal`);
   },
   timeout(timeout) {
@@ -54,4 +54,4 @@ function checkOptions(options = {}, names, operation) {
   return options;
 }
 
-module.exports = { checkOptions };
+module.exports = { OPTION_NAMES: Object.keys(CHECKS), checkOptions };

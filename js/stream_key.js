@@ -7,7 +7,8 @@ const TYPES = ['local', 'remote', 'content'];
 // The name of a stream, for counters and errors, and as a key of maps.
 const nameOf = ({ type, streamIndex }) => `${type}-${streamIndex}`;
 
-// Stream events have more properties than a key: further properties are accepted.
+// The key of `stream` alone, which the application may change. The engine tells of streams with more
+// properties than a key has: those are no fault.
 function requireStream(stream) {
   if (typeof stream !== 'object' || stream === null) {
     const expected = "{ type: 'remote', streamIndex: 0 }";
@@ -24,6 +25,7 @@ function requireStream(stream) {
       `Wrong streamIndex ${inspect(streamIndex)} of a stream, expected a whole number of 32 bits`,
     );
   }
+  return { type, streamIndex };
 }
 
 module.exports = { nameOf, requireStream };

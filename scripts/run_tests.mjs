@@ -12,7 +12,8 @@
 //
 // With a sanitizer the files below test/js/browser/ are left out unless --with-browser is given: it
 // checks the Node.js processes, which other files test without a page, and makes a browser that
-// draws on the processor too slow on a small machine.
+// draws on the processor too slow on a small machine. So are those of real meetings in which the
+// engine runs nothing that it does not run in the others.
 
 import { spawn, spawnSync } from 'node:child_process';
 import {
@@ -116,9 +117,16 @@ function runNativeTests(environment) {
   else if (cases.length === 0 && !only) addFailure('native tests', 'none was run');
 }
 
-// The engine for real meetings is built with one preset alone, and its tests need the server.
-const hasMeetings = preset === 'release';
+// The engine for real meetings is built with these presets, and its tests need the server.
+const hasMeetings = preset === 'release' || isSanitizer(preset);
 const withMeetings = hasMeetings && spawnSync('janus', ['--version']).error === undefined;
+
+const WITHOUT_SANITIZER = [
+  'test/js/browser/',
+  ...['audio', 'browser', 'doctor', 'endurance', 'relay'].map(
+    (name) => `test/js/webrtc/${name}.test.mjs`,
+  ),
+];
 
 function testFiles() {
   const below = (directory) =>
@@ -128,7 +136,7 @@ function testFiles() {
   return below('test/js')
     .filter((file) => file.endsWith('.test.mjs'))
     .concat(below('test').filter((file) => file.endsWith(`/${preset}.test.mjs`)))
-    .filter((file) => withBrowser || !file.startsWith('test/js/browser/'))
+    .filter((file) => withBrowser || !WITHOUT_SANITIZER.some((start) => file.startsWith(start)))
     .filter((file) => withMeetings || !file.startsWith('test/js/webrtc/'))
     .filter((file) => file.includes(only) && !without.some((text) => file.includes(text)))
     .sort();

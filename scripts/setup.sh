@@ -133,9 +133,11 @@ missing_packages() {
   case $purpose in
     test)
       need ffmpeg has_command ffmpeg
+      case $preset in
+        release | asan | tsan) need openssl has_command openssl ;;
+      esac
       if [[ $preset == release ]]; then
         need coturn has_command turnserver
-        need openssl has_command openssl
         need pulseaudio has_command pulseaudio
         need pulseaudio-utils has_command parec
       fi

@@ -119,7 +119,7 @@ void PeerConnection::watchState() {
 }
 
 void PeerConnection::watchBus() {
-  using Handler = std::function<void(GstMessage*)>;
+  using Handler = Handed<void, GstMessage*>;
   auto* const handler = new Handler([this, post = inbox_.poster()](GstMessage* message) {
     if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
       post([this, reason = messageText(message)] { fail(reason); });
@@ -131,11 +131,11 @@ void PeerConnection::watchBus() {
   gst_bus_set_sync_handler(
       bus.get(),
       [](GstBus*, GstMessage* message, gpointer data) {
-        (*static_cast<Handler*>(data))(message);
+        Handler::call(data, message);
         gst_message_unref(message);
         return GST_BUS_DROP;
       },
-      handler, [](gpointer data) { delete static_cast<Handler*>(data); });
+      handler, Handler::destroy);
 }
 
 void PeerConnection::addSender(GstElement* bin, const std::string& codec) {

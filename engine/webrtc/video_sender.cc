@@ -28,12 +28,12 @@ constexpr const char* kEncoding =
     "rtpvp8pay name=payloader picture-id-mode=15-bit";
 
 BufferPtr bufferOf(const std::shared_ptr<support::Frame>& frame) {
-  using Kept = std::shared_ptr<support::Frame>;
+  using Kept = Handed<void>;
   const support::Size size = frame->size();
   auto* const pixels = const_cast<std::uint8_t*>(frame->frameBuffer());
-  BufferPtr buffer(gst_buffer_new_wrapped_full(
-      GST_MEMORY_FLAG_READONLY, pixels, frame->bytes(), 0, frame->bytes(), new Kept(frame),
-      [](gpointer kept) { delete static_cast<Kept*>(kept); }));
+  BufferPtr buffer(gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, pixels, frame->bytes(), 0,
+                                               frame->bytes(), new Kept([frame] {}),
+                                               Kept::destroy));
   // The rows are tightly packed, which GStreamer's own would not be in any size.
   const support::Size chroma = chromaSize(size);
   std::array<gsize, GST_VIDEO_MAX_PLANES> offsets = {

@@ -25,7 +25,11 @@ WebrtcEngine::WebrtcEngine(support::EngineContext& context,
     : context_(context),
       pool_(std::move(pool)),
       localVideo_(context, pool_),
-      roster_(context.loop, context.notifier, [this] { return people(); }) {
+      roster_(context.loop, context.notifier, [this] { return people(); }),
+      exitGuard_(context.loop, [this] {
+        call_.reset();
+        localVideo_.setCapturing(false);
+      }) {
   // After the notification that initialisation is complete, which the application waits for.
   context_.loop.post([this] { context_.loop.post([this] { warmUp(); }); });
 }
@@ -58,6 +62,7 @@ void WebrtcEngine::connect(const tsl::ConnectParams& params) {
     context_.log->write("call " + std::to_string(callId) + " to " + target.url + ", room " +
                         target.room);
     requireElements();
+    ExitGuard::arm();
     call_ = std::make_unique<Call>(context_, pool_, localVideo_, audioDevices_, callId,
                                    std::move(target), params, [this] { roster_.update(); });
   } catch (const CallFailure& failure) {
@@ -170,3 +175,8 @@ void WebrtcEngine::unregisterEvent(const std::string& name) {
 void WebrtcEngine::collectStatistics(support::Time, tsl::MeetingStats&) {}
 
 }  // namespace webrtc
+
+std::unique_ptr<support::Engine> support::makeEngine(EngineContext& context,
+                                                     std::shared_ptr<FramePool> pool) {
+  return std::make_unique<webrtc::WebrtcEngine>(context, std::move(pool));
+}

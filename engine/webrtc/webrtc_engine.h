@@ -12,6 +12,7 @@
 #include "engine/support/roster.h"
 #include "engine/support/streams/frame_pool.h"
 #include "engine/webrtc/call.h"
+#include "engine/webrtc/exit_guard.h"
 #include "engine/webrtc/local_video.h"
 #include "tesselclient/tesselclient.h"
 
@@ -71,6 +72,7 @@ class WebrtcEngine final : public support::Engine {
   int lastCallId_ = 0;
   std::unique_ptr<Call> call_;  // the present call or the last one
   support::Roster roster_;
+  const ExitGuard exitGuard_;  // last: it uses the rest
 };
 
 }  // namespace webrtc

@@ -49,7 +49,7 @@ const groups = (all) =>
     .join('\n');
 
 function writeConfiguration(directory, options) {
-  const { address, port, securePort, rooms, certificate, administration } = options;
+  const { address, port, securePort, rooms, certificate, administration, reclaimSeconds } = options;
   const write = (name, all) => writeFileSync(path.join(directory, name), groups(all));
   write('janus.jcfg', {
     general: {
@@ -57,7 +57,7 @@ function writeConfiguration(directory, options) {
       plugins_folder: `${LIBRARIES}/plugins`,
       transports_folder: `${LIBRARIES}/transports`,
       admin_secret: administration?.secret ?? crypto.randomUUID(),
-      reclaim_session_timeout: 30,
+      reclaim_session_timeout: reclaimSeconds,
       debug_level: 4,
       debug_colors: false,
     },
@@ -100,20 +100,23 @@ export class JanusServer {
 
   // Resolves when the server listens. `rooms` has the settings of each room by its name. With a
   // `certificate`, { cert_pem, cert_key }, it listens with TLS, too; with an `administration`,
-  // { port, secret }, for its administrator.
+  // { port, secret }, for its administrator. A participant whose connection is lost stays in a room
+  // for `reclaimSeconds`, and may come back meanwhile.
   static async start({
     address = ownAddress(),
     port,
     rooms = {},
     certificate,
     administration,
+    reclaimSeconds = 30,
   } = {}) {
     const server = new JanusServer();
     const ports = {
       port: port ?? (await freePort(address)),
       securePort: certificate && (await freePort(address)),
     };
-    await server.#start({ address, ...ports, rooms, certificate, administration });
+    const others = { rooms, certificate, administration, reclaimSeconds };
+    await server.#start({ address, ...ports, ...others });
     return server;
   }
 

@@ -25,11 +25,11 @@ class FrameSource {
   }
 
   frames(stream, options) {
-    requireStream(stream);
+    const key = requireStream(stream);
     const { rate = 30, signal } = checkOptions(options, ['rate', 'signal'], 'frames');
     const leaving = new AbortController();
-    const frames = this.#poll({ ...stream }, new Pace(rate), [signal, leaving.signal]);
-    // Without this, return() of a generator that waits for a frame would wait for that frame too.
+    const frames = this.#poll(key, new Pace(rate), [signal, leaving.signal]);
+    // By itself a generator that waits for the next frame ends only when that has come.
     for (const name of ['return', 'throw']) {
       const end = frames[name];
       const value = (result) => {

@@ -3,7 +3,7 @@
 const { CallError, ShareError } = require('../errors.js');
 const { shareParams } = require('./parameters.js');
 const { Undertaking } = require('./undertaking.js');
-const { limitsOf } = require('./waits.js');
+const { endOrClosing, limitsOf } = require('./waits.js');
 
 // The statuses that answer requests about sharing.
 const PRESENTATION = { begun: 'started', refused: ['failed', 'denied'], over: 'stopped' };
@@ -68,8 +68,8 @@ class Sharing {
       this.#wrapper[operation]();
       undertaking.ask('end');
     };
-    this.#waits.requireOpen();
-    if (undertaking.isPossible) await this.#answer(operation, judge, ask, limits);
+    this.#waits.requireBeginning(limits);
+    if (undertaking.isPossible) await endOrClosing(this.#answer(operation, judge, ask, limits));
   }
 
   // Requests an operation that is answered by a screenShareStatus or by the end of the call.

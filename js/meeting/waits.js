@@ -2,7 +2,7 @@
 
 const { abortable, pause } = require('../abortable.js');
 const clocks = require('../clocks.js');
-const { TimeoutError, withFramesOf } = require('../errors.js');
+const { ClosedError, TimeoutError, withFramesOf } = require('../errors.js');
 const { requireEventName } = require('../event_names.js');
 const { checkOptions } = require('../options.js');
 
@@ -10,6 +10,17 @@ const { checkOptions } = require('../options.js');
 function limitsOf(options, operation) {
   const { signal, timeout } = checkOptions(options, ['signal', 'timeout'], operation);
   return { signals: [signal], timeout };
+}
+
+// The result of `wait` for the end of something, or undefined when the closing of the meeting has ended
+// it: who leaves and closes in one breath has done nothing wrong.
+async function endOrClosing(wait) {
+  try {
+    return await wait;
+  } catch (error) {
+    if (error instanceof ClosedError) return undefined;
+    throw error;
+  }
 }
 
 // Promises for the events of one meeting, all of which reject when it is closed.
@@ -27,8 +38,9 @@ class Waits {
     return this.#closing.aborted;
   }
 
-  requireOpen() {
-    this.#closing.throwIfAborted();
+  // Throws where until() with these limits would not begin.
+  requireBeginning({ signals }) {
+    for (const signal of [this.#closing, ...signals]) signal?.throwIfAborted();
   }
 
   // The payload of the next event of this name that `where` accepts. The application may create the
@@ -92,4 +104,4 @@ class Waits {
   }
 }
 
-module.exports = { Waits, limitsOf };
+module.exports = { Waits, endOrClosing, limitsOf };

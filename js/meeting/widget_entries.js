@@ -41,15 +41,18 @@ class WidgetEntries {
   // Resolves with the names of the main segment.
   async enter(stream, options) {
     this.#closing.throwIfAborted();
-    requireStream(stream);
+    const key = requireStream(stream);
     const { signal } = checkOptions(options, ['signal'], 'enterWidgetMode');
-    const name = nameOf(stream);
+    requireEntry(key);
+    signal?.throwIfAborted();
+    const name = nameOf(key);
     if (!this.#entered.has(name)) {
       this.#requirePresent(name);
+      this.#sharedNames(); // throws where there are none
       const entry = this.#waiting.get(name) ?? new AbortController();
       this.#waiting.set(name, entry);
       const signals = [signal, this.#closing, entry.signal];
-      await makeSegment(name, () => this.#enter(name, stream), signals);
+      await makeSegment(name, () => this.#enter(name, key), signals);
     }
     return this.#sharedNames();
   }
@@ -66,17 +69,17 @@ class WidgetEntries {
     for (const stream of this.#entered.values()) this.exit(stream);
   }
 
+  // After the wait, in which what was judged before may have changed.
   #enter(name, stream) {
     if (this.#entered.has(name)) return;
     this.#requirePresent(name);
-    requireEntry(stream);
     const names = this.#sharedNames();
     this.#wrapper.enterWidgetMode(stream);
     if (!hasFrameMemory(names, stream)) {
       this.#wrapper.exitWidgetMode(stream);
       throw new Error(`The stream ${name} has not entered widget mode. ${NO_FRAME_MEMORY}`);
     }
-    this.#entered.set(name, { ...stream });
+    this.#entered.set(name, stream);
   }
 
   #requirePresent(name) {

@@ -241,7 +241,15 @@ test('these tests find every member of the declarations', () => {
   assert.deepEqual(complaintsIn('members.mts'), []);
 });
 
-test('the declared events and payloads are those that the addon emits', () => {
+test('the options that are declared are those that are checked', () => {
+  const declared = ['Limits', 'WaitOptions', 'FrameOptions'].flatMap(
+    (name) => declarations().get(name).members,
+  );
+  const { OPTION_NAMES } = requireFace('./options.js');
+  assert.deepEqual([...new Set(declared)].sort(), [...OPTION_NAMES].sort());
+});
+
+test('the events and their payloads are those that the addon emits', () => {
   assert.equal(EVENT_SHAPES.length, 14);
   assert.deepEqual(
     [...EVENT_SHAPES.map(({ name }) => name), 'participants'].sort(),

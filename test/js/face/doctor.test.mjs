@@ -2,7 +2,7 @@
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { chmodSync, copyFileSync, cpSync, mkdirSync, writeFileSync } from 'node:fs';
+import { chmodSync, copyFileSync, cpSync, existsSync, mkdirSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
@@ -183,7 +183,26 @@ test('the doctor runs every check', () => {
   assert.match(texts(examine()).at(-1), /left over/);
 });
 
-test('an unknown command prints the usage', () => {
+test('cleaning is answered also where there are no rights, and asking alone ends with them', (t) => {
+  const directory = path.join(temporaryDirectory(t), 'shm');
+  const { length } = examine({ directory });
+  assert.equal(length, 4);
+  const findings = examine({ directory, cleaning: true });
+  assert.equal(findings.length, length + 1);
+  assert.match(findings.at(-1).text, /^cannot remove what is left over: ENOENT/);
+  assert.equal(findings.at(-1).rank, 'bad');
+  // Where everybody may remove everybody's files, so may this user.
+  mkdirSync(directory);
+  chmodSync(directory, 0o777);
+  const file = path.join(directory, `SHM${'a'.repeat(25)}`);
+  writeFileSync(file, Buffer.alloc(26_572));
+  const [rights, cleaned] = examine({ directory, cleaning: true }).slice(-2);
+  assert.equal(rights.rank, 'bad');
+  assert.deepEqual([cleaned.rank, cleaned.text.split('\n').at(-1)], ['good', file]);
+  assert.equal(existsSync(file), false);
+});
+
+test('anything but its commands is answered with the usage', () => {
   for (const args of [
     [],
     ['constructor'],

@@ -10,16 +10,24 @@ import { runInChild } from '../../support/child.mjs';
 const RELEASE = path.join(repository, 'build', 'release');
 
 // What requiring these modules of the package one after the other says, without loading an addon:
-// the path at which it would be looked for, or the error.
+// the path at which it would be looked for, or the error. Behind 'copy' they are others of the same
+// name, as after a test runner has reset its modules.
 function chosen(imports, environment = {}) {
   const { said, stderr } = runInChild(
     ({ say }) => {
       const { createRequire } = require('node:module');
       const requireFace = createRequire(process.argv[1]);
-      const face = requireFace.resolve('./js/face.js');
-      requireFace.cache[face] = { id: face, filename: face, loaded: true, exports: {} };
+      const file = requireFace.resolve('./js/face.js');
+      const face = { id: file, filename: file, loaded: true, exports: {} };
+      requireFace.cache[file] = face;
       try {
-        for (const name of process.argv.slice(2)) requireFace(name);
+        for (const name of process.argv.slice(2)) {
+          if (name !== 'copy') requireFace(name);
+          else {
+            for (const loaded of Object.keys(requireFace.cache)) delete requireFace.cache[loaded];
+            requireFace.cache[file] = face;
+          }
+        }
         say(requireFace('./js/load_addon.js').addonPath());
       } catch ({ message }) {
         say(message);
@@ -74,7 +82,15 @@ test('a process uses one engine only', () => {
   );
 });
 
-test('an unknown engine is rejected, with its name in the message', () => {
+test('a process has one engine also when it has several copies of the package', () => {
+  assert.equal(
+    chosen(['./js/index.js', 'copy', './js/webrtc.js']),
+    'This process uses the embedded engine already, and can use no other: "tessel-wrapper/webrtc" cannot be imported beside "tessel-wrapper".',
+  );
+  assert.equal(chosen(['./js/webrtc.js', 'copy']), WEBRTC);
+});
+
+test('an engine that there is not is refused by its name', () => {
   assert.equal(
     chosen(['./js/index.js'], { TESSEL_WRAPPER_ENGINE: 'steam' }),
     'TESSEL_WRAPPER_ENGINE names the engine "steam": it has to be embedded or webrtc.',

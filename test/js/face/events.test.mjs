@@ -1,6 +1,7 @@
 // Events and answers of a meeting on the scripted engine, which the test controls.
 
 import assert from 'node:assert/strict';
+import { EventEmitter } from 'node:events';
 import { setImmediate } from 'node:timers/promises';
 import { after, afterEach, before, beforeEach, describe, test } from 'node:test';
 import { inspect } from 'node:util';
@@ -139,8 +140,10 @@ describe('the events of a meeting', () => {
     assert.deepEqual(engine.operations(), []);
   });
 
-  test('an invalid signal is rejected, and the engine is not called', async () => {
-    for (const signal of ['now', null, new AbortController()]) {
+  test('a signal that is none is refused, and the engine is not asked', async () => {
+    const emitter = new EventTarget();
+    Object.assign(emitter, { aborted: false, throwIfAborted() {} });
+    for (const signal of ['now', null, new AbortController(), { aborted: false }, emitter]) {
       const refusal = {
         name: 'TypeError',
         message: `Wrong signal ${inspect(signal, { depth: 0 })}, expected an AbortSignal`,
@@ -151,11 +154,46 @@ describe('the events of a meeting', () => {
       await assert.rejects(meeting.enterWidgetMode(remote(0), { signal }), refusal);
       assert.throws(() => meeting.events(['micLevel'], { signal }), refusal);
       assert.throws(() => meeting.frames({ type: 'remote', streamIndex: 0 }, { signal }), refusal);
+      for (const ask of Object.values(ENDINGS)) await assert.rejects(ask({ signal }), refusal);
     }
     assert.deepEqual(engine.operations(), []);
   });
 
-  test('options of the wrong type or with unknown names are rejected, and the engine is not called', async () => {
+  test('events with a signal that is none has not begun to listen', (t) => {
+    const { mock } = t.mock.method(EventEmitter.prototype, 'prependListener');
+    meeting.events(['micLevel']).return();
+    assert.equal(mock.callCount(), 1);
+    assert.throws(() => meeting.events(['micLevel'], { signal: { aborted: false } }));
+    assert.equal(mock.callCount(), 1);
+  });
+
+  // What settles at once when there is nothing to end.
+  const ENDINGS = {
+    leave: (limits) => meeting.leave(limits),
+    stopPresentation: (limits) => meeting.stopPresentation(limits),
+    releaseContentShareToken: (limits) => meeting.releaseContentShareToken(limits),
+  };
+
+  for (const [name, ask] of Object.entries(ENDINGS)) {
+    test(`${name} with a signal that was aborted before rejects, and the engine is not asked`, async () => {
+      const given = (signal) => assert.rejects(ask({ signal }), { name: 'AbortError' });
+      await given(AbortSignal.abort());
+      assert.deepEqual(engine.operations(), []);
+      await join();
+      // So that there may be something to end.
+      for (const begun of [
+        meeting.requestContentShareToken(),
+        meeting.startPresentation({ type: 'screen' }),
+      ]) {
+        begun.catch(() => {});
+      }
+      const before = engine.operations();
+      await given(AbortSignal.abort());
+      assert.deepEqual(engine.operations(), before);
+    });
+  }
+
+  test('options that are none, or misspelt, are refused, and the engine is not asked', async () => {
     const stream = remote(0);
     const limits = ['signal', 'timeout'];
     const operations = {
@@ -516,7 +554,23 @@ describe('the events of a meeting', () => {
     );
   });
 
-  test('a share that is pending when the call ends rejects with the end of the call', async () => {
+  test('what cannot enter widget mode is refused before the wait for the next second', async (t) => {
+    mockClocks(t, { apis: ['Date'], now: Date.now() });
+    added(50);
+    await meeting.waitFor('streamAdded');
+    // The second one would wait for ever: the clock stands still.
+    for (let attempt = 0; attempt < 2; attempt += 1) {
+      await assert.rejects(meeting.enterWidgetMode(remote(50)), {
+        name: 'RangeError',
+        message:
+          'The stream remote-50 cannot enter widget mode: that is for remote streams from 0 to 49',
+      });
+    }
+    engine.fire('NotifyStreamRemoved', remote(50), 7);
+    await meeting.waitFor('streamRemoved');
+  });
+
+  test('a share that the end of the call overtakes rejects with that', async () => {
     await join();
     const answer = meeting.requestContentShareToken();
     engine.fire('NotifyCallDisconnect', 1, 'the call was dropped', 503);

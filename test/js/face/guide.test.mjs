@@ -1,7 +1,8 @@
 // The examples of the guide: each is a program that runs to its end.
 
 import assert from 'node:assert/strict';
-import { spawnSync } from 'node:child_process';
+import { spawn, spawnSync } from 'node:child_process';
+import { once } from 'node:events';
 import { existsSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
@@ -164,6 +165,9 @@ function cardIn(luminance, height) {
   return readCard({ width, height, yPlaneBuffer, yPlaneBufferStride: width })?.number;
 }
 
+// A sanitizer's runtime is for node alone.
+const NODE_ALONE = { '{ stdio:': "{ env: { ...process.env, LD_PRELOAD: '' }, stdio:" };
+
 test('recorder.mjs keeps its rate through a mute and a change of size', () => {
   const small = `{
     VideoStreamState: {
@@ -186,8 +190,7 @@ test('recorder.mjs keeps its rate through a mute and a change of size', () => {
       }`,
     'let written = 0;': 'let smallOnes = 0; let written = 0;',
     '&leave=0@3': '',
-    // A sanitizer's runtime is for node alone.
-    '{ stdio:': "{ env: { ...process.env, LD_PRELOAD: '' }, stdio:",
+    ...NODE_ALONE,
   });
   writeFileSync(path.join(directory, 'recorded.mjs'), source);
   const said = expectRun('recorded.mjs', []);
@@ -207,4 +210,45 @@ test('recorder.mjs keeps its rate through a mute and a change of size', () => {
       assert.equal(cardIn(picture, height || 360), height === 0 ? 'black' : number);
     }
   });
+});
+
+for (const [what, replacements, ending] of [
+  ['fails', { "'libx264'": "'nothing'" }, 'Error: ffmpeg ended with 1'],
+  [
+    'is killed',
+    { 'return { width,': "ffmpeg.kill('SIGKILL'); return { width," },
+    'Error: ffmpeg ended with SIGKILL',
+  ],
+  ['is not there', { "'ffmpeg',": "'no-ffmpeg'," }, 'Error: spawn no-ffmpeg ENOENT'],
+]) {
+  test(`recorder.mjs fails when ffmpeg ${what}`, () => {
+    const source = variant('recorder.mjs', { '&leave=0@3': '', ...NODE_ALONE, ...replacements });
+    writeFileSync(path.join(directory, 'failing.mjs'), source);
+    const { status, stdout, stderr } = run('failing.mjs');
+    assert.equal(status, 1, stderr);
+    assert.ok(stderr.includes(ending), stderr);
+    assert.deepEqual(filesNamedIn(stdout.split('\n')).filter(existsSync), []);
+  });
+}
+
+test('recorder.mjs ends well by Ctrl-C, which a terminal sends to all of its group', async () => {
+  const source = variant('recorder.mjs', {
+    '&leave=0@3': '',
+    ...NODE_ALONE,
+    'start ??= frame.receivedAt;': `
+      start ??= frame.receivedAt;
+      if (written >= 10) process.kill(-process.pid, 'SIGINT');`,
+  });
+  const file = path.join(directory, 'interrupted.mjs');
+  writeFileSync(file, source);
+  // The first of a group of its own.
+  const child = spawn(process.execPath, [file], { cwd: directory, detached: true });
+  let said = '';
+  child.stdout.on('data', (data) => (said += data));
+  let complaints = '';
+  child.stderr.on('data', (data) => (complaints += data));
+  const outcome = await once(child, 'close');
+  assert.deepEqual([...outcome, complaints], [0, null, '']);
+  const [, written] = said.match(/^pictures: (\d+)$/m);
+  assert.equal(luminanceOf(path.join(directory, 'recording.ts')).length, Number(written));
 });

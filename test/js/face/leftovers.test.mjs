@@ -2,7 +2,7 @@
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import {
+import fs, {
   closeSync,
   existsSync,
   mkdirSync,
@@ -100,7 +100,28 @@ test('cleaning removes the leftovers only, and lists them', (t) => {
   assert.equal(checkLeftovers(directory).text, 'no segments are left over');
 });
 
-test('a file that a process has open but not mapped is not a leftover', (t) => {
+test('cleaning says what it cannot remove and why, and removes the rest', (t) => {
+  const { directory, ours } = makeDirectory(t);
+  const [kept, ...gone] = ours;
+  const { unlinkSync } = fs;
+  t.mock.method(fs, 'unlinkSync', (file) => {
+    if (file === kept) throw new Error(`EPERM: operation not permitted, unlink '${file}'`);
+    unlinkSync(file);
+  });
+  assert.deepEqual(clean(directory), {
+    rank: 'bad',
+    text: [
+      'cannot remove 1 name:',
+      `EPERM: operation not permitted, unlink '${kept}'`,
+      'removed 5 names that no process used:',
+      ...gone,
+    ].join('\n'),
+    advice: undefined,
+  });
+  assert.deepEqual(ours.filter(existsSync), [kept]);
+});
+
+test('what a process has only open, as one that is about to map it, is not left over', (t) => {
   const directory = temporaryDirectory(t);
   const file = makeFile(directory, OURS[0]);
   const descriptor = openSync(file);

@@ -1,7 +1,7 @@
 // Meetings on the embedded engine: joining, leaving, sharing, widget mode, closing.
 
 import assert from 'node:assert/strict';
-import { existsSync, readdirSync, readFileSync, statSync } from 'node:fs';
+import { existsSync, readdirSync, readFileSync, rmSync, statSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
@@ -526,7 +526,34 @@ test('closing rejects pending waits, ends loops, and may be repeated', async (t)
   assert.deepEqual(await meeting.events(['micLevel']).next(), { done: true, value: undefined });
 });
 
-test('closing settles pending waits even when the engine fails to shut down', () => {
+test('closing ends what only waits for an end as if that had been told', async (t) => {
+  for (const end of ['leave', 'stopPresentation', 'releaseContentShareToken']) {
+    const meeting = await joinMeeting(t, 'tessel:demo');
+    await meeting.requestContentShareToken();
+    await meeting.startPresentation({ type: 'screen' });
+    const controller = new AbortController();
+    const givenUp = meeting[end]({ signal: controller.signal });
+    const answer = meeting[end]();
+    controller.abort(new Error('enough'));
+    meeting.close();
+    assert.equal(await answer, undefined, end);
+    await assert.rejects(givenUp, { message: 'enough' });
+  }
+});
+
+test('a process that leaves and closes without awaiting ends well', () => {
+  const child = runInChild(
+    async ({ joinMeeting: join }) => {
+      const meeting = await join(undefined, 'tessel:demo');
+      meeting.leave();
+      meeting.close();
+    },
+    { modules: ['./support/face.mjs'] },
+  );
+  assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
+});
+
+test('closing ends what waits also when the engine fails to go', () => {
   const child = runInChild(
     async (scripted, { openMeeting: open, face: { frameCounters: counters } }, { say }) => {
       const meeting = await open();
@@ -728,7 +755,26 @@ test('a stream that leaves widget mode before it has entered it does not enter',
   assert.deepEqual(frameSegments(), []);
 });
 
-test('closing rejects a pending entry into widget mode', async (t) => {
+test('a meeting without its memory refuses an entry before the wait for the next second', async (t) => {
+  stopTheClock(t);
+  const meeting = await joinMeeting(t, 'tessel:demo?participants=1', 1);
+  const names = await meeting.enterWidgetMode(REMOTE);
+  meeting.exitWidgetMode(REMOTE);
+  rmSync(`/dev/shm${names.shm_name}`);
+  await assert.rejects(meeting.enterWidgetMode(REMOTE), {
+    message: /^The memory of the meeting is not there, or not any more/,
+  });
+});
+
+test('a stream that is in widget mode answers no signal that was aborted before', async (t) => {
+  const meeting = await joinMeeting(t, 'tessel:demo?participants=1', 1);
+  await meeting.enterWidgetMode(REMOTE);
+  const signal = AbortSignal.abort();
+  await assert.rejects(meeting.enterWidgetMode(REMOTE, { signal }), { name: 'AbortError' });
+  assert.equal(frameSegments().length, 1);
+});
+
+test('closing ends an entry into widget mode that waits', async (t) => {
   stopTheClock(t);
   const meeting = await joinMeeting(t, 'tessel:demo?participants=1', 1);
   await meeting.enterWidgetMode(REMOTE);

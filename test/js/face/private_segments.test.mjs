@@ -105,7 +105,57 @@ test('a clock that was set back makes no segment wait', async (t) => {
   assert.deepEqual(made, [now + 3_600_000, now]);
 });
 
-test('no segment is made when the signal is already aborted', async (t) => {
+test('a second that has been before is waited for when the clock is set back into it', async (t) => {
+  stopTheClock(t, 400);
+  const start = Date.now();
+  const made = [];
+  const make = () => made.push(Date.now() - start);
+  await makeSegment('again', make);
+  t.mock.timers.setTime(start + 1000);
+  await makeSegment('again', make);
+  t.mock.timers.setTime(start);
+  const again = makeSegment('again', make);
+  const untouched = makeSegment('untouched', make);
+  t.mock.timers.tick(620);
+  await setImmediate();
+  assert.deepEqual(made, [0, 1000, 0]);
+  t.mock.timers.tick(1000);
+  await Promise.all([again, untouched]);
+  assert.deepEqual(made, [0, 1000, 0, 1620]);
+});
+
+test('what took some seconds to be made may have its name from each of them', async (t) => {
+  stopTheClock(t, 0);
+  const start = Date.now();
+  const made = [];
+  const make = () => made.push(Date.now() - start);
+  await makeSegment('slow', () => t.mock.timers.setTime(start + 2400));
+  // The system counts the second before the first one for a moment.
+  for (const second of [-1, 0, 1, 2]) {
+    t.mock.timers.setTime(start + second * 1000 + 500);
+    makeSegment('slow', make);
+    await setImmediate();
+    assert.deepEqual(made, []);
+  }
+  t.mock.timers.setTime(start - 1500);
+  await makeSegment('slow', make);
+  assert.deepEqual(made, [-1500]);
+});
+
+test('a clock that is set back while a segment is made leaves no time to be waited for', async (t) => {
+  stopTheClock(t);
+  const start = Date.now();
+  await makeSegment('during', () => t.mock.timers.setTime(start - 10_000));
+  const made = [];
+  for (const second of [-10, -5, 0]) {
+    t.mock.timers.setTime(start + second * 1000);
+    makeSegment('during', () => made.push(second));
+    await setImmediate();
+  }
+  assert.deepEqual(made, [-5]);
+});
+
+test('a signal that was aborted before keeps it from being made', async (t) => {
   stopTheClock(t);
   const signals = [undefined, AbortSignal.abort(new Error('enough'))];
   await assert.rejects(

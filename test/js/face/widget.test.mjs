@@ -191,7 +191,81 @@ test('closing ends watches and refuses reads and further watches; disposing clos
   assert.equal(other.isClosed, true);
 });
 
-test('invalid streams, callbacks and options are rejected, and the widget can still be closed', async () => {
+// Of another reader: that of a stream which stays locked sees no new picture.
+async function expectUnlockedFor(other) {
+  const seen = new Set();
+  while (seen.size < 3) {
+    other.read(STREAM, (frame) => seen.add(readCard(frame).number));
+    await new Promise(setImmediate);
+  }
+}
+
+for (const [what, end] of Object.entries({
+  'a stream that its callback removes': () => widget.remove(STREAM),
+  'a widget that its callback closes': () => widget.close(),
+  'a widget whose callback closes it and throws': () => {
+    widget.close();
+    throw new Error('mine');
+  },
+})) {
+  test(`${what} goes when the callback has returned, and is not left locked`, async (t) => {
+    const other = new Widget(names);
+    t.after(() => other.close());
+    await expectUnlockedFor(other);
+    let length;
+    await readFirst((frame) => {
+      try {
+        end();
+      } finally {
+        length = frame.yPlaneBuffer.length;
+      }
+      return true;
+    }).catch((error) => assert.equal(error.message, 'mine'));
+    assert.equal(length, 640 * 360);
+    const { delivered, released } = widget.counters()[0];
+    assert.deepEqual([delivered, released], [1, 1]);
+    await expectUnlockedFor(other);
+    const late = new Widget(names);
+    t.after(() => late.close());
+    assert.equal(
+      late.read(STREAM, () => true),
+      undefined,
+      'its names are gone',
+    );
+  });
+}
+
+test('a watch whose callback closes the widget ends', async () => {
+  const watching = widget.watch(STREAM, () => widget.close(), { rate: 100 });
+  assert.equal(await watching, undefined);
+  assert.equal(widget.isClosed, true);
+});
+
+test('a stream is not read in the callback that reads it, and others are', async () => {
+  await readFirst((frame) => {
+    assert.throws(() => widget.read(STREAM, () => true), {
+      message: 'The picture of remote-0 is being read: its callback must not read it again',
+    });
+    assert.equal(
+      widget.read({ type: 'content', streamIndex: 0 }, () => true),
+      undefined,
+    );
+    assert.equal(frame.yPlaneBuffer.length, 640 * 360);
+    return true;
+  });
+  await expectReleased();
+});
+
+test('a stream that its callback changes is released as it was given', async (t) => {
+  const other = new Widget(names);
+  t.after(() => other.close());
+  await expectUnlockedFor(other);
+  const given = { ...STREAM };
+  while (!widget.read(given, () => (given.streamIndex = 7))) await new Promise(setImmediate);
+  await expectUnlockedFor(other);
+});
+
+test('streams, callbacks and options that are none are refused, and closing is as before', async () => {
   const none = { type: 'Remote', streamIndex: 0 };
   const noStream = {
     name: 'TypeError',

@@ -36,7 +36,7 @@ export function counted() {
 // The counts once nothing is left to collect: as `expected`, or after a hundred collections. What a
 // finalizer lets go of may be collected in its turn, and a thread that was joined is counted until
 // the system has taken it away. Where nothing is expected they are to stay the same.
-async function settledCounts(expected) {
+export async function settledCounts(expected) {
   let counts;
   for (let round = 0; round < MOST_COLLECTIONS; ++round) {
     const before = counts;

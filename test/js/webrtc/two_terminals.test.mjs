@@ -1,15 +1,20 @@
 // Two example applications in a room of a real SFU, each with its page in a browser.
 
 import assert from 'node:assert/strict';
+import path from 'node:path';
 import { before, test } from 'node:test';
 
+import { build } from '../../support/build.mjs';
 import { openBrowser } from '../../support/meeting_app/browser.mjs';
 import { startMeetingApp } from '../../support/meeting_app/meeting_app.mjs';
 import { cardIn, openPage, tile } from '../../support/meeting_app/meeting_page.mjs';
 import { startServer } from '../../support/webrtc_room.mjs';
 
-// The uri alone selects the engine, so the package has to find its own build of the addon.
-const ENVIRONMENT = { TESSEL_WRAPPER_ADDON: undefined, PULSE_SERVER: 'unix:/nowhere' };
+// The build under test, and no sound server.
+const ENVIRONMENT = {
+  TESSEL_WRAPPER_ADDON: path.join(build, 'webrtc', 'tesselWrapper.node'),
+  PULSE_SERVER: 'unix:/nowhere',
+};
 
 let browser;
 before(async (t) => {

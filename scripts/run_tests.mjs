@@ -122,7 +122,9 @@ const withMeetings = hasMeetings && spawnSync('janus', ['--version']).error === 
 
 const WITHOUT_SANITIZER = [
   'test/js/browser/',
-  ...['audio', 'browser', 'doctor', 'endurance', 'relay'].map((name) => `test/js/webrtc/${name}.test.mjs`),
+  ...['audio', 'browser', 'doctor', 'endurance', 'relay'].map(
+    (name) => `test/js/webrtc/${name}.test.mjs`,
+  ),
 ];
 
 function testFiles() {

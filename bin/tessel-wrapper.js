@@ -1,9 +1,9 @@
 #!/usr/bin/env node
 'use strict';
 
-// npx tessel-wrapper doctor            looks for what keeps the package from working, and says what
-//                                      to do
-// npx tessel-wrapper doctor --clean    does so, and removes what killed processes left in /dev/shm
+// npx tessel-wrapper doctor            checks that the package can work, and advises about problems
+// npx tessel-wrapper doctor --clean    does so, and removes the leftovers of killed processes in
+//                                      /dev/shm
 // npx tessel-wrapper build             builds the addon and the embedded engine
 
 const { spawnSync } = require('node:child_process');

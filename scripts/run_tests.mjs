@@ -1,18 +1,19 @@
-// node scripts/run_tests.mjs PRESET [--only TEXT] [--without TEXT]... [--javascript] [--with-browser]
+// node scripts/run_tests.mjs PRESET [--only TEXT] [--without TEXT]... [--javascript]
+// [--with-browser]
 //
 // Runs the native tests of build/PRESET through CTest, then every test/js/**/*.test.mjs, and every
-// test/**/PRESET.test.mjs, in a node process of its own, and ends with one line 'N passed, N failed'
-// for both. These are failures too:
-// a runner that crashes or finds no tests, a file that ends before its tests did, a skipped test,
-// and a sanitizer's report in any process, even one whose outcome the tests ignore.
+// test/**/PRESET.test.mjs, in a node process of its own, and ends with one line 'N passed, N
+// failed' for both. These are failures too: a runner that crashes or finds no tests, a file that
+// ends before its tests did, a skipped test, and a sanitizer's report in any process, even one
+// whose result the tests ignore.
 //
 // --only TEXT keeps the native tests and the test files whose name contains TEXT, --without TEXT
 // leaves out test files whose name does, and --javascript the native tests.
 //
 // With a sanitizer the files below test/js/browser/ are left out unless --with-browser is given: it
-// watches node's processes, which other files test without a page, and slows them down so much that
-// little of a small machine is left for a browser that draws on the processor. So are those of real
-// meetings in which the engine runs nothing that it does not run in the others.
+// checks the Node.js processes, which other files test without a page, and makes a browser that
+// draws on the processor too slow on a small machine. So are those of real meetings in which the
+// engine runs nothing that it does not run in the others.
 
 import { spawn, spawnSync } from 'node:child_process';
 import {
@@ -30,7 +31,7 @@ import { parseArgs } from 'node:util';
 import { isSanitizer, sanitizerEnvironment } from './sanitizer_environment.mjs';
 
 const PARALLEL = 2;
-// Far above what any test takes, also under a sanitizer: it ends what would never end.
+// Far longer than any test takes, even under a sanitizer: it ends a process that hangs.
 const TIME_LIMIT_SECONDS = 600;
 
 const root = fileURLToPath(new URL('..', import.meta.url));
@@ -76,7 +77,7 @@ rmSync(results, { recursive: true, force: true });
 mkdirSync(reports, { recursive: true });
 
 const total = { passed: 0, failed: 0 };
-// One text for each thing that went wrong, shown again at the end.
+// One text for each failure, shown again at the end.
 const complaints = [];
 
 function addCounts(name, { passed, failed, failures }) {
@@ -141,8 +142,8 @@ function testFiles() {
     .sort();
 }
 
-// Resolves when the process has ended and its output, kept in a file so that nothing is lost when
-// it crashes, has been shown.
+// Resolves when the process has ended and its output was shown. The output is kept in a file, so
+// that nothing is lost when the process crashes.
 async function runTestFile(file, environment) {
   const base = path.join(results, file.replaceAll('/', '.'));
   const output = openSync(`${base}.log`, 'w');

@@ -14,6 +14,7 @@
 #include "engine/support/roster.h"
 #include "engine/support/task_loop.h"
 #include "engine/webrtc/audio_devices.h"
+#include "engine/webrtc/audio_level.h"
 #include "engine/webrtc/call_end.h"
 #include "engine/webrtc/call_uri.h"
 #include "engine/webrtc/inbox.h"
@@ -51,6 +52,7 @@ class Call {
   std::vector<support::Person> people() const;
 
   void setRemoteAudioMuted(bool isMuted);
+  void setIncoming(Incoming incoming);
   // What the others are to know.
   void setAudioMuted(bool isMuted);
   void setVideoMuted(bool isMuted);
@@ -87,7 +89,9 @@ class Call {
 
   State state_ = State::kConnecting;
   OwnState ownState_;
+  SpeechDetector ownSpeech_;
   bool isRemoteAudioMuted_ = false;
+  Incoming incoming_;
   Json room_;  // what every request to the room is to say
   Json ownId_;
   Inbox inbox_;

@@ -30,6 +30,7 @@ class LocalVideo {
   void setCapturing(bool isCapturing);
   void setMuted(bool isMuted);
   bool isMuted() const { return isMuted_; }
+  bool isShowing() const { return isCapturing_ && !isMuted_; }
   // How the camera films. What no camera can do is logged and changes nothing.
   void select(const tsl::VideoDevice& camera);
   // What takes the place of a camera; nothing in particular outside a call.

@@ -74,6 +74,7 @@ void WebrtcEngine::connect(const tsl::ConnectParams& params) {
   }
   setMuted(params.mediaStreamState.outgoingAudioMuted, params.mediaStreamState.outgoingVideoMuted);
   call_->setRemoteAudioMuted(isRemoteAudioMuted_);
+  tellVideoMuted();
   call_->join();
 }
 
@@ -94,8 +95,12 @@ void WebrtcEngine::disconnect() {
 
 void WebrtcEngine::muteLocalVideo(bool mute) {
   localVideo_.setMuted(mute);
-  if (call_) call_->setVideoMuted(mute);
+  tellVideoMuted();
   context_.notifier.notify(&INotifyCallback::NotifyMediaMuteState, MediaType::kVideo, mute);
+}
+
+void WebrtcEngine::tellVideoMuted() {
+  if (call_) call_->setVideoMuted(!localVideo_.isShowing());
 }
 
 void WebrtcEngine::muteLocalAudio(bool mute) {
@@ -109,12 +114,16 @@ void WebrtcEngine::muteRemoteAudio(bool mute) {
   if (call_) call_->setRemoteAudioMuted(mute);
 }
 
-void WebrtcEngine::enableCamera(bool enable) { localVideo_.setCapturing(enable); }
+void WebrtcEngine::enableCamera(bool enable) {
+  localVideo_.setCapturing(enable);
+  tellVideoMuted();
+}
 
 void WebrtcEngine::setAudioDebug(bool) {}
 
 void WebrtcEngine::updateMediaState(const tsl::MediaStreamState& state) {
   setMuted(state.outgoingAudioMuted, state.outgoingVideoMuted);
+  if (call_) call_->setIncoming(incomingOf(state));
 }
 
 void WebrtcEngine::setMuted(bool isAudioMuted, bool isVideoMuted) {

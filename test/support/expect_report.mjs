@@ -7,8 +7,8 @@ import { fileURLToPath } from 'node:url';
 
 const SEEDED_BUG = fileURLToPath(new URL('./processes/seeded_bug.mjs', import.meta.url));
 
-// Commits a bug of the addon in a process of its own, with the options of every process of the run,
-// save that the report is written where it does not fail the run.
+// Runs a bug of the addon in a separate process, with the options of every process of the run, except
+// that the report is written to another place, where it does not fail the run.
 export function expectReport(bug, text, { addon = 'canary' } = {}) {
   const reports = mkdtempSync(path.join(tmpdir(), 'tessel_canary_'));
   try {

@@ -8,8 +8,10 @@ import { text } from 'node:stream/consumers';
 import { fileURLToPath } from 'node:url';
 
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
+import { remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { openMember, remote, startServer } from '../../support/webrtc_room.mjs';
+import { remote } from '../../support/streams.mjs';
+import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const program = fileURLToPath(
   new URL('../../support/processes/ending_member.mjs', import.meta.url),

@@ -1,11 +1,12 @@
-// Calls that may use relays alone.
+// Calls that may use relays only.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 import { setTimeout as delay } from 'node:timers/promises';
 
+import { remote } from '../../support/streams.mjs';
 import { startTurnServer } from '../../support/turn_server.mjs';
-import { openMember, remote, startServer } from '../../support/webrtc_room.mjs';
+import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 // What the relay had passed on has been shown by then.
 const OUT_OF_THE_WAY_MS = 500;
@@ -13,7 +14,7 @@ const OUT_OF_THE_WAY_MS = 500;
 const STOPPED_MS = 1000;
 
 for (const protocol of ['udp', 'tcp']) {
-  test(`pictures go through a relay that is reached over ${protocol}`, async (t) => {
+  test(`pictures are received through a relay over ${protocol}`, async (t) => {
     const server = await startServer(t, { rooms: { meeting: {} } });
     const { used, stop, goOn, ...relay } = await startTurnServer(t);
     const turnServers = [{ ...relay, protocol, fqdn: '', priority: 0, bandwidth: 0 }];

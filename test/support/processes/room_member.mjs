@@ -1,4 +1,4 @@
-// A process that joins a room of a real SFU with the WebRTC engine, and does what a test says.
+// A process that joins a room of a real SFU with the WebRTC engine, and runs a test's commands.
 
 import { EventEmitter, once } from 'node:events';
 import { readFileSync, readdirSync } from 'node:fs';
@@ -153,10 +153,27 @@ obey({
     return settledCounts(expected);
   },
 
-  // The payload of the first event of this name, past or to come, that has these values.
+  // The payload of the first past or future event of this name that has these values.
   async seen(name, part = {}) {
     const place = await eventFrom(0, ([each, payload]) => each === name && contains(payload, part));
     return events[place][1];
+  },
+
+  // The participant of this name, once the newest event "participants" has one with these values.
+  async knows(name, part = {}) {
+    if (!events.some(([, { eventName }]) => eventName === 'participants')) {
+      wrapper.registerEvent({
+        ...{ eventName: 'participants', expires: 3600 },
+        ...{ mimeType: 'application', mimeSubType: 'json' },
+      });
+    }
+    for (;;) {
+      const [, told] = events.findLast(([, { eventName }]) => eventName === 'participants') ?? [];
+      const people = told ? JSON.parse(told.eventBody).participants : [];
+      const found = people.find((person) => person.name === name && contains(person, part));
+      if (found) return found;
+      await once(emitter, 'any');
+    }
   },
 
   events: () => events,
@@ -164,6 +181,9 @@ obey({
 
   // The next picture of a stream after `frameId`.
   picture: async (stream, frameId = 0) => describe(await nextFrame(stream, frameId)),
+
+  // Whether the stream has a picture now.
+  hasPicture: (stream) => !wrapper.getFrame(stream, 0).noUpdate,
 
   // What the next `count` pictures show.
   async pictures(stream, count) {

@@ -1,4 +1,4 @@
-// node seeded_bug.mjs ADDON NAME: commits that bug of a canary addon, then ends by itself.
+// node seeded_bug.mjs ADDON NAME: runs that bug of a canary addon, then ends by itself.
 
 import { createRequire } from 'node:module';
 import path from 'node:path';

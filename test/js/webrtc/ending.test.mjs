@@ -8,7 +8,6 @@ import { text } from 'node:stream/consumers';
 import { fileURLToPath } from 'node:url';
 
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
-import { remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { remote } from '../../support/streams.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';

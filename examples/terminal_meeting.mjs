@@ -20,7 +20,7 @@ import { WidgetChild } from './support/widget_child.mjs';
 
 const WIDGETS_STREAM = { type: 'remote', streamIndex: 0 };
 
-// What describes the meeting with a page.
+// The options that describe the meeting.
 const PAGE_OPTIONS = ['participants', 'uri', 'name', 'port'];
 
 const USAGE = 'Options without a page: --video, --seconds and --output.';

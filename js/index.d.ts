@@ -421,22 +421,22 @@ export interface Participant {
   stream: StreamKey;
   /** Of that stream: unsigned 32-bit. */
   csrc: number;
-  /** Identifies the participant; empty where the engine knows none. */
+  /** Identifies the participant; empty when it is unknown. */
   guid: string;
   name: string;
   /** The participant's own microphone is muted. */
   audioMuted: boolean;
   /** The participant's own camera is muted. */
   videoMuted: boolean;
-  /** The participant is heard. */
+  /** The participant's voice is heard. */
   speaking: boolean;
-  /** The participant shows content. */
+  /** The participant shares content. */
   presenting: boolean;
 }
 
 /** The events that the addon emits, by name, with their payloads. */
 export interface WrapperEvents {
-  /** A stream is there. */
+  /** A stream was added. */
   streamAdded: StreamEvent;
   /** A stream was removed. */
   streamRemoved: StreamEvent;
@@ -469,9 +469,9 @@ export type WrapperEventName = keyof WrapperEvents;
 /** The events of a meeting: those of its wrapper, and its own. */
 export interface MeetingEvents extends WrapperEvents {
   /**
-   * Who is in the meeting now, the local participant first; nobody outside a call. Told when the
-   * meeting is opened, and at each change, all that changes at one time at once. The meeting has
-   * registered the engine's event of this name for that, so `eventNotify` tells it, too.
+   * All participants, the local one first; empty outside a call. Emitted when the meeting is opened and
+   * after each change; simultaneous changes are one event. The meeting registers the engine's event of
+   * this name for it, which `eventNotify` reports as well.
    */
   participants: readonly Participant[];
 }
@@ -696,7 +696,7 @@ export class Meeting implements Disposable {
   readonly wrapper: TesselWrapper;
   /** The present streams in the order in which they were added, each with its latest event. */
   readonly streams: StreamEvent[];
-  /** Who is in the meeting, as the event of this name told last. */
+  /** The participants, as in the latest event of this name. */
   readonly participants: readonly Participant[];
   readonly isClosed: boolean;
 

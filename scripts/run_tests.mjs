@@ -124,7 +124,7 @@ const withMeetings = hasMeetings && spawnSync('janus', ['--version']).error === 
 
 const WITHOUT_SANITIZER = [
   'test/js/browser/',
-  ...['audio', 'browser', 'doctor', 'endurance', 'relay'].map(
+  ...['audio', 'browser', 'doctor', 'endurance', 'relay', 'sfu', 'two_terminals'].map(
     (name) => `test/js/webrtc/${name}.test.mjs`,
   ),
 ];

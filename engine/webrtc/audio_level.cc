@@ -9,10 +9,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// What the level element calls silence, in decibels; a full sine is 0.
+// The level of silence in decibels; a sine of full scale is 0.
 constexpr double kSilence = -60;
 
-// -42 dB: above the noise of a room, below a quiet voice.
+// The lowest level of speech, -42 dB: above the noise of a room, below a quiet voice.
 constexpr unsigned kSpeech = 30;
 // Longer than the pauses between words.
 constexpr support::Time kLongestPause = 600ms;

@@ -1,4 +1,4 @@
-// How loud something is, and whether that is speech.
+// Audio levels and speech detection.
 
 #ifndef ENGINE_WEBRTC_AUDIO_LEVEL_H_
 #define ENGINE_WEBRTC_AUDIO_LEVEL_H_
@@ -13,12 +13,12 @@
 
 namespace webrtc {
 
-// What a level element tells, 0 to 100: 0 is -60 dB or less, 100 full scale. Nothing for any other
-// message.
+// The level in the message of a level element, 0 to 100: 0 is -60 dB or less, 100 full scale.
+// Nothing for any other message.
 std::optional<unsigned> levelOf(GstMessage* message);
 
-// Whether somebody speaks, by the levels of the last moment. No levels are silence, so that nothing
-// need be received from who is silent. Belongs to the engine's thread.
+// Detects speech by the latest levels. Missing levels count as silence: a silent participant sends
+// nothing. Owned by the call or by a participant; belongs to the engine's thread.
 class SpeechDetector {
  public:
   // `changed` is called after each change.

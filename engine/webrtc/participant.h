@@ -24,7 +24,7 @@
 
 namespace webrtc {
 
-// What is to be received of everybody.
+// The media to receive from all participants.
 struct Incoming {
   bool audio = true;
   bool video = true;
@@ -40,7 +40,7 @@ Incoming incomingOf(const tsl::MediaStreamState& state);
 class Participant {
  public:
   // `room` has what every request to the room is to say. `index` is that of the remote stream.
-  // `changed` is called when person() may have changed by itself.
+  // `changed` is called when person() may have changed, except by update().
   Participant(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
               JanusSession& session, Speaker& speaker, const IceOptions& ice, const Json& room,
               Feed feed, int index, Incoming incoming, std::function<void()> changed);
@@ -55,7 +55,7 @@ class Participant {
   void announce();
   // What the participant tells of itself has changed.
   void update(const Feed& feed);
-  // What is not to be received is not sent here either.
+  // The server does not send disabled media.
   void setIncoming(Incoming incoming);
 
  private:
@@ -75,7 +75,7 @@ class Participant {
   const int index_;
   Feed feed_;
   Incoming incoming_;
-  std::map<std::string, std::string> kinds_;  // "audio" or "video" by the server's media line
+  std::map<std::string, std::string> kinds_;  // "audio" or "video", by the media line's mid
   bool isAnnounced_ = false;
   std::shared_ptr<support::VideoStream> stream_;  // once the server has offered it
   std::shared_ptr<VideoReceiver> videoReceiver_;  // with the stream

@@ -13,8 +13,8 @@ namespace {
 // Bits for a pixel, at 30 frames per second, above which VP8 gains little.
 constexpr double kBitsPerPixel = 0.1;
 constexpr std::uint32_t kLeastBitsPerSecond = 150'000;
-// Percent of the encoder's buffer of bits. Where the application's limit is what limits, frames are
-// left out rather than the limit exceeded.
+// Fill level of the encoder's bit buffer, in percent, below which frames are dropped to keep the
+// application's limit.
 constexpr gint kDropThreshold = 30;
 
 // One thread and no look-ahead, so that a frame leaves at once; the rate is held within a second. A

@@ -58,7 +58,7 @@ class WebrtcEngine final : public support::Engine {
   // What cannot be made ready is logged; a call then says what is missing.
   void warmUp();
   void setMuted(bool isAudioMuted, bool isVideoMuted);
-  // A camera that does not capture is muted to the others: they are to clear its picture.
+  // A camera that does not capture counts as muted, so that the others clear its picture.
   void tellVideoMuted();
   std::vector<support::Person> people() const;
   void refuse(int callId, const CallFailure& failure);

@@ -1,6 +1,6 @@
-// The devices that a person may choose. Listing them is the application's business; these are the
-// ones of the embedded engine. In a real meeting there is nothing to choose: the machine's usual ones
-// are used, or what the uri says.
+// The devices that the user can select. An application lists them itself; these are the ones of the
+// embedded engine. The list is empty in a real meeting, which uses the system's default devices or those
+// of the uri.
 
 const TITLES = { camera: 'Camera', microphone: 'Microphone', speaker: 'Speaker' };
 const OF_EACH_KIND = 3;
@@ -20,7 +20,7 @@ export class Devices {
   #all; // by kind
   #selected = {}; // ids by kind
 
-  // Of the engine that takes `uri`.
+  // `uri` selects the engine.
   constructor(uri) {
     this.#all = Object.fromEntries(
       Object.keys(TITLES).map((kind) => [kind, initialDevices(kind, uri)]),

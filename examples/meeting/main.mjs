@@ -20,7 +20,7 @@ const HELP = `A meeting on the embedded engine, shown by a page on the loopback 
   npm start -- --video FILE.y4m         a clip as their video
   npm start -- --uri tessel:...         any meeting of the embedded engine, instead of both
   npm start -- --uri janus+ws://...     a real meeting; npm run sfu opens a room and prints its uri
-  npm start -- --name Ada               how the others see you (default: your user name)
+  npm start -- --name Ada               your name for the others (default: the user's name)
   npm start -- --port 8080              a port of one's own choice
   npm start -- --output DIRECTORY       where the engine's log goes (default: out/)
 
@@ -61,8 +61,7 @@ function chooseEngine(uri) {
   if (uri.startsWith('janus+')) process.env.TESSEL_WRAPPER_ENGINE = 'webrtc';
 }
 
-// Without the addon, or the engine that the uri needs, there is no meeting: the message says what to
-// build.
+// A missing addon or engine is reported by its message alone, which names the command that builds it.
 async function importRoom() {
   try {
     return await import('./room.mjs');

@@ -21,10 +21,10 @@ const FRAME_RATE = 30;
 // Sufficient for the user's own picture.
 const LOCAL_FRAME_RATE = 15;
 
-// A 'micLevel' comes five times a second and is a level; participants are shown, and 'eventNotify'
-// tells nothing else here.
+// A 'micLevel', five times a second, is shown as a level, and participants are shown as tiles. The room
+// registers no other event that 'eventNotify' could carry.
 const UNLOGGED = ['micLevel', 'participants', 'eventNotify'];
-// Events that go to the log as they are.
+// Events that are logged unchanged.
 const LOGGED = EVENT_NAMES.filter((name) => !UNLOGGED.includes(name));
 
 export class Room extends EventEmitter {
@@ -51,7 +51,7 @@ export class Room extends EventEmitter {
     return new Room({ uri, name }, await Meeting.open({ logPath, logPrefix: 'meeting-' }));
   }
 
-  // Owns `meeting` from now on. `name` is how the others see the local participant.
+  // Takes ownership of `meeting`. `name` is the local participant's name for the others.
   constructor({ uri, name }, meeting) {
     super();
     this.setMaxListeners(0);
@@ -372,14 +372,14 @@ export class Room extends EventEmitter {
   }
 }
 
-// What a stream is called; its participant may not be told yet, or have no name.
+// The title of a stream. The participant may be unknown yet, or have no name.
 function titleOf({ type, streamIndex }, participant) {
   if (type === 'local') return 'You';
   if (type === 'content') return 'Shared content';
   return participant?.name || `Guest ${streamIndex + 1}`;
 }
 
-// Of the end of a call; empty when it was asked for.
+// The reason of the end of a call; empty when the user left.
 const reasonOf = ({ reason, code }) => (code === 0 ? '' : `${reason} (${code})`);
 
 function describeShare({ type, screenId = 0, applicationId, windowId }) {

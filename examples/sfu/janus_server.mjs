@@ -98,7 +98,7 @@ export class JanusServer {
   #child;
   #directory;
 
-  // Settles when the server listens. `rooms` has the settings of each room by its name. With a
+  // Resolves when the server listens. `rooms` has the settings of each room by its name. With a
   // `certificate`, { cert_pem, cert_key }, it listens with TLS, too; with an `administration`,
   // { port, secret }, for its administrator. A participant whose connection is lost stays in a room
   // for `reclaimSeconds`, and may come back meanwhile.

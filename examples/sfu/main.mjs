@@ -35,9 +35,9 @@ const {
   },
   USAGE,
 );
-// What the server's configuration takes as part of a name.
+// The server's configuration allows no other characters.
 if (!/^[\w-]+$/.test(room)) {
-  refuseUsage(`--room ${room}: something else than letters, digits, _ and -`, USAGE);
+  refuseUsage(`--room ${room}: only letters, digits, _ and - are allowed`, USAGE);
 }
 const address = ownAddress();
 const janus = await JanusServer.start({

@@ -188,8 +188,8 @@ class Meeting {
     return summary('Meeting', properties, depth, options);
   }
 
-  // Keeps the parts up to date with what the engine tells. The participants are last: their listeners
-  // may throw.
+  // Updates the parts by the engine's events. The participants are last, because their listeners may
+  // throw.
   #follow(event, payload) {
     const parts = [this.#streams, this.#entries, this.#call, this.#sharing, this.#participants];
     for (const part of parts) part.follow(event, payload);

@@ -1,7 +1,7 @@
 'use strict';
 
-// The engine's event, which the meeting subscribes to for itself. It lasts as long as the engine:
-// the number is the largest that the engine takes, in seconds.
+// The registration of the engine's event. The largest number of seconds that the engine takes outlasts
+// the meeting.
 const EVENT = 'participants';
 const REGISTRATION = {
   eventName: EVENT,
@@ -10,7 +10,7 @@ const REGISTRATION = {
   mimeSubType: 'json',
 };
 
-// The list in the body of the engine's event; undefined when there is none.
+// The list in the body of the engine's event; undefined for any other text.
 function participantsIn(body) {
   try {
     const { participants } = JSON.parse(body);
@@ -20,7 +20,7 @@ function participantsIn(body) {
   }
 }
 
-// Who is in the meeting, as the engine told last. Emits 'participants' at each change.
+// The meeting's participants by the engine's latest event. Emits 'participants' after each one.
 class Participants {
   #emitter;
   #all = [];

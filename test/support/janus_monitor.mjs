@@ -1,4 +1,4 @@
-// What a Janus server tells its administrator about the media that it relays.
+// Byte counts of the media that a Janus server relays, from its administration interface.
 
 import { once } from 'node:events';
 
@@ -35,8 +35,8 @@ class JanusMonitor {
     return answer;
   }
 
-  // The handles of this kind, "publisher" or "subscriber", whose media are those of who is called
-  // `display` in the room.
+  // The handles of this kind, "publisher" or "subscriber", for the media of the participant with this
+  // display name.
   async #handles(kind, display) {
     const found = [];
     const { sessions } = await this.#ask('list_sessions');
@@ -60,18 +60,18 @@ class JanusMonitor {
     return { bytes: stats[direction].bytes, seconds: microseconds / 1e6 };
   }
 
-  // How many bytes of `display`'s "audio" or "video" the server has had from `display`, and when.
+  // The bytes of "audio" or "video" that the server has received from the participant, and the time.
   received(display, medium) {
     return this.#count('publisher', display, medium, 'in');
   }
 
-  // How many it has passed on to the only one who subscribed to them.
+  // The same, sent to the participant's only subscriber.
   passedOn(display, medium) {
     return this.#count('subscriber', display, medium, 'out');
   }
 }
 
-// A server that ends with the test, and its monitor.
+// A server that stops when the test ends, and its monitor.
 export async function startMonitoredServer(test, options) {
   const administration = { port: await freePort(ownAddress()), secret: crypto.randomUUID() };
   const server = await startServer(test, { ...options, administration });

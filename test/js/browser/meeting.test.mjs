@@ -77,7 +77,7 @@ test('a new participant gets a tile, and the tile of one who leaves is removed',
   await waitForText(page, '#call', 'You and 1 other');
 });
 
-test('the tiles of those who speak say so', async (t) => {
+test('the tiles of speaking participants are marked', async (t) => {
   const speaking = 'me@0-86400,1@0-86400';
   const { page } = await openMeeting(t, `tessel:test?participants=2&speak=${speaking}`);
   await page.locator('.tile.speaking[data-stream="remote-1"]').waitFor();
@@ -87,7 +87,7 @@ test('the tiles of those who speak say so', async (t) => {
   await page.locator('.tile:not(.speaking)[data-stream="local-0"]').waitFor();
 });
 
-test('muting and unmuting the microphone goes to the meeting and back', async (t) => {
+test('muting and unmuting the microphone reaches the meeting and is shown', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=1&speak=me@0-600');
   const level = page.locator('#mute meter');
   const heard = () => level.evaluate((meter) => meter.value > 0);

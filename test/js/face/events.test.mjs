@@ -72,7 +72,7 @@ describe('the events of a meeting', () => {
   };
   const tell = (body) => engine.fire('NotifyEvent', 'participants', body);
 
-  test('the participants are those that the engine told last, and each telling is an event', async () => {
+  test('the participants are those of the latest engine event, and each one is emitted', async () => {
     const told = meeting.events(['participants', 'eventNotify']);
     const body = JSON.stringify({ participants: [ADA] });
     tell(body);
@@ -89,7 +89,7 @@ describe('the events of a meeting', () => {
     await told.return();
   });
 
-  test('what is no list of participants changes none', async () => {
+  test('an invalid list of participants is ignored', async () => {
     const told = [];
     const listener = (participants) => told.push(participants);
     meeting.on('participants', listener);
@@ -102,7 +102,7 @@ describe('the events of a meeting', () => {
     assert.deepEqual(meeting.participants, [ADA]);
   });
 
-  test('names of events that there are not are refused', async () => {
+  test('unknown event names are rejected', async () => {
     const isRefusal = (error) => {
       assert.ok(error instanceof TypeError);
       assert.match(

@@ -89,7 +89,8 @@ test('an addon path that is a directory or a special file is reported', (t) => {
 
 test('a package that is not built is reported', (t) => {
   const directory = temporaryDirectory(t);
-  for (const file of ['js/engine_choice.js', 'js/load_addon.js', 'bin/tessel-wrapper.js']) {
+  const modules = ['engine_choice', 'load_addon', 'process_record'].map((name) => `js/${name}.js`);
+  for (const file of [...modules, 'bin/tessel-wrapper.js']) {
     mkdirSync(path.join(directory, path.dirname(file)), { recursive: true });
     copyFileSync(path.join(repository, file), path.join(directory, file));
   }

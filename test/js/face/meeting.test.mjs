@@ -51,7 +51,7 @@ test('omitted properties of a join, and of its media state, have their defaults'
   assert.deepEqual(meeting.wrapper.getMediaMeetingAttributes(), [{ value: 'feature' }]);
 });
 
-test('a meeting knows its participants', async (t) => {
+test('a meeting lists its participants', async (t) => {
   const meeting = await openMeeting(t);
   assert.deepEqual(meeting.participants, []);
   const told = meeting.waitFor('participants', { where: (all) => all.length > 0 });
@@ -80,7 +80,7 @@ test('a meeting knows its participants', async (t) => {
   assert.deepEqual(meeting.participants, []);
 });
 
-test("a refused join rejects with the engine's reason, and the next one may be joined", async (t) => {
+test("a refused join rejects with the engine's reason, and the next join is possible", async (t) => {
   const meeting = await openMeeting(t);
   for (const [uri, reason, code] of [
     ['tessel:demo?refuse=403', 'the meeting refused the join', 403],

@@ -93,7 +93,7 @@ test('a port in use is refused, and nothing is left in /dev/shm', async (t) => {
   assert.equal(existsSync(`/dev/shm/${name}`), false);
 });
 
-test('a real meeting without its engine is answered with what to build', async (t) => {
+test('a missing WebRTC engine is reported with the command that builds it', async (t) => {
   const tree = temporaryDirectory(t);
   for (const name of ['js', 'examples', 'bin', 'package.json']) {
     cpSync(path.join(repository, name), path.join(tree, name), { recursive: true });

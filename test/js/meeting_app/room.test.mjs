@@ -159,7 +159,7 @@ test('a stream whose window fails to open has no window', async (t) => {
   assert.ok(room.state.streams.every(({ inWindow }) => !inWindow));
 });
 
-test('a stream is called after its participant, and the others are told our name', async (t) => {
+test('the title of a stream is the name of its participant, and the own name reaches the others', async (t) => {
   const { room, meeting } = await openRoom(t, 'tessel:test?participants=2&name=1:Zo%C3%AB');
   const told = meeting.waitFor('participants', { where: ({ length }) => length === 3 });
   await room.join();
@@ -173,7 +173,7 @@ test('a stream is called after its participant, and the others are told our name
   assert.deepEqual(titles(), { 'local-0': 'You', 'remote-0': 'Guest 1', 'remote-1': 'Guest 2' });
 });
 
-test('streams that have no name here are not shown', async (t) => {
+test('streams without a known name are not shown', async (t) => {
   const { room, meeting } = await openRoom(t, 'tessel:test');
   const value = [
     { type: 'unknown', streamIndex: 3, csrc: 1 },

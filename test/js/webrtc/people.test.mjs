@@ -1,4 +1,4 @@
-// Who is in a room of a real SFU, as its members are told, and what they ask to receive.
+// The participants event, the media stream state and the bandwidth limit in a room of a real SFU.
 
 import assert from 'node:assert/strict';
 import { randomFillSync } from 'node:crypto';
@@ -19,7 +19,7 @@ const EVERYTHING = {
   ...{ outgoingAudioMuted: false, outgoingVideoMuted: false },
 };
 
-// A member of the room that is called `name`; its camera shows a card with this detail.
+// Joins the room as `name`, with a test card of this detail as the camera.
 async function join(t, server, name, { detail, microphone, environment, ...overrides }) {
   const member = await openMember(t, { environment });
   const uri = server.uri('meeting', {
@@ -31,7 +31,7 @@ async function join(t, server, name, { detail, microphone, environment, ...overr
   return member;
 }
 
-test('members know of one another who they are, what they mute and whether they speak', async (t) => {
+test('participants are reported with name, guid, mutes and speech', async (t) => {
   const server = await startServer(t, ROOMS);
   const ada = await join(t, server, 'Ada', {
     ...{ detail: 1, microphone: `tone:${TONE}`, meetingGuid: 'guid of Ada' },
@@ -54,7 +54,7 @@ test('members know of one another who they are, what they mute and whether they 
   await Promise.all([ada, zoe].map((member) => member.does('knows', 'Ada', speaking)));
 });
 
-test('who joins with a muted camera is told so, and shows nothing until it is not', async (t) => {
+test('a participant who joins with muted video has no picture until it is unmuted', async (t) => {
   const server = await startServer(t, ROOMS);
   const zoe = await join(t, server, 'Zoë', { detail: 2 });
   const ada = await join(t, server, 'Ada', {
@@ -62,7 +62,7 @@ test('who joins with a muted camera is told so, and shows nothing until it is no
   });
   await zoe.does('knows', 'Ada', { videoMuted: true });
   await zoe.does('seen', 'streamAdded', remote(0));
-  // Pictures of a second.
+  // One second.
   await ada.does('pictures', remote(0), 30);
   assert.equal(await zoe.does('hasPicture', remote(0)), false);
 
@@ -71,7 +71,7 @@ test('who joins with a muted camera is told so, and shows nothing until it is no
   assert.equal(card?.detail, 1);
 });
 
-// Settles when no more bytes of Ada's come to `zoe` while she shows pictures for a second.
+// Resolves when the server has sent `zoe` none of Ada's bytes for one second.
 async function standsStill(monitor, medium, zoe) {
   for (let before; ;) {
     const { bytes } = await monitor.passedOn('Ada', medium);
@@ -81,7 +81,7 @@ async function standsStill(monitor, medium, zoe) {
   }
 }
 
-test('video that is not to be received is not sent to us, and begins with a whole picture', async (t) => {
+test('disabled incoming video is not sent, and restarts with whole pictures', async (t) => {
   const { server, monitor } = await startMonitoredServer(t, ROOMS);
   await join(t, server, 'Ada', { detail: 1, microphone: `tone:${TONE}` });
   const zoe = await join(t, server, 'Zoë', { detail: 2 });
@@ -96,7 +96,7 @@ test('video that is not to be received is not sent to us, and begins with a whol
     const heard = await monitor.passedOn('Ada', 'audio');
     await standsStill(monitor, 'video', zoe);
     const heardThen = await monitor.passedOn('Ada', 'audio');
-    assert.ok(heardThen.bytes > heard.bytes, 'audio still comes');
+    assert.ok(heardThen.bytes > heard.bytes, 'audio is still sent');
 
     await zoe.does('call', 'updateMediaStreamState', EVERYTHING);
     const pictures = await zoe.does('pictures', remote(0), 10);
@@ -107,7 +107,7 @@ test('video that is not to be received is not sent to us, and begins with a whol
   }
 });
 
-test('who joins without video and audio receives none until it asks for them', async (t) => {
+test('video and audio that are disabled at the join are sent only after they are enabled', async (t) => {
   const { server, monitor } = await startMonitoredServer(t, ROOMS);
   const speaker = await SoundServer.start(t);
   await join(t, server, 'Ada', { detail: 1, microphone: `tone:${TONE}` });
@@ -136,7 +136,7 @@ test('who joins without video and audio receives none until it asks for them', a
   await zoe.does('pictures', remote(0), 10);
 });
 
-// A clip that cannot be compressed well.
+// Writes a clip that compresses badly.
 function writeNoise(file, { width, height, frames }) {
   const frame = Buffer.alloc((width * height * 3) / 2);
   const pieces = [Buffer.from(`YUV4MPEG2 W${width} H${height} F30:1 C420\n`)];
@@ -147,16 +147,16 @@ function writeNoise(file, { width, height, frames }) {
   writeFileSync(file, Buffer.concat(pieces));
 }
 
-test('video keeps to the bandwidth of the call', async (t) => {
+test('the video stays below the maximum bandwidth of the call', async (t) => {
   const { server, monitor } = await startMonitoredServer(t, ROOMS);
   const camera = path.join(temporaryDirectory(t), 'noise.y4m');
   writeNoise(camera, { width: 320, height: 180, frames: 10 });
-  // What the server receives in three seconds, in bits per second.
+  // Bits per second that the server receives in three seconds.
   const rateOf = async (name, maxBandwidth) => {
     const member = await openMember(t, { capture: { width: 320, height: 180, maxFPS: 30 } });
     const uri = server.uri('meeting', { camera });
     await member.does('join', uri, { endpointName: name, maxBandwidth });
-    // The encoder has a second to find its rate.
+    // The encoder's rate control needs one second.
     await member.does('pictures', LOCAL, 30);
     const before = await monitor.received(name, 'video');
     await member.does('pictures', LOCAL, 90);

@@ -1,4 +1,4 @@
-// The room that `npm run sfu` opens, with its uri and its link.
+// `npm run sfu`: the room, the printed uri and the printed link.
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
@@ -13,7 +13,7 @@ import { openMember } from '../../support/webrtc_room.mjs';
 
 const PROGRAM = fileURLToPath(new URL('../../../examples/sfu/main.mjs', import.meta.url));
 
-// The program with these options, until the test ends, and what it prints: the uri and the link.
+// Starts the program until the test ends. Resolves to its process and the printed uri and link.
 async function openRoom(t, options) {
   const child = spawn(process.execPath, [PROGRAM, ...options], {
     stdio: ['ignore', 'pipe', 'inherit'],
@@ -34,19 +34,16 @@ async function openRoom(t, options) {
   return { child, ended, uri, link };
 }
 
-test('a room that the server cannot have is refused', async (t) => {
+test('an invalid room name is refused', async (t) => {
   const child = spawn(process.execPath, [PROGRAM, '--room', 'our room']);
   t.after(() => child.kill());
   const ended = once(child, 'close');
   const errors = (await child.stderr.toArray()).join('');
-  assert.match(
-    errors,
-    /^--room our room: something else than letters, digits, _ and -\. Options: /,
-  );
+  assert.match(errors, /^--room our room: only letters, digits, _ and - are allowed\. Options: /);
   assert.deepEqual(await ended, [2, null]);
 });
 
-test('the uri and the link lead into one room, which an interrupt closes', async (t) => {
+test('the uri and the link join the same room, which SIGINT closes', async (t) => {
   const { child, ended, uri, link } = await openRoom(t, ['--room', 'our-room']);
   const member = await openMember(t);
   const joined = await member.does('join', `${uri}&camera=card:7`, { endpointName: 'Ada' });

@@ -1,15 +1,20 @@
-// The meeting application twice in a room of a real SFU, each with its page in a browser.
+// Two example applications in a room of a real SFU, each with its page in a browser.
 
 import assert from 'node:assert/strict';
+import path from 'node:path';
 import { before, test } from 'node:test';
 
+import { build } from '../../support/build.mjs';
 import { openBrowser } from '../../support/meeting_app/browser.mjs';
 import { startMeetingApp } from '../../support/meeting_app/meeting_app.mjs';
 import { cardIn, openPage, tile } from '../../support/meeting_app/meeting_page.mjs';
 import { startServer } from '../../support/webrtc_room.mjs';
 
-// The uri alone chooses the engine: the package looks for its own build of the addon.
-const ENVIRONMENT = { TESSEL_WRAPPER_ADDON: undefined, PULSE_SERVER: 'unix:/nowhere' };
+// The build under test, and no sound server.
+const ENVIRONMENT = {
+  TESSEL_WRAPPER_ADDON: path.join(build, 'webrtc', 'tesselWrapper.node'),
+  PULSE_SERVER: 'unix:/nowhere',
+};
 
 let browser;
 before(async (t) => {
@@ -23,7 +28,7 @@ async function openApp(t, server, name, detail) {
   return { ...app, ...(await openPage(t, browser, app.address)) };
 }
 
-test('two people at two terminals see each other, by name', async (t) => {
+test('two applications show the video, name, speech and mutes of each other', async (t) => {
   const server = await startServer(t, { rooms: { meeting: {} } });
   const ada = await openApp(t, server, 'Ada', 11);
   const zoe = await openApp(t, server, 'Zoë', 22);

@@ -159,7 +159,7 @@ obey({
     return events[place][1];
   },
 
-  // The participant of this name, once the newest event "participants" has one with these values.
+  // Resolves to the participant of this name when the latest event "participants" has these values.
   async knows(name, part = {}) {
     if (!events.some(([, { eventName }]) => eventName === 'participants')) {
       wrapper.registerEvent({
@@ -182,10 +182,10 @@ obey({
   // The next picture of a stream after `frameId`.
   picture: async (stream, frameId = 0) => describe(await nextFrame(stream, frameId)),
 
-  // Whether the stream has a picture now.
+  // Whether the stream has a picture.
   hasPicture: (stream) => !wrapper.getFrame(stream, 0).noUpdate,
 
-  // What the next `count` pictures show.
+  // The content of the next `count` pictures.
   async pictures(stream, count) {
     const described = [];
     for (let frameId = 0; described.length < count; frameId = described.at(-1).frameId) {

@@ -21,7 +21,7 @@ constexpr support::Time kLongestPause = 600ms;
 
 std::optional<unsigned> levelOf(GstMessage* message) {
   const GstStructure* const told = gst_message_get_structure(message);
-  if (!told || !gst_structure_has_name(told, "level")) return std::nullopt;
+  if (!told || gst_structure_has_name(told, "level") == FALSE) return std::nullopt;
   const GValue* const channels = gst_structure_get_value(told, "rms");
   // GStreamer gives the list of channels in a type that GLib has replaced.
   G_GNUC_BEGIN_IGNORE_DEPRECATIONS

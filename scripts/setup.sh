@@ -117,7 +117,7 @@ missing_packages() {
     need libclang-rt-dev has_fuzzer_runtime
     need llvm has_command llvm-symbolizer
   fi
-  [[ $purpose == webrtc ]] && need_webrtc
+  [[ $purpose =~ ^(webrtc|lint)$ ]] && need_webrtc
   [[ $purpose =~ ^(start|install|webrtc|fuzz)$ ]] && return
   need libgtest-dev has_header gtest/gtest.h
   need libgmock-dev has_header gmock/gmock.h
@@ -228,7 +228,10 @@ configure() {
     options+=(-DTESSEL_BUILD_TESTS=OFF -DTESSEL_BUILD_BENCHMARKS=OFF)
   case $purpose in
     test | valgrind) options+=(-DTESSEL_BUILD_TESTS=ON) ;;
-    bench | lint) options+=(-DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCHMARKS=ON) ;;
+    bench) options+=(-DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCHMARKS=ON) ;;
+    lint)
+      options+=(-DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCHMARKS=ON -DTESSEL_BUILD_WEBRTC=ON)
+      ;;
     install)
       # One source file for each library and no debug information: a quarter of the compiler's time.
       options+=(-DTESSEL_WARNINGS_AS_ERRORS=OFF -DCMAKE_UNITY_BUILD=ON

@@ -29,7 +29,7 @@ WebrtcEngine::WebrtcEngine(support::EngineContext& context,
     : context_(context),
       pool_(std::move(pool)),
       devices_(context, [this](DeviceType type) { deviceChanged(type); }),
-      localVideo_(context, pool_),
+      localVideo_(context, devices_, pool_),
       roster_(context.loop, context.notifier, [this] { return people(); }) {
   // After the notification that initialisation is complete, which the application waits for.
   context_.loop.post([this] { context_.loop.post([this] { warmUp(); }); });
@@ -51,7 +51,11 @@ void WebrtcEngine::warmUp() {
 }
 
 void WebrtcEngine::deviceChanged(DeviceType type) {
-  if (call_) call_->deviceChanged(type);
+  if (type == DeviceType::kVideo) {
+    localVideo_.deviceChanged();
+  } else if (call_) {
+    call_->deviceChanged(type);
+  }
 }
 
 void WebrtcEngine::connect(const tsl::ConnectParams& params) {

@@ -73,11 +73,13 @@ export class SoundServer {
   plugSpeaker(name) {
     return this.#control('load-module', 'module-null-sink', `sink_name=${name}`, `rate=${RATE}`);
   }
-  // A microphone that hears this tone.
-  plugMicrophone(name, hertz) {
+  // A microphone that hears what a speaker of this name with "-feed" plays, which is this tone.
+  async plugMicrophone(name, hertz) {
+    await this.plugSpeaker(`${name}-feed`);
+    await this.#control('load-module', 'module-sine', `sink=${name}-feed`, `frequency=${hertz}`);
     return this.#control(
-      ...['load-module', 'module-sine-source', `source_name=${name}`],
-      ...[`frequency=${hertz}`, `rate=${RATE}`],
+      ...['load-module', 'module-remap-source', `source_name=${name}`],
+      `master=${name}-feed.monitor`,
     );
   }
   unplug(plugged) {

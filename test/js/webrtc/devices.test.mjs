@@ -1,0 +1,143 @@
+// Cameras, microphones and speakers of real servers: chosen, changed during a call, plugged in and
+// unplugged. Pictures are proved by their card's code, sound by its tone.
+
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+
+import { CameraServer } from '../../support/camera_server.mjs';
+import { SoundServer, shareOf } from '../../support/sound_server.mjs';
+import { LOCAL, openMember, remote, startServer } from '../../support/webrtc_room.mjs';
+
+const SMALL = { width: 320, height: 180 };
+
+const camera = (videoDeviceId, { width, height, maxFPS = 30 } = SMALL) => ({
+  ...{ videoDeviceId, videoDeviceName: '' },
+  capability: { width, height, maxFPS },
+});
+const microphone = (audioInId) => ({ audioInId, audioInName: '', audioInSourceName: '' });
+const speaker = (audioOutId) => ({ audioOutId, audioOutName: '', audioOutSourceName: '' });
+
+const BARS = 7;
+// Each bar is darker than the one to its left.
+const isBars = (row) => row.every((luma, index) => index === 0 || luma < row[index - 1]);
+
+// Settles when a picture of the stream has this width; it must show bars.
+async function shows(member, stream, width) {
+  for (let frameId = 0; ;) {
+    const picture = await member.does('row', stream, BARS, frameId);
+    if (picture.width === width) {
+      assert.ok(isBars(picture.row), `${picture.row}`);
+      assert.equal(picture.height, (width * 9) / 16);
+      return;
+    }
+    ({ frameId } = picture);
+  }
+}
+
+test('cameras are used before and during a call, and another one when one vanishes', async (t) => {
+  const server = await startServer(t, { rooms: { meeting: {} } });
+  const cameras = await CameraServer.start(t);
+  const first = await cameras.plug('first');
+  const member = await openMember(t, { capture: SMALL, environment: cameras.environment });
+  const viewer = await openMember(t);
+  const uri = server.uri('meeting');
+  let second;
+
+  await t.test('the only one is shown before the call, in the size that was asked for', () =>
+    shows(member, LOCAL, 320),
+  );
+
+  await t.test('it is sent', async () => {
+    await member.does('join', uri);
+    await viewer.does('join', uri);
+    await shows(viewer, remote(0), 320);
+  });
+
+  await t.test('it captures in another size', async () => {
+    await member.does('call', 'setVideoDevice', camera('first', { width: 640, height: 360 }));
+    await shows(viewer, remote(0), 640);
+  });
+
+  await t.test('one that is plugged in is notified, and is sent once it is selected', async () => {
+    second = await cameras.plug('second');
+    await member.does('seen', 'deviceChange', { id: 'second', type: 'video' });
+    await member.does('call', 'setVideoDevice', camera('second', { width: 480, height: 270 }));
+    await shows(viewer, remote(0), 480);
+    assert.match(await member.does('log'), /uses second/);
+  });
+
+  await t.test('one that is not there changes nothing', async () => {
+    await member.does('call', 'setVideoDevice', camera('none', { width: 640, height: 360 }));
+    const pictures = await member.does('pictures', LOCAL, 5);
+    assert.deepEqual(new Set(pictures.map(({ width }) => width)), new Set([480]));
+    assert.match(await member.does('log'), /there is no device none/);
+  });
+
+  await t.test('the first one left follows one that vanishes', async () => {
+    await cameras.unplug(second);
+    await member.does('seen', 'deviceChange', { id: 'second', type: 'video' });
+    assert.match(await member.does('log'), /uses second[^]*uses first/);
+    const { frameId } = await member.does('picture', LOCAL);
+    await member.does('picture', LOCAL, frameId);
+    await shows(viewer, remote(0), 480);
+  });
+
+  await t.test('without one there is no picture, and the call goes on', async () => {
+    await cameras.unplug(first);
+    await member.does('cleared', LOCAL);
+    assert.equal((await member.does('leave')).code, 0);
+  });
+
+  await t.test('an engine that goes leaves no thread', async () => {
+    await member.does('call', 'destroy');
+    await member.does('threadsGone');
+  });
+});
+
+test('microphones and speakers change during a call', async (t) => {
+  const server = await startServer(t, { rooms: { meeting: {} } });
+  const ours = await SoundServer.start(t, { speakers: ['left', 'right'] });
+  const theirs = await SoundServer.start(t);
+  const low = await ours.plugMicrophone('low', 500);
+  await ours.plugMicrophone('high', 1_500);
+  const member = await openMember(t, { environment: ours.environment });
+  const listener = await openMember(t, { environment: theirs.environment });
+  await member.does('call', 'setAudioInDevice', microphone('low'));
+  await member.does('call', 'setAudioOutDevice', speaker('left'));
+  await member.does('join', server.uri('meeting'));
+  await listener.does('join', server.uri('meeting', { microphone: 'tone:880' }));
+  const isTone = (hertz) => (samples) => shareOf(hertz, samples) > 0.5;
+  await Promise.all([
+    theirs.hears(t, isTone(500)),
+    ours.hears(t, isTone(880), 'left'),
+    ours.hears(t, (samples) => samples.every((sample) => sample === 0), 'right'),
+  ]);
+
+  await t.test('by selection', async () => {
+    await member.does('call', 'setAudioInDevice', microphone('high'));
+    await theirs.hears(t, isTone(1_500));
+    await member.does('call', 'setAudioOutDevice', speaker('right'));
+    await ours.hears(t, isTone(880), 'right');
+    await theirs.hears(t, isTone(1_500));
+  });
+
+  await t.test('because they vanish', async () => {
+    await member.does('call', 'setAudioInDevice', microphone('low'));
+    await theirs.hears(t, isTone(500));
+    await member.does('forget');
+    await ours.unplug(low);
+    await member.does('seen', 'deviceChange', { id: 'low', type: 'audioIn' });
+    await theirs.hears(t, isTone(1_500));
+  });
+
+  await t.test('because they are plugged in', async () => {
+    await member.does('forget');
+    const plugged = await ours.plugSpeaker('headset');
+    await member.does('seen', 'deviceChange', { id: 'headset', type: 'audioOut' });
+    await member.does('call', 'setAudioOutDevice', speaker('headset'));
+    await ours.hears(t, isTone(880), 'headset');
+    await ours.unplug(plugged);
+    await Promise.race([ours.hears(t, isTone(880), 'left'), ours.hears(t, isTone(880), 'right')]);
+    assert.equal((await member.does('leave')).code, 0);
+  });
+});

@@ -35,7 +35,7 @@ emitter.on('streamAdded', ({ type, streamIndex, csrc }) => {
   if (left === 0) lastArrived();
 });
 
-// Posts `count` events and resolves with how long they took in milliseconds: from the first post,
+// Posts `count` events and resolves with their duration in milliseconds: from the first post,
 // or, when all of them are queued first, from the first delivery.
 async function deliver(count, { queueFirst }) {
   left = count;

@@ -38,7 +38,7 @@ const ways = {
 };
 const fetchFrame = ways[way];
 
-// For the proxy, which in real life stands in a widget process.
+// For the proxy, which an application has in a widget process.
 let proxy;
 let output = 1;
 if (way === 'proxy') {

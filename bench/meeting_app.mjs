@@ -1,13 +1,13 @@
 // node bench/meeting_app.mjs [--seconds N] [--warm-up N] [--participants N] [--without-browser]
 //
 // Runs the meeting application with its page in headless Chromium, all pictures of 360 lines, and
-// prints what its meeting process takes: the share of a processor core, and its memory with the line
-// that fits it best. WebGL is drawn by the processor here, so that the browser is slow and frames
-// are skipped on a small machine; how many are drawn is printed, too. --without-browser has a reader
-// in the page's place that says "drawn" at once: the cost of full frame rates.
+// prints the cost of its meeting process: the share of a processor core, and its memory with the
+// best-fitting line. WebGL is drawn by the processor here, so the browser is slow and frames are
+// skipped on a small machine; the number of drawn frames is printed, too. --without-browser
+// replaces the page by a reader that reports "drawn" at once: the cost of full frame rates.
 //
 // --warm-up 180 --seconds 600 is the run that shows whether memory grows: the application keeps two
-// minutes of statistics, and meanwhile V8 finds out how much room young objects want.
+// minutes of statistics, and V8 adapts the size of its young generation in that time.
 
 import { once } from 'node:events';
 import { readFileSync } from 'node:fs';
@@ -28,7 +28,7 @@ function readOptions() {
   const { values } = parseArgs({
     options: {
       seconds: { type: 'string', default: '20' },
-      // Until everybody is there and what is compiled late is compiled.
+      // Until all participants are present and V8 has compiled the hot functions.
       'warm-up': { type: 'string', default: '5' },
       participants: { type: 'string', default: '11' }, // the twelfth tile is one's own
       'without-browser': { type: 'boolean', default: false },
@@ -63,7 +63,7 @@ function slope(samples) {
   return (60 * covariance) / mean(({ seconds }) => (seconds - x) ** 2);
 }
 
-// Opens the page in Chromium; answers with what tells how many frames it has drawn since.
+// Opens the page in Chromium; returns a function that gives the number of frames drawn since.
 async function openInBrowser(test, address, participants) {
   const browser = await openBrowser(test);
   const { page } = await openPage(test, browser, address, {
@@ -84,7 +84,7 @@ async function openInBrowser(test, address, participants) {
   return () => page.evaluate(() => globalThis.framesDrawn);
 }
 
-// The same with a reader in the page's place.
+// The same with a reader instead of the page.
 async function openReader(test, address, participants) {
   const socket = new WebSocket(`${address.replace('http', 'ws')}socket`, {
     origin: new URL(address).origin,

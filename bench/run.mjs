@@ -3,8 +3,8 @@
 // Runs the benchmarks, or one group of them. Every alternative runs in a process of its own, since
 // what a process has run before changes how its JavaScript is compiled, and the alternatives take
 // turns, round by round, so that a machine that slows down slows all of them. Prints the medians of
-// the rounds, and the ratios that matter beside their goals: each is the median of the rounds' own
-// ratios. --write puts the results into docs/performance.md, in the place of the former ones.
+// the rounds, and the important ratios with their goals: each is the median of the rounds' own
+// ratios. --write replaces the results in docs/performance.md.
 
 import { execFileSync } from 'node:child_process';
 import { readFileSync, writeFileSync } from 'node:fs';
@@ -114,7 +114,7 @@ const groups = [
       ['cold10', 'storeVideoFrame, caches empty, 10 streams', '', 'coldStore10'],
       ['cold50', 'storeVideoFrame, caches empty, 50 streams', '', 'coldStore50'],
       ['coldCopy50', 'memcpy, caches empty, 50 streams', '', 'coldCopy50'],
-      ['lock', 'lock and unlock, nobody else there', '', 'lock'],
+      ['lock', 'lock and unlock, without contention', '', 'lock'],
     ],
     ratios: [
       ['storeVideoFrame to memcpy, 1 stream', 'hot1', 'hotCopy1', { atMost: 1.05 }],
@@ -176,7 +176,7 @@ function runProcess({ script, program }, args) {
   return JSON.parse(execFileSync(file, words, { encoding: 'utf8' }));
 }
 
-// The numbers of each round of a script or program, by its arguments; groups that look at different
+// The numbers of each round of a script or program, by its arguments; groups that use different
 // numbers of the same processes share them.
 const measured = new Map();
 
@@ -265,12 +265,12 @@ function machine() {
     .join('\n');
 }
 
-// The document with what is said of the machine in the place of what was said of the former one.
+// The document with a new description of the machine.
 function withMachine(text) {
   return text.replace(/(?<=^## Results\n\n)(- .*\n)+/m, () => `${machine()}\n`);
 }
 
-// The document with a group's section in the place of the former one, or at the end.
+// The document with a group's section replaced, or added at the end.
 function withSection(text, section) {
   const [title] = section.split('\n');
   const start = text.indexOf(`${title}\n`);

@@ -21,7 +21,7 @@ const ways = {
 ways[process.argv[2]]();
 
 bench.startWaking(WARM_UP + WAKE_UPS);
-// Looks seldom, so that the loop is idle.
+// Checks rarely, so that the loop is idle.
 const look = setInterval(() => {
   const times = bench.wakeUpTimes();
   if (times.length < WARM_UP + WAKE_UPS) return;

@@ -1,14 +1,14 @@
-// node widget_frames.mjs WAY STREAMS: frames of 1280x720 from a main process to a widget process, of
-// so many streams in turn. Prints {"framesPerSecond", "milliseconds"}, the latter of both processes'
-// processor time for 1,000 frames.
+// node widget_frames.mjs WAY STREAMS: frames of 1280x720 from a main process to a widget process,
+// of so many streams in turn. Prints {"framesPerSecond", "milliseconds"}, the latter of both
+// processes' processor time for 1,000 frames.
 //
-// Every way goes in lockstep: the main process sends a frame, the widget reads a byte of each plane
-// and answers with one byte through a socket, and only then comes the next one. Flat out, a writer
-// would keep the reader from the semaphore, which is not fair.
+// Every way works in lockstep: the main process sends a frame, the widget reads a byte of each
+// plane and answers with one byte through a socket, and only then is the next one sent. A writer
+// without pauses would keep the reader from the semaphore, which is not fair.
 //
 //   sharedMemory  stores the frame and announces it with one byte; the widget reads it in place
 //   messages      child_process messages with advanced serialisation
-//   socket        a Unix socket that the widget reads into one buffer, again and again
+//   socket        a Unix socket that the widget reads into one reused buffer
 
 import { fork } from 'node:child_process';
 import { once } from 'node:events';
@@ -38,7 +38,7 @@ const [way, streamsText, role] = process.argv.slice(2);
 const streams = Number(streamsText);
 const streamOf = (number) => ({ type: 'remote', streamIndex: number % streams });
 
-// A pool of pictures in turn, as a decoder has it.
+// A pool of pictures that are used in turn, like a decoder's.
 const pool = () => Array.from({ length: 8 }, (_, luma) => Buffer.alloc(FRAME_SIZE, luma));
 
 let output = 1; // where the result goes

@@ -1,20 +1,25 @@
 #!/usr/bin/env node
 'use strict';
 
-// npx tessel-wrapper doctor            looks for what keeps the package from working, and says what
-//                                      to do
-// npx tessel-wrapper doctor --clean    does so, and removes what killed processes left in /dev/shm
+// npx tessel-wrapper doctor            checks that the package can work, and advises about problems
+// npx tessel-wrapper doctor --clean    does so, and removes the leftovers of killed processes in
+//                                      /dev/shm
 // npx tessel-wrapper build             builds the addon and the embedded engine
 
 const { spawnSync } = require('node:child_process');
 const path = require('node:path');
 
 const { examine, report } = require('../js/doctor.js');
+const { buildDirectory } = require('../js/load_addon.js');
+const { examineRealMeetings } = require('../js/real_meetings.js');
 
 const USAGE = 'usage: tessel-wrapper doctor [--clean] | build';
 
 function doctor(option) {
-  const { lines, exitCode } = report(examine({ cleaning: option === '--clean' }));
+  const { lines, exitCode } = report([
+    ...examine({ cleaning: option === '--clean' }),
+    ...examineRealMeetings(buildDirectory()),
+  ]);
   for (const line of lines) console.log(line);
   return exitCode;
 }

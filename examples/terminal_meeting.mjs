@@ -21,7 +21,7 @@ import { WidgetChild } from './support/widget_child.mjs';
 const WIDGETS_STREAM = { type: 'remote', streamIndex: 0 };
 
 // What describes the meeting with a page.
-const PAGE_OPTIONS = ['participants', 'uri', 'port'];
+const PAGE_OPTIONS = ['participants', 'uri', 'name', 'port'];
 
 const USAGE = 'Options without a page: --video, --seconds and --output.';
 
@@ -49,7 +49,7 @@ function meetingUri({ video }) {
   return `tessel:demo?participants=4&present=1@0${clip}`;
 }
 
-// Settles when the engine has answered: true when joined, false when refused and told why.
+// Resolves when the engine has answered: true when joined, false when refused, after printing why.
 async function join(wrapper, emitter, uri) {
   const answer = once(emitter, 'callConnectionStatus');
   wrapper.connectCall(connectParams(uri));

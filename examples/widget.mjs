@@ -10,7 +10,7 @@ import { SharedStream } from './support/shared_stream.mjs';
 // Twice the highest frame rate, so that no frame is overwritten between two polls.
 const POLL_INTERVAL_MS = 1000 / 60;
 
-// Also when the meeting's process ends early.
+// Even when the meeting's process ends early.
 process.on('disconnect', () => process.exit());
 const [{ names, stream }] = await once(process, 'message');
 const counter = new FrameCounter();

@@ -4,17 +4,17 @@ const { setMaxListeners } = require('node:events');
 
 const clocks = require('./clocks.js');
 
-// Calls `abort` when `signal` is aborted, until what it returns is called. One signal may end any
-// number of waits: that is no leak to be warned of.
+// Calls `abort` when `signal` is aborted, until the returned function is called. One signal may end
+// any number of waits, so there is no warning about many listeners.
 function onAbort(signal, abort) {
   setMaxListeners(0, signal);
   signal.addEventListener('abort', abort);
   return () => signal.removeEventListener('abort', abort);
 }
 
-// A promise that settles as `begin` says, or rejects with the reason of the first of `signals` that
-// is aborted (those that are undefined are left out). `begin(resolve, reject, undo)` runs at once,
-// unless a signal is aborted already; what it gives to `undo` runs when the promise settles.
+// A promise that `begin` settles, or that rejects with the reason of the first aborted one of
+// `signals` (undefined ones are ignored). `begin(resolve, reject, undo)` runs at once, unless a
+// signal is already aborted; functions that it passes to `undo` run when the promise settles.
 function abortable(signals, begin) {
   const given = signals.filter((signal) => signal !== undefined);
   return new Promise((resolve, reject) => {
@@ -39,7 +39,7 @@ function abortable(signals, begin) {
   });
 }
 
-// Settles after `milliseconds`.
+// Resolves after `milliseconds`.
 function pause(milliseconds, signals) {
   return abortable(signals, (resolve, _reject, undo) => {
     const timer = clocks.setTimeout(resolve, milliseconds);

@@ -1,6 +1,6 @@
 'use strict';
 
-// The addon's two classes, untouched. The module is loaded once for all that need them.
+// The addon's two classes, unchanged. The addon is loaded once for all modules that need it.
 
 const { loadAddon } = require('./load_addon.js');
 

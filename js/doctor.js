@@ -1,6 +1,6 @@
 'use strict';
 
-// Looks at everything outside the package that it needs to work.
+// Checks everything outside the package that the package needs.
 
 const fs = require('node:fs');
 const path = require('node:path');
@@ -13,10 +13,10 @@ const { engines } = require('../package.json');
 // The lines of Node.js with which the addon is tested.
 const TESTED_LINES = ['20', '22', '24', '26'];
 const PAGE = 4096;
-// What one stream in widget mode takes: the pages of its segment, and the one of its semaphore.
+// The memory of one stream in widget mode: the pages of its segment, and one for its semaphore.
 const STREAM_BYTES = Math.ceil(SEGMENT_LAYOUT.frameSegmentSize / PAGE) * PAGE + PAGE;
 
-// What is 'bad' keeps meetings or widgets from working; a 'warning' does not.
+// A 'bad' finding keeps meetings or widgets from working; a 'warning' does not.
 const good = (text, advice) => ({ rank: 'good', text, advice });
 const warning = (text, advice) => ({ rank: 'warning', text, advice });
 const bad = (text, advice) => ({ rank: 'bad', text, advice });
@@ -44,7 +44,7 @@ function checkNode({ version, platform, arch }) {
     : warning(text, `The addon is tested with Node.js ${TESTED_LINES.join(', ')}.`);
 }
 
-// Of the addon and, when it can be loaded, of the engine that the system's loader found for it.
+// Findings about the addon and, when it can be loaded, the engine that the system's loader found.
 function checkAddon() {
   try {
     loadAddon();
@@ -58,7 +58,7 @@ function checkAddon() {
 
 function checkEngine() {
   const maps = fs.readFileSync('/proc/self/maps', 'utf8');
-  // Behind address, rights, offset, device and inode; the name may have spaces.
+  // After address, permissions, offset, device and inode; the name may have spaces.
   const file = maps.match(/^(?:\S+ +){5}(\/.*\/libtesselclient\.so.*)$/m)?.[1];
   if (!file) return bad('engine: the addon has none', 'Build it against an engine library.');
   if (path.dirname(file) === path.dirname(fs.realpathSync(addonPath()))) {
@@ -102,6 +102,8 @@ function checkRights(directory = SHARED_MEMORY) {
 
 const names = (count) => (count === 1 ? '1 name' : `${count} names`);
 
+const listed = (items, title) => (items.length === 0 ? [] : [title(names(items.length)), ...items]);
+
 function checkLeftovers(directory = SHARED_MEMORY) {
   try {
     const files = leftovers(directory);
@@ -117,9 +119,13 @@ function checkLeftovers(directory = SHARED_MEMORY) {
 
 function clean(directory = SHARED_MEMORY) {
   try {
-    const files = removeLeftovers(directory);
-    if (files.length === 0) return NOTHING_LEFT;
-    return good([`removed ${names(files.length)} that no process used:`, ...files].join('\n'));
+    const { removed, refused } = removeLeftovers(directory);
+    const lines = [
+      ...listed(refused, (count) => `cannot remove ${count}:`),
+      ...listed(removed, (count) => `removed ${count} that no process used:`),
+    ];
+    if (lines.length === 0) return NOTHING_LEFT;
+    return (refused.length > 0 ? bad : good)(lines.join('\n'));
   } catch ({ message }) {
     return bad(`cannot remove what is left over: ${message}`);
   }
@@ -127,19 +133,20 @@ function clean(directory = SHARED_MEMORY) {
 
 // All findings: { rank, text, advice } with what to do about it, or what else to know. What killed
 // processes have left is removed if `cleaning`.
-function examine({ cleaning = false } = {}) {
+function examine({ cleaning = false, directory = SHARED_MEMORY } = {}) {
   const { node: version } = process.versions;
   const findings = [
     checkNode({ version, platform: process.platform, arch: process.arch }),
     ...checkAddon(),
-    checkRights(),
+    checkRights(directory),
   ];
-  if (findings.at(-1).rank === 'bad') return findings;
-  const leftoverFinding = cleaning ? clean() : checkLeftovers();
-  return [...findings, checkSpace(fs.statfsSync(SHARED_MEMORY)), leftoverFinding];
+  // Without the rights the rest follows; but who has asked for something is told what became of it.
+  if (findings.at(-1).rank === 'bad') return cleaning ? [...findings, clean(directory)] : findings;
+  const leftoverFinding = cleaning ? clean(directory) : checkLeftovers(directory);
+  return [...findings, checkSpace(fs.statfsSync(directory), directory), leftoverFinding];
 }
 
-// What the command prints about `findings`, and what it ends with.
+// The lines that the command prints about `findings`, and its exit code.
 function report(findings) {
   const lines = findings.flatMap(({ rank, text, advice }) => [
     ...`${LABELS[rank]}  ${text}`

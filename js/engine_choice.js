@@ -1,10 +1,13 @@
 'use strict';
 
-// Which engine this process uses. There is one in a process: the first choice holds.
+// Which engine this process uses. There is one in a process: the first choice holds, for all copies of
+// the package.
 
-// The environment variable that names the engine of those who import the package itself.
+const { processRecord } = require('./process_record.js');
+
+// The environment variable that names the engine for imports of the package itself.
 const VARIABLE = 'TESSEL_WRAPPER_ENGINE';
-// Where the addon lies with each engine beside it, in the directory of a build.
+// The directory of the addon with each engine, within the directory of a build.
 const DIRECTORIES = new Map([
   ['embedded', '.'],
   ['webrtc', 'webrtc'],
@@ -14,14 +17,14 @@ const IMPORTS = new Map([
   ['webrtc', 'tessel-wrapper/webrtc'],
 ]);
 
-let chosen;
+const choice = processRecord('engine.1', () => ({ name: undefined }));
 
 // Throws an Error when the process has another engine already.
 function chooseEngine(name) {
-  chosen ??= name;
-  if (chosen !== name) {
+  choice.name ??= name;
+  if (choice.name !== name) {
     throw new Error(
-      `This process uses the ${chosen} engine already, and can use no other: "${IMPORTS.get(name)}" cannot be imported beside "${IMPORTS.get(chosen)}".`,
+      `This process uses the ${choice.name} engine already, and can use no other: "${IMPORTS.get(name)}" cannot be imported beside "${IMPORTS.get(choice.name)}".`,
     );
   }
 }
@@ -36,7 +39,7 @@ function usualEngine() {
 const chooseUsualEngine = () => chooseEngine(usualEngine());
 
 // The engine of this process, and where the addon with it lies in a build.
-const engineName = () => chosen ?? usualEngine();
+const engineName = () => choice.name ?? usualEngine();
 const engineDirectory = () => DIRECTORIES.get(engineName());
 
 module.exports = { VARIABLE, chooseEngine, chooseUsualEngine, engineDirectory, engineName };

@@ -1,6 +1,6 @@
 'use strict';
 
-// What the promises of a meeting reject with, besides a signal's own reason.
+// The errors with which the promises of a meeting reject, besides a signal's reason.
 
 // The engine ended the call, or did not join it.
 class CallError extends Error {
@@ -31,7 +31,7 @@ function adviceOn(operation, [share], status) {
   return `: ${share.type}${identifier === undefined ? '' : ` ${identifier}`}`;
 }
 
-// Nothing of what was waited for came in time.
+// The expected event did not arrive in time.
 class TimeoutError extends Error {
   name = 'TimeoutError';
 }
@@ -41,8 +41,8 @@ class ClosedError extends Error {
   name = 'ClosedError';
 }
 
-// Gives `error`, which was made in a listener or a timer, the frames of `asked`, an error that was
-// made where the application asked for what failed.
+// Adds the stack frames of `asked`, an error made in the application's call, to `error`, which was
+// made in a listener or a timer.
 function withFramesOf(asked, error) {
   const frames = /\n {4}at .*/s.exec(asked.stack)?.[0] ?? '';
   error.stack = `${error.name}: ${error.message}${frames}`;

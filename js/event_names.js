@@ -1,6 +1,6 @@
 'use strict';
 
-// The events that a meeting emits.
+// The events that a meeting emits: those of its wrapper, and its own.
 const EVENT_NAMES = Object.freeze([
   'streamAdded',
   'streamRemoved',
@@ -16,6 +16,7 @@ const EVENT_NAMES = Object.freeze([
   'deviceChange',
   'eventNotify',
   'vspUpdateVOQI',
+  'participants',
 ]);
 
 function requireEventName(name) {

@@ -1,6 +1,6 @@
 'use strict';
 
-// The package's face: the addon's two classes untouched, and what makes them convenient.
+// The package's exports: the addon's two classes unchanged, and the classes built on them.
 
 const { TesselWrapper, TesselWrapperProxy } = require('./addon.js');
 const { CallError, ClosedError, ShareError, TimeoutError } = require('./errors.js');

@@ -1,7 +1,7 @@
 'use strict';
 
-// What to take out of a frame while its planes are valid. Both copies go into the first bytes of a
-// target, of which they return that part, or into a new array.
+// Copies of a frame, made while its planes are valid. Both functions fill the first bytes of a
+// target, and return that part of it, or return a new array.
 
 const { inspect } = require('node:util');
 const { isUint8Array, isUint8ClampedArray } = require('node:util/types');
@@ -31,7 +31,7 @@ function space(target, size) {
   return target.subarray(0, size);
 }
 
-// The planes Y, U and V of `frame` one behind the other with tightly packed rows.
+// The planes Y, U and V of `frame` one after the other, with tightly packed rows.
 function copyI420(frame, target) {
   requirePlanes(frame);
   const planes = ['y', 'u', 'v'].map((name) => ({
@@ -56,8 +56,8 @@ function copyI420(frame, target) {
   return copy;
 }
 
-// The picture as red, green, blue and alpha bytes, row after row: BT.601, limited range, as the
-// field's software codecs have it.
+// The picture as red, green, blue and alpha bytes, row after row: BT.601, limited range, like the
+// usual software codecs.
 function copyRgba(frame, target) {
   requirePlanes(frame);
   const { width, height, yPlaneBuffer, uPlaneBuffer, vPlaneBuffer } = frame;

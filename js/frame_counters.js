@@ -2,9 +2,9 @@
 
 const { nameOf } = require('./stream_key.js');
 
-// What became of the frames that meetings and widgets handed to the application.
+// Counters of the frames that meetings and widgets delivered to the application.
 
-// Of one stream of one meeting or widget.
+// The counters of one stream of a meeting or widget.
 class FrameCounters {
   delivered = 0;
   skipped = 0;
@@ -25,7 +25,7 @@ class FrameLedger {
     FrameLedger.#open.add(this);
   }
 
-  // The counters of all that are open.
+  // The counters of all open meetings and widgets.
   static all() {
     return [...FrameLedger.#open].flatMap((ledger) => ledger.rows());
   }

@@ -10,21 +10,23 @@ export type StreamType = 'local' | 'remote' | 'content';
 /** Names one media stream. */
 export interface StreamKey {
   type: StreamType;
-  /** Tells streams of one type apart; in widget mode remote ones are those from 0 to 49. */
+  /**
+   * The number of the stream among those of its type; in widget mode from 0 to 49 for remote ones.
+   */
   streamIndex: number;
 }
 
 /** An answer without a picture. */
 export interface FrameWithoutPicture {
   noUpdate: true;
-  /** The stream shows nothing: clear the picture that you show for it. */
+  /** The stream has no picture: clear the one that you show for it. */
   clearFrame: boolean;
   frameId: number;
   /** The contributing source that the frame came from: unsigned 32-bit. */
   csrc: number;
 }
 
-/** The stream shows nothing any more: clear the picture that you show for it. */
+/** The stream no longer has a picture: clear the one that you show for it. */
 export interface ClearFrame extends FrameWithoutPicture {
   clearFrame: true;
 }
@@ -32,19 +34,19 @@ export interface ClearFrame extends FrameWithoutPicture {
 /**
  * A picture: planar YUV 4:2:0, 8 bits, BT.601 limited range.
  *
- * The three arrays lie over the engine's own memory, and over shared memory in a widget; nothing is
- * copied. When that memory stops being valid they are detached: their length becomes 0. A frame of
- * a `TesselWrapper` is valid until anybody reads the next fresh frame of its stream, one of a
- * `TesselWrapperProxy` until it is released. Never write into them, and never give them to anything
- * that works off the JavaScript thread: copy them first.
+ * The three arrays are views of the engine's own memory, or of shared memory in a widget, without a
+ * copy. When that memory is no longer valid they are detached: their length becomes 0. A frame of a
+ * `TesselWrapper` is valid until the next fresh frame of its stream is read, one of a
+ * `TesselWrapperProxy` until it is released. Never write into them, and never pass them to anything
+ * that works on another thread: copy them first.
  */
 export interface PictureFrame {
   noUpdate: false;
   /** Clear the picture that you show before this one is drawn. */
   clearFrame: boolean;
   /**
-   * Counts the stream's frames; frames that were lost are missing in the count. In a widget it is
-   * the address of the picture in its process, the same for every frame.
+   * The number of the frame in its stream; the numbers of lost frames are left out. In a widget it
+   * is the address of the picture in its process, the same for every frame.
    */
   frameId: number;
   /** The contributing source that the frame came from: unsigned 32-bit. */
@@ -91,8 +93,8 @@ export type Frame = PictureFrame | FrameWithoutPicture;
 export interface Received {
   /**
    * When the loop got the frame from the engine: milliseconds on the clock of `performance.now()`,
-   * which never goes back. A loop that keeps up gets it within one period of its rate. It is not the
-   * time of capture.
+   * which never goes back. A loop that is fast enough gets it within one period of its rate. It is
+   * not the time of capture.
    */
   readonly receivedAt: number;
 }
@@ -110,9 +112,9 @@ export interface CreateParams {
   configPath: string;
   /** Directory of the engine's log. */
   logPath: string;
-  /** What the names of the log's files begin with. */
+  /** The prefix of the names of the log's files. */
   logPrefix: string;
-  /** What the engine announces itself as. */
+  /** The name under which the engine announces itself. */
   userAgent: string;
 }
 
@@ -129,7 +131,7 @@ export interface MediaStreamState {
   outgoingVideoMuted: boolean;
 }
 
-/** Whether an event of the meeting's orderly changes is wanted; see "gracefulEvent". */
+/** Whether an event of the meeting's orderly changes is requested; see "gracefulEvent". */
 export interface GracefulEventState {
   event: string;
   enabled: boolean;
@@ -147,7 +149,7 @@ export interface TurnServerInfo {
   bandwidth: number;
 }
 
-/** Everything that joining a meeting takes. */
+/** All parameters of joining a meeting. */
 export interface ConnectParams {
   /** The meeting, in the engine's own scheme; `tessel:...` for the embedded engine. */
   uri: string;
@@ -160,12 +162,12 @@ export interface ConnectParams {
   forceTurn: boolean;
   enableRdc: boolean;
   isVesperMeeting: boolean;
-  /** Layouts are asked for with `updateVideoStreamsState`. */
+  /** Layouts are requested with `updateVideoStreamsState`. */
   enableClientDrivenLayouts: boolean;
   enableClientLayoutOrdering: boolean;
   /** Attributes of the meeting, separated by commas. */
   meetingAttributes: string;
-  /** A text that is listed twice counts once. */
+  /** A duplicate counts once. */
   meetingFeatures: readonly string[];
   gracefulEvents: readonly GracefulEventState[];
   mediaStreamState: MediaStreamState;
@@ -208,7 +210,7 @@ export interface DeviceSelectionParams {
   audioOutDevice: AudioOutDevice;
 }
 
-/** What the application's own mixer says, for the engine's report. */
+/** The state of the application's own mixer, for the engine's report. */
 export interface AudioDeviceStats {
   isSpeakerMuted: boolean;
   /** A whole number; a negative one arrives as a very large one. */
@@ -218,7 +220,7 @@ export interface AudioDeviceStats {
   micVolume: number;
 }
 
-/** What is shared. The identifier that belongs to `type` matters; -1 when left out. */
+/** The source to share. The identifier that belongs to `type` counts; -1 when omitted. */
 export interface ContentShareParams {
   type: 'screen' | 'application' | 'window';
   /** The index of a monitor of `getScreenMonitorDetails`; -1 is the first. */
@@ -227,7 +229,7 @@ export interface ContentShareParams {
   windowId?: number;
 }
 
-/** One remote video that is wanted. */
+/** One requested remote video. */
 export interface VideoStreamInfo {
   /** The `csrc` of the stream: unsigned 32-bit. */
   ssrc: number;
@@ -241,7 +243,7 @@ export interface VideoStreamInfo {
 
 /**
  * Limits of one tile. A quality is a height in pixels, a rate is in frames per second; one that is
- * left out limits nothing.
+ * omitted limits nothing.
  */
 export interface VideoStreamConstraints {
   maxquality?: 45 | 90 | 180 | 360 | 720;
@@ -266,7 +268,7 @@ export interface MeetingStatsParams {
 }
 
 export interface ConfigDataParams {
-  /** A text in the engine's own form. */
+  /** A text in the engine's own format. */
   configData: string;
 }
 
@@ -303,7 +305,7 @@ export interface MeetingAttribute {
   value: string;
 }
 
-/** The names of the main segment, which a widget's process needs. */
+/** The names of the main segment, which the widget process needs. */
 export interface SharedDataInfo {
   shm_name: string;
   sem_name: string;
@@ -406,27 +408,46 @@ export type StreamEvent =
   (StreamKey & { csrc: number }) | { type: 'unknown'; streamIndex: number; csrc: number };
 
 export interface CallDisconnect {
-  /** Tells the engine's calls apart. */
+  /** The number of the call in its engine. */
   callId: number;
   reason: string;
   /** 0 when the call was left; the engine's documentation lists the others. */
   code: number;
 }
 
-/** The events of a meeting, by name, with their payloads. */
-export interface MeetingEvents {
+/** A participant of the meeting, the local one included. */
+export interface Participant {
+  /** Of the participant's camera. */
+  stream: StreamKey;
+  /** Of that stream: unsigned 32-bit. */
+  csrc: number;
+  /** Identifies the participant; empty where the engine knows none. */
+  guid: string;
+  name: string;
+  /** The participant's own microphone is muted. */
+  audioMuted: boolean;
+  /** The participant's own camera is muted. */
+  videoMuted: boolean;
+  /** The participant is heard. */
+  speaking: boolean;
+  /** The participant shows content. */
+  presenting: boolean;
+}
+
+/** The events that the addon emits, by name, with their payloads. */
+export interface WrapperEvents {
   /** A stream is there. */
   streamAdded: StreamEvent;
-  /** A stream is gone. */
+  /** A stream was removed. */
   streamRemoved: StreamEvent;
-  /** A stream shows something else than before. */
+  /** A stream has changed: its source, its size or whether it has a picture. */
   streamUpdated: StreamEvent;
   gracefulEvent: { event: string; enable: boolean };
-  /** The call is joined, or it is not, or not any more. */
+  /** The call was joined, or the join failed, or the call ended. */
   callConnectionStatus: { connected: boolean };
   /** Without `status` when the engine reports one that has no name. */
   screenShareStatus: { status?: ShareStatus };
-  /** Somebody else presents content, or no longer does. */
+  /** Another participant presents content, or no longer does. */
   contentReceive: { isReceiving: boolean; presenterGuid: string };
   callDisconnect: CallDisconnect;
   /** Without `mediaType` when it is neither. */
@@ -435,7 +456,7 @@ export interface MeetingEvents {
   micLevel: { level: number };
   /** Media stopped arriving (`up` is false) or arrives again. Without `mediaType` when it has no name. */
   noRtpMedia: { mediaType?: 'video' | 'audio' | 'content'; up: boolean };
-  /** A device came or went. Without `type` when it has no name. */
+  /** A device was plugged in or unplugged. Without `type` when it has no name. */
   deviceChange: { id: string; type?: 'video' | 'audioIn' | 'audioOut' };
   /** An event that was registered; its body is the engine's text, unparsed. */
   eventNotify: { eventName: string; eventBody: string };
@@ -443,12 +464,26 @@ export interface MeetingEvents {
   vspUpdateVOQI: { VSPVOQI: number };
 }
 
+export type WrapperEventName = keyof WrapperEvents;
+
+/** The events of a meeting: those of its wrapper, and its own. */
+export interface MeetingEvents extends WrapperEvents {
+  /**
+   * Who is in the meeting now, the local participant first; nobody outside a call. Told when the
+   * meeting is opened, and at each change, all that changes at one time at once. The meeting has
+   * registered the engine's event of this name for that, so `eventNotify` tells it, too.
+   */
+  participants: readonly Participant[];
+}
+
 export type MeetingEventName = keyof MeetingEvents;
 
 /** The names of all events. */
 export const EVENT_NAMES: readonly MeetingEventName[];
 
-/** One event as the pair of its name and its payload, told apart by the name. */
+/**
+ * One event as the pair of its name and its payload; the name determines the type of the payload.
+ */
 export type MeetingEvent<Name extends MeetingEventName = MeetingEventName> = {
   [Each in Name]: [name: Each, payload: MeetingEvents[Each]];
 }[Name];
@@ -462,22 +497,22 @@ export interface Emitter {
 }
 
 /**
- * One media engine. Made on the main thread alone. Its methods check their arguments (a `TypeError`
- * says what is wrong), call the engine and return; what comes of it is told by events.
+ * One media engine. Can be constructed on the main thread only. Its methods check their arguments
+ * (a `TypeError` says what is invalid), call the engine and return; the results arrive as events.
  */
 export class TesselWrapper {
-  /** Sets what makes the emitters of the wrappers that are made from now on. */
+  /** Sets the factory of the emitters of all wrappers that are constructed later. */
   static _internal_setEmitterFactory(factory: () => Emitter): void;
 
-  /** Blocks until the engine is initialised. The emitter is held weakly: keep it. */
+  /** Blocks until the engine is initialised. The emitter is held weakly: keep a reference to it. */
   constructor(params: CreateParams);
 
   /** Shuts the engine down. From then on the process can end by itself. */
   destroy(): void;
   /** Passes the listener to the emitter's own `on`. */
-  on<Name extends MeetingEventName>(
+  on<Name extends WrapperEventName>(
     eventName: Name,
-    listener: (payload: MeetingEvents[Name]) => void,
+    listener: (payload: WrapperEvents[Name]) => void,
   ): void;
 
   /** Answered with "callConnectionStatus", and with "callDisconnect" when it is not joined. */
@@ -485,7 +520,7 @@ export class TesselWrapper {
   /** Answered with "callDisconnect". */
   disconnectCall(): void;
 
-  /** Answered with "mediaMuteState" where it changes what is sent. */
+  /** Answered with "mediaMuteState" when it changes the sent media. */
   updateMediaStreamState(state: MediaStreamState): void;
   /** Answered with "mediaMuteState". */
   muteLocalVideo(mute: boolean): void;
@@ -527,43 +562,47 @@ export class TesselWrapper {
 
   /**
    * The stream's newest frame. Without a picture when `frameId` is its identifier; 0 stands for no
-   * frame at all. Its planes must not be given to anything that reads or writes them off the
-   * JavaScript thread, as zlib, crypto, files and sockets do: copy them first.
+   * frame. Its planes must not be passed to anything that reads or writes them on another thread,
+   * such as zlib, crypto, files and sockets: copy them first.
    */
   getFrame(stream: StreamKey, frameId: number): Frame;
-  /** The frame that `getFrame` answered with last, once more. */
+  /** The last frame that `getFrame` returned, again. */
   getLastFrame(stream: StreamKey): Frame;
-  /** Does nothing: frames are taken back by themselves. */
+  /** Does nothing: frames are released automatically. */
   releaseFrame(...ignored: unknown[]): void;
 
   /**
-   * Copies the stream's frames into shared memory from now on. The segment is made with the rights
-   * that the umask leaves, and under a name that repeats within one second:
-   * `Meeting.enterWidgetMode` sees to both.
+   * Copies the stream's frames into shared memory from now on. The segment is made with the
+   * permissions that the umask leaves, and under a name that repeats within one second:
+   * `Meeting.enterWidgetMode` takes care of both.
    */
   enterWidgetMode(stream: StreamKey): void;
   exitWidgetMode(stream: StreamKey): void;
-  /** What a `TesselWrapperProxy` is made with. */
+  /** The argument of the constructor of `TesselWrapperProxy`. */
   getSharedDataInfo(): SharedDataInfo;
 }
 
 /**
- * Reads the frames of streams in widget mode, in a second process. Made on the main thread alone.
+ * Reads the frames of streams in widget mode, in a second process. Can be constructed on the main
+ * thread only.
  */
 export class TesselWrapperProxy {
   constructor(names: SharedDataInfo);
 
   /**
-   * The stream's picture in shared memory, which stays locked until `releaseFrame`, also when the
+   * The stream's picture in shared memory, which stays locked until `releaseFrame`, even when the
    * answer has no picture. It has none when `frameId` is the number of stored frames less one. Its
-   * planes must not be given to anything that reads or writes them off the JavaScript thread, as zlib,
-   * crypto, files and sockets do: copy them first.
+   * planes must not be passed to anything that reads or writes them on another thread, such as
+   * zlib, crypto, files and sockets: copy them first.
    */
   getFrame(stream: StreamKey, frameId: number): Frame;
   /** `getFrame` with 0. */
   getLastFrame(stream: StreamKey): Frame;
   releaseFrame(stream: StreamKey): void;
-  /** Forgets the stream and removes its segment's names. */
+  /**
+   * Closes the stream's segment and removes its names. Call `releaseFrame` before: otherwise the
+   * segment stays locked.
+   */
   removeVideo(stream: StreamKey): void;
 }
 
@@ -571,10 +610,14 @@ export class TesselWrapperProxy {
 
 /**
  * The longest that a promise waits, from the call to the end. Ends the waiting, not what the engine
- * was asked for. Here as in all options, one that is not listed is refused with a `TypeError`.
+ * was asked for. Here as in all options, one that is not listed or of another kind is refused with a
+ * `TypeError`, when the operation is called.
  */
 export interface Limits {
-  /** The promise rejects with its reason when it is aborted. */
+  /**
+   * The promise rejects with its reason when it is aborted. When it was aborted before, the engine is
+   * not asked.
+   */
   signal?: AbortSignal;
   /**
    * Milliseconds, up to 2147483647; then the promise rejects with a `TimeoutError`. No limit when
@@ -584,14 +627,14 @@ export interface Limits {
 }
 
 export interface WaitOptions<Payload> extends Limits {
-  /** Which payloads count; all when left out. */
+  /** The payloads that are accepted; all when omitted. */
   where?: (payload: Payload) => boolean;
 }
 
 export interface FrameOptions {
-  /** The most frames per second; 30 when left out. */
+  /** The most frames per second, more than 0; 30 when left out. */
   rate?: number;
-  /** The iteration throws its reason, and the watching rejects with it, when it is aborted. */
+  /** When it is aborted, the iteration throws its reason, and `watch` rejects with it. */
   signal?: AbortSignal;
 }
 
@@ -608,31 +651,33 @@ export type MeetingParams = Partial<CreateParams> & Pick<CreateParams, 'logPath'
 export type JoinParams = Partial<Omit<ConnectParams, 'mediaStreamState'>> &
   Pick<ConnectParams, 'uri'> & { mediaStreamState?: Partial<MediaStreamState> };
 
-/** What became of the frames of one stream. */
+/** The counters of the frames of one stream. */
 export interface FrameCounters {
   /** Which meeting or widget: its kind and its number in this process. */
   owner: string;
   /** Type and index: "remote-0". */
   stream: string;
-  /** Handed to the application. */
+  /** Delivered to the application. */
   delivered: number;
   /**
    * Frames between those delivered that the application did not get, by their identifiers: lost on
-   * the way, left out for the rate, or for a slow application. Always 0 in a widget, whose frames
-   * have no identifiers.
+   * the network, or skipped because of the rate or of a slow application. Always 0 in a widget,
+   * whose frames have no identifiers.
    */
   skipped: number;
-  /** Given back: the application is done with them. */
+  /** Released by the application. */
   released: number;
 }
 
 /**
- * One engine with its events, promises for what it answers by events, and its frames. Whatever is
- * not here is asked of `wrapper`.
+ * One engine with its events, promises for the results that arrive as events, and its frames.
+ * `wrapper` has all other operations.
  *
  * A meeting belongs to the application and lives until it is closed: nobody has to hold it for its
- * listeners to be called. Its promises reject with a `ClosedError` when it is closed. A rejection
- * that nobody handles is reported by node, but for those of `waitFor`.
+ * listeners to be called. Its promises reject with a `ClosedError` when it is closed, but for those
+ * for the end of something, which closing ends as well. A rejection that nobody handles is reported by
+ * node, but for those of `waitFor`. `console.log()` shows `isClosed`, the call's state, `streams`,
+ * those in widget mode, and the counters.
  */
 export class Meeting implements Disposable {
   private constructor();
@@ -640,8 +685,8 @@ export class Meeting implements Disposable {
   /**
    * Makes an engine, which blocks until it is initialised. Its shared memory and its log are made
    * readable for this user alone. A second meeting within one second of the process waits for the
-   * next one. Rejects with a `TypeError`, before it waits, for a property that is missing, of another
-   * type or not listed.
+   * next one, as it does in a second that has been before, when the clock was set back. Rejects with a
+   * `TypeError`, before it waits, for a property that is missing, of another type or not listed.
    *
    * Replaces the emitter factory of `TesselWrapper`.
    */
@@ -649,8 +694,10 @@ export class Meeting implements Disposable {
 
   /** The engine's other operations. */
   readonly wrapper: TesselWrapper;
-  /** The streams that are there now, in the order in which they came, each as it was told last. */
+  /** The present streams in the order in which they were added, each with its latest event. */
   readonly streams: StreamEvent[];
+  /** Who is in the meeting, as the event of this name told last. */
+  readonly participants: readonly Participant[];
   readonly isClosed: boolean;
 
   on<Name extends MeetingEventName>(
@@ -667,17 +714,18 @@ export class Meeting implements Disposable {
   ): this;
 
   /**
-   * The payload of the next such event. It listens from the moment it is called, so nothing is lost
-   * when it is called before what brings the event about, and awaited afterwards. That it rejects
-   * before it is awaited is no unhandled rejection, unless its arguments are wrong.
+   * The payload of the next such event. It listens from the moment it is called, so no event is
+   * lost when it is called before the operation that causes the event, and awaited afterwards. A
+   * rejection before it is awaited is not reported as unhandled, unless its arguments are invalid.
    */
   waitFor<Name extends MeetingEventName>(
     event: Name,
     options?: WaitOptions<MeetingEvents[Name]>,
   ): Promise<MeetingEvents[Name]>;
   /**
-   * The events of these names in the order in which they come. It listens from the moment it is
-   * called, and keeps what is not asked for yet. It ends with the loop, the signal or the meeting.
+   * The events of these names in the order in which they arrive. It listens from the moment it is
+   * called, and queues events until they are requested. It ends with the loop, the signal or the
+   * meeting.
    */
   events<Name extends MeetingEventName>(
     names: readonly Name[],
@@ -685,32 +733,40 @@ export class Meeting implements Disposable {
   ): AsyncIterableIterator<MeetingEvent<Name>>;
 
   /**
-   * Joins a meeting. Sets both mutes: one from before is undone. Rejects with a `CallError` when it is
-   * refused, with a `TypeError` for a property that there is not. A join that is given up by its
-   * limits is taken back.
+   * Joins a meeting. Sets both mutes, whatever they were before. Rejects with a `CallError` when it
+   * is refused, with a `TypeError` for an unknown property. A join that exceeds its limits is ended
+   * at the engine.
    */
   join(params: JoinParams, limits?: Limits): Promise<void>;
-  /** Leaves the call and tells how it ended; `undefined` when there was none. */
+  /**
+   * Leaves the call and tells how it ended; `undefined` when there was none, or when the meeting was
+   * closed meanwhile.
+   */
   leave(limits?: Limits): Promise<CallDisconnect | undefined>;
 
   /** Rejects with a `ShareError` when it is denied, with a `CallError` when the call ends. */
   requestContentShareToken(limits?: Limits): Promise<void>;
-  /** Settles at once without the token, and without an unanswered request for it. */
+  /**
+   * Settles at once without the token, and without an unanswered request for it, and when the meeting
+   * is closed meanwhile.
+   */
   releaseContentShareToken(limits?: Limits): Promise<void>;
   /**
    * Needs the token. Rejects with a `ShareError` when it is denied or fails, with a `CallError` when
    * the call ends.
    */
   startPresentation(params: ContentShareParams, limits?: Limits): Promise<void>;
-  /** Settles at once when nothing is presented, nor may be yet, for a start that was given up. */
+  /**
+   * Settles at once when nothing is presented, nor may be yet, for a start that was given up, and when
+   * the meeting is closed meanwhile.
+   */
   stopPresentation(limits?: Limits): Promise<void>;
 
   /**
-   * The stream's frames at no more than the chosen rate, each the newest one when it is asked for;
-   * none waits in a buffer. After a picture one `ClearFrame` tells that the stream shows nothing any
-   * more. Ends when a stream that was there is gone, and with the meeting; a stream that is not
-   * there yet is waited for, and `return()` ends that at once. Throws a `TypeError` for a stream that
-   * is none.
+   * The stream's frames at no more than the chosen rate, each the newest one when it is requested;
+   * none is queued. After a picture one `ClearFrame` reports that the stream no longer has a
+   * picture. Ends when the stream is removed, and with the meeting; waits for a stream that is not
+   * there yet, and `return()` ends the wait at once. Throws a `TypeError` for an invalid stream.
    *
    * The planes of a frame are valid in the loop's body, as long as nothing else reads the same
    * stream.
@@ -721,20 +777,21 @@ export class Meeting implements Disposable {
    * Copies the stream's frames into shared memory, for a `Widget` in a second process, which is made
    * with the answer, until `exitWidgetMode` or the end of the stream. The memory is readable for
    * this user alone. Entering again within one second waits for the next one, and rejects when the
-   * stream leaves meanwhile. Rejects for a stream that is not there, when /dev/shm has no room for
-   * it, and once the widget process has ended by itself: a meeting has one in its life.
+   * stream leaves meanwhile. Rejects for a stream that is not there, with a `RangeError` for a remote
+   * one outside 0 to 49, once the widget process has ended by itself, since a meeting has one in its
+   * life, and when /dev/shm has no room for it; before the wait, but for the last.
    */
   enterWidgetMode(stream: StreamKey, options?: Pick<Limits, 'signal'>): Promise<SharedDataInfo>;
-  /** Does nothing when the stream is not in widget mode, nor waits to enter it. */
+  /** Does nothing when the stream is not in widget mode and does not wait to enter it. */
   exitWidgetMode(stream: StreamKey): void;
 
   /** What became of its frames, by stream. */
   counters(): FrameCounters[];
 
   /**
-   * Shuts the engine down, so that the process can end by itself. What still waits rejects, loops
-   * over frames and events end, also when the engine fails to go, which is thrown. Does nothing the
-   * second time.
+   * Shuts the engine down, so that the process can end by itself. Pending promises reject, and
+   * loops over frames and events end, even when the engine fails to shut down, whose error is then
+   * thrown. Does nothing the second time.
    */
   close(): void;
   [Symbol.dispose](): void;
@@ -742,18 +799,18 @@ export class Meeting implements Disposable {
 
 // ---- The widget
 
-/** Everything but promises. */
+/** Every type except promises. */
 export type Synchronous<Result> = Result extends PromiseLike<unknown> ? never : Result;
 
 /**
- * Reads, in a second process, the streams that a meeting has in widget mode. A meeting has one widget
- * process in its life: what it forgets, and its end, remove the names by which another could open the
- * memory.
+ * Reads, in a second process, the streams that a meeting has in widget mode. A meeting has one
+ * widget process during its lifetime: `remove`, and the end of the process, remove the names by
+ * which another process could open the memory.
  *
- * Pictures are looked at in place, while their writer waits: draw or copy them, and return.
+ * Pictures are read in place, while their writer waits: draw or copy them, and return.
  */
 export class Widget implements Disposable {
-  /** Of what `Meeting.enterWidgetMode` answered with. Throws when that memory is gone. */
+  /** Takes the result of `Meeting.enterWidgetMode`. Throws when that memory no longer exists. */
   constructor(names: SharedDataInfo);
 
   readonly proxy: TesselWrapperProxy;
@@ -762,7 +819,8 @@ export class Widget implements Disposable {
   /**
    * Calls `use` with the stream's picture and returns what it returned; `undefined`, without a call,
    * when there is no picture. The frame is released when `use` returns or throws, so `use` must not
-   * be asynchronous.
+   * be asynchronous, nor read the same stream. It may close the widget or remove the stream, which
+   * then goes when `use` returns.
    */
   read<Result>(
     stream: StreamKey,
@@ -770,21 +828,21 @@ export class Widget implements Disposable {
   ): Result | undefined;
   /**
    * Does the same at the chosen rate until the signal or the end of the widget. A picture that has
-   * not changed is given again. Rejects with what `use` throws, and with a `ClosedError` when the
-   * widget was closed before.
+   * not changed is delivered again. Rejects with what `use` throws, and with a `ClosedError` when
+   * the widget was closed before.
    */
   watch<Result>(
     stream: StreamKey,
     use: (frame: PictureFrame) => Synchronous<Result>,
     options?: FrameOptions,
   ): Promise<void>;
-  /** Forgets the stream. */
+  /** Closes the stream's memory and removes its names. */
   remove(stream: StreamKey): void;
 
   /** What became of its frames, by stream. */
   counters(): FrameCounters[];
 
-  /** Forgets all streams. Does nothing the second time. */
+  /** Closes all streams. Does nothing the second time. */
   close(): void;
   [Symbol.dispose](): void;
 }
@@ -792,10 +850,10 @@ export class Widget implements Disposable {
 // ---- What can be done with a frame
 
 /**
- * Copies the planes Y, U and V one behind the other with tightly packed rows: into the first bytes
- * of `target`, of which it returns that part, as an array of the same class, or into a new
- * `Uint8Array`. Throws when the planes are no longer valid, a `TypeError` without a picture or when
- * `target` is another kind of array, and a `RangeError` when it is too small.
+ * Copies the planes Y, U and V one after the other with tightly packed rows: into the first bytes
+ * of `target`, returning that part as an array of the same class, or into a new `Uint8Array`.
+ * Throws when the planes are no longer valid, a `TypeError` without a picture or when `target` is
+ * another kind of array, and a `RangeError` when it is too small.
  */
 export function copyI420(
   frame: PictureFrame,
@@ -820,7 +878,7 @@ export function copyRgba<Target extends Uint8Array | Uint8ClampedArray>(
   target: Target,
 ): Target;
 
-/** What became of the frames of all meetings and widgets of this process that are open. */
+/** The counters of all open meetings and widgets of this process. */
 export function frameCounters(): FrameCounters[];
 
 // ---- Errors
@@ -833,13 +891,13 @@ export class CallError extends Error {
   readonly code: number;
 }
 
-/** The engine denied or failed something about content sharing. */
+/** The engine denied a request about content sharing, or it failed. */
 export class ShareError extends Error {
   private constructor();
   readonly status: ShareStatus;
 }
 
-/** What was waited for did not come in time. */
+/** The expected event did not arrive in time. */
 export class TimeoutError extends Error {
   private constructor();
 }

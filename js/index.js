@@ -1,6 +1,6 @@
 'use strict';
 
-// The package with the engine that the environment names, the embedded one unless it names another.
+// The package with the engine that the environment names, by default the embedded one.
 
 const { chooseUsualEngine } = require('./engine_choice.js');
 

@@ -1,12 +1,12 @@
 'use strict';
 
-// What console.log shows of the face's objects: what one wants to know, instead of private parts and
+// The output of console.log for the package's objects: their state, instead of private members and
 // thousands of bytes.
 
 const { inspect } = require('node:util');
 
-// For the inspection of an object: its kind and what `properties` say of it. `depth` and `options`
-// are those that node gives to an inspection.
+// The inspection text of an object: its kind and the `properties`. `depth` and `options` are the
+// arguments that Node.js passes to an inspection function.
 function summary(kind, properties, depth, options) {
   if (depth < 0) return options.stylize(`[${kind}]`, 'special');
   return `${kind} ${inspect(properties, { ...options, depth })}`;

@@ -9,8 +9,8 @@ const { SEGMENT_LAYOUT: layout } = require('./segment_layout.js');
 
 const SHARED_MEMORY = '/dev/shm';
 
-// How the addon names what it makes, and how large each is. The names of a frame segment end with
-// the kind and the index of its stream.
+// The names and sizes of the addon's files. The names of a frame segment end with the kind and the
+// index of its stream.
 const KINDS = [
   { name: /^SHM[0-9A-Za-z]{25}$/, size: layout.mainSegmentSize },
   { name: /^SHM[0-9A-Za-z]{25}[012]-?\d{1,10}$/, size: layout.frameSegmentSize },
@@ -19,7 +19,7 @@ const KINDS = [
 
 const identityOf = ({ dev, ino }) => `${dev}:${ino}`;
 
-// What `look` returns, or `otherwise` where it finds that a file or process has gone meanwhile.
+// What `look` returns, or `otherwise` if a file or process has disappeared in the meantime.
 function unlessGone(look, otherwise) {
   try {
     return look();
@@ -29,7 +29,7 @@ function unlessGone(look, otherwise) {
   }
 }
 
-// This user's files in `directory` that are named and as large as the addon's: { file, identity }.
+// This user's files in `directory` with the name and size of the addon's: { file, identity }.
 function candidates(directory) {
   return fs.readdirSync(directory).flatMap((name) => {
     const file = path.join(directory, name);
@@ -41,12 +41,12 @@ function candidates(directory) {
   });
 }
 
-// The files that a process has mapped or open, by identity. A creator has a segment open before it
-// is mapped; a semaphore is mapped under another name than it has later. `process` is its folder.
+// The files that a process has mapped or open, by identity: a creator opens a segment before it
+// maps it, and maps a semaphore before it renames it. `process` is the folder in /proc.
 function filesInUse(process) {
   const maps = fs.readFileSync(`${process}/maps`, 'utf8').split('\n');
   const mapped = maps.flatMap((line) => {
-    // Address, rights, offset, device, inode, and the file where there is one.
+    // Address, permissions, offset, device, inode, and the file if there is one.
     const [, , , device, inode] = line.split(/ +/);
     if (inode === undefined || inode === '0') return [];
     const [major, minor] = device.split(':').map((part) => parseInt(part, 16));
@@ -64,9 +64,9 @@ function deviceNumber(major, minor) {
   return (major & 0xfff) * 2 ** 8 + (minor & 0xff) + (minor >>> 8) * 2 ** 20;
 }
 
-// Whether a process that must not be looked into, as one with more rights, may have loaded the
-// addon: it is this user's, and its name or one of its threads' is that of Node.js or Electron. Its
-// own name is what the application set as process.title.
+// Whether a process that cannot be inspected, such as one with more rights, may have loaded the
+// addon: it is this user's, and its name or one of its threads' is that of Node.js or Electron. An
+// application may have changed the process's own name by process.title.
 function mayUseSegments(folder) {
   const status = fs.readFileSync(`${folder}/status`, 'utf8');
   if (Number(/^Uid:\s+(\d+)/m.exec(status)[1]) !== process.getuid()) return false;
@@ -76,8 +76,8 @@ function mayUseSegments(folder) {
   return /node|electron/i.test(fs.readFileSync(`${folder}/cmdline`, 'utf8') + threads.join());
 }
 
-// The files that processes have in use. Throws where a process that may use segments must not be
-// looked into. Other users' processes are kept from this user's segments by their rights.
+// The files that processes have in use. Throws when a process that may use segments cannot be
+// inspected. Other users' processes cannot open this user's segments.
 function allFilesInUse(processes) {
   const inUse = new Set();
   for (const id of fs.readdirSync(processes).filter((name) => /^\d+$/.test(name))) {
@@ -92,12 +92,12 @@ function allFilesInUse(processes) {
   return inUse;
 }
 
-// The files in `directory` that are this user's, are named and as large as the addon's, and are used
-// by no process of those in `processes`.
+// The files in `directory` that are this user's, have the name and size of the addon's, and are not
+// used by any process in `processes`.
 function leftovers(directory = SHARED_MEMORY, processes = '/proc') {
   const found = candidates(directory);
   if (found.length === 0) return [];
-  // After the files: whoever makes or opens one meanwhile is seen.
+  // After the files are listed, so that a process that opens one of them meanwhile is seen.
   const inUse = allFilesInUse(processes);
   return found
     .filter(({ identity }) => !inUse.has(identity))
@@ -105,14 +105,22 @@ function leftovers(directory = SHARED_MEMORY, processes = '/proc') {
     .sort();
 }
 
-// Removes them, and returns those that were removed.
+// Removes them: { removed, refused }, files and why the others were not removed.
 function removeLeftovers(directory = SHARED_MEMORY) {
-  return leftovers(directory).filter((file) =>
-    unlessGone(() => {
-      fs.unlinkSync(file);
-      return true;
-    }, false),
-  );
+  const removed = [];
+  const refused = [];
+  for (const file of leftovers(directory)) {
+    try {
+      const isRemoved = unlessGone(() => {
+        fs.unlinkSync(file);
+        return true;
+      }, false);
+      if (isRemoved) removed.push(file);
+    } catch ({ message }) {
+      refused.push(message);
+    }
+  }
+  return { removed, refused };
 }
 
 module.exports = { SHARED_MEMORY, leftovers, removeLeftovers };

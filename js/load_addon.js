@@ -13,7 +13,7 @@ const OVERRIDE = 'TESSEL_WRAPPER_ADDON';
 const HOME = typeof __dirname === 'string' ? path.join(__dirname, '..') : '/';
 const BUILD = path.join(HOME, 'build', 'release');
 
-// What to do about a failure to load, by what the system says about it.
+// Advice for a failure to load, by the system's error message.
 const REMEDIES = [
   [
     /libtesselclient\.so: cannot open shared object file/,
@@ -29,14 +29,20 @@ const REMEDIES = [
   ],
 ];
 
-// The absolute path of the addon to load: what the environment names, else the release build with
-// the engine that was chosen.
+// The absolute path of the addon to load: the one named by the environment, else the release build
+// with the selected engine.
 function addonPath() {
   const named = process.env[OVERRIDE];
   return named ? path.resolve(named) : path.join(BUILD, engineDirectory(), 'tesselWrapper.node');
 }
 
-// What is wrong with `file` itself, before it is loaded.
+// The directory of the build to which that addon belongs: it has one for each other engine in it.
+function buildDirectory() {
+  const directory = path.dirname(addonPath());
+  return path.basename(directory) === 'webrtc' ? path.dirname(directory) : directory;
+}
+
+// Why `file` cannot be an addon, checked before it is loaded.
 function fault(file) {
   const found = fs.statSync(file, { throwIfNoEntry: false });
   if (!found) return 'There is no such file.';
@@ -48,7 +54,7 @@ function explanation(message) {
   return REMEDIES.find(([pattern]) => pattern.test(message))?.[1];
 }
 
-// What the application's developer can do about an addon that cannot be loaded.
+// Advice for the application's developer about an addon that cannot be loaded.
 function action() {
   if (process.env[OVERRIDE]) {
     return `${OVERRIDE} names this file: correct it, or unset it to use the package's own build.`;
@@ -61,7 +67,7 @@ function action() {
     : `Build it with "npx tessel-wrapper build", or name another build in ${OVERRIDE}. "npx tessel-wrapper doctor" looks at the rest.`;
 }
 
-// What to do about a refusal of Node.js itself, which no other build changes.
+// Advice for a refusal by Node.js itself, which another build would not change.
 function permission({ code }) {
   if (code === 'ERR_ACCESS_DENIED') {
     return 'The permission model of Node.js keeps it from being read: start node with --allow-fs-read for it and for /dev/shm, and with --allow-addons.';
@@ -72,7 +78,7 @@ function permission({ code }) {
     : 'Node.js was started with --no-addons: start it without.';
 }
 
-// The result of `step`, or an Error with the system's own words, and what to do about them.
+// The result of `step`, or an Error with the system's message and advice.
 function explained(file, step) {
   try {
     return step();
@@ -83,7 +89,7 @@ function explained(file, step) {
   }
 }
 
-// As require() does, but in a way that bundlers leave alone.
+// Like require(), but in a form that bundlers do not change.
 function load(file) {
   const addon = { exports: {} };
   process.dlopen(addon, file);
@@ -106,4 +112,4 @@ function loadAddon() {
   return loaded.get(file);
 }
 
-module.exports = { OVERRIDE, addonPath, loadAddon };
+module.exports = { OVERRIDE, addonPath, buildDirectory, loadAddon };

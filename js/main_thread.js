@@ -2,7 +2,7 @@
 
 const { isMainThread } = require('node:worker_threads');
 
-// The addon says so, too, but only after what cannot be done in a worker either, and without advice.
+// The addon refuses it, too, but only after steps that also fail in a worker, and without advice.
 const ADVICE =
   'in a test runner, run the tests in processes instead of threads (vitest: --pool forks); ' +
   'elsewhere, start a process with child_process.fork() instead of the worker';

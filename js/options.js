@@ -1,6 +1,6 @@
 'use strict';
 
-// The options that operations take last: what is misspelt or of another kind is refused, not ignored.
+// The options objects of operations. Unknown names and invalid values are refused, not ignored.
 
 const { inspect } = require('node:util');
 
@@ -13,7 +13,7 @@ const CHECKS = {
     if (!(rate > 0)) throw new RangeError(`rate ${rate}: not a positive number`);
   },
   signal(signal) {
-    if (typeof signal?.aborted === 'boolean') return;
+    if (signal instanceof AbortSignal) return;
     throw new TypeError(`Wrong signal ${inspect(signal, { depth: 0 })}, expected an AbortSignal`);
   },
   timeout(timeout) {
@@ -28,14 +28,13 @@ const CHECKS = {
   },
 };
 
-// An array, a signal or its controller has no such names, and would pass for options that are all left
-// out.
+// An array, a signal or a controller has none of the names, and would count as empty options.
 function isRecord(options) {
   if (typeof options !== 'object' || options === null || Array.isArray(options)) return false;
   return !('aborted' in options || 'abort' in options);
 }
 
-// The `options` of `operation`, which knows those called `names`; undefined leaves one, or all, out.
+// The checked `options` of `operation`, which accepts the `names`. Undefined options are omitted.
 function checkOptions(options = {}, names, operation) {
   if (!isRecord(options)) {
     const given = inspect(options, { depth: 0 });
@@ -55,4 +54,4 @@ function checkOptions(options = {}, names, operation) {
   return options;
 }
 
-module.exports = { checkOptions };
+module.exports = { OPTION_NAMES: Object.keys(CHECKS), checkOptions };

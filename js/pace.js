@@ -5,10 +5,10 @@ const clocks = require('./clocks.js');
 // Node.js fires a longer timer at once.
 const LONGEST_TIMER_MS = 2 ** 31 - 1;
 
-// When to look for the next frame, at a rate of at most `rate` frames per second.
+// The times of requests for frames, at a rate of at most `rate` frames per second.
 class Pace {
-  // A look that found nothing is repeated after this part of a period, so that a source of the same
-  // rate loses no frame, whatever its phase.
+  // A request without a new frame is repeated after this fraction of a period, so that no frame of
+  // a source with the same rate is missed, whatever its phase.
   static #RETRY = 1 / 4;
 
   #period; // milliseconds
@@ -18,7 +18,7 @@ class Pace {
     this.#period = 1000 / rate;
   }
 
-  // Whole milliseconds from now to the next look. What is late is not caught up with.
+  // Whole milliseconds from now to the next request. Missed periods are skipped.
   next(foundFrame) {
     const now = clocks.monotonicTime();
     this.#due = foundFrame

@@ -1,26 +1,22 @@
 'use strict';
 
-// Making shared-memory segments, so that nobody else can look into them and no two are mixed up.
+// Makes shared-memory segments that other users cannot read and that have names of their own.
 //
 // - Segments are made with the rights that the umask leaves. The usual one lets every user of the
 //   machine read the pictures; under 077 the same user's processes alone can.
 // - Their names repeat within one second of one process: what is made twice in a second would be one
-//   segment. The second making waits for the next second.
-
-const timers = require('node:timers');
+//   segment. The second making waits for the next second. So it does in a second that has been
+//   before, when the clock was set back: a closed meeting has its names until it is collected.
 
 const { pause } = require('./abortable.js');
 const clocks = require('./clocks.js');
+const { processRecord } = require('./process_record.js');
 
 // The system's own count of seconds is behind the wall time by less than this.
 const CLOCK_LAG_MS = 20;
 
-// Purpose of a segment, and the second in which one was made for it last. One record for all copies
-// of this module in the process, those of other versions of the package among them. Test runners give
-// each file a global object and a `process` of its own, and share only node's modules: it is kept on
-// one of these. Its form goes with the number in the symbol.
-const RECORD = Symbol.for('tessel-wrapper.segments.1');
-const madeIn = (timers[RECORD] ??= new Map());
+// By the purpose of a segment: the times in which one was made for it, as [first, last] seconds.
+const times = processRecord('segments.2', () => new Map());
 
 function withPrivateUmask(make) {
   const usual = process.umask(0o077);
@@ -31,23 +27,40 @@ function withPrivateUmask(make) {
   }
 }
 
+// The earliest second that the system may count at `time`, and the latest.
+const secondsAt = (time) => [time - CLOCK_LAG_MS, time].map((point) => Math.floor(point / 1000));
+
 // How long this second still lasts, in milliseconds, if a segment was made in it for `purpose`, else
-// 0. It is another one, too, when the clock was set back.
+// 0.
 function remainder(purpose) {
-  const wait = ((madeIn.get(purpose) ?? 0) + 1) * 1000 + CLOCK_LAG_MS - clocks.wallTime();
-  return wait > 1000 + CLOCK_LAG_MS ? 0 : Math.max(0, wait);
+  const now = clocks.wallTime();
+  const [earliest, latest] = secondsAt(now);
+  const isOver = ([first, last]) => last < earliest || latest < first;
+  if ((times.get(purpose) ?? []).every(isOver)) return 0;
+  return (earliest + 1) * 1000 + CLOCK_LAG_MS - now;
 }
 
-// Settles with the result of `make`, which makes the segment for `purpose` and runs in one piece,
-// after little more than a second at most, and mostly at once. Rejects with the reason of that of
-// `signals` which is aborted before (those that are undefined are left out).
+// Notes that a segment was made for `purpose` between these times. The clock may have been set back
+// between them.
+function note(purpose, begun, ended) {
+  const [first] = secondsAt(begun);
+  const [, last] = secondsAt(ended);
+  if (!times.has(purpose)) times.set(purpose, []);
+  if (first <= last) times.get(purpose).push([first, last]);
+  else times.get(purpose).push([first, first], [last, last]);
+}
+
+// Resolves with the result of `make`, a synchronous function that makes the segment for `purpose`,
+// after little more than a second at most, and usually at once. Rejects with the reason of the
+// first of `signals` that is aborted before (undefined ones are ignored).
 async function makeSegment(purpose, make, signals = []) {
   for (const signal of signals) signal?.throwIfAborted();
   while (remainder(purpose) > 0) await pause(remainder(purpose), signals);
+  const begun = clocks.wallTime();
   try {
     return withPrivateUmask(make);
   } finally {
-    madeIn.set(purpose, Math.floor(clocks.wallTime() / 1000));
+    note(purpose, begun, clocks.wallTime());
   }
 }
 

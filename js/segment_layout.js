@@ -1,7 +1,7 @@
 'use strict';
 
-// What lies in /dev/shm, in bytes: the addon's shared_memory_layout.h, which a test holds this
-// against. "Frames in shared memory", in the documents, says what the fields mean.
+// The layout of the segments in /dev/shm, in bytes. A test compares it with the addon's
+// shared_memory_layout.h. docs/shared-memory.md describes the fields.
 const SEGMENT_LAYOUT = Object.freeze({
   // An entry of the main segment, for one stream.
   entrySize: 511,
@@ -9,7 +9,7 @@ const SEGMENT_LAYOUT = Object.freeze({
   shmNameOffset: 1,
   semNameOffset: 256,
   nameSize: 255,
-  // The entries' order.
+  // The order of the entries.
   localEntry: 0,
   contentEntry: 1,
   firstRemoteEntry: 2,

@@ -1,7 +1,7 @@
 'use strict';
 
-// What lies in /dev/shm for a meeting. The addon does not tell when it could not make it, nor when a
-// widget that has ended has taken the names away.
+// Checks of a meeting's segments in /dev/shm. The addon does not report that it could not create
+// them, nor that a widget that has ended has removed their names.
 
 const { existsSync, readFileSync } = require('node:fs');
 
@@ -16,7 +16,7 @@ function missingFiles({ shm_name: segment, sem_name: semaphore }) {
   return [fileOfSegment(segment), fileOfSemaphore(semaphore)].filter((file) => !existsSync(file));
 }
 
-// Of the main segment with these names.
+// Throws when a file of the main segment with these names is missing.
 function requireMemory(names, advice = '') {
   const missing = missingFiles(names);
   if (missing.length === 0) return;
@@ -42,7 +42,7 @@ function entryOf({ type, streamIndex }) {
 }
 
 // Whether the stream, which has an entry, can be opened by a widget with the main segment's `names`.
-// To be asked on the thread that writes the table, so that it does not change meanwhile.
+// Must be called on the thread that writes the table, so that it does not change meanwhile.
 function hasFrameMemory(names, stream) {
   const start = entryOf(stream) * layout.entrySize;
   const segment = readFileSync(fileOfSegment(names.shm_name));

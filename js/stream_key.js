@@ -4,10 +4,11 @@ const { inspect } = require('node:util');
 
 const TYPES = ['local', 'remote', 'content'];
 
-// The name of a stream: in counters and errors, and as the key of what is kept for it.
+// The name of a stream, for counters and errors, and as a key of maps.
 const nameOf = ({ type, streamIndex }) => `${type}-${streamIndex}`;
 
-// The engine tells of streams with more properties than a key has: those are no fault.
+// The key of `stream` alone, which the application may change. The engine tells of streams with more
+// properties than a key has: those are no fault.
 function requireStream(stream) {
   if (typeof stream !== 'object' || stream === null) {
     const expected = "{ type: 'remote', streamIndex: 0 }";
@@ -24,6 +25,7 @@ function requireStream(stream) {
       `Wrong streamIndex ${inspect(streamIndex)} of a stream, expected a whole number of 32 bits`,
     );
   }
+  return { type, streamIndex };
 }
 
 module.exports = { nameOf, requireStream };

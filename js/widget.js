@@ -13,7 +13,7 @@ const { Pace } = require('./pace.js');
 const { requireMemory } = require('./shared_memory.js');
 const { nameOf, requireStream } = require('./stream_key.js');
 
-// No frame of a segment has this number, so that the frame which is there is always answered.
+// No frame of a segment has this number, so a request with it always returns the present frame.
 const NO_FRAME = -1;
 
 // The reader of the streams that another process's meeting has in widget mode. It belongs to the
@@ -23,6 +23,7 @@ class Widget {
   #closing = new AbortController();
   #ledger;
   #read = new Map(); // streams that were read, by name
+  #inHand = new Map(); // by name: whether to forget the stream when its callback has returned
 
   constructor(names) {
     requireMainThread('Widget');
@@ -41,22 +42,30 @@ class Widget {
 
   // The segment is locked from getFrame to releaseFrame, whatever the answer: its writer waits.
   read(stream, use) {
-    this.#requireReadable(stream, use);
-    const frame = this.#proxy.getFrame(stream, NO_FRAME);
-    const counters = this.#ledger.of(stream);
-    this.#read.set(nameOf(stream), { ...stream });
+    const key = this.#requireReadable(stream, use);
+    const name = nameOf(key);
+    if (this.#inHand.has(name)) {
+      throw new Error(`The picture of ${name} is being read: its callback must not read it again`);
+    }
+    const frame = this.#proxy.getFrame(key, NO_FRAME);
+    const counters = this.#ledger.of(key);
+    this.#read.set(name, key);
+    this.#inHand.set(name, false);
     const hasPicture = !frame.noUpdate && frame.width > 0 && frame.height > 0;
     if (hasPicture) counters.delivered += 1;
     try {
       return hasPicture ? synchronous(use(inspectable(frame))) : undefined;
     } finally {
-      this.#proxy.releaseFrame(stream);
+      this.#proxy.releaseFrame(key);
       if (hasPicture) counters.released += 1;
+      const isRemoved = this.#inHand.get(name);
+      this.#inHand.delete(name);
+      if (isRemoved) this.#forget(key);
     }
   }
 
   async watch(stream, use, options) {
-    this.#requireReadable(stream, use);
+    const key = this.#requireReadable(stream, use);
     const { rate = 30, signal } = checkOptions(options, ['rate', 'signal'], 'watch');
     const pace = new Pace(rate);
     for (;;) {
@@ -66,14 +75,16 @@ class Widget {
         if (error instanceof ClosedError) return;
         throw error;
       }
-      this.read(stream, use);
+      this.read(key, use);
     }
   }
 
+  // A stream that is forgotten while it is locked would stay locked.
   remove(stream) {
-    requireStream(stream);
-    this.#read.delete(nameOf(stream));
-    this.#proxy.removeVideo(stream);
+    const key = requireStream(stream);
+    const name = nameOf(key);
+    if (this.#inHand.has(name)) this.#inHand.set(name, true);
+    else this.#forget(key);
   }
 
   counters() {
@@ -100,23 +111,28 @@ class Widget {
     return summary('Widget', properties, depth, options);
   }
 
+  #forget(stream) {
+    this.#read.delete(nameOf(stream));
+    this.#proxy.removeVideo(stream);
+  }
+
   #requireReadable(stream, use) {
     this.#closing.signal.throwIfAborted();
-    requireStream(stream);
-    if (typeof use === 'function') return;
+    const key = requireStream(stream);
+    if (typeof use === 'function') return key;
     throw new TypeError(`Wrong callback ${inspect(use, { depth: 0 })}, expected a function`);
   }
 }
 
-// Where one is missing the addon says nothing, and removes the other. Names that are no texts are
-// left to it.
+// When one name is missing, the addon reports no error and removes the other name. The addon itself
+// refuses names that are not strings.
 function requireNames(names) {
   const { shm_name: segment, sem_name: semaphore } = names ?? {};
   if (typeof segment !== 'string' || typeof semaphore !== 'string') return;
   requireMemory(names);
 }
 
-// The result of a callback, which has to be done with its frame when it returns.
+// The result of a callback, which must not use its frame after it returns.
 function synchronous(result) {
   if (typeof result?.then === 'function') {
     throw new TypeError('A frame is gone when the callback returns: it must not be asynchronous');

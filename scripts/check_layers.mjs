@@ -1,8 +1,8 @@
 // node scripts/check_layers.mjs [ROOT]
 //
-// Fails when a native source file of the repository at ROOT (this one unless another is named)
-// includes a header that lies above it. Data flows down: a folder may include its own headers and
-// those of the folders that the table names for it. Tests and benchmarks may include everything.
+// Fails when a native source file of the repository at ROOT (by default this one) includes a header
+// of a layer above its own. A folder may include its own headers and those of the folders that the
+// table names for it. Tests and benchmarks may include everything.
 
 import { existsSync, readFileSync, readdirSync } from 'node:fs';
 import path from 'node:path';

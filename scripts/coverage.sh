@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # scripts/coverage.sh [DIRECTORY...]
 #
-# Runs all tests and prints which lines and branches of the directories they reach, and which they do
-# not: of addon/sharedmem, addon/frames, addon/events and addon/utils unless others are named. Fails
-# when the tests fail and, unless others are named, when too little is reached. build/coverage/report
-# shows every line.
+# Runs all tests and prints which lines and branches of the directories they reach and miss. The
+# default directories are addon/sharedmem, addon/frames, addon/events and addon/utils. Fails when
+# the tests fail and, for the default directories, when the coverage is too low.
+# build/coverage/report shows every line.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -27,7 +27,7 @@ tail -n 1 build/coverage/tests.log
 mkdir -p build/coverage/report
 filters=()
 for directory in "${directories[@]}"; do filters+=(--filter "$directory/"); done
-# A call that may throw has a branch for the exception, which is the compiler's and not the code's.
+# A call that may throw has a branch for the exception, which the compiler generates.
 gcovr --exclude-throw-branches --exclude-unreachable-branches "${filters[@]}" \
   --json build/coverage/coverage.json --html-details build/coverage/report/index.html build/coverage
 report() { gcovr --add-tracefile build/coverage/coverage.json "$@"; }

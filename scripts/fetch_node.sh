@@ -2,8 +2,8 @@
 # scripts/fetch_node.sh LINE
 #
 # Fetches the newest Node.js of a line (26, for example) with its headers, and an npm, into
-# build/node-LINE, and prints the directory of its commands. What was fetched once is kept: remove
-# build/node-LINE for a newer one.
+# build/node-LINE, and prints the directory of its commands. The download is kept: remove
+# build/node-LINE to get a newer version.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

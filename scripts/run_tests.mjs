@@ -1,17 +1,19 @@
-// node scripts/run_tests.mjs PRESET [--only TEXT] [--without TEXT]... [--javascript] [--with-browser]
+// node scripts/run_tests.mjs PRESET [--only TEXT] [--without TEXT]... [--javascript]
+// [--with-browser]
 //
 // Runs the native tests of build/PRESET through CTest, then every test/js/**/*.test.mjs, and every
-// test/**/PRESET.test.mjs, in a node process of its own, and ends with one line 'N passed, N failed'
-// for both. These are failures too:
-// a runner that crashes or finds no tests, a file that ends before its tests did, a skipped test,
-// and a sanitizer's report in any process, even one whose outcome the tests ignore.
+// test/**/PRESET.test.mjs, in a node process of its own, and ends with one line 'N passed, N
+// failed' for both. These are failures too: a runner that crashes or finds no tests, a file that
+// ends before its tests did, a skipped test, and a sanitizer's report in any process, even one
+// whose result the tests ignore.
 //
 // --only TEXT keeps the native tests and the test files whose name contains TEXT, --without TEXT
 // leaves out test files whose name does, and --javascript the native tests.
 //
 // With a sanitizer the files below test/js/browser/ are left out unless --with-browser is given: it
-// watches node's processes, which other files test without a page, and slows them down so much that
-// little of a small machine is left for a browser that draws on the processor.
+// checks the Node.js processes, which other files test without a page, and makes a browser that
+// draws on the processor too slow on a small machine. So are those of real meetings in which the
+// engine runs nothing that it does not run in the others.
 
 import { spawn, spawnSync } from 'node:child_process';
 import {
@@ -29,7 +31,7 @@ import { parseArgs } from 'node:util';
 import { isSanitizer, sanitizerEnvironment } from './sanitizer_environment.mjs';
 
 const PARALLEL = 2;
-// Far above what any test takes, also under a sanitizer: it ends what would never end.
+// Far longer than any test takes, even under a sanitizer: it ends a process that hangs.
 const TIME_LIMIT_SECONDS = 600;
 
 const root = fileURLToPath(new URL('..', import.meta.url));
@@ -75,7 +77,7 @@ rmSync(results, { recursive: true, force: true });
 mkdirSync(reports, { recursive: true });
 
 const total = { passed: 0, failed: 0 };
-// One text for each thing that went wrong, shown again at the end.
+// One text for each failure, shown again at the end.
 const complaints = [];
 
 function addCounts(name, { passed, failed, failures }) {
@@ -115,9 +117,16 @@ function runNativeTests(environment) {
   else if (cases.length === 0 && !only) addFailure('native tests', 'none was run');
 }
 
-// The engine for real meetings is built with one preset alone, and its tests need the server.
-const hasMeetings = preset === 'release';
+// The engine for real meetings is built with these presets, and its tests need the server.
+const hasMeetings = preset === 'release' || isSanitizer(preset);
 const withMeetings = hasMeetings && spawnSync('janus', ['--version']).error === undefined;
+
+const WITHOUT_SANITIZER = [
+  'test/js/browser/',
+  ...['audio', 'browser', 'doctor', 'endurance', 'relay'].map(
+    (name) => `test/js/webrtc/${name}.test.mjs`,
+  ),
+];
 
 function testFiles() {
   const below = (directory) =>
@@ -127,14 +136,14 @@ function testFiles() {
   return below('test/js')
     .filter((file) => file.endsWith('.test.mjs'))
     .concat(below('test').filter((file) => file.endsWith(`/${preset}.test.mjs`)))
-    .filter((file) => withBrowser || !file.startsWith('test/js/browser/'))
+    .filter((file) => withBrowser || !WITHOUT_SANITIZER.some((start) => file.startsWith(start)))
     .filter((file) => withMeetings || !file.startsWith('test/js/webrtc/'))
     .filter((file) => file.includes(only) && !without.some((text) => file.includes(text)))
     .sort();
 }
 
-// Resolves when the process has ended and its output, kept in a file so that nothing is lost when
-// it crashes, has been shown.
+// Resolves when the process has ended and its output was shown. The output is kept in a file, so
+// that nothing is lost when the process crashes.
 async function runTestFile(file, environment) {
   const base = path.join(results, file.replaceAll('/', '.'));
   const output = openSync(`${base}.log`, 'w');

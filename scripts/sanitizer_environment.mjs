@@ -1,9 +1,9 @@
-// How the sanitizers are run: what the environment of a test holds.
+// The environment variables with which tests run under the sanitizers.
 
 import { execFileSync } from 'node:child_process';
 import path from 'node:path';
 
-// The same for all, so that it is told from a test's own exit code.
+// The same for all sanitizers, and different from a test's own exit code.
 const EXIT_CODE = 66;
 
 const RUNTIMES = { asan: 'libasan.so', tsan: 'libtsan.so' };
@@ -17,8 +17,8 @@ function options(values) {
 }
 
 // Every report goes to a file in the folder `reports`, named after the sanitizer and the process,
-// so that one in a process whose output and exit code nobody looks at is found as well. Paths are
-// taken from the repository's root.
+// so that a report of a process whose output and exit code are ignored is found as well. Paths are
+// relative to the repository's root.
 export function sanitizerEnvironment(preset, reports) {
   if (!isSanitizer(preset)) return { forEveryProcess: {}, forNode: {} };
   const common = { exitcode: EXIT_CODE };
@@ -37,11 +37,12 @@ export function sanitizerEnvironment(preset, reports) {
         log_path: path.join(reports, 'tsan'),
         suppressions: suppressions('tsan.supp'),
         second_deadlock_stack: 1,
-        // By default every process lingers for a second at its end.
+        // By default every process sleeps for a second at its end.
         atexit_sleep_ms: 100,
       }),
     },
-    // A stock node does not carry the runtime, which must be the first library of the process.
+    // The ordinary node is not linked to the runtime, which must be the first library of the
+    // process.
     forNode: {
       LD_PRELOAD: execFileSync('g++', [`-print-file-name=${RUNTIMES[preset]}`], {
         encoding: 'utf8',

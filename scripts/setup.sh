@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # scripts/setup.sh PRESET [--for start|install|webrtc|test|valgrind|bench|lint|fuzz] [PRESET ...]
 #
-# Brings a fresh clone, or one that changed, to the point where each PRESET is built: checks the
-# tools for all of them (and installs what is missing with apt-get when root), fetches the npm
-# packages, configures and builds. It does only what is not done yet. What is asked of the machine
-# depends on the purpose ("test" unless another is named): `npm start` needs neither a test framework
-# nor a browser, "webrtc" adds the engine for real meetings and the server that they are tested with,
-# and "fuzz" builds the fuzzers alone. For "install", where this is an installed package, npm has
-# fetched what is needed, another compiler's warnings are no errors, and nothing is kept of the build
-# but the addon and its engine. For "lint" it stops before the build, which is the check itself.
+# Sets up and builds each PRESET in a fresh or changed clone: checks the tools for all of them (and
+# installs missing ones with apt-get when root), fetches the npm packages, configures and builds.
+# Steps that are already done are skipped. The required tools depend on the purpose (by default
+# "test"): `npm start` needs neither a test framework nor a browser, "webrtc" adds the engine for
+# real meetings and the server for its tests, and "fuzz" builds the fuzzers only. For "install", in
+# an installed package, npm has fetched the dependencies, the compiler's warnings are not errors,
+# and only the addon and its engine are kept of the build. For "lint" it stops before the build,
+# which is part of the check itself.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -38,13 +38,13 @@ done
 mkdir -p build
 for pair in "${wanted[@]}"; do : >"build/setup-${pair% *}.log"; done
 
-# for_each COMMAND...: runs it for each that is wanted.
+# for_each COMMAND...: runs the command for each requested preset.
 for_each() {
   local pair
   for pair in "${wanted[@]}"; do
     read -r preset purpose <<<"$pair"
     build=build/$preset
-    # An installed package keeps nothing that is built on the way.
+    # An installed package keeps no intermediate files.
     if [[ $purpose == install ]]; then build=build/install; fi
     log=build/setup-$preset.log
     "$@"
@@ -69,7 +69,7 @@ has_runtime() { has_command g++ && [[ $(g++ -print-file-name="$1") == */* ]]; }
 has_fuzzer_runtime() {
   has_command clang++ && [[ -e $(clang++ -print-file-name=libclang_rt.fuzzer-x86_64.a) ]]
 }
-# Of Chromium, which needs none as root and where users may make namespaces.
+# Chromium's sandbox is not needed as root, nor where users may create namespaces.
 has_sandbox() {
   ((EUID == 0)) || [[ -u /usr/lib/chromium/chrome-sandbox ]] ||
     unshare --user --map-root-user true 2>/dev/null
@@ -88,7 +88,7 @@ has_plugin() { [[ -e /usr/lib/x86_64-linux-gnu/gstreamer-1.0/libgst$1.so ]]; }
 # Debian 13 has no such package: the tests that need the server are left out there, and say so.
 packages_janus() { ! grep -qs '^VERSION_CODENAME=trixie' /etc/os-release; }
 
-# What the engine for real meetings is built with, what it loads, and the server to meet on.
+# The packages to build and run the engine for real meetings, and its server.
 need_webrtc() {
   need pkg-config has_command pkg-config
   need libgstreamer1.0-dev has_module gstreamer-1.0
@@ -104,7 +104,7 @@ need_webrtc() {
   if packages_janus; then need janus has_command janus; fi
 }
 
-# The Debian packages without which something that the purpose needs is missing.
+# The missing Debian packages that the purpose needs.
 missing_packages() {
   need() { "${@:2}" || echo "$1"; }
   need cmake has_version cmake 3.25
@@ -134,9 +134,11 @@ missing_packages() {
   case $purpose in
     test)
       need ffmpeg has_command ffmpeg
+      case $preset in
+        release | asan | tsan) need openssl has_command openssl ;;
+      esac
       if [[ $preset == release ]]; then
         need coturn has_command turnserver
-        need openssl has_command openssl
         need pulseaudio has_command pulseaudio
         need pulseaudio-utils has_command parec
         need pipewire-bin has_command pw-cli
@@ -171,8 +173,8 @@ check_node() {
   done
 }
 
-# Some packages start a server when they are installed, and at each boot after that: what we start is
-# our own, and nobody asked for more.
+# Some packages start a server when they are installed, and at each boot: this prevents it, since
+# the tests start their own servers.
 policy=/usr/sbin/policy-rc.d
 forbid_services() {
   [[ -e $policy ]] && return
@@ -202,9 +204,9 @@ check_packages() {
 
   echo "Installing ${packages[*]}"
   export DEBIAN_FRONTEND=noninteractive
-  # A source that cannot be reached need not be the one that has the packages.
+  # A package source that cannot be reached may not be needed.
   apt-get update >>"$log" 2>&1 || true
-  # Another apt-get may be at work.
+  # Another apt-get may be running.
   forbid_services
   logged apt-get install -y --no-install-recommends -o DPkg::Lock::Timeout=600 "${packages[@]}"
   allow_services
@@ -223,15 +225,19 @@ fetch_npm_packages() {
 }
 
 configure() {
-  # What a tree was once configured with stays on, so that `npm start` and `npm test` in turns do
-  # not undo each other's work.
+  # Options of an earlier configuration stay on, so that alternating `npm start` and `npm test` does
+  # not rebuild everything.
   local options=()
   [[ -e $build/CMakeCache.txt ]] ||
     options+=(-DTESSEL_BUILD_TESTS=OFF -DTESSEL_BUILD_BENCHMARKS=OFF)
   case $purpose in
     test | valgrind) options+=(-DTESSEL_BUILD_TESTS=ON) ;;
     bench | lint) options+=(-DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCHMARKS=ON) ;;
-    install) options+=(-DTESSEL_WARNINGS_AS_ERRORS=OFF) ;;
+    install)
+      # One source file for each library and no debug information: a quarter of the compiler's time.
+      options+=(-DTESSEL_WARNINGS_AS_ERRORS=OFF -DCMAKE_UNITY_BUILD=ON
+        -DCMAKE_UNITY_BUILD_BATCH_SIZE=0 "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -DNDEBUG")
+      ;;
     webrtc) options+=(-DTESSEL_BUILD_WEBRTC=ON) ;;
   esac
   logged cmake --preset "$preset" -B "$build" "${options[@]}"
@@ -246,7 +252,7 @@ build() {
   logged cmake --build "$build" "${targets[@]}"
 }
 
-# Leaves of a build for an installed package what an application needs.
+# Keeps only those files of an installed package's build that an application needs.
 keep_products() {
   mkdir -p "build/$preset"
   mv "$build"/{tesselWrapper.node,libtesselclient.so} "build/$preset"

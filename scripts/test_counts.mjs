@@ -1,5 +1,6 @@
 // A reporter for node:test that yields one JSON object, {passed, failed, failures}, when every test
-// of the process has reported; failures are one text for each failed test. A process that ends earlier yields nothing, which is how the caller tells.
+// of the process has reported; failures are one text for each failed test. A process that ends
+// earlier yields nothing, by which the caller detects it.
 // A test that was skipped or marked as to do proves nothing, so it counts as failed.
 
 export default async function* testCounts(events) {

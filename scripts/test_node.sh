@@ -2,8 +2,9 @@
 # scripts/test_node.sh LINE... [--only TEXT] [--without TEXT]...
 #
 # Runs the JavaScript tests of build/release with the newest Node.js of each LINE (24 or 26, for
-# example), which is fetched from npm. The fuzzers, which run no Node.js, are left out; the options
-# are those of run_tests.mjs. Ends with one line for each Node.js, and fails when a test did.
+# example), which is fetched from npm. The fuzzers, which do not use Node.js, are left out; the
+# options are those of run_tests.mjs. Ends with one line for each Node.js, and fails when a test
+# fails.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

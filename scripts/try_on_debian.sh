@@ -2,11 +2,11 @@
 # scripts/try_on_debian.sh VERSION [LINE]
 #
 # Runs `npm start` and `npm test` on a fresh clone in a minimal Debian VERSION (12 or 13) with the
-# newest Node.js of LINE (24 unless another is named), and ends with a table. The system is made with
-# debootstrap, from the mirror that this system uses, in build/debian-VERSION, and kept there for the
-# next run. One copy of it is used as root, one as an ordinary user, for whom root installs what the
-# two commands say is missing. Tests the last commit. Needs root and 10 GB; what the commands print
-# stays in build/debian-VERSION/*.log.
+# newest Node.js of LINE (24 unless another is named), and ends with a table. The system is made
+# with debootstrap, from the mirror that this system uses, in build/debian-VERSION, and kept there
+# for the next run. One copy of it is used as root, one as an ordinary user, for whom root installs
+# what the two commands report as missing. Tests the last commit. Needs root and 10 GB; the output
+# of the commands is kept in build/debian-VERSION/*.log.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -71,7 +71,7 @@ make_system() {
   mkdir "$root/usr/local/lib/node_modules"
   cp -r "$packages/npm" "$root/usr/local/lib/node_modules/"
   ln -s ../lib/node_modules/npm/bin/npm-cli.js "$root/usr/local/bin/npm"
-  # It reaches and trusts whom this system does.
+  # It uses this system's network settings and certificates.
   cp --dereference /etc/resolv.conf /etc/hosts "$root/etc/"
   cp --dereference "$certificates" "$root$certificates"
   git clone --quiet --no-local . "$root$2/clone"
@@ -93,14 +93,14 @@ inside() {
 rows=()
 is_green=true
 
-# attempt NAME USER HOME COMMAND: a row of the table. An ordinary user is told what is missing, which
-# root then installs: once for each command.
+# attempt NAME USER HOME COMMAND: a row of the table. For an ordinary user the command lists missing
+# packages, which root then installs, once for each command.
 attempt() {
   local log start status=0 missing='' seconds result
   log="$directory/$1-${4//[^a-z]/}.log"
   start=$SECONDS
   echo "Running '$4' as $2"
-  # A shell that waits for a job obeys a signal at once.
+  # A shell that waits for a background job handles a signal at once.
   inside "$@" >"$log" 2>&1 &
   wait $! || status=$?
   missing=$(sed -n 's/^setup: .*sudo \(apt-get install .*\)$/\1/p' "$log")

@@ -3,52 +3,27 @@
 #include <memory>
 #include <utility>
 
-#include "base/mutex.h"
-
 namespace events {
-namespace {
 
-// A thread that is blocked in sync(). Shared by it and by the closure that it waits for.
-class BlockedCaller {
+// A closure of sync(). Freed when it has run or thrown, and also when it is dropped; this settles
+// its call.
+class JavascriptDispatcher::SyncItem {
  public:
-  void wait() EXCLUDES(mutex_) {
-    const base::MutexLock lock(mutex_);
-    while (!released_) condition_.Wait(mutex_);
-  }
-
-  void release() EXCLUDES(mutex_) {
-    const base::MutexLock lock(mutex_);
-    released_ = true;
-    condition_.NotifyOne();
-  }
-
- private:
-  base::Mutex mutex_;
-  base::CondVar condition_;  // released_ became true
-  bool released_ GUARDED_BY(mutex_) = false;
-};
-
-// A closure that releases its caller when it is freed: after it has run or thrown, and also when it
-// is dropped.
-class BlockingClosure {
- public:
-  BlockingClosure(Closure closure, std::shared_ptr<BlockedCaller> caller)
-      : closure_(std::move(closure)), caller_(std::move(caller)) {}
-  ~BlockingClosure() {
+  SyncItem(JavascriptDispatcher& dispatcher, Closure closure)
+      : dispatcher_(dispatcher), closure_(std::move(closure)) {}
+  ~SyncItem() {
     closure_ = nullptr;
-    caller_->release();
+    dispatcher_.settleSyncCall(this);
   }
-  BlockingClosure(const BlockingClosure&) = delete;
-  BlockingClosure& operator=(const BlockingClosure&) = delete;
+  SyncItem(const SyncItem&) = delete;
+  SyncItem& operator=(const SyncItem&) = delete;
 
   void run(Napi::Env env) const { closure_(env); }
 
  private:
+  JavascriptDispatcher& dispatcher_;
   Closure closure_;
-  const std::shared_ptr<BlockedCaller> caller_;
 };
-
-}  // namespace
 
 JavascriptDispatcher::JavascriptDispatcher(Napi::Env env)
     : asyncFunction_(env), syncFunction_(env) {}
@@ -57,12 +32,16 @@ JavascriptDispatcher::~JavascriptDispatcher() { close(); }
 
 void JavascriptDispatcher::async(Closure closure) { asyncFunction_.call(std::move(closure)); }
 
-// The caller is known to its closure before that is posted, so that no release can be missed.
 void JavascriptDispatcher::sync(Closure closure) {
-  const auto caller = std::make_shared<BlockedCaller>();
-  auto blocking = std::make_shared<const BlockingClosure>(std::move(closure), caller);
-  syncFunction_.call([blocking = std::move(blocking)](Napi::Env env) { blocking->run(env); });
-  caller->wait();
+  auto item = std::make_shared<const SyncItem>(*this, std::move(closure));
+  const SyncItem* const address = item.get();
+  // The item is posted before its address is registered. If it was freed by then, nothing erases
+  // the address any more and the caller stays blocked until close().
+  syncFunction_.call([item = std::move(item)](Napi::Env env) { item->run(env); });
+  const base::MutexLock lock(mutex_);
+  if (closed_) return;
+  pendingSyncCalls_.insert(address);
+  while (pendingSyncCalls_.contains(address)) condition_.Wait(mutex_);
 }
 
 void JavascriptDispatcher::releaseEventLoop() {
@@ -75,6 +54,18 @@ void JavascriptDispatcher::releaseEventLoop() {
 void JavascriptDispatcher::close() {
   asyncFunction_.close();
   syncFunction_.close();
+  const base::MutexLock lock(mutex_);
+  closed_ = true;
+  pendingSyncCalls_.clear();
+  condition_.NotifyAll();
+}
+
+void JavascriptDispatcher::settleSyncCall(const SyncItem* item) {
+  {
+    const base::MutexLock lock(mutex_);
+    pendingSyncCalls_.erase(item);
+  }
+  condition_.NotifyOne();
 }
 
 }  // namespace events

@@ -5,7 +5,10 @@
 
 #include <napi.h>
 
+#include <set>
+
 #include "addon/events/napi_threadsafe_function.h"
+#include "base/mutex.h"
 
 namespace events {
 
@@ -26,19 +29,31 @@ class JavascriptDispatcher {
   // Returns as soon as the closure is queued.
   void async(Closure closure);
 
-  // Returns when the closure has run, has thrown, or was dropped. Blocks for ever on the JavaScript
-  // thread itself, where the closure would have to run.
-  void sync(Closure closure);
+  // Returns when the closure has run, has thrown or was dropped. Blocks for ever on
+  // the JavaScript thread itself, where the closure would have to run. One waiting caller is woken
+  // for each closure that has run, so a caller among several may wait until a later closure wakes
+  // it.
+  void sync(Closure closure) EXCLUDES(mutex_);
 
   // Delivers what is queued so far, then stops keeping the process alive. JavaScript thread.
   void releaseEventLoop();
 
   // Drops what is queued and what is posted from now on, which releases every caller of sync.
   // JavaScript thread; more calls do nothing.
-  void close();
+  void close() EXCLUDES(mutex_);
 
  private:
-  // Thread-safe by themselves.
+  class SyncItem;
+
+  void settleSyncCall(const SyncItem* item) EXCLUDES(mutex_);
+
+  base::Mutex mutex_;
+  base::CondVar condition_;  // an item was settled, or closed_ became true
+  // Whose callers wait.
+  std::set<const SyncItem*> pendingSyncCalls_ GUARDED_BY(mutex_);
+  bool closed_ GUARDED_BY(mutex_) = false;
+
+  // Last, because their items use the members above. Thread-safe by themselves.
   NapiThreadsafeFunction asyncFunction_;
   NapiThreadsafeFunction syncFunction_;
 };

@@ -2,6 +2,7 @@
 
 #include "addon/napi/arguments.h"
 #include "addon/napi/object_property_helper.h"
+#include "addon/napi/record_reader.h"
 #include "addon/napi/values.h"
 #include "addon/wrapper/media_stream_state.h"
 #include "addon/wrapper/tessel_wrapper.h"
@@ -16,42 +17,44 @@ std::pair<std::string, bool> readGracefulEvent(const Napi::CallbackInfo& info, N
 }
 
 tsl::TurnServerInfo readTurnServer(const Napi::CallbackInfo& info, Napi::Value value) {
-  const napi::NapiObjectPropertyHelper helper(info, value, "TurnServerInfo");
-  tsl::TurnServerInfo server;
-  server.protocol = helper.getAsString("protocol");
-  server.fqdn = helper.getAsString("fqdn");
-  server.address = helper.getAsString("address");
-  server.port = helper.getAsInt("port");
-  server.username = helper.getAsString("username");
-  server.password = helper.getAsString("password");
-  server.priority = helper.getAsInt("priority");
-  server.bandwidth = helper.getAsInt("bandwidth");
-  return server;
+  using Server = tsl::TurnServerInfo;
+  return napi::RecordReader<Server>(info, value, "TurnServerInfo")
+      .read("protocol", &Server::protocol)
+      .read("fqdn", &Server::fqdn)
+      .read("address", &Server::address)
+      .read("port", &Server::port)
+      .read("username", &Server::username)
+      .read("password", &Server::password)
+      .read("priority", &Server::priority)
+      .read("bandwidth", &Server::bandwidth)
+      .take();
 }
 
 tsl::ConnectParams readConnectParams(const Napi::CallbackInfo& info, Napi::Value value) {
-  const napi::NapiObjectPropertyHelper helper(info, value, "ConnectParams");
-  tsl::ConnectParams params;
-  params.uri = helper.getAsString("uri");
-  params.endpointName = helper.getAsString("endpointName");
-  params.meetingGuid = helper.getAsString("meetingGuid");
-  // Read a second time on purpose: a getter runs again, and the second value counts.
-  params.endpointName = helper.getAsString("endpointName");
-  params.maxBandwidth = helper.getAsInt("maxBandwidth");
-  params.forceTurn = helper.getAsBoolean("forceTurn");
-  params.enableRdc = helper.getAsBoolean("enableRdc");
-  params.isVesperMeeting = helper.getAsBoolean("isVesperMeeting");
-  params.enableClientDrivenLayouts = helper.getAsBoolean("enableClientDrivenLayouts");
-  params.enableClientLayoutOrdering = helper.getAsBoolean("enableClientLayoutOrdering");
-  params.meetingAttributes = helper.getAsString("meetingAttributes");
-  napi::forEachElement(helper.getAsArray("meetingFeatures"), [&](Napi::Value feature) {
+  using Params = tsl::ConnectParams;
+  napi::RecordReader<Params> reader(info, value, "ConnectParams");
+  reader.read("uri", &Params::uri)
+      .read("endpointName", &Params::endpointName)
+      .read("meetingGuid", &Params::meetingGuid)
+      // Read a second time on purpose: a getter runs again, and the second value counts.
+      .read("endpointName", &Params::endpointName)
+      .read("maxBandwidth", &Params::maxBandwidth)
+      .read("forceTurn", &Params::forceTurn)
+      .read("enableRdc", &Params::enableRdc)
+      .read("isVesperMeeting", &Params::isVesperMeeting)
+      .read("enableClientDrivenLayouts", &Params::enableClientDrivenLayouts)
+      .read("enableClientLayoutOrdering", &Params::enableClientLayoutOrdering)
+      .read("meetingAttributes", &Params::meetingAttributes);
+  Params params = reader.take();
+  const auto& properties = reader.properties();
+  napi::forEachElement(properties.getAsArray("meetingFeatures"), [&](Napi::Value feature) {
     params.meetingFeatures.insert(napi::toUtf8(feature));
   });
-  napi::forEachElement(helper.getAsArray("gracefulEvents"), [&](Napi::Value event) {
+  napi::forEachElement(properties.getAsArray("gracefulEvents"), [&](Napi::Value event) {
     params.gracefulEvents.push_back(readGracefulEvent(info, event));
   });
-  params.mediaStreamState = readMediaStreamState(info, helper.getAsObject("mediaStreamState"));
-  napi::forEachElement(helper.getAsArray("turnServers"), [&](Napi::Value server) {
+  params.mediaStreamState = readMediaStreamState(info, properties.getAsObject("mediaStreamState"));
+  napi::forEachElement(properties.getAsArray("turnServers"), [&](Napi::Value server) {
     params.turnServers.push_back(readTurnServer(info, server));
   });
   return params;

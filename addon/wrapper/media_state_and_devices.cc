@@ -2,6 +2,7 @@
 
 #include "addon/napi/arguments.h"
 #include "addon/napi/object_property_helper.h"
+#include "addon/napi/record_reader.h"
 #include "addon/wrapper/media_stream_state.h"
 #include "addon/wrapper/tessel_wrapper.h"
 #include "base/diagnostic_line.h"
@@ -14,29 +15,31 @@ float readVolume(const napi::NapiObjectPropertyHelper& helper, const char* name)
   return static_cast<float>(static_cast<std::uint32_t>(helper.getAsInt(name)));
 }
 
+// The names of an audio device's properties begin with `kind`.
+template <typename Device>
+Device readAudioDevice(const Napi::CallbackInfo& info, Napi::Value value, const char* objectName,
+                       const std::string& kind) {
+  return napi::RecordReader<Device>(info, value, objectName)
+      .read(kind + "Id", &Device::id)
+      .read(kind + "Name", &Device::name)
+      .read(kind + "SourceName", &Device::sourceName)
+      .take();
+}
+
 tsl::AudioInDevice readAudioInDevice(const Napi::CallbackInfo& info, Napi::Value value) {
-  const napi::NapiObjectPropertyHelper helper(info, value, "AudioInDevice");
-  tsl::AudioInDevice device;
-  device.id = helper.getAsString("audioInId");
-  device.name = helper.getAsString("audioInName");
-  device.sourceName = helper.getAsString("audioInSourceName");
-  return device;
+  return readAudioDevice<tsl::AudioInDevice>(info, value, "AudioInDevice", "audioIn");
 }
 
 tsl::AudioOutDevice readAudioOutDevice(const Napi::CallbackInfo& info, Napi::Value value) {
-  const napi::NapiObjectPropertyHelper helper(info, value, "AudioOutDevice");
-  tsl::AudioOutDevice device;
-  device.id = helper.getAsString("audioOutId");
-  device.name = helper.getAsString("audioOutName");
-  device.sourceName = helper.getAsString("audioOutSourceName");
-  return device;
+  return readAudioDevice<tsl::AudioOutDevice>(info, value, "AudioOutDevice", "audioOut");
 }
 
 tsl::VideoDevice readVideoDevice(const Napi::CallbackInfo& info, Napi::Value value) {
-  const napi::NapiObjectPropertyHelper helper(info, value, "VideoDevice");
-  tsl::VideoDevice device;
-  device.id = helper.getAsString("videoDeviceId");
-  device.name = helper.getAsString("videoDeviceName");
+  napi::RecordReader<tsl::VideoDevice> reader(info, value, "VideoDevice");
+  reader.read("videoDeviceId", &tsl::VideoDevice::id)
+      .read("videoDeviceName", &tsl::VideoDevice::name);
+  tsl::VideoDevice device = reader.take();
+  const auto& helper = reader.properties();
   if (!helper.has("capability")) return device;
   // The name in error texts repeats the word on purpose.
   const napi::NapiObjectPropertyHelper capability(info, helper.getAsObject("capability"),
@@ -69,14 +72,14 @@ tsl::AudioDeviceStats readAudioDeviceStats(const Napi::CallbackInfo& info, Napi:
 }  // namespace
 
 tsl::MediaStreamState readMediaStreamState(const Napi::CallbackInfo& info, Napi::Value value) {
-  const napi::NapiObjectPropertyHelper helper(info, value, "MediaStreamState");
-  tsl::MediaStreamState state;
-  state.contentStreamEnabled = helper.getAsBoolean("contentStreamEnabled");
-  state.incomingAudioEnabled = helper.getAsBoolean("incomingAudioEnabled");
-  state.incomingVideoEnabled = helper.getAsBoolean("incomingVideoEnabled");
-  state.outgoingAudioMuted = helper.getAsBoolean("outgoingAudioMuted");
-  state.outgoingVideoMuted = helper.getAsBoolean("outgoingVideoMuted");
-  return state;
+  using State = tsl::MediaStreamState;
+  return napi::RecordReader<State>(info, value, "MediaStreamState")
+      .read("contentStreamEnabled", &State::contentStreamEnabled)
+      .read("incomingAudioEnabled", &State::incomingAudioEnabled)
+      .read("incomingVideoEnabled", &State::incomingVideoEnabled)
+      .read("outgoingAudioMuted", &State::outgoingAudioMuted)
+      .read("outgoingVideoMuted", &State::outgoingVideoMuted)
+      .take();
 }
 
 void TesselWrapper::updateMediaStreamState(const Napi::CallbackInfo& info) {

@@ -9,7 +9,7 @@
 
 #include "addon/napi/arguments.h"
 #include "addon/napi/main_environment.h"
-#include "addon/napi/object_property_helper.h"
+#include "addon/napi/record_reader.h"
 #include "addon/napi/status.h"
 #include "addon/napi/values.h"
 #include "base/diagnostic_line.h"
@@ -23,14 +23,14 @@ namespace {
 
 tsl::CreateParams readCreateParams(const Napi::CallbackInfo& info) {
   napi::requireMainEnvironment(info.Env(), "TesselWrapper");
-  const napi::NapiObjectPropertyHelper helper(info, napi::onlyObject(info), "CreateParams");
-  tsl::CreateParams params;
-  params.szAppVersion = helper.getAsString("appVersion");
-  params.szConfigPath = helper.getAsString("configPath");
-  params.szLogPath = helper.getAsString("logPath");
-  params.szLogPrefix = helper.getAsString("logPrefix");
-  params.szUserAgent = helper.getAsString("userAgent");
-  return params;
+  using Params = tsl::CreateParams;
+  return napi::RecordReader<Params>(info, napi::onlyObject(info), "CreateParams")
+      .read("appVersion", &Params::szAppVersion)
+      .read("configPath", &Params::szConfigPath)
+      .read("logPath", &Params::szLogPath)
+      .read("logPrefix", &Params::szLogPrefix)
+      .read("userAgent", &Params::szUserAgent)
+      .take();
 }
 
 void printCreateParams(const tsl::CreateParams& params) {

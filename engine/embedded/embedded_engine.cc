@@ -169,3 +169,8 @@ void EmbeddedEngine::notifyShareStatus(ShareStatus status) {
 }
 
 }  // namespace embedded
+
+std::unique_ptr<support::Engine> support::makeEngine(EngineContext& context,
+                                                     std::shared_ptr<FramePool> pool) {
+  return std::make_unique<embedded::EmbeddedEngine>(context, std::move(pool));
+}

@@ -15,6 +15,7 @@
 #include "engine/support/log.h"
 #include "engine/support/notifier.h"
 #include "engine/support/published.h"
+#include "engine/support/streams/frame_pool.h"
 #include "engine/support/streams/stream_table.h"
 #include "engine/support/task_loop.h"
 #include "tesselclient/records.h"
@@ -78,6 +79,10 @@ class Engine {
 
 // Makes an engine, on the thread that initialises it.
 using EngineFactory = std::function<std::unique_ptr<Engine>(EngineContext& context)>;
+
+// The factory of the library's own engine. Each engine defines it. `pool` is shared by all engines
+// of the process.
+std::unique_ptr<Engine> makeEngine(EngineContext& context, std::shared_ptr<FramePool> pool);
 
 }  // namespace support
 

@@ -96,6 +96,8 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
       ownState_{.guid = params.meetingGuid,
                 .isAudioMuted = params.mediaStreamState.outgoingAudioMuted,
                 .isVideoMuted = params.mediaStreamState.outgoingVideoMuted},
+      ownSpeech_(context.loop, peopleChanged_),
+      incoming_(incomingOf(params.mediaStreamState)),
       inbox_(context.loop),
       timer_(context.loop) {}
 
@@ -202,6 +204,7 @@ void Call::publish() {
           .failed = [this](const std::string& reason) { fail(kNoMediaPath, reason); },
           .heard =
               [this](unsigned level) {
+                ownSpeech_.heard(level);
                 if (isJoined()) context_.notifier.notify(&INotifyCallback::NotifyMicLevel, level);
               }});
   audio_->captureInto(publisher_->audioSource());
@@ -225,12 +228,14 @@ void Call::joined() {
 
 std::vector<support::Person> Call::people() const {
   if (!isJoined()) return {};
-  std::vector<support::Person> people = {{.stream = support::kLocalStream,
-                                          .csrc = localVideo_.csrc(),
-                                          .guid = params_.meetingGuid,
-                                          .name = params_.endpointName,
-                                          .audioMuted = ownState_.isAudioMuted,
-                                          .videoMuted = ownState_.isVideoMuted}};
+  std::vector<support::Person> people = {
+      {.stream = support::kLocalStream,
+       .csrc = localVideo_.csrc(),
+       .guid = params_.meetingGuid,
+       .name = params_.endpointName,
+       .audioMuted = ownState_.isAudioMuted,
+       .videoMuted = ownState_.isVideoMuted,
+       .speaking = ownSpeech_.isSpeaking() && !ownState_.isAudioMuted}};
   for (const auto& [key, participant] : participants_) people.push_back(participant->person());
   std::sort(people.begin(), people.end(),
             [](const auto& a, const auto& b) { return a.stream < b.stream; });
@@ -261,8 +266,9 @@ void Call::addFeeds(const Json& data) {
     if (participant) {
       participant->update(*feed);
     } else if (const auto index = freeIndex()) {
-      participant = std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(),
-                                                  ice_, room_, *feed, *index);
+      participant =
+          std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(), ice_, room_,
+                                        *feed, *index, incoming_, peopleChanged_);
       if (isJoined()) participant->announce();
     } else {
       participants_.erase(feed->key());
@@ -295,6 +301,11 @@ void Call::deviceChanged(DeviceType type) {
 void Call::setRemoteAudioMuted(bool isMuted) {
   isRemoteAudioMuted_ = isMuted;
   if (audio_) audio_->speaker().setMuted(isMuted);
+}
+
+void Call::setIncoming(Incoming incoming) {
+  incoming_ = incoming;
+  for (const auto& [key, participant] : participants_) participant->setIncoming(incoming);
 }
 
 void Call::setAudioMuted(bool isMuted) {

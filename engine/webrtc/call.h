@@ -13,6 +13,7 @@
 #include "engine/support/engine.h"
 #include "engine/support/roster.h"
 #include "engine/support/task_loop.h"
+#include "engine/webrtc/audio_level.h"
 #include "engine/webrtc/call_audio.h"
 #include "engine/webrtc/call_end.h"
 #include "engine/webrtc/call_uri.h"
@@ -52,6 +53,7 @@ class Call {
   // Another device of this type is to be used.
   void deviceChanged(DeviceType type);
   void setRemoteAudioMuted(bool isMuted);
+  void setIncoming(Incoming incoming);
   // What the others are to know.
   void setAudioMuted(bool isMuted);
   void setVideoMuted(bool isMuted);
@@ -88,7 +90,9 @@ class Call {
 
   State state_ = State::kConnecting;
   OwnState ownState_;
+  SpeechDetector ownSpeech_;
   bool isRemoteAudioMuted_ = false;
+  Incoming incoming_;
   Json room_;  // what every request to the room is to say
   Json ownId_;
   Inbox inbox_;

@@ -96,17 +96,17 @@ void Devices::startSound() {
 }
 
 void Devices::watch(GstBus* bus) {
-  using Handler = std::function<void()>;
+  using Handler = Handed<void>;
   auto* const handler =
       new Handler([this, post = inbox_.poster()] { post([this] { refresh(); }); });
   gst_bus_set_sync_handler(
       bus,
       [](GstBus*, GstMessage* message, gpointer data) {
-        (*static_cast<Handler*>(data))();
+        Handler::call(data);
         gst_message_unref(message);
         return GST_BUS_DROP;
       },
-      handler, [](gpointer data) { delete static_cast<Handler*>(data); });
+      handler, Handler::destroy);
 }
 
 void Devices::refresh() {

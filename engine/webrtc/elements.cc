@@ -61,11 +61,19 @@ void initialise() {
 
 }  // namespace
 
-void requireElements() {
+std::vector<ElementState> examineElements() {
   initialise();
+  std::vector<ElementState> states;
   for (const auto& [factory, package] : kNeededElements) {
     const ObjectPtr<GstElementFactory> found(gst_element_factory_find(factory));
-    if (found) continue;
+    states.push_back({factory, package, found != nullptr});
+  }
+  return states;
+}
+
+void requireElements() {
+  for (const auto& [factory, package, isThere] : examineElements()) {
+    if (isThere) continue;
     throw CallFailure(kEngineFailed, std::string("GStreamer's element ") + factory +
                                          " is missing: install " + package);
   }

@@ -3,7 +3,19 @@
 #ifndef ENGINE_WEBRTC_ELEMENTS_H_
 #define ENGINE_WEBRTC_ELEMENTS_H_
 
+#include <vector>
+
 namespace webrtc {
+
+// An element of GStreamer that the engine needs, and the Debian package that has it.
+struct ElementState {
+  const char* factory;
+  const char* package;
+  bool isThere;
+};
+
+// All that are needed. Throws CallFailure when GStreamer does not start.
+std::vector<ElementState> examineElements();
 
 // Throws a CallFailure that names a missing element and the Debian package that has it.
 void requireElements();

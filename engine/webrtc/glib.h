@@ -6,6 +6,7 @@
 #include <gst/gst.h>
 #include <gst/sdp/sdp.h>
 
+#include <atomic>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -59,41 +60,76 @@ T property(gpointer object, const char* name) {
   return value;
 }
 
-// Calls `handler` for each emission of a signal, on the thread that emits, for as long as `object`
-// lives. The handler goes with the object, so it must not own it. Its parameters are those of the
-// signal without the object. Nothing may be thrown into GLib: an exception drops the emission.
+// A function that is handed to GLib or GStreamer, which call and delete it on threads of their own,
+// one call at a time or several. They order this by locks of theirs that a sanitizer cannot see;
+// the atomic says the same where it can.
 template <typename Result, typename... Parameters>
-void connect(gpointer object, const char* signal, std::function<Result(Parameters...)> handler) {
-  using Handler = std::function<Result(Parameters...)>;
-  constexpr auto call = [](gpointer, Parameters... parameters, gpointer data) -> Result {
+class Handed {
+ public:
+  explicit Handed(std::function<Result(Parameters...)> function) : function_(std::move(function)) {
+    order_.store(0, std::memory_order_release);
+  }
+  ~Handed() { order_.load(std::memory_order_acquire); }
+  Handed(const Handed&) = delete;
+  Handed& operator=(const Handed&) = delete;
+
+  // For C: `data` is one of these. Nothing may be thrown into GLib: an exception is logged.
+  static Result call(gpointer data, Parameters... parameters) {
+    auto& handed = *static_cast<Handed*>(data);
+    const Turn turn(handed.order_);
     try {
-      return (*static_cast<Handler*>(data))(parameters...);
+      return handed.function_(parameters...);
     } catch (const std::exception& error) {
-      g_warning("a signal handler failed: %s", error.what());
+      g_warning("a function for GLib failed: %s", error.what());
       return Result();
     }
+  }
+  static void destroy(gpointer data) { delete static_cast<Handed*>(data); }
+
+ private:
+  class Turn {
+   public:
+    explicit Turn(std::atomic<unsigned>& order) : order_(order) {
+      order_.load(std::memory_order_acquire);
+    }
+    ~Turn() { order_.fetch_add(1, std::memory_order_release); }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+   private:
+    std::atomic<unsigned>& order_;
+  };
+
+  const std::function<Result(Parameters...)> function_;
+  std::atomic<unsigned> order_ = 0;
+};
+
+// Calls `handler` for each emission of a signal, on the thread that emits, for as long as `object`
+// lives. The handler goes with the object, so it must not own it. Its parameters are those of the
+// signal without the object.
+template <typename Result, typename... Parameters>
+void connect(gpointer object, const char* signal, std::function<Result(Parameters...)> handler) {
+  using Handler = Handed<Result, Parameters...>;
+  constexpr auto call = [](gpointer, Parameters... parameters, gpointer data) -> Result {
+    return Handler::call(data, parameters...);
   };
   Result (*const function)(gpointer, Parameters..., gpointer) = call;
   g_signal_connect_data(
       object, signal, reinterpret_cast<GCallback>(function), new Handler(std::move(handler)),
-      [](gpointer data, GClosure*) { delete static_cast<Handler*>(data); }, GConnectFlags(0));
+      [](gpointer data, GClosure*) { Handler::destroy(data); }, GConnectFlags(0));
 }
 
 // A promise that calls `reply` once, on whatever thread replies. It is interrupted, and the reply
 // null, when what it was given to has ended.
 inline GstPromise* promise(std::function<void(const GstStructure*)> reply) {
-  using Reply = std::function<void(const GstStructure*)>;
+  using Reply = Handed<void, const GstStructure*>;
   return gst_promise_new_with_change_func(
       [](GstPromise* kept, gpointer data) {
         const bool isReplied = gst_promise_wait(kept) == GST_PROMISE_RESULT_REPLIED;
-        try {
-          (*static_cast<Reply*>(data))(isReplied ? gst_promise_get_reply(kept) : nullptr);
-        } catch (const std::exception& error) {
-          g_warning("a promise's reply failed: %s", error.what());
-        }
+        Reply::call(data, isReplied ? gst_promise_get_reply(kept) : nullptr);
         gst_promise_unref(kept);
       },
-      new Reply(std::move(reply)), [](gpointer data) { delete static_cast<Reply*>(data); });
+      new Reply(std::move(reply)), Reply::destroy);
 }
 
 }  // namespace webrtc

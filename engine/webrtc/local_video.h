@@ -32,6 +32,7 @@ class LocalVideo {
   void setCapturing(bool isCapturing);
   void setMuted(bool isMuted);
   bool isMuted() const { return isMuted_; }
+  bool isShowing() const { return isCapturing_ && !isMuted_; }
   // Which camera captures, and how. What is not there, or what no camera can do, is logged and
   // changes nothing.
   void select(const tsl::VideoDevice& camera);

@@ -6,19 +6,27 @@
 
 namespace webrtc {
 
+Incoming incomingOf(const tsl::MediaStreamState& state) {
+  return {.audio = state.incomingAudioEnabled, .video = state.incomingVideoEnabled};
+}
+
 Participant::Participant(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
                          JanusSession& session, Speaker& speaker, const IceOptions& ice,
-                         const Json& room, Feed feed, int index)
+                         const Json& room, Feed feed, int index, Incoming incoming,
+                         std::function<void()> changed)
     : context_(context),
       pool_(std::move(pool)),
       index_(index),
       feed_(std::move(feed)),
+      incoming_(incoming),
       voice_(speaker.addInput()),
+      speech_(context.loop, std::move(changed)),
+      inbox_(context.loop),
       handle_(session,
               {.event =
-                   [this](const Json&, const std::optional<Jsep>& jsep) {
+                   [this](const Json& data, const std::optional<Jsep>& jsep) {
                      // The participant sends something else than before.
-                     if (jsep && jsep->type == "offer") accept(jsep->sdp);
+                     if (jsep && jsep->type == "offer") accept(jsep->sdp, data);
                    },
                .trickle = [this](const Json& candidate) { connection_->addCandidate(candidate); },
                .hungUp =
@@ -40,7 +48,11 @@ Participant::Participant(support::EngineContext& context, std::shared_ptr<suppor
                                                          " cannot be received: " + reason);
                                    },
                                .receiving = [this](GstPad* pad) { receive(pad); },
-                               .told = nullptr});
+                               .told =
+                                   [this, post = inbox_.poster()](GstMessage* message) {
+                                     const auto level = levelOf(message);
+                                     if (level) post([this, level] { speech_.heard(*level); });
+                                   }});
   connection_->start();
   handle_.attach("janus.plugin.videoroom", [this, room](const JanusAnswer& answer) {
     if (!answer.isError()) subscribe(room);
@@ -62,7 +74,7 @@ void Participant::subscribe(const Json& room) {
   request["streams"] = Json::array({{{"feed", feed_.id}}});
   handle_.ask(std::move(request), std::nullopt, [this](const JanusAnswer& answer) {
     if (answer.jsep) {
-      accept(answer.jsep->sdp);
+      accept(answer.jsep->sdp, answer.data);
     } else {
       context_.log->write("participant " + std::to_string(index_) +
                           " cannot be received: " + answer.errorReason);
@@ -70,9 +82,24 @@ void Participant::subscribe(const Json& room) {
   });
 }
 
-void Participant::accept(const std::string& offer) {
+void Participant::accept(const std::string& offer, const Json& data) {
+  kinds_.clear();
+  for (const Json& stream : listAt(data, "streams")) {
+    kinds_[textAt(stream, "mid")] = textAt(stream, "type");
+  }
+  if (incoming_ != Incoming{}) askForIncoming();
   if (!stream_) makeStream(videoSsrcOf(offer).value_or(0));
   connection_->acceptOffer(offer, [this](const std::string& sdp) { answer(sdp); });
+}
+
+void Participant::askForIncoming() {
+  Json streams = Json::array();
+  for (const auto& [mid, kind] : kinds_) {
+    const bool isWanted = kind == "audio" ? incoming_.audio : incoming_.video;
+    streams.push_back({{"mid", mid}, {"send", isWanted}});
+  }
+  if (streams.empty()) return;
+  handle_.ask({{"request", "configure"}, {"streams", std::move(streams)}}, std::nullopt, nullptr);
 }
 
 void Participant::answer(const std::string& sdp) {
@@ -86,7 +113,7 @@ void Participant::makeStream(std::uint32_t csrc) {
   stream_ =
       std::make_shared<support::VideoStream>(support::remoteStream(index_), csrc, context_.log);
   videoReceiver_ = std::make_shared<VideoReceiver>(stream_, pool_);
-  videoReceiver_->setShowing(!feed_.isVideoMuted);
+  videoReceiver_->setShowing(isVideoShown());
   if (isAnnounced_) notifyAdded();
 }
 
@@ -101,7 +128,8 @@ support::Person Participant::person() const {
           .guid = feed_.guid,
           .name = feed_.name,
           .audioMuted = feed_.isAudioMuted,
-          .videoMuted = feed_.isVideoMuted};
+          .videoMuted = feed_.isVideoMuted,
+          .speaking = speech_.isSpeaking() && !feed_.isAudioMuted};
 }
 
 void Participant::notifyAdded() {
@@ -110,10 +138,22 @@ void Participant::notifyAdded() {
 }
 
 void Participant::update(const Feed& feed) {
-  const bool isVideoChanged = feed.isVideoMuted != feed_.isVideoMuted;
+  const bool wasVideoShown = isVideoShown();
   feed_ = feed;
-  if (!isVideoChanged || !videoReceiver_) return;
-  videoReceiver_->setShowing(!feed.isVideoMuted);
+  if (isVideoShown() != wasVideoShown) showVideo();
+}
+
+void Participant::setIncoming(Incoming incoming) {
+  if (incoming == incoming_) return;
+  const bool wasVideoShown = isVideoShown();
+  incoming_ = incoming;
+  askForIncoming();
+  if (isVideoShown() != wasVideoShown) showVideo();
+}
+
+void Participant::showVideo() {
+  if (!videoReceiver_) return;
+  videoReceiver_->setShowing(isVideoShown());
   if (!isAnnounced_) return;
   context_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, stream_->key(), stream_->csrc());
 }

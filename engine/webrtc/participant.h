@@ -4,6 +4,8 @@
 #define ENGINE_WEBRTC_PARTICIPANT_H_
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -11,13 +13,26 @@
 #include "engine/support/engine.h"
 #include "engine/support/roster.h"
 #include "engine/support/streams/video_stream.h"
+#include "engine/webrtc/audio_level.h"
 #include "engine/webrtc/feed.h"
+#include "engine/webrtc/inbox.h"
 #include "engine/webrtc/janus_session.h"
 #include "engine/webrtc/peer_connection.h"
 #include "engine/webrtc/speaker.h"
 #include "engine/webrtc/video_receiver.h"
+#include "tesselclient/records.h"
 
 namespace webrtc {
+
+// What is to be received of everybody.
+struct Incoming {
+  bool audio = true;
+  bool video = true;
+
+  bool operator==(const Incoming&) const = default;
+};
+
+Incoming incomingOf(const tsl::MediaStreamState& state);
 
 // Receives what somebody sends to the room, over a connection of its own: in one that were shared
 // the server would send key frames for the first one only. Owned by the call; belongs to the
@@ -25,9 +40,10 @@ namespace webrtc {
 class Participant {
  public:
   // `room` has what every request to the room is to say. `index` is that of the remote stream.
+  // `changed` is called when person() may have changed by itself.
   Participant(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
               JanusSession& session, Speaker& speaker, const IceOptions& ice, const Json& room,
-              Feed feed, int index);
+              Feed feed, int index, Incoming incoming, std::function<void()> changed);
   // Notified, if the stream was.
   ~Participant();
   Participant(const Participant&) = delete;
@@ -39,10 +55,15 @@ class Participant {
   void announce();
   // What the participant tells of itself has changed.
   void update(const Feed& feed);
+  // What is not to be received is not sent here either.
+  void setIncoming(Incoming incoming);
 
  private:
   void subscribe(const Json& room);
-  void accept(const std::string& offer);
+  void accept(const std::string& offer, const Json& data);
+  void askForIncoming();
+  bool isVideoShown() const { return incoming_.video && !feed_.isVideoMuted; }
+  void showVideo();
   void answer(const std::string& sdp);
   void makeStream(std::uint32_t csrc);
   void notifyAdded();
@@ -53,10 +74,14 @@ class Participant {
   const std::shared_ptr<support::FramePool> pool_;
   const int index_;
   Feed feed_;
+  Incoming incoming_;
+  std::map<std::string, std::string> kinds_;  // "audio" or "video" by the server's media line
   bool isAnnounced_ = false;
   std::shared_ptr<support::VideoStream> stream_;  // once the server has offered it
   std::shared_ptr<VideoReceiver> videoReceiver_;  // with the stream
   const std::unique_ptr<SpeakerInput> voice_;
+  SpeechDetector speech_;
+  Inbox inbox_;
   JanusHandle handle_;
   std::optional<PeerConnection> connection_;  // last: its threads use the rest
 };

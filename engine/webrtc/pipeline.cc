@@ -51,16 +51,16 @@ GstElement* makeBin(const std::string& description) {
 }
 
 void handleMessages(GstElement* pipeline, std::function<void(GstMessage*)> handler) {
-  using Handler = std::function<void(GstMessage*)>;
+  using Handler = Handed<void, GstMessage*>;
   const ObjectPtr<GstBus> bus(gst_element_get_bus(pipeline));
   gst_bus_set_sync_handler(
       bus.get(),
       [](GstBus*, GstMessage* message, gpointer data) {
-        (*static_cast<Handler*>(data))(message);
+        Handler::call(data, message);
         gst_message_unref(message);
         return GST_BUS_DROP;
       },
-      new Handler(std::move(handler)), [](gpointer data) { delete static_cast<Handler*>(data); });
+      new Handler(std::move(handler)), Handler::destroy);
 }
 
 std::string errorText(GstMessage* message) {

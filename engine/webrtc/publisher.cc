@@ -1,8 +1,8 @@
 #include "engine/webrtc/publisher.h"
 
-#include <algorithm>
-#include <cmath>
 #include <utility>
+
+#include "engine/webrtc/audio_level.h"
 
 namespace webrtc {
 namespace {
@@ -10,14 +10,6 @@ namespace {
 // webrtcbin names its media lines after their kind and place.
 constexpr const char* kVideoMid = "video0";
 constexpr const char* kAudioMid = "audio1";
-
-// What the level element calls silence, in decibels; a full sine is 0.
-constexpr double kSilence = -60;
-
-unsigned levelOf(double decibels) {
-  const double share = std::clamp(1 - decibels / kSilence, 0.0, 1.0);
-  return static_cast<unsigned>(std::lround(share * 100));
-}
 
 }  // namespace
 
@@ -80,16 +72,8 @@ void Publisher::tellState() {
 }
 
 void Publisher::read(GstMessage* message) const {
-  const GstStructure* const told = gst_message_get_structure(message);
-  if (!told || !gst_structure_has_name(told, "level")) return;
-  const GValue* const channels = gst_structure_get_value(told, "rms");
-  // GStreamer gives the list of channels in a type that GLib has replaced.
-  G_GNUC_BEGIN_IGNORE_DEPRECATIONS
-  const GValue* const first =
-      g_value_array_get_nth(static_cast<GValueArray*>(g_value_get_boxed(channels)), 0);
-  G_GNUC_END_IGNORE_DEPRECATIONS
-  if (!first) return;
-  inbox_.poster()([this, level = levelOf(g_value_get_double(first))] { handlers_.heard(level); });
+  const auto level = levelOf(message);
+  if (level) inbox_.poster()([this, level] { handlers_.heard(*level); });
 }
 
 Json Publisher::descriptions() const {

@@ -24,7 +24,7 @@ std::string mixing() {
 }
 
 constexpr const char* kDecoding =
-    "rtpopusdepay ! opusdec plc=true ! audioconvert ! audioresample ! "
+    "rtpopusdepay ! opusdec plc=true ! level interval=200000000 ! audioconvert ! audioresample ! "
     "appsink name=sink sync=false max-buffers=50 drop=true enable-last-sample=false";
 
 }  // namespace

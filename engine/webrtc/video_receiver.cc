@@ -18,25 +18,23 @@ constexpr const char* kVp8Decoding =
 
 GstElement* VideoReceiver::makeDecoder(const std::string& encoding) {
   if (encoding != "VP8") return nullptr;
-  using Kept = std::shared_ptr<VideoReceiver>;
+  using NewSample = Handed<GstFlowReturn, GstAppSink*>;
   GstElement* const bin = makeBin(kVp8Decoding);
   const ObjectPtr<GstElement> sink(gst_bin_get_by_name(GST_BIN(bin), "sink"));
   GstAppSinkCallbacks callbacks = {};
-  callbacks.new_sample = &VideoReceiver::take;
-  gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks, new Kept(shared_from_this()),
-                             [](gpointer kept) { delete static_cast<Kept*>(kept); });
+  callbacks.new_sample = [](GstAppSink* from, gpointer data) {
+    return NewSample::call(data, from);
+  };
+  auto* const newSample =
+      new NewSample([self = shared_from_this()](GstAppSink* from) { return self->take(from); });
+  gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks, newSample, NewSample::destroy);
   return bin;
 }
 
-GstFlowReturn VideoReceiver::take(GstAppSink* sink, gpointer data) {
-  auto& self = **static_cast<std::shared_ptr<VideoReceiver>*>(data);
+GstFlowReturn VideoReceiver::take(GstAppSink* sink) {
   const SamplePtr sample(gst_app_sink_pull_sample(sink));
   if (!sample) return GST_FLOW_EOS;
-  try {
-    if (const auto frame = frameOf(sample.get(), *self.pool_)) self.show(frame);
-  } catch (const std::bad_alloc&) {
-    // Without memory for it the frame is lost.
-  }
+  if (const auto frame = frameOf(sample.get(), *pool_)) show(frame);
   return GST_FLOW_OK;
 }
 

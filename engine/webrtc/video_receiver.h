@@ -33,7 +33,7 @@ class VideoReceiver : public std::enable_shared_from_this<VideoReceiver> {
   void setShowing(bool isShowing) EXCLUDES(mutex_);
 
  private:
-  static GstFlowReturn take(GstAppSink* sink, gpointer data);
+  GstFlowReturn take(GstAppSink* sink);
   void show(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);
 
   const std::shared_ptr<support::VideoStream> stream_;

@@ -13,6 +13,9 @@ namespace {
 // Bits for a pixel, at 30 frames per second, above which VP8 gains little.
 constexpr double kBitsPerPixel = 0.1;
 constexpr std::uint32_t kLeastBitsPerSecond = 150'000;
+// Percent of the encoder's buffer of bits. Where the application's limit is what limits, frames are
+// left out rather than the limit exceeded.
+constexpr gint kDropThreshold = 30;
 
 // One thread and no look-ahead, so that a frame leaves at once; the rate is held within a second. A
 // key frame is sent when somebody asks for one.
@@ -25,12 +28,12 @@ constexpr const char* kEncoding =
     "rtpvp8pay name=payloader picture-id-mode=15-bit";
 
 BufferPtr bufferOf(const std::shared_ptr<support::Frame>& frame) {
-  using Kept = std::shared_ptr<support::Frame>;
+  using Kept = Handed<void>;
   const support::Size size = frame->size();
   auto* const pixels = const_cast<std::uint8_t*>(frame->frameBuffer());
-  BufferPtr buffer(gst_buffer_new_wrapped_full(
-      GST_MEMORY_FLAG_READONLY, pixels, frame->bytes(), 0, frame->bytes(), new Kept(frame),
-      [](gpointer kept) { delete static_cast<Kept*>(kept); }));
+  BufferPtr buffer(gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, pixels, frame->bytes(), 0,
+                                               frame->bytes(), new Kept([frame] {}),
+                                               Kept::destroy));
   // The rows are tightly packed, which GStreamer's own would not be in any size.
   const support::Size chroma = chromaSize(size);
   std::array<gsize, GST_VIDEO_MAX_PLANES> offsets = {
@@ -80,7 +83,8 @@ void VideoSender::setFormat(support::Size size) {
       static_cast<std::uint32_t>(static_cast<double>(support::pixels(size)) * 30 * kBitsPerPixel);
   const auto rate =
       std::clamp(wanted, kLeastBitsPerSecond, std::max(mostBitsPerSecond_, kLeastBitsPerSecond));
-  g_object_set(encoder_.get(), "target-bitrate", static_cast<gint>(rate), nullptr);
+  g_object_set(encoder_.get(), "target-bitrate", static_cast<gint>(rate), "dropframe-threshold",
+               mostBitsPerSecond_ < wanted ? kDropThreshold : 0, nullptr);
   const CapsPtr caps(gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width",
                                          G_TYPE_INT, static_cast<gint>(size.width), "height",
                                          G_TYPE_INT, static_cast<gint>(size.height), "framerate",

@@ -11,6 +11,15 @@ namespace {
 // A room with hundreds of participants still fits into one message.
 constexpr guint64 kLargestMessage = guint64{4} << 20;
 
+// The system needs no time to close a stream, unless it is encrypted and its buffers are full.
+constexpr guint kLongestClosingMs = 500;
+
+// Without waiting.
+void runReady(GMainContext* context) {
+  while (g_main_context_iteration(context, FALSE)) {
+  }
+}
+
 WebSocket::End endOf(const GError& error) {
   if (g_error_matches(&error, G_TLS_ERROR, G_TLS_ERROR_BAD_CERTIFICATE)) {
     return WebSocket::End::kCertificateRefused;
@@ -145,8 +154,24 @@ void WebSocket::Connection::close(GMainContext* context) {
   if (socket_ && soup_websocket_connection_get_state(socket_.get()) == SOUP_WEBSOCKET_STATE_OPEN) {
     soup_websocket_connection_close(socket_.get(), SOUP_WEBSOCKET_CLOSE_NORMAL, nullptr);
   }
-  while (g_main_context_iteration(context, FALSE)) {
-  }
+  runReady(context);
+  if (!socket_) return;
+  // What goes with the last reference closes the stream, and keeps the context until it has.
+  const auto stream = share(soup_websocket_connection_get_io_stream(socket_.get()));
+  socket_.reset();
+  const SourcePtr limit(g_timeout_source_new(kLongestClosingMs));
+  bool isOver = false;
+  g_source_set_callback(
+      limit.get(),
+      [](gpointer over) -> gboolean {
+        *static_cast<bool*>(over) = true;
+        return G_SOURCE_REMOVE;
+      },
+      &isOver, nullptr);
+  g_source_attach(limit.get(), context);
+  while (!isOver && !g_io_stream_is_closed(stream.get())) g_main_context_iteration(context, TRUE);
+  g_source_destroy(limit.get());
+  runReady(context);
 }
 
 WebSocket::WebSocket(WebSocketTarget target, Handlers handlers)
@@ -169,17 +194,17 @@ void WebSocket::send(std::string text) {
 }
 
 void WebSocket::invoke(std::function<void()> task) {
-  using Task = std::function<void()>;
+  using Task = Handed<void>;
   // Not g_main_context_invoke(): before the thread runs, it would run the task on this one.
   const SourcePtr source(g_idle_source_new());
   g_source_set_priority(source.get(), G_PRIORITY_DEFAULT);
   g_source_set_callback(
       source.get(),
       [](gpointer data) -> gboolean {
-        (*static_cast<Task*>(data))();
+        Task::call(data);
         return G_SOURCE_REMOVE;
       },
-      new Task(std::move(task)), [](gpointer data) { delete static_cast<Task*>(data); });
+      new Task(std::move(task)), Task::destroy);
   g_source_attach(source.get(), context_.get());
 }
 

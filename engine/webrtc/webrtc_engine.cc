@@ -30,7 +30,11 @@ WebrtcEngine::WebrtcEngine(support::EngineContext& context,
       pool_(std::move(pool)),
       devices_(context, [this](DeviceType type) { deviceChanged(type); }),
       localVideo_(context, devices_, pool_),
-      roster_(context.loop, context.notifier, [this] { return people(); }) {
+      roster_(context.loop, context.notifier, [this] { return people(); }),
+      exitGuard_(context.loop, [this] {
+        call_.reset();
+        localVideo_.setCapturing(false);
+      }) {
   // After the notification that initialisation is complete, which the application waits for.
   context_.loop.post([this] { context_.loop.post([this] { warmUp(); }); });
 }
@@ -73,6 +77,7 @@ void WebrtcEngine::connect(const tsl::ConnectParams& params) {
     requireElements();
     openClips(target);
     devices_.start();
+    ExitGuard::arm();
     call_ = std::make_unique<Call>(context_, pool_, localVideo_, devices_, callId,
                                    std::move(target), params, [this] { roster_.update(); });
   } catch (const CallFailure& failure) {
@@ -84,6 +89,7 @@ void WebrtcEngine::connect(const tsl::ConnectParams& params) {
   }
   setMuted(params.mediaStreamState.outgoingAudioMuted, params.mediaStreamState.outgoingVideoMuted);
   call_->setRemoteAudioMuted(isRemoteAudioMuted_);
+  tellVideoMuted();
   call_->join();
 }
 
@@ -104,8 +110,12 @@ void WebrtcEngine::disconnect() {
 
 void WebrtcEngine::muteLocalVideo(bool mute) {
   localVideo_.setMuted(mute);
-  if (call_) call_->setVideoMuted(mute);
+  tellVideoMuted();
   context_.notifier.notify(&INotifyCallback::NotifyMediaMuteState, MediaType::kVideo, mute);
+}
+
+void WebrtcEngine::tellVideoMuted() {
+  if (call_) call_->setVideoMuted(!localVideo_.isShowing());
 }
 
 void WebrtcEngine::muteLocalAudio(bool mute) {
@@ -119,12 +129,16 @@ void WebrtcEngine::muteRemoteAudio(bool mute) {
   if (call_) call_->setRemoteAudioMuted(mute);
 }
 
-void WebrtcEngine::enableCamera(bool enable) { localVideo_.setCapturing(enable); }
+void WebrtcEngine::enableCamera(bool enable) {
+  localVideo_.setCapturing(enable);
+  tellVideoMuted();
+}
 
 void WebrtcEngine::setAudioDebug(bool) {}
 
 void WebrtcEngine::updateMediaState(const tsl::MediaStreamState& state) {
   setMuted(state.outgoingAudioMuted, state.outgoingVideoMuted);
+  if (call_) call_->setIncoming(incomingOf(state));
 }
 
 void WebrtcEngine::setMuted(bool isAudioMuted, bool isVideoMuted) {
@@ -176,3 +190,8 @@ void WebrtcEngine::unregisterEvent(const std::string& name) {
 void WebrtcEngine::collectStatistics(support::Time, tsl::MeetingStats&) {}
 
 }  // namespace webrtc
+
+std::unique_ptr<support::Engine> support::makeEngine(EngineContext& context,
+                                                     std::shared_ptr<FramePool> pool) {
+  return std::make_unique<webrtc::WebrtcEngine>(context, std::move(pool));
+}

@@ -13,6 +13,7 @@
 #include "engine/support/streams/frame_pool.h"
 #include "engine/webrtc/call.h"
 #include "engine/webrtc/devices.h"
+#include "engine/webrtc/exit_guard.h"
 #include "engine/webrtc/local_video.h"
 #include "tesselclient/tesselclient.h"
 
@@ -59,6 +60,8 @@ class WebrtcEngine final : public support::Engine {
   void warmUp();
   void deviceChanged(DeviceType type);
   void setMuted(bool isAudioMuted, bool isVideoMuted);
+  // A camera that does not capture is muted to the others: they are to clear its picture.
+  void tellVideoMuted();
   std::vector<support::Person> people() const;
   void refuse(int callId, const CallFailure& failure);
 
@@ -71,6 +74,7 @@ class WebrtcEngine final : public support::Engine {
   int lastCallId_ = 0;
   std::unique_ptr<Call> call_;  // the present call or the last one
   support::Roster roster_;
+  const ExitGuard exitGuard_;  // last: it uses the rest
 };
 
 }  // namespace webrtc

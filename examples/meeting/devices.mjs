@@ -1,25 +1,30 @@
 // The devices that a person may choose. Listing them is the application's business; these are the
-// ones of the embedded engine.
+// ones of the embedded engine. In a real meeting there is nothing to choose: the machine's usual ones
+// are used, or what the uri says.
 
 const TITLES = { camera: 'Camera', microphone: 'Microphone', speaker: 'Speaker' };
 const OF_EACH_KIND = 3;
-// The others come where a meeting says so.
+// A meeting's uri can plug in the others.
 const PLUGGED_AT_FIRST = 2;
 
-const initialDevices = (kind) =>
-  Array.from({ length: OF_EACH_KIND }, (_, index) => ({
+const initialDevices = (kind, uri) =>
+  Array.from({ length: uri.startsWith('tessel:') ? OF_EACH_KIND : 0 }, (_, index) => ({
     id: `${kind}-${index}`,
     title: `${TITLES[kind]} ${index + 1}`,
     isPlugged: index < PLUGGED_AT_FIRST,
   }));
 
-// Which of them are plugged in, and which one of each kind is used. The engine tells only that a
-// device came or went, and not which one it uses then: this follows its rules.
+// The plugged-in devices, and the used one of each kind. The engine notifies only that a device was
+// plugged in or unplugged, not which one it then uses: this class applies the same rules.
 export class Devices {
-  #all = Object.fromEntries(Object.keys(TITLES).map((kind) => [kind, initialDevices(kind)]));
+  #all; // by kind
   #selected = {}; // ids by kind
 
-  constructor() {
+  // Of the engine that takes `uri`.
+  constructor(uri) {
+    this.#all = Object.fromEntries(
+      Object.keys(TITLES).map((kind) => [kind, initialDevices(kind, uri)]),
+    );
     for (const kind of Object.keys(TITLES)) this.#selectFirst(kind);
   }
 
@@ -28,12 +33,12 @@ export class Devices {
     return this.#all;
   }
 
-  // The id of the one that is used, by kind; '' where none is plugged in.
+  // The id of the used device, by kind; '' when none is plugged in.
   get selected() {
     return this.#selected;
   }
 
-  // The device, to be selected; throws where there is none.
+  // The device to select; throws when it does not exist.
   pluggedIn(kind, id) {
     const devices = Object.hasOwn(this.#all, kind) ? this.#all[kind] : [];
     const device = devices.find((each) => each.id === id);
@@ -46,7 +51,8 @@ export class Devices {
     this.#selected = { ...this.#selected, [kind]: id };
   }
 
-  // One came or went. Where nothing that is plugged in is selected, the first one left is used.
+  // A device was plugged in or unplugged. If the selected one is unplugged, the first remaining one
+  // is used.
   turnAround(id) {
     for (const [kind, devices] of Object.entries(this.#all)) {
       if (!devices.some((device) => device.id === id)) continue;

@@ -1,6 +1,6 @@
-// One stream's way to a page, with back-pressure: a frame may be sent when the one before it has
-// been transmitted and the page says that it has drawn it. So there is one frame on the way and one
-// piece of memory for each stream, however slow the page.
+// Sends one stream to a page, with back-pressure: a frame may be sent when the previous one was
+// transmitted and the page has reported that it has drawn it. So each stream has one frame in
+// transit and one buffer, however slow the page is.
 
 import { EventEmitter, once } from 'node:events';
 
@@ -24,7 +24,7 @@ export class FrameLane {
     return this.#isTransmitted && this.#isDrawn;
   }
 
-  // Settles when a frame may be sent; rejects when `signal` is aborted.
+  // Resolves when a frame may be sent; rejects when `signal` is aborted.
   async free(signal) {
     if (!this.isFree) await once(this.#progress, 'free', { signal });
   }
@@ -42,7 +42,7 @@ export class FrameLane {
     });
   }
 
-  // The page has drawn what was sent last.
+  // The page has drawn the last frame.
   drawn() {
     this.#isDrawn = true;
     this.#tell();

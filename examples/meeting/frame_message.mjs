@@ -1,14 +1,14 @@
-// How a frame travels to a page: a header of 40 bytes, little-endian, and the three planes as they
-// are, with their strides. A frame that takes the picture away has the size 0x0 and no planes. Used
-// by both sides.
+// The format of a frame that is sent to a page: a header of 40 bytes, little-endian, and the three
+// planes unchanged, with their strides. A frame that clears the picture has the size 0x0 and no
+// planes. Used by both sides.
 
 const HEADER_SIZE = 40;
 const KINDS = ['local', 'remote', 'content'];
 const PLANES = ['y', 'u', 'v'];
 
-// The message for a frame object. Written into `memory` if that is large enough, so that a stream of
-// frames needs no new memory; otherwise into a new buffer. Either way the answer's `buffer` is what
-// to pass as `memory` next time.
+// The message for a frame object. Written into `memory` if that is large enough, so that a stream
+// of frames needs no new memory; otherwise into a new buffer. Pass the `buffer` of the result as
+// `memory` the next time.
 export function encodeFrame({ type, streamIndex }, frame, memory) {
   const planes = frame.noUpdate ? [] : PLANES.map((plane) => frame[`${plane}PlaneBuffer`]);
   const size = planes.reduce((sum, plane) => sum + plane.length, HEADER_SIZE);
@@ -31,8 +31,8 @@ export function encodeFrame({ type, streamIndex }, frame, memory) {
   return bytes;
 }
 
-// { stream, frame } of a message's ArrayBuffer. The frame's planes are views of it; it is null when
-// the picture is taken away.
+// { stream, frame } of a message's ArrayBuffer. The frame's planes are views of it; the frame is
+// null when the picture is cleared.
 export function decodeFrame(buffer) {
   const view = new DataView(buffer);
   const stream = { type: KINDS[view.getUint8(0)], streamIndex: view.getUint8(1) };

@@ -1,9 +1,9 @@
-// What the page shows, as the engine wants to be told.
+// The page's layout in the format of the engine.
 
 const QUALITIES = [45, 90, 180, 360, 720];
 const FRAME_RATES = [3, 7, 15, 30];
 
-// The smallest rung of `ladder` that is enough, or else the highest.
+// The smallest sufficient value of `ladder`, or else the largest.
 const rungFor = (ladder, needed) => ladder.find((rung) => rung >= needed) ?? ladder.at(-1);
 
 // The argument of updateVideoStreamsState for `tiles`, the most important one first: each has the
@@ -21,7 +21,7 @@ export function videoStreamsState(tiles) {
         speakerGroup: 0,
         priority: tiles.length - place,
       })),
-      // A row for every number of tiles: when somebody leaves, the others move up.
+      // A row for every number of tiles: when a participant leaves, the others move up.
       VideoOccupancyConstraints: tiles.map((_, last) => constraints.slice(0, last + 1)),
     },
   };

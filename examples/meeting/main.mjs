@@ -1,4 +1,5 @@
-// A meeting, on the embedded engine unless a uri says otherwise, shown by a page on this machine's loopback interface.
+// A meeting, on the embedded engine unless a uri says otherwise, shown by a page on this machine's
+// loopback interface.
 
 import path from 'node:path';
 
@@ -9,8 +10,8 @@ const HELP_OPTIONS = ['--help', '-h'];
 const LAST_PORT = 65535;
 
 const USAGE =
-  'Options: --participants and --video, or --uri instead of both; --port and --output with either; ' +
-  'or --headless with --video, --seconds and --output.';
+  'Options: --participants and --video, or --uri instead of both; --name, --port and --output with ' +
+  'either; or --headless with --video, --seconds and --output.';
 
 const HELP = `A meeting on the embedded engine, shown by a page on the loopback interface.
 
@@ -19,6 +20,7 @@ const HELP = `A meeting on the embedded engine, shown by a page on the loopback 
   npm start -- --video FILE.y4m         a clip as their video
   npm start -- --uri tessel:...         any meeting of the embedded engine, instead of both
   npm start -- --uri janus+ws://...     a real meeting; npm run sfu opens a room and prints its uri
+  npm start -- --name Ada               how the others see you (default: your user name)
   npm start -- --port 8080              a port of one's own choice
   npm start -- --output DIRECTORY       where the engine's log goes (default: out/)
 
@@ -32,6 +34,7 @@ function meetingOptions() {
       participants: { type: 'string' },
       video: { type: 'string' },
       uri: { type: 'string' },
+      name: { type: 'string', default: process.env.USER || 'Guest' },
       port: { type: 'string', default: '0' },
       output: { type: 'string', default: 'out' },
     },
@@ -52,10 +55,21 @@ function uriOf({ uri, participants = '5', video }) {
   return uri ?? `tessel:demo?participants=${encodeURIComponent(participants)}${clip}`;
 }
 
-// Each engine takes uris of its own. The choice comes before the package is imported, and holds for
-// the widget's process, too.
+// Each engine has its own uris. The engine is selected before the package is imported, and the
+// widget process uses the same one.
 function chooseEngine(uri) {
   if (uri.startsWith('janus+')) process.env.TESSEL_WRAPPER_ENGINE = 'webrtc';
+}
+
+// Without the addon, or the engine that the uri needs, there is no meeting: the message says what to
+// build.
+async function importRoom() {
+  try {
+    return await import('./room.mjs');
+  } catch ({ message }) {
+    console.error(message);
+    return process.exit(1);
+  }
 }
 
 async function openMeeting(options) {
@@ -63,12 +77,12 @@ async function openMeeting(options) {
   chooseEngine(uri);
   const { PageServer } = await import('./page_server.mjs');
   const { PageSession } = await import('./page_session.mjs');
-  const { Room } = await import('./room.mjs');
+  const { Room } = await importRoom();
   const { WidgetHost } = await import('./widget_host.mjs');
   const { pageFiles } = await import('./page_files.mjs');
 
   makeOutputDirectory(options, USAGE);
-  const room = await Room.open({ uri, logPath: options.output });
+  const room = await Room.open({ uri, name: options.name, logPath: options.output });
   const widget = new WidgetHost(room);
   for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) process.once(signal, close);
   let session;
@@ -86,7 +100,7 @@ async function openMeeting(options) {
     refuseUsage(`--port ${options.port}: ${message}`, USAGE);
   }
   const joined = room.join();
-  // A uri may ask for a late answer, or for a refusal, which the page shows.
+  // A uri may cause a late answer, or a refusal, which the page shows.
   if (options.uri === undefined) {
     const refusal = await joined;
     if (refusal) refuseUsage(`The meeting cannot be joined: ${refusal}`, USAGE);

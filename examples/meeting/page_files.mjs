@@ -1,4 +1,4 @@
-// What the pages are made of, by the names that they ask for.
+// The files of the pages, by the names that they request.
 
 import { readdirSync } from 'node:fs';
 import { createRequire } from 'node:module';

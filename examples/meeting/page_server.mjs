@@ -1,7 +1,7 @@
-// Serves a page and its WebSocket to the browser of the person who started the program, and to
-// nobody else: on the loopback interface, below an address that holds a random token, and for
-// requests of its own origin only. A page of another site can neither guess the token, nor read
-// what it might leak, nor bring its own name for this machine (Host is checked).
+// Serves a page and its WebSocket only to the browser of the user who started the program: on the
+// loopback interface, under an address with a random token, and for requests of its own origin. A
+// page of another site can neither guess the token, nor read responses, nor use its own host name
+// for this machine (Host is checked).
 
 import { randomBytes, timingSafeEqual } from 'node:crypto';
 import { once } from 'node:events';
@@ -11,7 +11,7 @@ import path from 'node:path';
 import { WebSocketServer } from 'ws';
 
 const HOST = '127.0.0.1';
-// What a page says is short.
+// Messages of a page are short.
 const LONGEST_MESSAGE = 64 * 1024;
 
 const TYPES = {
@@ -53,9 +53,9 @@ export class PageServer {
   #files;
   #onConnection;
 
-  // `files` maps what may be asked for to files on disk; '' is the page itself. `onConnection` is
-  // called with each WebSocket (of the package ws) that the page opens. A server that takes the
-  // place of another one is given its `port` and `token`.
+  // `files` maps the paths of requests to files on disk; '' is the page itself. `onConnection` is
+  // called with each WebSocket (of the package ws) that the page opens. A server that replaces
+  // another one is given its `port` and `token`.
   constructor({ files, onConnection, port = 0, token = randomBytes(24).toString('base64url') }) {
     this.#files = new Map(Object.entries(files));
     this.#onConnection = onConnection;
@@ -70,12 +70,12 @@ export class PageServer {
     this.port = this.#http.address().port;
   }
 
-  // As browsers write it, without the port that is usual.
+  // As browsers write it, without the default port.
   get origin() {
     return new URL(`http://${HOST}:${this.port}`).origin;
   }
 
-  // What a person opens.
+  // The address for the user.
   get address() {
     return `${this.origin}/${this.token}/`;
   }
@@ -87,7 +87,7 @@ export class PageServer {
     await once(this.#http, 'close');
   }
 
-  // The name of what an acceptable request asks for; undefined for any other.
+  // The name of the file that a valid request asks for; undefined for an invalid request.
   #nameAskedFor({ headers, url }) {
     if (headers.host !== new URL(this.origin).host) return undefined;
     if (headers.origin !== undefined && headers.origin !== this.origin) return undefined;
@@ -110,7 +110,7 @@ export class PageServer {
 
   #upgrade(request, socket, head) {
     socket.on('error', () => socket.destroy());
-    // Browsers name the origin of every WebSocket.
+    // Browsers send the origin of every WebSocket.
     if (this.#nameAskedFor(request) !== 'socket' || request.headers.origin === undefined) {
       socket.end('HTTP/1.1 403 Forbidden\r\nConnection: close\r\nContent-Length: 0\r\n\r\n');
       return;

@@ -1,6 +1,6 @@
-// One page that shows the meeting: what it is told, the frames that it gets, and what it asks for.
-// It asks in JSON, { type, ... }: 'drawn' with the `streams` whose last frames it has drawn, and the
-// room's commands.
+// The connection of one page that shows the meeting: its state messages, its frames, and its
+// requests. These are JSON, { type, ... }: 'drawn' with the `streams` whose last frames it has
+// drawn, and the room's commands.
 
 import { FrameLane } from './frame_lane.mjs';
 import { SpeakingTube } from './speaking_tube.mjs';
@@ -32,7 +32,7 @@ export class PageSession {
     this.#tube.sayLog(room.log);
   }
 
-  // How many frames of each stream were sent, by its name.
+  // The number of sent frames of each stream, by its name.
   get framesSent() {
     const counts = Array.from(this.#feeds, ([name, { lane }]) => [name, lane.framesSent]);
     return Object.fromEntries(counts);

@@ -1,32 +1,35 @@
-// The meeting as the application sees it: one call, what the engine has told so far, and what the
-// person at the page may ask for. Emits 'change' (the state is another), 'levels', 'statistics' and
-// 'log', each with what is new; 'windowLeft' with the name of a stream that has its window no longer,
-// and 'windowBlank' with the name of one that has, and whether it shows nothing from now on.
+// The application's meeting: one call, the state known from the engine's events, and the commands
+// of the page. Emits 'change' when the state has changed; 'levels', 'statistics' and 'log' with the
+// new values; 'windowLeft' with the name of a stream that no longer has a window; and 'windowBlank'
+// with the name of a stream with a window, and whether it has no picture from now on.
 
 import { EventEmitter } from 'node:events';
 
 import { CallError, ClosedError, EVENT_NAMES, Meeting } from 'tessel-wrapper';
 import { Devices } from './devices.mjs';
 import { videoStreamsState } from './layout.mjs';
-import { titleOf } from './roster.mjs';
 import { nameOf, streamNamed } from './stream_names.mjs';
 
 const STATISTICS_INTERVAL_MS = 1000;
-// Two minutes, for a page that comes later.
+// Two minutes, for a page that connects later.
 const MOST_STATISTICS = 120;
 const MOST_LOG_ENTRIES = 200;
 
 const NO_SHARE = { phase: 'none', text: '' };
 const LOCAL = { type: 'local', streamIndex: 0 };
 const FRAME_RATE = 30;
-// Enough to look at oneself.
+// Sufficient for the user's own picture.
 const LOCAL_FRAME_RATE = 15;
 
-// Events that go to the log as they are. A 'micLevel' comes five times a second and is a level.
-const LOGGED = EVENT_NAMES.filter((name) => name !== 'micLevel');
+// A 'micLevel' comes five times a second and is a level; participants are shown, and 'eventNotify'
+// tells nothing else here.
+const UNLOGGED = ['micLevel', 'participants', 'eventNotify'];
+// Events that go to the log as they are.
+const LOGGED = EVENT_NAMES.filter((name) => !UNLOGGED.includes(name));
 
 export class Room extends EventEmitter {
   #uri;
+  #name;
   #meeting;
   #layout = new Map(); // { height, frameRate } by stream name, the most important first
   // { height, leaving, isBlank } of streams that have a window of their own, by name
@@ -36,7 +39,7 @@ export class Room extends EventEmitter {
 
   #call = { phase: 'notJoined', reason: '' }; // or 'joining', 'joined', 'left'
   #local = { audioMuted: false, videoMuted: false, cameraOn: true, speakerMuted: false };
-  #devices = new Devices();
+  #devices;
   #share = NO_SHARE; // or 'asking', 'sharing', 'refused'
   #widget = { phase: 'starting', address: '' }; // or 'running', 'ended'
 
@@ -44,15 +47,17 @@ export class Room extends EventEmitter {
   statistics = [];
   log = [];
 
-  static async open({ uri, logPath }) {
-    return new Room(uri, await Meeting.open({ logPath, logPrefix: 'meeting-' }));
+  static async open({ uri, name, logPath }) {
+    return new Room({ uri, name }, await Meeting.open({ logPath, logPrefix: 'meeting-' }));
   }
 
-  // Owns `meeting` from now on.
-  constructor(uri, meeting) {
+  // Owns `meeting` from now on. `name` is how the others see the local participant.
+  constructor({ uri, name }, meeting) {
     super();
     this.setMaxListeners(0);
     this.#uri = uri;
+    this.#name = name;
+    this.#devices = new Devices(uri);
     this.#meeting = meeting;
     for (const name of LOGGED) {
       meeting.on(name, (payload) => {
@@ -61,13 +66,14 @@ export class Room extends EventEmitter {
         this.emit('change');
       });
     }
+    meeting.on('participants', () => this.emit('change'));
     meeting.on('micLevel', ({ level }) => this.#hear({ microphone: level }));
     meeting.wrapper.configureMeetingStats({ enable: true, timerDuration: STATISTICS_INTERVAL_MS });
     this.#statisticsTimer = setInterval(() => this.#measure(), STATISTICS_INTERVAL_MS);
     meeting.wrapper.enableCameraCapture(true);
   }
 
-  // All that a page shows, but for what has events of its own.
+  // The state that a page shows, except the values with their own events.
   get state() {
     return {
       call: this.#call,
@@ -81,34 +87,36 @@ export class Room extends EventEmitter {
     };
   }
 
-  // The streams that are there and can be named, and always the local one, which comes and goes with
-  // the camera.
+  // The present streams with a known type, and always the local one, whose frames depend on the
+  // camera.
   #streams() {
     const named = this.#meeting.streams.filter((stream) => streamNamed(nameOf(stream)));
     const present = new Map(named.map((stream) => [nameOf(stream), stream]));
     const isLocalSending = present.has(nameOf(LOCAL));
     if (!isLocalSending) present.set(nameOf(LOCAL), { ...LOCAL, csrc: 0 });
+    const people = new Map(this.#meeting.participants.map((each) => [nameOf(each.stream), each]));
     return Array.from(present, ([name, stream]) => ({
       ...stream,
       name,
-      title: titleOf(stream),
+      title: titleOf(stream, people.get(name)),
+      isSpeaking: people.get(name)?.speaking ?? false,
       isSending: stream.type !== 'local' || isLocalSending,
       inWindow: this.#windows.has(name),
     }));
   }
 
-  // By which a widget process finds the frames.
+  // The names with which a widget process opens the memory.
   get sharedDataInfo() {
     return this.#meeting.wrapper.getSharedDataInfo();
   }
 
-  // The stream's frame objects whenever it is there, until `signal` is aborted.
+  // The stream's frame objects whenever it is present, until `signal` is aborted.
   async *frames(stream, signal) {
     const rate = stream.type === 'local' ? LOCAL_FRAME_RATE : FRAME_RATE;
     while (!this.#meeting.isClosed) yield* this.#meeting.frames(stream, { rate, signal });
   }
 
-  // What the person at the page may ask for. Each rejects or throws when it cannot be.
+  // The commands of the page. Each rejects or throws when it is not possible.
   commands = {
     join: () => this.join(),
     leave: () => this.#meeting.leave(),
@@ -125,8 +133,9 @@ export class Room extends EventEmitter {
     bringBack: ({ stream }) => this.leaveWindow(stream),
   };
 
-  // Settles when the engine has answered, with the reason of a refusal, which is part of the state too;
-  // and when it is given up by leaving, or the meeting is closed. Asked for twice it is done once.
+  // Settles when the engine has answered (with the reason of a refusal, which is also part of the
+  // state), or when the join is cancelled by leaving or closing. A second request joins the first
+  // one.
   async join() {
     if (['joining', 'joined'].includes(this.#call.phase)) return undefined;
     this.#change(() => (this.#call = { phase: 'joining', reason: '' }));
@@ -134,7 +143,7 @@ export class Room extends EventEmitter {
     try {
       await this.#meeting.join({
         uri: this.#uri,
-        endpointName: titleOf(LOCAL),
+        endpointName: this.#name,
         mediaStreamState: { outgoingAudioMuted: audioMuted, outgoingVideoMuted: videoMuted },
       });
     } catch (error) {
@@ -146,8 +155,8 @@ export class Room extends EventEmitter {
     return undefined;
   }
 
-  // Gives a stream that is there a window of this height in the widget process, or its window another
-  // height.
+  // Gives a present stream a window of this height in the widget process, or changes the height of
+  // its window.
   async enterWindow(name, height) {
     if (!this.#has(name)) return;
     const window = this.#windows.get(name) ?? { leaving: new AbortController(), isBlank: false };
@@ -173,7 +182,8 @@ export class Room extends EventEmitter {
     for (const name of [...this.#windows.keys()]) this.leaveWindow(name);
   }
 
-  // Makes new segments for the streams with windows, in place of those that a dead process may hold.
+  // Makes new segments for the streams with windows, since a killed process may hold the old ones'
+  // locks.
   async renewWindows() {
     const names = [...this.#windows.keys()];
     for (const name of names) this.#meeting.exitWidgetMode(streamNamed(name));
@@ -184,7 +194,7 @@ export class Room extends EventEmitter {
     this.#change(() => (this.#widget = { phase, address }));
   }
 
-  // Writes something into the log.
+  // Adds an entry to the log.
   note(name, payload = {}) {
     this.#logCount += 1;
     const entry = { number: this.#logCount, time: Date.now(), name, payload };
@@ -198,7 +208,7 @@ export class Room extends EventEmitter {
     this.#meeting.close();
   }
 
-  // What the engine's events change.
+  // Updates the state by the engine's events.
   #handlers = {
     callConnectionStatus: ({ connected }) => {
       if (connected) this.#call = { phase: 'joined', reason: '' };
@@ -210,7 +220,7 @@ export class Room extends EventEmitter {
       this.#hear({ microphone: 0, speaker: 0 });
     },
     streamAdded: (stream) => {
-      // The engine knows a stream of the layout only now that it is there.
+      // The engine ignores streams of a layout that are not present: send the layout again.
       if (this.#layout.has(nameOf(stream))) this.#sendLayout();
     },
     streamUpdated: (stream) => {
@@ -238,7 +248,7 @@ export class Room extends EventEmitter {
     return this.#meeting.streams.some((stream) => nameOf(stream) === name);
   }
 
-  // Puts a stream's frames where its window finds them; without them it has none.
+  // Puts a stream into widget mode for its window; on failure the stream has no window.
   async #fillWindow(name) {
     const { leaving } = this.#windows.get(name);
     try {
@@ -251,8 +261,8 @@ export class Room extends EventEmitter {
     }
   }
 
-  // The memory keeps the last picture of a stream that shows nothing any more: tells so, and when it
-  // shows something again.
+  // The memory keeps the last picture of a stream without a picture: reports when the stream has no
+  // picture any more, and when it has one again.
   async #blank(window, stream) {
     const { signal } = window.leaving;
     const tell = (isBlank) => {
@@ -274,7 +284,7 @@ export class Room extends EventEmitter {
 
   #switchCamera(on) {
     this.#meeting.wrapper.enableCameraCapture(on);
-    // The meeting may have muted the video: who switches the camera on wants to be seen.
+    // The meeting may have muted the video: switching the camera on also unmutes it.
     if (on && this.#local.videoMuted) this.#meeting.wrapper.muteLocalVideo(false);
     this.#change(() => (this.#local = { ...this.#local, cameraOn: on }));
   }
@@ -292,8 +302,8 @@ export class Room extends EventEmitter {
     this.#change(() => this.#devices.select(kind, id));
   }
 
-  // Shows `what`, the engine's description of a screen, an application or a window, in place of what
-  // may be shown already.
+  // Shares `what`, the engine's description of a screen, an application or a window, instead of a
+  // source that is already shared.
   async #present(what) {
     if (this.#share.phase === 'asking') throw new Error('A share is being asked for already');
     const text = describeShare(what);
@@ -319,7 +329,7 @@ export class Room extends EventEmitter {
 
   #stopped() {
     this.#share = NO_SHARE;
-    // Not in a call any more: there is nothing left to give back.
+    // The call has ended, and the token with it.
     this.#meeting.releaseContentShareToken().catch(() => {});
   }
 
@@ -360,6 +370,13 @@ export class Room extends EventEmitter {
     this.emit('statistics', measured);
     this.#hear({ speaker: measured.audio_stats.output_level });
   }
+}
+
+// What a stream is called; its participant may not be told yet, or have no name.
+function titleOf({ type, streamIndex }, participant) {
+  if (type === 'local') return 'You';
+  if (type === 'content') return 'Shared content';
+  return participant?.name || `Guest ${streamIndex + 1}`;
 }
 
 // Of the end of a call; empty when it was asked for.

@@ -1,5 +1,5 @@
-// Tells a page things as JSON, with back-pressure: one message is on its way at a time, and what is
-// said meanwhile is merged into the next one, so that a page that does not listen costs no memory.
+// Sends state to a page as JSON, with back-pressure: one message is in transit at a time, and newer
+// state is merged into the next one, so that a page that does not read costs no memory.
 
 // Log entries that wait for a slow page; older ones are dropped.
 const MOST_LOG_ENTRIES = 200;
@@ -14,13 +14,13 @@ export class SpeakingTube {
     this.#socket = socket;
   }
 
-  // Says `words`, an object. What has not left yet is replaced where the keys are equal.
+  // Sends `words`, an object. Unsent values of the same keys are replaced.
   say(words) {
     Object.assign(this.#words, words);
     this.#talk();
   }
 
-  // Says what is new in the log.
+  // Sends new log entries.
   sayLog(entries) {
     this.say({ log: [...(this.#words.log ?? []), ...entries].slice(-MOST_LOG_ENTRIES) });
   }

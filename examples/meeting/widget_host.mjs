@@ -1,5 +1,5 @@
-// Keeps the widget process running: starts it, starts another one in its place when it is killed, and
-// tells the room which streams have a window. What fails with it is told in the room's log.
+// Keeps the widget process running: starts it, replaces it when it is killed, and tells the room
+// which streams have a window. Failures are written to the room's log.
 
 import { fork } from 'node:child_process';
 import { fileURLToPath } from 'node:url';
@@ -32,7 +32,7 @@ export class WidgetHost {
 
   #start() {
     this.#hasListened = false;
-    // What the addon prints there would be in the way of the address.
+    // The addon's lines would hide the address on the terminal.
     this.#process = fork(PROGRAM, { stdio: ['ignore', 'ignore', 'inherit', 'ipc'] });
     this.#process.on('message', (message) =>
       this.#guard(() => this.#onMessage[message.type](message)),
@@ -70,7 +70,7 @@ export class WidgetHost {
     this.#room.note('error', { message });
   }
 
-  // It could not be started, or is gone and not told anything any more: then it exits, too.
+  // It could not be started, or its channel is closed, after which it exits.
   #onError(error) {
     this.#note(error);
     if (this.pid === undefined) this.#giveUp();
@@ -79,8 +79,8 @@ export class WidgetHost {
   async #onExit(code, signal) {
     if (this.#isClosing) return;
     this.#room.note('widgetEnded', { code, signal });
-    // One that has ended by itself has taken the names of the shared memory with it: no other process
-    // can open them. One that was killed before it listened would be killed again.
+    // A process that has ended by itself has removed the names of the shared memory, so no other
+    // process can open it. One that was killed before it was ready would be killed again.
     if (signal === null || !this.#hasListened) {
       this.#giveUp();
       return;

@@ -1,6 +1,6 @@
-// The widget: a second process that reads streams out of shared memory and shows each in a window of
-// its own. It serves the window's page itself. The meeting process tells it where the memory is, and
-// hears from it which windows are open.
+// The widget: a second process that reads streams from shared memory and shows each in its own
+// window. It serves the window's page itself. The meeting process sends it the names of the memory,
+// and receives messages about the open windows.
 
 import { Widget } from 'tessel-wrapper';
 import { FrameLane } from './frame_lane.mjs';
@@ -13,7 +13,7 @@ const NO_PICTURE = { noUpdate: true };
 const sessions = new Map(); // the socket of the window that shows a stream, by its name
 const blank = new Set(); // names of streams whose picture in the memory is not to be shown any more
 
-// A meeting process that has ended is not told any more. This process ends, too, when it learns that.
+// No messages are sent to a meeting process that has ended. This process then ends, too.
 const tell = (message, then = () => {}) => process.send(message, then);
 
 // A window opens its socket, says which stream it shows and, whenever that changes, how high it is.
@@ -70,7 +70,7 @@ async function start(order) {
   try {
     await open(order);
   } catch ({ message }) {
-    // The memory is also missing when the meeting has ended meanwhile.
+    // The memory is also missing when the meeting has ended in the meantime.
     tell({ type: 'failed', message }, () => process.exit(1));
   }
 }
@@ -95,8 +95,7 @@ const orders = {
   },
 };
 process.on('message', ({ type, ...message }) => orders[type](message));
-// The meeting process decides when this one ends, also when both are interrupted at a terminal or
-// lose it.
+// The meeting process ends this one, even when both are interrupted at a terminal or lose it.
 for (const signal of ['SIGINT', 'SIGHUP']) process.on(signal, () => {});
 process.on('disconnect', () => process.exit());
 if (!process.connected) process.exit();

@@ -1,5 +1,5 @@
-// A Janus server of one's own, with a room or more, for as long as somebody holds it: Debian's
-// package, its own configuration in a temporary directory, nothing of the system's.
+// A private Janus server with one or more rooms: Debian's package with its own configuration in a
+// temporary directory, independent of the system's. It runs until it is closed.
 
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
@@ -10,13 +10,13 @@ import path from 'node:path';
 import { createInterface } from 'node:readline';
 
 const LIBRARIES = '/usr/lib/x86_64-linux-gnu/janus';
-// The room's plugin and the WebSocket alone are loaded.
+// Only the plugin for rooms and the WebSocket transport are loaded.
 const OTHER_PLUGINS = [
   ...['audiobridge', 'duktape', 'echotest', 'lua', 'nosip', 'recordplay', 'sip', 'streaming'],
   ...['textroom', 'videocall', 'voicemail'],
 ];
 const OTHER_TRANSPORTS = ['http', 'mqtt', 'nanomsg', 'pfunix', 'rabbitmq'];
-// Said when the server listens.
+// Printed when the server listens.
 const READY = 'WebSockets thread started';
 
 // The first address of this machine that others can reach too: media do not go over loopback.
@@ -48,15 +48,16 @@ const groups = (all) =>
     .map(([name, group]) => `${name}: {\n${settings(group)}\n}\n`)
     .join('\n');
 
-function writeConfiguration(directory, { address, port, securePort, rooms, certificate }) {
+function writeConfiguration(directory, options) {
+  const { address, port, securePort, rooms, certificate, administration, reclaimSeconds } = options;
   const write = (name, all) => writeFileSync(path.join(directory, name), groups(all));
   write('janus.jcfg', {
     general: {
       configs_folder: directory,
       plugins_folder: `${LIBRARIES}/plugins`,
       transports_folder: `${LIBRARIES}/transports`,
-      admin_secret: crypto.randomUUID(),
-      reclaim_session_timeout: 30,
+      admin_secret: administration?.secret ?? crypto.randomUUID(),
+      reclaim_session_timeout: reclaimSeconds,
       debug_level: 4,
       debug_colors: false,
     },
@@ -70,6 +71,9 @@ function writeConfiguration(directory, { address, port, securePort, rooms, certi
       ...{ ws: true, ws_ip: address, ws_port: port },
       ...(certificate && { wss: true, wss_ip: address, wss_port: securePort }),
     },
+    ...(administration && {
+      admin: { admin_ws: true, admin_ws_ip: address, admin_ws_port: administration.port },
+    }),
     ...(certificate && { certificates: certificate }),
   });
   write('janus.plugin.videoroom.jcfg', {
@@ -95,14 +99,24 @@ export class JanusServer {
   #directory;
 
   // Settles when the server listens. `rooms` has the settings of each room by its name. With a
-  // `certificate`, { cert_pem, cert_key }, it listens with TLS, too.
-  static async start({ address = ownAddress(), port, rooms = {}, certificate } = {}) {
+  // `certificate`, { cert_pem, cert_key }, it listens with TLS, too; with an `administration`,
+  // { port, secret }, for its administrator. A participant whose connection is lost stays in a room
+  // for `reclaimSeconds`, and may come back meanwhile.
+  static async start({
+    address = ownAddress(),
+    port,
+    rooms = {},
+    certificate,
+    administration,
+    reclaimSeconds = 30,
+  } = {}) {
     const server = new JanusServer();
     const ports = {
       port: port ?? (await freePort(address)),
       securePort: certificate && (await freePort(address)),
     };
-    await server.#start({ address, ...ports, rooms, certificate });
+    const others = { rooms, certificate, administration, reclaimSeconds };
+    await server.#start({ address, ...ports, ...others });
     return server;
   }
 

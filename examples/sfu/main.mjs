@@ -3,14 +3,14 @@
 import { once } from 'node:events';
 import { createServer } from 'node:net';
 
-import { readOptions } from '../support/options.mjs';
+import { readOptions, refuseUsage } from '../support/options.mjs';
 import { guestLink, servePage } from './guest_page.mjs';
 import { JanusServer, freePort, ownAddress } from './janus_server.mjs';
 
 const USUAL_PORT = 8188;
 const USAGE = 'Options: --room NAME (default: meeting), --port PORT of the SFU, --page-port PORT.';
 
-// The usual port, or another one where it is taken.
+// The default port, or another one when it is in use.
 async function usualPort(address) {
   const server = createServer().listen(USUAL_PORT, address);
   try {
@@ -35,6 +35,10 @@ const {
   },
   USAGE,
 );
+// What the server's configuration takes as part of a name.
+if (!/^[\w-]+$/.test(room)) {
+  refuseUsage(`--room ${room}: something else than letters, digits, _ and -`, USAGE);
+}
 const address = ownAddress();
 const janus = await JanusServer.start({
   address,

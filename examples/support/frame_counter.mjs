@@ -1,4 +1,4 @@
-// Counts frames as they are seen.
+// Counts frames.
 
 export class FrameCounter {
   #first = 0;
@@ -12,7 +12,7 @@ export class FrameCounter {
     this.frames += 1;
   }
 
-  // Frames per second between the first and the last one; 0 when there were not two.
+  // Frames per second between the first and the last one; 0 for fewer than two.
   get rate() {
     const seconds = (this.#last - this.#first) / 1000;
     return seconds > 0 ? (this.frames - 1) / seconds : 0;

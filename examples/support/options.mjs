@@ -1,10 +1,10 @@
-// A program's options at the terminal.
+// The command-line options of a program.
 
 import { accessSync, constants, mkdirSync } from 'node:fs';
 import { parseArgs } from 'node:util';
 
-// Ends the program because of how it was called: one line that says why and what may be said, and
-// the exit code 2.
+// Ends the program because of an invalid command line: one line with the reason and the valid
+// options, and the exit code 2.
 export function refuseUsage(reason, usage) {
   console.error(`${reason}. ${usage}`);
   process.exit(2);
@@ -20,8 +20,8 @@ export function readOptions(options, usage) {
   }
 }
 
-// Makes the directory that was named by `--output`, where there is none, and sees to it that files
-// can be written there.
+// Creates the directory given by `--output` if it is missing, and checks that files can be written
+// there.
 export function makeOutputDirectory({ output }, usage) {
   try {
     mkdirSync(output, { recursive: true });

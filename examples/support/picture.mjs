@@ -3,7 +3,7 @@
 import { writeFileSync } from 'node:fs';
 import { PNG } from 'pngjs';
 
-// The RGB picture of an I420 frame: BT.601, limited range, as the field's software codecs have it.
+// The RGB picture of an I420 frame: BT.601, limited range, like the usual software codecs.
 function toPng(frame) {
   const png = new PNG({ width: frame.width, height: frame.height });
   for (let row = 0; row < frame.height; row++) {

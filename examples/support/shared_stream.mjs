@@ -1,6 +1,6 @@
 // Follows a stream through shared memory.
 
-// The most frames that a poll catches up with.
+// The largest number of frames by which one poll advances.
 const CATCH_UP = 10_000;
 
 export class SharedStream {
@@ -16,9 +16,8 @@ export class SharedStream {
     this.#counter = counter;
   }
 
-  // Every frame carries a sequence number. A reader is not told it; it learns whether the number
-  // that it gives is the frame's. So counting on until it is tells what the writer has stored
-  // meanwhile.
+  // Every frame has a sequence number, which a reader does not get: it can only find out whether a
+  // given number is the frame's. So it counts up until the number matches.
   poll() {
     let isFresh = false;
     for (let step = 0; step < CATCH_UP && this.#isUpdate(); step++) {
@@ -28,7 +27,7 @@ export class SharedStream {
     if (isFresh) this.#counter.count();
   }
 
-  // Each look locks the segment until the release, also when there is nothing new.
+  // Each request locks the segment until the release, even when there is no new frame.
   #isUpdate() {
     const { noUpdate, width, height } = this.#proxy.getFrame(this.#stream, this.#sequence);
     if (!noUpdate) this.#size = `${width}x${height}`;

@@ -1,4 +1,4 @@
-// Polls the frames of every stream of a meeting and keeps count of them.
+// Polls the frames of every stream of a meeting and counts them.
 
 import { FrameCounter } from './frame_counter.mjs';
 import { writePicture } from './picture.mjs';
@@ -6,7 +6,7 @@ import { writePicture } from './picture.mjs';
 // Twice the highest frame rate, so that no frame is overwritten between two polls.
 const POLL_INTERVAL_MS = 1000 / 60;
 
-// What was seen of one stream.
+// The frames of one stream.
 class WatchedStream {
   #frameId = 0;
 

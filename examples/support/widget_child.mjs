@@ -1,4 +1,4 @@
-// The main process's end of a widget that runs in a process of its own.
+// The main process's side of a widget in a second process.
 
 import { fork } from 'node:child_process';
 import { once } from 'node:events';
@@ -10,7 +10,7 @@ export class WidgetChild {
   #child = fork(PROGRAM);
   #ended = once(this.#child, 'exit');
 
-  // Settles when a widget reads the stream. `names` are those of the main segment, from
+  // Resolves when a widget reads the stream. `names` are those of the main segment, from
   // getSharedDataInfo().
   static async start(names, stream) {
     const widget = new WidgetChild();
@@ -18,14 +18,14 @@ export class WidgetChild {
     return widget;
   }
 
-  // Settles with the widget's row of the table when its process has ended.
+  // Resolves with the widget's row of the table when its process has ended.
   async stop() {
     const row = await this.#ask('enough');
     await this.#ended;
     return row;
   }
 
-  // Settles with the answer to a message.
+  // Resolves with the answer to a message.
   async #ask(message) {
     const answer = once(this.#child, 'message');
     this.#child.send(message);

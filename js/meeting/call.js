@@ -2,7 +2,7 @@
 
 const { CallError } = require('../errors.js');
 const { connectParams } = require('./parameters.js');
-const { limitsOf } = require('./waits.js');
+const { endOrClosing, limitsOf } = require('./waits.js');
 
 // The call of a meeting: joining it and leaving it.
 class Call {
@@ -50,7 +50,7 @@ class Call {
         tooLate: 'Joining took longer than',
       });
     } catch (error) {
-      // Given up by the caller: the engine is not to join later.
+      // The caller has aborted it: the engine must not join later.
       if (isAsked && this.#state === 'joining' && !this.#waits.isClosed) this.#disconnect();
       throw error;
     }
@@ -58,16 +58,17 @@ class Call {
 
   async leave(options) {
     const limits = limitsOf(options, 'leave');
-    this.#waits.requireOpen();
+    this.#waits.requireBeginning(limits);
     if (this.#state === 'none') {
       this.#disconnect();
       return undefined;
     }
     const judge = (_name, payload, resolve) => resolve(payload);
-    return this.#waits.until(['callDisconnect'], judge, limits, {
+    const left = this.#waits.until(['callDisconnect'], judge, limits, {
       ask: () => this.#disconnect(),
       tooLate: 'Leaving took longer than',
     });
+    return endOrClosing(left);
   }
 
   #disconnect() {

@@ -5,15 +5,15 @@ const { inspect } = require('node:util');
 const { onAbort } = require('../abortable.js');
 const { summary } = require('../inspection.js');
 
-// An async iterator over [name, payload] of the events `names` of `emitter`, from the moment it is
-// made until return() or the end that `signals` bring. Events wait in it until they are asked for.
+// An async iterator over [name, payload] of the events `names` of `emitter`, from its construction
+// until return() or until one of `signals` is aborted. Events are queued until they are requested.
 class EventQueue {
   static #over = () => Promise.resolve({ done: true, value: undefined });
 
   #names;
-  #waiting = []; // asked for, and not there: what answers
-  #arrived = []; // there, and not asked for
-  #ending; // once ended: the last answer, given from then on
+  #waiting = []; // requests without an event: their resolvers
+  #arrived = []; // events without a request
+  #ending; // once ended: the result of every further request
   #undo = [];
 
   constructor(emitter, names, { closing, signal }) {
@@ -42,7 +42,7 @@ class EventQueue {
   return() {
     this.#arrived = [];
     this.#end(EventQueue.#over);
-    // Also when the signal was aborted before: who leaves the loop wants no reason any more.
+    // Even after the signal was aborted: a loop that is left must not throw the reason.
     this.#ending = EventQueue.#over;
     return this.#ending();
   }

@@ -2,14 +2,14 @@
 
 const { EventEmitter } = require('node:events');
 
-// An emitter that tells `follow` about each event before its listeners, which may throw.
+// An emitter that calls `follow` for each event before its listeners, which may throw.
 class FollowedEmitter extends EventEmitter {
   #follow;
 
   constructor(follow) {
     super();
     this.#follow = follow;
-    // Any number of waits is fine.
+    // Any number of waits is allowed.
     this.setMaxListeners(0);
   }
 

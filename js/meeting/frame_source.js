@@ -7,7 +7,7 @@ const { checkOptions } = require('../options.js');
 const { Pace } = require('../pace.js');
 const { nameOf, requireStream } = require('../stream_key.js');
 
-// The one stream that may have frames without being announced: the camera's.
+// The only stream that may have frames without a stream event: the camera's.
 const UNANNOUNCED = 'local-0';
 
 // The loops over the frames of a meeting's streams.
@@ -25,10 +25,10 @@ class FrameSource {
   }
 
   frames(stream, options) {
-    requireStream(stream);
+    const key = requireStream(stream);
     const { rate = 30, signal } = checkOptions(options, ['rate', 'signal'], 'frames');
     const leaving = new AbortController();
-    const frames = this.#poll({ ...stream }, new Pace(rate), [signal, leaving.signal]);
+    const frames = this.#poll(key, new Pace(rate), [signal, leaving.signal]);
     // By itself a generator that waits for the next frame ends only when that has come.
     for (const name of ['return', 'throw']) {
       const end = frames[name];
@@ -41,8 +41,8 @@ class FrameSource {
     return frames;
   }
 
-  // Asks for the newest frame whenever one is due, and for none in between, so that none waits.
-  // Nothing is due while the stream is not there.
+  // Requests the newest frame whenever one is due, and none in between, so that no frame is queued.
+  // No frame is due while the stream is absent.
   async *#poll(stream, pace, signals) {
     const name = nameOf(stream);
     const counters = this.#ledger.of(stream);

@@ -17,23 +17,25 @@ const { EventQueue } = require('./event_queue.js');
 const { FollowedEmitter } = require('./followed_emitter.js');
 const { FrameSource } = require('./frame_source.js');
 const { createParams } = require('./parameters.js');
+const { Participants } = require('./participants.js');
 const { PresentStreams } = require('./present_streams.js');
 const { Sharing } = require('./sharing.js');
 const { Waits } = require('./waits.js');
 const { WidgetEntries } = require('./widget_entries.js');
 
-// What Meeting.open() constructs with, and nobody else.
+// Only Meeting.open() has this, which the constructor requires.
 const OPENING = Symbol('opening');
 
-// Those that are not closed: a meeting that only its listeners remember goes on.
+// The open meetings: a meeting that only its listeners refer to must stay alive.
 const open = new Set();
 
-// One engine, the events that it emits, promises for what it answers by events, and frames at a
-// chosen rate. It belongs to the application, which closes it. Each concern is a part of its own.
+// One engine with its events, promises for the results that arrive as events, and frames at a
+// chosen rate. It belongs to the application, which closes it. Each concern is a separate part.
 class Meeting {
   #closing = new AbortController();
   #emitter = new FollowedEmitter((event, payload) => this.#follow(event, payload));
   #streams = new PresentStreams();
+  #participants = new Participants(this.#emitter);
   #waits = new Waits(this.#emitter, this.#closing.signal);
   #wrapper;
   #resource;
@@ -50,20 +52,21 @@ class Meeting {
     return makeSegment('main', () => new Meeting(record, OPENING), [signal]);
   }
 
-  // For Meeting.open(), which sees to it that the segment made here is private and unique.
+  // For Meeting.open(), which ensures that the segment made here is private and unique.
   constructor(record, key) {
     if (key !== OPENING) {
       throw new TypeError('A meeting is opened, not constructed: use await Meeting.open()');
     }
     TesselWrapper._internal_setEmitterFactory(() => this.#emitter);
     this.#wrapper = new TesselWrapper(record);
-    // For tools that look for what keeps a process alive: the engine's own handle is none of node's.
+    // For tools that search for open handles: the engine's own handle is not one of Node.js.
     this.#resource = new AsyncResource('TesselMeeting', { requireManualDestroy: true });
     this.#ledger = new FrameLedger('meeting');
     this.#call = new Call(this.#wrapper, this.#waits);
     this.#sharing = new Sharing(this.#wrapper, this.#waits);
     this.#entries = new WidgetEntries(this.#wrapper, this.#streams, this.#closing.signal);
     this.#source = new FrameSource(this.#wrapper, this.#streams, this.#waits, this.#ledger);
+    this.#participants.subscribe(this.#wrapper);
     open.add(this);
   }
 
@@ -73,6 +76,10 @@ class Meeting {
 
   get streams() {
     return this.#streams.all;
+  }
+
+  get participants() {
+    return this.#participants.all;
   }
 
   get isClosed() {
@@ -148,7 +155,7 @@ class Meeting {
     return this.#ledger.rows();
   }
 
-  // What waits ends first, whatever the engine does.
+  // Pending waits end first, even if the engine then fails.
   close() {
     if (this.isClosed) return;
     this.#closing.abort(new ClosedError('The meeting was closed'));
@@ -181,11 +188,11 @@ class Meeting {
     return summary('Meeting', properties, depth, options);
   }
 
-  // Keeps the parts up to date with what the engine tells.
+  // Keeps the parts up to date with what the engine tells. The participants are last: their listeners
+  // may throw.
   #follow(event, payload) {
-    for (const part of [this.#streams, this.#entries, this.#call, this.#sharing]) {
-      part.follow(event, payload);
-    }
+    const parts = [this.#streams, this.#entries, this.#call, this.#sharing, this.#participants];
+    for (const part of parts) part.follow(event, payload);
   }
 }
 

@@ -1,6 +1,6 @@
 'use strict';
 
-// The records that a meeting is opened with and joins with: their defaults, and what is refused.
+// The records for opening and joining a meeting: their defaults and checks.
 
 const CREATE_PARAMS = {
   appVersion: '',
@@ -10,7 +10,7 @@ const CREATE_PARAMS = {
   userAgent: 'tessel-wrapper',
 };
 
-// Everything is sent and received, without relay servers.
+// The defaults of a join: everything is sent and received, without relay servers.
 const CONNECTION = {
   endpointName: '',
   meetingGuid: '',
@@ -40,20 +40,20 @@ function requireRecord(record, expectation) {
   throw new TypeError(expectation);
 }
 
-// The properties of `record` that are not left out; undefined leaves one out.
+// The properties of `record` that are not undefined.
 function given(record) {
   const entries = Object.entries(record ?? {});
   return Object.fromEntries(entries.filter(([, value]) => value !== undefined));
 }
 
-// A name that is not known would be the default of the one that was meant, in silence.
+// If a misspelt name were ignored, the default of the intended one would apply silently.
 function requireKnown(record, known, objectName) {
   const unknown = Object.keys(given(record)).find((name) => !known.includes(name));
   if (unknown === undefined) return;
   throw new TypeError(`Unknown property ${unknown} on object ${objectName}`);
 }
 
-// Refuses all that the addon would, since that is asked only after the wait for the next second.
+// Repeats the addon's checks, since the addon is called only after the wait for the next second.
 function createParams(params) {
   requireRecord(params, "open expects an object with a logPath: { logPath: '/tmp' }");
   requireKnown(params, Object.keys(CREATE_PARAMS), 'CreateParams');

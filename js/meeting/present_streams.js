@@ -2,7 +2,7 @@
 
 const { nameOf } = require('../stream_key.js');
 
-// The streams of a meeting that are there now, each as the engine told about it last.
+// The present streams of a meeting, each with its latest event.
 class PresentStreams {
   #streams = new Map(); // by name: { event }
 
@@ -10,8 +10,8 @@ class PresentStreams {
     return Array.from(this.#streams.values(), ({ event }) => event);
   }
 
-  // Tells one presence of a stream from the next one under the same name; undefined when the stream
-  // is not there.
+  // Identifies a stream among successive streams of the same name; undefined when the stream is not
+  // present.
   presenceOf(name) {
     return this.#streams.get(name);
   }

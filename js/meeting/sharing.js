@@ -3,13 +3,13 @@
 const { CallError, ShareError } = require('../errors.js');
 const { shareParams } = require('./parameters.js');
 const { Undertaking } = require('./undertaking.js');
-const { limitsOf } = require('./waits.js');
+const { endOrClosing, limitsOf } = require('./waits.js');
 
-// The statuses that answer what is asked about sharing.
+// The statuses that answer requests about sharing.
 const PRESENTATION = { begun: 'started', refused: ['failed', 'denied'], over: 'stopped' };
 const TOKEN = { begun: 'token_granted', refused: ['token_denied'], over: 'token_relinquished' };
 
-// What a meeting shares: the token for it, and the presentation.
+// The content sharing of a meeting: the token and the presentation.
 class Sharing {
   #wrapper;
   #waits;
@@ -68,12 +68,11 @@ class Sharing {
       this.#wrapper[operation]();
       undertaking.ask('end');
     };
-    this.#waits.requireOpen();
-    if (undertaking.isPossible) await this.#answer(operation, judge, ask, limits);
+    this.#waits.requireBeginning(limits);
+    if (undertaking.isPossible) await endOrClosing(this.#answer(operation, judge, ask, limits));
   }
 
-  // Asks for an operation that is answered by a screenShareStatus; the end of the call is an
-  // answer, too.
+  // Requests an operation that is answered by a screenShareStatus or by the end of the call.
   #answer(operation, judgeStatus, ask, limits) {
     const judge = (name, payload, resolve, reject) => {
       if (name === 'callDisconnect') reject(new CallError(payload));

@@ -1,12 +1,12 @@
 'use strict';
 
-// Something that the engine begins and ends when it is asked to, and answers with statuses: `begun`,
-// one of `refused`, or `over`. It is known to be over only when no question to begin is unanswered,
-// also none that the application has given up waiting for.
+// An operation that the engine begins and ends on request, and reports with statuses: `begun`, one
+// of `refused`, or `over`. It is known to be over only when every request to begin was answered,
+// including those that the application no longer waits for.
 class Undertaking {
   #statuses;
   #isUnderWay = false;
-  #questions = []; // unanswered ones, the oldest first: 'begin' or 'end'
+  #questions = []; // unanswered requests, the oldest first: 'begin' or 'end'
 
   constructor(statuses) {
     this.#statuses = statuses;
@@ -16,7 +16,7 @@ class Undertaking {
     return this.#statuses;
   }
 
-  // The engine does it, or may do it yet.
+  // The operation is active, or may become active.
   get isPossible() {
     return this.#isUnderWay || this.#questions.includes('begin');
   }
@@ -34,7 +34,7 @@ class Undertaking {
       if (answered >= 0) this.#questions.splice(answered, 1);
     } else if (status === over) {
       this.#isUnderWay = false;
-      // An answer to the question before it that asked for the end, and to those before that.
+      // Answers the oldest request for the end, and the requests before it.
       this.#questions.splice(0, this.#questions.indexOf('end') + 1);
     }
     if (!this.isPossible) this.#questions = [];

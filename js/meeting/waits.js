@@ -2,7 +2,7 @@
 
 const { abortable, pause } = require('../abortable.js');
 const clocks = require('../clocks.js');
-const { TimeoutError, withFramesOf } = require('../errors.js');
+const { ClosedError, TimeoutError, withFramesOf } = require('../errors.js');
 const { requireEventName } = require('../event_names.js');
 const { checkOptions } = require('../options.js');
 
@@ -10,6 +10,17 @@ const { checkOptions } = require('../options.js');
 function limitsOf(options, operation) {
   const { signal, timeout } = checkOptions(options, ['signal', 'timeout'], operation);
   return { signals: [signal], timeout };
+}
+
+// The result of `wait` for the end of something, or undefined when the closing of the meeting has ended
+// it: who leaves and closes in one breath has done nothing wrong.
+async function endOrClosing(wait) {
+  try {
+    return await wait;
+  } catch (error) {
+    if (error instanceof ClosedError) return undefined;
+    throw error;
+  }
 }
 
 // Promises for the events of one meeting, all of which reject when it is closed.
@@ -27,13 +38,14 @@ class Waits {
     return this.#closing.aborted;
   }
 
-  requireOpen() {
-    this.#closing.throwIfAborted();
+  // Throws where until() with these limits would not begin.
+  requireBeginning({ signals }) {
+    for (const signal of [this.#closing, ...signals]) signal?.throwIfAborted();
   }
 
-  // The payload of the next event of this name that `where` accepts. The application may make this
-  // promise early and await it late: that it rejects meanwhile is no unhandled rejection. A wrong
-  // argument is one.
+  // The payload of the next event of this name that `where` accepts. The application may create the
+  // promise early and await it late: a rejection in between is not reported as unhandled, unless it
+  // is for an invalid argument.
   next(event, options) {
     try {
       const wait = this.#next(event, options);
@@ -44,10 +56,10 @@ class Waits {
     }
   }
 
-  // Listens to the events `names`, then runs `ask`; settles as `judge(name, payload, resolve,
-  // reject)` says about them, and rejects when a limit is reached or the meeting is closed. It
-  // listens in front of the application's listeners, one of which may throw. Rejections show where
-  // the application asked.
+  // Listens to the events `names`, then runs `ask`; `judge(name, payload, resolve, reject)` settles
+  // the promise, which also rejects when a limit is reached or the meeting is closed. It listens
+  // before the application's listeners, one of which may throw. Rejections have the stack of the
+  // application's call.
   until(
     names,
     judge,
@@ -78,7 +90,7 @@ class Waits {
     });
   }
 
-  // Settles after `milliseconds`.
+  // Resolves after `milliseconds`.
   pause(milliseconds, signals) {
     return pause(milliseconds, [this.#closing, ...signals]);
   }
@@ -92,4 +104,4 @@ class Waits {
   }
 }
 
-module.exports = { Waits, limitsOf };
+module.exports = { Waits, endOrClosing, limitsOf };

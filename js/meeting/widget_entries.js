@@ -5,7 +5,7 @@ const { makeSegment } = require('../private_segments.js');
 const { hasFrameMemory, requireEntry, requireMemory } = require('../shared_memory.js');
 const { nameOf, requireStream } = require('../stream_key.js');
 
-// What may be the matter when a meeting, or one of its streams, has no shared memory.
+// Possible reasons why a meeting, or one of its streams, has no shared memory.
 const NO_MAIN_MEMORY =
   ': its widget process has ended, of which a meeting has one in its life, ' +
   'or /dev/shm was full when it was opened (see: npx tessel-wrapper doctor)';
@@ -19,7 +19,7 @@ class WidgetEntries {
   #streams;
   #closing;
   #entered = new Map(); // streams, by name
-  #waiting = new Map(); // by name: what gives up those that wait
+  #waiting = new Map(); // by name: the controllers that abort waiting entries
 
   // `streams` are the present ones; `closing` is the signal that is aborted when the meeting is
   // closed.
@@ -33,23 +33,26 @@ class WidgetEntries {
     return [...this.#entered.keys()];
   }
 
-  // What comes back under the name of a stream that is gone is another stream for the engine.
+  // A stream that is added under the name of a removed one is a new stream for the engine.
   follow(event, payload) {
     if (event === 'streamRemoved') this.exit(payload);
   }
 
-  // Settles with the names of the main segment.
+  // Resolves with the names of the main segment.
   async enter(stream, options) {
     this.#closing.throwIfAborted();
-    requireStream(stream);
+    const key = requireStream(stream);
     const { signal } = checkOptions(options, ['signal'], 'enterWidgetMode');
-    const name = nameOf(stream);
+    requireEntry(key);
+    signal?.throwIfAborted();
+    const name = nameOf(key);
     if (!this.#entered.has(name)) {
       this.#requirePresent(name);
+      this.#sharedNames(); // throws where there are none
       const entry = this.#waiting.get(name) ?? new AbortController();
       this.#waiting.set(name, entry);
       const signals = [signal, this.#closing, entry.signal];
-      await makeSegment(name, () => this.#enter(name, stream), signals);
+      await makeSegment(name, () => this.#enter(name, key), signals);
     }
     return this.#sharedNames();
   }
@@ -66,17 +69,17 @@ class WidgetEntries {
     for (const stream of this.#entered.values()) this.exit(stream);
   }
 
+  // After the wait, in which what was judged before may have changed.
   #enter(name, stream) {
     if (this.#entered.has(name)) return;
     this.#requirePresent(name);
-    requireEntry(stream);
     const names = this.#sharedNames();
     this.#wrapper.enterWidgetMode(stream);
     if (!hasFrameMemory(names, stream)) {
       this.#wrapper.exitWidgetMode(stream);
       throw new Error(`The stream ${name} has not entered widget mode. ${NO_FRAME_MEMORY}`);
     }
-    this.#entered.set(name, { ...stream });
+    this.#entered.set(name, stream);
   }
 
   #requirePresent(name) {

@@ -1,5 +1,5 @@
-// Paints I420 pictures without WebGL: colour is computed here, into an image that is kept as long
-// as the pictures keep their size.
+// Paints I420 pictures without WebGL: converts them to RGB here, into an image that is reused while
+// the size of the pictures does not change.
 
 export class CanvasPainter {
   #context;

@@ -1,10 +1,10 @@
-// I420 pictures as the addon's frame objects hold them, and what their values mean.
+// I420 pictures as the addon's frame objects have them, and the colours of their values.
 
 // Rows and columns of a picture's chroma planes.
 export const halfOf = (size) => (size + 1) >> 1;
 
 // The three planes of `frame`, each { data, stride, width, height }. A plane that is shorter than
-// its size and stride say is refused: it may have been taken back by the frame's owner.
+// its size and stride require is refused: the frame's owner may have detached it.
 export function planesOf(frame) {
   const { width, height } = frame;
   if (!(Number.isInteger(width) && width > 0 && Number.isInteger(height) && height > 0)) {
@@ -29,7 +29,7 @@ function plane(name, data, stride, { width, height }) {
   return { data, stride, width, height };
 }
 
-// How luminance and chroma become colour, by BT.601, in units of 0 to 255:
+// The conversion to RGB by BT.601, in units of 0 to 255:
 //   red   = scale * (y - black) + redV * (v - 128)
 //   green = scale * (y - black) + greenU * (u - 128) + greenV * (v - 128)
 //   blue  = scale * (y - black) + blueU * (u - 128)

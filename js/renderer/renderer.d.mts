@@ -13,7 +13,7 @@ export interface I420Picture {
 }
 
 export interface I420RendererOptions {
-  /** What luminance means: 'limited' is 16 to 235 (the default), 'full' is 0 to 255. */
+  /** The luminance range: 'limited' is 16 to 235 (the default), 'full' is 0 to 255. */
   range?: 'limited' | 'full';
   /** '2d' does without WebGL2. 'webgl2' (the default) falls back to it where there is no more. */
   use?: 'webgl2' | '2d';
@@ -26,15 +26,15 @@ export interface I420RendererOptions {
 export class I420Renderer {
   /** Owns `canvas`, which must not have a context yet, until dispose(). */
   constructor(canvas: HTMLCanvasElement, options?: I420RendererOptions);
-  /** What it draws with. */
+  /** The drawing method in use. */
   readonly kind: 'webgl2' | '2d';
   /**
-   * Draws a picture. The planes are not needed any more when this returns.
-   * @throws RangeError where planes and size do not fit each other
+   * Draws a picture. The planes are not needed after it returns.
+   * @throws RangeError when planes and size do not match
    */
   draw(picture: I420Picture): void;
   /** Makes the canvas black. */
   clear(): void;
-  /** Gives back what the browser holds for the canvas, which cannot be drawn on again. */
+  /** Releases the browser's resources for the canvas, which cannot be drawn on again. */
   dispose(): void;
 }

@@ -1,10 +1,10 @@
-// Draws I420 frames, as the addon hands them out, on a canvas of a web page.
+// Draws the addon's I420 frames on a canvas of a web page.
 //
 //   import { I420Renderer } from 'tessel-wrapper/renderer';
 //
 //   const renderer = new I420Renderer(document.querySelector('canvas'));
 //   renderer.draw(frame); // for every frame
-//   renderer.dispose();   // when the canvas goes
+//   renderer.dispose();   // when the canvas is removed
 //
 // Plain ES modules without dependencies: a page may load this file as it is.
 
@@ -12,8 +12,8 @@ import { CanvasPainter } from './canvas_painter.mjs';
 import { planesOf, RANGES } from './planes.mjs';
 import { WebglPainter } from './webgl_painter.mjs';
 
-// A browser takes the WebGL context of the oldest canvas away when a page has more than 16. Canvases
-// beyond these are painted without WebGL.
+// When a page has more than 16 WebGL contexts, a browser drops that of the oldest canvas. Further
+// canvases are painted without WebGL.
 const MOST_WEBGL_CONTEXTS = 14;
 let webglContexts = 0;
 
@@ -22,13 +22,13 @@ const CONTEXT_OPTIONS = { alpha: false, antialias: false, depth: false, stencil:
 export class I420Renderer {
   #canvas;
   #range;
-  #painter; // undefined while the browser has taken the WebGL context away, and after dispose()
+  #painter; // undefined while the WebGL context is lost, and after dispose()
   #kind;
   #disposed = false;
 
-  // Owns `canvas`, which must not have a context yet, until dispose(). `range` tells what the
-  // luminance of the frames means: 'limited' (16 to 235) or 'full' (0 to 255). `use` is '2d' to do
-  // without WebGL2; with 'webgl2' it is still left out where the browser or the page has no more.
+  // Owns `canvas`, which must not have a context yet, until dispose(). `range` is the luminance
+  // range of the frames: 'limited' (16 to 235) or 'full' (0 to 255). `use` is '2d' for painting
+  // without WebGL2; 'webgl2' falls back to that where no WebGL2 context is available.
   constructor(canvas, { range = 'limited', use = 'webgl2' } = {}) {
     if (!Object.hasOwn(RANGES, range)) throw new TypeError(`unknown range: ${range}`);
     if (use !== 'webgl2' && use !== '2d') throw new TypeError(`cannot use ${use}`);
@@ -56,7 +56,7 @@ export class I420Renderer {
   }
 
   // Draws a frame object that has a picture: the canvas takes its size. The planes are not needed
-  // any more when this returns. Throws a RangeError where planes and size do not fit each other.
+  // any more when this returns. Throws a RangeError when planes and size do not match.
   draw(frame) {
     const planes = planesOf(frame);
     this.#painter?.paint(frame.width, frame.height, planes);
@@ -67,7 +67,7 @@ export class I420Renderer {
     this.#painter?.clear();
   }
 
-  // Gives back what the browser holds for the canvas, which cannot be drawn on again.
+  // Releases the browser's resources for the canvas, which cannot be drawn on again.
   dispose() {
     if (this.#disposed) return;
     this.#disposed = true;
@@ -85,7 +85,7 @@ export class I420Renderer {
 
   #onContextRestored = () => this.#makeWebglPainter(this.#canvas.getContext('webgl2'));
 
-  // What is made of a context that is lost works no better than none: the context is awaited.
+  // A painter on a lost context would not work: it is made when the context is restored.
   #makeWebglPainter(gl) {
     try {
       this.#painter = new WebglPainter(gl, this.#range);

@@ -1,5 +1,5 @@
-// Paints I420 pictures with WebGL2: one texture for each plane, kept and refilled as long as the
-// pictures keep their size, and a shader that makes colour of them.
+// Paints I420 pictures with WebGL2: one texture for each plane, reused while the size of the
+// pictures does not change, and a shader that converts them to RGB.
 
 const VERTEX_SHADER = `#version 300 es
 out vec2 position;
@@ -95,7 +95,7 @@ export class WebglPainter {
       }
       return { texture, width, height };
     });
-    // An odd picture's last chroma column and row reach half a sample beyond it.
+    // With odd dimensions, the last chroma column and row extend half a sample beyond the picture.
     const [luma, chroma] = planes;
     gl.uniform2f(
       this.#uniform('chromaScale'),

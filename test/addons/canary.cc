@@ -1,5 +1,5 @@
-// An addon with one bug for each sanitizer, to prove that the sanitizer is awake where the tests
-// run: inside a stock node with the sanitizer's runtime preloaded.
+// An addon with one bug for each sanitizer, to prove that the sanitizer is active where the tests
+// run: inside an ordinary node with the sanitizer's runtime preloaded.
 
 #include <napi.h>
 

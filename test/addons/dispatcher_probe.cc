@@ -1,4 +1,4 @@
-// Gives JavaScript a JavascriptDispatcher and a NapiThreadsafeFunction to drive from real threads.
+// Lets JavaScript drive a JavascriptDispatcher and a NapiThreadsafeFunction from real threads.
 
 #include <napi.h>
 #include <sys/types.h>
@@ -69,7 +69,7 @@ class Token {
   static inline std::atomic<int> alive = 0;
 };
 
-// True while the kernel has taken the thread from the processor because it waits for something.
+// True while the thread sleeps.
 bool isAsleep(pid_t thread) {
   std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
   std::string text;
@@ -200,7 +200,7 @@ class Dispatcher : public Napi::ObjectWrap<Dispatcher> {
   void releaseEventLoop(const Napi::CallbackInfo&) { dispatcher_->releaseEventLoop(); }
   void close(const Napi::CallbackInfo&) { dispatcher_->close(); }
 
-  // Lets go of the dispatcher, which is thereby destroyed when no thread holds it.
+  // Releases the dispatcher, which is destroyed when no thread holds it.
   void release(const Napi::CallbackInfo&) { dispatcher_.reset(); }
   void releaseOnThread(const Napi::CallbackInfo&) {
     std::thread([dispatcher = std::move(dispatcher_)]() mutable { dispatcher.reset(); }).join();

@@ -1,5 +1,5 @@
-// The event handler as a JavaScript class, for what a wrapper never does with its own: setting
-// another emitter, or none, and waiting for an engine that is ready already.
+// The event handler as a JavaScript class, for tests of operations that a wrapper does not use:
+// setting another emitter, or none, and waiting for an engine that is already ready.
 
 #include <napi.h>
 

@@ -1,5 +1,5 @@
-// Stands in for Node-API's function of the same name, as a host with a memory cage answers it; a
-// plane of 91 bytes, 13 by 7 pixels, fails altogether.
+// Replaces Node-API's function of the same name by one that refuses, like a host with a memory
+// cage; for a plane of 91 bytes, 13 by 7 pixels, it fails with another error.
 
 #include <node_api.h>
 

@@ -60,7 +60,7 @@ napi_status __wrap_napi_delete_reference(napi_env env, napi_ref reference) {
     const std::scoped_lock lock(mutex);
     strong.erase(reference);
   }
-  // Not passed on: it would touch what is gone, or what another thread uses.
+  // Not passed on: it would use freed memory, or memory of another thread.
   if (hasEnded) {
     ++deletedLate;
     return napi_ok;

@@ -1,5 +1,5 @@
-// A user of the engine's interface that a test drives by operation names: it stands where the
-// addon's wrapper stands in an application, so that the engine can be shown to keep its promises.
+// A client of the engine's interface that a test drives by operation names: it replaces the addon's
+// wrapper, so that the engine can be tested against its interface.
 
 #ifndef TEST_ENGINE_ENGINE_CLIENT_H_
 #define TEST_ENGINE_ENGINE_CLIENT_H_
@@ -40,14 +40,14 @@ struct ArrivedFrame {
   std::int64_t thread = 0;
 };
 
-// Remembers the notifications that arrive. Any thread.
+// Records the notifications. Any thread.
 class NotificationLog final : public INotifyCallback {
  public:
   std::vector<Arrived> take() EXCLUDES(mutex_);
   // Blocks until so many notifications of the name are there.
   void await(const std::string& notification, std::uint32_t count) EXCLUDES(mutex_);
 
-  // Owners share the log through this: it remembers the thread on which the last of them let go.
+  // Owners share the log through this: it records the thread that releases the last share.
   static std::shared_ptr<INotifyCallback> shared(std::shared_ptr<NotificationLog> log);
   // 0 while there are owners, or never were.
   std::int64_t letGoOnThread() const { return letGoOnThread_; }
@@ -78,7 +78,7 @@ class NotificationLog final : public INotifyCallback {
   std::vector<Arrived> log_ GUARDED_BY(mutex_);
 };
 
-// Remembers the frames that arrive, with a copy of their bytes. Any thread.
+// Records the frames, with a copy of their bytes. Any thread.
 class FrameLog final : public IFrameRecieveCallback {
  public:
   // How long the receiver takes for a frame.
@@ -133,12 +133,12 @@ class EngineClient {
   void awaitDelivery();
   void awaitFrames(std::uint32_t count);
   std::vector<ArrivedFrame> takeFrames();
-  // The thread on which the engine let go of the callback; 0 while it holds it.
+  // The thread on which the engine released the callback; 0 while it holds it.
   std::int64_t callbackLetGoOnThread();
   // Owners other than the client.
   std::int64_t receiverOwners();
 
-  // Lets go of everything.
+  // Releases everything.
   void reset();
 
  private:

@@ -58,7 +58,7 @@ constexpr std::array kOperations = std::to_array<std::string_view>({
     "SetFrameReceiver",
 });
 
-// Those that can be made to answer with nothing. The ones that fill a record leave it as it is.
+// Those that can be made to return nothing. Operations that fill a record do not change it then.
 constexpr std::array kOperationsWithResult = std::to_array<std::string_view>({
     "CreateTSLMManager",
     "GetScreenMonitorDetails",
@@ -215,7 +215,7 @@ void ScriptedEngine::setInitialisation(Initialisation initialisation) {
   if (!contains(kModes, initialisation.mode)) {
     throw std::invalid_argument("there is no initialisation " + initialisation.mode);
   }
-  // Complain about a wrong notification here, not to whoever initialises the engine.
+  // Reject an invalid notification here, not when the engine is initialised.
   for (const Notification& notification : initialisation.notifications) senderOf(notification);
   base::MutexLock lock(mutex_);
   initialisation_ = std::move(initialisation);

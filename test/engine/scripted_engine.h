@@ -1,5 +1,5 @@
-// The controls of the scripted engine: a library with the engine's interface that only does what a
-// test tells it to, and remembers every call that it receives.
+// The controls of the scripted engine: a library with the engine's interface that a test controls,
+// and that records every call.
 
 #ifndef TEST_ENGINE_SCRIPTED_ENGINE_H_
 #define TEST_ENGINE_SCRIPTED_ENGINE_H_
@@ -33,7 +33,7 @@ struct Call {
   std::int64_t engine = 0;  // facades count from 1; 0 where no facade is concerned
 };
 
-// How an operation fails from now on.
+// The way in which an operation fails from now on.
 struct Failure {
   std::optional<std::string> throws;  // text of the std::runtime_error
   bool throwsInt = false;             // throws the integer 42
@@ -91,7 +91,7 @@ class TESSELCLIENT_API ScriptedEngine {
   ScriptedEngine(const ScriptedEngine&) = delete;
   ScriptedEngine& operator=(const ScriptedEngine&) = delete;
 
-  // Back to what a fresh process finds: joins all threads, lets go of everything held.
+  // Restores the initial state: joins all threads, releases everything held.
   void reset();
 
   // ---- Calls received
@@ -136,7 +136,7 @@ class TESSELCLIENT_API ScriptedEngine {
 
   // ---- Streams; unknown ones have no frame manager
 
-  // One that keeps its receiver goes on delivering to it after SetFrameReceiver(nullptr).
+  // One that keeps its receiver continues to deliver to it after SetFrameReceiver(nullptr).
   void setStream(StreamKey key, bool hasFrameManager, bool keepsReceiver) EXCLUDES(mutex_);
   // What the stream's GetFrame answers. Gives the stream a frame manager.
   void setFrame(StreamKey key, FrameAnswer answer) EXCLUDES(mutex_);
@@ -173,14 +173,14 @@ class TESSELCLIENT_API ScriptedEngine {
  private:
   // A notification whose arguments have their types.
   using Sender = std::function<void(INotifyCallback&)>;
-  // Threads that somebody will join.
+  // Threads that will be joined.
   struct Job {
     std::vector<std::thread> threads;
     std::shared_ptr<std::atomic<std::int64_t>> done;
   };
 
   ScriptedEngine() = default;
-  // Never runs; its absence would let the one instance be deleted.
+  // Never runs; declared so that the only instance cannot be deleted.
   ~ScriptedEngine() = default;
 
   static Sender senderOf(const Notification& notification);

@@ -117,7 +117,7 @@ Napi::Object init(Napi::Env env, Napi::Object exports) {
   exports.Set("failingOperations", toJs(env, toValue(ScriptedEngine::failingOperations())));
   exports.Set("operationsWithResult", toJs(env, toValue(ScriptedEngine::operationsWithResult())));
   exports.Set("thread", Napi::Number::New(env, ::gettid()));
-  // No thread of the engine outlives the environment that loaded the addon first.
+  // All threads of the engine end before the environment that loaded the addon first.
   static bool hooked = false;
   if (!std::exchange(hooked, true)) {
     env.AddCleanupHook([] {

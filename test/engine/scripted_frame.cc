@@ -22,7 +22,7 @@ PixelMemory::PixelMemory(std::size_t size)
 
 PixelMemory::~PixelMemory() {
   std::memset(data_, kPoison, size_);
-  // Without a reader in sight the compiler would leave the poison out.
+  // Without a barrier the compiler would remove the overwriting, since nothing reads it.
   asm volatile("" : : "r"(data_) : "memory");
   std::free(data_);
 }

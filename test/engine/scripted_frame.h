@@ -16,7 +16,7 @@
 namespace scripted {
 
 // Memory of its own on the heap for a frame's pixels. It is overwritten with 0xDD before it is
-// freed, so that whoever still looks at it sees neither the old picture nor something plausible.
+// freed, so that a late reader gets neither the old picture nor plausible data.
 class PixelMemory {
  public:
   // Throws std::bad_alloc.
@@ -32,7 +32,7 @@ class PixelMemory {
   std::size_t size_;
 };
 
-// Pixel memory to use again. May be called from any thread.
+// Pixel memory for reuse. May be called from any thread.
 class MemoryPool {
  public:
   // Memory of `size` bytes: zeros, or what its last user left there.
@@ -44,7 +44,7 @@ class MemoryPool {
   std::vector<std::unique_ptr<PixelMemory>> free_ GUARDED_BY(mutex_);
 };
 
-// What a frame answers besides its memory.
+// The values of a frame besides its memory.
 struct FrameProperties {
   std::uint32_t width = 0;
   std::uint32_t height = 0;

@@ -38,7 +38,7 @@ VideoPlane laidOver(const PlaneAnswer& plane, std::span<std::uint8_t>& memory) {
   return laid;
 }
 
-// What stands in the fields that nobody is to read: whoever follows them crashes.
+// The values of fields that must not be read: using them as pointers crashes.
 constexpr std::uint32_t kNonsense = 0xDDDDDDDD;
 
 VideoPlane unreadablePlane() {
@@ -195,7 +195,7 @@ bool Stream::deliver(const std::shared_ptr<QVXCommon::IVideoFrame>& frame, std::
     delivering_ = true;
   }
   receiver->NotifyFrameArrived(frame, csrc, key_);
-  // Whoever detaches the receiver now may rely on the engine holding it no longer.
+  // From here on a caller that detaches the receiver can rely on its release by the engine.
   receiver.reset();
   base::MutexLock lock(mutex_);
   delivering_ = false;

@@ -91,8 +91,8 @@ class Stream {
 
   void setHasFrameManager(bool has) EXCLUDES(mutex_);
   bool hasFrameManager() EXCLUDES(mutex_);
-  // From now on a receiver that is removed goes on receiving, and nobody waits for the delivery
-  // under way: what the interface rules out.
+  // From now on a removed receiver keeps receiving, and its removal does not wait for the running
+  // delivery, which the interface forbids.
   void setKeepsReceiver(bool keeps) EXCLUDES(mutex_);
 
   void setAnswer(FrameAnswer answer) EXCLUDES(mutex_);

@@ -1,5 +1,5 @@
-// What an engine makes of any configuration text: nothing may crash, hang, or leave the
-// configuration outside its bounds, and what is read nests no deeper than it may.
+// An engine reads an arbitrary configuration text: it must not crash or hang, the configuration
+// stays within its bounds, and no accepted text is nested deeper than the limit.
 
 #include <algorithm>
 #include <cstddef>
@@ -25,8 +25,8 @@ int depthOf(const nlohmann::json& value) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
-  // Chance alone hardly nests as deep as the limit, so the first byte says how many arrays there
-  // are around the rest.
+  // Random input hardly nests as deep as the limit, so the first byte is the number of arrays
+  // around the rest.
   const std::size_t arrays = data[0] % (2 * support::kDeepestJson);
   const std::string text = std::string(arrays, '[') +
                            std::string(reinterpret_cast<const char*>(data + 1), size - 1) +
@@ -34,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto value = support::parseJson(text);
   if (value) {
     fuzz::require(depthOf(*value) <= support::kDeepestJson);
-    // What was read is read again as the same.
+    // Writing and reading the value again gives the same value.
     const auto again = support::parseJson(support::writeJson(*value));
     fuzz::require(again && *again == *value);
   }

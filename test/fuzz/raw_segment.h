@@ -20,14 +20,14 @@
 
 namespace fuzz {
 
-// The first call removes what runs that were killed have left behind.
+// The first call removes the leftovers of killed runs.
 inline const test::TestNames& ownNames() {
   static const test::TestNames names;
   return names;
 }
 
-// An object of `size` zero bytes and a free semaphore, for as long as it lives. Whoever opens the
-// pair removes the names when it goes; makeNamesAgain() brings them back.
+// An object of `size` zero bytes and a free semaphore, during its lifetime. A process that opens
+// the pair removes the names when it closes it; makeNamesAgain() restores them.
 class RawSegment {
  public:
   RawSegment(const std::string& suffix, std::uint32_t size)

@@ -1,5 +1,5 @@
-// What a process reads from segments that another one wrote, tried with very many inputs. Only
-// where clang's fuzzers are built: beside the release build.
+// Short runs of the fuzzers: data that a process reads from segments of another one, and
+// configurations. Only with the release build, beside which clang builds them.
 
 import assert from 'node:assert/strict';
 import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';
@@ -41,8 +41,8 @@ for (const [letter, bug, report] of BUGS) {
   });
 }
 
-test('the fuzzers find their way to an input that chance alone would not have hit upon', () => {
-  // About one in a billion.
+test('coverage leads the fuzzers to an input that chance alone would hardly reach', () => {
+  // Chance alone finds it about once in a billion inputs.
   const { status, stderr } = fuzz('canary_fuzzer', { runs: 10_000_000, seed: 1 });
   assert.match(stderr, /Test unit written to/);
   assert.notEqual(status, 0);

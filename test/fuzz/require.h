@@ -1,4 +1,4 @@
-// What a fuzzer requires to hold.
+// Assertions of the fuzzers.
 
 #ifndef TEST_FUZZ_REQUIRE_H_
 #define TEST_FUZZ_REQUIRE_H_
@@ -7,7 +7,7 @@
 
 namespace fuzz {
 
-// Stops the fuzzer with the input that led here when something that must hold does not.
+// Stops the fuzzer with the present input when the condition is false.
 inline void require(bool holds) {
   if (!holds) std::abort();
 }

@@ -1,5 +1,5 @@
-// What a widget makes of a main segment whose table holds any bytes, and of the frame segments that
-// it then names: nothing may crash, hang, or keep a stream from being read once its entry is right.
+// A widget reads a main segment whose table has arbitrary bytes, and the frame segments named in
+// it: it must not crash or hang, and a stream must be readable again once its entry is valid.
 
 #include <cstddef>
 #include <cstdint>
@@ -87,7 +87,7 @@ struct Fixture {
         entry(number).valid = size > 0 ? data[0] : 0;
         break;
       case 3:
-        // Between two looks at the table the entry changes.
+        // The entry changes between two reads of the table.
         list(number, whole);
         fuzz::require(read(key));
         put(number, data, size);
@@ -115,8 +115,8 @@ struct Fixture {
 
 }  // namespace
 
-// The first byte says what becomes of the stream's entry after the rest of the input was written
-// over it, and the second one which stream it is.
+// The first byte selects the change of the stream's entry after the rest of the input was written
+// over it, and the second one selects the stream.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static Fixture fixture;
   if (size < 2) return 0;

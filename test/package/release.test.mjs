@@ -1,5 +1,5 @@
 // The package as npm packs it: installed from its tarball into an empty project, built there with
-// its own command, and used for a short meeting; and what an image takes of it.
+// its own command, and used for a short meeting; and the files that an image needs.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
@@ -23,8 +23,8 @@ await meeting.leave();
 meeting.close();
 `;
 
-// The standard output of a program that ends well. Nothing of this repository's build is in its
-// environment.
+// The standard output of a program that ends without an error. Its environment has no reference to
+// this repository's build.
 function run(directory, command, ...args) {
   const environment = { ...process.env, LD_PRELOAD: '' };
   for (const name of ['TESSEL_BUILD', 'TESSEL_WRAPPER_ADDON']) delete environment[name];
@@ -40,7 +40,7 @@ function run(directory, command, ...args) {
   return stdout;
 }
 
-// That the project in this directory can hold a meeting.
+// Asserts that the project in this directory can run a meeting.
 function expectMeeting(directory) {
   writeFileSync(path.join(directory, 'meeting.mjs'), MEETING);
   const lines = run(directory, process.execPath, 'meeting.mjs').split('\n');
@@ -78,7 +78,7 @@ test('an installed package builds itself and takes part in a meeting', (t) => {
     'setup-release.log',
   ]);
 
-  // An image: the files that the guide names, and nothing else of the package or of others.
+  // An image with only the files of the package that the guide names.
   const image = path.join(directory, 'image');
   const layer = path.join(image, 'node_modules/tessel-wrapper');
   mkdirSync(layer, { recursive: true });

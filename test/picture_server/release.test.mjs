@@ -1,5 +1,5 @@
-// The guide's server of pictures. For the release build alone: the thread sanitizer does not know the
-// threads of sharp's library, and reports them.
+// The guide's picture server. For the release build only: the thread sanitizer reports the threads
+// of sharp's library.
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
@@ -32,13 +32,9 @@ async function sendGarbage(address) {
   await once(socket, 'close');
 }
 
-test('server.mjs serves those who keep up and lets go of those who do not', async (t) => {
-  const source = variant('server.mjs', {
-    // Pictures that fill what the system keeps for a connection sooner.
-    'participants=1': 'participants=1&size=1280x720',
-    '.jpeg()': '.png({ compressionLevel: 0 })',
-    'PATIENCE = 5000': 'PATIENCE = 500',
-  });
+// The server of `source`: { said, end }. said() settles with its next line that starts so, end()
+// terminates it and settles when it has ended well.
+function start(t, source) {
   const file = path.join(directory, 'serving.mjs');
   writeFileSync(file, source);
   const child = spawn(process.execPath, [file], { stdio: ['ignore', 'pipe', 'pipe'] });
@@ -47,11 +43,26 @@ test('server.mjs serves those who keep up and lets go of those who do not', asyn
   let complaints = '';
   child.stderr.setEncoding('utf8').on('data', (text) => (complaints += text));
   const lines = createInterface({ input: child.stdout });
-  const said = (start) =>
+  const said = (beginning) =>
     new Promise((resolve) => {
-      lines.on('line', (line) => line.startsWith(start) && resolve(line));
+      lines.on('line', (line) => line.startsWith(beginning) && resolve(line));
     });
+  const end = async () => {
+    child.kill('SIGTERM');
+    assert.deepEqual(await exit, [0, null]);
+    assert.equal(complaints, '');
+  };
+  return { said, end };
+}
 
+test('server.mjs serves those who keep up and lets go of those who do not', async (t) => {
+  const source = variant('server.mjs', {
+    // Pictures that fill what the system keeps for a connection sooner.
+    'participants=1': 'participants=1&size=1280x720',
+    '.jpeg()': '.png({ compressionLevel: 0 })',
+    'PATIENCE = 5000': 'PATIENCE = 500',
+  });
+  const { said, end } = start(t, source);
   const letGo = said('a client was too slow');
   const address = (await said('address: ')).replace('address: ', '');
   await sendGarbage(address);
@@ -69,7 +80,7 @@ test('server.mjs serves those who keep up and lets go of those who do not', asyn
       .then(({ data: yPlaneBuffer, info: { width, height } }) =>
         readCard({ width, height, yPlaneBuffer, yPlaneBufferStride: width }),
       );
-  fast.on('message', (data) => numbers.push(newest(data)));
+  fast.on('message', (data, isBinary) => isBinary && numbers.push(newest(data)));
   await letGo;
   const before = numbers.length;
   while (numbers.length < before + 3) await once(fast, 'message');
@@ -78,7 +89,42 @@ test('server.mjs serves those who keep up and lets go of those who do not', asyn
     assert.equal(card.streamIndex, 0);
     if (index > 0) assert.ok(card.number > cards[index - 1].number);
   });
-  child.kill('SIGTERM');
-  assert.deepEqual(await exit, [0, null]);
-  assert.equal(complaints, '');
+  await end();
+});
+
+const MUTED = { 'participants=1': 'participants=1&videomute=0@0-3600' };
+
+test('server.mjs tells who comes during a mute that there is nothing to show', async (t) => {
+  const { said, end } = start(t, variant('server.mjs', MUTED));
+  const address = (await said('address: ')).replace('address: ', '');
+  for (let count = 0; count < 2; count += 1) {
+    const client = new WebSocket(address);
+    t.after(() => client.terminate());
+    const [data, isBinary] = await once(client, 'message');
+    assert.deepEqual([`${data}`, isBinary], ['nothing to show', false]);
+  }
+  await end();
+});
+
+test('server.mjs tells a client that was too slow for it when the mute began, and lets go of it', async (t) => {
+  // More bytes than a client may have waiting: for the first one until it is let go, then for none.
+  const source = variant('server.mjs', {
+    ...MUTED,
+    'const BACKLOG = 200_000': 'let BACKLOG = -1',
+    'PATIENCE = 5000': 'PATIENCE = 500',
+    "console.log('a client was too slow');": `
+      console.log('a client was too slow');
+      server.once('connection', () => setImmediate(() => (BACKLOG = 0)));`,
+  });
+  const { said, end } = start(t, source);
+  const letGo = said('a client was too slow');
+  const address = (await said('address: ')).replace('address: ', '');
+  const slow = new WebSocket(address);
+  t.after(() => slow.terminate());
+  await letGo;
+  const catchingUp = new WebSocket(address);
+  t.after(() => catchingUp.terminate());
+  const [data] = await once(catchingUp, 'message');
+  assert.equal(`${data}`, 'nothing to show');
+  await end();
 });

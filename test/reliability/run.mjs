@@ -1,7 +1,7 @@
 // node test/reliability/run.mjs [NAME...] [--count N] [--minutes N] [--seed N] [--short]
 //
 // Runs trials in their long form, or only those named, one after the other, and prints a table in
-// Markdown. What the trials promise is told in docs/reliability.md.
+// Markdown. docs/reliability.md describes the guarantees that the trials check.
 
 import { spawnSync } from 'node:child_process';
 import { fileURLToPath } from 'node:url';

@@ -1,5 +1,5 @@
-// The process of one trial: node trial_process.mjs MODULE {count, seed, judgesTimes}. The figures go
-// to descriptor 3; why the promise was not kept, to the standard error.
+// The process of one trial: node trial_process.mjs MODULE {count, seed, judgesTimes}. The figures
+// go to descriptor 3; the reason of a failure, to the standard error.
 
 // Looks for leaks in this process, and not in those that it starts.
 import '../../scripts/child_environment.mjs';
@@ -17,7 +17,7 @@ const after = (step) => steps.unshift(step);
 try {
   const figures = await run(count, { random: new Random(seed), after, judgesTimes });
   for (const step of steps) await step();
-  // Whoever keeps the loop alive from here on, or ends the process with an error, has failed.
+  // From here on, a handle that keeps the loop alive, or an error at the end, is a failure.
   writeSync(3, JSON.stringify(figures));
 } catch (error) {
   // A trial may have taken to itself what is uncaught, and have left a wrapper that is alive.

@@ -1,10 +1,10 @@
-// The trials, and how one of them is run.
+// The list of the trials, and the function that runs one.
 //
 // Each is a module of its own in trials/, run in a process of its own. The module exports
 //   run(count, { random, after, judgesTimes })
-// which tries the thing so often, throws when it does not hold, and answers with the figures that
-// it measured, by their names. `random` is seeded; `after` takes what is to be done when the trial
-// is over; times are judged only where `judgesTimes` says that the machine is otherwise idle.
+// which runs the trial `count` times, throws when it fails, and returns the measured figures by
+// their names. `random` is seeded; `after` registers a function for the end of the trial; durations
+// are checked only if `judgesTimes` says that the machine is otherwise idle.
 
 import { spawn } from 'node:child_process';
 import { randomInt } from 'node:crypto';
@@ -14,14 +14,14 @@ import { fileURLToPath } from 'node:url';
 
 const SECONDS_OF_4_HOURS = 4 * 3600;
 
-// `short` is how often in `npm test`, `long` how often in `npm run torture`. What has no `short` is a
-// test of its own beside the release build.
+// `short` is the count in `npm test`, `long` that in `npm run torture`. A trial without `short` is
+// a separate test of the release build.
 export const trials = [
   {
     name: 'random-arguments',
     tried: 'random arguments to every method and constructor of both classes',
     unit: 'calls of each',
-    short: 2000,
+    short: 1000,
     long: 100_000,
   },
   {
@@ -56,7 +56,7 @@ export const trials = [
     name: 'ends',
     tried: 'seven ways to end under load',
     unit: 'processes for each way',
-    short: 10,
+    short: 5,
     long: 200,
   },
   {
@@ -77,21 +77,21 @@ export const trials = [
     name: 'killed-widget',
     tried: 'widget killed at a random moment, and while it holds the lock',
     unit: 'widgets',
-    short: 100,
+    short: 40,
     long: 1000,
   },
   {
     name: 'killed-main',
     tried: 'main process killed',
     unit: 'main processes',
-    short: 20,
+    short: 8,
     long: 200,
   },
   {
     name: 'output',
     tried: 'standard output closed, full, or a slow pipe',
     unit: 'processes',
-    short: 50,
+    short: 20,
     long: 1000,
   },
   {
@@ -133,20 +133,20 @@ const FRUGAL = {
   NODE_OPTIONS: `${process.env.NODE_OPTIONS ?? ''} --max-semi-space-size=1`,
 };
 
-// A trial ends by itself, so that the leak check at its end tells the truth.
+// A trial ends by itself, so that the leak check at its end is reliable.
 const LEAK_CHECK = process.env.ASAN_OPTIONS && {
   ASAN_OPTIONS: `${process.env.ASAN_OPTIONS}:detect_leaks=1`,
 };
 
-// Far above what a trial takes, also under a sanitizer or on a busy machine: they end what would
-// never end.
+// Far longer than a trial takes, even under a sanitizer or on a busy machine: they end a process
+// that hangs.
 const LEAST_LIMIT_SECONDS = 300;
 const SECONDS_FOR_EACH_SHORT_FORM = 120;
 
 const limitOf = ({ short = 1 }, count) =>
   Math.max(LEAST_LIMIT_SECONDS, Math.ceil((count / short) * SECONDS_FOR_EACH_SHORT_FORM));
 
-// Ends whatever a trial has left of its group of processes, and the trial.
+// Ends the trial and all processes of its process group.
 function endGroup(leader) {
   try {
     process.kill(-leader, 'SIGKILL');
@@ -155,8 +155,8 @@ function endGroup(leader) {
   }
 }
 
-// Runs a trial in a process of its own: { figures, error, seconds, seed }, one of the first two. The
-// error tells the seed that repeats the run. When the trial has not ended within the limit, it is
+// Runs a trial in a process of its own: { figures, error, seconds, seed }, one of the first two.
+// The error has the seed that repeats the run. When the trial has not ended within the limit, it is
 // ended with all the processes that it has started.
 export async function runTrial(
   trial,

@@ -1,4 +1,4 @@
-// Garbage collection at a test's will.
+// Garbage collection on request of a test.
 
 import { setFlagsFromString } from 'node:v8';
 import { runInNewContext } from 'node:vm';
@@ -18,8 +18,8 @@ export async function collect() {
   await nextTurn();
 }
 
-// Collects until `isDone()`, which finalizers bring about in later turns of the event loop. Throws
-// when it does not come.
+// Collects until `isDone()`, which finalizers cause in later turns of the event loop. Throws when
+// it does not become true.
 export async function collectUntil(isDone) {
   for (let round = 0; round < MOST_ROUNDS; ++round) {
     if (isDone()) return;

@@ -1,4 +1,4 @@
-// Processes that do what the test says, one command at a time, and that the test may kill.
+// Processes that run the test's commands, one at a time, and that the test may kill.
 //
 // The test's side:
 //
@@ -16,8 +16,8 @@ import { fileURLToPath } from 'node:url';
 
 const testDirectory = new URL('../', import.meta.url);
 
-// An answer or a report is a line of the process's standard output, so that it comes after whatever
-// the process wrote before.
+// An answer or a report is a line of the process's standard output, so that it arrives after
+// everything that the process wrote before.
 const MARK = '\u0001';
 
 class CommandedProcess {
@@ -38,7 +38,7 @@ class CommandedProcess {
       else this.lines.push(line);
       this.#news.emit('news');
     });
-    // Settles with { code, signal } when the process has ended and all it wrote has been read.
+    // Resolves with { code, signal } when the process has ended and all its output was read.
     this.ended = Promise.all([once(child, 'exit'), once(output, 'close')]).then(
       ([[code, signal]]) => {
         this.outcome = { code, signal };
@@ -57,8 +57,8 @@ class CommandedProcess {
     return this.#child.pid;
   }
 
-  // Settles with the first truthy answer of `find`, which is asked whenever the process has written
-  // or reported something. Rejects when the process ends before.
+  // Resolves with the first truthy result of `find`, which is called whenever the process has
+  // written or reported something. Rejects when the process ends before.
   async seen(find) {
     for (;;) {
       const found = find(this);
@@ -72,7 +72,7 @@ class CommandedProcess {
     }
   }
 
-  // Settles with what the command returned; rejects with what it threw, or when the process ends.
+  // Resolves with the command's result; rejects with its exception, or when the process ends.
   async does(name, ...args) {
     const command = ++this.#commands;
     this.#child.send({ command, name, args });
@@ -103,8 +103,8 @@ class CommandedProcess {
   }
 }
 
-// Starts a module of test/. `command` is a program with arguments that starts node in its turn: it
-// runs without the sanitizers' runtime, which only node can bear.
+// Starts a module of test/. `command` is a program with arguments that itself starts node: it runs
+// without the sanitizers' runtime, which only works in node.
 export function startProcess(test, module, { args = [], environment = {}, command = [] } = {}) {
   const file = fileURLToPath(new URL(module, testDirectory));
   const [program, ...words] = [...command, process.execPath, file, ...args];
@@ -123,8 +123,8 @@ export function startProcess(test, module, { args = [], environment = {}, comman
 
 const say = (message) => writeSync(1, `${MARK}${JSON.stringify(message)}\n`);
 
-// In the process: does what it is told. "end" runs `commands.end`, if there is one, and closes the
-// channel, after which the process ends by itself unless something keeps it.
+// In the process: runs the test's commands. "end" runs `commands.end`, if there is one, and closes
+// the channel, after which the process ends by itself unless a handle keeps it alive.
 export function obey(commands) {
   process.on('message', async ({ command, name, args }) => {
     try {
@@ -137,5 +137,5 @@ export function obey(commands) {
   });
 }
 
-// In the process: says something without having been asked.
+// In the process: reports something without a command.
 export const report = (what) => say({ report: what });

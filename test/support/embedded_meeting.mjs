@@ -48,7 +48,7 @@ export class Meeting {
     return this.events.filter(([event]) => event === name).map(([, payload]) => payload);
   }
 
-  // Settles with the first payload, past or to come, that `matches`.
+  // Resolves with the first past or future payload that `matches`.
   async seen(name, matches = () => true) {
     for (;;) {
       const found = this.payloads(name).find(matches);

@@ -7,9 +7,9 @@ import { fileURLToPath } from 'node:url';
 
 const SEEDED_BUG = fileURLToPath(new URL('./processes/seeded_bug.mjs', import.meta.url));
 
-// Commits a bug in a process of its own, with the options of every process of the run, save that
-// the report is written where it does not fail the run.
-export function expectReport(bug, text) {
+// Runs a bug of the addon in a separate process, with the options of every process of the run, except
+// that the report is written to another place, where it does not fail the run.
+export function expectReport(bug, text, { addon = 'canary' } = {}) {
   const reports = mkdtempSync(path.join(tmpdir(), 'tessel_canary_'));
   try {
     const environment = { ...process.env };
@@ -17,13 +17,13 @@ export function expectReport(bug, text) {
       environment[name] += `:log_path="${reports}/report"`;
     }
     environment.ASAN_OPTIONS += ':detect_leaks=1';
-    const { status } = spawnSync(process.execPath, [SEEDED_BUG, bug], { env: environment });
+    const { status } = spawnSync(process.execPath, [SEEDED_BUG, addon, bug], { env: environment });
 
     const files = readdirSync(reports);
     assert.strictEqual(files.length, 1);
     const report = readFileSync(path.join(reports, files[0]), 'utf8');
     assert.match(report, text);
-    assert.match(report, /canary\.cc:\d+/);
+    assert.ok(new RegExp(`/${addon}\\.cc:\\d+`).test(report), report);
     assert.strictEqual(status, 66);
   } finally {
     rmSync(reports, { recursive: true });

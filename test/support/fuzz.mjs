@@ -10,9 +10,12 @@ import { repository } from './build.mjs';
 // Each with what it shows when it reports nothing.
 export const FUZZERS = [
   ['frame_segment_fuzzer', 'no header of a frame segment leads a reader beyond the segment'],
-  ['changing_header_fuzzer', 'no header that changes while it is read does so either'],
-  ['stream_table_fuzzer', 'no table of the main segment harms the widget that reads it'],
-  ['configuration_fuzzer', 'no configuration text harms the engine or leaves its bounds'],
+  [
+    'changing_header_fuzzer',
+    'no header that changes while it is read leads a reader beyond the segment',
+  ],
+  ['stream_table_fuzzer', 'no table of the main segment crashes the widget that reads it'],
+  ['configuration_fuzzer', 'no configuration text crashes the engine or gives values out of range'],
 ];
 
 // Far above what any run takes beyond the time that it is given: it ends what would never end.

@@ -1,5 +1,4 @@
-// Runs the jobs, functions, two at a time: processes of their own leave room for each other. Starts
-// no further one when one has failed.
+// Runs the jobs, functions, two at a time. Starts no further job when one has failed.
 
 const AT_ONCE = 2;
 

@@ -1,4 +1,4 @@
-// What an application's other scripts may do to the objects that all scripts share.
+// Changes that other scripts of an application may make to the objects that all scripts share.
 
 const { defineProperty, getOwnPropertyDescriptor } = Object;
 

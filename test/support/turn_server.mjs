@@ -11,8 +11,8 @@ const USER = 'user';
 // Of the characters that a uri has a use for.
 const PASSWORD = 'p@ss:w/rd?&%';
 
-// Settles when it listens: with its { address, port, username, password }, and with `used`, which
-// settles when so many connections have been relayed.
+// Settles when it listens: with its { address, port, username, password }, with `used`, which settles
+// when so many connections have been relayed, and with `stop` and `goOn`, between which nothing is.
 export async function startTurnServer(test) {
   const address = ownAddress();
   const port = await freePort(address);
@@ -27,6 +27,7 @@ export async function startTurnServer(test) {
     { stdio: ['ignore', 'pipe', 'ignore'], env: { ...process.env, LD_PRELOAD: '' } },
   );
   test.after(async () => {
+    child.kill('SIGCONT');
     child.kill();
     if (child.exitCode === null && child.signalCode === null) await once(child, 'exit');
   });
@@ -39,6 +40,8 @@ export async function startTurnServer(test) {
   await said(() => lines.some((line) => line.includes('TCP listener opened')));
   return {
     ...{ address, port, username: USER, password: PASSWORD },
+    stop: () => child.kill('SIGSTOP'),
+    goOn: () => child.kill('SIGCONT'),
     used: (count) =>
       said(() => lines.filter((line) => /ALLOCATE processed, success/.test(line)).length >= count),
   };

@@ -4,9 +4,6 @@ import { JanusServer } from '../../examples/sfu/janus_server.mjs';
 import { startProcess } from './commanded_process.mjs';
 import { temporaryDirectory } from './temporary_directory.mjs';
 
-export const LOCAL = { type: 'local', streamIndex: 0 };
-export const remote = (streamIndex) => ({ type: 'remote', streamIndex });
-
 // A server that ends with the test.
 export async function startServer(test, options) {
   const server = await JanusServer.start(options);
@@ -14,8 +11,8 @@ export async function startServer(test, options) {
   return server;
 }
 
-// A process with an engine, which films at this size once it is in a call. Its sound server is that
-// of the environment; there is none unless it is named.
+// A process with an engine, which captures at this size once it is in a call. Its sound server is
+// the one that the environment names, if any.
 export async function openMember(test, { capture = {}, environment = {} } = {}) {
   const member = startProcess(test, './support/processes/room_member.mjs', {
     environment: { PULSE_SERVER: 'unix:/nowhere', ...environment },

@@ -1,4 +1,4 @@
-// Main processes and widgets for the tests of what happens between them.
+// Main processes and widgets for tests with both.
 
 import assert from 'node:assert/strict';
 import { existsSync } from 'node:fs';
@@ -12,7 +12,7 @@ const started = [];
 
 removeLeftovers();
 
-// Whatever the tests of a file did: when they are over, nothing of it is left in /dev/shm.
+// When the tests of a file have ended, none of their files is left in /dev/shm.
 after(async () => {
   await Promise.all(started.map(({ ended }) => ended));
   const files = new Set(started.flatMap(({ lines }) => filesNamedIn(lines)));

@@ -1,4 +1,4 @@
-// What the declarations have to refuse: every line below an expectation is an error, one alone.
+// Uses that the declarations must refuse: every line below an expectation has exactly one error.
 
 import {
   EVENT_NAMES,
@@ -145,6 +145,12 @@ widget.read(remote, async (frame) => frame.width);
 widget.watch(remote, async () => {});
 // @ts-expect-error: the streams are told, not set
 meeting.streams = [];
+// @ts-expect-error: the participants are told, not set
+meeting.participants = [];
+// @ts-expect-error: the participants are told, not changed
+meeting.participants.push();
+// @ts-expect-error: a meeting tells it, and no wrapper
+meeting.wrapper.on('participants', () => {});
 // @ts-expect-error: limits of other waits do not apply
 meeting.enterWidgetMode(remote, { timeout: 1 });
 // @ts-expect-error: the names are not to be changed

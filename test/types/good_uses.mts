@@ -1,4 +1,4 @@
-// Everything that an application may write. It is compiled and never run.
+// Correct uses of the package. They are compiled and never run.
 
 import type { EventEmitter } from 'node:events';
 import tessel, {
@@ -26,6 +26,7 @@ import type {
   MeetingEventName,
   MeetingEvents,
   MeetingStats,
+  Participant,
   PictureFrame,
   ReceivedFrame,
   SharedDataInfo,
@@ -186,6 +187,10 @@ export async function useMeeting() {
     ...limits,
   });
   expectType<MeetingEvents['screenShareStatus']>()(status, true);
+
+  expectType<readonly Participant[]>()(meeting.participants, true);
+  meeting.on('participants', ([me]) => expectType<Participant | undefined>()(me, true));
+  for (const { stream } of await meeting.waitFor('participants')) meeting.frames(stream);
 
   for await (const [name, payload] of meeting.events(['micLevel', 'deviceChange'])) {
     if (name === 'micLevel') expectType<number>()(payload.level, true);

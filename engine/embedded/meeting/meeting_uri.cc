@@ -23,8 +23,8 @@ constexpr std::size_t kLongestRoom = 64;
 constexpr std::size_t kLongestName = 64;
 constexpr std::size_t kMostEvents = 1000;
 // Fifty participants of this size still fit into an ordinary machine's memory.
-constexpr std::uint32_t kLargestSide = 1920;
-constexpr std::uint32_t kHighestRate = 60;
+constexpr std::uint32_t kLargestVideoSide = 1920;
+constexpr std::uint32_t kHighestVideoRate = 60;
 constexpr std::uint32_t kLatestSecond = 86'400;
 constexpr std::uint32_t kFarthestMonitor = 100'000;
 constexpr std::uint32_t kLargestMonitorSide = 16'384;
@@ -50,8 +50,8 @@ support::Time toTime(std::string_view text) {
 
 support::Size toSize(std::string_view text) {
   const auto [width, height] = splitInTwo(text, 'x');
-  return {toNumber(width, support::kSmallestCard.width, kLargestSide),
-          toNumber(height, support::kSmallestCard.height, kLargestSide)};
+  return {toNumber(width, support::kSmallestCard.width, kLargestVideoSide),
+          toNumber(height, support::kSmallestCard.height, kLargestVideoSide)};
 }
 
 bool toFlag(std::string_view text) { return toNumber(text, 0, 1) == 1; }
@@ -129,7 +129,7 @@ class Parser {
       {"size", [this](auto value) { plan_.size = toSize(value); }},
       {"fps",
        [this](auto value) {
-         plan_.rate = support::FrameRate{toNumber(value, 1, kHighestRate), 1};
+         plan_.rate = support::FrameRate{toNumber(value, 1, kHighestVideoRate), 1};
        }},
       {"video",
        [this](auto value) {

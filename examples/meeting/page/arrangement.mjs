@@ -1,4 +1,5 @@
-// Where tiles go on the stage. Every answer is a list of { x, y, width, height } in pixels.
+// The places of tiles on the stage. Every function returns a list of { x, y, width, height } in
+// pixels.
 
 const GAP = 10;
 const ASPECT = 16 / 9;

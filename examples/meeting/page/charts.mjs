@@ -1,4 +1,4 @@
-// Live plots of the statistics, and the table of what is received.
+// Live plots of the statistics, and the table of the received streams.
 
 import UPlot from '../charts/uPlot.mjs';
 import { element } from './elements.mjs';
@@ -63,7 +63,7 @@ export class Charts {
     this.#rows.replaceChildren(...streams.map(rowOf));
   }
 
-  // Plots keep the colours and the width that they were made with.
+  // A plot keeps the colours and the width of its creation.
   #make() {
     const width = this.#root.clientWidth;
     if (width === 0) return;

@@ -1,6 +1,7 @@
-// The page's line to the process that serves it: words and frames come as events, wishes go out.
-// Whenever the line breaks it is taken up again, unless the process has ended it on purpose; where
-// nobody answers, later each time, and not for ever.
+// The page's connection to the process that serves it: messages and frames arrive as events,
+// requests are sent. A lost connection is opened again, unless the process has closed it on
+// purpose. Without an answer the delay grows with each attempt, and the number of attempts is
+// limited.
 
 import { decodeFrame } from '../frame_message.mjs';
 import { nameOf } from '../stream_names.mjs';
@@ -9,14 +10,14 @@ const FIRST_RETRY_MS = 300;
 const LAST_RETRY_MS = 5000;
 const ENDED_ON_PURPOSE = 1000;
 
-// Events: 'open'; 'words' with the object in `detail`; 'frame' with { name, frame }; 'closed', after
-// which it is tried again; 'lost' when it is not any more, and 'ended' with the reason.
+// Events: 'open'; 'words' with the object in `detail`; 'frame' with { name, frame }; 'closed',
+// after which it retries; 'lost' when it does not retry any more, and 'ended' with the reason.
 export class Connection extends EventTarget {
   #socket;
   #mostTries;
   #tries = 0; // since the line was open last
 
-  // It is tried `mostTries` times to take up a line that broke.
+  // A lost connection is retried `mostTries` times.
   constructor({ mostTries }) {
     super();
     this.#mostTries = mostTries;

@@ -1,4 +1,4 @@
-// Making parts of a document.
+// Creates parts of a document.
 
 // An element with these properties and children (elements or texts).
 export function element(tag, properties = {}, ...children) {
@@ -9,7 +9,7 @@ export function element(tag, properties = {}, ...children) {
 
 const SVG = 'http://www.w3.org/2000/svg';
 
-// A symbol of the page's sprite.
+// A symbol of the page's icon set.
 export function icon(name) {
   const svg = document.createElementNS(SVG, 'svg');
   const use = document.createElementNS(SVG, 'use');

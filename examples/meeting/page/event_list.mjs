@@ -1,4 +1,4 @@
-// The log of what happened, the newest on top.
+// The event log, the newest entry on top.
 
 import { element } from './elements.mjs';
 
@@ -14,7 +14,7 @@ export class EventList {
     this.#list = list;
   }
 
-  // Entries that are listed already, as a line that was taken up again brings them, stay once.
+  // A new connection sends entries again that are already listed: they are listed once.
   add(entries) {
     for (const { number, time, name, payload } of entries) {
       if (number <= this.#lastNumber) continue;

@@ -9,12 +9,12 @@ import { ShareDialog } from './share_dialog.mjs';
 import { Stage } from './stage.mjs';
 
 const NOTICE_MS = 5000;
-// What can be used in a meeting only, besides leaving it.
+// The controls that need a meeting, except leaving it.
 const CALL_CONTROLS = ['mute', 'camera-switch', 'speaker-switch', 'share'];
 
 const byId = (id) => document.getElementById(id);
 
-// The program serves the page as long as it runs, and another one has another address.
+// The page is served as long as the program runs; another program has another address.
 const connection = new Connection({ mostTries: 3 });
 const stage = new Stage(byId('stage'), connection);
 const people = new PeopleList(byId('people'), stage);
@@ -25,7 +25,7 @@ const shareDialog = new ShareDialog(byId('share-dialog'), (what) =>
 );
 let state;
 
-// ---- What the meeting tells
+// ---- Messages from the meeting
 
 connection.addEventListener('words', ({ detail }) => {
   if (detail.state) showState(detail.state);
@@ -59,7 +59,7 @@ connection.addEventListener('lost', () =>
   ),
 );
 
-// Takes away all that belongs to a meeting; `text` and the curtain's `children` say why.
+// Removes everything that belongs to a meeting; `text` and the overlay's `children` say why.
 function clear(text, ...children) {
   byId('call').textContent = text;
   byId('sharing').hidden = true;
@@ -115,7 +115,7 @@ function enableCallControls(phase) {
   byId('leave-call').querySelector('span').textContent = phase === 'joining' ? 'Cancel' : 'Leave';
 }
 
-// Puts the focus on what comes next when its element has gone or is disabled.
+// Moves the focus to the next element when its own was removed or disabled.
 function keepFocus() {
   const { activeElement, body } = document;
   if (activeElement !== body && !activeElement.matches(':disabled')) return;
@@ -174,7 +174,7 @@ function notify(text) {
   noticeTimer = setTimeout(() => (byId('notice').hidden = true), NOTICE_MS);
 }
 
-// ---- What one can ask for
+// ---- Requests to the meeting
 
 byId('mute').onclick = () => connection.send('muteAudio', { muted: !state.local.audioMuted });
 byId('camera-switch').onclick = () =>
@@ -216,6 +216,8 @@ deviceForm.addEventListener('change', ({ target }) =>
   connection.send('device', { kind: target.name, id: target.value }),
 );
 function showDevices() {
+  const isChoice = Object.values(state.devices).some((devices) => devices.length > 0);
+  byId('devices-menu').disabled = !isChoice;
   for (const [kind, devices] of Object.entries(state.devices)) {
     const select = deviceForm.elements[kind];
     if (select.length === 0) select.append(...devices.map(({ id }) => new Option('', id)));
@@ -228,7 +230,7 @@ function showDevices() {
   }
 }
 
-// So that the keyboard goes on in a menu that has opened.
+// Moves the keyboard focus into a menu that has opened.
 for (const menu of [layoutForm, deviceForm]) {
   menu.addEventListener('toggle', ({ newState }) => {
     if (newState === 'open') menu.querySelector('input:checked, select').focus();
@@ -270,7 +272,7 @@ isRoomy.onchange = () => isRoomy.matches || togglePanel(false);
 // ---- Keys
 
 addEventListener('keydown', (event) => {
-  // What has just closed may have the focus still.
+  // An element that has just closed may still have the focus.
   const isTyping = event.target.closest('select, input, dialog, [popover]')?.checkVisibility();
   if (isTyping || event.ctrlKey || event.metaKey || event.altKey || event.repeat) return;
   const key = CSS.escape(event.key.toLowerCase());

@@ -1,4 +1,4 @@
-// Who is there, whose tile is to be shown, and for whose there is no room.
+// The list of participants: who is present, whose tile is selected, and who has no free tile.
 
 import { element } from './elements.mjs';
 
@@ -22,7 +22,10 @@ export class PeopleList {
       this.#rows.delete(name);
     }
     for (const { name, title } of streams) {
-      if (!this.#rows.has(name)) this.#rows.set(name, this.#add(name, title));
+      if (!this.#rows.has(name)) this.#rows.set(name, this.#add(name));
+      const { heading, label } = this.#rows.get(name);
+      heading.textContent = title;
+      label.ariaLabel = `Show ${title}`;
     }
     this.#show();
   }
@@ -33,21 +36,17 @@ export class PeopleList {
     this.#show();
   }
 
-  #add(name, title) {
+  #add(name) {
     const box = element('input', {
       type: 'checkbox',
       onchange: () => this.#stage.setHidden(name, !box.checked),
     });
     const detail = element('small');
-    const item = element(
-      'li',
-      {},
-      element('b', { textContent: title }),
-      element('label', { ariaLabel: `Show ${title}` }, box, 'Show'),
-      detail,
-    );
+    const heading = element('b');
+    const label = element('label', {}, box, 'Show');
+    const item = element('li', {}, heading, label, detail);
     this.#root.append(item);
-    return { item, box, detail };
+    return { item, heading, label, box, detail };
   }
 
   #show() {

@@ -1,8 +1,8 @@
-// Asks what to share: a picture of the monitors as they stand, or the number of something else.
+// Selects the source to share: a monitor on a map of the monitors, or another source by its number.
 
 import { element } from './elements.mjs';
 
-// At most, in pixels; a narrow dialog has a smaller one.
+// The largest size of the map, in pixels; a narrow dialog has a smaller one.
 const PICTURE = { width: 440, height: 190 };
 
 export class ShareDialog {
@@ -11,7 +11,7 @@ export class ShareDialog {
   #monitors;
   #onChoice;
 
-  // `onChoice` is called with the engine's description of what was chosen.
+  // `onChoice` is called with the engine's description of the selected source.
   constructor(dialog, onChoice) {
     this.#dialog = dialog;
     this.#form = dialog.querySelector('form');
@@ -19,7 +19,7 @@ export class ShareDialog {
     this.#onChoice = onChoice;
     this.#form.addEventListener('change', () => this.#showWhatMatters());
     dialog.querySelector('button[type=button]').onclick = () => this.close();
-    // Not when it has closed: that is told late, and of a dialog that may have been opened again.
+    // Not on the 'close' event, which is late: the dialog may have been opened again.
     this.#form.addEventListener('submit', () => this.#onChoice(this.#choice()));
   }
 

@@ -1,13 +1,12 @@
-// The stage: a tile for each stream that is shown, where it goes, and what the meeting process is
-// asked to send for it.
+// The stage: a tile for each shown stream, its place, and the requests to the meeting process for
+// its frames.
 
 import { focusOf, gridOf } from './arrangement.mjs';
 import { element, icon } from './elements.mjs';
 import { DrawLoop, Tile } from './tile.mjs';
 
-// Tiles below this height show less, and less often.
+// Tiles below this height get fewer details and a lower frame rate.
 const SMALL_HEIGHT = 150;
-const SPEAKING_LEVEL = 10;
 
 // Emits 'changed' when other streams are shown or hidden, and 'popOut' with a stream's name.
 export class Stage extends EventTarget {
@@ -35,11 +34,11 @@ export class Stage extends EventTarget {
       if (tile) this.#loop.take(tile, frame);
       else connection.send('drawn', { streams: [name] }); // its tile has gone meanwhile
     });
-    // A new line knows nothing of what was asked for before.
+    // A new connection needs the layout again.
     connection.addEventListener('open', () => (this.#lastLayout = undefined));
   }
 
-  // What is in front of the tiles, or in place of them: elements, or nothing.
+  // The elements of the overlay in front of the tiles, if any.
   set curtain(children) {
     this.#curtain.replaceChildren(...children);
     this.#curtain.hidden = children.length === 0;
@@ -57,7 +56,7 @@ export class Stage extends EventTarget {
   }
 
   update(state) {
-    // Content wants to be looked at: it comes large, and what was before comes back after it.
+    // Content is shown in the large tile; the previous arrangement is restored after it.
     const hasContent = state.streams.some(({ type }) => type === 'content');
     if (hasContent && !this.#beforeContent) {
       this.#beforeContent = { mode: this.#choice.mode, focused: this.#focused };
@@ -72,7 +71,7 @@ export class Stage extends EventTarget {
     this.#arrange();
   }
 
-  // Takes every tile away.
+  // Removes every tile.
   clear() {
     this.update({ streams: [], call: {}, local: {} });
   }
@@ -81,7 +80,7 @@ export class Stage extends EventTarget {
     return this.#hidden.has(name);
   }
 
-  // It is to be shown and is not: there are as many tiles already as were chosen.
+  // Whether the stream should be shown but has no tile, because the maximum number is reached.
   isWithoutRoom(name) {
     return this.#isJoined && !this.#tiles.has(name) && !this.#hidden.has(name);
   }
@@ -158,7 +157,7 @@ export class Stage extends EventTarget {
       if (tile === next) next = next.nextElementSibling;
       else this.#root.insertBefore(tile, next);
     }
-    // What is moved or removed loses the focus.
+    // An element that is moved or removed loses the focus.
     if (document.activeElement === focused) return;
     (focused.isConnected ? focused : this.#root).focus({ preventScroll: true });
   }
@@ -170,7 +169,7 @@ export class Stage extends EventTarget {
     bringBack: (name) => this.#connection.send('bringBack', { stream: name }),
   };
 
-  // Tells the meeting what is shown and how large.
+  // Sends the shown streams and their sizes to the meeting.
   #askFor(shown, places) {
     const { quality } = this.#choice;
     const tiles = shown
@@ -192,7 +191,7 @@ export class Stage extends EventTarget {
   }
 }
 
-// A tile with what one can do with it.
+// A tile with its controls.
 class StageTile extends Tile {
   #meter = element('meter', { max: 100, hidden: true, ariaLabel: 'Level' });
   #rate = element('small');
@@ -211,7 +210,7 @@ class StageTile extends Tile {
     });
     this.element.querySelector('.face').append(this.#bringBack);
     this.element.tabIndex = 0;
-    // For the mouse: the tile itself takes their keys, and is the only place where Tab stops.
+    // For the mouse only: the tile itself handles the keys, and is the only place where Tab stops.
     const button = (text, key, symbol, act) =>
       element(
         'button',
@@ -240,13 +239,14 @@ class StageTile extends Tile {
     });
   }
 
-  // Frames that are still on their way are not shown.
+  // Frames that are still in transit are not shown.
   take(frame) {
     super.take(this.#isBlank ? null : frame);
   }
 
-  show({ title, inWindow, isSending, type }, { cameraOn, videoMuted }) {
+  show({ title, isSpeaking, inWindow, isSending, type }, { cameraOn, videoMuted }) {
     this.title = title;
+    this.element.classList.toggle('speaking', isSpeaking);
     this.#isBlank = inWindow || !isSending;
     if (this.#isBlank) {
       this.take(null);
@@ -269,7 +269,6 @@ class StageTile extends Tile {
 
   set level(level) {
     this.#meter.value = level;
-    this.element.classList.toggle('speaking', level >= SPEAKING_LEVEL);
   }
 
   showRate(rate) {

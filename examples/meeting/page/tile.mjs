@@ -41,7 +41,7 @@ export class Tile {
     this.element.setAttribute('aria-label', title);
   }
 
-  // What is shown below the initials.
+  // The text below the initials.
   set message(text) {
     this.#message.textContent = text;
   }
@@ -51,7 +51,7 @@ export class Tile {
     this.#newest = frame;
   }
 
-  // Draws the frame that was taken last.
+  // Draws the latest frame.
   draw() {
     if (this.#newest === undefined) return;
     if (this.#newest) {
@@ -75,8 +75,8 @@ export class Tile {
   }
 }
 
-// Draws the tiles that have taken a frame when the browser next paints, and then calls `drawn` with
-// their names: a page that is not painted asks for no frames.
+// Draws the tiles that have a new frame when the browser next paints, and then calls `drawn` with
+// their names: a page that is not painted requests no frames.
 export class DrawLoop {
   #waiting = new Set();
   #drawn;

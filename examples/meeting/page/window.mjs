@@ -1,4 +1,4 @@
-// A stream's own window, fed by the widget process. The address says after # which stream it is.
+// A stream's own window, fed by the widget process. The address has the stream's name after #.
 
 import { Connection } from './connection.mjs';
 import { DrawLoop, Tile } from './tile.mjs';
@@ -9,7 +9,7 @@ document.title = title;
 document.body.append(tile.element);
 tile.message = 'Waiting for the picture…';
 
-// Some time, in which another widget process may take the place of one that was killed.
+// The time in which another widget process may replace a killed one.
 const connection = new Connection({ mostTries: 8 });
 const loop = new DrawLoop((streams) => connection.send('drawn', { streams }));
 const show = () =>

@@ -1,4 +1,5 @@
-// The guest's page: ?server=ws://...&room=... and, as the room asks for them, &pin=... and &name=...
+// The guest's page: ?server=ws://...&room=... and, if the room requires them, &pin=... and
+// &name=...
 
 import { joinRoom } from './room_guest.mjs';
 import { standInCamera, standInMicrophone } from './stand_in_camera.mjs';
@@ -7,7 +8,7 @@ const status = document.querySelector('#status');
 const people = document.querySelector('#people');
 const asked = new URLSearchParams(location.search);
 
-// What there is of a camera and a microphone, and what stands in for what there is not.
+// The camera and the microphone, or replacements for missing ones.
 async function ownTracks() {
   const open = (constraints) =>
     navigator.mediaDevices.getUserMedia(constraints).catch(() => undefined);

@@ -46,7 +46,7 @@ class Session {
     return new Promise((resolve) => this.#answers.set(transaction, resolve));
   }
 
-  // A handle; `told` gets what the server says to it without having been asked.
+  // A handle; `told` is called with the server's unsolicited messages.
   async attach(told) {
     const { data } = await this.send({ janus: 'attach', plugin: PLUGIN });
     this.#handles.set(data.id, told);
@@ -71,7 +71,7 @@ class Session {
   }
 }
 
-// A peer connection that tells its candidates through a handle, and keeps the server's until it
+// A peer connection that sends its candidates through a handle, and queues the server's until it
 // has the server's description.
 class Peer {
   #early = [];
@@ -98,7 +98,8 @@ class Peer {
   }
 }
 
-// Joins `room` and sends `tracks`. `onArrived(id, name, stream)` and `onGone(id)` tell who is there.
+// Joins `room` and sends `tracks`. `onArrived(id, name, stream)` and `onGone(id)` report the
+// others.
 export async function joinRoom({ server, room, pin, name, tracks, onArrived, onGone }) {
   const session = await Session.open(server);
   const access = { room, ...(pin && { pin }) };

@@ -1,10 +1,10 @@
-// What stands in for a camera and a microphone where there are none.
+// Replacements for a missing camera and a missing microphone.
 
 const WIDTH = 640;
 const HEIGHT = 360;
 const FRAMES_PER_SECOND = 30;
 
-// A moving picture that says that it is no camera's.
+// A moving picture with a text that it replaces a camera.
 export function standInCamera() {
   const canvas = Object.assign(document.createElement('canvas'), { width: WIDTH, height: HEIGHT });
   const context = canvas.getContext('2d');

@@ -17,8 +17,9 @@ before(async (t) => {
   browser = await openBrowser(t);
 });
 
+// Ten pictures a second: the browser draws on the processor.
 async function openMeeting(t, uri, options) {
-  const app = await startMeetingApp(t, uri);
+  const app = await startMeetingApp(t, `${uri}&fps=10`);
   const opened = await openPage(t, browser, app.address, options);
   return { ...app, ...opened };
 }
@@ -52,26 +53,38 @@ const focusIsOn = (page, selector) =>
   page.waitForFunction((wanted) => document.activeElement.matches(wanted), selector);
 
 test('every tile shows its own stream, named, and moves', async (t) => {
-  const { page, errors } = await openMeeting(t, 'tessel:test?participants=2');
+  const uri = 'tessel:test?participants=2&name=0:Ada%20Lovelace,1:Zo%C3%AB';
+  const { page, errors } = await openMeeting(t, uri);
   for (const [name, title, type, streamIndex] of [
-    ['remote-0', 'Amara Okafor', 'remote', 0],
-    ['remote-1', 'Björn Lindqvist', 'remote', 1],
+    ['remote-0', 'Ada Lovelace', 'remote', 0],
+    ['remote-1', 'Zoë', 'remote', 1],
     ['local-0', 'You', 'local', 0],
   ]) {
     const card = await cardIn(page, name);
     assert.deepEqual([card.type, card.streamIndex], [type, streamIndex]);
     await cardIn(page, name, ({ number }) => number > card.number);
     assert.equal(await tile(page, name).locator('.label b').textContent(), title);
+    await page.locator(`#people label[aria-label="Show ${title}"]`).waitFor({ state: 'attached' });
   }
   assert.equal(await page.locator('#call').textContent(), 'You and 2 others');
   assert.deepEqual(errors, []);
 });
 
-test('somebody who comes gets a tile, and somebody who goes has none', async (t) => {
+test('a new participant gets a tile, and the tile of one who leaves is removed', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=1&come=1@0.5&leave=0@1.5');
   await cardIn(page, 'remote-1');
   await tile(page, 'remote-0').waitFor({ state: 'detached' });
   await waitForText(page, '#call', 'You and 1 other');
+});
+
+test('the tiles of those who speak say so', async (t) => {
+  const speaking = 'me@0-86400,1@0-86400';
+  const { page } = await openMeeting(t, `tessel:test?participants=2&speak=${speaking}`);
+  await page.locator('.tile.speaking[data-stream="remote-1"]').waitFor();
+  await page.locator('.tile.speaking[data-stream="local-0"]').waitFor();
+  assert.equal(await page.locator('.tile.speaking').count(), 2);
+  await page.click('#mute');
+  await page.locator('.tile:not(.speaking)[data-stream="local-0"]').waitFor();
 });
 
 test('muting and unmuting the microphone goes to the meeting and back', async (t) => {
@@ -92,7 +105,7 @@ test('muting and unmuting the microphone goes to the meeting and back', async (t
   await page.waitForFunction(() => document.querySelector('#mute meter').value > 0);
 });
 
-test('the camera goes off and on, and another one that is plugged in may be chosen', async (t) => {
+test('the camera is switched off and on, and a newly plugged one can be selected', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=1&plug=microphone-2@0');
   assert.equal((await cardIn(page, 'local-0')).detail, 0);
   await page.keyboard.press('v');
@@ -109,7 +122,7 @@ test('the camera goes off and on, and another one that is plugged in may be chos
   assert.deepEqual(absent, ['Camera 3 (not plugged in)', 'Speaker 3 (not plugged in)']);
 });
 
-test('a screen is chosen on a picture of the monitors and shared until it is stopped', async (t) => {
+test('a monitor is selected on a map of the monitors and shared until it is stopped', async (t) => {
   const monitors = '1280x720@0:0,1920x1080@1280:-360,1080x1920@-1080:0';
   const { page } = await openMeeting(t, `tessel:test?participants=1&monitors=${monitors}`);
   await cardIn(page, 'remote-0');
@@ -161,14 +174,14 @@ test('sharing while somebody else presents is refused with the reason', async (t
   await waitForText(page, '#notice', 'Somebody else is presenting.');
 });
 
-test('Enter shares, and Cancel does not', async (t) => {
+test('Enter starts the share, and Cancel does not', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');
   await page.keyboard.press('s');
   await page.locator('#share-dialog >> text=Cancel').evaluate((cancel) => {
     cancel.focus();
     cancel.click();
-    // The key comes before the browser has taken the focus away from what it does not show any more.
+    // The key arrives before the browser has removed the focus from the hidden element.
     document.activeElement.dispatchEvent(new KeyboardEvent('keydown', { key: 's', bubbles: true }));
   });
   await page.keyboard.press('Enter');
@@ -181,7 +194,7 @@ test('Enter shares, and Cancel does not', async (t) => {
 });
 
 for (const mode of ['grid', 'focus']) {
-  test(`after a share the arrangement is "${mode}" again, as before`, async (t) => {
+  test(`after a share the arrangement "${mode}" is restored`, async (t) => {
     const { page } = await openMeeting(t, 'tessel:test?participants=2');
     await cardIn(page, 'remote-0');
     const arrangement = () => page.locator('input[name=mode]:checked').inputValue();
@@ -203,7 +216,7 @@ for (const mode of ['grid', 'focus']) {
 }
 
 test('the layout decides which streams arrive and how large', async (t) => {
-  const { page } = await openMeeting(t, 'tessel:test?participants=3');
+  const { page } = await openMeeting(t, 'tessel:test?participants=3&name=0:Ada');
   const before = await cardIn(page, 'remote-0');
 
   await page.click('#layout-menu');
@@ -230,11 +243,11 @@ test('the layout decides which streams arrive and how large', async (t) => {
   await page.waitForFunction(() => {
     const rows = [...document.querySelectorAll('#statistics tbody tr')];
     const received = rows.filter((row) => Number(row.cells[2].textContent) > 0);
-    return received.map((row) => row.cells[0].textContent).join() === 'Amara Okafor';
+    return received.map((row) => row.cells[0].textContent).join() === 'Ada';
   });
 });
 
-test('a tile goes into a window fed by the widget process, survives its death, and comes back', async (t) => {
+test('a tile moves into a window of the widget process, survives the death of that process, and moves back', async (t) => {
   const { page, context } = await openMeeting(t, 'tessel:test?participants=2');
   await cardIn(page, 'remote-1');
   const shortcutsOf = (name) => tile(page, name).getAttribute('aria-keyshortcuts');
@@ -271,7 +284,7 @@ test('a tile goes into a window fed by the widget process, survives its death, a
   await cardIn(page, 'remote-1', ({ number }) => number > again.number);
 });
 
-test('a window says that its tile was brought back, and that its stream is over', async (t) => {
+test('a window shows that its tile was moved back, and that its stream has ended', async (t) => {
   const { page, context } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');
   const popOut = async () => {
@@ -296,7 +309,7 @@ test('a window says that its tile was brought back, and that its stream is over'
   await waitForText(second, '.tile:not(.live) .face', 'This picture is back in the meeting.');
 });
 
-test('leaving empties the stage, and joining again fills it', async (t) => {
+test('leaving removes all tiles, and joining again adds them', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');
   await page.click('#leave-call');
@@ -306,7 +319,7 @@ test('leaving empties the stage, and joining again fills it', async (t) => {
   await cardIn(page, 'remote-0');
 });
 
-test('after leaving, what needs a meeting is disabled and looks so', async (t) => {
+test('after leaving, controls that need a meeting are disabled and look disabled', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');
   const all = await enabled(page);
@@ -324,7 +337,7 @@ test('after leaving, what needs a meeting is disabled and looks so', async (t) =
   assert.deepEqual(await enabled(page), all);
 });
 
-test('the focus goes from Leave to Join again, and from there to the stage', async (t) => {
+test('the focus moves from Leave to Join again, and from there to the stage', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');
   await page.focus('#leave-call');
@@ -335,7 +348,7 @@ test('the focus goes from Leave to Join again, and from there to the stage', asy
   await focusIsOn(page, '#stage');
 });
 
-test('a tile keeps the focus while the meeting goes on, and the stage has it when the tile is gone', async (t) => {
+test('a tile keeps the focus during the meeting, and the stage gets it when the tile is removed', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=2');
   await cardIn(page, 'remote-1');
   const focused = '.tile[data-stream="remote-1"]';
@@ -360,7 +373,7 @@ test('a tile keeps the focus while the meeting goes on, and the stage has it whe
   await focusIsOn(page, '#stage');
 });
 
-test('Tab stops once at each tile, and the pointer finds what one can do with it', async (t) => {
+test('Tab stops once at each tile, and the pointer reveals its controls', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=2');
   await cardIn(page, 'remote-1');
   await page.focus('.tile');
@@ -375,7 +388,7 @@ test('Tab stops once at each tile, and the pointer finds what one can do with it
   await tile(page, 'remote-0').waitFor({ state: 'detached' });
 });
 
-test('a menu that a key opens has the focus, and its button has it afterwards', async (t) => {
+test('a menu that is opened by a key gets the focus, and its button gets it back', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');
   await page.keyboard.press('l');
@@ -386,7 +399,7 @@ test('a menu that a key opens has the focus, and its button has it afterwards', 
   await focusIsOn(page, '#device-choice select');
 });
 
-test('the details are closed on a narrow page, and close when it becomes narrow', async (t) => {
+test('the details panel is closed on a narrow page, and closes when the page becomes narrow', async (t) => {
   const options = { viewport: { width: 700, height: 560 } };
   const { page, address } = await openMeeting(t, 'tessel:test?participants=1', options);
   await cardIn(page, 'remote-0');
@@ -400,7 +413,7 @@ test('the details are closed on a narrow page, and close when it becomes narrow'
   await wide.page.locator('#panel').waitFor({ state: 'hidden' });
 });
 
-test('what a switch does is its name, whatever its meter shows, and it is not said to be pressed as well', async (t) => {
+test('a switch has its action as its accessible name, without its meter and without a pressed state', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=1&speak=me@0-600');
   await page.waitForFunction(() => document.querySelector('#mute meter').value > 0);
   for (const [id, ...names] of [
@@ -420,13 +433,13 @@ test('what a switch does is its name, whatever its meter shows, and it is not sa
   }
 });
 
-test('a refused join is told with its reason, and no meeting is said to have ended', async (t) => {
+test('a refused join is shown with its reason, and not as the end of a meeting', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?refuse=403');
   await waitForExactly(page.locator('.curtain p'), 'You could not join.');
   await waitForText(page, '.curtain', 'the meeting refused the join (403)');
 });
 
-test('joining may be cancelled and begun again', async (t) => {
+test('joining can be cancelled and repeated', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?join=3600');
   const cancel = page.locator('#leave-call:enabled').filter({ hasText: 'Cancel' });
   await cancel.click();
@@ -438,7 +451,7 @@ test('joining may be cancelled and begun again', async (t) => {
   await cancel.waitFor();
 });
 
-test('a second page takes the meeting over, and the first one says so, is of no use and takes it back', async (t) => {
+test('a second page takes the meeting over, and the first one shows that, is disabled and can take it back', async (t) => {
   const { page, address } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');
   await page.keyboard.press('p');
@@ -454,7 +467,7 @@ test('a second page takes the meeting over, and the first one says so, is of no 
   await waitForText(second.page, '.curtain', 'The meeting is shown by another page.');
 });
 
-test('a page that is loaded again finds the meeting as it was', async (t) => {
+test('a reloaded page shows the meeting in its present state', async (t) => {
   const { page } = await openMeeting(t, 'tessel:test?participants=1');
   await page.click('#mute');
   await waitForText(page, '#mute', 'Unmute');
@@ -463,7 +476,7 @@ test('a page that is loaded again finds the meeting as it was', async (t) => {
   await waitForText(page, '#mute', 'Unmute');
 });
 
-test('an interrupt ends both processes, which the page says after some tries', async (t) => {
+test('SIGINT ends both processes, and the page reports it after some attempts', async (t) => {
   const { page, child, exit } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');
   const [started] = await logged(page, 'widgetStarted');

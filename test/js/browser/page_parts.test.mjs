@@ -79,7 +79,7 @@ test('a tile that is removed before its first frame is drawn takes no WebGL cont
   assert.equal(drawnOn, 1);
 });
 
-test('a picture that cannot be drawn is told, and holds up no other tile', async (t) => {
+test('a picture that cannot be drawn is reported, and delays no other tile', async (t) => {
   const answer = await inPage(t, async ({ Tile, DrawLoop, picture, broken, painted }) => {
     const errors = [];
     addEventListener('error', (event) => {
@@ -101,7 +101,7 @@ test('a picture that cannot be drawn is told, and holds up no other tile', async
   });
 });
 
-test('the frame of a tile that has gone meanwhile is not waited for', async (t) => {
+test('the frame of a removed tile is not waited for', async (t) => {
   const sent = await inPage(t, ({ Stage, picture }) => {
     const wishes = [];
     const connection = new EventTarget();
@@ -115,7 +115,7 @@ test('the frame of a tile that has gone meanwhile is not waited for', async (t) 
   assert.deepEqual(sent, [['drawn', { streams: ['remote-0'] }]]);
 });
 
-test('who is to be shown is ticked, with a tile or without room for one, in the meeting or not', async (t) => {
+test('the list ticks whom the user wants to see, with or without a tile, present or not', async (t) => {
   const answers = await inPage(t, ({ Stage, PeopleList }) => {
     const connection = new EventTarget();
     connection.send = () => {};
@@ -164,7 +164,7 @@ test('who is to be shown is ticked, with a tile or without room for one, in the 
   ]);
 });
 
-test('a plot says its last values to who cannot see it', async (t) => {
+test('a plot has its last values as its accessible text', async (t) => {
   const names = await inPage(t, async ({ Charts, painted }) => {
     const root = document.body.appendChild(document.createElement('div'));
     const charts = new Charts(root, document.createElement('tbody'));
@@ -185,7 +185,7 @@ test('a plot says its last values to who cannot see it', async (t) => {
   ]);
 });
 
-test('a line that broke is tried again later each time, from the beginning once it was open, and not for ever', async (t) => {
+test('a lost connection is retried with growing delays, which restart once it was open, and not for ever', async (t) => {
   const { waits, told } = await inPage(t, async ({ Connection }) => {
     const answers = [...'ccoccccccc'].map((first) =>
       first === 'o' ? ['open', 'close'] : ['close'],
@@ -215,7 +215,7 @@ test('a line that broke is tried again later each time, from the beginning once 
   assert.equal(told, `closed,closed,open${',closed'.repeat(6)},lost`);
 });
 
-test('a window whose process does not come back says so at last', async (t) => {
+test('a window whose process does not return shows that in the end', async (t) => {
   const page = await browser.newPage();
   page.setDefaultTimeout(PATIENCE_MS);
   t.after(() => page.close());
@@ -241,7 +241,7 @@ async function openPage(t, onConnection) {
   return page;
 }
 
-test('what needs the meeting is disabled until it has told its state, and while it cannot be reached', async (t) => {
+test('controls that need the meeting are disabled until its state is known, and while it cannot be reached', async (t) => {
   const { room } = await openRoom(t, 'tessel:test?participants=0');
   await room.join();
   const arrived = new EventEmitter();
@@ -260,7 +260,7 @@ test('what needs the meeting is disabled until it has told its state, and while 
   assert.deepEqual(await disabled(), all);
 });
 
-test('a page that comes after a share was refused does not tell of it', async (t) => {
+test('a page that is loaded after a refused share does not show the refusal', async (t) => {
   const { room } = await openRoom(t, 'tessel:test?participants=1&present=0@0');
   await room.join();
   await stateIs(room, ({ streams }) => streams.some(({ type }) => type === 'content'));
@@ -271,7 +271,7 @@ test('a page that comes after a share was refused does not tell of it', async (t
   assert.equal(await page.isVisible('#notice'), false);
 });
 
-test('a share cannot be asked for while one is', async (t) => {
+test('a share cannot be requested while another request is pending', async (t) => {
   const { room, meeting } = await openRoom(t, 'tessel:test?participants=0');
   await room.join();
   meeting.requestContentShareToken = () => new Promise(() => {});
@@ -303,7 +303,7 @@ function cutOff() {
     .map(([part]) => `${part.tagName} ${part.textContent}`);
 }
 
-test('a narrow page cuts off nothing, and its controls keep their names', async (t) => {
+test('a narrow page cuts nothing off, and its controls keep their names', async (t) => {
   const monitors = '1280x720@0:0,1920x1080@1280:-360,1080x1920@-1080:0';
   const { room } = await openRoom(t, `tessel:test?participants=0&monitors=${monitors}`);
   await room.join();
@@ -324,7 +324,7 @@ test('a narrow page cuts off nothing, and its controls keep their names', async 
   }
 });
 
-test('keys do what they say with Caps Lock, too', async (t) => {
+test('keyboard shortcuts work with Caps Lock too', async (t) => {
   const { room } = await openRoom(t, 'tessel:test?participants=0');
   await room.join();
   const page = await openPage(t, (socket) => new PageSession(socket, room));

@@ -1,4 +1,4 @@
-// The browser's renderer, in a browser: what colour it makes of which planes.
+// The renderer, in a browser: the colours that it draws for given planes.
 
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
@@ -9,7 +9,7 @@ import { PATIENCE_MS, openBrowser } from '../../support/meeting_app/browser.mjs'
 import { serveFolder } from '../../support/meeting_app/folder_server.mjs';
 
 const RENDERER = fileURLToPath(new URL('../../../js/renderer', import.meta.url));
-// What rounding on the way through 8 bits may cost.
+// The tolerance for rounding to 8 bits.
 const TOLERANCE = 2;
 
 let page;
@@ -103,7 +103,7 @@ for (const use of ['webgl2', '2d']) {
     });
   }
 
-  test(`${use} draws full range with black at 0 and white at 255`, async () => {
+  test(`${use} draws a full-range frame with black at 0 and white at 255`, async () => {
     const colours = [
       [0, 128, 128],
       [255, 128, 128],
@@ -183,7 +183,7 @@ for (const use of ['webgl2', '2d']) {
   });
 }
 
-test('webgl2 keeps the chroma of an odd picture in its place', async () => {
+test('webgl2 aligns the chroma of a picture with odd dimensions', async () => {
   const red = await page.evaluate(() => {
     const canvas = document.createElement('canvas');
     const renderer = new window.I420Renderer(canvas, { range: 'full' });
@@ -201,7 +201,7 @@ test('webgl2 keeps the chroma of an odd picture in its place', async () => {
     renderer.dispose();
     return values;
   });
-  // The second sample lies between the third column and one that is not there any more.
+  // The second sample lies between the third column and one beyond the picture.
   near(red, [0, 0.25 * 140, 0.75 * 140], 'red');
 });
 
@@ -268,7 +268,7 @@ test('a lost WebGL context draws nothing, and draws again when it is restored', 
   assert.deepEqual(colour, [255, 255, 255]);
 });
 
-test('a WebGL context that is lost already draws when it is restored, and counts once', async () => {
+test('a canvas whose WebGL context is already lost is drawn when it is restored, and counts once', async () => {
   const answer = await page.evaluate(async () => {
     const white = window.frameOf(32, 18, Array(4).fill([235, 128, 128]));
     const seen = [];
@@ -295,7 +295,7 @@ test('a WebGL context that is lost already draws when it is restored, and counts
   assert.deepEqual(answer, Array(15).fill('webgl2 255,255,255'));
 });
 
-test('a page with many canvases keeps all of its WebGL contexts: the rest does without', async () => {
+test('a page with many canvases loses no WebGL context: the further canvases draw without one', async () => {
   const answer = await page.evaluate(() => {
     const canvases = Array.from({ length: 20 }, () => document.createElement('canvas'));
     const renderers = canvases.map((canvas) => new window.I420Renderer(canvas));
@@ -316,7 +316,7 @@ test('a page with many canvases keeps all of its WebGL contexts: the rest does w
   assert.equal(answer.kind, 'webgl2');
 });
 
-test('options that do not exist are refused', async () => {
+test('unknown options are rejected', async () => {
   const messages = await page.evaluate(() =>
     [{ range: 'none' }, { use: 'webgl' }].map((options) => {
       try {
@@ -330,7 +330,7 @@ test('options that do not exist are refused', async () => {
   assert.deepEqual(messages, ['TypeError: unknown range: none', 'TypeError: cannot use webgl']);
 });
 
-test("the package's name for it is tessel-wrapper/renderer", () => {
+test('the renderer is imported as tessel-wrapper/renderer', () => {
   const resolved = import.meta.resolve('tessel-wrapper/renderer');
   assert.equal(fileURLToPath(resolved), `${RENDERER}/renderer.mjs`);
 });

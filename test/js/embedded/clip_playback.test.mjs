@@ -1,5 +1,5 @@
-// Clips made by an encoder of others' making, played through the whole path: the planes that
-// JavaScript receives are, byte for byte, that encoder's own raw output.
+// Clips made by ffmpeg, played through the whole path: the planes that JavaScript receives are,
+// byte for byte, ffmpeg's own raw output.
 
 import assert from 'node:assert/strict';
 import { readFileSync, writeFileSync } from 'node:fs';
@@ -47,7 +47,7 @@ for (const [kind, width, height] of [
     assert.equal(await meeting.join(clipUri(clip)), true);
     const seen = new Set();
     let frameId = 0;
-    // The clip is played again and again, so a picture that was missed comes back.
+    // The clip is looped, so a missed picture is shown again.
     while (seen.size < FRAMES) {
       const frame = await meeting.nextFrame(STREAM, frameId);
       frameId = frame.frameId;
@@ -65,7 +65,7 @@ for (const [kind, width, height] of [
   });
 }
 
-test('a clip played once stays at its last picture', async (t) => {
+test('a clip that is played once stays at its last picture', async (t) => {
   const { clip } = makeClip(temporaryDirectory(t), 64, 36);
   const meeting = new Meeting(t);
   await meeting.join(`${clipUri(clip)}&loop=0&fps=60`);
@@ -76,7 +76,7 @@ test('a clip played once stays at its last picture', async (t) => {
   assert.equal(meeting.wrapper.getFrame(STREAM, frameId).noUpdate, true);
 });
 
-test('a clip that is not one, or not all there, is refused with a reason', async (t) => {
+test('an invalid or incomplete clip is refused with a reason', async (t) => {
   const directory = temporaryDirectory(t);
   const { clip } = makeClip(directory, 64, 36);
   const bytes = readFileSync(clip);

@@ -1,5 +1,5 @@
-// Content on the embedded engine: who may share it, what is seen of it, and what a presenting
-// participant brings.
+// Content on the embedded engine: the right to share it, its stream, and the stream of a presenting
+// participant.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -10,7 +10,7 @@ import { CONTENT, remote } from '../../support/streams.mjs';
 
 const ALONE = 'tessel:room?participants=0';
 
-// What the card of shared content says: its kind and the number of what is shared.
+// The detail of the card of shared content: the kind and the number of the source.
 const KINDS = ['participant', 'screen', 'application', 'window'];
 
 function sharedOn(frame) {
@@ -22,7 +22,7 @@ const isContent = ({ type }) => type === 'content';
 
 const statuses = (meeting) => meeting.payloads('screenShareStatus').map(({ status }) => status);
 
-// Calls `method` and settles with the status that answers.
+// Calls `method` and resolves with the status that answers it.
 async function answer(meeting, method, ...args) {
   const before = statuses(meeting).length;
   meeting.wrapper[method](...args);
@@ -54,7 +54,7 @@ for (const [params, shared] of [
   });
 }
 
-test('something else may be shared in the place of what is', async (t) => {
+test('another source can replace the shared one', async (t) => {
   const meeting = await withToken(t);
   await answer(meeting, 'startPresentation', { type: 'screen' });
   await meeting.nextFrame(CONTENT);
@@ -73,13 +73,13 @@ test('sharing without the token is refused', async (t) => {
   assert.deepEqual(meeting.payloads('streamAdded'), []);
 });
 
-test('outside a call there is no token, and nothing to share to', async (t) => {
+test('outside a call neither the token nor a share is possible', async (t) => {
   const meeting = new Meeting(t);
   assert.equal(await answer(meeting, 'requestContentShareToken'), 'token_denied');
   assert.equal(await answer(meeting, 'startPresentation', { type: 'screen' }), 'denied');
 });
 
-test('what is not there cannot be shared', async (t) => {
+test('an unknown source cannot be shared', async (t) => {
   const meeting = await withToken(t, `${ALONE}&monitors=800x600@0:0`);
   for (const params of [
     { type: 'screen', screenId: 1 },
@@ -92,7 +92,7 @@ test('what is not there cannot be shared', async (t) => {
   assert.deepEqual(meeting.payloads('streamAdded'), []);
 });
 
-test('giving the token back stops what is shared first', async (t) => {
+test('returning the token first stops the share', async (t) => {
   const meeting = await withToken(t);
   await answer(meeting, 'startPresentation', { type: 'screen' });
   meeting.wrapper.releaseContentShareToken();
@@ -102,7 +102,7 @@ test('giving the token back stops what is shared first', async (t) => {
   assert.equal(await answer(meeting, 'startPresentation', { type: 'screen' }), 'denied');
 });
 
-test('the end of the call stops what is shared and takes the token', async (t) => {
+test('the end of the call stops the share and revokes the token', async (t) => {
   const meeting = await withToken(t);
   await answer(meeting, 'startPresentation', { type: 'screen' });
   await meeting.leave();
@@ -110,7 +110,7 @@ test('the end of the call stops what is shared and takes the token', async (t) =
   assert.equal(meeting.payloads('streamRemoved').filter(isContent).length, 1);
 });
 
-test('the token is denied while a participant presents, and granted after it', async (t) => {
+test('the token is denied while a participant presents, and granted afterwards', async (t) => {
   const meeting = new Meeting(t);
   await meeting.join('tessel:room?participants=2&size=64x36&present=1@0-4');
   const { presenterGuid } = await meeting.seen('contentReceive', ({ isReceiving }) => isReceiving);
@@ -128,7 +128,7 @@ test('the token is denied while a participant presents, and granted after it', a
   assert.equal(await answer(meeting, 'requestContentShareToken'), 'token_granted');
 });
 
-test('each presenter has an identifier of the own', async (t) => {
+test('each presenter has its own identifier', async (t) => {
   const meeting = new Meeting(t);
   await meeting.join('tessel:room?participants=2&size=64x36&present=0@0-0.5,1@1');
   const [first, second] = await meeting.until(() => {
@@ -138,14 +138,14 @@ test('each presenter has an identifier of the own', async (t) => {
   assert.notEqual(first, second);
 });
 
-test('nobody presents while the token is taken', async (t) => {
+test('no participant presents while the token is taken', async (t) => {
   const meeting = await withToken(t, 'tessel:room?participants=1&size=64x36&present=0@1');
   await meeting.until(() => meeting.log().includes('Z participant 0 gets no token\n'));
   await meeting.passes(remote(0), 3);
   assert.deepEqual(meeting.payloads('contentReceive'), []);
 });
 
-test('a presenter who leaves takes the content along', async (t) => {
+test('the content stream ends when its presenter leaves', async (t) => {
   const meeting = new Meeting(t);
   await meeting.join('tessel:room?participants=1&size=64x36&present=0@0&leave=0@1');
   await meeting.seen('streamRemoved', ({ type }) => type === 'remote');

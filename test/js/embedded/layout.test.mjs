@@ -1,5 +1,5 @@
-// Which remote videos arrive on the embedded engine, and how well: what updateVideoStreamsState asks
-// for is seen in the frames, in the statistics and as streamUpdated.
+// Which remote videos arrive on the embedded engine, and how well: what updateVideoStreamsState
+// asks for is seen in the frames, in the statistics and as streamUpdated.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -46,7 +46,7 @@ async function measured(meeting, framesPerSecond) {
   });
 }
 
-test('a stream arrives at the rung of the ladder that is asked for, and says so each time', async (t) => {
+test('a stream arrives in the requested quality of the ladder, and every change is notified', async (t) => {
   const { meeting, sources } = await joined(t, 'tessel:room?participants=1&size=641x361', 1);
   await meeting.frameWhere(remote(0), (frame) => sizeOf(frame) === '641x361');
   for (const [maxquality, size] of [
@@ -66,7 +66,7 @@ test('a stream arrives at the rung of the ladder that is asked for, and says so 
   await meeting.frameWhere(remote(0), (frame) => sizeOf(frame) === '641x361');
 });
 
-test('a minimum holds where no maximum is given', async (t) => {
+test('without a maximum the minimum determines the quality', async (t) => {
   const { meeting, sources } = await joined(t, 'tessel:room?participants=1&size=64x36', 1);
   const ask = (limits) =>
     meeting.wrapper.updateVideoStreamsState(wishes([{ csrc: sources[0] }], [[limits]]));
@@ -77,12 +77,12 @@ test('a minimum holds where no maximum is given', async (t) => {
 });
 
 for (const maxfps of [15, 7, 3]) {
-  test(`at most ${maxfps} frames a second arrive when so many are asked for`, async (t) => {
+  test(`at most ${maxfps} frames per second arrive when that maximum is requested`, async (t) => {
     const { meeting, sources } = await joined(t, 'tessel:room?participants=1&size=64x36', 1);
     const { frameId: before } = await meeting.nextFrame(remote(0));
     meeting.wrapper.updateVideoStreamsState(wishes([{ csrc: sources[0] }], [[{ maxfps }]]));
     await meeting.seen('streamUpdated');
-    // The first one after the change may follow closely on one that came before it.
+    // The first frame after the change may follow closely on one before it.
     let { frameId } = await meeting.nextFrame(remote(0), before);
     ({ frameId } = await meeting.nextFrame(remote(0), frameId));
     for (let count = 0; count < 3; count++) {
@@ -95,7 +95,7 @@ for (const maxfps of [15, 7, 3]) {
   });
 }
 
-test('a rate below the maximum is left alone', async (t) => {
+test('a rate below the maximum is not changed', async (t) => {
   const { meeting, sources } = await joined(t, 'tessel:room?participants=1&size=64x36&fps=5', 1);
   meeting.wrapper.updateVideoStreamsState(
     wishes([{ csrc: sources[0] }], [[{ maxquality: 45, maxfps: 30 }]]),
@@ -103,7 +103,7 @@ test('a rate below the maximum is left alone', async (t) => {
   await measured(meeting, 5);
 });
 
-test('who is not wanted does not arrive', async (t) => {
+test('a stream that is not requested does not arrive', async (t) => {
   const { meeting, sources } = await joined(t, 'tessel:room?participants=3&size=64x36', 3);
   for (const index of [0, 1, 2]) await meeting.nextFrame(remote(index));
   meeting.wrapper.updateVideoStreamsState(wishes([{ csrc: sources[1] }], []));
@@ -126,7 +126,7 @@ test('who is not wanted does not arrive', async (t) => {
   assert.ok(meeting.showsNothing(remote(1)), 'nobody is wanted');
 });
 
-test('the tiles go to the higher priorities first', async (t) => {
+test('the streams with the highest priorities get the tiles', async (t) => {
   const { meeting, sources } = await joined(t, 'tessel:room?participants=3', 3);
   const table = [[], [{ maxquality: 720 }, { maxquality: 90 }]];
   const place = (...priorities) =>
@@ -158,8 +158,8 @@ test('the tiles go to the higher priorities first', async (t) => {
   }
 });
 
-test('the constraints are those for the present number of tiles', async (t) => {
-  // The sources follow from the seed: this meeting has those of the one to come.
+test('the constraints for the present number of tiles apply', async (t) => {
+  // The sources depend on the seed: this meeting has the same ones as the next.
   const { sources } = await joined(t, 'tessel:room?participants=2&size=64x36', 2);
   const meeting = new Meeting(t);
   meeting.connect('tessel:room?participants=1&come=1@2&leave=1@5');
@@ -178,7 +178,7 @@ test('the constraints are those for the present number of tiles', async (t) => {
   await meeting.until(() => meeting.payloads('streamUpdated').filter(isStream(0)).length >= 2);
 });
 
-test('the index of the configuration is a ceiling for every stream', async (t) => {
+test('the configured quality index limits every stream', async (t) => {
   const { meeting } = await joined(t, 'tessel:room?participants=2', 2);
   for (const [maxVOQualityIndex, size] of [
     [0, '80x45'],
@@ -194,7 +194,7 @@ test('the index of the configuration is a ceiling for every stream', async (t) =
   }
 });
 
-test('every call begins without wishes', async (t) => {
+test('a new call begins without requests of the previous one', async (t) => {
   const { meeting } = await joined(t, 'tessel:room?participants=1&size=64x36', 1);
   meeting.wrapper.updateVideoStreamsState(wishes([], []));
   await meeting.until(() => meeting.showsNothing(remote(0)));

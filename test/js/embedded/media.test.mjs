@@ -1,5 +1,5 @@
-// Local and remote media on the embedded engine as the uri and the calls have them: devices, mutes
-// and links.
+// Local and remote media on the embedded engine, as the uri and the method calls determine them:
+// devices, mutes and links.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -26,7 +26,7 @@ const logged = (meeting, text) => meeting.until(() => meeting.log().includes(`Z 
 
 // ---- Devices
 
-test('a device that does not exist is logged, and the old one stays', async (t) => {
+test('selecting a device that does not exist is logged and changes nothing', async (t) => {
   const meeting = new Meeting(t);
   await meeting.join(`${SMALL}&speak=me@0-1000`);
   meeting.wrapper.enableCameraCapture(true);
@@ -52,7 +52,7 @@ test('a device that does not exist is logged, and the old one stays', async (t) 
   await meeting.seen('micLevel', ({ level }) => level > 0);
 });
 
-test('a size or rate that no camera has is logged, and the old one stays', async (t) => {
+test('selecting a size or rate that the camera lacks is logged and changes nothing', async (t) => {
   const meeting = new Meeting(t);
   meeting.wrapper.enableCameraCapture(true);
   await meeting.nextFrame(LOCAL);
@@ -79,7 +79,7 @@ test('an empty identifier selects the first device', async (t) => {
   await meeting.frameWhere(LOCAL, (frame) => cameraOf(frame) === 0);
 });
 
-test('a camera that was selected while nothing was captured films later', async (t) => {
+test('a camera that is selected before capture starts captures later', async (t) => {
   const meeting = new Meeting(t);
   meeting.wrapper.setVideoDevice(select.setVideoDevice('camera-1', { width: 320, height: 180 }));
   await logged(meeting, 'selected camera-1');
@@ -89,7 +89,7 @@ test('a camera that was selected while nothing was captured films later', async 
   assert.deepEqual([frame.width, frame.height, cameraOf(frame)], [320, 180, 1]);
 });
 
-test('devices come and go as the uri says, and another one takes the place', async (t) => {
+test('devices are plugged and unplugged as the uri says, and another device replaces a removed one', async (t) => {
   const meeting = new Meeting(t);
   meeting.wrapper.enableCameraCapture(true);
   await meeting.frameWhere(LOCAL, (frame) => cameraOf(frame) === 0);
@@ -112,7 +112,7 @@ test('devices come and go as the uri says, and another one takes the place', asy
   await meeting.frameWhere(LOCAL, (frame) => cameraOf(frame) === 0);
 });
 
-test('without a camera there are no local frames, without a microphone no levels', async (t) => {
+test('without a camera there are no local frames, and without a microphone no levels', async (t) => {
   const meeting = new Meeting(t);
   meeting.wrapper.enableCameraCapture(true);
   await meeting.nextFrame(LOCAL);
@@ -120,7 +120,7 @@ test('without a camera there are no local frames, without a microphone no levels
   await meeting.join(`${SMALL}&unplug=${gone.map((id) => `${id}@0`)}`);
   await meeting.seen('deviceChange', ({ id }) => id === 'microphone-1');
   meeting.forget();
-  // A second, in which five levels would come.
+  // A second, in which five levels would arrive.
   await meeting.passes(remote(0), 30);
   assert.ok(meeting.showsNothing(LOCAL));
   assert.deepEqual(meeting.payloads('micLevel'), []);
@@ -128,7 +128,7 @@ test('without a camera there are no local frames, without a microphone no levels
 
 // ---- Mutes that the uri plans
 
-test('the meeting mutes the local participant, who is told and may unmute', async (t) => {
+test('a mute by the meeting is notified, and the local participant may unmute', async (t) => {
   const meeting = new Meeting(t);
   meeting.wrapper.enableCameraCapture(true);
   const { frameId } = await meeting.nextFrame(LOCAL);
@@ -169,7 +169,7 @@ test('a participant who mutes the audio is not heard', async (t) => {
   await meeting.until(() => outputLevel(meeting) === 0);
 });
 
-test('remote audio that is not received is not heard', async (t) => {
+test('remote audio that is switched off is not heard', async (t) => {
   const meeting = new Meeting(t);
   const incoming = (incomingAudioEnabled) =>
     meeting.wrapper.updateMediaStreamState({

@@ -70,7 +70,7 @@ test('the same seed gives the same meeting', async (t) => {
   assert.notDeepEqual(sources[0], sources[2]);
 });
 
-test('every frame says which stream and which picture it is, and moves on', async (t) => {
+test('every frame carries the number of its stream and its picture, which increases', async (t) => {
   const meeting = new Meeting(t);
   await meeting.join('tessel:room?participants=2&size=641x361&fps=60');
   for (const stream of [remote(0), remote(1)]) {
@@ -89,16 +89,16 @@ test('every frame says which stream and which picture it is, and moves on', asyn
   }
 });
 
-test('who has the newest frame is told that there is no update', async (t) => {
+test('a caller that has the newest frame gets no update', async (t) => {
   const meeting = new Meeting(t);
-  // One frame a second: the answer is asked for right after the frame.
+  // One frame a second: the request follows directly after the frame.
   await meeting.join('tessel:room?participants=1&fps=1');
   const { frameId, csrc } = await meeting.nextFrame(remote(0));
   const answer = meeting.wrapper.getFrame(remote(0), frameId);
   assert.deepEqual(answer, { noUpdate: true, clearFrame: false, frameId, csrc });
 });
 
-test('a frame is unchanged for as long as it may be read', async (t) => {
+test('a frame does not change while it may be read', async (t) => {
   const meeting = new Meeting(t);
   await meeting.join('tessel:room?participants=2&fps=60');
   const held = await meeting.nextFrame(remote(0));
@@ -110,14 +110,14 @@ test('a frame is unchanged for as long as it may be read', async (t) => {
   assert.ok(before.equals(held.yPlaneBuffer));
 });
 
-test('who speaks raises the level of the own microphone, and who listens does not', async (t) => {
+test('the level of the own microphone rises while the local participant speaks, and not otherwise', async (t) => {
   const meeting = new Meeting(t);
   await meeting.join('tessel:room?participants=1&speak=0@0-1,me@1-5');
   await meeting.seen('micLevel', ({ level }) => level > 0);
   assert.equal(meeting.payloads('micLevel')[0].level, 0);
 });
 
-test('the log is where logPath and logPrefix say', async (t) => {
+test('the log file is at the place that logPath and logPrefix give', async (t) => {
   const meeting = new Meeting(t, { logPrefix: 'a-prefix' });
   await meeting.join('tessel:room?participants=1', {
     turnServers: [

@@ -1,5 +1,5 @@
-// What each method of the wrapper brings about in a meeting on the embedded engine. More about
-// layouts, media, content and statistics is in embedded_methods_*.test.mjs.
+// The effect of each method of the wrapper in a meeting on the embedded engine. The other files of
+// this folder test layouts, media, content and statistics in detail.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -32,7 +32,7 @@ const isPicture = ({ noUpdate }) => !noUpdate;
 const isAudio = ({ mediaType }) => mediaType === 'audio';
 const isVideo = ({ mediaType }) => mediaType === 'video';
 
-// ---- Frames for a second process. First, because the names of segments follow from the second in
+// ---- Frames for a second process. First, because the names of segments depend on the second in
 // which they are made: no other wrapper of this process has this one's names.
 
 effect(
@@ -57,9 +57,9 @@ effect(
   },
 );
 
-// ---- The wrapper's life
+// ---- Construction and destruction
 
-test(`${FACTORY_SETTER}: a wrapper emits on what the factory made for it`, async (t) => {
+test(`${FACTORY_SETTER}: a wrapper emits on the object that the factory made for it`, async (t) => {
   const meeting = new Meeting(t);
   const later = new Meeting(t);
   await meeting.join(SMALL);
@@ -127,7 +127,7 @@ effect(['disconnectCall'], 'the meeting is left, and its streams are over', asyn
 
 effect(
   ['updateMediaStreamState'],
-  'remote video and content come only when enabled',
+  'remote video and content are received only when enabled',
   async (meeting) => {
     await meeting.join(`${SMALL}&present=0@0`);
     const state = {
@@ -171,7 +171,7 @@ effect(['updateMediaStreamState'], 'a mute is notified only when it is one', asy
   ]);
 });
 
-effect(['muteLocalVideo'], 'no local frames come until the video is on again', async (meeting) => {
+effect(['muteLocalVideo'], 'no local frames arrive until the video is unmuted', async (meeting) => {
   await meeting.join(SMALL);
   meeting.wrapper.enableCameraCapture(true);
   const { frameId } = await meeting.nextFrame(LOCAL);
@@ -192,7 +192,7 @@ effect(['muteLocalAudio'], 'no level is reported until the audio is on again', a
   meeting.wrapper.muteLocalAudio(true);
   assert.deepEqual(await meeting.seen('mediaMuteState'), { mediaType: 'audio', muted: true });
   meeting.forget();
-  // A second, in which five levels would come.
+  // A second, in which five levels would arrive.
   await meeting.passes(remote(0), 30);
   assert.deepEqual(meeting.payloads('micLevel'), []);
   meeting.wrapper.muteLocalAudio(false);
@@ -215,7 +215,7 @@ effect(['setRemoteAudioMute'], 'the others are not heard while they are muted', 
 
 effect(
   ['enableCameraCapture'],
-  'local frames start and stop, in a call or not',
+  'local frames start and stop, with and without a call',
   async (meeting) => {
     assert.ok(!isPicture(meeting.wrapper.getFrame(LOCAL, 0)));
     meeting.wrapper.enableCameraCapture(true);
@@ -260,7 +260,7 @@ effect(
 
 effect(
   ['getScreenMonitorDetails'],
-  'the monitors are those of the uri during the call',
+  'during a call the monitors are those of the uri',
   async (meeting) => {
     const usual = [
       { x: 0, y: 0, width: 1920, height: 1080 },
@@ -282,19 +282,23 @@ const audioIn = (audioInId) => ({ audioInId, audioInName: '', audioInSourceName:
 const audioOut = (audioOutId) => ({ audioOutId, audioOutName: '', audioOutSourceName: '' });
 const camera = (videoDeviceId, capability) => ({ videoDeviceId, videoDeviceName: '', capability });
 
-// Settles when the log has a line with exactly this text behind the time.
+// Resolves when the log has a line with exactly this text after the time.
 const logged = (meeting, text) => meeting.until(() => meeting.log().includes(`Z ${text}\n`));
 
-effect(['setVideoDevice'], 'the camera that was set films as it was asked to', async (meeting) => {
-  meeting.wrapper.enableCameraCapture(true);
-  await meeting.nextFrame(LOCAL);
-  const capability = { width: 321, height: 181, maxFPS: 60 };
-  meeting.wrapper.setVideoDevice(camera('camera-1', capability));
-  await meeting.seen('streamUpdated', ({ type }) => type === 'local');
-  const frame = await meeting.frameWhere(LOCAL, ({ width }) => width === 321);
-  assert.equal(frame.height, 181);
-  assert.equal(readCard(frame).detail, 1);
-});
+effect(
+  ['setVideoDevice'],
+  'the selected camera captures with the requested settings',
+  async (meeting) => {
+    meeting.wrapper.enableCameraCapture(true);
+    await meeting.nextFrame(LOCAL);
+    const capability = { width: 321, height: 181, maxFPS: 60 };
+    meeting.wrapper.setVideoDevice(camera('camera-1', capability));
+    await meeting.seen('streamUpdated', ({ type }) => type === 'local');
+    const frame = await meeting.frameWhere(LOCAL, ({ width }) => width === 321);
+    assert.equal(frame.height, 181);
+    assert.equal(readCard(frame).detail, 1);
+  },
+);
 
 effect(['setAudioInDevice'], 'another microphone is selected', async (meeting) => {
   meeting.wrapper.setAudioInDevice(audioIn('microphone-1'));
@@ -350,7 +354,7 @@ effect(['sendAudioDeviceStats'], 'the volumes are logged', async (meeting) => {
 
 effect(
   ['registerEvent', 'unregisterEvent'],
-  'an event arrives every second until it expires or is not wanted any more',
+  'an event arrives every second until it expires or is unregistered',
   async (meeting) => {
     const register = (eventName, expires, mimeType, mimeSubType) =>
       meeting.wrapper.registerEvent({ eventName, expires, mimeType, mimeSubType });
@@ -394,7 +398,7 @@ effect(['getLastFrame'], 'the picture pulled last is handed out again', async (m
   assert.equal(readCard(last).number, frameId);
 });
 
-effect(['releaseFrame'], 'a picture may be read on, and the next one comes', async (meeting) => {
+effect(['releaseFrame'], 'a picture stays readable, and the next one arrives', async (meeting) => {
   await meeting.join(SMALL);
   const frame = await meeting.nextFrame(remote(0));
   const before = Buffer.from(frame.yPlaneBuffer);
@@ -407,7 +411,7 @@ effect(['releaseFrame'], 'a picture may be read on, and the next one comes', asy
 
 effect(
   ['updateConfigData', 'getConfigData'],
-  'a text changes the configuration, and a changed index is notified',
+  'updateConfigData changes the configuration, and a changed index is notified',
   async (meeting) => {
     const usual = { isVesperCapable: false, maxVOQualityIndex: 4 };
     assert.deepEqual(meeting.wrapper.getConfigData(), usual);
@@ -426,7 +430,7 @@ effect(
 
 effect(
   ['updateConfigData', 'getConfigData'],
-  'a bad text changes nothing and is logged',
+  'an invalid text changes nothing and is logged',
   async (meeting) => {
     const before = meeting.wrapper.getConfigData();
     const texts = [
@@ -447,7 +451,7 @@ effect(
 
 effect(
   ['configureMeetingStats', 'getMeetingStats'],
-  'what arrives is measured while it is asked for',
+  'received media are measured while statistics are switched on',
   async (meeting) => {
     await meeting.join(SMALL);
     const { csrc } = await meeting.seen('streamAdded');
@@ -463,7 +467,7 @@ effect(
 
 effect(
   ['updateVideoStreamsState'],
-  'only what is wanted arrives, as it is wanted',
+  'only requested streams arrive, in the requested quality',
   async (meeting) => {
     await meeting.join('tessel:room?participants=2');
     const { csrc } = await meeting.seen('streamAdded', ({ streamIndex }) => streamIndex === 1);
@@ -497,6 +501,6 @@ effect(['getMediaMeetingAttributes'], 'the call says what it requires', async (m
   assert.deepEqual(meeting.wrapper.getMediaMeetingAttributes(), []);
 });
 
-test('every method has an effect that is shown here', () => {
+test('every method of the wrapper is tested here', () => {
   assert.deepEqual([...shown].sort(), [FACTORY_SETTER, ...METHODS.map(({ name }) => name)].sort());
 });

@@ -1,4 +1,4 @@
-// Who is in a meeting on the embedded engine: the event "participants".
+// The event "participants" of the embedded engine.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -15,7 +15,7 @@ function register(meeting) {
   });
 }
 
-// Settles with the participants of the first event, past or to come, for which `matches` holds.
+// Resolves with the participants of the first past or future event for which `matches` holds.
 async function participantsWhere(meeting, matches) {
   const participantsOf = ({ eventBody }) => JSON.parse(eventBody).participants;
   const event = await meeting.seen(
@@ -28,7 +28,7 @@ async function participantsWhere(meeting, matches) {
 const SILENT = 'speak=me@80000-80001';
 const QUIET = { audioMuted: false, videoMuted: false, speaking: false, presenting: false };
 
-test('an application is told at once who is there', async (t) => {
+test('a subscription to the participants delivers the present ones at once', async (t) => {
   const meeting = new Meeting(t);
   register(meeting);
   assert.deepEqual(await participantsWhere(meeting, () => true), [], 'nobody outside a call');
@@ -53,7 +53,7 @@ test('an application is told at once who is there', async (t) => {
   assert.equal(new Set([me.guid, first.guid, second.guid]).size, 3);
 });
 
-test('an application is told of each change', async (t) => {
+test('a subscription to the participants delivers each change', async (t) => {
   const meeting = new Meeting(t);
   register(meeting);
   await meeting.join(

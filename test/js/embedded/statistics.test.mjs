@@ -1,4 +1,4 @@
-// Statistics of the embedded engine: measured from what it does, and 0 where it knows nothing.
+// Statistics of the embedded engine: measured values, and 0 for unknown ones.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -11,7 +11,7 @@ const SMALL = 'tessel:room?participants=1&size=64x36';
 const SMALL_FRAME_BITS = ((64 * 36 * 3) / 2) * 8;
 const CONTENT_FRAME_BITS = ((1280 * 720 * 3) / 2) * 8;
 
-// Settles with the statistics of the first window that `matches`.
+// Resolves with the statistics of the first window that `matches`.
 async function window(meeting, matches, timerDuration = 200) {
   meeting.wrapper.configureMeetingStats({ enable: true, timerDuration });
   return meeting.until(() => {
@@ -41,7 +41,7 @@ test('before the first window, and when they are switched off, all statistics ar
   assert.deepEqual(meeting.wrapper.getMeetingStats(), zero);
 });
 
-test('every stream that arrives is measured, and they add up', async (t) => {
+test('every received stream is measured, and the totals are their sums', async (t) => {
   const meeting = new Meeting(t);
   await meeting.join('tessel:room?participants=3&size=64x36');
   await meeting.seen('streamAdded', ({ streamIndex }) => streamIndex === 2);
@@ -74,7 +74,7 @@ test('the frame rate is that of the sender', async (t) => {
   await window(meeting, isThatRate, 1000);
 });
 
-test('a stream that is muted, or not wanted, is not listed', async (t) => {
+test('a stream that is muted, or not requested, is not listed', async (t) => {
   const meeting = new Meeting(t);
   await meeting.join('tessel:room?participants=2&size=64x36&videomute=1@0');
   const { csrc } = await meeting.seen('streamAdded');
@@ -111,7 +111,7 @@ test('the local video counts as sent during a call', async (t) => {
   await window(meeting, ({ video_send_stats: each }) => each.length === 0);
 });
 
-test('content is measured on the side on which it is', async (t) => {
+test('content counts as sent or received, according to who shares it', async (t) => {
   const meeting = new Meeting(t);
   await meeting.join(`${SMALL}&present=0@0-4`);
   await meeting.nextFrame(CONTENT);
@@ -127,7 +127,7 @@ test('content is measured on the side on which it is', async (t) => {
   assert.deepEqual([sent.content_send_stats.width, sent.content_recv_stats.fps], [1280, 0]);
 });
 
-test('a link that loses packets shows it, and a whole one loses nothing', async (t) => {
+test('lost packets are counted, and a link without loss counts none', async (t) => {
   const meeting = new Meeting(t);
   await meeting.join('tessel:room?participants=2&size=160x90&fps=60&loss=1:0.3');
   await meeting.seen('streamAdded', ({ streamIndex }) => streamIndex === 1);
@@ -155,15 +155,15 @@ test('a link that loses everything delivers no frame', async (t) => {
   assert.equal(meeting.wrapper.getFrame(remote(0), 0).noUpdate, true);
 });
 
-test('the load of the processors is measured, in a call or not', async (t) => {
+test('the processor load is measured with and without a call', async (t) => {
   const meeting = new Meeting(t);
-  // Waiting for it is work.
+  // The wait for it uses the processor.
   const { meetingStats } = await window(meeting, (stats) => stats.meetingStats.process_cpu > 0);
   const { system_cpu: system, process_cpu: process } = meetingStats;
   assert.ok(process <= 100 && system > 0 && system <= 100, `${system} ${process}`);
 });
 
-test('levels are those of who speaks', async (t) => {
+test('the levels are those of the present speaker', async (t) => {
   const meeting = new Meeting(t);
   await meeting.join(`${SMALL}&speak=me@0-1000`);
   const { audio_stats: audio } = await window(
@@ -174,7 +174,7 @@ test('levels are those of who speaks', async (t) => {
   assert.equal(audio.output_level, 0);
 });
 
-test('what the engine cannot know is 0', async (t) => {
+test('values that the engine cannot know are 0', async (t) => {
   const meeting = new Meeting(t);
   await meeting.join(`${SMALL}&present=0@0&speak=0@0-1000,me@0-1000`);
   meeting.wrapper.enableCameraCapture(true);

@@ -1,4 +1,4 @@
-// The embedded engine's document, held against the engine: its examples of uris and its tables of
+// Compares the embedded engine's document with the engine: its examples of uris and its tables of
 // parameters.
 
 import assert from 'node:assert/strict';
@@ -21,7 +21,7 @@ const namesIn = (uri) => [...uri.matchAll(/[?&](\w+)=/g)].map(([, name]) => name
 
 const BAD_URI = 400;
 
-test('every parameter stands in an example, and no other', () => {
+test('the examples use exactly the known parameters', () => {
   assert.ok(parameters.includes('participants') && parameters.includes('unplug'));
   assert.deepEqual([...new Set(examples.flatMap(namesIn))].sort(), parameters.toSorted());
 });
@@ -30,7 +30,7 @@ for (const uri of examples) {
   test(`the engine understands ${uri}`, async (t) => {
     const meeting = new Meeting(t);
     if (await meeting.join(uri)) return;
-    // The meeting may refuse, or its clip be missing, but the uri is well made.
+    // The meeting may refuse the join, or its clip may be missing, but the uri is valid.
     const { code, reason } = await meeting.seen('callDisconnect');
     assert.notEqual(code, BAD_URI, reason);
   });

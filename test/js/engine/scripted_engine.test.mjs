@@ -1,4 +1,4 @@
-// The scripted engine keeps its promises to the tests that rely on it.
+// Tests of the scripted engine, on which other tests rely.
 
 import assert from 'node:assert/strict';
 import { execFileSync, spawnSync } from 'node:child_process';
@@ -18,7 +18,7 @@ beforeEach(() => {
   engine.reset();
 });
 
-// A facade with a registered callback; its calls so far are forgotten.
+// A facade with a registered callback, without recorded calls.
 function facadeWithCallback() {
   const facade = client.create({});
   client.registerCallback(facade, true);
@@ -148,7 +148,7 @@ for (const [operation, args, named] of OPERATIONS) {
   });
 }
 
-test('the life of a facade is recorded in the order of its calls', () => {
+test('the calls of a facade are recorded in order, from creation to deletion', () => {
   const facade = client.create(PARAMS.CreateTSLMManager);
   client.registerCallback(facade, true);
   client.registerCallback(facade, false);
@@ -202,7 +202,7 @@ test('the operations of the configuration are recorded', () => {
   ]);
 });
 
-test('a call tells its thread and its facade', () => {
+test('a recorded call has its thread and its facade', () => {
   const first = client.create({});
   const second = client.create({});
   engine.clearCalls();
@@ -214,7 +214,7 @@ test('a call tells its thread and its facade', () => {
   assert.equal(ofSecond.engine, ofFirst.engine + 1);
 });
 
-test('taking the calls forgets them, and operations() gives their names alone', () => {
+test('taking the recorded calls removes them, and operations() gives their names alone', () => {
   const facade = client.create({});
   client.call(facade, 'DisconnectCall', []);
   assert.deepEqual(engine.operations(), ['CreateTSLMManager', 'DisconnectCall']);
@@ -243,7 +243,7 @@ test('completion inside Initialize is reported by the calling thread', () => {
   assert.equal(completed.thread, engine.jsThread);
 });
 
-test('completion before the wait comes from another thread, but before Initialize returns', () => {
+test('completion before the wait is reported by another thread, before Initialize returns', () => {
   const facade = facadeWithCallback();
   engine.setInitialisation('before-wait');
   client.call(facade, 'Initialize', []);
@@ -252,7 +252,7 @@ test('completion before the wait comes from another thread, but before Initializ
   assert.notEqual(completed.thread, engine.jsThread);
 });
 
-test('later completion comes from another thread', () => {
+test('later completion is reported by another thread', () => {
   const facade = facadeWithCallback();
   engine.setInitialisation('later', { delayMs: 0 });
   client.call(facade, 'Initialize', []);
@@ -331,12 +331,12 @@ const ALL_OPERATIONS = [
   'SetFrameReceiver',
 ];
 
-test('the engine names the operations that can be made to fail', () => {
+test('the engine lists the operations that can be made to fail', () => {
   assert.deepEqual([...engine.failingOperations].sort(), [...ALL_OPERATIONS].sort());
 });
 
 for (const operation of ALL_OPERATIONS) {
-  test(`${operation} fails as told, and works again afterwards`, () => {
+  test(`${operation} fails as configured, and works again afterwards`, () => {
     const facade = client.create({});
     engine.setStream(REMOTE);
     engine.failOperation(operation, { throws: 'no luck' });
@@ -349,7 +349,7 @@ for (const operation of ALL_OPERATIONS) {
   });
 }
 
-test('operations with a result answer with nothing when told so', () => {
+test('operations with a result return nothing when configured so', () => {
   const facade = client.create({});
   engine.setFrame(REMOTE, { width: 2, height: 2, frameId: 4 });
   engine.setResults({
@@ -380,7 +380,7 @@ test('operations with a result answer with nothing when told so', () => {
   assert.equal(reach(facade, 'GetFrame').frame, false);
 });
 
-test('an operation without a result cannot be told to answer with nothing', () => {
+test('an operation without a result cannot be configured to return nothing', () => {
   assert.throws(() => engine.failOperation('ConnectCall', { returnsNull: true }), {
     message: 'there is no result of ConnectCall',
   });
@@ -388,7 +388,7 @@ test('an operation without a result cannot be told to answer with nothing', () =
 
 // ---- Results
 
-test('the results are answered field by field', () => {
+test('the results are returned field by field', () => {
   const facade = client.create({});
   const screenMonitors = [
     { x: -1920, y: 0, width: 1920, height: 1080, engineValue: 9 },
@@ -403,7 +403,7 @@ test('the results are answered field by field', () => {
   assert.equal(reach(facade, 'maxVOQualityIndex'), -2);
 });
 
-test('the meeting statistics are answered field by field, their maps ordered by SSRC', () => {
+test('the meeting statistics are returned field by field, their maps ordered by SSRC', () => {
   const facade = client.create({});
   let value = 0;
   const next = () => ++value;
@@ -482,7 +482,7 @@ const NOTIFICATIONS = [
 ];
 
 for (const [name, ...args] of NOTIFICATIONS) {
-  test(`${name} is fired from a fresh thread with its arguments as given`, () => {
+  test(`${name} is fired from a new thread with the given arguments`, () => {
     facadeWithCallback();
     engine.fire(name, ...args);
     const [{ thread, ...rest }, ...more] = client.takeNotifications();
@@ -528,7 +528,7 @@ test('many threads can repeat one notification', () => {
   assert.deepEqual(arrived(), Array(6).fill(['NotifyMicLevel', 8]));
 });
 
-test('the callback is notified beyond the end of its facade, until it is dropped', () => {
+test('the callback is still notified after the end of its facade, until it is dropped', () => {
   const facade = facadeWithCallback();
   client.call(facade, 'DeInitialize', []);
   client.destroyAll();
@@ -552,7 +552,7 @@ test('the callback is dropped on the calling thread, or on an engine thread', ()
   assert.notEqual(client.callbackLetGoOnThread(), engine.jsThread);
 });
 
-test('notifications go to the facade that registered last, or to the selected one', () => {
+test('notifications go to the callback that was registered last, or to the selected one', () => {
   const first = facadeWithCallback();
   client.call(first, 'StopPresentation', []);
   const [{ engine: number }] = engine.takeCalls();
@@ -566,7 +566,7 @@ test('notifications go to the facade that registered last, or to the selected on
   assert.deepEqual(arrived(), [['NotifyMicLevel', 2]]);
 });
 
-// ---- Frames that are pulled
+// ---- Frames that a caller fetches
 
 const plane = (width, height, bytes) => ({
   width,
@@ -576,7 +576,7 @@ const plane = (width, height, bytes) => ({
   bytes,
 });
 
-test('a stream has no frame manager unless it was given one', () => {
+test('a stream has a frame manager only after it was given one', () => {
   const facade = client.create({});
   assert.equal(client.call(facade, 'GetFrameManager', [REMOTE]), false);
   engine.setStream(REMOTE);
@@ -587,13 +587,13 @@ test('a stream has no frame manager unless it was given one', () => {
   assert.throws(() => client.getFrame(facade, REMOTE, 0));
 });
 
-test('streams can be named as the addon names them', () => {
+test('streams can be given as the addon gives them', () => {
   const facade = client.create({});
   engine.setStream({ type: 'content', streamIndex: 2 });
   assert.equal(client.call(facade, 'GetFrameManager', [{ kind: 2, index: 2 }]), true);
 });
 
-test('a stream without a frame answers that there is no update', () => {
+test('a stream without a frame gives no update', () => {
   const facade = client.create({});
   engine.setStream(REMOTE);
   const { noUpdate, clearFrame, frameId, csrc, frame } = client.getFrame(facade, REMOTE, 0);
@@ -633,7 +633,7 @@ test('a frame is answered with every field and, in its planes, the pattern', () 
   assert.equal(engine.isWholeFrame(frame.y.bytes, frame.u.bytes, frame.v.bytes), false);
 });
 
-test("a frame's planes take the sizes and the content that they are given", () => {
+test("a frame's planes have the configured sizes and content", () => {
   const facade = client.create({});
   engine.setFrame(REMOTE, {
     width: 4,
@@ -663,7 +663,7 @@ test('a caller that has the frame gets no update, by the low 32 bits of its id',
   assert.deepEqual([4, 5, 6].map(answers), [false, false, false]);
 });
 
-test('an answer without an update has nothing to read but its first fields', () => {
+test('an answer without an update has only its first fields', () => {
   const facade = client.create({});
   engine.setFrame(REMOTE, { frameId: 6, csrc: 8, clearFrame: true, noUpdate: true });
   const { noUpdate, clearFrame, frameId, csrc, frame, width, y } = client.getFrame(
@@ -685,7 +685,7 @@ test('an answer without an update has nothing to read but its first fields', () 
   );
 });
 
-test('a frame lives as long as the engine or its receiver holds it', () => {
+test('a frame exists as long as the engine or its receiver holds it', () => {
   const facade = client.create({});
   assert.equal(engine.liveFrames(), 0);
   engine.setFrame(REMOTE, { frameId: 1, width: 2, height: 2 });
@@ -714,7 +714,7 @@ test('a fresh frame for each call has the next id and belongs to the caller alon
   }
 });
 
-test('a fresh frame from recycled memory carries its identity', () => {
+test('a fresh frame in recycled memory has its own identity', () => {
   const facade = client.create({});
   engine.setFrame(REMOTE, { frameId: 10, width: 8, height: 4, fresh: true, recycled: true });
   for (const id of [10, 11, 12]) {
@@ -735,7 +735,7 @@ test('the objects that the process holds are counted', () => {
   assert.deepEqual(engine.live(), none);
 });
 
-// ---- Frames that are pushed
+// ---- Frames for a receiver
 
 test('a pushed frame reaches the receiver on an engine thread with all its properties', () => {
   const facade = client.create({});
@@ -799,7 +799,7 @@ test('a frame without a receiver is not delivered', () => {
   assert.deepEqual(client.takeFrames(), []);
 });
 
-test('detaching a receiver waits for the delivery under way and lets go of it', () => {
+test('detaching a receiver waits for the running delivery and releases the receiver', () => {
   const facade = client.create({});
   engine.setStream(REMOTE);
   client.setFrameMs(100);
@@ -823,7 +823,7 @@ test('a stream that keeps its receiver delivers to it after it was removed, unti
   assert.equal(client.receiverOwners(), 0);
 });
 
-test('frames of one stream never run the receiver twice at once', () => {
+test('the receiver never runs twice at once for one stream', () => {
   const facade = client.create({});
   engine.setStream(REMOTE);
   client.setFrameMs(5);
@@ -892,7 +892,7 @@ test('several streams push at once, and a receiver leaves one while the others g
 
 // ---- State
 
-test('reset ends what is under way and brings the defaults back', () => {
+test('reset ends running activities and restores the defaults', () => {
   const facade = facadeWithCallback();
   engine.failOperation('DisconnectCall', { throws: 'no luck' });
   engine.setInitialisation('later');
@@ -940,7 +940,7 @@ for (const [what, mistake, message] of [
     "a plane's bytes are not as many as its size says",
   ],
 ]) {
-  test(`a wrong ${what} is refused`, () => {
+  test(`an invalid ${what} is refused`, () => {
     facadeWithCallback();
     assert.throws(mistake, { message });
   });

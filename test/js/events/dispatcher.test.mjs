@@ -1,5 +1,5 @@
-// The dispatcher alone, driven from real threads. What ends a process or reaches it as an
-// 'uncaughtException' happens in child processes (test/support/processes/dispatcher_process.mjs).
+// The dispatcher alone, driven from real threads. Cases that end the process or cause an
+// 'uncaughtException' run in child processes (test/support/processes/dispatcher_process.mjs).
 
 import assert from 'node:assert';
 import { spawnSync } from 'node:child_process';
@@ -48,7 +48,7 @@ function asyncHandles() {
     .map(({ address, is_referenced: isReferenced }) => [address, isReferenced]);
 }
 
-// What has become of the loop's async handles that `before` does not list: whether each of them is
+// The state of the loop's async handles that `before` does not list: whether each of them is
 // referenced.
 function referencesSince(before) {
   const known = new Map(before);
@@ -88,7 +88,7 @@ test('items that threads post while others are delivered arrive once each, in th
   assert.strictEqual(closuresAlive(), 0);
 });
 
-test('an item that posts another is over before that one runs', async (t) => {
+test('an item that posts another one completes before that one runs', async (t) => {
   const log = [];
   const dispatcher = openDispatcher(t, (value) => {
     log.push(`begin ${value}`);
@@ -100,7 +100,7 @@ test('an item that posts another is over before that one runs', async (t) => {
   assert.deepStrictEqual(log, ['begin 1', 'end 1', 'begin 2', 'end 2', 'begin 3', 'end 3']);
 });
 
-test('what an item posts runs behind what was queued before', async (t) => {
+test('an item that is posted by an item runs after those queued before', async (t) => {
   const received = [];
   const dispatcher = openDispatcher(t, (value) => {
     received.push(value);
@@ -132,29 +132,7 @@ test('the closures of several sync callers run in posting order', async (t) => {
   assert.deepStrictEqual(received, [1, 2, 3]);
 });
 
-test('every caller of sync returns when its closure has run', async (t) => {
-  let received = [];
-  const dispatcher = openDispatcher(t, (value) => received.push(value));
-  for (let round = 0; round < 20; ++round) {
-    received = [];
-    for (const value of numbers(5)) startBlockedSync(dispatcher, value);
-    await nextTurn();
-    dispatcher.join();
-    assert.deepStrictEqual(received, numbers(5));
-  }
-});
-
-test('a caller of sync returns also when its closure runs at once', async (t) => {
-  const received = [];
-  const dispatcher = openDispatcher(t, (value) => received.push(value));
-  for (const value of numbers(500)) {
-    const caller = dispatcher.startSync(value);
-    while (!dispatcher.hasReturned(caller)) await nextTurn();
-  }
-  assert.deepStrictEqual(received, numbers(500));
-});
-
-test('closing lets every caller of sync go, and their closures never run', async (t) => {
+test('closing releases every caller of sync, and their closures never run', async (t) => {
   const received = [];
   const dispatcher = openDispatcher(t, (value) => received.push(value));
   for (const value of [1, 2, 3]) startBlockedSync(dispatcher, value);
@@ -165,7 +143,7 @@ test('closing lets every caller of sync go, and their closures never run', async
   assert.strictEqual(closuresAlive(), 0);
 });
 
-test('an item that closes the dispatcher lets the callers of sync go', async (t) => {
+test('an item that closes the dispatcher releases the callers of sync', async (t) => {
   const received = [];
   const dispatcher = openDispatcher(t, (value) => {
     received.push(value);
@@ -242,7 +220,7 @@ test('a function that awaits one event after the other misses none that were que
   assert.deepStrictEqual(seen, ['first', 'second']);
 });
 
-test('closing frees what is queued without running it', async (t) => {
+test('closing frees queued items without running them', async (t) => {
   const received = [];
   const dispatcher = openDispatcher(t, (...values) => received.push(values));
   dispatcher.startPosting(THREADS, 10);
@@ -254,7 +232,7 @@ test('closing frees what is queued without running it', async (t) => {
   assert.deepStrictEqual(received, []);
 });
 
-test('what threads post after closing is dropped and freed', async (t) => {
+test('items that threads post after closing are dropped and freed', async (t) => {
   const received = [];
   const dispatcher = openDispatcher(t, (...values) => received.push(values));
   dispatcher.close();
@@ -279,7 +257,7 @@ test('threads may post while an item closes the dispatcher', async () => {
   assert.strictEqual(delivered, 1);
 });
 
-test('closing twice does no more than closing once', async (t) => {
+test('closing a second time does nothing', async (t) => {
   const dispatcher = openDispatcher(t, () => {});
   dispatcher.close();
   dispatcher.close();
@@ -289,7 +267,7 @@ test('closing twice does no more than closing once', async (t) => {
   assert.strictEqual(closuresAlive(), 0);
 });
 
-test('an item that closes the dispatcher is the last one', async (t) => {
+test('no item runs after one that closes the dispatcher', async (t) => {
   const received = [];
   const dispatcher = openDispatcher(t, (value) => {
     received.push(value);
@@ -301,7 +279,7 @@ test('an item that closes the dispatcher is the last one', async (t) => {
   assert.strictEqual(closuresAlive(), 0);
 });
 
-test('destroying an open dispatcher frees what is queued', async () => {
+test('destroying an open dispatcher frees the queued items', async () => {
   const before = asyncHandles();
   const received = [];
   const dispatcher = new Dispatcher((value) => received.push(value));
@@ -326,7 +304,7 @@ test('an item may destroy its dispatcher', async () => {
   assert.strictEqual(closuresAlive(), 0);
 });
 
-test('a closed dispatcher may be released last by another thread', async () => {
+test('another thread may release the last share of a closed dispatcher', async () => {
   const received = [];
   const dispatcher = new Dispatcher((value) => received.push(value));
   dispatcher.async(1);
@@ -339,7 +317,7 @@ test('a closed dispatcher may be released last by another thread', async () => {
   assert.strictEqual(closuresAlive(), 0);
 });
 
-test('an open dispatcher holds the event loop until releaseEventLoop has let what is queued arrive', async (t) => {
+test('an open dispatcher holds the event loop until releaseEventLoop was called and the queued items have arrived', async (t) => {
   const before = asyncHandles();
   const referencesAtItem = [];
   const dispatcher = openDispatcher(t, () => referencesAtItem.push(referencesSince(before)));
@@ -352,7 +330,7 @@ test('an open dispatcher holds the event loop until releaseEventLoop has let wha
   assert.deepStrictEqual(referencesSince(before), [false, false]);
 });
 
-test('closing gives the handles back to the event loop', async (t) => {
+test('closing closes the handles of the event loop', async (t) => {
   const before = asyncHandles();
   const dispatcher = openDispatcher(t, () => {});
   dispatcher.close();
@@ -360,7 +338,7 @@ test('closing gives the handles back to the event loop', async (t) => {
   assert.deepStrictEqual(referencesSince(before), []);
 });
 
-test('what is posted after releaseEventLoop arrives for as long as the loop runs', async (t) => {
+test('items posted after releaseEventLoop arrive for as long as the loop runs', async (t) => {
   const received = [];
   const dispatcher = openDispatcher(t, (value) => received.push(value));
   dispatcher.releaseEventLoop();
@@ -381,7 +359,7 @@ test('a channel delivers each posted pointer once, in posting order', async (t) 
   assert.deepStrictEqual(channel.discarded(), []);
 });
 
-test('a channel discards what is queued when it closes and what is posted later, once each', async (t) => {
+test('a closing channel discards each queued pointer once, and each one posted later', async (t) => {
   const received = [];
   const channel = openChannel(t, (number) => received.push(number));
   channel.callFromThread(0, 2);
@@ -394,7 +372,7 @@ test('a channel discards what is queued when it closes and what is posted later,
   assert.deepStrictEqual(received, []);
 });
 
-test('two channels are independent: one goes on when the other is released and closed', async (t) => {
+test('two channels are independent: one keeps working when the other is released and closed', async (t) => {
   const before = asyncHandles();
   const received = { one: [], other: [] };
   const one = openChannel(t, (number) => received.one.push(number));
@@ -412,7 +390,7 @@ test('two channels are independent: one goes on when the other is released and c
   assert.deepStrictEqual(other.discarded(), []);
 });
 
-// Far above what any scenario takes: it ends what would never end.
+// Far longer than any scenario takes: it ends a process that hangs.
 const HANG_MILLISECONDS = 120_000;
 
 // Runs one scenario of the fixture to its end. A process that ends by itself is also checked for
@@ -544,7 +522,7 @@ for (const { name, scenario, lines, end = 0, endsByItself = true } of processes)
   });
 }
 
-test('an error of an item that nobody handles ends the process as any uncaught error does', () => {
+test('an unhandled error of an item ends the process like any uncaught error', () => {
   const { end, lines, stderr } = runProcess('nobodyHandles', { endsByItself: false });
   assert.deepStrictEqual({ end, lines }, { end: 1, lines: ['exit 1'] });
   assert.match(stderr, /Error: thrown by item 1\n +at .*dispatcher_process\.mjs/);

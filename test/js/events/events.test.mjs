@@ -31,7 +31,7 @@ beforeEach(() => {
 });
 after(() => wrapper.destroy());
 
-// Notes each call of `emitter.emit`, as [this, arguments].
+// Records each call of `emitter.emit`, as [this, arguments].
 function noteEmits(target = emitter) {
   const emits = [];
   target.emit = function emit(...args) {
@@ -40,7 +40,7 @@ function noteEmits(target = emitter) {
   return emits;
 }
 
-// Events are emitted in the order in which they were posted: when this one has come, so have all
+// Events are emitted in the order in which they were posted: when this one has arrived, so have all
 // that were posted before.
 const SENTINEL = 'the last of the events';
 const fireSentinel = () => engine.fire('NotifyGracefulEvent', SENTINEL, true);
@@ -56,7 +56,7 @@ function sentinelComes(target = emitter) {
   });
 }
 
-// What `post` makes the emitter emit: [this, arguments] for each event.
+// The events that `post` makes the emitter emit: [this, arguments] for each.
 async function emitsOf(post) {
   const emits = noteEmits();
   const comes = sentinelComes();
@@ -215,8 +215,8 @@ const TEXTS = [
   ['a text of a megabyte', 'x€'.repeat(1 << 18)],
   ['a text with a NUL in the middle and at its end', 'a\0b\0'],
   ['a byte order mark', '\ufeffbom'],
-  ['what is not UTF-8', BAD_BYTES, new TextDecoder().decode(BAD_BYTES)],
-  ['a megabyte of what is not UTF-8', Buffer.alloc(1 << 20, 0x80), '\ufffd'.repeat(1 << 20)],
+  ['a text that is not UTF-8', BAD_BYTES, new TextDecoder().decode(BAD_BYTES)],
+  ['a megabyte that is not UTF-8', Buffer.alloc(1 << 20, 0x80), '\ufffd'.repeat(1 << 20)],
 ];
 
 for (const [what, text, expected = text] of TEXTS) {
@@ -253,7 +253,7 @@ test('listeners get events through the emitter', async () => {
   assert.deepEqual(await arrives, [{ level: 7 }]);
 });
 
-test('"emit" is read anew for each event', async () => {
+test('"emit" is read again for each event', async () => {
   const log = [];
   const done = new Promise((resolve) => {
     emitter.emit = (name, { level }) => {
@@ -332,7 +332,7 @@ for (const [what, makeEmitter] of [
   });
 }
 
-test('what "emit" returns is not looked at', async () => {
+test('the return value of "emit" is ignored', async () => {
   const looks = [];
   const result = new Proxy(() => {}, {
     get: (_target, name) => looks.push(name),
@@ -355,8 +355,8 @@ test('what "emit" returns is not looked at', async () => {
 
 const MILLION = 1_000_000;
 
-// Each notification in turn: its event, its arguments by thread and sequence number, and, where the
-// payload can tell them, how it does.
+// Each notification: its event, its arguments by thread and sequence number, and, if the payload
+// contains these, a function that reads them.
 const STEPS = [
   ['NotifyStreamAdded', 'streamAdded', (t) => [{ kind: t, index: 0 }, 0]],
   [
@@ -430,7 +430,7 @@ test('every event of 8 threads arrives once, in the order of its thread', async 
   for (const sequences of arrived) assert.deepEqual(sequences, posted);
 });
 
-test('events that a listener brings about come after it has returned, in their order', async () => {
+test('events that a listener causes arrive after it has returned, in their order', async () => {
   const log = [];
   let depth = 0;
   const done = new Promise((resolve) => {
@@ -453,7 +453,7 @@ test('events that a listener brings about come after it has returned, in their o
   assert.deepEqual(log, [1, 2, 10, 11, 20, 21]);
 });
 
-test('a listener may await one event and then the next, though both had been posted', async () => {
+test('a listener may await one event and then the next, even when both were already posted', async () => {
   const received = (async () => {
     const first = await once(emitter, 'callConnectionStatus');
     const second = await once(emitter, 'micLevel');
@@ -493,7 +493,7 @@ test('ticks and promises of one event settle before the next event', async () =>
   );
 });
 
-test('notifications return although JavaScript is busy and does not take their events', async () => {
+test('notifications return while JavaScript is busy and takes no events', async () => {
   const events = await eventsOf(() => {
     const sent = engine.fireMany({
       threads: 4,
@@ -514,7 +514,7 @@ const EVENT_MODULES = [
   './support/make_wrapper.mjs',
 ];
 
-test('what "emit" throws is an uncaught exception, and later events arrive', () => {
+test('an exception from "emit" is an uncaught exception, and later events arrive', () => {
   const { code, signal, stderr, said } = runInChild(
     ({ say }, scripted, { makeWrapper: make }) => {
       const { wrapper: own, emitter: target } = make(scripted.loadAddon().TesselWrapper);
@@ -585,7 +585,7 @@ test('an emitter without a callable "emit" is an uncaught exception for each eve
   assert.deepEqual(said, Array(5).fill('true emitter.emit is not a function'));
 });
 
-test('an uncaught exception of a listener has the stack that leads to the listener', () => {
+test('an uncaught exception of a listener has the listener in its stack', () => {
   const { code, signal, stderr, said } = runInChild(
     ({ say }, scripted, { makeWrapper: make }) => {
       const { wrapper: own, emitter: target } = make(scripted.loadAddon().TesselWrapper);
@@ -606,7 +606,7 @@ test('an uncaught exception of a listener has the stack that leads to the listen
   assert.match(said[1], /at .*listenerThatFails/);
 });
 
-test('an exception that nobody catches ends the process as any other would', () => {
+test('an uncaught exception of a listener ends the process like any other', () => {
   const { code, signal, stderr } = runInChild(
     (_child, scripted, { makeWrapper: make }) => {
       globalThis.live = make(scripted.loadAddon().TesselWrapper);
@@ -641,7 +641,7 @@ test('a listener may end the process', () => {
 
 // ---- No emitter, and another one
 
-test('events without an emitter are dropped in silence', async () => {
+test('events without an emitter are dropped silently', async () => {
   const handler = new EventHandler();
   try {
     handler.notifyMicLevel(1);
@@ -657,7 +657,7 @@ test('events without an emitter are dropped in silence', async () => {
   }
 });
 
-test('events go to the emitter that was set last, also those posted before it was', async () => {
+test('events go to the emitter that was set last, even those posted before that', async () => {
   const handler = new EventHandler();
   try {
     const [first, second] = [{}, {}];
@@ -682,7 +682,7 @@ test('events go to the emitter that was set last, also those posted before it wa
   }
 });
 
-test('an emitter is not kept alive, and without it events are dropped in silence', async () => {
+test('an emitter is not kept alive, and without it events are dropped silently', async () => {
   const handler = new EventHandler();
   try {
     const targets = { first: new EventEmitter(), second: new EventEmitter() };
@@ -708,7 +708,7 @@ test('an emitter is not kept alive, and without it events are dropped in silence
   }
 });
 
-test('the reference to the emitter of before is given up when another is set', () => {
+test('the reference to the previous emitter is deleted when another one is set', () => {
   const handler = new EventHandler();
   const referenceBytes = () => getHeapStatistics().used_global_handles_size;
   try {
@@ -716,7 +716,7 @@ test('the reference to the emitter of before is given up when another is set', (
     handler.setEmitter({});
     const before = referenceBytes();
     for (const target of targets) handler.setEmitter(target);
-    // Not a byte for each of them.
+    // Less than one byte for each of them.
     assert.ok(referenceBytes() - before < targets.length, `${before} to ${referenceBytes()} bytes`);
   } finally {
     handler.close();
@@ -744,7 +744,7 @@ test("two wrappers emit their engines' events on their own emitters", async () =
   }
 });
 
-test('the operations without a notification of their own emit nothing', async () => {
+test('the notifications without an event emit nothing', async () => {
   const handler = new EventHandler();
   try {
     const target = {};
@@ -770,7 +770,7 @@ test('the stream manager is accepted and not kept', () => {
 
 // ---- The start
 
-test('waiting for the engine ends at once when it is ready already, however often', () => {
+test('waiting for an engine that is ready returns at once, every time', () => {
   const handler = new EventHandler();
   try {
     handler.notifyInitCompleted();
@@ -783,7 +783,7 @@ test('waiting for the engine ends at once when it is ready already, however ofte
   }
 });
 
-test('waiting for the engine ends when it reports that it is ready', () => {
+test('waiting for the engine returns when it reports that it is ready', () => {
   const handler = new EventHandler();
   try {
     assert.equal(handler.completesBeforeWaitEnds(), true);
@@ -825,7 +825,7 @@ for (const mode of ['inside', 'before-wait', 'later']) {
     const constructed = lines.findIndex((line) => line.startsWith('TesselWrapper: Pid:'));
     assert.ok(lines.indexOf(WAITS) < constructed);
     assert.ok(lines.indexOf(COMPLETED) < constructed);
-    // Events from before the wrapper was there arrive afterwards.
+    // Events from before the end of construction arrive afterwards.
     assert.deepEqual(lines.slice(constructed + 1, constructed + 4), [
       '> made',
       '> micLevel {"level":1}',

@@ -1,4 +1,4 @@
-// The example behind `npm start`, in a process of its own.
+// The example for the terminal, in a separate process.
 
 import assert from 'node:assert/strict';
 import { execFile } from 'node:child_process';
@@ -15,7 +15,7 @@ import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 
 const EXAMPLE = fileURLToPath(new URL('../../../examples/terminal_meeting.mjs', import.meta.url));
 
-// Settles with what the example printed and where its pictures are.
+// Resolves with the example's output and the directory of its pictures.
 async function run(t, ...options) {
   const output = temporaryDirectory(t);
   const { stdout } = await promisify(execFile)(process.execPath, [
@@ -27,7 +27,7 @@ async function run(t, ...options) {
 
 const picture = (output, stream) => PNG.sync.read(readFileSync(path.join(output, `${stream}.png`)));
 
-test('it prints the events, a table of all streams, and a picture of each', async (t) => {
+test('the terminal example prints the events, a table of all streams, and a picture of each', async (t) => {
   const { stdout, output } = await run(t);
   for (const name of ['callConnectionStatus', 'streamAdded', 'contentReceive', 'callDisconnect']) {
     assert.match(stdout, new RegExp(`^event ${name} `, 'm'));
@@ -53,7 +53,7 @@ test('a widget, which is another process, sees one of the streams too', async (t
   const widget = rowOf('remote-0, in the widget');
   assert.equal(widget.size, main.size);
   assert.ok(widget.frames > 0 && widget.rate > 0, JSON.stringify(widget));
-  // Both processes made their lines, and each its own mapping of the same segment.
+  // Both processes printed their lines, and each has its own mapping of the same segment.
   const opened = stdout.match(/^getVideoFrameSource: opening video .* shm name:(\/\w+)/m);
   assert.ok(
     stdout.includes(`enableSharedMemory: Creating shared video mem with SHMname:${opened[1]}`),
@@ -73,7 +73,7 @@ test('with --video the participants show the clip', async (t) => {
   assert.ok(red < 10 && green > 245 && blue < 10, `${red} ${green} ${blue}`);
 });
 
-test('a clip that cannot be played is told with its reason, and the exit code is 1', async (t) => {
+test('a clip that cannot be played is reported with the reason, and the exit code is 1', async (t) => {
   await assert.rejects(run(t, '--video', '/no/such/clip.y4m'), (error) => {
     assert.equal(error.code, 1);
     assert.match(error.stdout, /^event callDisconnect .*"reason":"the clip cannot be opened/m);

@@ -1,5 +1,5 @@
-// The TypeScript declarations: what they accept and refuse, that they name what is there, and that
-// the API reference names what they declare.
+// The TypeScript declarations: the uses that they accept and refuse, that they match the exports,
+// and that the API reference matches them.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
@@ -67,12 +67,12 @@ function declarations(file = 'js/index.d.ts') {
   return found;
 }
 
-test('what is declared with a value is exported, and nothing else', () => {
+test('exactly the values that are declared are exported', () => {
   const values = [...declarations()].filter(([, { kind }]) => /class|function|const/.test(kind));
   assert.deepEqual(values.map(([name]) => name).sort(), Object.keys(face).sort());
 });
 
-test('the classes have the members that are declared, and no others', () => {
+test('the classes have exactly the members that are declared', () => {
   const nameOf = (key) => (key === Symbol.dispose ? '[Symbol.dispose]' : String(key));
   for (const name of ['TesselWrapper', 'TesselWrapperProxy', 'Meeting', 'Widget']) {
     const members = Reflect.ownKeys(face[name].prototype)
@@ -135,10 +135,11 @@ const EVENT_SHAPES = [
 function eventAssertions() {
   const names = EVENT_SHAPES.map(({ name }) => `'${name}'`).join(' | ');
   return [
-    `import type { MeetingEvents } from 'tessel-wrapper';${EXPECT}`,
-    `expect<Equal<keyof MeetingEvents, ${names}>>();`,
+    `import type { MeetingEvents, WrapperEvents } from 'tessel-wrapper';${EXPECT}`,
+    `expect<Equal<keyof WrapperEvents, ${names}>>();`,
+    `expect<Equal<keyof MeetingEvents, ${names} | 'participants'>>();`,
     ...EVENT_SHAPES.map(({ name, properties, optional }) => {
-      const payload = `MeetingEvents['${name}']`;
+      const payload = `WrapperEvents['${name}']`;
       const first = optional ?? properties[0];
       const isOptional = `{} extends Pick<${payload}, ${first}> ? true : false`;
       return `expect<Equal<keyof ${payload}, ${properties.join(' | ')}>>();
@@ -173,19 +174,19 @@ const complaintsInPrograms = complaints(PROGRAMS, {
   noUncheckedIndexedAccess: false,
 });
 
-test('the programs of the documents compile, also for who checks their types', () => {
+test('the programs in the documents compile, with type checks too', () => {
   const names = Object.keys(PROGRAMS);
   assert.equal(names.filter((name) => name.startsWith('README')).length, 1);
   assert.ok(names.length > 7);
   for (const name of names) assert.deepEqual(complaintsInPrograms(name), [], PROGRAMS[name]);
 });
 
-test('good uses compile, imported and required', () => {
+test('correct uses compile, imported and required', () => {
   assert.deepEqual(complaintsIn('good_uses.mts'), []);
   assert.deepEqual(complaintsIn('require.cts'), []);
 });
 
-test('each bad use is refused where it is expected, and without its expectation is an error', () => {
+test('each incorrect use is a compile error exactly where it is expected', () => {
   assert.deepEqual(complaintsIn('bad_uses.mts'), []);
   const expected = BAD_USES.flatMap((line, index) => (EXPECTATION.test(line) ? [index + 2] : []));
   assert.ok(expected.length > 40);
@@ -236,14 +237,22 @@ test('the declarations themselves are without error', () => {
   assert.deepEqual(complaintsIn('../../../js/index.d.ts'), []);
 });
 
-test('the members that these tests read out of the declarations are all there are', () => {
+test('these tests find every member of the declarations', () => {
   assert.deepEqual(complaintsIn('members.mts'), []);
+});
+
+test('the options that are declared are those that are checked', () => {
+  const declared = ['Limits', 'WaitOptions', 'FrameOptions'].flatMap(
+    (name) => declarations().get(name).members,
+  );
+  const { OPTION_NAMES } = requireFace('./options.js');
+  assert.deepEqual([...new Set(declared)].sort(), [...OPTION_NAMES].sort());
 });
 
 test('the events and their payloads are those that the addon emits', () => {
   assert.equal(EVENT_SHAPES.length, 14);
   assert.deepEqual(
-    EVENT_SHAPES.map(({ name }) => name).sort(),
+    [...EVENT_SHAPES.map(({ name }) => name), 'participants'].sort(),
     [...requireFace('./index.js').EVENT_NAMES].sort(),
   );
   assert.deepEqual(complaintsIn('events.mts'), []);
@@ -259,8 +268,8 @@ const flat = (text) =>
     .replace(/;? ?$/, '')
     .trim();
 
-// The signatures in `file`, as the reference shows them, by exported name: each member of a class or
-// an interface that is not private, else all of it.
+// The signatures in `file`, as the reference shows them, by exported name: each member of a class
+// or an interface that is not private, else all of it.
 function signatures(file) {
   const found = new Map();
   const source = read(file).replace(/^\/\/.*\n/gm, '');
@@ -296,7 +305,7 @@ test('the API reference has the signatures of the declarations', () => {
   );
 });
 
-test('the API reference has every exported name and member, and nothing else', () => {
+test('the API reference has exactly the exported names and members', () => {
   const documented = new Map();
   for (const line of readLines('docs/api.md')) {
     const heading = /^### `(\w+)`$/.exec(line);

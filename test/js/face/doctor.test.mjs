@@ -1,8 +1,8 @@
-// npx tessel-wrapper: what the doctor looks at, and what it says.
+// npx tessel-wrapper: the checks of the doctor, and their output.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { chmodSync, copyFileSync, cpSync, mkdirSync, writeFileSync } from 'node:fs';
+import { chmodSync, copyFileSync, cpSync, existsSync, mkdirSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
@@ -24,7 +24,7 @@ function run(args, environment = {}) {
 
 const texts = (findings) => findings.map(({ text }) => text);
 
-test('on a good machine it names the node, the addon and the engine', () => {
+test('on a suitable machine the doctor names the node, the addon and the engine', () => {
   const { lines, stderr } = run(['doctor']);
   assert.equal(stderr, '');
   assert.deepEqual(lines.slice(0, 4), [
@@ -39,7 +39,7 @@ test('on a good machine it names the node, the addon and the engine', () => {
   );
 });
 
-test("an addon that cannot be loaded is a problem, with the loader's words", () => {
+test("an addon that cannot be loaded is a problem, reported with the loader's message", () => {
   const { status, lines } = run(['doctor'], { TESSEL_WRAPPER_ADDON: '/nowhere/a.node' });
   assert.equal(status, 1);
   assert.deepEqual(lines.slice(1, 3), [
@@ -48,7 +48,7 @@ test("an addon that cannot be loaded is a problem, with the loader's words", () 
   ]);
 });
 
-test('an engine from elsewhere is named with the reason', (t) => {
+test('an engine from another place is named with the reason', (t) => {
   const directory = temporaryDirectory(t);
   copyFileSync(path.join(build, 'libtesselclient.so'), path.join(directory, 'libtesselclient.so'));
   const { lines } = run(['doctor'], { LD_LIBRARY_PATH: directory });
@@ -58,7 +58,7 @@ test('an engine from elsewhere is named with the reason', (t) => {
   ]);
 });
 
-test('an engine whose path has a space is named with all of it', (t) => {
+test('an engine whose path has a space is named with the whole path', (t) => {
   const directory = path.join(temporaryDirectory(t), 'My Project');
   mkdirSync(directory);
   for (const name of ['tesselWrapper.node', 'libtesselclient.so']) {
@@ -73,7 +73,7 @@ test('an engine whose path has a space is named with all of it', (t) => {
   ]);
 });
 
-test('an old node and another machine are problems, and an untested node a warning', () => {
+test('an old Node.js and another platform are problems, and an untested Node.js is a warning', () => {
   const linux = { platform: 'linux', arch: 'x64' };
   const tested = 'The addon is tested with Node.js 20, 22, 24, 26.';
   for (const [given, rank, advice] of [
@@ -95,7 +95,7 @@ test('an old node and another machine are problems, and an untested node a warni
   }
 });
 
-test('a shared memory without room for one stream is a problem', () => {
+test('a /dev/shm without space for one stream is a problem', () => {
   const bsize = 4096;
   const blocks = 16384;
   assert.deepEqual(checkSpace({ bsize, blocks, bavail: 508 }), {
@@ -108,7 +108,7 @@ test('a shared memory without room for one stream is a problem', () => {
   assert.match(advice, /--shm-size/);
 });
 
-test('a shared memory that is not there, or in which everybody may remove, is a problem', (t) => {
+test('a /dev/shm that is missing, or without the sticky bit, is a problem', (t) => {
   const directory = path.join(temporaryDirectory(t), 'shm');
   assert.match(checkRights(directory).text, /ENOENT/);
   mkdirSync(directory);
@@ -123,7 +123,7 @@ test('a shared memory that is not there, or in which everybody may remove, is a 
   assert.equal(checkRights(directory).rank, 'good');
 });
 
-test('a problem is told by the exit code, a warning is not', () => {
+test('a problem sets the exit code, and a warning does not', () => {
   const findings = [
     { rank: 'good', text: 'fine', advice: 'but look' },
     { rank: 'warning', text: 'left over:\na file' },
@@ -136,7 +136,7 @@ test('a problem is told by the exit code, a warning is not', () => {
   });
 });
 
-test('the build says what it built and what checks it, unless it failed', (t) => {
+test('a successful build prints what it built and how to check it', (t) => {
   const home = temporaryDirectory(t);
   for (const part of ['bin', 'js', 'package.json']) {
     cpSync(path.join(repository, part), path.join(home, part), { recursive: true });
@@ -178,9 +178,28 @@ test('--help prints the usage', () => {
   assert.deepEqual([status, lines], [0, ['usage: tessel-wrapper doctor [--clean] | build', '']]);
 });
 
-test('all of it is examined', () => {
+test('the doctor runs every check', () => {
   assert.equal(examine().length, 6);
   assert.match(texts(examine()).at(-1), /left over/);
+});
+
+test('cleaning is answered also where there are no rights, and asking alone ends with them', (t) => {
+  const directory = path.join(temporaryDirectory(t), 'shm');
+  const { length } = examine({ directory });
+  assert.equal(length, 4);
+  const findings = examine({ directory, cleaning: true });
+  assert.equal(findings.length, length + 1);
+  assert.match(findings.at(-1).text, /^cannot remove what is left over: ENOENT/);
+  assert.equal(findings.at(-1).rank, 'bad');
+  // Where everybody may remove everybody's files, so may this user.
+  mkdirSync(directory);
+  chmodSync(directory, 0o777);
+  const file = path.join(directory, `SHM${'a'.repeat(25)}`);
+  writeFileSync(file, Buffer.alloc(26_572));
+  const [rights, cleaned] = examine({ directory, cleaning: true }).slice(-2);
+  assert.equal(rights.rank, 'bad');
+  assert.deepEqual([cleaned.rank, cleaned.text.split('\n').at(-1)], ['good', file]);
+  assert.equal(existsSync(file), false);
 });
 
 test('anything but its commands is answered with the usage', () => {

@@ -1,6 +1,7 @@
-// Events and answers of a meeting on the scripted engine, which says what the test tells it to.
+// Events and answers of a meeting on the scripted engine, which the test controls.
 
 import assert from 'node:assert/strict';
+import { EventEmitter } from 'node:events';
 import { setImmediate } from 'node:timers/promises';
 import { after, afterEach, before, beforeEach, describe, test } from 'node:test';
 import { inspect } from 'node:util';
@@ -63,12 +64,50 @@ describe('the events of a meeting', () => {
     ]);
   });
 
+  // ---- Participants
+
+  const ADA = {
+    ...{ stream: remote(3), csrc: 7, guid: 'a', name: 'Ada' },
+    ...{ audioMuted: false, videoMuted: true, speaking: false, presenting: true },
+  };
+  const tell = (body) => engine.fire('NotifyEvent', 'participants', body);
+
+  test('the participants are those that the engine told last, and each telling is an event', async () => {
+    const told = meeting.events(['participants', 'eventNotify']);
+    const body = JSON.stringify({ participants: [ADA] });
+    tell(body);
+    assert.deepEqual((await told.next()).value, ['participants', [ADA]]);
+    assert.deepEqual(meeting.participants, [ADA]);
+    assert.deepEqual((await told.next()).value, [
+      'eventNotify',
+      { eventName: 'participants', eventBody: body },
+    ]);
+    const nobody = meeting.waitFor('participants', { where: (all) => all.length === 0 });
+    tell('{"participants":[]}');
+    assert.deepEqual(await nobody, []);
+    assert.deepEqual(meeting.participants, []);
+    await told.return();
+  });
+
+  test('what is no list of participants changes none', async () => {
+    const told = [];
+    const listener = (participants) => told.push(participants);
+    meeting.on('participants', listener);
+    tell(JSON.stringify({ participants: [ADA] }));
+    for (const body of ['', 'nobody', 'null', '[]', '{}', '{"participants":{}}']) tell(body);
+    engine.fire('NotifyEvent', 'others', '{"participants":[]}');
+    await meeting.waitFor('eventNotify', { where: ({ eventName }) => eventName === 'others' });
+    meeting.off('participants', listener);
+    assert.deepEqual(told, [[ADA]]);
+    assert.deepEqual(meeting.participants, [ADA]);
+  });
+
   test('names of events that there are not are refused', async () => {
     const isRefusal = (error) => {
       assert.ok(error instanceof TypeError);
       assert.match(
         error.message,
-        /^Unknown event streamadded, expected one of streamAdded, .*VOQI$/,
+        /^Unknown event streamadded, expected one of streamAdded, .*VOQI, participants$/,
       );
       return true;
     };
@@ -88,7 +127,7 @@ describe('the events of a meeting', () => {
     }
   });
 
-  test('a timeout that is no time is refused, and the engine is not asked', async () => {
+  test('an invalid timeout is rejected, and the engine is not called', async () => {
     for (const timeout of ['100', Number.NaN, -1, 2 ** 31, Infinity, null]) {
       const refusal = {
         name: 'TypeError',
@@ -102,7 +141,9 @@ describe('the events of a meeting', () => {
   });
 
   test('a signal that is none is refused, and the engine is not asked', async () => {
-    for (const signal of ['now', null, new AbortController()]) {
+    const emitter = new EventTarget();
+    Object.assign(emitter, { aborted: false, throwIfAborted() {} });
+    for (const signal of ['now', null, new AbortController(), { aborted: false }, emitter]) {
       const refusal = {
         name: 'TypeError',
         message: `Wrong signal ${inspect(signal, { depth: 0 })}, expected an AbortSignal`,
@@ -113,9 +154,44 @@ describe('the events of a meeting', () => {
       await assert.rejects(meeting.enterWidgetMode(remote(0), { signal }), refusal);
       assert.throws(() => meeting.events(['micLevel'], { signal }), refusal);
       assert.throws(() => meeting.frames({ type: 'remote', streamIndex: 0 }, { signal }), refusal);
+      for (const ask of Object.values(ENDINGS)) await assert.rejects(ask({ signal }), refusal);
     }
     assert.deepEqual(engine.operations(), []);
   });
+
+  test('events with a signal that is none has not begun to listen', (t) => {
+    const { mock } = t.mock.method(EventEmitter.prototype, 'prependListener');
+    meeting.events(['micLevel']).return();
+    assert.equal(mock.callCount(), 1);
+    assert.throws(() => meeting.events(['micLevel'], { signal: { aborted: false } }));
+    assert.equal(mock.callCount(), 1);
+  });
+
+  // What settles at once when there is nothing to end.
+  const ENDINGS = {
+    leave: (limits) => meeting.leave(limits),
+    stopPresentation: (limits) => meeting.stopPresentation(limits),
+    releaseContentShareToken: (limits) => meeting.releaseContentShareToken(limits),
+  };
+
+  for (const [name, ask] of Object.entries(ENDINGS)) {
+    test(`${name} with a signal that was aborted before rejects, and the engine is not asked`, async () => {
+      const given = (signal) => assert.rejects(ask({ signal }), { name: 'AbortError' });
+      await given(AbortSignal.abort());
+      assert.deepEqual(engine.operations(), []);
+      await join();
+      // So that there may be something to end.
+      for (const begun of [
+        meeting.requestContentShareToken(),
+        meeting.startPresentation({ type: 'screen' }),
+      ]) {
+        begun.catch(() => {});
+      }
+      const before = engine.operations();
+      await given(AbortSignal.abort());
+      assert.deepEqual(engine.operations(), before);
+    });
+  }
 
   test('options that are none, or misspelt, are refused, and the engine is not asked', async () => {
     const stream = remote(0);
@@ -162,7 +238,7 @@ describe('the events of a meeting', () => {
     assert.deepEqual(engine.operations(), []);
   });
 
-  test('options that are undefined are left out', async () => {
+  test('undefined options have their defaults', async () => {
     const nothing = { signal: undefined, timeout: undefined, timeOut: undefined };
     const level = meeting.waitFor('micLevel', { ...nothing, where: undefined });
     engine.fire('NotifyMicLevel', 1);
@@ -170,7 +246,7 @@ describe('the events of a meeting', () => {
     assert.equal(await meeting.leave(nothing), undefined);
   });
 
-  test('streams that are none are refused where they are given', async () => {
+  test('invalid streams are rejected by the method that gets them', async () => {
     for (const [stream, message] of [
       ['remote', "Wrong stream 'remote', expected an object: { type: 'remote', streamIndex: 0 }"],
       [undefined, "Wrong stream undefined, expected an object: { type: 'remote', streamIndex: 0 }"],
@@ -195,7 +271,7 @@ describe('the events of a meeting', () => {
     assert.deepEqual(engine.operations(), []);
   });
 
-  test('a leave and a share that take too long say so', async () => {
+  test('leave and share reject with a TimeoutError that names the operation', async () => {
     await join();
     await assert.rejects(meeting.requestContentShareToken({ timeout: 0 }), {
       name: 'TimeoutError',
@@ -209,7 +285,7 @@ describe('the events of a meeting', () => {
 
   // ---- waitFor
 
-  test('waitFor settles with the next payload that counts', async () => {
+  test('waitFor resolves with the next payload that its condition accepts', async () => {
     const any = meeting.waitFor('streamAdded');
     const third = meeting.waitFor('streamAdded', { where: ({ streamIndex }) => streamIndex === 3 });
     for (const streamIndex of [1, 2, 3]) added(streamIndex);
@@ -217,7 +293,7 @@ describe('the events of a meeting', () => {
     assert.equal((await third).streamIndex, 3);
   });
 
-  test('an event between two awaits is not lost when it was waited for before', async () => {
+  test('an event between two awaits is not lost when the wait began before the first await', async () => {
     const status = meeting.waitFor('callConnectionStatus');
     const stream = meeting.waitFor('streamAdded');
     added(1);
@@ -233,7 +309,7 @@ describe('the events of a meeting', () => {
     assert.deepEqual(await meeting.waitFor('deviceChange'), { id: 'camera', type: 'video' });
   });
 
-  test('waitFor rejects when its time is over, or its signal aborted, now or before', async () => {
+  test('waitFor rejects when its timeout expires or its signal is aborted, even before the call', async () => {
     await assert.rejects(meeting.waitFor('micLevel', { timeout: 0 }), (error) => {
       assert.ok(error instanceof TimeoutError);
       assert.deepEqual([error.name, error.message], ['TimeoutError', 'No micLevel within 0 ms']);
@@ -249,7 +325,7 @@ describe('the events of a meeting', () => {
     );
   });
 
-  test('a listener that throws keeps no wait from its event', () => {
+  test('a listener that throws does not keep a wait from its event', () => {
     const child = runInChild(
       async (scripted, { openMeeting: open }, { say }) => {
         const other = await open();
@@ -274,7 +350,7 @@ describe('the events of a meeting', () => {
     assert.deepEqual(child.said, ['mine', '{"level":1}']);
   });
 
-  test('what where throws rejects the wait', async () => {
+  test('an exception from the condition of waitFor rejects the wait', async () => {
     const waiting = meeting.waitFor('micLevel', {
       where: () => {
         throw new Error('mine');
@@ -284,7 +360,7 @@ describe('the events of a meeting', () => {
     await assert.rejects(waiting, { message: 'mine' });
   });
 
-  test('any number of waits is no reason to warn', async () => {
+  test('any number of waits causes no warning', async () => {
     let warning;
     process.once('warning', (given) => (warning = given));
     const { signal } = new AbortController();
@@ -296,7 +372,7 @@ describe('the events of a meeting', () => {
 
   // ---- events
 
-  test('events keeps the order of several names, and what is not asked for yet', async () => {
+  test('events() keeps the order across several names, and queues events until they are requested', async () => {
     const events = meeting.events(['micLevel', 'streamAdded']);
     engine.fire('NotifyMicLevel', 1);
     added(1);
@@ -316,7 +392,7 @@ describe('the events of a meeting', () => {
     assert.deepEqual(await events.next(), { done: true, value: undefined });
   });
 
-  test('a name that is given twice counts once', async () => {
+  test('an event name that is given twice counts once', async () => {
     const events = meeting.events(['micLevel', 'micLevel']);
     for (const level of [1, 2]) engine.fire('NotifyMicLevel', level);
     assert.equal((await events.next()).value[1].level, 1);
@@ -324,7 +400,7 @@ describe('the events of a meeting', () => {
     await events.return();
   });
 
-  test('several events can be asked for before they come', async () => {
+  test('several events can be requested before they arrive', async () => {
     const events = meeting.events(['micLevel']);
     const asked = [events.next(), events.next()];
     for (const level of [1, 2]) engine.fire('NotifyMicLevel', level);
@@ -338,7 +414,7 @@ describe('the events of a meeting', () => {
     assert.deepEqual(await last, { done: true, value: undefined });
   });
 
-  test('events throws the reason of its signal, after what had come', async () => {
+  test('events() delivers what had arrived, then throws the reason of its signal', async () => {
     const controller = new AbortController();
     const events = meeting.events(['micLevel'], { signal: controller.signal });
     engine.fire('NotifyMicLevel', 1);
@@ -350,7 +426,7 @@ describe('the events of a meeting', () => {
     await assert.rejects(early.next(), { message: 'never' });
   });
 
-  test('a loop over events that is left ends well, also when its signal was aborted in it', async () => {
+  test('a loop over events can be left, even after its signal was aborted in the loop body', async () => {
     const controller = new AbortController();
     const events = meeting.events(['micLevel'], { signal: controller.signal });
     for (const level of [1, 2]) engine.fire('NotifyMicLevel', level);
@@ -364,7 +440,7 @@ describe('the events of a meeting', () => {
     assert.deepEqual(await events.next(), { done: true, value: undefined });
   });
 
-  test('streams has what was told about a stream last, when its listeners are called', async () => {
+  test('streams is up to date when the listeners of a stream event are called', async () => {
     const listed = () => meeting.streams.filter(({ streamIndex }) => streamIndex >= 40);
     const seen = [];
     const where = () => seen.push(listed()) === 3;
@@ -385,7 +461,7 @@ describe('the events of a meeting', () => {
 
   // ---- Answers
 
-  test('a join is refused by the disconnect that follows its status, or comes without one', async () => {
+  test('a join rejects on the disconnect event, with or without a status event before it', async () => {
     for (const statuses of [[false], []]) {
       const joining = meeting.join({ uri: 'scripted' });
       for (const connected of statuses) engine.fire('NotifyCallConnectionStatus', connected);
@@ -398,7 +474,7 @@ describe('the events of a meeting', () => {
     }
   });
 
-  test('a join sends the whole record', async () => {
+  test('a join passes the whole record to the engine', async () => {
     const turnServer = {
       protocol: 'udp',
       fqdn: 'relay.example',
@@ -421,7 +497,7 @@ describe('the events of a meeting', () => {
     assert.equal(params.turnServers[0].password, 'secret');
   });
 
-  test('a share that fails says what was to be shared', async () => {
+  test('the error of a failed share names the source', async () => {
     await join();
     for (const [share, what] of [
       [{ type: 'screen', screenId: 7 }, 'screen 7'],
@@ -437,7 +513,7 @@ describe('the events of a meeting', () => {
     }
   });
 
-  test('every status has its promise', async () => {
+  test('every status settles its promise', async () => {
     await join();
     const ask = {
       token: () => meeting.requestContentShareToken(),
@@ -478,6 +554,22 @@ describe('the events of a meeting', () => {
     );
   });
 
+  test('what cannot enter widget mode is refused before the wait for the next second', async (t) => {
+    mockClocks(t, { apis: ['Date'], now: Date.now() });
+    added(50);
+    await meeting.waitFor('streamAdded');
+    // The second one would wait for ever: the clock stands still.
+    for (let attempt = 0; attempt < 2; attempt += 1) {
+      await assert.rejects(meeting.enterWidgetMode(remote(50)), {
+        name: 'RangeError',
+        message:
+          'The stream remote-50 cannot enter widget mode: that is for remote streams from 0 to 49',
+      });
+    }
+    engine.fire('NotifyStreamRemoved', remote(50), 7);
+    await meeting.waitFor('streamRemoved');
+  });
+
   test('a share that the end of the call overtakes rejects with that', async () => {
     await join();
     const answer = meeting.requestContentShareToken();
@@ -490,7 +582,7 @@ describe('the events of a meeting', () => {
     await setImmediate();
   };
 
-  test('a join that waits for the end of the last call has one limit for both', async (t) => {
+  test('a join that first waits for the end of the last call has one timeout for both', async (t) => {
     await join();
     const left = meeting.leave();
     mockClocks(t, { apis: ['setTimeout'] });
@@ -509,7 +601,7 @@ describe('the events of a meeting', () => {
     assert.equal(engine.operations().at(-1), 'DisconnectCall');
   });
 
-  test('of two joins that wait for the end of the last call one is refused', async () => {
+  test('of two joins that wait for the end of the last call the second is rejected', async () => {
     await join();
     const left = meeting.leave();
     const outcomes = Promise.allSettled([
@@ -524,7 +616,7 @@ describe('the events of a meeting', () => {
     assert.equal(engine.operations().filter((name) => name === 'ConnectCall').length, 2);
   });
 
-  test('what is undefined in a join is left out', async () => {
+  test('undefined properties of a join have their defaults', async () => {
     const joining = meeting.join({
       uri: 'scripted',
       maxBandwidth: undefined,
@@ -538,7 +630,7 @@ describe('the events of a meeting', () => {
     assert.equal(params.mediaStreamState.outgoingAudioMuted, true);
   });
 
-  // Asks, and gives up at once.
+  // Requests it, and aborts at once.
   const giveUp = (ask) => assert.rejects(ask({ timeout: 0 }), { name: 'TimeoutError' });
   const start = (limits) => meeting.startPresentation({ type: 'screen' }, limits);
   const sharing = () => engine.operations().filter((name) => /Presentation|Token/.test(name));
@@ -560,7 +652,7 @@ describe('the events of a meeting', () => {
       { begun: GRANTED, refused: DENIED, over: RELINQUISHED },
     ],
   ]) {
-    test(`${what} that was given up is ended also before its answer has come`, async () => {
+    test(`${what} that was aborted is ended even before its answer has arrived`, async () => {
       await join();
       await giveUp(begin);
       let isOver = false;
@@ -575,7 +667,7 @@ describe('the events of a meeting', () => {
       assert.deepEqual(sharing(), operations);
     });
 
-    test(`${what} that was given up, and refused later, needs no other end`, async () => {
+    test(`${what} that was aborted and then refused by the engine is not ended again`, async () => {
       await join();
       await giveUp(begin);
       const ended = end();
@@ -586,7 +678,7 @@ describe('the events of a meeting', () => {
     });
   }
 
-  test('a share that is refused leaves the one before, which can be stopped', async () => {
+  test('a refused share leaves the previous share active, which can be stopped', async () => {
     await join();
     for (const status of [STARTED, FAILED]) {
       const answer = start().catch(({ name }) => name);
@@ -599,7 +691,7 @@ describe('the events of a meeting', () => {
     assert.equal(sharing().at(-1), 'StopPresentation');
   });
 
-  test('an end answers what was asked before it, and not the share asked for after it', async () => {
+  test('the end of a share settles the requests before it, not a share requested after it', async () => {
     await join();
     await giveUp(start);
     const stopped = meeting.stopPresentation();
@@ -612,7 +704,7 @@ describe('the events of a meeting', () => {
     await again;
   });
 
-  test('a share that the engine cancels for its end is over', async () => {
+  test('a share that the engine cancels is over', async () => {
     await join();
     await giveUp(start);
     const stopped = meeting.stopPresentation();
@@ -622,7 +714,7 @@ describe('the events of a meeting', () => {
     assert.deepEqual(sharing(), ['StartPresentation', 'StopPresentation']);
   });
 
-  test('the end of the call ends share and token, whether the engine says so or not', async () => {
+  test('the end of the call ends share and token, whether the engine notifies it or not', async () => {
     await join();
     for (const [ask, status] of [
       [(limits) => meeting.requestContentShareToken(limits), GRANTED],
@@ -640,7 +732,7 @@ describe('the events of a meeting', () => {
     assert.deepEqual(engine.operations(), []);
   });
 
-  test('a share can be given up, and the answer that comes later is kept in mind', async () => {
+  test('a share can be aborted, and its late answer is still taken into account', async () => {
     await join();
     const controller = new AbortController();
     const answer = meeting.startPresentation({ type: 'screen' }, { signal: controller.signal });
@@ -654,7 +746,7 @@ describe('the events of a meeting', () => {
     assert.ok(engine.operations().includes('StopPresentation'));
   });
 
-  test('what the engine throws rejects, and the next try is as if nothing had been', async () => {
+  test('an exception from the engine rejects the call and does not affect the next one', async () => {
     const failing = async (operation, attempt) => {
       engine.failOperation(operation, { throws: 'no network' });
       await assert.rejects(attempt, { message: 'no network' });

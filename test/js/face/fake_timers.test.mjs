@@ -1,5 +1,5 @@
-// Meetings under the fake timers of tests: their clocks and waits are the system's all the same. In
-// processes of their own, since the fakes also stop the one that runs these tests.
+// Meetings under the fake timers of tests: their clocks and waits are still the system's. In
+// separate processes, since the fake timers also stop the process that runs these tests.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -9,9 +9,8 @@ import '../../support/face.mjs'; // names the addon for the processes
 
 const MODULES = ['./support/face.mjs', './support/child.mjs'];
 
-// What takes the place of the timers, and begins at 0: those of node's own test runner, and those of
-// the package that other test runners have theirs from. They leave the face alone which is loaded
-// before them.
+// The fake timers, which begin at 0: those of Node.js's test runner, and those of the package that
+// other test runners use. They do not affect the package, which is loaded before them.
 const FAKES = {
   'node:test': "require('node:test').mock.timers.enable({ now: 0 })",
   '@sinonjs/fake-timers': "require('@sinonjs/fake-timers').install({ now: 0 })",
@@ -48,7 +47,7 @@ for (const [name, fake] of Object.entries(FAKES)) {
   });
 }
 
-test('fake time that passes makes no wait shorter', () => {
+test('advancing fake timers shortens no wait', () => {
   const child = runFaked(
     "require('@sinonjs/fake-timers').install()",
     async ({ joinMeeting }, { say }, install) => {

@@ -1,4 +1,4 @@
-// A meeting's frames: their rate, their end, their count, and taking them out.
+// A meeting's frames: their rate, their end, their counters, and their copies.
 
 import assert from 'node:assert/strict';
 import { setImmediate } from 'node:timers/promises';
@@ -38,7 +38,7 @@ describe('the frames of a meeting', () => {
     engine.setFrame(STREAM, { ...SIZE, frameId, noUpdate: false, ...answer });
   const clear = () => engine.setFrame(STREAM, { noUpdate: true, clearFrame: true });
 
-  // Asks for the next frame, which comes when it is shown and not while nothing is new; ends the loop.
+  // Requests the next frame, which arrives after it is shown and not before; ends the loop.
   async function expectNothingUntilShown(frames, frameId) {
     engine.clearCalls();
     const next = frames.next();
@@ -62,14 +62,14 @@ describe('the frames of a meeting', () => {
     return counters().map((count, index) => count - before[index]);
   }
 
-  test('each frame is the newest one, and those before it are counted as skipped', async () => {
+  test('each frame is the newest one, and the missed ones are counted as skipped', async () => {
     const ids = [];
     const counts = await counted(async () => {
       show(5);
       for await (const frame of meeting.frames(STREAM, { rate: 500 })) {
         ids.push(frame.frameId);
         if (frame.frameId === 10) break;
-        // Two more have come before the next is asked for.
+        // Two more frames arrive before the next one is requested.
         show(frame.frameId === 5 ? 6 : 9);
         show(frame.frameId === 5 ? 7 : 10);
       }
@@ -78,7 +78,7 @@ describe('the frames of a meeting', () => {
     assert.deepEqual(counts, [3, 3, 3]);
   });
 
-  test('a frame has the time at which the loop got it, on the clock of performance.now()', async () => {
+  test('a frame has the time at which the loop got it, as performance.now() measures it', async () => {
     show(1);
     let last = performance.now();
     for await (const { frameId, receivedAt } of meeting.frames(STREAM, { rate: 1000 })) {
@@ -98,7 +98,7 @@ describe('the frames of a meeting', () => {
     await expectNothingUntilShown(frames, 2);
   });
 
-  test('a frame is in hand until the next is asked for, whatever becomes of the loop', async () => {
+  test('a frame counts as held until the next is requested, even when the loop is left', async () => {
     show(1);
     const counts = await counted(async () => {
       const loop = (async () => {
@@ -114,7 +114,7 @@ describe('the frames of a meeting', () => {
     assert.deepEqual(inHand, [1, 0, 0]);
   });
 
-  test('the planes are valid in the body, also after it has waited', async () => {
+  test('the planes are valid in the loop body, even after an await', async () => {
     show(4);
     for await (const frame of meeting.frames(STREAM)) {
       await setImmediate();
@@ -123,7 +123,7 @@ describe('the frames of a meeting', () => {
     }
   });
 
-  test('a stream that shows nothing any more is told once after a picture, and not before', async () => {
+  test('a stream without a picture is reported once after a picture, and never before the first', async () => {
     clear();
     const frames = meeting.frames(STREAM, { rate: 1000 });
     const first = frames.next();
@@ -137,7 +137,7 @@ describe('the frames of a meeting', () => {
     await expectNothingUntilShown(frames, 2);
   });
 
-  test('the loop ends when its stream is gone', async () => {
+  test('the loop ends when its stream is removed', async () => {
     show(1);
     const counts = await counted(async () => {
       for await (const frame of meeting.frames(STREAM)) {
@@ -148,7 +148,7 @@ describe('the frames of a meeting', () => {
     assert.deepEqual(counts, [1, 0, 1]);
   });
 
-  test('the loop ends when another stream has taken the place of its own', async () => {
+  test('the loop ends when another stream replaces its own', async () => {
     show(50);
     const counts = await counted(async () => {
       for await (const frame of meeting.frames(STREAM)) {
@@ -161,7 +161,7 @@ describe('the frames of a meeting', () => {
     assert.deepEqual(counts, [1, 0, 1]);
   });
 
-  test('a stream that is not there is asked for once, until it is there', async (t) => {
+  test('the engine is asked once for a missing stream, until it is added', async (t) => {
     mockClocks(t, { apis: ['setTimeout'] });
     const other = { type: 'remote', streamIndex: 9 };
     const frames = meeting.frames(other);
@@ -185,7 +185,7 @@ describe('the frames of a meeting', () => {
     assert.deepEqual(await ended, { done: true, value: undefined });
   });
 
-  test('a stream that is not there is waited for until the signal', async () => {
+  test('the loop waits for a missing stream until its signal is aborted', async () => {
     const controller = new AbortController();
     const other = { type: 'remote', streamIndex: 9 };
     const next = meeting.frames(other, { signal: controller.signal, rate: 1000 }).next();
@@ -195,7 +195,7 @@ describe('the frames of a meeting', () => {
     await assert.rejects(next, { message: 'enough' });
   });
 
-  test("the camera's stream has frames without being announced", async () => {
+  test('the local stream has frames without a stream event', async () => {
     const local = { type: 'local', streamIndex: 0 };
     const frames = meeting.frames(local, { rate: 1000 });
     const next = frames.next();
@@ -206,7 +206,7 @@ describe('the frames of a meeting', () => {
     await frames.return();
   });
 
-  test('a stream that is not there yet is waited for', async () => {
+  test('the loop waits for a stream that is added later', async () => {
     const other = { type: 'content', streamIndex: 0 };
     const frames = meeting.frames(other, { rate: 1000 });
     const first = frames.next();
@@ -233,7 +233,7 @@ describe('the frames of a meeting', () => {
     await assert.rejects(aborted.next(), { message: 'never' });
   });
 
-  test('a rate that is no positive number is refused at once', () => {
+  test('a rate that is not a positive number is rejected at once', () => {
     for (const rate of [0, -1, Number.NaN]) {
       assert.throws(() => meeting.frames(STREAM, { rate }), {
         name: 'RangeError',
@@ -255,7 +255,7 @@ describe('the frames of a meeting', () => {
     ['return', (frames) => frames.return(), { done: true, value: undefined }],
     ['throw', (frames) => frames.throw(new Error('mine')), 'mine'],
   ]) {
-    test(`${name} ends a loop at once that waits for its stream or a frame`, async () => {
+    test(`${name} ends at once a loop that waits for its stream or a frame`, async () => {
       for (const stream of [{ type: 'remote', streamIndex: 9 }, STREAM]) {
         clear();
         engine.clearCalls();
@@ -270,7 +270,7 @@ describe('the frames of a meeting', () => {
     });
   }
 
-  test('the counters are seen in one place', async () => {
+  test('frameCounters() lists the counters of the process', async () => {
     show(1);
     for await (const frame of meeting.frames(STREAM)) {
       assert.equal(frame.frameId, 1);
@@ -283,7 +283,7 @@ describe('the frames of a meeting', () => {
     assert.deepEqual([row.owner, row.stream], ['meeting 1', 'remote-3']);
   });
 
-  test('a frame whose planes were taken back is refused', async () => {
+  test('copying a frame whose planes are no longer valid is rejected', async () => {
     show(1);
     const first = meeting.wrapper.getFrame(STREAM, 0);
     show(2);
@@ -298,11 +298,11 @@ describe('the frames of a meeting', () => {
 
 // ---- The pace
 
-test('a rate of one frame in years waits as long as a timer can', () => {
+test('a rate of one frame in years waits for the longest delay of a timer', () => {
   assert.equal(new Pace(1e-10).next(true), 2 ** 31 - 1);
 });
 
-test('a frame is due a period after the one before, or at once when that is over', (t) => {
+test('a frame is due one period after the previous one, or at once when that time has passed', (t) => {
   let now = 1000;
   t.mock.method(requireFace('./clocks.js'), 'monotonicTime', () => now);
   const pace = new Pace(10);
@@ -321,7 +321,7 @@ test('a frame is due a period after the one before, or at once when that is over
   assert.equal(pace.next(true), 99);
 });
 
-// ---- Taking frames out
+// ---- Copying frames
 
 // A frame of 3 by 3 with rows of 4 bytes, 2 by 2 chroma with rows of 3.
 const odd = () => ({
@@ -346,7 +346,7 @@ test('copyI420 packs the planes tightly', () => {
   assert.deepEqual([...copyI420(odd())], packed);
 });
 
-test('both copies go into the first bytes of a target, and return that part as its class', () => {
+test("both copy functions fill the first bytes of a target, and return that part in the target's class", () => {
   for (const copy of [copyI420, copyRgba]) {
     const expected = [...copy(odd())];
     const size = expected.length;
@@ -371,7 +371,7 @@ test('both copies go into the first bytes of a target, and return that part as i
   }
 });
 
-test('neither copy takes a target that has other elements than bytes', () => {
+test('neither copy function accepts a target whose elements are not bytes', () => {
   const others = [new Float32Array(99), new Int8Array(99), new ArrayBuffer(99), [1], null, {}, 'a'];
   for (const copy of [copyI420, copyRgba]) {
     for (const target of others) {
@@ -383,12 +383,12 @@ test('neither copy takes a target that has other elements than bytes', () => {
   }
 });
 
-test('without a target copyI420 makes a Uint8Array, and copyRgba what ImageData takes', () => {
+test('without a target copyI420 returns a Uint8Array, and copyRgba an array for ImageData', () => {
   assert.equal(copyI420(odd(), undefined).constructor, Uint8Array);
   assert.equal(copyRgba(odd(), undefined).constructor, Uint8ClampedArray);
 });
 
-test('what has no picture is refused', () => {
+test('a frame without a picture is rejected', () => {
   const withoutPicture = { noUpdate: true, clearFrame: true, frameId: 0, csrc: 0 };
   const { vPlaneBuffer, ...withoutPlane } = odd();
   assert.equal(vPlaneBuffer.length, 4);
@@ -435,7 +435,7 @@ test('copyRgba converts limited range BT.601, and clamps into any target', () =>
   }
 });
 
-test('each pixel has its own row, column and chroma', () => {
+test('copyRgba reads each pixel from its own row, column and chroma', () => {
   const rgba = copyRgba(odd());
   const grey = ({ y, u, v }) =>
     [y + 1.596 * v, y - 0.392 * u - 0.813 * v, y + 2.017 * u].map((value) =>

@@ -1,7 +1,8 @@
 // The examples of the guide: each is a program that runs to its end.
 
 import assert from 'node:assert/strict';
-import { spawnSync } from 'node:child_process';
+import { spawn, spawnSync } from 'node:child_process';
+import { once } from 'node:events';
 import { existsSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
@@ -37,7 +38,7 @@ const BUNDLERS = ['esbuild.mjs', 'rollup.config.mjs', 'webpack.config.mjs', 'vit
 
 for (const [name, source] of examples) writeFileSync(path.join(directory, name), source);
 
-test('every example in JavaScript is known here, and has a name', () => {
+test('every JavaScript example of the guide has a name and is tested', () => {
   assert.deepEqual(
     [...examples.keys()].sort(),
     [...Object.keys(OUTPUT), ...PARTS, ...TESTED_APART, ...BUNDLERS].sort(),
@@ -57,8 +58,8 @@ function run(name) {
   });
 }
 
-// Runs it to its end, which is without an error, and expects these lines among its output, which it
-// answers with.
+// Runs it, expects it to end without an error with these lines in its output, and returns the
+// output.
 function expectRun(name, lines) {
   const { status, signal, stdout, stderr } = run(name);
   assert.deepEqual([status, signal, stderr], [0, null, '']);
@@ -68,7 +69,7 @@ function expectRun(name, lines) {
 }
 
 for (const [name, lines] of Object.entries(OUTPUT)) {
-  test(`${name} runs and says what it should`, () => expectRun(name, lines));
+  test(`${name} runs and prints the expected lines`, () => expectRun(name, lines));
 }
 
 const NATIVE_LINE = /^TesselWrapper::TesselWrapper Params params.szLogPath: \/tmp$/m;
@@ -104,7 +105,7 @@ function joinAndEndBy(signal, { withHandler }) {
   return { status: child.status, signal: child.signal, left: left.length };
 }
 
-test('the handler of join.mjs removes the names that a signal would leave', () => {
+test('the signal handler of join.mjs removes the names in /dev/shm', () => {
   for (const [signal, number] of [
     ['SIGINT', 2],
     ['SIGTERM', 15],
@@ -128,7 +129,7 @@ for (const [moment, statement, terminating, lines] of [
   ['joins', 'timeout: 100', 'timeout: (terminate(), 2 ** 31 - 1)', []],
   ['shows frames', '>= 10) break', '>= 10) terminate()', ['in hand: remote-0 0']],
 ]) {
-  test(`production.mjs ends well when it is terminated while it ${moment}`, () => {
+  test(`production.mjs ends cleanly when it is terminated while it ${moment}`, () => {
     const source = examples.get('production.mjs');
     assert.ok(source.includes(statement));
     const terminate =
@@ -150,7 +151,8 @@ function luminanceOf(recording) {
   );
 }
 
-// The number of the test card in a picture that was scaled up from this height; 'black' without one.
+// The number of the test card in a picture that was scaled up from this height; 'black' without
+// one.
 function cardIn(luminance, height) {
   if (luminance.every((value) => value < 24)) return 'black';
   const scale = 360 / height;
@@ -162,6 +164,9 @@ function cardIn(luminance, height) {
   }
   return readCard({ width, height, yPlaneBuffer, yPlaneBufferStride: width })?.number;
 }
+
+// A sanitizer's runtime is for node alone.
+const NODE_ALONE = { '{ stdio:': "{ env: { ...process.env, LD_PRELOAD: '' }, stdio:" };
 
 test('recorder.mjs keeps its rate through a mute and a change of size', () => {
   const small = `{
@@ -185,8 +190,7 @@ test('recorder.mjs keeps its rate through a mute and a change of size', () => {
       }`,
     'let written = 0;': 'let smallOnes = 0; let written = 0;',
     '&leave=0@3': '',
-    // A sanitizer's runtime is for node alone.
-    '{ stdio:': "{ env: { ...process.env, LD_PRELOAD: '' }, stdio:",
+    ...NODE_ALONE,
   });
   writeFileSync(path.join(directory, 'recorded.mjs'), source);
   const said = expectRun('recorded.mjs', []);
@@ -206,4 +210,45 @@ test('recorder.mjs keeps its rate through a mute and a change of size', () => {
       assert.equal(cardIn(picture, height || 360), height === 0 ? 'black' : number);
     }
   });
+});
+
+for (const [what, replacements, ending] of [
+  ['fails', { "'libx264'": "'nothing'" }, 'Error: ffmpeg ended with 1'],
+  [
+    'is killed',
+    { 'return { width,': "ffmpeg.kill('SIGKILL'); return { width," },
+    'Error: ffmpeg ended with SIGKILL',
+  ],
+  ['is not there', { "'ffmpeg',": "'no-ffmpeg'," }, 'Error: spawn no-ffmpeg ENOENT'],
+]) {
+  test(`recorder.mjs fails when ffmpeg ${what}`, () => {
+    const source = variant('recorder.mjs', { '&leave=0@3': '', ...NODE_ALONE, ...replacements });
+    writeFileSync(path.join(directory, 'failing.mjs'), source);
+    const { status, stdout, stderr } = run('failing.mjs');
+    assert.equal(status, 1, stderr);
+    assert.ok(stderr.includes(ending), stderr);
+    assert.deepEqual(filesNamedIn(stdout.split('\n')).filter(existsSync), []);
+  });
+}
+
+test('recorder.mjs ends well by Ctrl-C, which a terminal sends to all of its group', async () => {
+  const source = variant('recorder.mjs', {
+    '&leave=0@3': '',
+    ...NODE_ALONE,
+    'start ??= frame.receivedAt;': `
+      start ??= frame.receivedAt;
+      if (written >= 10) process.kill(-process.pid, 'SIGINT');`,
+  });
+  const file = path.join(directory, 'interrupted.mjs');
+  writeFileSync(file, source);
+  // The first of a group of its own.
+  const child = spawn(process.execPath, [file], { cwd: directory, detached: true });
+  let said = '';
+  child.stdout.on('data', (data) => (said += data));
+  let complaints = '';
+  child.stderr.on('data', (data) => (complaints += data));
+  const outcome = await once(child, 'close');
+  assert.deepEqual([...outcome, complaints], [0, null, '']);
+  const [, written] = said.match(/^pictures: (\d+)$/m);
+  assert.equal(luminanceOf(path.join(directory, 'recording.ts')).length, Number(written));
 });

@@ -1,5 +1,5 @@
-// What console.log shows of meetings, widgets, loops over events and frames, and how a meeting that
-// nobody closed is found.
+// The output of console.log for meetings, widgets, event loops and frames, and how to find a
+// meeting that was not closed.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -16,7 +16,7 @@ const shown = (value) =>
     .split('\n')
     .map((line) => line.trim().replace(/(csrc|receivedAt|frameId): [\d.]+/, '$1: N'));
 
-test('a meeting shows its call, its streams and its counters', async (t) => {
+test('an inspected meeting shows its call, its streams and its counters', async (t) => {
   const meeting = await openMeeting(t);
   const owner = /owner: '(meeting \d+)'/.exec(inspect(meeting))[1];
   assert.deepEqual(shown(meeting), [
@@ -51,7 +51,7 @@ test('a meeting shows its call, its streams and its counters', async (t) => {
   assert.deepEqual(shown(meeting).slice(2), ['isClosed: true,', ...properties.slice(5), '}', '}']);
 });
 
-test('a widget shows its counters', async (t) => {
+test('an inspected widget shows its counters', async (t) => {
   const meeting = await joinMeeting(t, 'tessel:demo?participants=1', 1);
   const widget = new face.Widget(await meeting.enterWidgetMode(REMOTE));
   t.after(() => widget.close());
@@ -86,7 +86,7 @@ const PLANES = [
   '}',
 ];
 
-test('a loop over events shows what it is about, and what waits in it', async (t) => {
+test('an inspected event loop shows its event names and its queued events', async (t) => {
   const meeting = await joinMeeting(t, 'tessel:demo?participants=0');
   const events = meeting.events(['micLevel', 'callDisconnect', 'micLevel']);
   await meeting.leave();
@@ -98,7 +98,7 @@ test('a loop over events shows what it is about, and what waits in it', async (t
   assert.match(inspect(events), /arrived: 0, isEnded: true \}$/);
 });
 
-test('a frame shows the sizes of its planes, and when they are no longer valid', async (t) => {
+test('an inspected frame shows the sizes of its planes, or that they are no longer valid', async (t) => {
   const meeting = await joinMeeting(t, 'tessel:demo?participants=1&videomute=0@0.3');
   let first;
   for await (const frame of meeting.frames(REMOTE)) {
@@ -135,7 +135,7 @@ test('a frame shows the sizes of its planes, and when they are no longer valid',
   assert.equal('receivedAt' in frame, false);
 });
 
-test('a meeting that is not closed is an open resource that tells where it was opened', () => {
+test('an open meeting is an active resource that shows where it was opened', () => {
   const child = runInChild(
     async ({ openMeeting: open }, { say }) => {
       const { createHook } = require('node:async_hooks');

@@ -1,8 +1,8 @@
-// What killed processes leave in /dev/shm: what is known as left over, and removed.
+// The leftovers of killed processes in /dev/shm: which files count as leftovers, and their removal.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import {
+import fs, {
   closeSync,
   existsSync,
   mkdirSync,
@@ -73,7 +73,7 @@ function makeDirectory(t) {
   return { directory, ours: ours.sort() };
 }
 
-test('what is named and as large as a segment or a semaphore is left over', (t) => {
+test('unused files with the name and the size of a segment or a semaphore are leftovers', (t) => {
   const { directory, ours } = makeDirectory(t);
   assert.deepEqual(leftovers(directory), ours);
   assert.deepEqual(checkLeftovers(directory), {
@@ -86,7 +86,7 @@ test('what is named and as large as a segment or a semaphore is left over', (t) 
   assert.deepEqual(leftovers(directory), []);
 });
 
-test('cleaning removes that and nothing else, and says what', (t) => {
+test('cleaning removes the leftovers only, and lists them', (t) => {
   const { directory, ours } = makeDirectory(t);
   const before = readdirSync(directory).length;
   assert.deepEqual(clean(directory), {
@@ -98,6 +98,27 @@ test('cleaning removes that and nothing else, and says what', (t) => {
   assert.equal(readdirSync(directory).length, before - ours.length);
   assert.equal(clean(directory).text, 'no segments are left over');
   assert.equal(checkLeftovers(directory).text, 'no segments are left over');
+});
+
+test('cleaning says what it cannot remove and why, and removes the rest', (t) => {
+  const { directory, ours } = makeDirectory(t);
+  const [kept, ...gone] = ours;
+  const { unlinkSync } = fs;
+  t.mock.method(fs, 'unlinkSync', (file) => {
+    if (file === kept) throw new Error(`EPERM: operation not permitted, unlink '${file}'`);
+    unlinkSync(file);
+  });
+  assert.deepEqual(clean(directory), {
+    rank: 'bad',
+    text: [
+      'cannot remove 1 name:',
+      `EPERM: operation not permitted, unlink '${kept}'`,
+      'removed 5 names that no process used:',
+      ...gone,
+    ].join('\n'),
+    advice: undefined,
+  });
+  assert.deepEqual(ours.filter(existsSync), [kept]);
 });
 
 test('what a process has only open, as one that is about to map it, is not left over', (t) => {
@@ -123,7 +144,7 @@ function makeProcesses(t, { name, threads, uid }) {
   return processes;
 }
 
-test('nothing is known as left over beside a node process that must not be looked into', (t) => {
+test('no file counts as a leftover while another node process cannot be inspected', (t) => {
   const directory = temporaryDirectory(t);
   const file = makeFile(directory, OURS[0]);
   const uid = process.getuid();
@@ -143,7 +164,7 @@ test('nothing is known as left over beside a node process that must not be looke
   }
 });
 
-test('what cannot be told is a warning, and a problem where it was to be removed', (t) => {
+test('an unknown state is a warning, and a problem when cleaning was requested', (t) => {
   const directory = path.join(temporaryDirectory(t), 'none');
   assert.match(checkLeftovers(directory).text, /^cannot tell whether .*: ENOENT/);
   assert.equal(checkLeftovers(directory).rank, 'warning');
@@ -161,7 +182,7 @@ async function startMeeting(t, command) {
   return meeting;
 }
 
-test('the doctor cleans up after a killed meeting, and leaves one that lives its memory', async (t) => {
+test('the doctor removes the files of a killed meeting and keeps those of a running one', async (t) => {
   const shm = limitedSharedMemory();
   const living = await startMeeting(t, shm.command);
   const killed = await startMeeting(t, shm.commandBeside(living));

@@ -37,7 +37,7 @@ function refusal(environment) {
   return { lines: message.split('\n'), hasCause, code };
 }
 
-test('require and import give the same, by the names of the declarations', async () => {
+test('require and import export the same names, which are those of the declarations', async () => {
   const imported = await import('tessel-wrapper');
   assert.equal(imported.default, face);
   assert.deepEqual(
@@ -48,7 +48,7 @@ test('require and import give the same, by the names of the declarations', async
   );
 });
 
-test('the classes of the addon are exported untouched', () => {
+test('the classes of the addon are exported unchanged', () => {
   const addon = loadAddon();
   assert.equal(face.TesselWrapper, addon.TesselWrapper);
   assert.equal(face.TesselWrapperProxy, addon.TesselWrapperProxy);
@@ -67,13 +67,13 @@ test('the release build is loaded unless the environment names another', (t) => 
   }
 });
 
-test('a file that is not there', () => {
+test('a missing addon file is reported', () => {
   const { lines, hasCause } = refusal({ TESSEL_WRAPPER_ADDON: '/nowhere/a.node' });
   assert.deepEqual(lines, ['Cannot load /nowhere/a.node', 'There is no such file.', ADVICE]);
   assert.equal(hasCause, false);
 });
 
-test('a directory, and a file of another kind', (t) => {
+test('an addon path that is a directory or a special file is reported', (t) => {
   const directory = temporaryDirectory(t);
   const script = path.join(directory, 'script.js');
   writeFileSync(script, '');
@@ -87,7 +87,7 @@ test('a directory, and a file of another kind', (t) => {
   }
 });
 
-test('a package that is not built', (t) => {
+test('a package that is not built is reported', (t) => {
   const directory = temporaryDirectory(t);
   for (const file of ['js/engine_choice.js', 'js/load_addon.js', 'bin/tessel-wrapper.js']) {
     mkdirSync(path.join(directory, path.dirname(file)), { recursive: true });
@@ -132,7 +132,7 @@ function join(...flags) {
   return { status, lines: `${stdout}${stderr}`.split('\n') };
 }
 
-test('a node that keeps addons out is told the option that lets them in', () => {
+test('when Node.js does not permit addons, the error names the option that permits them', () => {
   const refusal = `Cannot load ${addonFile}: Cannot load native addon because loading addons is disabled.`;
   for (const [flags, advice] of [
     [['--no-addons'], 'Node.js was started with --no-addons: start it without.'],
@@ -148,7 +148,7 @@ test('a node that keeps addons out is told the option that lets them in', () => 
   }
 });
 
-test('an addon that node must not read is told the options', () => {
+test('when Node.js may not read the addon, the error names the options that permit it', () => {
   const { status, lines } = join(PERMISSION_MODEL, `--allow-fs-read=${repository}js/`);
   assert.equal(status, 1);
   const start = lines.findIndex((line) => line.includes(`Cannot load ${addonFile}: Access to`));
@@ -160,13 +160,13 @@ test('an addon that node must not read is told the options', () => {
   );
 });
 
-test('under the permission model a meeting needs those options and no others', () => {
+test('under the permission model a meeting needs those options only', () => {
   const { status, lines } = join(PERMISSION_MODEL, ...READING, '--allow-addons');
   assert.equal(status, 0, lines.join('\n'));
   assert.ok(lines.includes('joined'));
 });
 
-test('a file that is no addon', (t) => {
+test('a file that is not an addon is reported', (t) => {
   const file = path.join(temporaryDirectory(t), 'broken.node');
   writeFileSync(file, 'not an ELF file, but long enough to be looked at as one'.repeat(10));
   const { lines, code } = refusal({ TESSEL_WRAPPER_ADDON: file });
@@ -178,7 +178,7 @@ test('a file that is no addon', (t) => {
   assert.equal(code, 'ERR_DLOPEN_FAILED');
 });
 
-test('an addon without its engine', (t) => {
+test('an addon whose engine is missing is reported', (t) => {
   const file = path.join(temporaryDirectory(t), 'lonely.node');
   copyFileSync(addonFile, file);
   const { lines } = refusal({ TESSEL_WRAPPER_ADDON: file });
@@ -189,7 +189,7 @@ test('an addon without its engine', (t) => {
   ]);
 });
 
-test('an engine that is none, in front of the right one', (t) => {
+test('an invalid engine library found before the right one is reported', (t) => {
   const directory = temporaryDirectory(t);
   writeFileSync(path.join(directory, 'libtesselclient.so'), 'x'.repeat(1000));
   const { lines } = refusal({ LD_LIBRARY_PATH: directory });

@@ -1,7 +1,7 @@
 // Meetings on the embedded engine: joining, leaving, sharing, widget mode, closing.
 
 import assert from 'node:assert/strict';
-import { existsSync, readdirSync, readFileSync, statSync } from 'node:fs';
+import { existsSync, readdirSync, readFileSync, rmSync, statSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
@@ -9,14 +9,14 @@ import { runInChild } from '../../support/child.mjs';
 import { collectUntil } from '../../support/collector.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { face, freshFace, joinMeeting, mockClocks, openMeeting } from '../../support/face.mjs';
-import { remote } from '../../support/streams.mjs';
+import { LOCAL, remote } from '../../support/streams.mjs';
 
 const { CallError, ClosedError, Meeting, ShareError, TimeoutError } = face;
 
 const REMOTE = remote(0);
 
-// The files in /dev/shm, by name, that this process has mapped. A semaphore is mapped under a name of
-// before, so its inode tells.
+// The files in /dev/shm, by name, that this process has mapped. A semaphore is mapped under a name
+// of before, so its inode tells.
 function ownSegments() {
   const lines = readFileSync('/proc/self/maps', 'utf8').split('\n');
   const inodes = lines
@@ -28,7 +28,7 @@ function ownSegments() {
   });
 }
 
-test('join settles when the engine has joined, and leave tells how the call ended', async (t) => {
+test('join resolves when the engine has joined, and leave resolves with how the call ended', async (t) => {
   const meeting = await openMeeting(t);
   const connected = meeting.waitFor('callConnectionStatus');
   assert.equal(await meeting.join({ uri: 'tessel:demo' }), undefined);
@@ -36,7 +36,7 @@ test('join settles when the engine has joined, and leave tells how the call ende
   assert.deepEqual(await meeting.leave(), { callId: 1, reason: 'the call was left', code: 0 });
 });
 
-test('what is left out of a join has its default, also in a part of the media state', async (t) => {
+test('omitted properties of a join, and of its media state, have their defaults', async (t) => {
   const meeting = await openMeeting(t);
   const states = meeting.events(['mediaMuteState']);
   await meeting.join({
@@ -49,6 +49,35 @@ test('what is left out of a join has its default, also in a part of the media st
     value: ['mediaMuteState', { mediaType: 'audio', muted: true }],
   });
   assert.deepEqual(meeting.wrapper.getMediaMeetingAttributes(), [{ value: 'feature' }]);
+});
+
+test('a meeting knows its participants', async (t) => {
+  const meeting = await openMeeting(t);
+  assert.deepEqual(meeting.participants, []);
+  const told = meeting.waitFor('participants', { where: (all) => all.length > 0 });
+  await meeting.join({
+    uri: 'tessel:demo?participants=1&name=0:Zo%C3%AB&speak=0@0.5-86400',
+    endpointName: 'Ada',
+    mediaStreamState: { outgoingAudioMuted: true },
+  });
+  const [me, other, ...more] = await told;
+  assert.deepEqual(more, []);
+  assert.equal(meeting.participants[1], other);
+  assert.deepEqual(me, {
+    ...{ stream: LOCAL, csrc: meeting.wrapper.getFrame(LOCAL, 0).csrc, guid: me.guid, name: 'Ada' },
+    ...{ audioMuted: true, videoMuted: false, speaking: false, presenting: false },
+  });
+  const { csrc } = meeting.streams.find(({ type }) => type === 'remote');
+  assert.deepEqual(other, {
+    ...{ stream: REMOTE, csrc, guid: other.guid, name: 'Zoë' },
+    ...{ audioMuted: false, videoMuted: false, speaking: false, presenting: false },
+  });
+  await meeting.waitFor('participants', { where: ([, { speaking }]) => speaking });
+  await Promise.all([
+    meeting.waitFor('participants', { where: ({ length }) => length === 0 }),
+    meeting.leave(),
+  ]);
+  assert.deepEqual(meeting.participants, []);
 });
 
 test("a refused join rejects with the engine's reason, and the next one may be joined", async (t) => {
@@ -67,7 +96,7 @@ test("a refused join rejects with the engine's reason, and the next one may be j
   await meeting.join({ uri: 'tessel:demo' });
 });
 
-test('a join with a bad record rejects with the TypeError, and the engine is not asked', async (t) => {
+test('a join with an invalid record rejects with a TypeError, and the engine is not called', async (t) => {
   const meeting = await openMeeting(t);
   await assert.rejects(meeting.join({ uri: 5 }), {
     name: 'TypeError',
@@ -77,7 +106,7 @@ test('a join with a bad record rejects with the TypeError, and the engine is not
   assert.equal((await meeting.leave()).callId, 1);
 });
 
-test('what is wrong with a record is told before the wait for the next second', async (t) => {
+test('an invalid record rejects before the wait for the next second', async (t) => {
   stopTheClock(t);
   const { TesselWrapper } = face;
   (await openMeeting()).close();
@@ -95,7 +124,7 @@ test('what is wrong with a record is told before the wait for the next second', 
     } catch (error) {
       refused.push(refusal(error));
     }
-    // The clock stands still: what waits for the next second waits for ever.
+    // The clock does not advance: a wait for the next second never ends.
     await assert.rejects(Meeting.open(record), (error) => refused.push(refusal(error)) > 0);
     assert.deepEqual(refused[1], refused[0]);
   }
@@ -107,7 +136,7 @@ test('what is wrong with a record is told before the wait for the next second', 
   }
 });
 
-test('opening with a property that is none rejects, with any that there is it does not', async (t) => {
+test('opening rejects unknown properties and accepts every known one', async (t) => {
   await assert.rejects(Meeting.open({ logPath: temporaryDirectory(t), logPrefx: 'p-' }), {
     name: 'TypeError',
     message: 'Unknown property logPrefx on object CreateParams',
@@ -118,7 +147,7 @@ test('opening with a property that is none rejects, with any that there is it do
   meeting.close();
 });
 
-test('a join with a property that is none rejects, and the engine is not asked', async (t) => {
+test('a join with an unknown property rejects, and the engine is not called', async (t) => {
   const meeting = await openMeeting(t);
   for (const [part, message] of [
     [{ endpoitName: 'me' }, 'Unknown property endpoitName on object ConnectParams'],
@@ -140,7 +169,7 @@ test('a join with a property that is none rejects, and the engine is not asked',
   assert.equal((await meeting.leave()).callId, 1);
 });
 
-test('every property of a join that is declared is accepted', async (t) => {
+test('every declared property of a join is accepted', async (t) => {
   const meeting = await openMeeting(t);
   await meeting.join({
     uri: 'tessel:demo',
@@ -171,7 +200,7 @@ test('every property of a join that is declared is accepted', async (t) => {
   });
 });
 
-test('joining sets both mutes: one from before is undone', async (t) => {
+test('joining sets both mutes, whatever they were before', async (t) => {
   const meeting = await openMeeting(t);
   const states = meeting.events(['mediaMuteState']);
   meeting.wrapper.muteLocalAudio(true);
@@ -183,7 +212,7 @@ test('joining sets both mutes: one from before is undone', async (t) => {
   for (const state of expected) assert.deepEqual((await states.next()).value[1], state);
 });
 
-test('a join without a record rejects, and the engine is not asked', async (t) => {
+test('a join without a record rejects, and the engine is not called', async (t) => {
   const meeting = await openMeeting(t);
   for (const given of [undefined, null, 'tessel:demo']) {
     await assert.rejects(meeting.join(given), {
@@ -195,7 +224,7 @@ test('a join without a record rejects, and the engine is not asked', async (t) =
   assert.equal((await meeting.leave()).callId, 1);
 });
 
-test('what an answer or a timer rejects with shows where it was asked for', async (t) => {
+test('the stack of an error from an answer or a timer shows the call that it rejects', async (t) => {
   const meeting = await openMeeting(t);
   const expectFrames = async (name, start, ask) => {
     function application() {
@@ -241,7 +270,7 @@ test('a join during a call, or during another join, rejects and changes nothing'
   assert.equal((await meeting.leave()).callId, 1);
 });
 
-test('a join that is given up is taken back, and does not disturb the next', async (t) => {
+test('an aborted join is ended at the engine, and does not disturb the next one', async (t) => {
   const meeting = await openMeeting(t);
   const status = meeting.waitFor('callConnectionStatus');
   const controller = new AbortController();
@@ -253,7 +282,7 @@ test('a join that is given up is taken back, and does not disturb the next', asy
   assert.equal((await meeting.leave()).callId, 2);
 });
 
-test('a wait for an event that rejects before it is awaited ends no process', () => {
+test('a wait that rejects before it is awaited does not end the process', () => {
   const child = runInChild(
     async ({ openMeeting: open }, { say }) => {
       const meeting = await open();
@@ -272,7 +301,7 @@ test('a wait for an event that rejects before it is awaited ends no process', ()
   assert.deepEqual(child.said, ['TimeoutError', 'TimeoutError', 'ClosedError']);
 });
 
-// What rejects and is not awaited, with the error that node ends the process with.
+// Rejected promises that are not awaited, with the error with which Node.js ends the process.
 const FORGOTTEN = {
   'a join with a misspelt property': [
     (meeting) => void meeting.join({ uri: 'tessel:demo', nope: 1 }),
@@ -317,7 +346,7 @@ for (const [what, [ask, message]] of Object.entries(FORGOTTEN)) {
   });
 }
 
-test('a join that takes too long rejects with a TimeoutError that says so', async (t) => {
+test('a join that exceeds its timeout rejects with a TimeoutError', async (t) => {
   const meeting = await openMeeting(t);
   await assert.rejects(meeting.join({ uri: 'tessel:demo?join=3600' }, { timeout: 1 }), (error) => {
     assert.ok(error instanceof TimeoutError);
@@ -326,12 +355,12 @@ test('a join that takes too long rejects with a TimeoutError that says so', asyn
   });
 });
 
-test('leave without a call settles at once, with nothing', async (t) => {
+test('leave without a call resolves at once with undefined', async (t) => {
   const meeting = await openMeeting(t);
   assert.equal(await meeting.leave(), undefined);
 });
 
-test('leave during a join ends both', async (t) => {
+test('leave during a join settles both', async (t) => {
   const meeting = await openMeeting(t);
   const joining = assert.rejects(meeting.join({ uri: 'tessel:demo?join=3600' }), { code: 0 });
   assert.equal((await meeting.leave()).code, 0);
@@ -345,7 +374,7 @@ test('a dropped call can be joined again', async (t) => {
   await meeting.join({ uri: 'tessel:demo' });
 });
 
-test('streams lists what is there', async (t) => {
+test('streams lists the present streams', async (t) => {
   const meeting = await openMeeting(t);
   const events = meeting.events(['streamAdded', 'streamRemoved']);
   await meeting.join({ uri: 'tessel:demo?participants=2' });
@@ -364,7 +393,7 @@ test('streams lists what is there', async (t) => {
 
 // ---- Opening
 
-test('a meeting is opened, not constructed', () => {
+test('a meeting cannot be constructed, only opened', () => {
   for (const args of [
     [{ logPath: '/dev/null' }],
     [],
@@ -376,7 +405,7 @@ test('a meeting is opened, not constructed', () => {
     });
 });
 
-test('in a worker neither a meeting nor a widget can be had, and each says why', () => {
+test('in a worker thread meetings and widgets are refused with the reason', () => {
   const child = runInChild(
     async ({ requireFace }, { say }) => {
       const { Worker } = require('node:worker_threads');
@@ -407,7 +436,7 @@ test('in a worker neither a meeting nor a widget can be had, and each says why',
 
 // ---- Sharing
 
-test('the token is granted, a share started and stopped, the token given back', async (t) => {
+test('the token is granted and returned, and a share is started and stopped', async (t) => {
   const meeting = await joinMeeting(t, 'tessel:demo');
   const statuses = [];
   meeting.on('screenShareStatus', ({ status }) => statuses.push(status));
@@ -418,7 +447,7 @@ test('the token is granted, a share started and stopped, the token given back', 
   assert.deepEqual(statuses, ['token_granted', 'started', 'stopped', 'token_relinquished']);
 });
 
-test('what the engine denies or fails rejects with its status', async (t) => {
+test("a denied or failed request rejects with the engine's status", async (t) => {
   const meeting = await joinMeeting(t, 'tessel:demo?present=0@0', 4);
   const rejection =
     (operation, status, advice = '') =>
@@ -449,7 +478,7 @@ test('what the engine denies or fails rejects with its status', async (t) => {
   );
 });
 
-test('a share with a bad record rejects with the TypeError', async (t) => {
+test('a share with an invalid record rejects with a TypeError', async (t) => {
   const meeting = await joinMeeting(t, 'tessel:demo');
   await assert.rejects(meeting.startPresentation({ type: 'Screen' }), {
     name: 'TypeError',
@@ -457,7 +486,7 @@ test('a share with a bad record rejects with the TypeError', async (t) => {
   });
 });
 
-test('stopping and giving back what one does not have settles at once', async (t) => {
+test('stopping without a share and returning without a token resolve at once', async (t) => {
   const meeting = await joinMeeting(t, 'tessel:demo');
   assert.equal(await meeting.stopPresentation(), undefined);
   assert.equal(await meeting.releaseContentShareToken(), undefined);
@@ -470,7 +499,7 @@ test('stopping and giving back what one does not have settles at once', async (t
 
 // ---- Closing
 
-test('closing rejects what waits, ends loops, and can be done twice', async (t) => {
+test('closing rejects pending waits, ends loops, and may be repeated', async (t) => {
   const meeting = await joinMeeting(t, 'tessel:demo');
   const closed = (error) => {
     assert.ok(error instanceof ClosedError);
@@ -495,6 +524,33 @@ test('closing rejects what waits, ends loops, and can be done twice', async (t) 
   await assert.rejects(meeting.stopPresentation(), closed);
   await assert.rejects(meeting.releaseContentShareToken(), closed);
   assert.deepEqual(await meeting.events(['micLevel']).next(), { done: true, value: undefined });
+});
+
+test('closing ends what only waits for an end as if that had been told', async (t) => {
+  for (const end of ['leave', 'stopPresentation', 'releaseContentShareToken']) {
+    const meeting = await joinMeeting(t, 'tessel:demo');
+    await meeting.requestContentShareToken();
+    await meeting.startPresentation({ type: 'screen' });
+    const controller = new AbortController();
+    const givenUp = meeting[end]({ signal: controller.signal });
+    const answer = meeting[end]();
+    controller.abort(new Error('enough'));
+    meeting.close();
+    assert.equal(await answer, undefined, end);
+    await assert.rejects(givenUp, { message: 'enough' });
+  }
+});
+
+test('a process that leaves and closes without awaiting ends well', () => {
+  const child = runInChild(
+    async ({ joinMeeting: join }) => {
+      const meeting = await join(undefined, 'tessel:demo');
+      meeting.leave();
+      meeting.close();
+    },
+    { modules: ['./support/face.mjs'] },
+  );
+  assert.deepEqual([child.code, child.signal, child.stderr], [0, null, '']);
 });
 
 test('closing ends what waits also when the engine fails to go', () => {
@@ -533,13 +589,13 @@ test('closing ends what waits also when the engine fails to go', () => {
   assert.deepEqual(child.said, ['no way out', 'true 0', 'ClosedError', 'true']);
 });
 
-test('disposing closes', async (t) => {
+test('disposing a meeting closes it', async (t) => {
   const meeting = await openMeeting(t);
   meeting[Symbol.dispose]();
   assert.equal(meeting.isClosed, true);
 });
 
-test('a process that closes its meeting in the middle of a call ends by itself', () => {
+test('a process that closes its meeting during a call ends by itself', () => {
   const child = runInChild(
     async ({ openMeeting: open }, { say }) => {
       const meeting = await open();
@@ -553,7 +609,7 @@ test('a process that closes its meeting in the middle of a call ends by itself',
   assert.deepEqual(child.said, ['ClosedError']);
 });
 
-test('a meeting that only its listeners remember goes on', async (t) => {
+test('a meeting that only its listeners refer to stays alive', async (t) => {
   let isCollected = false;
   let resolve;
   const heard = new Promise((settle) => (resolve = settle));
@@ -566,7 +622,7 @@ test('a meeting that only its listeners remember goes on', async (t) => {
       resolve();
     });
   })();
-  // The addon's class remembers the emitter of the latest meeting.
+  // The addon's class holds the emitter of the latest meeting.
   await openMeeting(t);
   let rounds = 0;
   await collectUntil(() => ++rounds > 10);
@@ -576,7 +632,7 @@ test('a meeting that only its listeners remember goes on', async (t) => {
 
 // ---- Segments
 
-test('segments are readable for this user alone, and the umask is as before', async (t) => {
+test('segments are readable by this user only, and the umask is restored', async (t) => {
   const usual = process.umask(0o022);
   t.after(() => process.umask(usual));
   const before = ownSegments();
@@ -588,7 +644,7 @@ test('segments are readable for this user alone, and the umask is as before', as
   assert.equal(process.umask(), 0o022);
 });
 
-test('the umask is as before also when no wrapper can be made', async () => {
+test('the umask is restored when constructing the wrapper fails', async () => {
   const usual = process.umask(0o022);
   await assert.rejects(Meeting.open({}), {
     name: 'TypeError',
@@ -597,14 +653,14 @@ test('the umask is as before also when no wrapper can be made', async () => {
   assert.equal(process.umask(usual), 0o022);
 });
 
-test('meetings that are opened at once have a segment each', async (t) => {
+test('meetings that are opened at the same time have separate segments', async (t) => {
   const meetings = await Promise.all([openMeeting(t), openMeeting(t)]);
   const names = meetings.map((meeting) => meeting.wrapper.getSharedDataInfo().shm_name);
   assert.notEqual(names[0], names[1]);
   for (const name of names) assert.ok(existsSync(`/dev/shm${name}`));
 });
 
-test('copies of the package in one process have a segment each', async (t) => {
+test('copies of the package in one process have separate segments', async (t) => {
   const copies = [face, freshFace(), freshFace()];
   const meetings = await Promise.all(
     copies.map((copy) => copy.Meeting.open({ logPath: '/dev/null' })),
@@ -623,7 +679,7 @@ function stopTheClock(t) {
   mockClocks(t, { apis: ['Date'], now: Date.now() + ahead });
 }
 
-test('waiting for the next second can be given up', async (t) => {
+test('waiting for the next second can be aborted', async (t) => {
   stopTheClock(t);
   const meeting = await joinMeeting(t, 'tessel:demo', 1);
   await meeting.enterWidgetMode(REMOTE);
@@ -638,7 +694,7 @@ test('waiting for the next second can be given up', async (t) => {
   await Promise.all(waits);
 });
 
-test('what is given up before it begins does not begin', async (t) => {
+test('an operation with an aborted signal does not begin', async (t) => {
   const meeting = await joinMeeting(t, 'tessel:demo', 1);
   const signal = AbortSignal.abort(new Error('enough'));
   const opening = Meeting.open({ logPath: '' }, { signal });
@@ -651,13 +707,13 @@ test('what is given up before it begins does not begin', async (t) => {
   assert.deepEqual(frameSegments(), []);
 });
 
-test('what is undefined in what a meeting is opened with is left out', async (t) => {
+test('undefined properties of openMeeting have their defaults', async (t) => {
   const meeting = await Meeting.open({ logPath: '', userAgent: undefined, configPath: undefined });
   t.after(() => meeting.close());
   assert.equal(meeting.isClosed, false);
 });
 
-test("the engine's log is for this user alone, and so is the directory that is made for it", async (t) => {
+test("the engine's log and its new directory are accessible to this user only", async (t) => {
   const usual = process.umask(0o022);
   t.after(() => process.umask(usual));
   const logPath = path.join(temporaryDirectory(t), 'log');
@@ -699,6 +755,25 @@ test('a stream that leaves widget mode before it has entered it does not enter',
   assert.deepEqual(frameSegments(), []);
 });
 
+test('a meeting without its memory refuses an entry before the wait for the next second', async (t) => {
+  stopTheClock(t);
+  const meeting = await joinMeeting(t, 'tessel:demo?participants=1', 1);
+  const names = await meeting.enterWidgetMode(REMOTE);
+  meeting.exitWidgetMode(REMOTE);
+  rmSync(`/dev/shm${names.shm_name}`);
+  await assert.rejects(meeting.enterWidgetMode(REMOTE), {
+    message: /^The memory of the meeting is not there, or not any more/,
+  });
+});
+
+test('a stream that is in widget mode answers no signal that was aborted before', async (t) => {
+  const meeting = await joinMeeting(t, 'tessel:demo?participants=1', 1);
+  await meeting.enterWidgetMode(REMOTE);
+  const signal = AbortSignal.abort();
+  await assert.rejects(meeting.enterWidgetMode(REMOTE, { signal }), { name: 'AbortError' });
+  assert.equal(frameSegments().length, 1);
+});
+
 test('closing ends an entry into widget mode that waits', async (t) => {
   stopTheClock(t);
   const meeting = await joinMeeting(t, 'tessel:demo?participants=1', 1);
@@ -718,7 +793,7 @@ test('a stream that is in widget mode stays in it when it enters again', async (
   assert.deepEqual(frameSegments(), segments);
 });
 
-test('only a stream that is there enters widget mode, and it leaves it when it goes', async (t) => {
+test('only a present stream can enter widget mode, and it leaves it when it is removed', async (t) => {
   const meeting = await joinMeeting(t, 'tessel:demo?participants=1', 1);
   await assert.rejects(meeting.enterWidgetMode({ type: 'remote', streamIndex: 1 }), {
     message:

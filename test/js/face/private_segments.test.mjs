@@ -27,14 +27,14 @@ test('the first segment for a purpose is made before anything else happens', (t)
   assert.ok(isMade);
 });
 
-test('it is made under a umask of 077', async (t) => {
+test('a segment is made under a umask of 077', async (t) => {
   stopTheClock(t);
   const usual = process.umask(0o027);
   assert.equal(await makeSegment('mask', () => process.umask()), 0o077);
   assert.equal(process.umask(usual), 0o027);
 });
 
-test('the second one for the same purpose waits for the next second', async (t) => {
+test('the second segment for the same purpose waits for the next second', async (t) => {
   stopTheClock(t, 400);
   const made = [];
   const make = () => made.push(Date.now() % 100_000);
@@ -94,7 +94,7 @@ test('copies of the module with globals of their own wait for each other', async
   assert.deepEqual(made, [400, 1020, 2020]);
 });
 
-test('a clock that was set back is not waited for', async (t) => {
+test('a clock that was set back makes no segment wait', async (t) => {
   stopTheClock(t);
   const made = [];
   const make = () => made.push(Date.now());
@@ -103,6 +103,56 @@ test('a clock that was set back is not waited for', async (t) => {
   t.mock.timers.setTime(now);
   makeSegment('back', make);
   assert.deepEqual(made, [now + 3_600_000, now]);
+});
+
+test('a second that has been before is waited for when the clock is set back into it', async (t) => {
+  stopTheClock(t, 400);
+  const start = Date.now();
+  const made = [];
+  const make = () => made.push(Date.now() - start);
+  await makeSegment('again', make);
+  t.mock.timers.setTime(start + 1000);
+  await makeSegment('again', make);
+  t.mock.timers.setTime(start);
+  const again = makeSegment('again', make);
+  const untouched = makeSegment('untouched', make);
+  t.mock.timers.tick(620);
+  await setImmediate();
+  assert.deepEqual(made, [0, 1000, 0]);
+  t.mock.timers.tick(1000);
+  await Promise.all([again, untouched]);
+  assert.deepEqual(made, [0, 1000, 0, 1620]);
+});
+
+test('what took some seconds to be made may have its name from each of them', async (t) => {
+  stopTheClock(t, 0);
+  const start = Date.now();
+  const made = [];
+  const make = () => made.push(Date.now() - start);
+  await makeSegment('slow', () => t.mock.timers.setTime(start + 2400));
+  // The system counts the second before the first one for a moment.
+  for (const second of [-1, 0, 1, 2]) {
+    t.mock.timers.setTime(start + second * 1000 + 500);
+    makeSegment('slow', make);
+    await setImmediate();
+    assert.deepEqual(made, []);
+  }
+  t.mock.timers.setTime(start - 1500);
+  await makeSegment('slow', make);
+  assert.deepEqual(made, [-1500]);
+});
+
+test('a clock that is set back while a segment is made leaves no time to be waited for', async (t) => {
+  stopTheClock(t);
+  const start = Date.now();
+  await makeSegment('during', () => t.mock.timers.setTime(start - 10_000));
+  const made = [];
+  for (const second of [-10, -5, 0]) {
+    t.mock.timers.setTime(start + second * 1000);
+    makeSegment('during', () => made.push(second));
+    await setImmediate();
+  }
+  assert.deepEqual(made, [-5]);
 });
 
 test('a signal that was aborted before keeps it from being made', async (t) => {
@@ -114,7 +164,7 @@ test('a signal that was aborted before keeps it from being made', async (t) => {
   );
 });
 
-test('one that could not be made counts as made, and the umask is as before', async (t) => {
+test('a segment that could not be made counts as made, and the umask is restored', async (t) => {
   stopTheClock(t, 0);
   const usual = process.umask();
   const fail = () => {

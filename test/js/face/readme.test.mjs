@@ -8,7 +8,7 @@ import { test } from 'node:test';
 
 import { repository } from '../../support/build.mjs';
 
-test('the call of the README shows a stream and its frames, and ends', (t) => {
+test('the example of the README receives a stream and its frames, and ends', (t) => {
   const readme = readFileSync(path.join(repository, 'README.md'), 'utf8');
   const [, source] = readme.match(/^## A call in ten lines\n\n```js\n(.*?)^```$/ms);
   // In the repository, where the package finds itself by its name.

@@ -10,7 +10,7 @@ import { requireFace } from '../../support/face.mjs';
 
 const { SEGMENT_LAYOUT } = requireFace('./segment_layout.js');
 
-test("the layout of the segments is that of the addon's headers", () => {
+test("the layout of the segments equals that in the addon's headers", () => {
   const program = path.join(build, 'test/native/sharedmem/print_segment_layout');
   const env = { ...process.env, LD_PRELOAD: '' }; // its own sanitizer is linked into it
   const { status, stdout, error } = spawnSync(program, { encoding: 'utf8', env });

@@ -48,7 +48,7 @@ async function expectReleased() {
   }
 }
 
-test('read gives the picture to the callback and answers with its result', async () => {
+test('read passes the picture to the callback and returns its result', async () => {
   const card = await readFirst(readCard);
   assert.deepEqual([card.type, card.streamIndex], ['remote', 0]);
 });
@@ -84,7 +84,7 @@ test('an asynchronous callback is refused, and its frame released', async () => 
   await expectReleased();
 });
 
-test('a stream that is not in widget mode has no picture', () => {
+test('reading a stream that is not in widget mode gives no picture', () => {
   const other = { type: 'content', streamIndex: 0 };
   assert.equal(
     widget.read(other, () => assert.fail()),
@@ -92,7 +92,7 @@ test('a stream that is not in widget mode has no picture', () => {
   );
 });
 
-test('watch gives the pictures until its signal', async () => {
+test('watch delivers pictures until its signal is aborted', async () => {
   const controller = new AbortController();
   const numbers = new Set();
   const watching = widget.watch(
@@ -116,21 +116,21 @@ test('watch rejects with what the callback throws, and the frame is released', a
   await expectReleased();
 });
 
-test('watch refuses a rate that is no positive number', async () => {
+test('watch rejects a rate that is not a positive number', async () => {
   await assert.rejects(
     widget.watch(STREAM, () => {}, { rate: 0 }),
     { name: 'RangeError' },
   );
 });
 
-test('watch refuses a signal that is none', async () => {
+test('watch rejects a signal that is not an AbortSignal', async () => {
   await assert.rejects(
     widget.watch(STREAM, () => {}, { signal: 'now' }),
     { name: 'TypeError', message: "Wrong signal 'now', expected an AbortSignal" },
   );
 });
 
-test('counters count what was delivered and released, and are seen in one place', async () => {
+test('the counters count delivered and released frames, and frameCounters() lists them', async () => {
   await readFirst(() => true);
   await readFirst(() => true);
   const [row] = widget.counters();
@@ -191,6 +191,80 @@ test('closing ends watches and refuses reads and further watches; disposing clos
   assert.equal(other.isClosed, true);
 });
 
+// Of another reader: that of a stream which stays locked sees no new picture.
+async function expectUnlockedFor(other) {
+  const seen = new Set();
+  while (seen.size < 3) {
+    other.read(STREAM, (frame) => seen.add(readCard(frame).number));
+    await new Promise(setImmediate);
+  }
+}
+
+for (const [what, end] of Object.entries({
+  'a stream that its callback removes': () => widget.remove(STREAM),
+  'a widget that its callback closes': () => widget.close(),
+  'a widget whose callback closes it and throws': () => {
+    widget.close();
+    throw new Error('mine');
+  },
+})) {
+  test(`${what} goes when the callback has returned, and is not left locked`, async (t) => {
+    const other = new Widget(names);
+    t.after(() => other.close());
+    await expectUnlockedFor(other);
+    let length;
+    await readFirst((frame) => {
+      try {
+        end();
+      } finally {
+        length = frame.yPlaneBuffer.length;
+      }
+      return true;
+    }).catch((error) => assert.equal(error.message, 'mine'));
+    assert.equal(length, 640 * 360);
+    const { delivered, released } = widget.counters()[0];
+    assert.deepEqual([delivered, released], [1, 1]);
+    await expectUnlockedFor(other);
+    const late = new Widget(names);
+    t.after(() => late.close());
+    assert.equal(
+      late.read(STREAM, () => true),
+      undefined,
+      'its names are gone',
+    );
+  });
+}
+
+test('a watch whose callback closes the widget ends', async () => {
+  const watching = widget.watch(STREAM, () => widget.close(), { rate: 100 });
+  assert.equal(await watching, undefined);
+  assert.equal(widget.isClosed, true);
+});
+
+test('a stream is not read in the callback that reads it, and others are', async () => {
+  await readFirst((frame) => {
+    assert.throws(() => widget.read(STREAM, () => true), {
+      message: 'The picture of remote-0 is being read: its callback must not read it again',
+    });
+    assert.equal(
+      widget.read({ type: 'content', streamIndex: 0 }, () => true),
+      undefined,
+    );
+    assert.equal(frame.yPlaneBuffer.length, 640 * 360);
+    return true;
+  });
+  await expectReleased();
+});
+
+test('a stream that its callback changes is released as it was given', async (t) => {
+  const other = new Widget(names);
+  t.after(() => other.close());
+  await expectUnlockedFor(other);
+  const given = { ...STREAM };
+  while (!widget.read(given, () => (given.streamIndex = 7))) await new Promise(setImmediate);
+  await expectUnlockedFor(other);
+});
+
 test('streams, callbacks and options that are none are refused, and closing is as before', async () => {
   const none = { type: 'Remote', streamIndex: 0 };
   const noStream = {
@@ -229,7 +303,7 @@ test('streams, callbacks and options that are none are refused, and closing is a
   assert.equal(await watching, undefined);
 });
 
-test('closing ends the watches also when a stream cannot be forgotten', async () => {
+test('closing ends the watches even when removing a stream fails', async () => {
   const watching = widget.watch(STREAM, () => {}, { rate: 0.001 });
   await readFirst(() => true);
   const removeVideo = () => {
@@ -241,7 +315,7 @@ test('closing ends the watches also when a stream cannot be forgotten', async ()
   assert.equal(await watching, undefined);
 });
 
-test('a widget that cannot be made is not counted', async () => {
+test('a widget whose construction fails is not counted', async () => {
   const numberOf = (made) => Number(made.counters()[0].owner.replace('widget ', ''));
   await readFirst(() => true);
   for (const none of [{ shm_name: '/x' }, undefined]) assert.throws(() => new Widget(none));
@@ -252,14 +326,14 @@ test('a widget that cannot be made is not counted', async () => {
   assert.equal(next, number + 1);
 });
 
-test('names that are none are refused by the addon', () => {
+test('names of the wrong type are rejected by the addon', () => {
   assert.throws(() => new Widget({ shm_name: '/x' }), {
     name: 'TypeError',
     message: 'Missing property sem_name on object SharedData',
   });
 });
 
-test('names that are not there are refused at once', () => {
+test('names that do not exist are rejected at once', () => {
   for (const [given, missing] of [
     [{ ...names, shm_name: '/nope' }, '/dev/shm/nope'],
     [{ ...names, sem_name: '/nope' }, '/dev/shm/sem.nope'],

@@ -1,4 +1,4 @@
-// Entering widget mode: it settles when a widget can open the memory, and rejects when there is none.
+// Entering widget mode: it resolves when a widget can open the memory, and otherwise rejects.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -20,7 +20,7 @@ const NO_MAIN_MEMORY = new RegExp(
 const startMeeting = (t, options) =>
   startProcess(t, './support/processes/face_meeting_process.mjs', options);
 
-test('a stream for which there is no room in /dev/shm rejects, and enters when there is', async (t) => {
+test('entering widget mode rejects while /dev/shm is full, and succeeds once there is space', async (t) => {
   const room = limitedSharedMemory();
   const meeting = startMeeting(t, { command: room.command });
   await meeting.does('join', 'tessel:demo?participants=2', 2);
@@ -38,7 +38,7 @@ test('a stream for which there is no room in /dev/shm rejects, and enters when t
   await meeting.ends();
 });
 
-test('a meeting for which there was no room in /dev/shm rejects, also when there is later', async (t) => {
+test('a meeting opened while /dev/shm was full rejects widget mode, even when there is space later', async (t) => {
   const room = limitedSharedMemory();
   const meeting = startMeeting(t, { command: room.command });
   await meeting.does('isThere');
@@ -50,7 +50,7 @@ test('a meeting for which there was no room in /dev/shm rejects, also when there
   await meeting.ends();
 });
 
-test('a meeting whose widget process has ended rejects, in widget mode and after it', async (t) => {
+test("entering widget mode rejects after the meeting's widget process has ended", async (t) => {
   const meeting = startMeeting(t);
   await meeting.does('join', 'tessel:demo?participants=2', 2);
   const names = await meeting.does('enter', REMOTE);

@@ -1,4 +1,4 @@
-// Pulling frames: stream keys, frame objects, and for how long their pixels are there.
+// Fetching frames: stream keys, frame objects, and how long their pixels are valid.
 
 import assert from 'node:assert/strict';
 import { after, beforeEach, test } from 'node:test';
@@ -39,8 +39,7 @@ const FRAME_MODULES = [
   './support/scripted/frame_objects.mjs',
 ];
 
-// Asserts that `call` throws an error of exactly this class and text, and asks nothing of the
-// engine.
+// Asserts that `call` throws an error of exactly this class and text, and does not call the engine.
 function assertRefused(call, type, message) {
   engine.clearCalls();
   assert.throws(call, (error) => {
@@ -77,7 +76,7 @@ function askedKey(stream) {
   return engine.takeCalls()[0].args.key;
 }
 
-test('a call without arguments has no stream', () => {
+test('a call without arguments is refused', () => {
   const proxy = new TesselWrapperProxy({ shm_name: '/tessel_none', sem_name: '/tessel_none' });
   assertRefused(
     () => proxy.getFrame(),
@@ -92,7 +91,7 @@ const UNKNOWN_TYPES = [
 ];
 
 for (const [method, call] of WITH_STREAM) {
-  test(`${method} refuses a stream that is no object`, () => {
+  test(`${method} refuses a stream that is not an object`, () => {
     for (const stream of [undefined, null, 1, 'remote', true, 1n, Symbol('remote')]) {
       assertRefused(
         () => call(stream),
@@ -108,7 +107,7 @@ for (const [method, call] of WITH_STREAM) {
     }
   });
 
-  test(`${method} refuses a type that is no string`, () => {
+  test(`${method} refuses a type that is not a string`, () => {
     for (const type of [
       undefined,
       null,
@@ -138,7 +137,7 @@ for (const [method, call] of WITH_STREAM) {
     }
   });
 
-  test(`${method} does not look for the index of an unknown type`, () => {
+  test(`${method} does not read the index when the type is unknown`, () => {
     const log = [];
     assert.throws(() => call(watched({ type: 'other', streamIndex: 0 }, log)));
     assert.deepEqual(log, READS.slice(0, 3));
@@ -152,7 +151,7 @@ for (const [method, call] of WITH_STREAM) {
     );
   });
 
-  test(`${method} refuses an index that is no number`, () => {
+  test(`${method} refuses an index that is not a number`, () => {
     for (const streamIndex of [undefined, null, '3', true, 3n, Symbol('s'), {}, Object(3)]) {
       assertRefused(
         () => call({ type: 'remote', streamIndex }),
@@ -162,13 +161,13 @@ for (const [method, call] of WITH_STREAM) {
     }
   });
 
-  test(`${method} looks for each property of a stream, in its order, and reads it twice`, () => {
+  test(`${method} asks for each property of a stream in order, and reads it twice`, () => {
     const log = [];
     call(watched({ type: 'remote', streamIndex: 0 }, log));
     assert.deepEqual(log, READS);
   });
 
-  test(`${method} passes on what a stream's traps throw, whatever it is, at each step`, () => {
+  test(`${method} throws any value that a trap of the stream throws, at each step`, () => {
     const revoked = Proxy.revocable({}, {});
     revoked.revoke();
     for (const thrown of [new RangeError('trap'), undefined, 'text', revoked.proxy]) {
@@ -196,7 +195,7 @@ for (const [method, call] of WITH_STREAM) {
   });
 }
 
-test('a stream is the kind of its type and its index', () => {
+test('a stream key is made of the type and the index', () => {
   ['local', 'remote', 'content'].forEach((type, kind) => {
     assert.deepEqual(askedKey({ type, streamIndex: 20 + kind }), { kind, index: 20 + kind });
   });
@@ -222,7 +221,7 @@ test('an index is read as a signed 32-bit integer', () => {
   }
 });
 
-test('a stream may be any object, and inherit its properties', () => {
+test('a stream may be any object, with own or inherited properties', () => {
   const stream = { type: 'content', streamIndex: 4 };
   for (const object of [
     Object.assign(() => {}, stream),
@@ -244,7 +243,7 @@ test('a stream may be any object, and inherit its properties', () => {
 
 // ---- Arguments
 
-test('getFrame counts its arguments before it looks at them', () => {
+test('getFrame counts its arguments before it reads them', () => {
   const log = [];
   for (const args of [[], [undefined], ['x'], [watched({}, log)]]) {
     assertRefused(
@@ -260,7 +259,7 @@ test('getLastFrame counts its arguments', () => {
   assertRefused(() => wrapper.getLastFrame(), TypeError, 'Wrong number of arguments, expected 1');
 });
 
-test('getFrame refuses a frame id that is no number', () => {
+test('getFrame refuses a frame id that is not a number', () => {
   const converted = () => assert.fail('the frame id was converted');
   const object = { valueOf: converted, toString: converted, [Symbol.toPrimitive]: converted };
   for (const id of [undefined, null, '1', '', true, 1n, Symbol('1'), {}, [], Object(1), object]) {
@@ -272,7 +271,7 @@ test('getFrame refuses a frame id that is no number', () => {
   }
 });
 
-test('getFrame reads the whole stream before it looks at the frame id', () => {
+test('getFrame reads the whole stream before the frame id', () => {
   assertRefused(
     () => wrapper.getFrame({ type: 'remote' }, 'x'),
     TypeError,
@@ -333,7 +332,7 @@ test('getFrame asks for a frame by the low 32 bits of the id', () => {
   }
 });
 
-test('getLastFrame asks nothing of the engine', () => {
+test('getLastFrame does not call the engine', () => {
   const stream = newStream();
   engine.setFrame(stream, { ...SIZE, frameId: 1 });
   wrapper.getLastFrame(stream);
@@ -343,7 +342,7 @@ test('getLastFrame asks nothing of the engine', () => {
   assert.deepEqual(engine.takeCalls(), []);
 });
 
-test('releaseFrame does nothing whatever its arguments', () => {
+test('releaseFrame does nothing, with any arguments', () => {
   const stream = newStream();
   engine.setFrame(stream, { ...SIZE, frameId: 1, fresh: true });
   const frame = wrapper.getFrame(stream, 0);
@@ -372,20 +371,20 @@ test('releaseFrame does nothing whatever its arguments', () => {
 
 testFrameObjects(wrapper, { arePlanesLent: true });
 
-test('a stream without a frame manager is to be cleared', () => {
+test('a stream without a frame manager gives a frame with clearFrame', () => {
   const stream = newStream();
   assertHeader(wrapper.getFrame(stream, 3), ABSENT);
   engine.setStream(stream, { frameManager: false });
   assertHeader(wrapper.getFrame(stream, 3), ABSENT);
 });
 
-test('a stream that was never fetched is to be cleared', () => {
+test('a stream that was never fetched gives a last frame with clearFrame', () => {
   const stream = newStream();
   engine.setFrame(stream, { ...SIZE, frameId: 1 });
   assertHeader(wrapper.getLastFrame(stream), ABSENT);
 });
 
-test('a stream of which no frame was fresh is to be cleared', () => {
+test('a stream without a fresh frame gives a last frame with clearFrame', () => {
   const stream = newStream();
   for (const answer of [{ noUpdate: true }, { noUpdate: true, clearFrame: true }]) {
     engine.setFrame(stream, { ...SIZE, ...answer, frameId: 7, csrc: 8 });
@@ -394,7 +393,7 @@ test('a stream of which no frame was fresh is to be cleared', () => {
   }
 });
 
-test("frame objects are their receiver's own", () => {
+test('each frame object belongs to its caller alone', () => {
   const stream = newStream();
   const answer = { ...SIZE, frameId: 1 };
   engine.setFrame(stream, answer);
@@ -404,13 +403,13 @@ test("frame objects are their receiver's own", () => {
   assertPicture(wrapper.getLastFrame(stream), patternedPicture(stream, answer));
 });
 
-test("the arrays lie over the engine's memory, no pixel is copied", () => {
+test("the arrays are views of the engine's memory, without a copy", () => {
   const stream = newStream();
   engine.setFrame(stream, { ...SIZE, frameId: 1, always: true });
   planesOf(wrapper.getFrame(stream, 0)).forEach((array, i) => {
     array.fill(100 + i);
   });
-  // The engine hands the same picture out once more.
+  // The engine returns the same picture again.
   for (const frame of [wrapper.getFrame(stream, 0), wrapper.getLastFrame(stream)]) {
     planesOf(frame).forEach((array, i) => {
       assert.ok(array.every((byte) => byte === 100 + i));
@@ -418,7 +417,7 @@ test("the arrays lie over the engine's memory, no pixel is copied", () => {
   }
 });
 
-test('the same picture handed out again ends the arrays of the time before', () => {
+test('getting the same picture again detaches the previous arrays', () => {
   const stream = newStream();
   const answer = { ...SIZE, frameId: 1 };
   engine.setFrame(stream, { ...answer, always: true });
@@ -428,7 +427,7 @@ test('the same picture handed out again ends the arrays of the time before', () 
   assertPicture(second, patternedPicture(stream, answer));
 });
 
-test('a frame of recycled memory ends the arrays over that memory', () => {
+test('a frame in recycled memory detaches the arrays over that memory', () => {
   const stream = newStream();
   engine.setFrame(stream, { ...SIZE, frameId: 1, fresh: true, recycled: true });
   const frames = Array.from({ length: 6 }, () => wrapper.getFrame(stream, 0));
@@ -441,7 +440,7 @@ test('a frame of recycled memory ends the arrays over that memory', () => {
 
 // ---- Lifetimes
 
-test('the last frames go with their wrapper, and their arrays are empty then', async () => {
+test('the last frames are released with their wrapper, and their arrays become empty', async () => {
   const stream = newStream();
   const before = engine.liveFrames();
   const owner = makeWrapper(TesselWrapper);
@@ -462,7 +461,7 @@ test('the last frames go with their wrapper, and their arrays are empty then', a
   assertStale(cleared);
 });
 
-test('frames that JavaScript has dropped go with the next one', async () => {
+test('a frame that JavaScript has dropped is released with the next one', async () => {
   const stream = newStream();
   engine.setFrame(stream, { ...SIZE, frameId: 5, fresh: true });
   const before = engine.liveFrames();
@@ -476,7 +475,7 @@ test('frames that JavaScript has dropped go with the next one', async () => {
   assert.equal(engine.liveFrames(), before + 1);
 });
 
-test('a process may end with frames in its hands', () => {
+test('a process may end while it holds frames', () => {
   for (const end of ['none', 'exit']) {
     const { code, signal, stderr } = runInChild(
       async (scripted, { makeWrapper: make }) => {
@@ -495,8 +494,8 @@ test('a process may end with frames in its hands', () => {
   }
 });
 
-// JavaScript can keep the memory of an array from being taken back. It is then never freed: the
-// frame counts as live for good.
+// JavaScript can keep an array from being detached. Its memory is then never freed, and the frame
+// counts as live for ever.
 for (const [what, putOutOfReach] of Object.entries(WAYS_OUT_OF_REACH)) {
   test(`memory that JavaScript keeps as ${what} is never freed`, () => {
     const stream = newStream();
@@ -546,9 +545,9 @@ for (const operation of ['GetFrameManager', 'GetFrame']) {
   });
 }
 
-// ---- Hostile surroundings
+// ---- Patched globals
 
-test('a stream whose getters get frames themselves gets its own frame', () => {
+test('getFrame gives the right frame when getters of its argument call getFrame', () => {
   const stream = newStream();
   engine.setFrame(stream, { ...SIZE, frameId: 5, fresh: true });
   const inner = [];
@@ -612,7 +611,7 @@ test('globals patched before the addon is loaded do not change the frames', () =
   assert.deepEqual({ code, signal, stderr }, { code: 0, signal: null, stderr: '' });
 });
 
-test('frames need no code generation from strings', () => {
+test('frames work without code generation from strings', () => {
   const { code, signal, stderr } = runInChild(
     (scripted, { makeWrapper: make }, frames) => {
       const stream = frames.newStream();
@@ -632,7 +631,7 @@ test('frames need no code generation from strings', () => {
 
 // ---- Memory
 
-test('ten thousand frames of 1280x720 leave the memory as it was', async () => {
+test('ten thousand frames of 1280x720 do not increase the memory', async () => {
   const stream = newStream();
   const size = { width: 1280, height: 720 };
   const frameBytes = (size.width * size.height * 3) / 2;
@@ -649,7 +648,7 @@ test('ten thousand frames of 1280x720 leave the memory as it was', async () => {
     const grown = (name) => (now[name] - before[name]) / frameBytes;
     assert.ok(grown('external') < 1, `external memory by ${grown('external')} frames`);
     assert.ok(grown('arrayBuffers') < 1, `array buffers by ${grown('arrayBuffers')} frames`);
-    // Node's own heap has room to move; a leak of one frame in a hundred would be beyond it.
+    // Allows for changes of Node's own heap; a leak of one frame in a hundred would exceed it.
     assert.ok(grown('rss') < 60, `resident memory by ${grown('rss')} frames`);
     assert.ok(engine.liveFrames() <= live);
     await setImmediate();

@@ -1,5 +1,5 @@
-// Frames on a host that refuses external array buffers: the planes are copied once, and nothing else
-// is different.
+// Frames on a host that refuses external array buffers: the planes are copied once, with no other
+// difference.
 
 import assert from 'node:assert/strict';
 import { createRequire } from 'node:module';
@@ -35,16 +35,16 @@ const buffersOf = (frame) => planesOf(frame).map(({ buffer }) => buffer);
 
 testFrameObjects(wrapper, { arePlanesLent: false });
 
-test("the arrays do not lie over the engine's memory", () => {
+test("the arrays are not views of the engine's memory", () => {
   const stream = newStream();
   const answer = { ...SIZE, frameId: 1 };
   engine.setFrame(stream, { ...answer, always: true });
   for (const array of planesOf(wrapper.getFrame(stream, 0))) array.fill(100);
-  // The engine hands the same picture out once more.
+  // The engine returns the same picture again.
   assertPicture(wrapper.getFrame(stream, 0), patternedPicture(stream, answer));
 });
 
-test('the planes are copied once for all the frame objects of a picture', () => {
+test('the planes are copied once for all frame objects of a picture', () => {
   const stream = newStream();
   engine.setFrame(stream, { ...SIZE, frameId: 1, fresh: true });
   const frame = wrapper.getFrame(stream, 0);
@@ -56,7 +56,7 @@ test('the planes are copied once for all the frame objects of a picture', () => 
   }
 });
 
-test('planes that JavaScript transfers are copied anew for the next frame object', async () => {
+test('planes that JavaScript transfers are copied again for the next frame object', async () => {
   const stream = newStream();
   const answer = { ...SIZE, frameId: 1 };
   const picture = patternedPicture(stream, answer);
@@ -83,7 +83,7 @@ test('planes that JavaScript transfers are copied anew for the next frame object
   assert.equal(engine.liveFrames(), live);
 });
 
-test('a frame object that cannot be built throws, and leaves the segment unlocked and the stream going', () => {
+test('a failure to build a frame object throws, unlocks the segment and does not stop the stream', () => {
   const stream = newStream();
   engine.setStream(stream);
   const key = wrapper.getSharedDataInfo();
@@ -104,7 +104,7 @@ test('a frame object that cannot be built throws, and leaves the segment unlocke
 });
 
 // The last one: a second wrapper of one second has the names of the first, and takes them with it.
-test('the copies go with their wrapper', async () => {
+test('the copies are released with their wrapper', async () => {
   const stream = newStream();
   const before = engine.liveFrames();
   const owner = makeWrapper(TesselWrapper);

@@ -1,4 +1,4 @@
-// What a slow page is sent: counted, with pages that do not answer or do not read.
+// Flow control for a slow page: counts the messages to pages that do not answer or do not read.
 
 import assert from 'node:assert/strict';
 import { EventEmitter, once } from 'node:events';
@@ -57,7 +57,7 @@ test('a frame arrives with its stream, its size, its planes and their strides', 
   assert.deepEqual(frame, sent);
 });
 
-test('a frame that takes the picture away arrives as no frame', () => {
+test('a frame that clears the picture arrives as an empty one', () => {
   const socket = new SlowSocket();
   new FrameLane(socket, STREAM).send({ noUpdate: true, clearFrame: true });
   assert.deepEqual(decoded(socket.sent[0]), { stream: STREAM, frame: null });
@@ -83,7 +83,7 @@ test('a lane is free when the frame has been transmitted and drawn, in any order
   }
 });
 
-test('a page that says "drawn" too often gets no second frame before the first is through', () => {
+test('extra "drawn" messages of a page do not give it a second frame before the first is transmitted', () => {
   const socket = new SlowSocket();
   const lane = new FrameLane(socket, STREAM);
   lane.drawn();
@@ -93,7 +93,7 @@ test('a page that says "drawn" too often gets no second frame before the first i
   assert.equal(lane.isFree, false);
 });
 
-test('waiting for a free lane ends with the signal', async () => {
+test('waiting for a free lane ends when the signal is aborted', async () => {
   const lane = new FrameLane(new SlowSocket(), STREAM);
   const stopping = new AbortController();
   lane.send(frameOf(1));
@@ -102,7 +102,7 @@ test('waiting for a free lane ends with the signal', async () => {
   await assert.rejects(waiting, { name: 'AbortError' });
 });
 
-test('all frames of a stream go through one piece of memory, unless a larger one is needed', () => {
+test('all frames of a stream use one buffer, until a larger one is needed', () => {
   const socket = new SlowSocket();
   const lane = new FrameLane(socket, STREAM);
   for (const value of [1, 2, 3]) lane.send(frameOf(value));
@@ -112,7 +112,7 @@ test('all frames of a stream go through one piece of memory, unless a larger one
   assert.equal(memories.size, 2);
 });
 
-test('words that were not sent yet are replaced by newer ones', () => {
+test('unsent state messages are replaced by newer ones', () => {
   const socket = new SlowSocket();
   const tube = new SpeakingTube(socket);
   for (let level = 0; level < 1000; level++) tube.say({ level, other: 'x' });
@@ -124,7 +124,7 @@ test('words that were not sent yet are replaced by newer ones', () => {
   assert.equal(tube.messagesSent, 2);
 });
 
-test('log entries wait together, the last 200 of them', () => {
+test('unsent log entries are collected, at most the last 200', () => {
   const socket = new SlowSocket();
   const tube = new SpeakingTube(socket);
   tube.say({ state: 1 });
@@ -134,7 +134,7 @@ test('log entries wait together, the last 200 of them', () => {
   assert.deepEqual([log.length, log[0].number, log.at(-1).number], [200, 801, 1000]);
 });
 
-test('a broken socket is told nothing more', () => {
+test('nothing more is sent to a broken socket', () => {
   const socket = new SlowSocket();
   const tube = new SpeakingTube(socket);
   tube.say({ level: 1 });
@@ -143,8 +143,8 @@ test('a broken socket is told nothing more', () => {
   assert.equal(socket.sent.length, 1);
 });
 
-// A page that is connected to a real meeting over a real socket, with so many streams that are there:
-// by default two participants' and the camera's.
+// A page that is connected to a real meeting over a real socket, with this number of streams: by
+// default two participants' and the camera's.
 async function connectPage(t, { participants = '2', present = 3 } = {}) {
   const uri = `tessel:test?size=320x180&participants=${participants}`;
   const { room, meeting } = await openRoom(t, uri);
@@ -178,7 +178,7 @@ const LAYOUT = ['remote-0', 'remote-1'].map((stream) => ({ stream, height: 180, 
 
 const DELIVERED = 20;
 
-// Settles when the engine has delivered `count` frames of a stream to somebody else.
+// Resolves when the engine has delivered `count` frames of a stream to another receiver.
 async function engineDelivers(room, stream, count) {
   const stopping = new AbortController();
   let left = count;
@@ -195,7 +195,7 @@ test('a page that never says "drawn" is sent one frame of each stream and no mor
   assert.deepEqual(session.framesSent, { 'remote-0': 1, 'remote-1': 1 });
   assert.equal(frames.length, 2);
 
-  // The next one is the newest: what was in between is skipped.
+  // The next frame is the newest one: those in between are skipped.
   page.send(JSON.stringify({ type: 'drawn', streams: ['remote-0'] }));
   while (frames.length < 3) await once(page, 'frame');
   const first = frames.find(({ stream }) => stream.streamIndex === 0);
@@ -203,7 +203,7 @@ test('a page that never says "drawn" is sent one frame of each stream and no mor
   assert.deepEqual(session.framesSent, { 'remote-0': 2, 'remote-1': 1 });
 });
 
-test('streams that a page shows no longer are not sent', async (t) => {
+test('streams that a page no longer shows are not sent', async (t) => {
   const { page, session, frames } = await connectPage(t);
   page.send(JSON.stringify({ type: 'layout', tiles: LAYOUT }));
   while (frames.length < 2) await once(page, 'frame');
@@ -214,14 +214,14 @@ test('streams that a page shows no longer are not sent', async (t) => {
   assert.equal(frames[2].stream.streamIndex, 1);
 });
 
-test('a stream that comes after the layout that names it is sent as well', async (t) => {
+test('a stream that is added after the layout that names it is sent too', async (t) => {
   const { page, frames } = await connectPage(t, { participants: '1&come=1@1', present: 2 });
   page.send(JSON.stringify({ type: 'layout', tiles: LAYOUT }));
   while (frames.length < 2) await once(page, 'frame');
   assert.deepEqual(frames.map(({ stream }) => stream.streamIndex).sort(), [0, 1]);
 });
 
-test('a stream that goes and comes back is sent again to a page that has not noticed', async (t) => {
+test('a stream that is removed and added again is sent again without a new layout', async (t) => {
   const opened = await connectPage(t, { participants: '1', present: 2 });
   const { room, meeting, page, frames } = opened;
   const loops = new EventEmitter();
@@ -236,18 +236,18 @@ test('a stream that goes and comes back is sent again to a page that has not not
   await Promise.all([once(loops, 'ended'), room.commands.leave()]);
   const before = frames.length;
   await room.join();
-  // Of the height that was asked for before.
+  // A frame of the previously requested height.
   while (frames.length === before || frames.at(-1).frame?.height !== 90) await once(page, 'frame');
 });
 
 for (const [what, text, message] of [
   ['is no JSON', '{', /JSON/],
-  ['asks for what there is not', '{"type":"constructor"}', /^unknown wish: constructor$/],
+  ['has an unknown type', '{"type":"constructor"}', /^unknown wish: constructor$/],
   ['has a value of the wrong type', '{"type":"muteAudio","muted":1}', /expected Boolean$/],
   ['names no stream', '{"type":"layout","tiles":[{"stream":"x"}]}', /^no such tile: x/],
   ['chooses no device', '{"type":"device","kind":"toString","id":"x"}', /^no such device/],
 ]) {
-  test(`a message that ${what} is told in the log and changes nothing`, async (t) => {
+  test(`a message that ${what} is logged and changes nothing`, async (t) => {
     const { room, page } = await connectPage(t);
     const before = JSON.stringify(room.state);
     page.send(text);

@@ -1,14 +1,15 @@
-// What the application says at the terminal to options that it cannot follow.
+// The application's messages on the terminal about invalid options.
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
-import { existsSync, writeFileSync } from 'node:fs';
+import { cpSync, existsSync, symlinkSync, writeFileSync } from 'node:fs';
 import { createServer } from 'node:net';
 import path from 'node:path';
 import { createInterface } from 'node:readline';
 import { test } from 'node:test';
 
+import { repository } from '../../support/build.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { PROGRAM } from '../../support/meeting_app/meeting_app.mjs';
 
@@ -24,8 +25,8 @@ function start(t, options) {
 }
 
 const COMBINING =
-  'Options: --participants and --video, or --uri instead of both; --port and --output with either; ' +
-  'or --headless with --video, --seconds and --output.';
+  'Options: --participants and --video, or --uri instead of both; --name, --port and --output with ' +
+  'either; or --headless with --video, --seconds and --output.';
 const WITHOUT_A_PAGE = 'Options without a page: --video, --seconds and --output.';
 
 for (const [options, line] of [
@@ -42,6 +43,7 @@ for (const [options, line] of [
   ...[
     ['participants', '2'],
     ['uri', 'tessel:demo'],
+    ['name', 'Ada'],
     ['port', '8080'],
   ].map(([name, value]) => [
     ['--headless', `--${name}`, value],
@@ -50,7 +52,7 @@ for (const [options, line] of [
   [['--headless', '--bogus'], `Unknown option '--bogus'. ${WITHOUT_A_PAGE}`],
   [['--headless', '--seconds', 'x'], `--seconds x: not a positive number. ${WITHOUT_A_PAGE}`],
 ]) {
-  test(`${options.join(' ')} is answered with one line and the exit code 2`, async (t) => {
+  test(`${options.join(' ')} prints one line and sets the exit code 2`, async (t) => {
     const { child, ended } = start(t, options);
     const [words, errors] = await Promise.all([child.stdout.toArray(), child.stderr.toArray()]);
     const [code] = await ended;
@@ -74,7 +76,7 @@ for (const mode of [[], ['--headless']]) {
   });
 }
 
-test('a port that another program has is refused, and nothing stays in /dev/shm', async (t) => {
+test('a port in use is refused, and nothing is left in /dev/shm', async (t) => {
   const other = createServer().listen(0, '127.0.0.1');
   await once(other, 'listening');
   t.after(() => other.close());
@@ -91,8 +93,30 @@ test('a port that another program has is refused, and nothing stays in /dev/shm'
   assert.equal(existsSync(`/dev/shm/${name}`), false);
 });
 
+test('a real meeting without its engine is answered with what to build', async (t) => {
+  const tree = temporaryDirectory(t);
+  for (const name of ['js', 'examples', 'bin', 'package.json']) {
+    cpSync(path.join(repository, name), path.join(tree, name), { recursive: true });
+  }
+  symlinkSync(path.join(repository, 'node_modules'), path.join(tree, 'node_modules'));
+  const program = path.join(tree, 'examples/meeting/main.mjs');
+  const options = ['--uri', 'janus+ws://192.0.2.1/?room=1', '--output', tree];
+  const child = spawn(process.execPath, [program, ...options], {
+    env: { ...process.env, TESSEL_WRAPPER_ADDON: undefined },
+  });
+  const ended = once(child, 'close');
+  const [words, errors] = await Promise.all([child.stdout.toArray(), child.stderr.toArray()]);
+  assert.deepEqual([await ended, words.join('')], [[1, null], '']);
+  assert.equal(
+    errors.join(''),
+    `Cannot load ${tree}/build/release/webrtc/tesselWrapper.node\nThere is no such file.\n` +
+      'Build it with "npm run build:webrtc" in the package\'s folder, or name another build in ' +
+      'TESSEL_WRAPPER_ADDON.\n',
+  );
+});
+
 for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) {
-  test(`the address is told before the join is answered, and ${signal} ends the program then`, async (t) => {
+  test(`the address is printed before the join is answered, and ${signal} then ends the program`, async (t) => {
     const options = ['--uri', 'tessel:test?join=3600', '--output', temporaryDirectory(t)];
     const { child, ended } = start(t, options);
     child.stderr.resume();
@@ -109,7 +133,7 @@ for (const [options, reason] of [
   [['--participants', '99'], 'bad value: participants=99 (400)'],
   [['--participants', 'x'], 'bad value: participants=x (400)'],
 ]) {
-  test(`no page is served of a meeting that ${options.join(' ')} cannot make`, async (t) => {
+  test(`no page is served when ${options.join(' ')} makes the join impossible`, async (t) => {
     const { child, ended } = start(t, [...options, '--output', temporaryDirectory(t)]);
     const [words, errors] = await Promise.all([child.stdout.toArray(), child.stderr.toArray()]);
     const [code] = await ended;
@@ -119,7 +143,7 @@ for (const [options, reason] of [
   });
 }
 
-test('a meeting whose uri has it refused has its page, and the reason is told', async (t) => {
+test('when the meeting refuses the join, the page is served and shows the reason', async (t) => {
   const options = ['--uri', 'tessel:demo?refuse=403', '--output', temporaryDirectory(t)];
   const { child, ended } = start(t, options);
   const words = child.stdout.toArray();
@@ -142,7 +166,7 @@ for (const options of [['--help'], ['-h'], ['--headless', '--help'], ['--bogus',
     assert.deepEqual([code, errors.join('')], [0, '']);
     const help = words.join('');
     assert.match(help, /^A meeting on the embedded engine, /);
-    for (const name of 'participants video uri port output headless seconds'.split(' ')) {
+    for (const name of 'participants video uri name port output headless seconds'.split(' ')) {
       assert.match(help, new RegExp(` --${name} `));
     }
     assert.doesNotMatch(help, /shared mem/);

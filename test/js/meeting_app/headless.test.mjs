@@ -8,7 +8,7 @@ import { promisify } from 'node:util';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { PROGRAM } from '../../support/meeting_app/meeting_app.mjs';
 
-test('--headless gives a summary at the terminal, with the options of its own', async (t) => {
+test('--headless prints a summary, with its own options', async (t) => {
   const { stdout } = await promisify(execFile)(process.execPath, [
     PROGRAM,
     '--headless',

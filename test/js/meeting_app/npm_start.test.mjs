@@ -1,4 +1,4 @@
-// `npm start`, with a set-up that has nothing to do.
+// `npm start`, with a set-up that does nothing.
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
@@ -22,8 +22,8 @@ import '../../support/build.mjs'; // names the addon for the meeting
 
 const repository = fileURLToPath(new URL('../../..', import.meta.url));
 
-// A tree in which `npm start` sets up nothing. npm looks for commands in node_modules/.bin first: the
-// `node` there has the sanitizer's runtime, under which shells crash.
+// A tree in which `npm start` sets up nothing. npm looks for commands in node_modules/.bin first:
+// the `node` there has the sanitizer's runtime, under which shells crash.
 function treeIn(directory) {
   const write = (name, lines) => {
     mkdirSync(path.join(directory, path.dirname(name)), { recursive: true });
@@ -40,7 +40,7 @@ function treeIn(directory) {
   return directory;
 }
 
-// The process of the group `leader` that holds the meeting.
+// The process of the group `leader` that runs the meeting.
 function meetingIn(leader) {
   const isMeeting = (pid) => {
     try {

@@ -1,4 +1,4 @@
-// Who is served by the meeting application's server, and who is not.
+// The requests that the meeting application's server accepts and refuses.
 
 import assert from 'node:assert/strict';
 import { once } from 'node:events';
@@ -36,7 +36,7 @@ async function ask({ port }, target, { headers = {}, method = 'GET' } = {}) {
   return { status: response.statusCode, headers: response.headers, body: chunks.join('') };
 }
 
-test('the page is served below the token, and tells browsers to let nobody else in', async (t) => {
+test('the page is served under the token, with headers that forbid access by other origins', async (t) => {
   const { server } = await serve(t);
   const { status, body, headers } = await ask(server, `/${server.token}/`);
   assert.deepEqual([status, body], [200, 'the page']);
@@ -48,7 +48,7 @@ test('the page is served below the token, and tells browsers to let nobody else 
   assert.equal(headers['access-control-allow-origin'], undefined);
 });
 
-test('every server has a token of its own, of 192 random bits', async (t) => {
+test('every server has its own token of 192 random bits', async (t) => {
   const tokens = [(await serve(t)).server.token, (await serve(t)).server.token];
   assert.notEqual(tokens[0], tokens[1]);
   for (const token of tokens) assert.equal(Buffer.from(token, 'base64url').length, 24);
@@ -129,7 +129,7 @@ test('other addresses of this machine do not answer', async (t) => {
   }
 });
 
-test('on the usual port the address has none, as browsers write it', async (t) => {
+test('the address omits the default port, as browsers do', async (t) => {
   const { server } = await serve(t);
   const { port } = server;
   server.port = 80; // which is not everybody's to listen on
@@ -145,7 +145,7 @@ const socketOf = (server, { token = server.token, ...options } = {}) =>
     ...options,
   });
 
-test('a WebSocket of the page itself is handed on', async (t) => {
+test('a WebSocket of the page is accepted', async (t) => {
   const { server, sockets } = await serve(t);
   const client = socketOf(server);
   await once(client, 'open');
@@ -170,7 +170,7 @@ for (const [what, options] of [
   });
 }
 
-test('a message that no page would send ends its socket and nothing else', async (t) => {
+test('an invalid message closes its own socket only', async (t) => {
   const { server, sockets } = await serve(t);
   const client = socketOf(server);
   await once(client, 'open');
@@ -181,7 +181,7 @@ test('a message that no page would send ends its socket and nothing else', async
   assert.equal((await ask(server, `/${server.token}/`)).status, 200);
 });
 
-test('a server that takes the place of another one keeps its address', async (t) => {
+test('a server that replaces another one keeps its address', async (t) => {
   const server = new PageServer({ files: {}, onConnection() {} });
   await server.listen();
   const { port, token, address } = server;

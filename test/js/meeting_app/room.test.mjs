@@ -1,4 +1,4 @@
-// What the meeting application's room does with what is asked of it, without a page.
+// The commands of the meeting application's room, without a page.
 
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
@@ -17,14 +17,14 @@ async function joinRoom(t, uri = 'tessel:test?participants=1') {
   return opened;
 }
 
-test('a join that is asked for twice is done once', async (t) => {
+test('a join that is requested twice is performed once', async (t) => {
   const { room } = await openRoom(t, 'tessel:test');
   await Promise.all([room.commands.join(), room.commands.join()]);
   await room.commands.join();
   assert.deepEqual(room.state.call, { phase: 'joined', reason: '' });
 });
 
-test('a join that cannot be asked for may be tried again', async (t) => {
+test('a join whose request fails may be repeated', async (t) => {
   const { room, meeting } = await openRoom(t, 'tessel:test');
   meeting.join = () => Promise.reject(new TypeError('no such uri'));
   await assert.rejects(room.join(), { message: 'no such uri' });
@@ -34,7 +34,7 @@ test('a join that cannot be asked for may be tried again', async (t) => {
   assert.equal(room.state.call.phase, 'joined');
 });
 
-test('a call that was not joined is told from one that has ended, each with its reason', async (t) => {
+test('a failed join and an ended call are reported differently, each with its reason', async (t) => {
   for (const [parameters, expected] of [
     ['refuse=403', { phase: 'notJoined', reason: 'the meeting refused the join (403)' }],
     ['drop=0', { phase: 'left', reason: 'the call was dropped (503)' }],
@@ -48,7 +48,7 @@ test('a call that was not joined is told from one that has ended, each with its 
   }
 });
 
-test('a join may be given up, which is no refusal, and tried again', async (t) => {
+test('a join may be cancelled, which does not count as refused, and repeated', async (t) => {
   const { room, meeting } = await openRoom(t, 'tessel:test?join=3600');
   const joining = room.join();
   await room.commands.leave();
@@ -59,14 +59,14 @@ test('a join may be given up, which is no refusal, and tried again', async (t) =
   assert.equal(room.state.call.phase, 'joining');
 });
 
-test('a room that is closed while it joins says nothing of it', async (t) => {
+test('closing a room during a join reports no failure', async (t) => {
   const { room } = await openRoom(t, 'tessel:test?join=3600');
   const joining = room.join();
   room.close();
   assert.equal(await joining, undefined);
 });
 
-test('who leaves while a share is asked for shares nothing, and was refused nothing', async (t) => {
+test('leaving during a share request shares nothing and reports no refusal', async (t) => {
   const { room } = await joinRoom(t);
   const asking = room.commands.share(SCREEN);
   assert.equal(room.state.share.phase, 'asking');
@@ -75,13 +75,13 @@ test('who leaves while a share is asked for shares nothing, and was refused noth
   assert.deepEqual(room.state.share, { phase: 'none', text: '' });
 });
 
-test('a share that is asked for outside a meeting is not refused to be shown later', async (t) => {
+test('a share that is requested outside a meeting leaves no refusal to show later', async (t) => {
   const { room } = await openRoom(t, 'tessel:test');
   await assert.rejects(room.commands.share(SCREEN));
   assert.deepEqual(room.state.share, { phase: 'none', text: '' });
 });
 
-test('while a share is asked for no other one is', async (t) => {
+test('a second share cannot be requested while the first request is pending', async (t) => {
   const { room } = await joinRoom(t);
   const asking = room.commands.share(SCREEN);
   await assert.rejects(room.commands.share(SCREEN), {
@@ -101,7 +101,7 @@ const isPlugged = ({ devices }, id) =>
     .flat()
     .find((device) => device.id === id).isPlugged;
 
-test('what is not plugged in cannot be chosen, and nor can what there is not', async (t) => {
+test('unplugged and unknown devices cannot be selected', async (t) => {
   const { room } = await openRoom(t, 'tessel:test');
   for (const [kind, id, message] of [
     ['camera', 'camera-2', 'Camera 3 is not plugged in'],
@@ -119,7 +119,7 @@ test('what is not plugged in cannot be chosen, and nor can what there is not', a
   });
 });
 
-test('devices come and go while the meeting goes on, and after it all is as before', async (t) => {
+test('devices are plugged and unplugged during a meeting, and restored after it', async (t) => {
   const changes = 'unplug=camera-0@0.2,camera-1@0.4&plug=camera-2@0.6,camera-0@0.8';
   const { room } = await openRoom(t, `tessel:test?participants=0&${changes}`);
   const used = [];
@@ -139,24 +139,38 @@ test('devices come and go while the meeting goes on, and after it all is as befo
 // This process has the segment of the remote stream 0.
 const isShared = () => /\/dev\/shm\/SHM\w{25}10$/m.test(readFileSync('/proc/self/maps', 'latin1'));
 
-test('a window that is left before it is filled leaves its stream out of the shared memory', async (t) => {
+test('a window that is closed before it shows a frame takes its stream out of widget mode', async (t) => {
   const { room } = await joinRoom(t);
   await room.enterWindow(NAME, 90);
   assert.equal(isShared(), true);
   room.leaveWindow(NAME);
   assert.equal(isShared(), false);
-  // It takes until the next second.
+  // It waits for the next second.
   const entering = room.enterWindow(NAME, 90);
   room.leaveWindow(NAME);
   await entering;
   assert.equal(isShared(), false);
 });
 
-test('a stream whose window cannot be filled has none', async (t) => {
+test('a stream whose window fails to open has no window', async (t) => {
   const { room, meeting } = await joinRoom(t);
   meeting.enterWidgetMode = () => Promise.reject(new Error('no memory'));
   await assert.rejects(room.enterWindow(NAME, 90), { message: 'no memory' });
   assert.ok(room.state.streams.every(({ inWindow }) => !inWindow));
+});
+
+test('a stream is called after its participant, and the others are told our name', async (t) => {
+  const { room, meeting } = await openRoom(t, 'tessel:test?participants=2&name=1:Zo%C3%AB');
+  const told = meeting.waitFor('participants', { where: ({ length }) => length === 3 });
+  await room.join();
+  const [me, first] = await told;
+  assert.equal(me.name, 'Tester');
+  await stateIs(room, ({ streams }) => streams.length === 3);
+  const titles = () =>
+    Object.fromEntries(room.state.streams.map(({ name, title }) => [name, title]));
+  assert.deepEqual(titles(), { 'local-0': 'You', 'remote-0': first.name, 'remote-1': 'Zoë' });
+  Object.defineProperty(meeting, 'participants', { value: [{ ...first, name: '' }] });
+  assert.deepEqual(titles(), { 'local-0': 'You', 'remote-0': 'Guest 1', 'remote-1': 'Guest 2' });
 });
 
 test('streams that have no name here are not shown', async (t) => {
@@ -173,7 +187,7 @@ test('streams that have no name here are not shown', async (t) => {
   );
 });
 
-test('a tile is asked for in the smallest size and rate that are enough', () => {
+test('a tile requests the smallest sufficient size and rate', () => {
   const tiles = [
     { csrc: 7, height: 91, frameRate: 15 },
     { csrc: 8, height: 2000, frameRate: 60 },

@@ -1,4 +1,4 @@
-// The process that feeds windows: how it is kept running, and what it shows.
+// The widget process: how it is kept running, and the content of its windows.
 
 import assert from 'node:assert/strict';
 import { fork } from 'node:child_process';
@@ -39,8 +39,8 @@ async function openHost(t) {
   return { room, meeting, host };
 }
 
-// What the page of a window does. Emits 'frame' with each that it is sent, null where the picture is
-// taken away.
+// Simulates the page of a window. Emits 'frame' with each received frame, null when the picture is
+// cleared.
 function openWindow({ room }) {
   const { origin, host, pathname } = new URL(room.state.widget.address);
   const window = new WebSocket(`ws://${host}${pathname}socket`, { origin });
@@ -69,7 +69,7 @@ function waitForDeath(pid) {
   while (!isDead());
 }
 
-test('a window shows nothing while its stream shows nothing', async (t) => {
+test('a window is empty while its stream has no picture', async (t) => {
   const opened = await openHost(t);
   const window = openWindow(opened);
   await frameIn(window, (frame) => frame !== null);
@@ -90,7 +90,7 @@ test('a window shows nothing while its stream shows nothing', async (t) => {
   await frameIn(next, (frame) => frame !== null);
 });
 
-test('a stream has one window, the newest', async (t) => {
+test('a stream has one window only, the newest', async (t) => {
   const opened = await openHost(t);
   const first = openWindow(opened);
   await frameIn(first, (frame) => frame !== null);
@@ -100,14 +100,14 @@ test('a stream has one window, the newest', async (t) => {
   await frameIn(second, (frame) => frame !== null);
 });
 
-test('who leaves while a window waits for its memory may come back and open it', async (t) => {
+test('a stream that is removed while its window waits for memory can have a window again later', async (t) => {
   const opened = await openHost(t);
   const { room, meeting } = opened;
   const { enterWidgetMode } = meeting;
   let entering;
   meeting.enterWidgetMode = (stream) => (entering = enterWidgetMode.call(meeting, stream));
-  // What is made twice in a second waits for the next one: for ever in this one, in which nothing
-  // was made before.
+  // A second segment in one second waits for the next second: for ever here, where the clock does
+  // not advance.
   const now = Date.now() + 10_000;
   const clock = t.mock.method(clocks, 'wallTime', () => now);
   const first = openWindow(opened);
@@ -124,7 +124,7 @@ test('who leaves while a window waits for its memory may come back and open it',
   await frameIn(openWindow(opened), (frame) => frame !== null);
 });
 
-test('what a window asks for in vain is told in the log', async (t) => {
+test('a failed request of a window is logged', async (t) => {
   const opened = await openHost(t);
   opened.meeting.enterWidgetMode = () => Promise.reject(new Error('no memory'));
   openWindow(opened);
@@ -132,7 +132,7 @@ test('what a window asks for in vain is told in the log', async (t) => {
   assert.equal(isInWindow(opened.room.state), false);
 });
 
-test('every window of a killed process is filled again that can be', async (t) => {
+test('the windows of a killed process are restored where possible', async (t) => {
   const { room, meeting, host } = await openHost(t);
   const CONTENT = 'content-0';
   await room.commands.share({ what: { type: 'screen', screenId: 0 } });
@@ -151,7 +151,7 @@ test('every window of a killed process is filled again that can be', async (t) =
   );
 });
 
-test('a process that is told something just after its death is no harm', async (t) => {
+test('sending to a process that has just died is harmless', async (t) => {
   const { room, host } = await openHost(t);
   await room.enterWindow(NAME, 90);
   const { pid } = host;
@@ -162,7 +162,7 @@ test('a process that is told something just after its death is no harm', async (
   assert.deepEqual(await logIn(room, 'error'), [{ message: 'write EPIPE' }]);
 });
 
-test('a process that ends by itself gives its windows back, and the host closes all the same', async (t) => {
+test('when the process ends by itself its windows are closed, and the host can still be closed', async (t) => {
   const { room } = await openRoom(t, URI);
   await room.join();
   await stateIs(room, isThere);
@@ -182,7 +182,7 @@ for (const [moment, sharedDataInfo] of [
   ['before the process has read its memory', { shm_name: '/nothing', sem_name: '/nothing' }],
   ['before the process has listened'],
 ]) {
-  test(`a meeting that ends ${moment} ends it without a message`, async (t) => {
+  test(`a meeting that ends ${moment} ends the process without a message`, async (t) => {
     const { room } = await openRoom(t, URI);
     const child = fork(WIDGET_PROCESS, { stdio: ['ignore', 'ignore', 'pipe', 'ipc'] });
     const errors = child.stderr.toArray();
@@ -193,7 +193,7 @@ for (const [moment, sharedDataInfo] of [
   });
 }
 
-test('a process that is killed before it listens is not started again', async (t) => {
+test('a process that is killed before it is ready is not restarted', async (t) => {
   const { room } = await openRoom(t, URI);
   const pids = [];
   room.on('log', ({ name, payload }) => {
@@ -207,7 +207,7 @@ test('a process that is killed before it listens is not started again', async (t
   assert.equal(pids.length, 1);
 });
 
-test('a process that cannot be started is told in the log', async (t) => {
+test('a process that cannot be started is logged', async (t) => {
   const { room } = await openRoom(t, URI);
   const { execPath } = process;
   process.execPath = '/nothing';

@@ -1,5 +1,5 @@
-// What docs/reliability.md promises, each in its short form; `npm run torture` and `npm run soak` run
-// the long ones. The soak, which mostly waits, has a file of its own.
+// The short forms of the trials in docs/reliability.md; `npm run torture` and `npm run soak` run
+// the long ones. The soak, which mostly waits, has its own file.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
@@ -17,8 +17,8 @@ describe('reliability', { concurrency: 2 }, () => {
   for (const trial of shorts) testShortForm(trial);
 });
 
-// Its answer comes when nobody holds the trial's standard error any more.
-test('a trial that hangs is ended with what it started, and told with its seed', async () => {
+// It returns when no process holds the trial's standard error any more.
+test('a hanging trial is ended with its child processes, and reported with its seed', async () => {
   const trial = { name: '../../support/processes/hanging-trial', short: 1 };
   const { error, figures } = await runTrial(trial, { count: 1, seed: 7, limitSeconds: 2 });
   assert.equal(figures, undefined);
@@ -28,7 +28,7 @@ test('a trial that hangs is ended with what it started, and told with its seed',
   );
 });
 
-test('events that arrive beyond those that were asked for are told as such', async () => {
+test('events beyond the expected number are reported', async () => {
   const { figures, error } = await runTrial(
     trials.find(({ name }) => name === 'events'),
     { count: 2000 },
@@ -62,7 +62,7 @@ for (const [words, line] of Object.entries({
 }
 
 for (const word of ['--help', '-h']) {
-  test(`${word} lists the trials and the options, and runs nothing`, () => {
+  test(`${word} lists the trials and the options, and runs none`, () => {
     const { status, stdout, stderr } = spawnSync(process.execPath, [program, word], {
       encoding: 'utf8',
     });
@@ -76,8 +76,8 @@ for (const word of ['--help', '-h']) {
   });
 }
 
-// Stands in for the shell that scripts/setup.sh is run by: takes down what is to be set up, and ends
-// with the code 1 for the fuzzers, which so are never run here.
+// Replaces the shell that runs scripts/setup.sh: records the set-ups, and ends with the code 1 for
+// the fuzzers, so that they never run here.
 function shellThatTakesDown(t) {
   const directory = temporaryDirectory(t);
   const taken = path.join(directory, 'taken');
@@ -91,7 +91,7 @@ function shellThatTakesDown(t) {
   };
 }
 
-test('npm run torture sets up no fuzzers by itself', (t) => {
+test('npm run torture does not build the fuzzers', (t) => {
   const { env, setUps } = shellThatTakesDown(t);
   const { status, stderr } = spawnSync('npm', ['run', 'torture', '--', '--help'], {
     cwd: path.resolve(path.dirname(program), '../..'),
@@ -102,7 +102,7 @@ test('npm run torture sets up no fuzzers by itself', (t) => {
 });
 
 for (const names of [['fuzzers'], ['events', 'fuzzers'], []]) {
-  test(`the fuzzers are set up, or nothing is tried, for ${names.join(' and ') || 'all trials'}`, (t) => {
+  test(`when building the fuzzers fails, no trial runs for ${names.join(' and ') || 'all trials'}`, (t) => {
     const { env, setUps } = shellThatTakesDown(t);
     const { status, stdout } = spawnSync(process.execPath, [program, ...names, '--count', '1'], {
       env,
@@ -115,7 +115,7 @@ for (const names of [['fuzzers'], ['events', 'fuzzers'], []]) {
   });
 }
 
-test('the fuzzers are not set up for another trial', (t) => {
+test('the fuzzers are not built for other trials', (t) => {
   const { env, setUps } = shellThatTakesDown(t);
   const { status, stdout, stderr } = spawnSync(
     process.execPath,

@@ -68,7 +68,7 @@ for (const [file, include, header] of [
   });
 }
 
-test('a folder that the table does not know is refused', (t) => {
+test('a folder that is missing in the table is refused', (t) => {
   const outcome = checkTree(t, { 'addon/other/file.cc': '' });
   assert.deepStrictEqual(outcome, {
     status: 1,

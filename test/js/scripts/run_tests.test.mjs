@@ -1,5 +1,5 @@
-// The test runner itself, in a small tree of its own: a copy of the scripts, a `ctest` that answers
-// as told, and test files made on the spot.
+// The test runner itself, in a small temporary tree: a copy of the scripts, a replaced `ctest`, and
+// generated test files.
 
 import assert from 'node:assert';
 import { spawnSync } from 'node:child_process';
@@ -114,12 +114,12 @@ const CASES = [
     closing: '1 passed, 1 failed',
   },
   {
-    name: 'fails when a test waits for what nothing will bring',
+    name: 'fails when a test waits for an event that cannot occur',
     file: "import { test } from 'node:test'; test('a', () => new Promise(() => {}));",
     closing: '1 passed, 1 failed',
   },
   {
-    name: 'fails when an error comes after its test has ended',
+    name: 'fails when an error occurs after its test has ended',
     file: `import { test } from 'node:test';
       test('a', () => { setImmediate(() => { throw new Error('late'); }); });`,
     closing: '2 passed, 1 failed',
@@ -145,7 +145,7 @@ const CASES = [
     shown: 'test files: none was found',
   },
   {
-    name: 'runs the tests in a browser with a sanitizer where that is asked for',
+    name: 'runs the tests in a browser with a sanitizer on request',
     preset: 'tsan',
     directory: 'browser',
     arguments: ['--with-browser'],

@@ -1,4 +1,4 @@
-// What the set-up asks of the machine, on one where next to nothing is installed.
+// The requirements that the set-up reports, on a machine with almost nothing installed.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
@@ -8,7 +8,7 @@ import { test } from 'node:test';
 
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 
-// A system has these, also the smallest.
+// Even the smallest system has these.
 const ESSENTIAL = 'bash dirname env grep head mkdir sed sort tail unshare'.split(' ');
 
 // Runs the set-up in a tree of its own, with an `apt-get` that installs nothing.
@@ -44,8 +44,8 @@ const TO_TEST = [
   ...['chromium', 'ffmpeg', 'libgmock-dev', 'libgtest-dev'],
   ...['coturn', 'openssl', 'pulseaudio', 'pulseaudio-utils'],
 ];
-// Chromium's sandbox is not needed everywhere, not every Debian has a Janus, and the plugins are looked
-// for where the system keeps them.
+// Chromium's sandbox is not needed everywhere, not every Debian has a Janus, and the plugins are
+// looked for where the system keeps them.
 const DEPENDING_ON_SYSTEM = /^(chromium-sandbox|janus|gstreamer1\.0-.*)$/;
 const TO_FUZZ = ['clang', 'libclang-rt-dev', 'llvm'];
 
@@ -65,7 +65,7 @@ for (const [given, packages] of [
     [...TO_BUILD, ...TO_TEST, ...TO_FUZZ],
   ],
 ]) {
-  test(`"setup.sh ${given.join(' ')}" names all that is missing at once, and builds nothing`, (t) => {
+  test(`"setup.sh ${given.join(' ')}" names everything that is missing, and builds nothing`, (t) => {
     const { status, stdout, stderr } = setUp(t, ...given);
     const named = /apt-get install -y --no-install-recommends ([^":]+)/.exec(stderr);
     assert.ok(named, stderr);

@@ -1,5 +1,5 @@
-// What the members of a room hear of one another, by the tones that they send, at real speakers of a
-// sound server.
+// The audio between the members of a room, identified by the tones that they send, at the speakers
+// of a real sound server.
 
 import path from 'node:path';
 import { test } from 'node:test';

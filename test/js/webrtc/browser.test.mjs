@@ -8,8 +8,9 @@ import { test } from 'node:test';
 import { guestLink, servePage } from '../../../examples/sfu/guest_page.mjs';
 import { writeCardClip } from '../../support/card_clip.mjs';
 import { PATIENCE_MS, openBrowser } from '../../support/meeting_app/browser.mjs';
+import { remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { openMember, remote, startServer } from '../../support/webrtc_room.mjs';
+import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const CARD_CODE = readFileSync(new URL('../../support/card_code.mjs', import.meta.url), 'utf8');
 const ROOM = 'meeting';
@@ -74,7 +75,7 @@ test('a browser and a process see each other', async (t) => {
   await member.does('seen', 'streamRemoved', remote(0));
 });
 
-test('a browser without camera and microphone says so, and is seen all the same', async (t) => {
+test('a browser without camera and microphone reports it, and sends a replacement picture', async (t) => {
   const janus = await startServer(t, { rooms: { [ROOM]: {} } });
   const page = await openGuest(t, janus, []);
   await page.getByText('Without camera and microphone: something stands in.').waitFor();

@@ -6,7 +6,8 @@ import { test } from 'node:test';
 
 import { CameraServer } from '../../support/camera_server.mjs';
 import { SoundServer, shareOf } from '../../support/sound_server.mjs';
-import { LOCAL, openMember, remote, startServer } from '../../support/webrtc_room.mjs';
+import { LOCAL, remote } from '../../support/streams.mjs';
+import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const SMALL = { width: 320, height: 180 };
 

@@ -1,4 +1,4 @@
-// How a call in a room of a real SFU can fail, and with which reason.
+// The ways in which a call in a room of a real SFU can fail, and their reasons.
 
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
@@ -30,7 +30,7 @@ async function listening(t, server, options) {
   return server.address().port;
 }
 
-// How `member` is refused: with the reason and the code that the application gets.
+// The reason and the code with which `member` is refused.
 async function refusal(member, uri, overrides) {
   await member.does('forget');
   const { callId, reason, code } = await member.does('join', uri, overrides);
@@ -45,7 +45,7 @@ async function refusal(member, uri, overrides) {
   return { reason, code };
 }
 
-test('what a server refuses has its reason', async (t) => {
+test('the server refuses invalid joins with a reason, and accepts valid ones', async (t) => {
   const server = await startServer(t, {
     rooms: { locked: { pin: 'open sesame' }, small: { publishers: 1 }, 1234: {} },
   });
@@ -54,33 +54,33 @@ test('what a server refuses has its reason', async (t) => {
   const member = await openMember(t);
 
   for (const [what, uri, code, reason] of [
-    ['another room', server.uri('nowhere'), 404, 'there is no such room'],
+    ['an unknown room', server.uri('nowhere'), 404, 'there is no such room'],
     ['a wrong pin', server.uri('locked', { pin: 'guess' }), 401, 'the room asks for another pin'],
     ['no pin', server.uri('locked'), 401, 'the room asks for another pin'],
     [
-      'somebody who is not on the list',
+      'a token that is not on the list',
       server.uri('listed', { token: 'stranger' }),
       403,
       'the room does not allow this token',
     ],
   ]) {
-    await t.test(what, async () => {
+    await t.test(`refuses ${what}`, async () => {
       assert.deepEqual(await refusal(member, uri), { code, reason });
     });
   }
 
   for (const [what, uri] of [
     ['the right pin', server.uri('locked', { pin: 'open sesame', ...SOURCES })],
-    ['somebody on the list', server.uri('listed', { token: 'friend', ...SOURCES })],
+    ['a token on the list', server.uri('listed', { token: 'friend', ...SOURCES })],
     ['a name of digits', server.uri('1234', SOURCES)],
   ]) {
-    await t.test(`but not ${what}`, async () => {
+    await t.test(`accepts ${what}`, async () => {
       assert.deepEqual(await member.does('join', uri), { connected: true });
       await member.does('leave');
     });
   }
 
-  await t.test('one too many', async (inner) => {
+  await t.test('refuses a member too many', async (inner) => {
     const first = await openMember(inner);
     assert.deepEqual(await first.does('join', server.uri('small', SOURCES)), { connected: true });
     assert.deepEqual(await refusal(member, server.uri('small', SOURCES)), {
@@ -90,7 +90,7 @@ test('what a server refuses has its reason', async (t) => {
   });
 });
 
-test('pins and tokens are in no log, event or reason', async (t) => {
+test('pins and tokens appear in no log, event or reason', async (t) => {
   const server = await startServer(t, { rooms: { locked: { pin: 'open sesame' } } });
   const secrets = { pin: 'hush-hush', token: 'top-secret' };
   const member = await openMember(t);
@@ -110,14 +110,14 @@ test('pins and tokens are in no log, event or reason', async (t) => {
   }
 });
 
-test('a server that cannot be reached', async (t) => {
+test('a join to a server that cannot be reached is refused', async (t) => {
   const uri = `janus+ws://${address}:${await freePort(address)}/?room=r`;
   const { code, reason } = await refusal(await openMember(t), uri);
   assert.equal(code, 503);
   assert.match(reason, /^the server cannot be reached: /);
 });
 
-test('what is no SFU', async (t) => {
+test('a join to a server that is not an SFU is refused', async (t) => {
   const web = await listening(
     t,
     createHttpServer((_, answer) => answer.end('hello')),
@@ -143,7 +143,7 @@ test('what is no SFU', async (t) => {
   }
 });
 
-test('a server that does not answer', async (t) => {
+test('a join to a server that does not answer is refused', async (t) => {
   const port = await listening(t, createTcpServer(), { host: address, port: 0 });
   const member = await openMember(t);
   assert.deepEqual(await refusal(member, `janus+ws://${address}:${port}/?room=r`), {
@@ -152,7 +152,7 @@ test('a server that does not answer', async (t) => {
   });
 });
 
-test('no way for media', async (t) => {
+test('a join without a path for media is refused', async (t) => {
   const server = await startServer(t, { rooms: { meeting: {} } });
   const member = await openMember(t);
   const { code, reason } = await refusal(member, server.uri('meeting', SOURCES), {
@@ -162,7 +162,7 @@ test('no way for media', async (t) => {
   assert.match(reason, /no way for media|gave up the media/);
 });
 
-test('a certificate is verified, and a further authority can be named', async (t) => {
+test("the server's certificate is verified, and an additional authority can be configured", async (t) => {
   const directory = temporaryDirectory(t);
   const certificate = path.join(directory, 'certificate.pem');
   const key = path.join(directory, 'key.pem');
@@ -187,7 +187,7 @@ test('a certificate is verified, and a further authority can be named', async (t
   assert.deepEqual(await member.does('join', uri), { connected: true });
 });
 
-test('who is removed, and whose room is closed, is told so', async (t) => {
+test('a participant who is removed, or whose room is closed, gets the reason', async (t) => {
   const server = await startServer(t);
   const administrator = await JanusAdministrator.connect(t, server);
   await administrator.ask({ request: 'create', room: 'meeting', secret: 's' });
@@ -210,7 +210,7 @@ test('who is removed, and whose room is closed, is told so', async (t) => {
   assert.deepEqual([closed.code, closed.reason], [410, 'the room was closed']);
 });
 
-test('a server that dies ends the call', async (t) => {
+test('the call ends when the server is killed', async (t) => {
   const server = await startServer(t, { rooms: { meeting: {} } });
   const member = await openMember(t);
   assert.deepEqual(await member.does('join', server.uri('meeting', SOURCES)), { connected: true });
@@ -260,7 +260,7 @@ test('a clip that cannot be played is refused', async (t) => {
   }
 });
 
-test('a uri that says nothing clear is refused', async (t) => {
+test('an invalid uri is refused', async (t) => {
   const member = await openMember(t);
   for (const [uri, reason] of [
     ['janus://host/?room=r', "the uri's scheme is neither janus+ws nor janus+wss"],

@@ -1,13 +1,14 @@
-// Meetings of several processes in a room of a real SFU. What a picture shows is read from its
-// decoded pixels: the detail of a card's code is its sender's.
+// Meetings of several processes in a room of a real SFU. Pictures are identified by their decoded
+// pixels: the detail of a test card's code identifies the sender.
 
 import assert from 'node:assert/strict';
 import path from 'node:path';
 import { test } from 'node:test';
 
 import { writeCardClip } from '../../support/card_clip.mjs';
+import { LOCAL, remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
-import { LOCAL, openMember, remote, startServer } from '../../support/webrtc_room.mjs';
+import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const LEFT = { reason: 'the call was left', code: 0 };
 
@@ -34,7 +35,7 @@ async function meet(t, count, { capture } = {}) {
 
 const details = (pictures) => pictures.map(({ card }) => card?.detail);
 
-test('two processes see each other, picture by picture', async (t) => {
+test("two processes receive each other's pictures in order", async (t) => {
   const { members } = await meet(t, 2);
   const seen = await Promise.all(members.map((member) => member.does('pictures', remote(0), 30)));
   assert.deepEqual(seen.map(details), [Array(30).fill(2), Array(30).fill(1)]);
@@ -43,12 +44,12 @@ test('two processes see each other, picture by picture', async (t) => {
       assert.deepEqual([width, height], [640, 360]);
       if (index === 0) continue;
       assert.ok(frameId > pictures[index - 1].frameId, 'frames are numbered in order');
-      assert.ok(card.number > pictures[index - 1].card.number, 'pictures come in order');
+      assert.ok(card.number > pictures[index - 1].card.number, 'pictures arrive in order');
     }
   }
 });
 
-test('who mutes the video is cleared at the others, and comes back', async (t) => {
+test('muting the video clears it at the others, and unmuting restores it', async (t) => {
   const { members } = await meet(t, 2);
   const [first, second] = members;
   const { csrc } = await second.does('picture', remote(0));
@@ -62,7 +63,7 @@ test('who mutes the video is cleared at the others, and comes back', async (t) =
   assert.equal(picture.card?.detail, 1);
 });
 
-test('who leaves is gone at the others, and may come again', async (t) => {
+test('a participant who leaves is removed at the others, and may join again', async (t) => {
   const { server, members } = await meet(t, 2);
   const [first, second] = members;
   await second.does('picture', remote(0));
@@ -77,7 +78,7 @@ test('who leaves is gone at the others, and may come again', async (t) => {
   assert.equal(card?.detail, 9);
 });
 
-test('four processes see one another', async (t) => {
+test("four processes receive each other's pictures", async (t) => {
   const { members } = await meet(t, 4, { capture: { width: 320, height: 180, maxFPS: 15 } });
   const seen = await Promise.all(
     members.map((member) =>
@@ -90,14 +91,14 @@ test('four processes see one another', async (t) => {
   }
 });
 
-test('a size that is no multiple of eight arrives whole', async (t) => {
+test('a picture whose size is not a multiple of eight arrives whole', async (t) => {
   const { members } = await meet(t, 2, { capture: { width: 322, height: 182, maxFPS: 15 } });
   const pictures = await members[0].does('pictures', remote(0), 5);
   assert.deepEqual(details(pictures), Array(5).fill(2));
   for (const { width, height } of pictures) assert.deepEqual([width, height], [322, 182]);
 });
 
-test('a clip in the place of a camera is seen', async (t) => {
+test('a clip that replaces the camera is received', async (t) => {
   const { server, members } = await meet(t, 1);
   const clip = path.join(temporaryDirectory(t), 'camera.y4m');
   writeCardClip(clip, { width: 320, height: 180, detail: 99 });
@@ -107,7 +108,7 @@ test('a clip in the place of a camera is seen', async (t) => {
   assert.deepEqual([width, height, card?.detail], [320, 180, 99]);
 });
 
-test('the microphone has a level, unless it is muted', async (t) => {
+test('the microphone has a level unless it is muted', async (t) => {
   const { members } = await meet(t, 1);
   const [member] = members;
   const { level } = await member.does('seen', 'micLevel');
@@ -119,7 +120,7 @@ test('the microphone has a level, unless it is muted', async (t) => {
   assert.ok(csrc > 0);
 });
 
-test('an engine that goes in a call leaves no thread, and no stream at the others', async (t) => {
+test('an engine destroyed during a call leaves no thread, and no stream at the others', async (t) => {
   const { members } = await meet(t, 2);
   const [first, second] = members;
   await second.does('picture', remote(0));

@@ -1,15 +1,22 @@
-// Calls that may use relays alone.
+// Calls that may use relays only.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
+import { setTimeout as delay } from 'node:timers/promises';
 
+import { remote } from '../../support/streams.mjs';
 import { startTurnServer } from '../../support/turn_server.mjs';
-import { openMember, remote, startServer } from '../../support/webrtc_room.mjs';
+import { openMember, startServer } from '../../support/webrtc_room.mjs';
+
+// What the relay had passed on has been shown by then.
+const OUT_OF_THE_WAY_MS = 500;
+// Thirty pictures are sent meanwhile.
+const STOPPED_MS = 1000;
 
 for (const protocol of ['udp', 'tcp']) {
-  test(`pictures go through a relay that is reached over ${protocol}`, async (t) => {
+  test(`pictures are received through a relay over ${protocol}`, async (t) => {
     const server = await startServer(t, { rooms: { meeting: {} } });
-    const { used, ...relay } = await startTurnServer(t);
+    const { used, stop, goOn, ...relay } = await startTurnServer(t);
     const turnServers = [{ ...relay, protocol, fqdn: '', priority: 0, bandwidth: 0 }];
     const members = await Promise.all([openMember(t), openMember(t)]);
     const answers = await Promise.all(
@@ -29,5 +36,17 @@ for (const protocol of ['udp', 'tcp']) {
     );
     // Each member sends over one connection and receives over another.
     await used(4);
+
+    // Nothing goes another way: what is sent while the relay is stopped is not received.
+    stop();
+    await delay(OUT_OF_THE_WAY_MS);
+    const newest = () => Promise.all(members.map((member) => member.does('picture', remote(0))));
+    const before = await newest();
+    await delay(STOPPED_MS);
+    assert.deepEqual(await newest(), before);
+    goOn();
+    await Promise.all(
+      members.map((member, index) => member.does('picture', remote(0), before[index].frameId)),
+    );
   });
 }

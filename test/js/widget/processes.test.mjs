@@ -1,5 +1,5 @@
-// Frames on their way from a main process to widgets, each a process of its own. Every frame that
-// a widget sees is compared, byte for byte, with what was sent.
+// Frames from a main process to widgets in separate processes. Every frame that a widget reads is
+// compared, byte for byte, with the sent one.
 
 import assert from 'node:assert/strict';
 import { existsSync, utimesSync } from 'node:fs';
@@ -44,7 +44,7 @@ for (const [width, height] of [
   });
 }
 
-test('while a widget looks at a frame it stays as it is, and the next one comes after it', async (t) => {
+test('a frame does not change while a widget reads it, and the next one follows', async (t) => {
   const { main, key } = await startMain(t);
   const widget = await startWidget(t, key);
   const [first, second] = [1, 2].map((number) => ({ ...SMALL, number, csrc: number }));
@@ -52,7 +52,7 @@ test('while a widget looks at a frame it stays as it is, and the next one comes 
   await main.does('push', remote(0), first);
   await widget.does('look', remote(0));
   await main.does('beginPush', remote(0), second);
-  // The writer waits, and the frame that is looked at is the first one.
+  // The writer waits, and the held frame is the first one.
   assert.deepEqual(await widget.does('look', remote(0)), remotePattern(0, first));
   await widget.does('release', remote(0));
   assert.equal(await main.does('endPush', remote(0)), 1);
@@ -62,7 +62,7 @@ test('while a widget looks at a frame it stays as it is, and the next one comes 
   await main.ends();
 });
 
-test('frames that are written and read all the time are whole, and move on', async (t) => {
+test('frames that are written and read continuously are whole, and advance', async (t) => {
   const FRAMES = 60;
   const { main, key } = await startMain(t);
   const widget = await startWidget(t, key);
@@ -93,7 +93,7 @@ test('frames that are written and read all the time are whole, and move on', asy
   await main.ends();
 });
 
-test('a widget of a meeting sees the very pictures that the main process sees', async (t) => {
+test('a widget sees the same pictures as the main process', async (t) => {
   const COMMON = 20;
   const streams = [remote(0), remote(1)];
   const { main, key } = await startEmbeddedMain(t, temporaryDirectory(t));
@@ -104,7 +104,7 @@ test('a widget of a meeting sees the very pictures that the main process sees', 
   await main.does('keepReading', streams);
   await widget.does('keepReading', streams, { kind: 'card' });
 
-  // Either may have missed a frame that the other has seen.
+  // Each process may have missed a frame that the other one has received.
   const nameOf = ({ streamIndex, number }) => `${streamIndex}:${number}`;
   const seenByMain = () => new Map(main.reports.map((frame) => [nameOf(frame), frame]));
   const common = () => {
@@ -126,7 +126,7 @@ test('a widget of a meeting sees the very pictures that the main process sees', 
   await main.ends();
 });
 
-test('a stream that leaves widget mode and comes again is found again', async (t) => {
+test('a stream that leaves and enters widget mode again is found again', async (t) => {
   const { main, key } = await startMain(t);
   const widget = await startWidget(t, key);
   for (const number of [1, 2, 3]) {
@@ -166,7 +166,7 @@ test('two widgets read one stream in turns', async (t) => {
   for (const one of [third, second, main]) await one.ends();
 });
 
-test('streams deliver on while others enter and leave, and nothing is left of those', async (t) => {
+test('streams keep delivering while others enter and leave, and those leave no files', async (t) => {
   const ROUNDS = 40;
   const { main, key } = await startMain(t);
   const widget = await startWidget(t, key);
@@ -197,7 +197,7 @@ test('streams deliver on while others enter and leave, and nothing is left of th
   await main.ends();
 });
 
-test('what killed processes left in /dev/shm is removed, and nothing that is in use or new', async (t) => {
+test('the leftovers of killed processes in /dev/shm are removed, and no files in use or new ones', async (t) => {
   const makeOld = (file) => utimesSync(file, 0, 0);
   const filesOf = ({ shm_name: shm, sem_name: sem }) => [fileOfSegment(shm), fileOfSemaphore(sem)];
   const { main } = await startMain(t);

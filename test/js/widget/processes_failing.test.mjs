@@ -1,5 +1,5 @@
-// What goes wrong between a main process and its widgets: one of them dies or stalls, there is no
-// room, or what lies in shared memory is not what it should be.
+// Failures between a main process and its widgets: one of them is killed or stalls, /dev/shm is
+// full, or the content of the shared memory is invalid.
 
 import assert from 'node:assert/strict';
 import { existsSync, mkdirSync, rmSync, truncateSync, writeFileSync } from 'node:fs';
@@ -40,11 +40,11 @@ const patternOf = ({ streamIndex }, number) => remotePattern(streamIndex, frame(
 
 // Most of these wait for the five seconds of a lock, and may do so together.
 describe('when something goes wrong', { concurrency: 6 }, () => {
-  // ---- Widgets that die or stall
+  // ---- Widgets that are killed or stall
 
   for (const [what, stall, recover] of [
     [
-      'is killed while it looks at a frame: leaving and entering recovers the stream',
+      'is killed while it holds a frame loses the stream until it leaves and enters widget mode',
       ({ holder }) => holder.kill(),
       async ({ main }) => {
         await main.does('exit', A);
@@ -53,7 +53,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
       },
     ],
     [
-      'never releases: the stream goes on once it does',
+      'does not release its frame stops the stream until it releases it',
       () => {},
       async ({ main, holder }) => {
         await holder.does('release', A);
@@ -93,7 +93,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     });
   }
 
-  test('a widget that is killed while it reads the main segment ends the use of that one', async (t) => {
+  test('a widget that is killed while it reads the main segment makes that segment unusable', async (t) => {
     const FAILED = 'Shared mem lock failed, something is wrong!';
     const { main, key } = await startMain(t);
     const widget = await startWidget(t, key);
@@ -108,7 +108,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     ]);
     assert.equal(main.count(`enableSharedMemory: ${FAILED}`), 1);
     assert.equal(widget.count(`getVideoFrameSource: ${FAILED}`), 1);
-    // The writer asks for the frame segment's lock alone.
+    // The writer takes the frame segment's lock only.
     const timedOut = main.count(TIMED_OUT);
     assert.equal(await main.does('push', A, frame(2)), true);
     assert.equal(main.count(TIMED_OUT), timedOut);
@@ -118,9 +118,9 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     await main.ends();
   });
 
-  // ---- A main process that dies
+  // ---- A main process that is killed
 
-  test('when the main process is killed, widgets keep the last frame and can read on', async (t) => {
+  test('when the main process is killed, widgets keep the last frame and can read it again', async (t) => {
     const { main, key } = await startMain(t);
     const widget = await startWidget(t, key);
     await main.does('enter', A);
@@ -159,7 +159,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     ['the main process ends', (main) => main.ends()],
     ['the stream leaves widget mode', (main) => main.does('exit', A)],
   ]) {
-    test(`a frame that a widget looks at stays while ${what}`, async (t) => {
+    test(`a frame that a widget reads stays valid while ${what}`, async (t) => {
       const { main, key } = await startMain(t);
       const widget = await startWidget(t, key);
       await main.does('enter', A);
@@ -175,7 +175,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
 
   // ---- Names
 
-  test('names that do not exist make a widget that sees nothing, and goes on', async (t) => {
+  test('a widget with names that do not exist sees no stream, and keeps working', async (t) => {
     const widget = await startWidget(t, { shm_name: '/SHMnobody', sem_name: '/SEMnobody' });
     assert.ok(widget.lines.includes('shm_open failed, error:2'));
     assert.deepEqual(await widget.does('read', A), UPDATE_MISSING);
@@ -188,7 +188,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     await main.ends();
   });
 
-  test('an unlinked main segment serves those who have it, and nobody else', async (t) => {
+  test('an unlinked main segment works for processes that have opened it, and for no others', async (t) => {
     const { main, key } = await startMain(t);
     const widget = await startWidget(t, key);
     for (const file of filesNamedIn(main.lines)) rmSync(file);
@@ -206,9 +206,9 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     for (const one of [late, widget, main]) await one.ends();
   });
 
-  // ---- No room
+  // ---- A full /dev/shm
 
-  test('a full /dev/shm refuses a stream, and the others go on', async (t) => {
+  test('a full /dev/shm refuses a stream, and the others continue', async (t) => {
     const room = limitedSharedMemory();
     const { main, key } = await startMain(t, { command: room.command });
     const widget = await startWidget(t, key, { command: room.commandBeside(main) });
@@ -222,7 +222,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
       assert.deepEqual(await widget.does('read', A), patternOf(A, number));
       assert.deepEqual(await widget.does('read', B), UPDATE_MISSING);
     }
-    // Once there is room again, leaving and entering makes the segment.
+    // Once there is space again, leaving and entering widget mode creates the segment.
     room.empty(main);
     await main.does('exit', B);
     await main.does('enter', B);
@@ -232,7 +232,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     await main.ends();
   });
 
-  test('a full /dev/shm refuses the main segment, and the wrapper goes on without widget mode', async (t) => {
+  test('a full /dev/shm refuses the main segment, and the wrapper works without widget mode', async (t) => {
     const room = limitedSharedMemory();
     const main = startMainWithoutWrapper(t, { command: room.command });
     await main.does('holdings'); // it is there
@@ -248,7 +248,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     await main.ends();
   });
 
-  // ---- What is not as it should be
+  // ---- Invalid contents
 
   for (const size of [0, 511, MAIN_SEGMENT_SIZE - 1]) {
     test(`a main segment of ${size} bytes is refused`, async (t) => {
@@ -268,7 +268,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     return { main, stream };
   }
 
-  // What a widget answers for stream A. Then it is still there to read another one.
+  // The widget's result for stream A. The widget must then still be able to read another one.
   async function readA(t, main) {
     const good = makeSegment(t, FRAME_SEGMENT_SIZE);
     list(main.shm_name, B.streamIndex, good);
@@ -281,7 +281,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     return { seen, lines: widget.lines };
   }
 
-  test('a segment made by hand is read like any other', async (t) => {
+  test('a segment written by the test is read like any other', async (t) => {
     const { main, stream } = makeSharedStream(t);
     writeToSegment(stream.shm_name, Buffer.alloc(4608, 9), 40);
     const { seen } = await readA(t, main);
@@ -335,7 +335,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     [1, MOST],
     [MOST, MOST],
   ]) {
-    test(`a header that says ${width}x${height} is answered as no update`, async (t) => {
+    test(`a header with the size ${width}x${height} is answered with no update`, async (t) => {
       const { main, stream } = makeSharedStream(t);
       writeHeader(stream.shm_name, { width, height });
       const { seen } = await readA(t, main);
@@ -347,7 +347,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     [0, MOST],
     [MOST, 0],
   ]) {
-    test(`a header that says ${width}x${height} is answered with a picture that has no pixels`, async (t) => {
+    test(`a header with the size ${width}x${height} is answered with a picture without pixels`, async (t) => {
       const { main, stream } = makeSharedStream(t);
       writeHeader(stream.shm_name, { width, height });
       const { seen } = await readA(t, main);
@@ -359,7 +359,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
   for (const [what, change, line] of [
     ['a name without an end', { shm_name: filled }, 'shm_open failed, error:2'],
     ['a name with a slash', { shm_name: '/SHM/../../etc/passwd' }, 'shm_open failed, error:22'],
-    ['a name of nobody', { shm_name: '/SHMnobody' }, 'shm_open failed, error:2'],
+    ['a name that does not exist', { shm_name: '/SHMnobody' }, 'shm_open failed, error:2'],
     ['the name of another object', { shm_name: '%s%n' }, 'shm_open failed, error:2'],
     ['an empty object name', { shm_name: '' }, null],
     ['an empty semaphore name', { sem_name: '' }, null],
@@ -368,7 +368,11 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
       { sem_name: filled },
       'initialize: sem_open failed, error:36',
     ],
-    ['a semaphore of nobody', { sem_name: '/SEMnobody' }, 'initialize: sem_open failed, error:2'],
+    [
+      'a semaphore name that does not exist',
+      { sem_name: '/SEMnobody' },
+      'initialize: sem_open failed, error:2',
+    ],
   ]) {
     test(`an entry with ${what} has a null frame`, async (t) => {
       const { main, stream } = makeSharedStream(t);
@@ -396,14 +400,14 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     assert.ok(lines.includes('initialize: mmap failed, error:6'));
   });
 
-  test('any value but 0 lists a stream', async (t) => {
+  test('any value other than 0 lists a stream', async (t) => {
     const { main, stream } = makeSharedStream(t);
     list(main.shm_name, A.streamIndex, { ...stream, valid: 255 });
     const { seen } = await readA(t, main);
     assert.deepEqual([seen.width, seen.height], [64, 48]);
   });
 
-  test('a table of nothing but ones has only null frames', async (t) => {
+  test('a table filled with ones gives null frames only', async (t) => {
     const main = makeSegment(t, MAIN_SEGMENT_SIZE);
     writeToSegment(main.shm_name, Buffer.alloc(MAIN_SEGMENT_SIZE, 255), 0);
     const widget = await startWidget(t, main);
@@ -415,7 +419,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     await widget.ends();
   });
 
-  test('a semaphore whose count is too high locks nobody out, and stays held where it overflows', async (t) => {
+  test('a semaphore whose count is too high locks no process out, and stays held when it overflows', async (t) => {
     const { main, key } = await startMain(t);
     const widget = await startWidget(t, key);
     await main.does('enter', A);
@@ -431,7 +435,7 @@ describe('when something goes wrong', { concurrency: 6 }, () => {
     await main.ends();
   });
 
-  test('a semaphore whose count is 0 keeps a widget out for five seconds at a time', async (t) => {
+  test('a semaphore whose count is 0 makes each request of a widget wait five seconds', async (t) => {
     const { main, stream } = makeSharedStream(t);
     setCount(stream.sem_name, 0);
     const widget = await startWidget(t, main);

@@ -1,5 +1,5 @@
 // Widgets that are killed at random moments: while they start, while they look a stream up, while
-// they look at a frame. TEST_SEED repeats a run as far as the machine allows.
+// they hold a frame. TEST_SEED repeats a run as far as the machine allows.
 
 import assert from 'node:assert/strict';
 import { randomInt } from 'node:crypto';
@@ -16,14 +16,14 @@ import { remote } from '../../support/streams.mjs';
 
 const KILLS = 100;
 const MEETINGS = 4; // at once
-// A node process takes about this long to come to its first frame.
+// A node process takes about this long until its first frame.
 const LONGEST_START_MS = 150;
 const LONGEST_READING_MS = 20;
 
 const SEED = Number(process.env.TEST_SEED ?? randomInt(2 ** 32));
 const STREAM = remote(3);
 
-// Numbers from 0 to 1 that follow from the seed: a linear congruential generator.
+// Numbers from 0 to 1 that depend on the seed: a linear congruential generator.
 function randomNumbers(seed) {
   let state = BigInt(seed);
   return () => {
@@ -32,7 +32,8 @@ function randomNumbers(seed) {
   };
 }
 
-// Starts a widget that reads, and kills it at some moment: every other one after it has seen frames.
+// Starts a widget that reads, and kills it at some moment: every other one after it has seen
+// frames.
 async function startAndKill(t, key, { afterFrames, random }) {
   const widget = startWidgetWithoutProxy(t);
   const told = Promise.allSettled([widget.does('open', key), widget.does('keepReading', [STREAM])]);
@@ -43,7 +44,7 @@ async function startAndKill(t, key, { afterFrames, random }) {
   assert.ok(widget.reports.every(({ whole }) => whole));
 }
 
-// A main process whose stream is pushed all the time.
+// A main process whose stream is pushed continuously.
 async function startMeeting(t) {
   const { main, key } = await startMain(t);
   await main.does('startPushing', STREAM, { width: 64, height: 48, fps: 200 });
@@ -68,13 +69,13 @@ async function startMeeting(t) {
 describe('killing widgets', { concurrency: MEETINGS }, () => {
   console.log(`TEST_SEED=${SEED}`);
   for (let number = 0; number < MEETINGS; ++number) {
-    test(`after ${KILLS / MEETINGS} kills the main process has lost nothing and goes on`, async (t) => {
+    test(`after ${KILLS / MEETINGS} kills of its widget the main process has lost nothing and continues`, async (t) => {
       const random = randomNumbers(SEED + number);
       let meeting = await startMeeting(t);
       for (let kill = 0; kill < KILLS / MEETINGS; ++kill) {
         await meeting.enter();
         await startAndKill(t, meeting.key, { afterFrames: kill % 2 === 1, random });
-        // Whoever dies with the main segment's lock ends the use of that segment.
+        // A widget that is killed with the main segment's lock makes that segment unusable.
         const isLost = countOf(meeting.key.sem_name) === 0;
         await meeting.exit();
         if (!isLost) continue;

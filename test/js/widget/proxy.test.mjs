@@ -1,6 +1,6 @@
-// Reading the frames of streams in widget mode through TesselWrapperProxy. The proxy and the wrapper
-// are in one process here: each has its own mapping and its own hold of the semaphores, as two
-// processes have. Processes of their own are in processes.test.mjs.
+// Reading the frames of streams in widget mode through TesselWrapperProxy. The proxy and the
+// wrapper are in one process here: each has its own mapping and its own hold of the semaphores, as
+// two processes have. Processes of their own are in processes.test.mjs.
 
 import assert from 'node:assert/strict';
 import { closeSync, openSync, writeSync } from 'node:fs';
@@ -47,8 +47,8 @@ function share(count = 1, frame = ODD) {
 const push = (number, frame = ODD) =>
   engine.pushFrame(STREAM, { csrc: 4_000_000_000, number, ...frame });
 
-// Does to a named semaphore what a process does that takes it (0) or gives it back (1): its count is
-// the first thing in its file.
+// Does to a named semaphore what a process does that takes it (0) or gives it back (1): its count
+// is the first thing in its file.
 function setSemaphore(name, count) {
   const file = openSync(`/dev/shm/sem.${name.slice(1)}`, 'r+');
   writeSync(file, Uint32Array.of(count), 0, 4, 0);
@@ -73,14 +73,14 @@ test('construction checks its argument, then shm_name, then sem_name', () => {
   }
 });
 
-test('called without new it throws', () => {
+test('a proxy called without new throws', () => {
   assert.throws(() => TesselWrapperProxy({}), {
     name: 'TypeError',
     message: "Class constructors cannot be invoked without 'new'",
   });
 });
 
-test('its prototype has the four methods, none enumerable', () => {
+test('the prototype of the proxy has the four methods, none enumerable', () => {
   const methods = Object.getOwnPropertyNames(TesselWrapperProxy.prototype).filter(
     (name) => name !== 'constructor',
   );
@@ -137,7 +137,7 @@ test('a shared frame is read in place, whole, with the planes of an odd size', (
   proxy.releaseFrame(STREAM);
 });
 
-test('before the first frame a request yields a picture without size', () => {
+test('before the first frame a request gives a picture of size 0', () => {
   share(0);
   const frame = proxy.getFrame(STREAM, 5);
   assert.deepEqual([frame.noUpdate, frame.width, frame.height], [false, 0, 0]);
@@ -145,7 +145,7 @@ test('before the first frame a request yields a picture without size', () => {
   proxy.releaseFrame(STREAM);
 });
 
-test('getLastFrame sees no update until the second frame', () => {
+test('getLastFrame gives no update until the second frame', () => {
   share(1);
   assert.deepEqual(proxy.getLastFrame(STREAM), NULL_FRAME);
   proxy.releaseFrame(STREAM);
@@ -154,7 +154,7 @@ test('getLastFrame sees no update until the second frame', () => {
   proxy.releaseFrame(STREAM);
 });
 
-test('no update answers with the frame id that was asked with', () => {
+test('an answer without an update has the frame id of the request', () => {
   share(3);
   assert.deepEqual(proxy.getFrame(STREAM, 2), { ...NULL_FRAME, frameId: 2 });
   proxy.releaseFrame(STREAM);
@@ -175,13 +175,13 @@ test('a frame id is compared with all of its 64 bits', () => {
     assert.equal(isNew(sequence + 2 ** 32), true);
     assert.equal(isNew(sequence % 2 ** 32), sequence >= 2 ** 32);
   }
-  // A negative number stands for its unsigned counterpart.
+  // A negative number is converted to its unsigned counterpart.
   writeHeader(segment, { width: 64, height: 36, sequence: 2n ** 64n - 1n });
   assert.equal(isNew(-1), false);
   assert.equal(isNew(2 ** 32 - 1), true);
 });
 
-test('who passes a frame id back gets the current frame again', () => {
+test('passing a frame id back gives the current frame again', () => {
   share(2);
   const { frameId } = proxy.getFrame(STREAM, 0);
   assert.ok(frameId > 0);
@@ -190,7 +190,7 @@ test('who passes a frame id back gets the current frame again', () => {
   proxy.releaseFrame(STREAM);
 });
 
-test('getFrame without a number throws what the conversion throws', () => {
+test('getFrame without a numeric frame id throws the error of the conversion', () => {
   share(1);
   for (const args of [[], [undefined], ['1'], [1n], [null]]) {
     assert.throws(
@@ -202,7 +202,7 @@ test('getFrame without a number throws what the conversion throws', () => {
   }
 });
 
-test('getFrame of a stream that is not shared does not look at the frame id', () => {
+test('getFrame of a stream that is not shared does not read the frame id', () => {
   assert.deepEqual(proxy.getFrame(STREAM), NULL_FRAME);
 });
 
@@ -235,11 +235,11 @@ test('after the stream has left widget mode its frame is empty and the next one 
   assert.deepEqual(proxy.getFrame(STREAM, 0), NULL_FRAME);
   assert.equal(yPlaneBuffer.length, 0);
   share(1, { width: 16, height: 16 });
-  assert.equal(proxy.getFrame(STREAM, 9).width, 16, 'the stream may come again');
+  assert.equal(proxy.getFrame(STREAM, 9).width, 16, 'the stream may be shared again');
   proxy.releaseFrame(STREAM);
 });
 
-test('a frame stays as it is while another process keeps the table of streams locked', () => {
+test('a frame does not change while another process holds the lock of the table of streams', () => {
   share(2);
   const { yPlaneBuffer } = proxy.getFrame(STREAM, 0);
   const table = wrapper.getSharedDataInfo().sem_name;
@@ -258,7 +258,7 @@ for (const [what, putOutOfReach] of Object.entries(WAYS_OUT_OF_REACH)) {
     ['removeVideo', () => proxy.removeVideo(STREAM)],
     ['exitWidgetMode', () => wrapper.exitWidgetMode(STREAM)],
   ]) {
-    test(`memory that JavaScript keeps as ${what} is not unmapped after ${how}`, () => {
+    test(`memory that JavaScript keeps as ${what} stays mapped after ${how}`, () => {
       const size = { width: 256, height: 256 };
       share(2, size);
       const { yPlaneBuffer } = proxy.getFrame(STREAM, 0);
@@ -274,7 +274,7 @@ for (const [what, putOutOfReach] of Object.entries(WAYS_OUT_OF_REACH)) {
   }
 }
 
-test('a frame that does not fit the segment is dropped and the one before it stays', () => {
+test('a frame that does not fit the segment is dropped and the previous one stays', () => {
   share(2);
   push(3, { width: 1920, height: 1080 });
   const { yPlaneBuffer } = proxy.getFrame(STREAM, 0);
@@ -290,7 +290,7 @@ test('an empty frame keeps the pixels and counts as new', () => {
   proxy.releaseFrame(STREAM);
 });
 
-// ---- What the two classes print
+// ---- The lines of the two classes
 
 // Runs `script` in a child and answers with its lines, addresses and random names replaced.
 function linesOf(script) {
@@ -306,7 +306,7 @@ function linesOf(script) {
   return lines;
 }
 
-test('a proxy for names that do not exist is made, and says for each request that it found nothing', () => {
+test('a proxy for names that do not exist is constructed, and prints a line for each request', () => {
   const lines = linesOf(({ engine: scripted }) => {
     const { TesselWrapperProxy: Proxy } = scripted.loadAddon();
     const made = new Proxy({ shm_name: '/no-such-%s', sem_name: '/nor-this-%n' });
@@ -335,7 +335,7 @@ test('a proxy for names that do not exist is made, and says for each request tha
   ]);
 });
 
-test('a proxy prints its line before it lets go of the segments, in the base of the lines before', () => {
+test('a proxy prints its line before it releases the segments, in the base of the previous lines', () => {
   const lines = linesOf(async ({ engine: scripted, construct: make, collect }) => {
     const { TesselWrapperProxy: Proxy } = scripted.loadAddon();
     const stream = { type: 'remote', streamIndex: 0 };
@@ -374,7 +374,7 @@ test('a proxy prints its line before it lets go of the segments, in the base of 
   ]);
 });
 
-test('releasing without a frame, and a stream that has gone, are told in these lines', () => {
+test('releasing without a frame, and a removed stream, print these lines', () => {
   const lines = linesOf(({ engine: scripted, construct: make }) => {
     const { TesselWrapperProxy: Proxy } = scripted.loadAddon();
     const stream = { type: 'remote', streamIndex: 0 };

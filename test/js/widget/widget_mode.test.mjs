@@ -76,7 +76,7 @@ test('a stream is listed when its receiver is registered, and until it is unregi
   assert.deepEqual(seen, [free, free]);
 });
 
-test('no frame is received without a segment, however often a stream enters and leaves', () => {
+test('frames are received only while there is a segment, however often a stream enters and leaves', () => {
   const lines = linesOf(({ engine: scripted, construct: make }) => {
     const stream = { type: 'remote', streamIndex: 0 };
     const wrapper = make();
@@ -100,7 +100,7 @@ test('no frame is received without a segment, however often a stream enters and 
   );
 });
 
-test('entering twice, and leaving what was not entered, are told in these lines', () => {
+test('entering twice, and leaving without entering, print these lines', () => {
   const lines = linesOf(({ engine: scripted, construct: make }) => {
     const stream = { type: 'content', streamIndex: 0 };
     const wrapper = make();
@@ -127,7 +127,7 @@ test('entering twice, and leaving what was not entered, are told in these lines'
   ]);
 });
 
-test("after a wrapper's own line the numbers of these lines are hexadecimal", () => {
+test("after a wrapper's line the numbers in these lines are hexadecimal", () => {
   const lines = linesOf(({ engine: scripted, construct: make }) => {
     const wrapper = make();
     scripted.setStream({ type: 'remote', streamIndex: 10 });
@@ -167,7 +167,7 @@ for (const [how, script] of [
     },
   ],
 ]) {
-  test(`after ${how} no name of a stream in widget mode is left`, () => {
+  test(`after ${how} no names of a stream in widget mode are left`, () => {
     const child = runInChild(
       `({ engine: scripted, construct: make }) => {
         const stream = { type: 'remote', streamIndex: 1 };

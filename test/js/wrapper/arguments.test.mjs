@@ -48,7 +48,7 @@ function revokedProxy() {
 
 // ---- The number of arguments
 
-test('as many arguments as are wanted pass, and so do more', () => {
+test('the required number of arguments is accepted, and so are more', () => {
   assert.equal(napiCheckArgLength(2)(1, 2), undefined);
   assert.equal(napiCheckArgLength(2)(1, 2, 3), undefined);
   assert.equal(napiCheckArgLength(0)(), undefined);
@@ -58,12 +58,12 @@ test('an argument that is passed as undefined counts', () => {
   assert.equal(napiCheckArgLength(2)(undefined, undefined), undefined);
 });
 
-test('fewer arguments than are wanted are refused', () => {
+test('fewer arguments than required are refused', () => {
   assertThrows(() => napiCheckArgLength(2)(1), TypeError, 'Wrong number of arguments, expected 2');
   assertThrows(() => napiCheckArgLength(1)(), TypeError, 'Wrong number of arguments, expected 1');
 });
 
-test('the number of arguments in the text is unsigned', () => {
+test('the number of arguments in the message is unsigned', () => {
   assertThrows(
     () => napiCheckArgLength(4294967295)(1),
     TypeError,
@@ -85,14 +85,14 @@ const ARGUMENT_READERS = [
 ];
 
 for (const { type, read, good } of ARGUMENT_READERS) {
-  test(`an argument that is a ${type} is read`, () => {
+  test(`an argument of type ${type} is read`, () => {
     for (const value of good) {
       assert.equal(read(0)(value), value);
       assert.equal(read(2)('first', null, value), value);
     }
   });
 
-  test(`an argument that is no ${type} is refused, with its position from 0`, () => {
+  test(`an argument not of type ${type} is refused with its position, counted from 0`, () => {
     for (const wrong of WRONG_VALUES[type]) {
       const text = (index) => `Wrong argument type for argument ${index}, expected ${type}`;
       assertThrows(() => read(0)(wrong), TypeError, text(0));
@@ -100,7 +100,7 @@ for (const { type, read, good } of ARGUMENT_READERS) {
     }
   });
 
-  test(`an argument that is not there is no ${type}`, () => {
+  test(`a missing argument is not of type ${type}`, () => {
     const text = (index) => `Wrong argument type for argument ${index}, expected ${type}`;
     assertThrows(() => read(0)(), TypeError, text(0));
     assertThrows(() => read(3)(good[0]), TypeError, text(3));
@@ -108,7 +108,7 @@ for (const { type, read, good } of ARGUMENT_READERS) {
   });
 }
 
-test('a number argument loses its fraction, and saturates at 64 bits', () => {
+test('a number argument is truncated to an integer, and saturates at 64 bits', () => {
   for (const [number, expected] of [
     [3.9, 3],
     [-3.9, -3],
@@ -135,14 +135,14 @@ const PROPERTY_READERS = [
 ];
 
 for (const { type, read, good } of PROPERTY_READERS) {
-  test(`a property that is a ${type} is read, own or inherited`, () => {
+  test(`a property of type ${type} is read, own or inherited`, () => {
     for (const value of good) {
       assert.equal(read({ a: value }, 'X', 'a'), value);
       assert.equal(read(Object.create({ a: value }), 'X', 'a'), value);
     }
   });
 
-  test(`a property that is missing is told from one that is no ${type}`, () => {
+  test(`a missing property and one not of type ${type} have different messages`, () => {
     assertThrows(
       () => read({ a: undefined }, 'X', 'b'),
       TypeError,
@@ -155,7 +155,7 @@ for (const { type, read, good } of PROPERTY_READERS) {
     }
   });
 
-  test(`a property that is to be a ${type} is looked for once and read twice`, () => {
+  test(`a property expected to be a ${type} is asked for once and read twice`, () => {
     const log = [];
     const handler = new Proxy(
       {},
@@ -176,7 +176,7 @@ for (const { type, read, good } of PROPERTY_READERS) {
     ]);
   });
 
-  test(`a property that is no ${type} is read once`, () => {
+  test(`a property not of type ${type} is read once`, () => {
     let readings = 0;
     const object = withGetter(() => void (readings += 1));
     const text = `Wrong type for property a on object X, expected ${type}`;
@@ -185,7 +185,7 @@ for (const { type, read, good } of PROPERTY_READERS) {
   });
 }
 
-test('the second reading of a property is what counts', () => {
+test('the second read of a property supplies its value', () => {
   assert.equal(getAsString(changing('first', 'second'), 'X', 'a'), 'second');
   assert.equal(getAsInt(changing(1, 2), 'X', 'a'), 2);
   assert.equal(getAsBoolean(changing(true, false), 'X', 'a'), false);
@@ -198,19 +198,19 @@ for (const [read, first, message] of [
   [getAsBoolean, true, 'A boolean was expected'],
   [getAsInt, 1, 'A number was expected'],
 ]) {
-  test(`${read.name} fails as Node-API does when the second reading has another type`, () => {
+  test(`${read.name} throws the error of Node-API when the second read has another type`, () => {
     for (const second of [undefined, null, {}, Symbol('second'), 1n]) {
       assertThrows(() => read(changing(first, second), 'X', 'a'), Error, message);
     }
   });
 }
 
-test('an object and an array are handed on as the second reading has them', () => {
+test('an object and an array are those of the second read', () => {
   assert.equal(getAsObject(changing({}, 5), 'X', 'a'), 5);
   assert.equal(getAsArray(changing([], 'text'), 'X', 'a'), 'text');
 });
 
-test('names of objects and properties stand in the texts as they are', () => {
+test('the messages contain the names of objects and properties unchanged', () => {
   assertThrows(() => getAsInt({}, '', 'ssrc'), TypeError, 'Missing property ssrc on object ');
   assertThrows(
     () => getAsInt({}, 'Ö %s', '%d é'),
@@ -224,13 +224,13 @@ test('names of objects and properties stand in the texts as they are', () => {
   );
 });
 
-test('what is no object is looked at as its boxed object', () => {
+test('a primitive value is read as its wrapper object', () => {
   assert.equal(getAsInt('four', 'X', 'length'), 4);
   assert.equal(has(5, 'X', 'toFixed'), true);
   assertThrows(() => getAsInt(5, 'X', 'a'), TypeError, 'Missing property a on object X');
 });
 
-test('a revoked proxy is an object that cannot be looked at, and no array', () => {
+test('a revoked proxy counts as an unreadable object, and not as an array', () => {
   const cannotLook = "Cannot perform 'has' on a proxy that has been revoked";
   assertThrows(() => getAsInt(revokedProxy(), 'X', 'a'), TypeError, cannotLook);
   assert.throws(() => getAsArray({ a: revokedProxy() }, 'X', 'a'), {
@@ -238,7 +238,7 @@ test('a revoked proxy is an object that cannot be looked at, and no array', () =
   });
 });
 
-test('null and undefined have no properties to look for', () => {
+test('null and undefined have no properties', () => {
   for (const nothing of [null, undefined]) {
     assertThrows(
       () => getAsInt(nothing, 'X', 'a'),
@@ -248,7 +248,7 @@ test('null and undefined have no properties to look for', () => {
   }
 });
 
-test('the presence of a property counts, whatever it holds', () => {
+test('a property with any value counts as present', () => {
   assert.equal(has({ a: undefined }, 'X', 'a'), true);
   assert.equal(has(Object.create({ a: null }), 'X', 'a'), true);
   assert.equal(has({}, 'X', 'a'), false);
@@ -257,7 +257,7 @@ test('the presence of a property counts, whatever it holds', () => {
 
 // ---- Numbers and texts
 
-test('an integer loses its fraction and all but its low 32 bits', () => {
+test('an integer is truncated to its low 32 bits', () => {
   for (const [number, expected] of [
     [3.9, 3],
     [-3.9, -3],
@@ -288,7 +288,7 @@ test('an integer loses its fraction and all but its low 32 bits', () => {
   }
 });
 
-test('a text of digits is no number', () => {
+test('a string of digits is not a number', () => {
   assertThrows(
     () => getAsInt({ a: '3' }, 'X', 'a'),
     TypeError,
@@ -299,23 +299,26 @@ test('a text of digits is no number', () => {
 for (const [what, text, expected = text] of [
   ['empty', ''],
   ['ASCII', 'text'],
-  ['of two, three and four bytes a letter', 'é€😀'],
-  ['with NUL in it', 'a\0b\0'],
+  ['of characters of two, three and four bytes', 'é€😀'],
+  ['with a NUL inside', 'a\0b\0'],
   ['that begins with a byte order mark', '\ufefftext'],
   ['with lone surrogates', 'a\ud800b\udc00c\ud800', 'a\ufffdb\ufffdc\ufffd'],
   ['with surrogates the wrong way round', '\udc00\ud800', '\ufffd\ufffd'],
-  ['put together in the middle of a letter', `${'a'.repeat(20)}\ud83d` + `\ude00${'b'.repeat(20)}`],
-  ['of a million letters', 'é€😀x'.repeat(200_000)],
+  [
+    'that is concatenated in the middle of a surrogate pair',
+    `${'a'.repeat(20)}\ud83d` + `\ude00${'b'.repeat(20)}`,
+  ],
+  ['of almost a million characters', 'é€😀x'.repeat(200_000)],
 ]) {
-  test(`a text ${what} arrives as UTF-8`, () => {
+  test(`a string ${what} arrives as UTF-8`, () => {
     assert.equal(getAsString({ a: text }, 'X', 'a'), expected);
     assert.equal(napiGetArgAsString(0)(text), expected);
   });
 }
 
-// ---- What JavaScript throws
+// ---- Exceptions from JavaScript
 
-// What the binding layer itself asks of a thrown object must not change what is thrown.
+// Accesses of the binding layer to a thrown object must not change what is thrown.
 const THROWN = [
   ['an Error', new Error('thrown')],
   ['a frozen Error', Object.freeze(new Error('thrown'))],
@@ -334,7 +337,7 @@ const THROWN = [
 ];
 
 for (const [what, thrown] of THROWN) {
-  test(`${what} that a getter or a trap throws passes on unchanged`, () => {
+  test(`${what} that a getter or a trap throws is passed on unchanged`, () => {
     const throwIt = () => {
       throw thrown;
     };
@@ -353,7 +356,7 @@ for (const [what, thrown] of THROWN) {
   });
 }
 
-test('errors are thrown also when a trap guards every Error', () => {
+test('errors are thrown even when Error.prototype is guarded by traps', () => {
   const original = Object.getPrototypeOf(Error.prototype);
   Object.setPrototypeOf(Error.prototype, revokedProxy());
   let thrown;
@@ -365,12 +368,12 @@ test('errors are thrown also when a trap guards every Error', () => {
   assert.equal(thrown.constructor, TypeError);
 });
 
-test('a getter that calls the reader again without end runs out of stack', () => {
+test('a getter that calls the reader recursively causes a stack overflow error', () => {
   const object = withGetter(() => getAsString(object, 'X', 'a'));
   assert.equal(thrownBy(() => getAsString(object, 'X', 'a')).constructor, RangeError);
 });
 
-test('a worker can be ended while its calls are refused', async () => {
+test('a worker can be terminated while its calls are refused', async () => {
   const addon = JSON.stringify(addonFile);
   const program = `
     const { TesselWrapper } = require(${addon});

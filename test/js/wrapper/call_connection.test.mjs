@@ -46,7 +46,7 @@ testRecord({
 });
 testEngineFailures({ wrapper, method: 'connectCall', args, operations: ['ConnectCall'] });
 
-test('connectCall hands every field to the engine, its reserved texts empty', () => {
+test('connectCall passes every field to the engine, with the reserved strings empty', () => {
   const params = {
     uri: 'tessel:demo',
     meetingGuid: 'guid',
@@ -106,7 +106,7 @@ for (const flag of [
   'enableClientDrivenLayouts',
   'enableClientLayoutOrdering',
 ]) {
-  test(`connectCall hands on ${flag} alone`, () => {
+  test(`connectCall passes on ${flag} alone`, () => {
     const flags = {
       forceTurn: false,
       enableRdc: false,
@@ -120,14 +120,14 @@ for (const flag of [
 }
 
 for (const name of ['uri', 'endpointName', 'meetingGuid', 'meetingAttributes']) {
-  test(`connectCall takes any text for ${name}`, () => {
+  test(`connectCall accepts any string for ${name}`, () => {
     for (const [text, expected = text] of [[''], ['a\0b'], ['é€😀'], ['\ud800', '\ufffd']]) {
       assert.equal(connected({ [name]: text })[name], expected);
     }
   });
 }
 
-test('connectCall reads endpointName a second time, which counts', () => {
+test('connectCall uses the second read of endpointName', () => {
   let readings = 0;
   const parameters = args()[0];
   Object.defineProperty(parameters, 'endpointName', { get: () => `reading ${++readings}` });
@@ -155,7 +155,7 @@ test('connectCall keeps the low 32 bits of integers', () => {
 
 // ---- Lists
 
-test('connectCall takes empty lists', () => {
+test('connectCall accepts empty lists', () => {
   const params = connected({ meetingFeatures: [], gracefulEvents: [], turnServers: [] });
   assert.deepEqual(
     [params.meetingFeatures, params.gracefulEvents, params.turnServers],
@@ -163,7 +163,7 @@ test('connectCall takes empty lists', () => {
   );
 });
 
-test('connectCall hands on each meeting feature once', () => {
+test('connectCall passes each meeting feature once', () => {
   assert.deepEqual(connected({ meetingFeatures: ['x', 'y', 'x'] }).meetingFeatures, ['x', 'y']);
   assert.deepEqual(connected({ meetingFeatures: ['\ud800', '\ufffd', ''] }).meetingFeatures, [
     '',
@@ -171,7 +171,7 @@ test('connectCall hands on each meeting feature once', () => {
   ]);
 });
 
-test('connectCall keeps the order of graceful events, and repeated ones', () => {
+test('connectCall keeps the order of graceful events, and duplicates', () => {
   const gracefulEvents = [
     { event: 'z', enabled: true },
     { event: 'a', enabled: false },
@@ -184,12 +184,12 @@ test('connectCall keeps the order of graceful events, and repeated ones', () => 
   ]);
 });
 
-test('connectCall takes one graceful event as one pair', () => {
+test('connectCall passes one graceful event as one pair', () => {
   const gracefulEvents = [{ event: 'e', enabled: true }];
   assert.deepEqual(connected({ gracefulEvents }).gracefulEvents, [['e', true]]);
 });
 
-test('connectCall takes long lists', () => {
+test('connectCall accepts long lists', () => {
   const numbers = Array.from({ length: 5000 }, (_, i) => i);
   const params = connected({
     meetingFeatures: numbers.map(String),
@@ -207,7 +207,7 @@ test('connectCall takes long lists', () => {
   );
 });
 
-test('connectCall refuses a meeting feature that is no text', () => {
+test('connectCall refuses a meeting feature that is not a string', () => {
   for (const feature of [undefined, null, 5, true, 1n, Symbol('feature'), {}, [], Object('text')]) {
     assertConnectRefused({ meetingFeatures: ['x', feature] }, Error, 'A string was expected');
   }
@@ -220,13 +220,13 @@ const ELEMENTS = [
 ];
 
 for (const { list, text } of ELEMENTS) {
-  test(`connectCall looks for properties in whatever stands in ${list}`, () => {
+  test(`connectCall reads properties of any element of ${list}`, () => {
     for (const element of [5, 'text', true, 1n, Symbol('element'), [], () => {}, {}]) {
       assertConnectRefused({ [list]: [element] }, TypeError, text);
     }
   });
 
-  test(`connectCall passes on that null and undefined in ${list} have no properties`, () => {
+  test(`connectCall refuses null and undefined in ${list}, which have no properties`, () => {
     const noObject = 'Cannot convert undefined or null to object';
     for (const elements of [[null], [undefined], new Array(1)]) {
       assertConnectRefused({ [list]: elements }, TypeError, noObject);
@@ -234,7 +234,7 @@ for (const { list, text } of ELEMENTS) {
   });
 }
 
-test('connectCall names a missing enabled before it looks at event', () => {
+test('connectCall reports a missing enabled before it reads event', () => {
   const log = [];
   const gracefulEvent = new Proxy(
     {},
@@ -250,13 +250,13 @@ test('connectCall names a missing enabled before it looks at event', () => {
   assert.deepEqual(log, ['enabled']);
 });
 
-test('connectCall names a TURN port that is a text', () => {
+test('connectCall reports a TURN port that is a string', () => {
   const turnServers = [turnServer, { ...turnServer, port: '3478' }];
   const text = 'Wrong type for property port on object TurnServerInfo, expected Number';
   assertConnectRefused({ turnServers }, TypeError, text);
 });
 
-test('connectCall names missing turnServers after everything else was found valid', () => {
+test('connectCall reports missing turnServers after all other checks', () => {
   const parameters = args()[0];
   delete parameters.turnServers;
   const text = 'Missing property turnServers on object ConnectParams';
@@ -277,7 +277,7 @@ for (const [list, make, expected] of [
     (port) => ({ ...turnServer, reservedText: '', port }),
   ],
 ]) {
-  test(`connectCall follows ${list} that change their length on the way`, () => {
+  test(`connectCall uses the current length while ${list} changes its length`, () => {
     for (const after of [[0], [0, 5], [0, 1, 2, 3, 4, 5, 6]]) {
       const changing = resizedByItsFirst([0, 1, 2].map(make), after.map(make));
       assert.deepEqual(connected({ [list]: changing })[list], after.map(expected));
@@ -285,7 +285,7 @@ for (const [list, make, expected] of [
   });
 }
 
-test('connectCall takes a getter that makes calls of its own', () => {
+test('connectCall accepts a getter that calls the wrapper itself', () => {
   const parameters = args()[0];
   const get = () => {
     wrapper.disconnectCall();
@@ -303,7 +303,7 @@ testPrintsNothing({ methods: ['connectCall', 'disconnectCall'] });
 
 // ---- disconnectCall
 
-test('disconnectCall asks the engine, and ignores arguments', () => {
+test('disconnectCall calls the engine, and ignores arguments', () => {
   const expected = { operation: 'DisconnectCall', args: {} };
   assertCalls(() => wrapper.disconnectCall(), expected);
   assertCalls(() => wrapper.disconnectCall(1, null, {}), expected);

@@ -26,7 +26,7 @@ const TEXTS = [[''], ['a\0b'], ['é€😀'], ['%s%n'], ['\ud800x', '\ufffdx'], 
 
 // ---- getConfigData
 
-test('getConfigData answers with two properties, the first of them asked for first', () => {
+test('getConfigData returns two properties, and asks for the first one first', () => {
   for (const [isVesperCapable, maxVOQualityIndex] of [
     [true, 4],
     [false, 0],
@@ -85,7 +85,7 @@ testEngineFailures({
   operations: ['GetConfigDataPtr', 'update'],
 });
 
-test('updateConfigData hands the text on as it stands', () => {
+test('updateConfigData passes the text on unchanged', () => {
   for (const [configData, configText = configData] of [...TEXTS, ['{"not": json']]) {
     assertCalls(
       () => wrapper.updateConfigData({ configData }),
@@ -95,7 +95,7 @@ test('updateConfigData hands the text on as it stands', () => {
   }
 });
 
-test('updateConfigData names a text that is a number', () => {
+test('updateConfigData refuses a number', () => {
   assertRefused(
     () => wrapper.updateConfigData({ configData: 5 }),
     TypeError,
@@ -105,7 +105,7 @@ test('updateConfigData names a text that is a number', () => {
 
 // ---- Both
 
-test('the configuration data is let go of with every call, also one that fails', () => {
+test('every call releases the configuration data, even one that fails', () => {
   const update = () => wrapper.updateConfigData({ configData: 'text' });
   const get = () => wrapper.getConfigData();
   for (const [call, operation] of [
@@ -132,7 +132,7 @@ test('the configuration data is let go of with every call, also one that fails',
   assert.equal(engine.live().configurations, 0);
 });
 
-test('an engine without configuration data is an Error', () => {
+test('getConfigData throws an Error when the engine has no configuration data', () => {
   engine.failOperation('GetConfigDataPtr', { returnsNull: true });
   for (const call of [
     () => wrapper.getConfigData(),
@@ -184,7 +184,7 @@ for (const [given, expires] of [
   [NaN, 0],
   [-Infinity, 0],
 ]) {
-  test(`registerEvent hands an expiry of ${given} on as ${expires}`, () => {
+  test(`registerEvent passes an expiry of ${given} on as ${expires}`, () => {
     assertCalls(() => wrapper.registerEvent({ ...event, expires: given }), {
       operation: 'RegisterEvent',
       args: { ...event, expires },
@@ -193,7 +193,7 @@ for (const [given, expires] of [
 }
 
 for (const name of ['eventName', 'mimeType', 'mimeSubType']) {
-  test(`registerEvent takes any text for ${name}`, () => {
+  test(`registerEvent accepts any string for ${name}`, () => {
     for (const [text, expected = text] of TEXTS) {
       assertCalls(() => wrapper.registerEvent({ ...event, [name]: text }), {
         operation: 'RegisterEvent',
@@ -203,7 +203,7 @@ for (const name of ['eventName', 'mimeType', 'mimeSubType']) {
   });
 }
 
-test('registerEvent without a mimeSubType names it, and registers nothing', () => {
+test('registerEvent reports a missing mimeSubType, and registers nothing', () => {
   assertRefused(
     () => wrapper.registerEvent(without(event, 'mimeSubType')),
     TypeError,
@@ -211,7 +211,7 @@ test('registerEvent without a mimeSubType names it, and registers nothing', () =
   );
 });
 
-test('unregisterEvent hands the name to the engine', () => {
+test('unregisterEvent passes the name to the engine', () => {
   for (const [eventName, expected = eventName] of TEXTS) {
     assertCalls(() => wrapper.unregisterEvent({ eventName }), {
       operation: 'UnregisterEvent',
@@ -220,7 +220,7 @@ test('unregisterEvent hands the name to the engine', () => {
   }
 });
 
-test('unregisterEvent without an eventName names it', () => {
+test('unregisterEvent reports a missing eventName', () => {
   assertRefused(
     () => wrapper.unregisterEvent({}),
     TypeError,

@@ -83,14 +83,14 @@ for (const [what, given, expected] of [
   });
 }
 
-test('startPresentation knows three types by their exact names', () => {
+test('startPresentation accepts three types, by their exact names', () => {
   const text = 'Invalid value for type ShareType, expected screen|application|window';
   for (const type of ['Screen', 'SCREEN', '', 'screen ', ' screen', 'screen\0', 'windows', 'win']) {
     assertRefused(() => wrapper.startPresentation({ type }), TypeError, text, type);
   }
 });
 
-test('startPresentation looks at the type before it looks for an id', () => {
+test('startPresentation reads the type before it asks for an id', () => {
   const looked = [];
   const params = new Proxy(
     { type: 'Screen', screenId: '1' },
@@ -109,7 +109,7 @@ test('startPresentation looks at the type before it looks for an id', () => {
   assert.deepEqual(looked, ['type']);
 });
 
-test('startPresentation looks for an id once when it is absent', () => {
+test('startPresentation asks for an absent id once', () => {
   const looked = [];
   const has = (target, name) => {
     looked.push(name);
@@ -119,7 +119,7 @@ test('startPresentation looks for an id once when it is absent', () => {
   assert.deepEqual(looked, ['type', 'screenId', 'applicationId', 'applicationId', 'windowId']);
 });
 
-test('startPresentation names an id that is a text', () => {
+test('startPresentation refuses an id that is a string', () => {
   assertRefused(
     () => wrapper.startPresentation({ type: 'screen', screenId: '1' }),
     TypeError,
@@ -134,7 +134,7 @@ for (const [method, operation] of [
   ['requestContentShareToken', 'RequestContentShareToken'],
   ['releaseContentShareToken', 'ReleaseContentShareToken'],
 ]) {
-  test(`${method} asks the engine, and ignores arguments`, () => {
+  test(`${method} calls the engine, and ignores arguments`, () => {
     assertCalls(() => wrapper[method](), { operation, args: {} });
     assertCalls(() => wrapper[method](1, 2, 3), { operation, args: {} });
   });
@@ -150,14 +150,14 @@ const MONITORS = [
   { x: 2147483647, y: -2147483648, width: 0, height: -1, engineValue: 7 },
 ];
 
-test('getScreenMonitorDetails lists a monitor to the left of the first one', () => {
+test('getScreenMonitorDetails lists a monitor left of the first one, with a negative position', () => {
   engine.setResults({ screenMonitors: [{ x: -1920, y: 0, width: 1920, height: 1080 }] });
   assert.deepEqual(wrapper.getScreenMonitorDetails(), [
     { x: -1920, y: 0, width: 1920, height: 1080 },
   ]);
 });
 
-test("getScreenMonitorDetails lists monitors in the engine's order, without its own value", () => {
+test("getScreenMonitorDetails lists monitors in the engine's order, without the field of the engine alone", () => {
   engine.setResults({ screenMonitors: MONITORS });
   const monitors = wrapper.getScreenMonitorDetails();
   assert.equal(Array.isArray(monitors), true);
@@ -176,14 +176,14 @@ test('getScreenMonitorDetails ignores arguments', () => {
   assert.equal(wrapper.getScreenMonitorDetails(null, 1, {}).length, 3);
 });
 
-test('getScreenMonitorDetails answers with an empty array when there is no monitor', () => {
+test('getScreenMonitorDetails returns an empty array when there is no monitor', () => {
   assert.deepEqual(wrapper.getScreenMonitorDetails(), []);
   engine.setResults({ screenMonitors: MONITORS });
   engine.failOperation('GetScreenMonitorDetails', { returnsNull: true });
   assert.deepEqual(wrapper.getScreenMonitorDetails(), []);
 });
 
-test('getScreenMonitorDetails lists very many monitors', () => {
+test('getScreenMonitorDetails lists a large number of monitors', () => {
   const screenMonitors = Array.from({ length: 20_000 }, (_, x) => ({
     x,
     y: 0,
@@ -209,7 +209,7 @@ testEngineFailures({
   operations: ['GetScreenMonitorDetails'],
 });
 
-test('what the look for an id throws passes on', () => {
+test('an exception from asking for an id is passed on', () => {
   for (const id of ['screenId', 'applicationId', 'windowId']) {
     const thrown = new Error('thrown by a trap');
     const has = (target, name) => {

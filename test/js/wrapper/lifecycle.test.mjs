@@ -127,7 +127,7 @@ const BAD_ARGUMENTS = [
   ]),
 ];
 
-test('an argument that is missing or wrong throws before there is an engine', () => {
+test('a missing or invalid argument throws before the engine is created', () => {
   construct().destroy();
   engine.clearCalls();
   for (const [args, message] of BAD_ARGUMENTS) {
@@ -144,7 +144,7 @@ test('an argument that is missing or wrong throws before there is an engine', ()
   assert.deepEqual(engine.calls(), []);
 });
 
-test('an argument that is missing or wrong prints nothing', () => {
+test('a missing or invalid argument prints nothing', () => {
   const { lines } = run(
     ({ engine, say }) => {
       const { TesselWrapper } = engine.loadAddon();
@@ -188,13 +188,13 @@ const READS = ['appVersion', 'configPath', 'logPath', 'logPrefix', 'userAgent'].
   ['get', name],
 ]);
 
-test('the properties are looked for and read twice each, in their order, and nothing else is', () => {
+test('each property is asked for and read twice, in order, and no other is', () => {
   const log = [];
   make({ params: logged(PARAMS, log) });
   assert.deepEqual(log, READS);
 });
 
-test('reading stops at the first property that is missing or wrong', () => {
+test('reading stops at the first property that is missing or invalid', () => {
   construct().destroy();
   const log = [];
   assert.throws(() => new TesselWrapper(logged(without('logPath'), log)));
@@ -207,7 +207,7 @@ test('reading stops at the first property that is missing or wrong', () => {
 const createParams = () =>
   engine.calls().find(({ operation }) => operation === 'CreateTSLMManager').args.params;
 
-test('the engine gets the five texts, each in its field', () => {
+test('the engine gets the five strings, each in its field', () => {
   make();
   assert.deepEqual(createParams(), {
     szUserAgent: 'Agent/4.5',
@@ -218,7 +218,7 @@ test('the engine gets the five texts, each in its field', () => {
   });
 });
 
-test('the texts are UTF-8, may be empty and are no formats', () => {
+test('the strings are UTF-8, may be empty and are not used as format strings', () => {
   const params = { ...PARAMS, appVersion: '', configPath: '/größe/🎥', logPath: '%s%n%d' };
   make({ params });
   const { szAppVersion, szConfigPath, szLogPath } = createParams();
@@ -234,7 +234,7 @@ test('the texts are UTF-8, may be empty and are no formats', () => {
   ]);
 });
 
-test('a text with a NUL is printed up to it, and reaches the engine whole', () => {
+test('a string with a NUL is printed up to the NUL, and reaches the engine whole', () => {
   const params = { ...PARAMS, appVersion: '1.2\0.3' };
   make({ params });
   assert.equal(createParams().szAppVersion, '1.2\0.3');
@@ -244,7 +244,7 @@ test('a text with a NUL is printed up to it, and reaches the engine whole', () =
   assert.equal(lines[0], 'TesselWrapper::TesselWrapper Params params.szAppVersion: 1.2');
 });
 
-test('functions and arrays serve as the argument, inherited properties count, further arguments do not', () => {
+test('functions and arrays are accepted, with inherited properties, and further arguments are ignored', () => {
   const { destroy } = TesselWrapper.prototype;
   make();
   for (const args of [
@@ -258,7 +258,7 @@ test('functions and arrays serve as the argument, inherited properties count, fu
   }
 });
 
-test('the second reading of a property is the one that counts', () => {
+test('the second read of a property supplies its value', () => {
   let read = 0;
   const params = {
     ...PARAMS,
@@ -270,7 +270,7 @@ test('the second reading of a property is the one that counts', () => {
   assert.equal(createParams().szLogPath, 'reading 2');
 });
 
-test('a property that is no string any more when it is read again throws a plain Error', () => {
+test('a property that is not a string on the second read throws a plain Error', () => {
   construct().destroy();
   engine.clearCalls();
   let read = 0;
@@ -290,7 +290,7 @@ test('a property that is no string any more when it is read again throws a plain
 // What applications throw.
 const THROWN = [new RangeError('mine'), 'text', 5, null, undefined, Symbol('mine'), { own: true }];
 
-test('what the argument throws while it is read is what the constructor throws', () => {
+test('the constructor throws what the argument throws while it is read', () => {
   construct().destroy();
   engine.clearCalls();
   for (const thrown of THROWN) {
@@ -314,7 +314,7 @@ test('what the argument throws while it is read is what the constructor throws',
 
 // ---- The order of construction
 
-test('the engine is created, gets a callback and is initialised, all on the JavaScript thread', () => {
+test('the engine is created, given a callback and initialised, all on the JavaScript thread', () => {
   make();
   const calls = engine.calls();
   assert.deepEqual(
@@ -360,7 +360,7 @@ for (const [mode, handshake] of [
     ]);
   });
 
-  test(`notifications from before the engine was ready '${mode}' arrive after the constructor has returned`, async () => {
+  test(`notifications from before the engine was ready '${mode}' are delivered after the constructor has returned`, async () => {
     const log = [];
     engine.setInitialisation(mode, {
       notifications: [
@@ -375,7 +375,7 @@ for (const [mode, handshake] of [
   });
 }
 
-test('a failing engine shows in which step it is called; nothing of it stays, and the process ends', () => {
+test('when a step of construction fails, the engine is deleted and the process ends', () => {
   const created = ['CreateTSLMManager'];
   const registered = [...created, 'RegisterNotifyCallback'];
   const initialised = [...registered, 'Initialize'];
@@ -417,7 +417,7 @@ test('a failing engine shows in which step it is called; nothing of it stays, an
   }
 });
 
-test('the way to the event loop is made before the engine', (t) => {
+test('the channel to the event loop is created before the engine', (t) => {
   const seen = [];
   const hook = createHook({
     init(_id, type) {
@@ -434,7 +434,7 @@ test('the way to the event loop is made before the engine', (t) => {
 
 // ---- The emitter factory
 
-test('the emitter factory has to be a function', () => {
+test('the emitter factory must be a function', () => {
   for (const args of [[], [42], [undefined], [null], ['x'], [{}], [[]], [42, () => {}]]) {
     assert.throws(() => TesselWrapper._internal_setEmitterFactory(...args), {
       name: 'TypeError',
@@ -443,7 +443,7 @@ test('the emitter factory has to be a function', () => {
   }
 });
 
-test('a factory that is refused leaves the one that was set', () => {
+test('a refused factory does not replace the present one', () => {
   const emitter = new EventEmitter();
   TesselWrapper._internal_setEmitterFactory(() => emitter);
   assert.throws(() => TesselWrapper._internal_setEmitterFactory(42));
@@ -469,7 +469,7 @@ test('the factory is called once for each wrapper, with this undefined and no ar
   ]);
 });
 
-test('another factory is for later wrappers only', async () => {
+test('a new factory applies to later wrappers only', async () => {
   const log = [];
   const emitterNamed = (emitter) => ({
     on: (event) => log.push(`${emitter} on ${event}`),
@@ -491,7 +491,7 @@ test('another factory is for later wrappers only', async () => {
   ]);
 });
 
-test('without a factory the constructor throws when the engine is ready, and the engine goes', () => {
+test('without a factory the constructor throws once the engine is ready, and the engine is deleted', () => {
   const child = run(async ({ PARAMS, collect, engine, say }) => {
     const { TesselWrapper } = engine.loadAddon();
     try {
@@ -514,7 +514,7 @@ test('without a factory the constructor throws when the engine is ready, and the
   ]);
 });
 
-test('what the factory throws is what the constructor throws', async () => {
+test('the constructor throws what the factory throws', async () => {
   for (const thrown of THROWN) {
     engine.clearCalls();
     TesselWrapper._internal_setEmitterFactory(() => {
@@ -624,7 +624,7 @@ test('on reads the method of the emitter at every call', () => {
   assert.deepEqual(log, ['first', 'second']);
 });
 
-test('names of events pass through UTF-8', () => {
+test('names of events are converted through UTF-8', () => {
   const names = [];
   const wrapper = make({ emitter: { on: (name) => names.push(name) } });
   const given = ['', 'größe', '視聴 🎥', 'nul\0inside', 'x'.repeat(100_000), 'half \ud83c'];
@@ -632,7 +632,7 @@ test('names of events pass through UTF-8', () => {
   assert.deepEqual(names, [...given.slice(0, -1), 'half \ufffd']);
 });
 
-test("what the emitter's on throws is what on throws", () => {
+test("on throws what the emitter's on throws", () => {
   for (const thrown of THROWN) {
     const fail = () => {
       throw thrown;
@@ -657,7 +657,7 @@ test('on throws a plain Error when the emitter has no method of that name', () =
   }
 });
 
-test('subscriptions are the business of the emitter alone', async () => {
+test('the emitter alone keeps the subscriptions', async () => {
   const emitter = new EventEmitter();
   const wrapper = make({ emitter });
   const log = [];
@@ -670,7 +670,7 @@ test('subscriptions are the business of the emitter alone', async () => {
   assert.deepEqual(log, [1]);
 });
 
-test('a collected emitter has no listeners: events are dropped in silence, and on throws', async () => {
+test('after the emitter was collected, events are dropped silently and on throws', async () => {
   let emitter;
   const wrapper = makeWithFactory(() => {
     const fresh = new EventEmitter();
@@ -688,7 +688,7 @@ test('a collected emitter has no listeners: events are dropped in silence, and o
   );
 });
 
-test('an emitter that JavaScript keeps gets its events after a collection', async () => {
+test('an emitter that JavaScript keeps still gets its events after a garbage collection', async () => {
   const emitter = new EventEmitter();
   const log = [];
   const wrapper = make({ emitter });
@@ -701,7 +701,7 @@ test('an emitter that JavaScript keeps gets its events after a collection', asyn
 
 // ---- destroy()
 
-test('destroy de-initialises the engine, then destroys what engines share, and returns nothing', () => {
+test('destroy calls DeInitialize, then DestroyTSLMManager, and returns nothing', () => {
   const wrapper = make();
   engine.clearCalls();
   assert.equal(wrapper.destroy('ignored'), undefined);
@@ -735,7 +735,7 @@ test('every method reaches the engine after destroy as it did before', () => {
   assert.equal(afterDestroy.includes('ConnectCall'), true);
 });
 
-test('events arrive after destroy, those that were queued and later ones', async () => {
+test('queued and later events arrive after destroy', async () => {
   const emitter = new EventEmitter();
   const levels = [];
   const wrapper = make({ emitter });
@@ -749,7 +749,7 @@ test('events arrive after destroy, those that were queued and later ones', async
   assert.deepEqual(levels, [1, 2, 3]);
 });
 
-test('an engine that fails to shut down makes destroy throw, and the process can end', () => {
+test('destroy throws when the engine fails to shut down, and the process can end', () => {
   for (const [operation, operations] of [
     ['DeInitialize', ['DeInitialize']],
     ['DestroyTSLMManager', ['DeInitialize', 'DestroyTSLMManager']],
@@ -782,7 +782,7 @@ test('an engine that fails to shut down makes destroy throw, and the process can
 
 // ---- Process ids and addresses
 
-test('the lines of a wrapper name it by its address, and the process in decimal once, then in hexadecimal', () => {
+test('the lines of a wrapper have its address, and the process id once in decimal, then in hexadecimal', () => {
   const { lines, pid } = run(async ({ construct, collect }) => {
     const live = () => {
       const wrappers = [construct(), construct(), construct()];
@@ -818,7 +818,7 @@ test('the lines of a wrapper name it by its address, and the process in decimal 
 
 // ---- Collection
 
-test('a wrapper is collected without being destroyed, and then only its engine is deleted', () => {
+test('a wrapper that is collected without destroy only has its engine deleted', () => {
   const child = run(async ({ construct, collect, engine, say }) => {
     construct();
     engine.clearCalls();
@@ -829,7 +829,7 @@ test('a wrapper is collected without being destroyed, and then only its engine i
   assert.deepEqual(course(child).slice(-4), [LIVE, COLLECTED, '> ~TSLMManager', '> 0 engines']);
 });
 
-test('a collected wrapper prints its line before it lets go of the shared memory', () => {
+test('a collected wrapper prints its line before it releases the shared memory', () => {
   const { lines } = run(async ({ construct, collect }) => {
     construct();
     await collect();
@@ -838,13 +838,13 @@ test('a collected wrapper prints its line before it lets go of the shared memory
   assert.deepEqual(ends, ['~TesselWrapper', '~SharedMemoryAllocator']);
 });
 
-test('at the end of its process a wrapper prints its line before it lets go of the shared memory', () => {
+test('at the end of its process a wrapper prints its line before it releases the shared memory', () => {
   const { lines } = run(({ construct }) => construct().destroy());
   const ends = lines.filter((line) => line.startsWith('~')).map((line) => line.split(':')[0]);
   assert.deepEqual(ends, ['~TesselWrapper', '~SharedMemoryAllocator']);
 });
 
-test('a wrapper whose construction failed is not finalised again', () => {
+test('a wrapper whose construction failed is not finalised', () => {
   const { lines, said } = run(async ({ PARAMS, collect, engine, say }) => {
     const { TesselWrapper } = engine.loadAddon();
     for (const params of [PARAMS, {}]) {
@@ -869,7 +869,7 @@ function constructAndLose(emitter) {
   construct({ emitter });
 }
 
-test('a wrapper is collected although its emitter and listeners live on', async () => {
+test('a wrapper is collected while its emitter and listeners stay alive', async () => {
   const emitter = new EventEmitter();
   const wrapper = (() => {
     const lost = construct({ emitter });
@@ -881,7 +881,7 @@ test('a wrapper is collected although its emitter and listeners live on', async 
   assert.equal(engine.live().engines, 0);
 });
 
-test('what an engine reports after its wrapper was collected is dropped', async () => {
+test('notifications after the wrapper was collected are dropped', async () => {
   const emitter = { emit: () => assert.fail('an event was emitted') };
   constructAndLose(emitter);
   await collect();
@@ -900,7 +900,7 @@ function useAndLose(stream) {
   return wrapper.getFrame(stream, 0);
 }
 
-test('a wrapper lets go of its segments, its handler, its streams and its engine in this order', async () => {
+test('a wrapper releases its segments, its handler, its streams and its engine in this order', async () => {
   const stream = remote(3);
   engine.setStream(stream, { keepsReceiver: true });
   const seen = engine.watchCalls((operation) => {
@@ -918,7 +918,7 @@ test('a wrapper lets go of its segments, its handler, its streams and its engine
   assert.deepEqual(seen, [{ ownersOfReceiver: 1, ownersOfHandler: 1, lentBytes: 0 }]);
 });
 
-test('nothing of a lost wrapper stays in shared memory, though the engine holds its receiver', async () => {
+test('a collected wrapper leaves nothing in shared memory, even when the engine holds its receiver', async () => {
   const segments = () => readFileSync('/proc/self/maps', 'latin1').match(/\/dev\/shm\/S[HE]M\w+/g);
   const stream = remote(3);
   engine.setStream(stream, { keepsReceiver: true });
@@ -933,14 +933,14 @@ test('nothing of a lost wrapper stays in shared memory, though the engine holds 
 
 for (const onEngineThread of [true, false]) {
   const thread = onEngineThread ? 'an engine thread' : 'the JavaScript thread';
-  test(`the engine may let go of the handler last, on ${thread}`, async () => {
+  test(`the engine may release the handler last, on ${thread}`, async () => {
     constructAndLose(new EventEmitter());
     await collect();
     assert.equal(engine.live().engines, 0);
     engine.dropCallback({ onEngineThread });
   });
 
-  test(`the engine may let go of the handler first, on ${thread}`, async () => {
+  test(`the engine may release the handler first, on ${thread}`, async () => {
     const emitter = new EventEmitter();
     const levels = [];
     constructAndLose(emitter);
@@ -954,7 +954,7 @@ for (const onEngineThread of [true, false]) {
   });
 }
 
-test('a wrapper may be collected while engine threads go on notifying', async () => {
+test('a wrapper may be collected while engine threads send notifications', async () => {
   constructAndLose(new EventEmitter());
   const posting = engine.fireManyAsync({
     threads: 2,

@@ -46,7 +46,7 @@ const FLAGS = [
 ];
 
 for (const [method, operation, name] of FLAGS) {
-  test(`${method} hands its flag to the engine`, () => {
+  test(`${method} passes its flag to the engine`, () => {
     for (const flag of [true, false]) {
       const expected = { operation, args: { [name]: flag } };
       assertCalls(() => wrapper[method](flag), expected);
@@ -82,7 +82,7 @@ test('enableCameraCapture stops the camera, then the frames, also if they never 
   );
 });
 
-test('enableCameraCapture does without frames when the local stream has none', () => {
+test('enableCameraCapture works when the local stream has no frame manager', () => {
   for (const enable of [true, false]) {
     assertCalls(
       () => wrapper.enableCameraCapture(enable),
@@ -92,7 +92,7 @@ test('enableCameraCapture does without frames when the local stream has none', (
   }
 });
 
-test('enableCameraCapture leaves the frames alone when the engine throws', () => {
+test('enableCameraCapture does not touch the frames when the engine throws', () => {
   engine.setStream(LOCAL);
   engine.failOperation('EnableCameraCapture', { throws: 'no camera' });
   assert.throws(() => wrapper.enableCameraCapture(true), { name: 'Error', message: 'no camera' });
@@ -143,7 +143,7 @@ const RECORDS = [
 ];
 
 for (const { method, operation, args } of RECORDS) {
-  test(`${method} hands every field to the engine`, () => {
+  test(`${method} passes every field to the engine`, () => {
     assertCalls(() => wrapper[method](good[method]()), { operation, args });
   });
 
@@ -158,7 +158,7 @@ for (const { method, operation, args } of RECORDS) {
 }
 
 for (const name of Object.keys(good.updateMediaStreamState())) {
-  test(`updateMediaStreamState hands on ${name} alone`, () => {
+  test(`updateMediaStreamState passes on ${name} alone`, () => {
     const off = Object.fromEntries(
       Object.keys(good.updateMediaStreamState()).map((each) => [each, false]),
     );
@@ -167,7 +167,7 @@ for (const name of Object.keys(good.updateMediaStreamState())) {
   });
 }
 
-test('texts of devices arrive as they are', () => {
+test('device names and identifiers are passed on unchanged', () => {
   for (const [text, expected = text] of [[''], ['a\0b'], ['é€😀'], ['\udc00', '\ufffd']]) {
     const device = { audioInId: text, audioInName: text, audioInSourceName: text };
     assert.deepEqual(received('setAudioInDevice', device), {
@@ -197,7 +197,7 @@ for (const [what, capability, expected] of [
     { ...DEFAULTS, width: 0, height: 0, maxFps: -2147483648 },
   ],
 ]) {
-  test(`a capability with ${what} leaves the rest of the capture at its defaults`, () => {
+  test(`a capability with ${what} leaves the other capture settings at their defaults`, () => {
     const device = { videoDeviceId: 'a', videoDeviceName: 'b', capability };
     assert.deepEqual(received('setVideoDevice', device), { device: expected });
     const params = { ...good.selectDevices(), videoDevice: device };
@@ -205,14 +205,14 @@ for (const [what, capability, expected] of [
   });
 }
 
-test('without a capability the capture is 1280 by 720 at 30 frames per second', () => {
+test('without a capability the capture is 1280 x 720 at 30 frames per second', () => {
   const device = { videoDeviceId: 'a', videoDeviceName: 'b' };
   assert.deepEqual(received('setVideoDevice', device), { device: DEFAULTS });
   const params = { ...good.selectDevices(), videoDevice: device };
   assert.deepEqual(received('selectDevices', params).params.videoDevice, DEFAULTS);
 });
 
-test('an absent capability, and an absent member of it, is looked for and not read', () => {
+test('an absent capability, or an absent member of it, is asked for and not read', () => {
   const readsOf = (object) => {
     const log = [];
     const handler = {
@@ -270,7 +270,7 @@ test('an inherited capability of the wrong type is refused', () => {
   );
 });
 
-test('what the look for a capability throws passes on', () => {
+test('an exception from asking for a capability is passed on', () => {
   const thrown = new Error('thrown by a trap');
   const has = (target, name) => {
     if (name === 'capability') throw thrown;
@@ -314,7 +314,7 @@ for (const [volume, expected] of [
 
 // ---- What is printed
 
-test('selectDevices prints one line with the three identifiers, before it asks the engine', () => {
+test('selectDevices prints one line with the three identifiers before it calls the engine', () => {
   const outcomes = stepsApart(({ wrapper: apart, goodArguments: all, engine: scripted }) => {
     const withIds = (video, audioIn, audioOut) => {
       const [params] = all.selectDevices();
@@ -347,7 +347,7 @@ test('selectDevices prints one line with the three identifiers, before it asks t
   ]);
 });
 
-test('selectDevices without an audioOutName names it, and prints nothing', () => {
+test('selectDevices reports a missing audioOutName, and prints nothing', () => {
   const text = 'Missing property audioOutName on object AudioOutDevice';
   const params = good.selectDevices();
   delete params.audioOutDevice.audioOutName;

@@ -54,7 +54,7 @@ for (const [timerDuration, expected] of [
   [NaN, 0],
   [Infinity, 0],
 ]) {
-  test(`configureMeetingStats hands a duration of ${timerDuration} on as ${expected}`, () => {
+  test(`configureMeetingStats passes a duration of ${timerDuration} on as ${expected}`, () => {
     for (const enable of [true, false]) {
       assertCalls(() => wrapper.configureMeetingStats({ enable, timerDuration }), {
         operation: 'ConfigureMeetingStats',
@@ -64,7 +64,7 @@ for (const [timerDuration, expected] of [
   });
 }
 
-test('configureMeetingStats names a missing timerDuration', () => {
+test('configureMeetingStats reports a missing timerDuration', () => {
   assertRefused(
     () => wrapper.configureMeetingStats({ enable: true }),
     TypeError,
@@ -74,7 +74,7 @@ test('configureMeetingStats names a missing timerDuration', () => {
 
 // ---- getMeetingStats
 
-// Every field's value is its own, so that no mix-up goes unseen.
+// Every field has a different value, so that exchanged fields are detected.
 const videoStats = (base) => ({
   width: base + 1,
   height: base + 2,
@@ -218,7 +218,7 @@ function statsOf(meetingStats) {
   return wrapper.getMeetingStats();
 }
 
-test('getMeetingStats answers with every value, by its name and in its order', () => {
+test('getMeetingStats returns every value, by name and in order', () => {
   assert.deepEqual(withOrder(statsOf(MEETING_STATS)), EXPECTED);
   assert.deepEqual(engine.calls(), [{ operation: 'GetMeetingStats', args: {} }]);
 });
@@ -228,7 +228,7 @@ test('getMeetingStats ignores arguments', () => {
   assert.deepEqual(withOrder(wrapper.getMeetingStats(null, 5)), EXPECTED);
 });
 
-test('getMeetingStats answers with plain objects and arrays, fresh for every call', () => {
+test('getMeetingStats returns plain objects and arrays, new ones for every call', () => {
   const first = statsOf(MEETING_STATS);
   const second = wrapper.getMeetingStats();
   assert.deepEqual(first, second);
@@ -240,7 +240,7 @@ test('getMeetingStats answers with plain objects and arrays, fresh for every cal
   assert.equal(Array.isArray(first.video_recv_stats), true);
 });
 
-test('without video the lists are empty, and content is there all the same', () => {
+test('without video the lists are empty, and the content values are present', () => {
   const stats = statsOf({ contentSend: { width: 5 }, contentReceive: { fps: 6 } });
   assert.deepEqual(stats.video_send_stats, []);
   assert.deepEqual(stats.video_recv_stats, []);
@@ -263,7 +263,7 @@ test('without video the lists are empty, and content is there all the same', () 
   });
 });
 
-test('an engine that fills nothing in leaves zeros', () => {
+test('values that the engine does not fill in are 0', () => {
   engine.setResults({ meetingStats: MEETING_STATS });
   engine.failOperation('GetMeetingStats', { returnsNull: true });
   const { video_send_stats: sent, ...stats } = wrapper.getMeetingStats();
@@ -271,7 +271,7 @@ test('an engine that fills nothing in leaves zeros', () => {
   assert.deepEqual(new Set(Object.values(stats).flatMap(Object.values)), new Set([0]));
 });
 
-test('streams are listed by ascending SSRC, which is never negative', () => {
+test('streams are listed by ascending unsigned SSRC', () => {
   const ssrcs = [4294967295, 2147483648, 300, 2147483647, 7, 0];
   const videos = ssrcs.map((ssrc) => [ssrc, videoStats(ssrc % 1000)]);
   const stats = statsOf({ videoSend: videos, videoReceive: videos });
@@ -284,7 +284,7 @@ test('streams are listed by ascending SSRC, which is never negative', () => {
   }
 });
 
-test('values at the ends of their types arrive as they are', () => {
+test('the extreme values of each type are passed on unchanged', () => {
   const ends = {
     width: -2147483648,
     totalBitrateBps: 2147483647,
@@ -344,7 +344,7 @@ for (const [count, expected] of [
   });
 }
 
-test('getMeetingStats lists very many streams', () => {
+test('getMeetingStats lists a large number of streams', () => {
   const videoReceive = Array.from({ length: 20_000 }, (_, ssrc) => [ssrc, { fps: ssrc }]);
   assert.deepEqual(
     statsOf({ videoReceive }).video_recv_stats.map(({ ssrc, fps }) => [ssrc, fps]),
@@ -371,7 +371,7 @@ test('getMediaMeetingAttributes lists attributes in ascending order, each once',
   assert.deepEqual(engine.calls(), [{ operation: 'GetRequiredMeetingAttributes', args: {} }]);
 });
 
-test('getMediaMeetingAttributes orders by the bytes of UTF-8', () => {
+test('getMediaMeetingAttributes sorts by UTF-8 bytes', () => {
   const ordered = ['', 'A', 'Z', 'a', 'a\0', 'aa', 'é', '\uffff', '\u{10000}'];
   assert.deepEqual(
     attributesOf([...ordered].reverse()).map(({ value }) => value),
@@ -379,7 +379,7 @@ test('getMediaMeetingAttributes orders by the bytes of UTF-8', () => {
   );
 });
 
-test('getMediaMeetingAttributes answers with an empty array when nothing is required', () => {
+test('getMediaMeetingAttributes returns an empty array when no attribute is required', () => {
   assert.deepEqual(attributesOf([]), []);
   engine.failOperation('GetRequiredMeetingAttributes', { returnsNull: true });
   assert.deepEqual(attributesOf(['a']), []);

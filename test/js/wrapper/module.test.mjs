@@ -1,4 +1,4 @@
-// What loading tesselWrapper.node gives, and that it can be loaded in any way.
+// The exports of tesselWrapper.node, and the ways of loading it.
 
 import assert from 'node:assert/strict';
 import { copyFileSync, mkdtempSync, realpathSync, rmSync } from 'node:fs';
@@ -54,7 +54,7 @@ test('the exports are the two classes and nothing else', () => {
   assert.equal(TesselWrapperProxy.name, 'TesselWrapperProxy');
 });
 
-test('the classes are set on the exports object that was given, TesselWrapper first', () => {
+test('the classes are set on the given exports object, TesselWrapper first', () => {
   const keys = [];
   const exports = new Proxy(
     {},
@@ -72,7 +72,7 @@ test('the classes are set on the exports object that was given, TesselWrapper fi
 });
 
 for (const name of ['TesselWrapper', 'TesselWrapperProxy']) {
-  test(`loading fails with the error of an exports object that refuses ${name}`, () => {
+  test(`loading throws the error of an exports object that refuses ${name}`, () => {
     const refusal = new Error('refused');
     const exports = new Proxy(
       {},
@@ -90,7 +90,7 @@ for (const name of ['TesselWrapper', 'TesselWrapperProxy']) {
   });
 }
 
-test('loading registers the module by its record, which is enough for a host', () => {
+test('loading registers the module by its static record, which is sufficient for a host', () => {
   const { code, signal, stderr, said } = runInChild(
     ({ say }) => {
       const exports = require(process.argv[1]);
@@ -109,7 +109,7 @@ test('loading registers the module by its record, which is enough for a host', (
 
 // ---- The class
 
-test('the prototype has exactly the instance methods, in their order', () => {
+test('the prototype has exactly the instance methods, in order', () => {
   const names = Reflect.ownKeys(TesselWrapper.prototype).filter((key) => key !== 'constructor');
   assert.deepEqual(
     names,
@@ -127,7 +127,7 @@ test('the methods are neither writable nor enumerable nor configurable', () => {
   }
 });
 
-test('the emitter factory is set on the class alone, which has no other static member', () => {
+test('the class has one static member, which sets the emitter factory', () => {
   const ofEveryFunction = Reflect.ownKeys(new Function());
   assert.deepEqual(
     Reflect.ownKeys(TesselWrapper).filter((key) => !ofEveryFunction.includes(key)),
@@ -160,7 +160,7 @@ test('the class can be extended', () => {
   assert.deepEqual(args, { mute: false });
 });
 
-test('a class that is called without new throws and makes nothing', () => {
+test('a class called without new throws and constructs nothing', () => {
   const wrapper = make();
   engine.clearCalls();
   for (const type of [TesselWrapper, TesselWrapperProxy]) {
@@ -174,7 +174,7 @@ test('a class that is called without new throws and makes nothing', () => {
   assert.deepEqual(engine.calls(), []);
 });
 
-test('a method throws on whatever is no wrapper of its class, and calls no engine', () => {
+test('a method throws on a receiver of another class, and does not call the engine', () => {
   const wrapper = make();
   const ofAnotherLoad = new (loadInto({}).TesselWrapper)(PARAMS);
   made.push(ofAnotherLoad);
@@ -219,7 +219,7 @@ test('setting the emitter factory returns nothing', () => {
 
 const KIT = './support/scripted/wrapper_kit.mjs';
 
-// What a child that ended by itself has said.
+// The output of a child that ended by itself.
 function saidIn(script, options) {
   const { code, signal, stderr, said } = runInChild(script, options);
   assert.deepEqual({ code, signal, stderr }, { code: 0, signal: null, stderr: '' });
@@ -236,7 +236,7 @@ function copyOfAddon(t) {
   return { directory, addonPath: path.join(directory, 'tesselWrapper.node') };
 }
 
-test('loading again when the cache was cleared gives new classes and the same emitter factory', () => {
+test('loading again after clearing the cache gives new classes and the same emitter factory', () => {
   const said = saidIn(
     async ({ EventEmitter, PARAMS, engine, nextTurn, say }) => {
       const { cache } = require;
@@ -283,7 +283,7 @@ test('a copy of the addon works beside the original', (t) => {
   assert.deepEqual(said, ['level 3', 'level 3']);
 });
 
-// Says which engine library is in the process.
+// Reports which engine library the process has loaded.
 async function sayEngineInUse({ say }) {
   const { readFileSync } = require('node:fs');
   require(process.argv[1]);
@@ -291,7 +291,7 @@ async function sayEngineInUse({ say }) {
   for (const library of new Set(maps)) say(library);
 }
 
-test('the addon takes the engine that lies beside it, wherever it was copied', (t) => {
+test('the addon loads the engine from its own directory, wherever it was copied', (t) => {
   const copy = copyOfAddon(t);
   for (const { directory, addonPath: from } of [{ directory: build, addonPath }, copy]) {
     const said = saidIn(sayEngineInUse, { modules: ['./support/child.mjs'], args: [from] });
@@ -299,7 +299,7 @@ test('the addon takes the engine that lies beside it, wherever it was copied', (
   }
 });
 
-test('LD_LIBRARY_PATH puts another engine in the place of the one beside the addon', () => {
+test("LD_LIBRARY_PATH replaces the engine in the addon's directory", () => {
   const environment = { LD_LIBRARY_PATH: engine.engineDirectory };
   const inUse = saidIn(sayEngineInUse, {
     modules: ['./support/child.mjs'],
@@ -338,7 +338,7 @@ test('LD_LIBRARY_PATH puts another engine in the place of the one beside the add
 
 const WORKER = './support/processes/loading_worker.mjs';
 
-test('in a worker thread the classes are there, but neither instances nor a factory are possible', () => {
+test('a worker thread gets the classes, but can neither construct them nor set a factory', () => {
   const said = saidIn(
     async ({ engine, say }) => {
       const { once } = require('node:events');
@@ -383,7 +383,7 @@ test('the main thread can load the addon after the worker that loaded it first h
   assert.deepEqual(said, ['level 4']);
 });
 
-test('workers that load the addon and end leave the wrappers of the main thread alone', () => {
+test('workers that load the addon and end do not affect the wrappers of the main thread', () => {
   const said = saidIn(
     async ({ PARAMS, construct, nextTurn, engine, say }) => {
       const { once } = require('node:events');
@@ -436,7 +436,7 @@ test('a process in which only a worker loaded the addon keeps it mapped and ends
 
 // ---- Class-wide references
 
-test('a factory that was replaced is let go of, the one that is set is kept', async () => {
+test('a replaced factory is released, and the present one is kept', async () => {
   const setFresh = () => {
     const factory = () => new EventEmitter();
     TesselWrapper[FACTORY_SETTER](factory);

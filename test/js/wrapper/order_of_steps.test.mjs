@@ -84,7 +84,7 @@ test('a patched prototype of Uint8Array changes nothing about the planes', () =>
   made.destroy();
 });
 
-test('getConfigData asks the engine for a value when the one before it has been set', () => {
+test('getConfigData asks the engine for a value after the previous one was set', () => {
   engine.setResults({ isVesperCapable: true, maxVOQualityIndex: 4 });
   const operations = () => engine.takeCalls().map(({ operation }) => operation);
   const called = settersCalledBy(

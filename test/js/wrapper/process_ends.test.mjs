@@ -1,5 +1,5 @@
-// How a process with wrappers ends: with which exit code, after which events, and without leaving a
-// name in /dev/shm.
+// The end of a process with wrappers: its exit code, the events before it, and no names left in
+// /dev/shm.
 
 import assert from 'node:assert/strict';
 import { existsSync, rmSync } from 'node:fs';
@@ -33,7 +33,7 @@ function saidUntilEnd(script, { code = 0, error = '', segments = 1, args } = {})
   return said;
 }
 
-test('the names that a wrapper prints are in /dev/shm while its process lives', () => {
+test('the names that a wrapper prints are in /dev/shm while its process runs', () => {
   const { lines } = runInChild(({ construct }) => {
     construct();
     process.kill(process.pid, 'SIGKILL');
@@ -48,7 +48,7 @@ test('the names that a wrapper prints are in /dev/shm while its process lives', 
 
 // ---- By itself
 
-test('after destroy a process ends by itself, when the events that were queued have arrived', () => {
+test('after destroy a process ends by itself once the queued events have arrived', () => {
   const said = saidUntilEnd(({ construct, engine, say }) => {
     let arrived = 0;
     const wrapper = construct();
@@ -61,7 +61,7 @@ test('after destroy a process ends by itself, when the events that were queued h
   assert.deepEqual(said, ['4001 events']);
 });
 
-test('queued events arrive before the end although nobody holds their wrapper any more', () => {
+test('queued events arrive before the end even when nothing refers to their wrapper', () => {
   const said = saidUntilEnd(({ collectGarbage, construct, engine, say }) => {
     const subscribeAndDestroy = () => {
       const wrapper = construct();
@@ -92,7 +92,7 @@ test('a process ends by itself after its last wrapper was destroyed', () => {
   assert.deepEqual(said, ['event']);
 });
 
-test('without destroy a process stays alive for the events to come', () => {
+test('without destroy a process stays alive for later events', () => {
   const said = saidUntilEnd(
     ({ construct, engine, say }) => {
       process.on('beforeExit', () => say('nothing keeps the process'));
@@ -113,7 +113,7 @@ test('a process ends by itself after its wrappers were collected', () => {
   });
 });
 
-test('a process may end by itself while engine threads go on notifying', () => {
+test('a process may end by itself while engine threads send notifications', () => {
   saidUntilEnd(({ construct, engine }) => {
     const wrapper = construct();
     wrapper.destroy();
@@ -126,7 +126,7 @@ test('a process may end by itself while engine threads go on notifying', () => {
   });
 });
 
-test('wrappers that JavaScript holds until the end do not outlive it', () => {
+test('wrappers that JavaScript holds until the end are released then', () => {
   saidUntilEnd(({ construct }) => {
     globalThis.wrapper = construct();
     globalThis.wrapper.destroy();
@@ -208,7 +208,7 @@ for (const [where, script, said = []] of [
   });
 }
 
-// ---- By an error that nobody handles
+// ---- By an unhandled error
 
 for (const [where, script, error] of [
   [
@@ -288,7 +288,7 @@ for (const [where, script, error] of [
 
 // ---- With a proxy, or with streams in widget mode
 
-test('a process that reads the segments of a killed one removes their names by process.exit()', () => {
+test('a process that reads the segments of a killed one removes their names on process.exit()', () => {
   const killed = runInChild(({ construct, say }) => {
     say(JSON.stringify(construct().getSharedDataInfo()));
     process.kill(process.pid, 'SIGKILL');

@@ -26,14 +26,14 @@ function referencesAfter(script, ...more) {
 const CLASSES = 2;
 const nothing = { left: CLASSES, late: 0, elsewhere: 0 };
 
-test('a process that only loads the addon leaves references to its classes alone', () => {
+test('a process that only loads the addon keeps references to the classes only', () => {
   assert.deepEqual(
     referencesAfter(() => void require(process.argv[1])),
     nothing,
   );
 });
 
-test("the emitter's factory goes with its environment", () => {
+test('the emitter factory is released with its environment', () => {
   assert.deepEqual(
     referencesAfter(() => {
       require(process.argv[1]).TesselWrapper._internal_setEmitterFactory(() => {});
@@ -42,7 +42,7 @@ test("the emitter's factory goes with its environment", () => {
   );
 });
 
-test('what a wrapper holds goes with its environment', () => {
+test('everything that a wrapper holds is released with its environment', () => {
   assert.deepEqual(
     referencesAfter((kit, { makeWrapper }) => {
       const { wrapper } = makeWrapper(require(process.argv[1]).TesselWrapper);
@@ -57,7 +57,7 @@ test('what a wrapper holds goes with its environment', () => {
 
 for (const onEngineThread of [true, false]) {
   const thread = onEngineThread ? 'an engine thread' : 'the JavaScript thread';
-  test(`a handler that the engine drops last, on ${thread}, holds nothing of JavaScript`, () => {
+  test(`a handler that the engine releases last, on ${thread}, holds no JavaScript values`, () => {
     const references = referencesAfter(async ({ collect, engine }, { makeWrapper }) => {
       const [, addon, where] = process.argv;
       (() => {

@@ -70,7 +70,7 @@ const NO_OBJECT = 'Cannot convert undefined or null to object';
 
 // ---- The whole
 
-test('updateVideoStreamsState hands every field to the engine', () => {
+test('updateVideoStreamsState passes every field to the engine', () => {
   assertCalls(() => wrapper.updateVideoStreamsState(...args()), {
     operation: 'UpdateVideoStreamsState',
     args: {
@@ -83,7 +83,7 @@ test('updateVideoStreamsState hands every field to the engine', () => {
   });
 });
 
-test('updateVideoStreamsState takes empty arrays', () => {
+test('updateVideoStreamsState accepts empty arrays', () => {
   assert.deepEqual(received([], []), { streams: [], constraints: [] });
 });
 
@@ -91,7 +91,7 @@ test('updateVideoStreamsState keeps empty occupancies and tiles without limits',
   assert.deepEqual(received([], [[], [{}]]).constraints, [[], [NO_LIMITS]]);
 });
 
-test('updateVideoStreamsState takes long arrays', () => {
+test('updateVideoStreamsState accepts long arrays', () => {
   const infos = Array.from({ length: 5000 }, (_, i) => ({
     ssrc: i,
     participantSsrc: i + 1,
@@ -112,7 +112,7 @@ testEngineFailures({ wrapper, method, args, operations: ['UpdateVideoStreamsStat
 
 const OCCUPANCY_LIMITS = ['maxquality', 'maxfps', 'minquality', 'minfps'];
 
-// What is looked at, in its order.
+// The expected accesses, in order.
 function expectedReads({ VideoStreamState: state }) {
   const infos = 'VideoStreamState.VideoStreamInfos';
   const occupancies = 'VideoStreamState.VideoOccupancyConstraints';
@@ -158,7 +158,7 @@ testRecord({
   call: (info) => wrapper.updateVideoStreamsState(paramsOf([info], [])),
 });
 
-test('a stream without a property is refused with an object name that is empty', () => {
+test('a stream without a property is refused with an empty object name', () => {
   const [info] = args()[0].VideoStreamState.VideoStreamInfos;
   for (const [name, text] of [
     ['ssrc', 'Missing property ssrc on object '],
@@ -206,14 +206,14 @@ for (const [given, wide, narrow] of [
   });
 }
 
-test('whatever stands for a stream is looked at as its object', () => {
+test('a primitive value in place of a stream is read as its wrapper object', () => {
   const text = 'Missing property ssrc on object ';
   for (const element of [5, 'text', true, 1n, Symbol('stream'), [], () => {}, {}]) {
     assertStateRefused(paramsOf([element], []).VideoStreamState, TypeError, text);
   }
 });
 
-test('null, undefined and a hole for a stream have no properties', () => {
+test('null, undefined and a hole in place of a stream are refused', () => {
   for (const infos of [[null], [undefined], new Array(1)]) {
     assertStateRefused(paramsOf(infos, []).VideoStreamState, TypeError, NO_OBJECT);
   }
@@ -221,7 +221,7 @@ test('null, undefined and a hole for a stream have no properties', () => {
 
 // ---- Limits
 
-test('a limit passes only when it stands on its ladder', () => {
+test('a limit is passed on only when it is a value of its ladder', () => {
   const values = Array.from({ length: 1001 }, (_, i) => i);
   const { constraints } = received(
     [],
@@ -249,15 +249,15 @@ for (const [what, tile, expected] of [
     { maxquality: 720, maxfps: 30, minquality: 180, minfps: 7 },
     [720, 30, 180, 7],
   ],
-  ['beside the ladders', { maxquality: 700, maxfps: 25 }, [0, 0, 0, 0]],
-  ['of one kind on the ladder of the other', { maxquality: 30, maxfps: 90 }, [0, 0, 0, 0]],
+  ['that are not on the ladders', { maxquality: 700, maxfps: 25 }, [0, 0, 0, 0]],
+  ['that are on the ladder of the other kind', { maxquality: 30, maxfps: 90 }, [0, 0, 0, 0]],
   ['above their maximum', { maxquality: 45, minquality: 720, minfps: 30 }, [45, 0, 720, 30]],
   ['with fractions', { maxquality: 720.9, maxfps: 30.5, minfps: 6.9 }, [720, 30, 0, 0]],
   ['below zero', { maxquality: -720, maxfps: -30, minquality: -1, minfps: -3 }, [0, 0, 0, 0]],
   ['at the ends of 32 bits', { maxquality: 2 ** 31, maxfps: -(2 ** 31) }, [0, 0, 0, 0]],
   ['below the ends of 32 bits', { maxquality: 2 ** 32 - 1, maxfps: 2 ** 31 - 1 }, [0, 0, 0, 0]],
   ['beyond 32 bits', { maxquality: 2 ** 32 + 720, maxfps: 2 ** 32 + 30 }, [720, 30, 0, 0]],
-  ['that are no numbers for an engine', { maxquality: NaN, maxfps: Infinity }, [0, 0, 0, 0]],
+  ['that are not finite', { maxquality: NaN, maxfps: Infinity }, [0, 0, 0, 0]],
   ['that are huge', { maxquality: 1e300, maxfps: -1e300 }, [0, 0, 0, 0]],
   ['that are inherited', Object.create({ maxquality: 720, maxfps: 30 }), [0, 0, 0, 0]],
   [
@@ -276,7 +276,7 @@ for (const [what, tile, expected] of [
 }
 
 for (const name of OCCUPANCY_LIMITS) {
-  test(`${name} of another type than a number counts as not given`, () => {
+  test(`${name} of a type other than number counts as absent`, () => {
     for (const wrong of [...WRONG_VALUES.Number, '720', '30', false]) {
       const rest = { maxquality: 45, maxfps: 3, minquality: 45, minfps: 3 };
       const expected = OCCUPANCY_LIMITS.map((each) => (each === name ? 0 : rest[each]));
@@ -285,19 +285,19 @@ for (const name of OCCUPANCY_LIMITS) {
   });
 }
 
-test('what is no object for a tile has no limits', () => {
+test('a primitive value in place of a tile has no limits', () => {
   for (const tile of [5, 'text', true, 1n, Symbol('tile'), []]) {
     assert.deepEqual(limitsOf(tile), NO_LIMITS);
   }
 });
 
-test('null, undefined and a hole for a tile are refused', () => {
+test('null, undefined and a hole in place of a tile are refused', () => {
   for (const tiles of [[null], [undefined], new Array(1)]) {
     assertStateRefused(paramsOf([], [[{}], tiles]).VideoStreamState, TypeError, NO_OBJECT);
   }
 });
 
-test('a limit that is no number is looked at once, and an absent one not at all', () => {
+test('a limit that is not a number is read once, and an absent one is not read', () => {
   const log = [];
   const tile = watched({ maxquality: 'text', minfps: 15 }, log, 'tile');
   assert.deepEqual(limitsOf(tile), limits(0, 0, 0, 15));
@@ -314,7 +314,7 @@ for (const [reading, type, message] of [
   [2, TypeError, 'Wrong type for property maxfps on object , expected Number'],
   [3, Error, 'A number was expected'],
 ]) {
-  test(`a limit that is no number any more at reading ${reading} is refused`, () => {
+  test(`a limit that is not a number at read ${reading} is refused`, () => {
     let readings = 0;
     const get = () => (++readings < reading ? 30 : 'text');
     const tile = Object.defineProperty({}, 'maxfps', { get });
@@ -323,7 +323,7 @@ for (const [reading, type, message] of [
   });
 }
 
-test('what a look at a limit throws passes on', () => {
+test('an exception from reading a limit is passed on', () => {
   const thrown = new RangeError('thrown by a trap');
   const throwIt = () => {
     throw thrown;
@@ -370,20 +370,20 @@ for (const { name, missing, noArray } of ARRAYS) {
     assertStateRefused(heir, TypeError, missing);
   });
 
-  test(`a state whose ${name} is no array is refused`, () => {
+  test(`a state whose ${name} is not an array is refused`, () => {
     for (const wrong of WRONG_VALUES.Array) {
       if (wrong === null || wrong === undefined) continue;
       assertStateRefused({ ...state(), [name]: wrong }, TypeError, noArray);
     }
   });
 
-  test(`a state whose ${name} is null or undefined fails as an element that is`, () => {
+  test(`a state whose ${name} is null or undefined is refused like such an element`, () => {
     for (const wrong of [null, undefined]) {
       assertStateRefused({ ...state(), [name]: wrong }, TypeError, NO_OBJECT);
     }
   });
 
-  test(`what a look at ${name} throws passes on`, () => {
+  test(`an exception from reading ${name} is passed on`, () => {
     for (const operation of ['getOwnPropertyDescriptor', 'get']) {
       const thrown = new RangeError('thrown by a trap');
       const trap = (target, key, ...rest) => {
@@ -396,7 +396,7 @@ for (const { name, missing, noArray } of ARRAYS) {
   });
 }
 
-test('VideoStreamInfos are looked at, to the last, before VideoOccupancyConstraints', () => {
+test('all VideoStreamInfos are read before VideoOccupancyConstraints', () => {
   assertStateRefused({}, TypeError, ARRAYS[0].missing);
   assertStateRefused(paramsOf({}, {}).VideoStreamState, TypeError, ARRAYS[0].noArray);
   assertStateRefused(
@@ -406,7 +406,7 @@ test('VideoStreamInfos are looked at, to the last, before VideoOccupancyConstrai
   );
 });
 
-test('a state that is a function or an array is taken', () => {
+test('a state that is a function or an array is accepted', () => {
   for (const state of [() => {}, []]) {
     Object.assign(state, args()[0].VideoStreamState);
     assert.equal(wrapper.updateVideoStreamsState({ VideoStreamState: state }), undefined);
@@ -415,7 +415,7 @@ test('a state that is a function or an array is taken', () => {
   assert.deepEqual(engine.calls()[0], engine.calls()[1]);
 });
 
-test('a state that is an object only when it is read first has no arrays', () => {
+test('a state that is an object on the first read only has no arrays', () => {
   for (const [second, message] of [
     [5, ARRAYS[0].missing],
     [undefined, NO_OBJECT],
@@ -427,7 +427,7 @@ test('a state that is an object only when it is read first has no arrays', () =>
   }
 });
 
-test('an occupancy that is no array is refused', () => {
+test('an occupancy that is not an array is refused', () => {
   const text = 'videoOccupancyConstraintValue object is not an Array';
   assertStateRefused(paramsOf([], [5]).VideoStreamState, TypeError, text);
   for (const wrong of WRONG_VALUES.Array) {
@@ -436,7 +436,7 @@ test('an occupancy that is no array is refused', () => {
   assertStateRefused(paramsOf([], new Array(1)).VideoStreamState, TypeError, text);
 });
 
-test('arrays that change their length on the way are followed', () => {
+test('the current length counts while arrays change their length', () => {
   const info = (ssrc) => ({ ssrc, participantSsrc: 1, speakerGroup: 2, priority: 3 });
   const tile = (i) => ({ maxfps: i === 0 ? 3 : 7 });
   const limitsOfTile = (i) => limits(0, i === 0 ? 3 : 7, 0, 0);
@@ -457,7 +457,7 @@ test('arrays that change their length on the way are followed', () => {
 
 // ---- What is printed
 
-test('a line says that the array was found, once, also when a later check fails', () => {
+test('one line says that the array was found, even when a later check fails', () => {
   const outcomes = stepsApart(({ wrapper: apart, goodArguments, engine: scripted }) => {
     const call = (infos, occupancies) => () =>
       apart.updateVideoStreamsState({

@@ -26,7 +26,7 @@ using testing::SizeIs;
 class DiagnosticLineTest : public testing::Test {
  protected:
   void SetUp() override {
-    // As in the hosting process: a reader that goes is an error of the write, not a signal.
+    // As in a Node.js process: a closed reading end is an error of the write, not a signal.
     signal(SIGPIPE, SIG_IGN);
   }
   void TearDown() override {
@@ -34,7 +34,7 @@ class DiagnosticLineTest : public testing::Test {
   }
 };
 
-// A pipe in the place of the standard output, which does not block its writer.
+// A non-blocking pipe that replaces the standard output.
 class PipedOutput {
  public:
   PipedOutput() {
@@ -62,9 +62,9 @@ class PipedOutput {
     const std::string filling(4096, '#');
     while (write(pipe_[1], filling.data(), filling.size()) > 0) continue;
   }
-  // From here on a write waits for room, as it does in a process that has not been told otherwise.
+  // From here on a write waits for space, which is the default of a pipe.
   void blockWriters() { EXPECT_EQ(fcntl(pipe_[1], F_SETFL, 0), 0); }
-  // What the pipe holds as soon as it holds something; nothing when that never happens.
+  // The content of the pipe as soon as there is any; empty when there never is.
   std::string await() {
     constexpr int kNeverMs = 30'000;
     pollfd end = {pipe_[0], POLLIN, 0};
@@ -78,7 +78,7 @@ class PipedOutput {
   int pipe_[2] = {-1, -1};
 };
 
-TEST_F(DiagnosticLineTest, WritesItsPiecesAsOneLineWhenItGoes) {
+TEST_F(DiagnosticLineTest, WritesItsPiecesAsOneLineWhenItIsDestroyed) {
   const test::CapturedOutput output;
   {
     DiagnosticLine line("one");
@@ -114,7 +114,7 @@ TEST_F(DiagnosticLineTest, PrintsIntegersInTheBaseThatAnEarlierLineLeft) {
               ElementsAre("255", "16 ff", "ff", "10 255", "255"));
 }
 
-TEST_F(DiagnosticLineTest, KeepsTheBaseThatItSwitchedWhateverOtherLinesDo) {
+TEST_F(DiagnosticLineTest, KeepsTheBaseThatItSetWhateverOtherLinesDo) {
   EXPECT_THAT(linesWrittenBy([] {
                 DiagnosticLine line("");
                 line.hexadecimal();
@@ -132,7 +132,7 @@ TEST_F(DiagnosticLineTest, PrintsNegativeIntegersInHexadecimalAsThirtyTwoBits) {
               ElementsAre("-1 ffffffff", "80000000"));
 }
 
-TEST_F(DiagnosticLineTest, PrintsAddressesInHexadecimalAndLeavesTheBaseAlone) {
+TEST_F(DiagnosticLineTest, PrintsAddressesInHexadecimalWithoutChangingTheBase) {
   EXPECT_THAT(linesWrittenBy([] {
                 DiagnosticLine("").address(reinterpret_cast<void*>(0xabc0)).text(" ").integer(10);
                 DiagnosticLine("").address(nullptr).text(" ").integer(10);
@@ -140,19 +140,19 @@ TEST_F(DiagnosticLineTest, PrintsAddressesInHexadecimalAndLeavesTheBaseAlone) {
               ElementsAre("0xabc0 10", "0 10"));
 }
 
-TEST_F(DiagnosticLineTest, TakesForeignTextAsData) {
+TEST_F(DiagnosticLineTest, DoesNotUseTextAsAFormatString) {
   const std::string foreign = "100%n %s%s%s %p \\n";
   EXPECT_THAT(linesWrittenBy([&] { DiagnosticLine(foreign).text(foreign); }),
               ElementsAre(foreign + foreign));
 }
 
-TEST_F(DiagnosticLineTest, PassesBytesOnThatAreNoText) {
+TEST_F(DiagnosticLineTest, WritesAnyBytesUnchanged) {
   const std::string foreign("\0\x80\xff", 3);
   EXPECT_THAT(linesWrittenBy([&] { DiagnosticLine("<").text(foreign).text(">"); }),
               ElementsAre("<" + foreign + ">"));
 }
 
-TEST_F(DiagnosticLineTest, WritesInTheOrderOfTheLinesEnds) {
+TEST_F(DiagnosticLineTest, WritesLinesInTheOrderInWhichTheyEnd) {
   EXPECT_THAT(linesWrittenBy([] {
                 DiagnosticLine outer("outer");
                 DiagnosticLine("inner");
@@ -171,7 +171,7 @@ TEST_F(DiagnosticLineTest, LosesTheLineOnAClosedOutputAndWritesTheNext) {
   EXPECT_EQ(output.text(), "next\n");
 }
 
-TEST_F(DiagnosticLineTest, LosesTheLineWhenTheReaderHasGoneAndWritesTheNext) {
+TEST_F(DiagnosticLineTest, LosesTheLineWhenTheReaderHasClosedThePipeAndWritesTheNext) {
   const test::CapturedOutput output;
   const int original = dup(STDOUT_FILENO);
   int ends[2];
@@ -199,7 +199,7 @@ TEST_F(DiagnosticLineTest, LosesTheLineOnAFullPipeAndWritesTheNext) {
   EXPECT_EQ(taken, "next\n");
 }
 
-TEST_F(DiagnosticLineTest, IsNotBlockedByAFullPipeThatNobodyReadsAndWritesTheNext) {
+TEST_F(DiagnosticLineTest, IsNotBlockedByAFullPipeWithoutAReaderAndWritesTheNext) {
   std::string cut;
   std::string taken;
   {
@@ -218,7 +218,7 @@ TEST_F(DiagnosticLineTest, IsNotBlockedByAFullPipeThatNobodyReadsAndWritesTheNex
   EXPECT_GE(cut.size(), PIPE_BUF);
 }
 
-TEST_F(DiagnosticLineTest, WaitsForWhoeverReadsAPipeThatBlocksItsWriters) {
+TEST_F(DiagnosticLineTest, WaitsForTheReaderOfABlockingPipe) {
   // Far more than the pipe holds.
   constexpr int kLines = 2000;
   const std::string line(3000, 'x');
@@ -239,7 +239,7 @@ TEST_F(DiagnosticLineTest, WaitsForWhoeverReadsAPipeThatBlocksItsWriters) {
   EXPECT_EQ(std::count(taken.begin(), taken.end(), '\n'), kLines);
 }
 
-TEST_F(DiagnosticLineTest, StartsAFreshLineAfterOneThatThePipeCutShort) {
+TEST_F(DiagnosticLineTest, StartsANewLineAfterOneThatThePipeTruncated) {
   std::string cut;
   std::string next;
   std::string last;
@@ -259,7 +259,7 @@ TEST_F(DiagnosticLineTest, StartsAFreshLineAfterOneThatThePipeCutShort) {
   EXPECT_EQ(last, "last\n");
 }
 
-// The system takes a line of this length in pieces, so that two threads' pieces could mix.
+// The system writes a line of this length in several parts, so that those of two threads could mix.
 TEST_F(DiagnosticLineTest, KeepsTheLinesOfSeveralThreadsWhole) {
   constexpr int kThreads = 4;
   constexpr int kLinesOfEach = 50;

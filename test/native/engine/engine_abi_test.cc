@@ -57,7 +57,7 @@ SlotFunction functionInSlot(void* object, std::size_t slot) {
   return vtable[slot];
 }
 
-// Calls what stands in the first two slots of an object of `Concrete`, whose destructor sets the
+// Calls the functions in the first two slots of an object of `Concrete`, whose destructor sets the
 // flag that it was constructed with.
 template <typename Concrete>
 void expectDestructorsInTheFirstTwoSlots() {
@@ -74,7 +74,7 @@ void expectDestructorsInTheFirstTwoSlots() {
   EXPECT_TRUE(destroyed);
 }
 
-// Concrete classes that tell of their destruction.
+// Concrete classes that record their destruction.
 
 class Callback final : public INotifyCallback {
  public:
@@ -276,7 +276,7 @@ std::size_t alignedUp(std::size_t offset, std::size_t alignment) {
   return (offset + alignment - 1) / alignment * alignment;
 }
 
-// Each field stands right behind the one before, so the list names every field in its order.
+// Each field directly follows the previous one, so the list names every field in order.
 template <typename Record>
 void expectLayout(const std::vector<FieldPlace>& fields) {
   std::size_t end = 0;
@@ -287,7 +287,7 @@ void expectLayout(const std::vector<FieldPlace>& fields) {
   EXPECT_EQ(sizeof(Record), alignedUp(end, alignof(Record))) << "the last field is not listed";
 }
 
-// Where `field` stands in `record`, and a check that it has the promised type.
+// The offset of `field` in `record`, and a check that it has the specified type.
 #define FIELD(record, field, type)                                        \
   [] {                                                                    \
     static_assert(std::is_same_v<decltype(record::field), type>, #field); \

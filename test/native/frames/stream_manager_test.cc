@@ -38,7 +38,7 @@ VideoPlane planeOf(const std::uint8_t* data, std::uint32_t number) {
   return {data, number, number + 1, number + 2, number + 3};
 }
 
-// A record whose every field is told from the others, with a picture of its own.
+// A record in which every field has a different value, with its own picture.
 VideoFrame freshFrame(std::uint64_t frameId) {
   static const std::uint8_t pixels[3] = {};
   VideoFrame frame;
@@ -54,7 +54,7 @@ VideoFrame freshFrame(std::uint64_t frameId) {
   return frame;
 }
 
-// A record as a careless caller could pass it, to show what is set of it.
+// A record with invalid values, to show which fields are set.
 VideoFrame usedFrame() { return freshFrame(99); }
 
 void expectEqual(const VideoPlane& plane, const VideoPlane& expected) {
@@ -79,7 +79,7 @@ void expectEqual(const VideoFrame& frame, const VideoFrame& expected) {
   expectEqual(frame.vPlane, expected.vPlane);
 }
 
-// What is answered for a stream without a frame: an empty record but for the two flags.
+// The answer for a stream without a frame: an empty record except for the two flags.
 VideoFrame absentFrame() {
   VideoFrame frame;
   frame.noUpdate = true;
@@ -151,7 +151,7 @@ class StreamManagerTest : public testing::Test {
   std::weak_ptr<IFrameManager> handedOut_;
 };
 
-// ---- Life
+// ---- Construction and destruction
 
 TEST_F(StreamManagerTest, HoldsTheEngineForAsLongAsItLives) {
   EXPECT_EQ(engine_.use_count(), 2);
@@ -202,21 +202,21 @@ TEST_F(StreamManagerTest, SwitchesCaptureOffInTheStreamsFrameManager) {
   EXPECT_TRUE(frameManagerIsReleased());
 }
 
-TEST_F(StreamManagerTest, SwitchesNoCaptureWithoutAFrameManagerAndSaysNothing) {
+TEST_F(StreamManagerTest, DoesNotSwitchCaptureWithoutAFrameManagerAndPrintsNothing) {
   expectNoFrameManager(kLocal);
   EXPECT_THAT(linesWrittenBy([&] { streams_->enableFrameCapture(kLocal); }), IsEmpty());
   expectNoFrameManager(kLocal);
   EXPECT_THAT(linesWrittenBy([&] { streams_->disableFrameCapture(kLocal); }), IsEmpty());
 }
 
-TEST_F(StreamManagerTest, FetchesTheFrameManagerAnewForEachOperation) {
+TEST_F(StreamManagerTest, FetchesTheFrameManagerForEachOperation) {
   EXPECT_CALL(expectFrameManager(kLocal), EnableFrameCapture());
   streams_->enableFrameCapture(kLocal);
   EXPECT_CALL(expectFrameManager(kLocal), DisableFrameCapture());
   streams_->disableFrameCapture(kLocal);
 }
 
-TEST_F(StreamManagerTest, DoesNothingWhenAStreamComesOrGoes) {
+TEST_F(StreamManagerTest, DoesNothingWhenAStreamIsAddedOrRemoved) {
   const auto picture = pictureAfterGetFrame(kRemote, freshFrame(1));
   EXPECT_THAT(linesWrittenBy([&] {
                 streams_->streamAdded(kRemote);
@@ -226,9 +226,9 @@ TEST_F(StreamManagerTest, DoesNothingWhenAStreamComesOrGoes) {
   expectRetained(kRemote, picture);
 }
 
-// ---- Giving a frame back
+// ---- Releasing a frame
 
-TEST_F(StreamManagerTest, GivesAFrameBackByItsWholeId) {
+TEST_F(StreamManagerTest, ReleasesAFrameByItsWholeId) {
   for (const std::int64_t frameId :
        {std::int64_t{0}, std::int64_t{-7}, (std::int64_t{1} << 32) + 5,
         std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max()}) {
@@ -238,12 +238,12 @@ TEST_F(StreamManagerTest, GivesAFrameBackByItsWholeId) {
   }
 }
 
-TEST_F(StreamManagerTest, GivesNoFrameBackWithoutAFrameManagerAndSaysNothing) {
+TEST_F(StreamManagerTest, ReleasesNoFrameWithoutAFrameManagerAndPrintsNothing) {
   expectNoFrameManager(kRemote);
   EXPECT_THAT(linesWrittenBy([&] { streams_->releaseFrame(kRemote, 1); }), IsEmpty());
 }
 
-TEST_F(StreamManagerTest, KeepsTheRetainedFrameWhenAFrameIsGivenBack) {
+TEST_F(StreamManagerTest, KeepsTheRetainedFrameWhenAFrameIsReleased) {
   const auto picture = pictureAfterGetFrame(kRemote, freshFrame(1));
   EXPECT_CALL(expectFrameManager(kRemote), ReleaseFrame(1));
   streams_->releaseFrame(kRemote, 1);
@@ -252,7 +252,7 @@ TEST_F(StreamManagerTest, KeepsTheRetainedFrameWhenAFrameIsGivenBack) {
 
 // ---- Getting a frame
 
-TEST_F(StreamManagerTest, AsksForAFrameByTheLow32BitsOfTheId) {
+TEST_F(StreamManagerTest, RequestsAFrameByTheLow32BitsOfTheId) {
   const std::vector<std::pair<std::int64_t, std::uint32_t>> ids = {
       {0, 0},
       {5, 5},
@@ -272,7 +272,7 @@ TEST_F(StreamManagerTest, AsksForAFrameByTheLow32BitsOfTheId) {
   }
 }
 
-TEST_F(StreamManagerTest, HandsOutWhatTheFrameManagerFillsIn) {
+TEST_F(StreamManagerTest, ReturnsTheFrameThatTheFrameManagerFillsIn) {
   for (const bool noUpdate : {false, true}) {
     for (const bool clearFrame : {false, true}) {
       VideoFrame answer = freshFrame(0x123456789abcdef0);
@@ -286,7 +286,7 @@ TEST_F(StreamManagerTest, HandsOutWhatTheFrameManagerFillsIn) {
   }
 }
 
-TEST_F(StreamManagerTest, AnswersClearAndNoUpdateForAStreamWithoutAFrameManager) {
+TEST_F(StreamManagerTest, ReturnsClearAndNoUpdateForAStreamWithoutAFrameManager) {
   expectNoFrameManager(kRemote);
   VideoFrame frame = usedFrame();
   EXPECT_THAT(linesWrittenBy([&] { streams_->getFrame(kRemote, 1, frame); }), IsEmpty());
@@ -307,18 +307,18 @@ TEST_F(StreamManagerTest, RetainsAFreshFrameWithAllItsFields) {
   EXPECT_EQ(answer.frame.use_count(), 3);
 }
 
-TEST_F(StreamManagerTest, GivesTheLastFrameOutAsOftenAsItIsAskedFor) {
+TEST_F(StreamManagerTest, ReturnsTheLastFrameOnEveryRequest) {
   const auto picture = pictureAfterGetFrame(kRemote, freshFrame(1));
   for (int i = 0; i < 3; ++i) expectRetained(kRemote, picture);
 }
 
-TEST_F(StreamManagerTest, AnswersClearAndNoUpdateForAStreamThatWasNeverFetched) {
+TEST_F(StreamManagerTest, ReturnsClearAndNoUpdateForAStreamThatWasNeverFetched) {
   VideoFrame frame = usedFrame();
   EXPECT_THAT(linesWrittenBy([&] { streams_->getLastFrame(kRemote, frame); }), IsEmpty());
   expectEqual(frame, absentFrame());
 }
 
-TEST_F(StreamManagerTest, ReleasesARetainedFrameWhenTheNextFreshOneComes) {
+TEST_F(StreamManagerTest, ReleasesARetainedFrameWhenTheNextFreshOneArrives) {
   const auto first = pictureAfterGetFrame(kRemote, freshFrame(1));
   EXPECT_FALSE(first.expired());
   const auto second = pictureAfterGetFrame(kRemote, freshFrame(2));
@@ -327,7 +327,7 @@ TEST_F(StreamManagerTest, ReleasesARetainedFrameWhenTheNextFreshOneComes) {
   EXPECT_EQ(getLastFrame(kRemote).frameId, 2);
 }
 
-TEST_F(StreamManagerTest, ReleasesTheRetainedFramesAtItsEnd) {
+TEST_F(StreamManagerTest, ReleasesTheRetainedFramesWhenItIsDestroyed) {
   const auto local = pictureAfterGetFrame(kLocal, freshFrame(1));
   const auto remote = pictureAfterGetFrame(kRemote, freshFrame(2));
   streams_.reset();
@@ -418,7 +418,7 @@ TEST_F(StreamManagerTest, DetachesTheReceiverWithAnEmptyOne) {
 class WithoutFrameManager : public StreamManagerTest,
                             public testing::WithParamInterface<std::pair<StreamKey, std::string>> {
  protected:
-  // The lines of attaching and detaching a receiver, both in vain.
+  // The lines of attaching and detaching a receiver without a frame manager.
   std::vector<std::string> linesOfBoth() {
     const auto& [key, text] = GetParam();
     expectNoFrameManager(key);
@@ -439,11 +439,11 @@ class WithoutFrameManager : public StreamManagerTest,
   }
 };
 
-TEST_P(WithoutFrameManager, SaysThatNoReceiverIsAttachedOrDetached) {
+TEST_P(WithoutFrameManager, PrintsThatNoReceiverIsAttachedOrDetached) {
   EXPECT_THAT(linesOfBoth(), expectedLines());
 }
 
-TEST_P(WithoutFrameManager, SaysSoInDecimalWhateverTheBaseOfOtherLines) {
+TEST_P(WithoutFrameManager, PrintsItInDecimalWhateverTheBaseOfOtherLines) {
   linesWrittenBy([] { base::DiagnosticLine("").hexadecimal(); });
   EXPECT_THAT(linesOfBoth(), expectedLines());
   // The base is left as it was.

@@ -1,5 +1,5 @@
-// Every single system call of the shared memory classes fails once: each call of a whole life, from
-// the first segment's making to the last one's end, at every place where it is made.
+// Every system call of the shared memory classes fails once, in each place: from the creation of
+// the first segment to the release of the last one.
 
 #include <cerrno>
 #include <map>
@@ -26,10 +26,10 @@ using test::withoutAddresses;
 const StreamKey kStream(TSLM_STREAM_REMOTE, 3);
 constexpr unsigned long kNoFrame = 1'000'000;
 
-// An error that no call gives here by itself, so that a line that shows it speaks of this failure.
+// An error that no call gives here by itself, so that a line with it is about the injected failure.
 constexpr int kError = ENOTRECOVERABLE;
 
-// What the process, and the system for it, hold of shared memory.
+// The shared-memory resources of the process.
 struct Held {
   int descriptors = 0;
   int mappings = 0;
@@ -48,9 +48,9 @@ Held heldNow(const std::set<std::string>& files) {
   return held;
 }
 
-// What is said of a failed call (in either line, where it is made for two ends), whether the step
-// that made it is refused, and what stays in the system because of it. Calls that give something
-// back, and the look at a semaphore's size, fail without a word: all goes on as if they had not.
+// The expectation for a failed call: its line (one of two, when the call has two purposes), whether
+// its step fails, and the resource that leaks. Calls that release a resource, and the check of a
+// semaphore's size, fail without a line and without an effect on other steps.
 struct Stated {
   std::string line;
   bool refuses = false;
@@ -108,7 +108,7 @@ struct Life {
 
 class EachFailingSystemCallTest : public SharedMemoryTest {
  protected:
-  // The life goes on to its end whatever fails meanwhile.
+  // The steps continue to the end, whatever fails.
   Life live(Kind kind, std::optional<std::size_t> failingCall = std::nullopt) const {
     Life life;
     life.lines = withoutAddresses(test::linesWrittenBy([&] {
@@ -162,7 +162,7 @@ class EachFailingSystemCallTest : public SharedMemoryTest {
   }
 };
 
-TEST_F(EachFailingSystemCallTest, ALifeInWhichNoneFailsMakesThemAllAndLeavesNothing) {
+TEST_F(EachFailingSystemCallTest, WithoutAFailureEachIsCalledAndNothingIsLeft) {
   const Held before = heldNow({});
   std::set<std::string> made;
   for (const Kind kind : kKinds) {
@@ -177,7 +177,7 @@ TEST_F(EachFailingSystemCallTest, ALifeInWhichNoneFailsMakesThemAllAndLeavesNoth
   EXPECT_EQ(made, stated);
 }
 
-TEST_F(EachFailingSystemCallTest, EachHasItsLineAndItsResultAndLeavesNothingButWhatItKeeps) {
+TEST_F(EachFailingSystemCallTest, EachHasItsLineAndItsResultAndLeaksNothing) {
   const auto stated = statedCalls();
   std::size_t failed = 0;
   for (const Kind kind : kKinds) {
@@ -206,7 +206,7 @@ TEST_F(EachFailingSystemCallTest, EachHasItsLineAndItsResultAndLeavesNothingButW
       Held after = before;
       after.descriptors += keeps.descriptors;
       after.mappings += keeps.mappings;
-      // The names that one process cannot remove the other one removes.
+      // Names that one process fails to remove are removed by the other one.
       if (kind == Kind::kNoWidget) after.names += keeps.names;
       EXPECT_EQ(heldNow(life.calls.created), after);
       if (life.calls.makeUp) life.calls.makeUp();
@@ -214,7 +214,7 @@ TEST_F(EachFailingSystemCallTest, EachHasItsLineAndItsResultAndLeavesNothingButW
       ++failed;
     }
   }
-  // For who writes down what was tried.
+  // For the report of the trial.
   RecordProperty("failed_calls", static_cast<int>(failed));
 }
 

@@ -1,4 +1,4 @@
-// What the shared memory classes do when the system refuses them something.
+// The behaviour of the shared memory classes when system calls fail.
 
 #include <cerrno>
 #include <utility>
@@ -73,7 +73,7 @@ using FailingAllocatorTest = FailingSystemCallsTest;
 using FailingFrameSourceTest = FailingSystemCallsTest;
 using FailingManagerTest = FailingSystemCallsTest;
 
-TEST_F(FailingAllocatorTest, EachFailingStepOfTheSetUpHasItsLineAndLeavesNothing) {
+TEST_F(FailingAllocatorTest, EachFailingStepOfTheSetUpPrintsItsLineAndLeaksNothing) {
   const struct {
     bool create;
     std::string call;
@@ -124,14 +124,14 @@ TEST_F(FailingAllocatorTest, EachFailingStepOfTheSetUpHasItsLineAndLeavesNothing
   }
 }
 
-TEST_F(FailingAllocatorTest, AFailedSizingIsToldAndDoesNotStopTheSetUp) {
+TEST_F(FailingAllocatorTest, AFailedFtruncateIsReportedAndDoesNotStopTheSetUp) {
   systemCalls().fail("ftruncate", EPERM);
   EXPECT_THAT(
       linesWrittenBy([&] { EXPECT_TRUE(SharedMemoryAllocator(creating(kSize)).initialised()); }),
       Contains("initialize: Trucating data for pid" + std::to_string(getpid()) + " ,Ret = -1"));
 }
 
-TEST_F(FailingAllocatorTest, AFullFileSystemIsARefusedCreationAfterTheSizing) {
+TEST_F(FailingAllocatorTest, AFullFileSystemRefusesTheCreationAfterFtruncate) {
   systemCalls().fail("posix_fallocate", ENOSPC);
   EXPECT_THAT(
       withoutAddresses(linesWrittenBy([&] { SharedMemoryAllocator(creating(kSize)); })),
@@ -143,13 +143,13 @@ TEST_F(FailingAllocatorTest, AFullFileSystemIsARefusedCreationAfterTheSizing) {
                   "~SharedMemoryAllocator:0xADDRESS, pid:" + hexPid() + ", destroyed"));
 }
 
-TEST_F(FailingAllocatorTest, AnInterruptedReservationGoesOn) {
+TEST_F(FailingAllocatorTest, AnInterruptedReservationIsRepeated) {
   systemCalls().fail("posix_fallocate", EINTR, 3);
   linesWrittenBy([&] { EXPECT_TRUE(SharedMemoryAllocator(creating(kSize)).initialised()); });
   EXPECT_EQ(systemCalls().countOf("posix_fallocate"), 4);
 }
 
-TEST_F(FailingAllocatorTest, OnlyTheCreatorSizes) {
+TEST_F(FailingAllocatorTest, OnlyTheCreatorSetsTheSize) {
   const auto creator = availableSegment();
   systemCalls().made.clear();
   const auto opener = quiet<SharedMemoryAllocator>(opening(kSize));
@@ -163,7 +163,7 @@ TEST_F(FailingAllocatorTest, TheOpenerReservesNothingOfASegmentThatIsTooShort) {
   EXPECT_EQ(systemCalls().countOf("posix_fallocate"), 0);
 }
 
-TEST_F(FailingAllocatorTest, AnotherUsersObjectIsNotTakenForACreatedOne) {
+TEST_F(FailingAllocatorTest, ACreatorRefusesAnotherUsersObject) {
   RawObject(names_.shm(), kSize - 1);
   systemCalls().strangeLook = 1;
   EXPECT_THAT(
@@ -173,7 +173,7 @@ TEST_F(FailingAllocatorTest, AnotherUsersObjectIsNotTakenForACreatedOne) {
   shm_unlink(names_.shm().c_str());
 }
 
-TEST_F(FailingAllocatorTest, AnotherUsersSemaphoreIsNotTakenForACreatedOne) {
+TEST_F(FailingAllocatorTest, ACreatorRefusesAnotherUsersSemaphore) {
   sem_close(sem_open(names_.sem().c_str(), O_CREAT, 0600, 1));
   systemCalls().strangeLook = 2;
   EXPECT_THAT(
@@ -249,7 +249,7 @@ TEST_F(FailingAllocatorTest, ALockThatTimedOutIsNotHeldAndCanBeTriedAgain) {
   EXPECT_EQ(semaphoreCount(names_.sem()), 0);
 }
 
-TEST_F(FailingAllocatorTest, AnInterruptedWaitGoesOnTowardsTheSameDeadline) {
+TEST_F(FailingAllocatorTest, AnInterruptedWaitContinuesToTheSameDeadline) {
   const auto creator = availableSegment();
   systemCalls().fail("sem_timedwait", EINTR, 3);
   const std::string line = "lockDataAccess: in infite loop, error:4";
@@ -264,7 +264,7 @@ TEST_F(FailingAllocatorTest, AnInterruptedWaitGoesOnTowardsTheSameDeadline) {
   EXPECT_NE(creator->getDataPtr(), nullptr);
 }
 
-TEST_F(FailingAllocatorTest, AnyOtherFailureOfTheWaitHasTheLineOfATimeout) {
+TEST_F(FailingAllocatorTest, AnyOtherFailureOfTheWaitPrintsTheLineOfATimeout) {
   const auto creator = availableSegment();
   switchToHexadecimal();
   for (const int error : {EINVAL, EDEADLK, ETIMEDOUT, EAGAIN}) {
@@ -290,7 +290,7 @@ TEST_F(FailingAllocatorTest, DoesNotWaitForALockThatItHolds) {
   EXPECT_EQ(systemCalls().countOf("sem_timedwait"), 0);
 }
 
-TEST_F(FailingAllocatorTest, GoesOnHoldingALockThatItCouldNotGiveBack) {
+TEST_F(FailingAllocatorTest, KeepsALockThatItCouldNotRelease) {
   const auto creator = quiet<SharedMemoryAllocator>(creating(kSize));
   switchToHexadecimal();
   systemCalls().fail("sem_post", EOVERFLOW);
@@ -304,7 +304,7 @@ TEST_F(FailingAllocatorTest, GoesOnHoldingALockThatItCouldNotGiveBack) {
   EXPECT_EQ(semaphoreCount(names_.sem()), 1);
 }
 
-TEST_F(FailingFrameSourceTest, DropsTheFrameWhenTheLockIsNotToBeHad) {
+TEST_F(FailingFrameSourceTest, DropsTheFrameWhenTheLockIsNotAvailable) {
   const auto writer = quiet<SharedMemoryVideoFrameSource>(creating(kFrameSegmentSize));
   const auto frame = std::make_shared<FakeVideoFrame>(4, 4);
   systemCalls().fail("sem_timedwait", ETIMEDOUT, 2);
@@ -317,7 +317,7 @@ TEST_F(FailingFrameSourceTest, DropsTheFrameWhenTheLockIsNotToBeHad) {
   EXPECT_EQ(RawObject(names_.shm()).at<std::uint64_t>(8), 0u) << "no number was used up";
 }
 
-TEST_F(FailingFrameSourceTest, SaysWhetherTheUnlockAfterAStoreWorked) {
+TEST_F(FailingFrameSourceTest, ReturnsWhetherTheUnlockAfterAStoreSucceeded) {
   const auto writer = quiet<SharedMemoryVideoFrameSource>(creating(kFrameSegmentSize));
   systemCalls().fail("sem_post", EOVERFLOW);
   EXPECT_THAT(linesWrittenBy([&] {
@@ -326,7 +326,7 @@ TEST_F(FailingFrameSourceTest, SaysWhetherTheUnlockAfterAStoreWorked) {
               ElementsAre("unlockDataAccess sem_post failed, error:75"));
 }
 
-TEST_F(FailingFrameSourceTest, ADroppedBufferNeverAsksForTheLock) {
+TEST_F(FailingFrameSourceTest, ADroppedBufferDoesNotTakeTheLock) {
   const auto writer = quiet<SharedMemoryVideoFrameSource>(creating(kFrameSegmentSize));
   systemCalls().made.clear();
   linesWrittenBy([&] {
@@ -336,7 +336,7 @@ TEST_F(FailingFrameSourceTest, ADroppedBufferNeverAsksForTheLock) {
   EXPECT_EQ(systemCalls().countOf("sem_timedwait"), 0);
 }
 
-TEST_F(FailingFrameSourceTest, LeavesTheRecordAloneWhenTheLockIsNotToBeHad) {
+TEST_F(FailingFrameSourceTest, DoesNotChangeTheRecordWhenTheLockIsNotAvailable) {
   const auto writer = quiet<SharedMemoryVideoFrameSource>(creating(kFrameSegmentSize));
   const auto reader = quiet<SharedMemoryVideoFrameSource>(opening(kFrameSegmentSize));
   VideoFrame frame;
@@ -352,7 +352,7 @@ TEST_F(FailingFrameSourceTest, LeavesTheRecordAloneWhenTheLockIsNotToBeHad) {
   EXPECT_EQ(semaphoreCount(names_.sem()), 1);
 }
 
-TEST_F(FailingFrameSourceTest, SaysWhetherTheReleaseWorked) {
+TEST_F(FailingFrameSourceTest, ReturnsWhetherTheReleaseSucceeded) {
   const auto writer = quiet<SharedMemoryVideoFrameSource>(creating(kFrameSegmentSize));
   VideoFrame frame;
   ASSERT_TRUE(writer->getVideoFrame(frame, kNoFrame));
@@ -361,7 +361,7 @@ TEST_F(FailingFrameSourceTest, SaysWhetherTheReleaseWorked) {
   EXPECT_TRUE(writer->releaseVideoFrame());
 }
 
-TEST_F(FailingFrameSourceTest, IsRefusedWhenItsSegmentCannotBeMade) {
+TEST_F(FailingFrameSourceTest, IsRefusedWhenItsSegmentCannotBeCreated) {
   for (const std::string call : {"shm_open", "posix_fallocate", "mmap", "sem_open"}) {
     systemCalls().fail(call, ENOSPC);
     EXPECT_THAT(
@@ -375,7 +375,7 @@ TEST_F(FailingFrameSourceTest, IsRefusedWhenItsSegmentCannotBeMade) {
   }
 }
 
-// The system never maps at address 0; should it, nothing is written there.
+// The system never maps at address 0; if it did, nothing would be written there.
 TEST_F(FailingFrameSourceTest, TreatsAMappingAtAddressZeroAsNoData) {
   systemCalls().fail("mmap", 0);
   std::unique_ptr<SharedMemoryVideoFrameSource> source;
@@ -396,7 +396,7 @@ TEST_F(FailingFrameSourceTest, TreatsAMappingAtAddressZeroAsNoData) {
 const StreamKey kLocal(TSLM_STREAM_LOCAL, 0);
 const StreamKey kRemote(TSLM_STREAM_REMOTE, 3);
 
-TEST_F(FailingManagerTest, IsThereAlsoWhenItsSegmentCannotBeMade) {
+TEST_F(FailingManagerTest, IsConstructedEvenWhenItsSegmentCannotBeCreated) {
   systemCalls().fail("posix_fallocate", ENOSPC);
   std::unique_ptr<SharedMemoryManager> manager;
   EXPECT_EQ(linesWrittenBy([&] {
@@ -427,7 +427,7 @@ TEST_F(FailingManagerTest, WritesNothingIntoAMappingAtAddressZero) {
   EXPECT_EQ(semaphoreCount(names_.sem()), 1);
 }
 
-TEST_F(FailingManagerTest, AStreamWhoseSegmentCouldNotBeMadeStaysBlocked) {
+TEST_F(FailingManagerTest, AStreamWhoseSegmentCouldNotBeCreatedStaysBlocked) {
   const auto manager = quiet<SharedMemoryManager>(creating(kMainSegmentSize));
   systemCalls().fail("shm_open", EMFILE);
   const auto lines = linesWrittenBy([&] { EXPECT_FALSE(manager->enableSharedMemory(kRemote)); });
@@ -509,7 +509,8 @@ TEST_F(FailingManagerTest, ALaterLookUpThatTimesOutKeepsTheStreamsSource) {
               IsEmpty());
 }
 
-TEST_F(FailingManagerTest, ARemovedSourceThatHoldsAFrameBlocksTheWriterUntilTheStreamIsMadeAnew) {
+TEST_F(FailingManagerTest,
+       ARemovedSourceThatHoldsAFrameBlocksTheWriterUntilTheStreamIsEnabledAgain) {
   const auto creator = quiet<SharedMemoryManager>(creating(kMainSegmentSize));
   const auto opener = quiet<SharedMemoryManager>(opening(kMainSegmentSize));
   linesWrittenBy([&] {
@@ -532,7 +533,7 @@ TEST_F(FailingManagerTest, ARemovedSourceThatHoldsAFrameBlocksTheWriterUntilTheS
   EXPECT_THAT(linesWrittenBy(store), IsEmpty());
 }
 
-// Of the calls that `action` makes: those on a lock, and what makes and what drops a segment.
+// The calls of `action` on locks, and those that create or release a segment.
 class LockedStepsTest : public FailingSystemCallsTest {
  protected:
   template <typename Action>
@@ -562,7 +563,7 @@ TEST_F(LockedStepsTest, AStreamIsListedAndDroppedWhileTheTableIsLocked) {
   EXPECT_THAT(valid, ElementsAre(1, 0));
 }
 
-TEST_F(LockedStepsTest, AWidgetOpensAndDropsASourceWhileTheTableIsFree) {
+TEST_F(LockedStepsTest, AWidgetOpensAndDropsASourceWhileTheTableIsUnlocked) {
   const auto creator = quiet<SharedMemoryManager>(creating(kMainSegmentSize));
   const auto opener = quiet<SharedMemoryManager>(opening(kMainSegmentSize));
   linesWrittenBy([&] { ASSERT_TRUE(creator->enableSharedMemory(kRemote)); });
@@ -573,7 +574,7 @@ TEST_F(LockedStepsTest, AWidgetOpensAndDropsASourceWhileTheTableIsFree) {
               ElementsAre("sem_timedwait", "sem_post", "shm_unlink"));
 }
 
-TEST_F(FailingManagerTest, MakesBothNamesOutOfTheSameCharacters) {
+TEST_F(FailingManagerTest, MakesBothNamesFromTheSameCharacters) {
   systemCalls().second = 1'700'000'000;
   std::shared_ptr<SharedMemoryManager> manager;
   linesWrittenBy([&] { manager = SharedMemoryManager::CreateSharedMemoryManager(); });

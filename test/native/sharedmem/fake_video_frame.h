@@ -10,7 +10,7 @@
 
 #include "tesselclient/video_frame.h"
 
-// A frame that says whatever a test wants it to say.
+// A frame with the values that a test gives it.
 struct FakeVideoFrame : QVXCommon::IVideoFrame {
   FakeVideoFrame() = default;
   // A 4:2:0 picture whose bytes count up from `firstByte`.

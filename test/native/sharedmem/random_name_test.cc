@@ -20,13 +20,13 @@ class RandomNameTest : public testing::Test {
   static void itIsSecond(time_t second) { test::systemCalls().second = second; }
 };
 
-TEST_F(RandomNameTest, IsASlashThePrefixAndAsManyLettersAndDigitsAsAskedFor) {
+TEST_F(RandomNameTest, IsASlashThePrefixAndTheRequestedNumberOfLettersAndDigits) {
   EXPECT_THAT(gen_random("SHM", 25), testing::MatchesRegex("/SHM[0-9A-Za-z]{25}"));
   EXPECT_THAT(gen_random("", 3), testing::MatchesRegex("/[0-9A-Za-z]{3}"));
   EXPECT_EQ(gen_random("SEM", 0), "/SEM");
 }
 
-TEST_F(RandomNameTest, FollowsFromTheProcessAndTheSecond) {
+TEST_F(RandomNameTest, DependsOnTheProcessAndTheSecondOnly) {
   const char alphabet[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
   for (const time_t second : {time_t{1'700'000'000}, time_t{4'000'000'000}}) {
     itIsSecond(second);

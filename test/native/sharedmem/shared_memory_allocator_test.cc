@@ -38,13 +38,13 @@ class SharedMemoryAllocatorTest : public SharedMemoryTest {
     return "~SharedMemoryAllocator:0xADDRESS, pid:" + hexPid() + ", destroyed";
   }
 
-  // An allocator that has come into being without its lines mattering.
+  // An allocator whose lines of construction are ignored.
   static std::unique_ptr<SharedMemoryAllocator> quiet(const SharedMemoryInfo& info) {
     std::unique_ptr<SharedMemoryAllocator> allocator;
     linesWrittenBy([&] { allocator = std::make_unique<SharedMemoryAllocator>(info); });
     return allocator;
   }
-  // A created one whose segment others may use.
+  // A creating allocator whose segment is unlocked for other processes.
   std::unique_ptr<SharedMemoryAllocator> quietAvailable() const {
     auto allocator = quiet(creating(kSize));
     EXPECT_TRUE(allocator->unlockDataAccess());
@@ -52,7 +52,7 @@ class SharedMemoryAllocatorTest : public SharedMemoryTest {
   }
 };
 
-TEST_F(SharedMemoryAllocatorTest, TellsOfEveryStepOnTheCreatingSide) {
+TEST_F(SharedMemoryAllocatorTest, PrintsEveryStepOnTheCreatingSide) {
   EXPECT_THAT(withoutAddresses(linesWrittenBy([&] { SharedMemoryAllocator(creating(kSize)); })),
               ElementsAre(startLine(), truncateLine(),
                           "initialize: mapped memory with ptr:0xADDRESS, size:10000, sem count:0, "
@@ -61,7 +61,7 @@ TEST_F(SharedMemoryAllocatorTest, TellsOfEveryStepOnTheCreatingSide) {
                           createdLine(), destroyedLine()));
 }
 
-TEST_F(SharedMemoryAllocatorTest, TellsOfEveryStepOnTheOpeningSide) {
+TEST_F(SharedMemoryAllocatorTest, PrintsEveryStepOnTheOpeningSide) {
   const auto creator = quiet(creating(kSize));
   EXPECT_THAT(withoutAddresses(linesWrittenBy([&] { SharedMemoryAllocator(opening(kSize)); })),
               ElementsAre(startLine(),
@@ -71,7 +71,7 @@ TEST_F(SharedMemoryAllocatorTest, TellsOfEveryStepOnTheOpeningSide) {
                           createdLine(), destroyedLine()));
 }
 
-TEST_F(SharedMemoryAllocatorTest, KeepsItsSegmentFromBecomingTheStandardOutputThatWasClosed) {
+TEST_F(SharedMemoryAllocatorTest, DoesNotOpenItsSegmentAsAClosedStandardDescriptor) {
   const int original = dup(STDOUT_FILENO);
   close(STDOUT_FILENO);
   std::optional<SharedMemoryAllocator> allocator(creating(kSize));
@@ -128,7 +128,7 @@ TEST_F(SharedMemoryAllocatorTest, PrintsItsIntegersInDecimalWhateverTheBase) {
                           "initialize: creating semaphore with initial count:0, flags:66"));
 }
 
-TEST_F(SharedMemoryAllocatorTest, LeavesTheBaseDecimalWhenItHasComeAndWhenItHasGone) {
+TEST_F(SharedMemoryAllocatorTest, LeavesTheBaseDecimalAfterConstructionAndDestruction) {
   std::optional<SharedMemoryAllocator> allocator;
   auto ambient = [] { return linesWrittenBy([] { base::DiagnosticLine("").integer(255); }); };
   switchToHexadecimal();
@@ -139,7 +139,7 @@ TEST_F(SharedMemoryAllocatorTest, LeavesTheBaseDecimalWhenItHasComeAndWhenItHasG
   EXPECT_THAT(ambient(), ElementsAre("255"));
 }
 
-TEST_F(SharedMemoryAllocatorTest, RefusesEverythingWhenTheNameWasNeverCreated) {
+TEST_F(SharedMemoryAllocatorTest, FailsEveryOperationWhenTheNameDoesNotExist) {
   EXPECT_THAT(withoutAddresses(linesWrittenBy([&] {
                 SharedMemoryAllocator allocator(opening(kSize));
                 EXPECT_FALSE(allocator.initialised());
@@ -173,7 +173,7 @@ TEST_F(SharedMemoryAllocatorTest, CreatorHoldsTheLockUntilItsFirstUnlock) {
   EXPECT_EQ(semaphoreCount(names_.sem()), 1);
 }
 
-TEST_F(SharedMemoryAllocatorTest, TakesAndGivesBackTheSemaphoreInSilence) {
+TEST_F(SharedMemoryAllocatorTest, LocksAndUnlocksWithoutPrinting) {
   const auto creator = quietAvailable();
   EXPECT_THAT(linesWrittenBy([&] {
                 EXPECT_TRUE(creator->lockDataAccess());
@@ -185,7 +185,7 @@ TEST_F(SharedMemoryAllocatorTest, TakesAndGivesBackTheSemaphoreInSilence) {
               IsEmpty());
 }
 
-TEST_F(SharedMemoryAllocatorTest, OpenerDoesNotStartOutWithTheLock) {
+TEST_F(SharedMemoryAllocatorTest, OpenerDoesNotStartWithTheLock) {
   const auto creator = quietAvailable();
   const auto opener = quiet(opening(kSize));
   EXPECT_THAT(linesWrittenBy([&] { EXPECT_EQ(opener->getDataPtr(), nullptr); }),
@@ -194,7 +194,7 @@ TEST_F(SharedMemoryAllocatorTest, OpenerDoesNotStartOutWithTheLock) {
               ElementsAre("unlockDataAccess failed, trying to unlock without locking!"));
 }
 
-TEST_F(SharedMemoryAllocatorTest, HandsOutNoDataAfterTheUnlock) {
+TEST_F(SharedMemoryAllocatorTest, ReturnsNoDataAfterTheUnlock) {
   const auto creator = quietAvailable();
   EXPECT_THAT(linesWrittenBy([&] { EXPECT_EQ(creator->getDataPtr(), nullptr); }),
               ElementsAre("getDataPtr failed, trying to access data without lock!"));
@@ -231,7 +231,7 @@ TEST_F(SharedMemoryAllocatorTest, BothSidesSeeTheSameBytes) {
   EXPECT_EQ(RawObject(names_.shm()).at<std::uint8_t>(kSize - 1), 7);
 }
 
-TEST_F(SharedMemoryAllocatorTest, TheCreatorRemovesBothNamesWhenItGoes) {
+TEST_F(SharedMemoryAllocatorTest, TheCreatorRemovesBothNamesWhenItIsDestroyed) {
   auto creator = quiet(creating(kSize));
   EXPECT_TRUE(objectExists(names_.shm()));
   EXPECT_TRUE(semaphoreExists(names_.sem()));
@@ -240,7 +240,7 @@ TEST_F(SharedMemoryAllocatorTest, TheCreatorRemovesBothNamesWhenItGoes) {
   EXPECT_FALSE(semaphoreExists(names_.sem()));
 }
 
-TEST_F(SharedMemoryAllocatorTest, TheOpenerRemovesBothNamesTooAndTheCreatorWorksOn) {
+TEST_F(SharedMemoryAllocatorTest, TheOpenerRemovesBothNamesTooAndTheCreatorKeepsWorking) {
   const auto creator = quietAvailable();
   auto opener = quiet(opening(kSize));
   linesWrittenBy([&] { opener.reset(); });
@@ -253,7 +253,7 @@ TEST_F(SharedMemoryAllocatorTest, TheOpenerRemovesBothNamesTooAndTheCreatorWorks
   EXPECT_TRUE(creator->unlockDataAccess());
 }
 
-TEST_F(SharedMemoryAllocatorTest, SizesAnObjectThatExistsUnderItsName) {
+TEST_F(SharedMemoryAllocatorTest, SetsTheSizeOfAnObjectThatExistsUnderItsName) {
   for (const std::size_t sizeBefore : {kSize / 2, kSize * 2}) {
     RawObject(names_.shm(), sizeBefore).put<std::uint8_t>(100, 42);
     const auto creator = quiet(creating(kSize));
@@ -264,14 +264,14 @@ TEST_F(SharedMemoryAllocatorTest, SizesAnObjectThatExistsUnderItsName) {
   }
 }
 
-TEST_F(SharedMemoryAllocatorTest, TakesASemaphoreThatExistsUnderItsNameAsItIs) {
+TEST_F(SharedMemoryAllocatorTest, UsesAnExistingSemaphoreUnchanged) {
   sem_close(sem_open(names_.sem().c_str(), O_CREAT, 0600, 5));
   const auto creator = quiet(creating(kSize));
   EXPECT_TRUE(creator->initialised());
   EXPECT_EQ(semaphoreCount(names_.sem()), 5);
 }
 
-TEST_F(SharedMemoryAllocatorTest, TheOpenerLeavesTheObjectsSizeAlone) {
+TEST_F(SharedMemoryAllocatorTest, TheOpenerDoesNotChangeTheObjectsSize) {
   RawObject(names_.shm(), kSize * 2);
   sem_close(sem_open(names_.sem().c_str(), O_CREAT, 0600, 1));
   const auto opener = quiet(opening(kSize));
@@ -290,7 +290,7 @@ TEST_F(SharedMemoryAllocatorTest, TheCreatorFillsTheHolesOfAnObjectThatExists) {
   EXPECT_GE(RawObject(names_.shm()).reserved(), kSize);
 }
 
-TEST_F(SharedMemoryAllocatorTest, LeavesWhoMayOpenItToTheProcessesUmask) {
+TEST_F(SharedMemoryAllocatorTest, AppliesTheUmaskToItsFiles) {
   const struct {
     mode_t umask;
     mode_t permission;
@@ -308,7 +308,7 @@ TEST_F(SharedMemoryAllocatorTest, LeavesWhoMayOpenItToTheProcessesUmask) {
   }
 }
 
-TEST_F(SharedMemoryAllocatorTest, RefusesAnObjectThatIsShorterThanItShouldBe) {
+TEST_F(SharedMemoryAllocatorTest, RefusesAnObjectThatIsTooShort) {
   RawObject(names_.shm(), kSize - 1);
   sem_close(sem_open(names_.sem().c_str(), O_CREAT, 0600, 1));
   EXPECT_THAT(
@@ -342,7 +342,7 @@ TEST_F(SharedMemoryAllocatorTest, RefusesAMissingSemaphore) {
   EXPECT_FALSE(objectExists(names_.shm()));
 }
 
-TEST_F(SharedMemoryAllocatorTest, RefusesASemaphoreWhoseFileIsTooShortOrHoldsSomethingElse) {
+TEST_F(SharedMemoryAllocatorTest, RefusesASemaphoreWhoseFileIsTooShortOrInvalid) {
   const struct {
     std::size_t size;
     char byte;
@@ -372,21 +372,21 @@ void writeOver(const std::string& semName) {
   file << std::string(sizeof(sem_t), 'x');
 }
 
-TEST_F(SharedMemoryAllocatorTest, DoesNotTakeALockThatSomethingElseWasWrittenOver) {
+TEST_F(SharedMemoryAllocatorTest, DoesNotTakeALockThatWasOverwritten) {
   const auto allocator = quietAvailable();
   writeOver(names_.sem());
   EXPECT_THAT(linesWrittenBy([&] { EXPECT_FALSE(allocator->lockDataAccess()); }),
               ElementsAre("sem_timedwait timedout, error:22"));
 }
 
-TEST_F(SharedMemoryAllocatorTest, DoesNotGiveALockBackThatSomethingElseWasWrittenOver) {
+TEST_F(SharedMemoryAllocatorTest, DoesNotReleaseALockThatWasOverwritten) {
   const auto allocator = quiet(creating(kSize));
   writeOver(names_.sem());
   EXPECT_THAT(linesWrittenBy([&] { EXPECT_FALSE(allocator->unlockDataAccess()); }),
               ElementsAre("unlockDataAccess sem_post failed, error:22"));
 }
 
-TEST_F(SharedMemoryAllocatorTest, ReservesTheMemoryOfASegmentThatWasOnlySized) {
+TEST_F(SharedMemoryAllocatorTest, ReservesTheMemoryOfASparseSegment) {
   RawObject(names_.shm(), kSize);
   sem_close(sem_open(names_.sem().c_str(), O_CREAT, 0600, 1));
   EXPECT_LT(RawObject(names_.shm()).reserved(), kSize);
@@ -394,7 +394,7 @@ TEST_F(SharedMemoryAllocatorTest, ReservesTheMemoryOfASegmentThatWasOnlySized) {
   EXPECT_GE(RawObject(names_.shm()).reserved(), kSize);
 }
 
-TEST_F(SharedMemoryAllocatorTest, LeavesNothingOpenBehind) {
+TEST_F(SharedMemoryAllocatorTest, LeavesNoDescriptorOpen) {
   const int before = openDescriptors();
   quietAvailable();
   quiet(opening(kSize));  // fails: no object
@@ -407,7 +407,7 @@ TEST_F(SharedMemoryAllocatorTest, LeavesNothingOpenBehind) {
   EXPECT_EQ(mappingsOf(names_.sem().substr(1)), 0);
 }
 
-TEST_F(SharedMemoryAllocatorTest, AnswersNamesThatCannotBeWithAFailure) {
+TEST_F(SharedMemoryAllocatorTest, FailsForInvalidNames) {
   const std::string names[] = {"",
                                "/",
                                "//",
@@ -429,7 +429,7 @@ TEST_F(SharedMemoryAllocatorTest, AnswersNamesThatCannotBeWithAFailure) {
   }
 }
 
-TEST_F(SharedMemoryAllocatorTest, AnswersASemaphoreNameThatCannotBeWithAFailure) {
+TEST_F(SharedMemoryAllocatorTest, FailsForAnInvalidSemaphoreName) {
   for (const std::string name : {"", "/", "/a/b", "/.."}) {
     RawObject(names_.shm(), kSize);
     SharedMemoryInfo info = opening(kSize);

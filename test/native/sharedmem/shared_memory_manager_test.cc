@@ -103,7 +103,7 @@ std::string textAt(const RawObject& object, std::size_t offset) {
   return reinterpret_cast<const char*>(object.bytes() + offset);
 }
 
-TEST_F(SharedMemoryManagerTest, CreatesAMainSegmentUnderFreshNames) {
+TEST_F(SharedMemoryManagerTest, CreatesAMainSegmentUnderNewNames) {
   ManagerPtr manager;
   const auto lines =
       linesWrittenBy([&] { manager = SharedMemoryManager::CreateSharedMemoryManager(); });
@@ -166,7 +166,7 @@ TEST_F(SharedMemoryManagerTest, PrintsItsSizesAndItsThreadInDecimalWhateverTheBa
   EXPECT_EQ(lines.at(0), "CreateSharedMemoryManagerWithKey, size of shared main segment:26572");
 }
 
-TEST_F(SharedMemoryManagerTest, IsThereAlsoWhenTheKeyOpensNothing) {
+TEST_F(SharedMemoryManagerTest, IsConstructedEvenWhenTheKeyOpensNoSegment) {
   ManagerPtr manager;
   auto lines = linesWrittenBy([&] {
     manager = SharedMemoryManager::CreateSharedMemoryManagerWithKey(
@@ -192,7 +192,7 @@ TEST_F(SharedMemoryManagerTest, RefusesAMainSegmentThatIsTooShort) {
                    "SharedMemoryManager:Failed to initialise shared memory for TesselWrapper"}));
 }
 
-TEST_F(SharedMemoryManagerTest, ZeroesTheWholeMainSegmentAlsoOneThatWasLeftBehind) {
+TEST_F(SharedMemoryManagerTest, ZeroesTheWholeMainSegmentEvenALeftover) {
   {
     const RawObject leftover(names_.shm(), kMainSize);
     std::memset(leftover.bytes(), 0xEE, kMainSize);
@@ -204,7 +204,7 @@ TEST_F(SharedMemoryManagerTest, ZeroesTheWholeMainSegmentAlsoOneThatWasLeftBehin
             std::vector<std::uint8_t>(kMainSize, 0));
 }
 
-TEST_F(SharedMemoryManagerTest, TellsOfEveryStepWhenTheLocalStreamIsEnabled) {
+TEST_F(SharedMemoryManagerTest, PrintsEveryStepWhenTheLocalStreamIsEnabled) {
   const ManagerPtr manager = createManager();
   const auto lines = linesWrittenBy([&] { EXPECT_TRUE(manager->enableSharedMemory(kLocal)); });
   const SharedMemoryKey names = segmentOf(lines.at(0));
@@ -228,7 +228,7 @@ TEST_F(SharedMemoryManagerTest, TellsOfEveryStepWhenTheLocalStreamIsEnabled) {
   EXPECT_EQ(semaphoreCount(names_.sem()), 1);
 }
 
-TEST_F(SharedMemoryManagerTest, SaysNothingMoreWhenAnotherStreamIsListed) {
+TEST_F(SharedMemoryManagerTest, PrintsNoMoreWhenAnotherStreamIsListed) {
   const ManagerPtr manager = createManager();
   for (const StreamKey& key : {remote(0), kContent}) {
     const auto lines = linesWrittenBy([&] { EXPECT_TRUE(manager->enableSharedMemory(key)); });
@@ -275,7 +275,7 @@ TEST_F(SharedMemoryManagerTest, ListsEachStreamInItsEntry) {
   }
 }
 
-TEST_F(SharedMemoryManagerTest, HasRoomForEveryStream) {
+TEST_F(SharedMemoryManagerTest, HasAnEntryForEveryStream) {
   const ManagerPtr creator = createManager();
   const ManagerPtr opener = openManager();
   std::vector<StreamKey> keys = {kLocal, kContent};
@@ -388,7 +388,7 @@ TEST_F(SharedMemoryManagerTest, AWidgetOpensAStreamOnceItIsListed) {
   EXPECT_EQ(semaphoreCount(names_.sem()), 1);
 }
 
-TEST_F(SharedMemoryManagerTest, AWidgetDropsAStreamThatWasDelistedWithoutALineOfItsOwn) {
+TEST_F(SharedMemoryManagerTest, AWidgetDropsADelistedStreamWithoutALineOfItsOwn) {
   const ManagerPtr creator = createManager();
   const ManagerPtr opener = openManager();
   enable(*creator, remote(7));
@@ -406,7 +406,7 @@ TEST_F(SharedMemoryManagerTest, AWidgetDropsAStreamThatWasDelistedWithoutALineOf
   EXPECT_EQ(semaphoreCount(names_.sem()), 1);
 }
 
-TEST_F(SharedMemoryManagerTest, AWidgetOpensAStreamAgainThatWasEnteredAgain) {
+TEST_F(SharedMemoryManagerTest, AWidgetReopensAStreamThatWasEnteredAgain) {
   const ManagerPtr creator = createManager();
   const ManagerPtr opener = openManager();
   for (unsigned int round = 0; round < 3; ++round) {
@@ -448,7 +448,7 @@ TEST_F(SharedMemoryManagerTest, ContentStreamsShareOneEntryWhateverTheirIndex) {
   EXPECT_NE(lookUpQuietly(*opener, kContent), nullptr);
 }
 
-TEST_F(SharedMemoryManagerTest, RefusesRemoteIndexesOutsideTheTableBeforeItMakesAnything) {
+TEST_F(SharedMemoryManagerTest, RefusesRemoteIndexesOutsideTheTableBeforeItCreatesASegment) {
   const ManagerPtr creator = createManager();
   const ManagerPtr opener = openManager();
   for (const int index : {50, 51, 1000, -1, -2, -51, std::numeric_limits<int>::max(),
@@ -554,7 +554,7 @@ TEST_F(SharedMemoryManagerTest, ForgetsAStreamThatTheWidgetRemoves) {
   EXPECT_EQ(lookUpQuietly(*opener, remote(7)), nullptr);
 }
 
-TEST_F(SharedMemoryManagerTest, PrintsAStreamsKeyInTheBaseThatALineBeforeItLeft) {
+TEST_F(SharedMemoryManagerTest, PrintsAStreamsKeyInTheBaseThatAnEarlierLineLeft) {
   const ManagerPtr creator = createManager();
   const ManagerPtr opener = openManager();
   enable(*creator, remote(42));
@@ -603,7 +603,7 @@ TEST_F(SharedMemoryManagerTest, DropsAFrameOfAStreamWhoseSourceIsEmpty) {
                           "index:3"));
 }
 
-// The frame, when it is asked for its width, stands in for another thread that removes the stream.
+// When its width is read, the frame removes the stream, like another thread could.
 TEST_F(SharedMemoryManagerTest, AStreamMayBeDisabledWhileItsFrameIsBeingStored) {
   const ManagerPtr creator = createManager();
   const SharedMemoryKey names = enable(*creator, remote(0));
@@ -620,7 +620,7 @@ TEST_F(SharedMemoryManagerTest, AStreamMayBeDisabledWhileItsFrameIsBeingStored) 
                                  StartsWith("~SharedMemoryAllocator:0x")));
 }
 
-TEST_F(SharedMemoryManagerTest, FramesArriveWhileOtherStreamsComeAndGo) {
+TEST_F(SharedMemoryManagerTest, FramesArriveWhileOtherStreamsAreEnabledAndDisabled) {
   const ManagerPtr creator = createManager();
   const ManagerPtr opener = openManager();
   const test::CapturedOutput output;
@@ -638,7 +638,7 @@ TEST_F(SharedMemoryManagerTest, FramesArriveWhileOtherStreamsComeAndGo) {
       delivered[static_cast<std::size_t>(index)] = csrc;
     });
   }
-  // Enough of them, on both sides of the streams that stay, for the map to rearrange itself.
+  // Enough streams, before and after those that stay, for the map to rebalance.
   const StreamKey others[] = {kLocal, remote(30), remote(31), remote(32), kContent};
   for (int round = 0; round < 20; ++round) {
     for (const StreamKey& key : others) EXPECT_TRUE(creator->enableSharedMemory(key));
@@ -656,7 +656,7 @@ TEST_F(SharedMemoryManagerTest, FramesArriveWhileOtherStreamsComeAndGo) {
   }
 }
 
-TEST_F(SharedMemoryManagerTest, FramesArriveWhileTheirOwnStreamComesAndGoes) {
+TEST_F(SharedMemoryManagerTest, FramesArriveWhileTheirOwnStreamIsEnabledAndDisabled) {
   const ManagerPtr creator = createManager();
   const test::CapturedOutput output;
   std::atomic<bool> ended = false;
@@ -672,7 +672,7 @@ TEST_F(SharedMemoryManagerTest, FramesArriveWhileTheirOwnStreamComesAndGoes) {
   engine.join();
 }
 
-TEST_F(SharedMemoryManagerTest, RemovesTheFrameSegmentsAndThenTheMainSegmentWhenItEnds) {
+TEST_F(SharedMemoryManagerTest, RemovesTheFrameSegmentsAndThenTheMainSegmentWhenItIsDestroyed) {
   for (const bool isClosed : {true, false}) {
     ManagerPtr manager = createManager();
     const SharedMemoryKey local = enable(*manager, kLocal);
@@ -699,7 +699,7 @@ TEST_F(SharedMemoryManagerTest, RemovesTheFrameSegmentsAndThenTheMainSegmentWhen
   }
 }
 
-TEST_F(SharedMemoryManagerTest, OpenMappingsWorkOnAfterTheWidgetRemovedTheNames) {
+TEST_F(SharedMemoryManagerTest, OpenMappingsKeepWorkingAfterTheWidgetRemovedTheNames) {
   const ManagerPtr creator = createManager();
   ManagerPtr opener = openManager();
   const SharedMemoryKey names = enable(*creator, kLocal);
@@ -741,7 +741,7 @@ TEST_F(SharedMemoryManagerTest, TreatsAListedStreamWithoutANameAsOneThatCouldNot
               IsEmpty());
 }
 
-TEST_F(SharedMemoryManagerTest, SurvivesATableOfAnything) {
+TEST_F(SharedMemoryManagerTest, SurvivesATableOfRandomBytes) {
   const ManagerPtr creator = createManager();
   const ManagerPtr opener = openManager();
   const RawObject table = rawTable();
@@ -766,7 +766,7 @@ TEST_F(SharedMemoryManagerTest, SurvivesATableOfAnything) {
 }
 
 TEST_F(SharedMemoryManagerTest, TwoCreatedInOneSecondMayShareNamesAndStillWork) {
-  // As a second manager of one second does: the names are in use already.
+  // Like a second manager within one second: the names are already in use.
   const ManagerPtr first = createManager();
   const ManagerPtr second = createManager();
   EXPECT_EQ(semaphoreCount(names_.sem()), 2);

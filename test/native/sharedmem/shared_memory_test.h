@@ -1,4 +1,4 @@
-// What the tests of shared memory have in common.
+// Shared code of the tests of shared memory.
 
 #ifndef TEST_NATIVE_SHAREDMEM_SHARED_MEMORY_TEST_H_
 #define TEST_NATIVE_SHAREDMEM_SHARED_MEMORY_TEST_H_
@@ -45,7 +45,7 @@ class SharedMemoryTest : public testing::Test {
   const test::TestNames names_;
 };
 
-// Makes later integers of no stated base print in hexadecimal, as a wrapper's line does.
+// Makes later integers without an explicit base print in hexadecimal, as a wrapper's line does.
 inline void switchToHexadecimal() {
   test::linesWrittenBy([] { base::DiagnosticLine("").hexadecimal(); });
 }
@@ -108,7 +108,7 @@ class RawObject {
   std::size_t reserved_ = 0;
 };
 
-// Makes a semaphore's file of `size` bytes, as a broken program might leave it behind.
+// Makes a semaphore's file of `size` bytes, as a faulty program might leave it.
 inline void makeSemaphoreFile(const std::string& semName, std::size_t size, char byte = '\0') {
   std::ofstream(test::semaphorePath(semName)) << std::string(size, byte);
 }

@@ -50,7 +50,7 @@ class SharedMemoryVideoFrameSourceTest : public SharedMemoryTest {
   }
 };
 
-TEST_F(SharedMemoryVideoFrameSourceTest, TellsOfItsCreationAndItsEnd) {
+TEST_F(SharedMemoryVideoFrameSourceTest, PrintsItsCreationAndItsEnd) {
   SourcePtr source;
   auto lines = linesWrittenBy([&] {
     source = SharedMemoryVideoFrameSource::CreateVideoFrameSource(creating(kSegmentSize));
@@ -90,7 +90,7 @@ TEST_F(SharedMemoryVideoFrameSourceTest, TheReaderTakesNoLockWhenItOpens) {
   EXPECT_EQ(segment.at<std::uint8_t>(0), 1) << "nor does it clear anything";
 }
 
-TEST_F(SharedMemoryVideoFrameSourceTest, LeavesTheBaseDecimalWhenItHasComeAndWhenItHasGone) {
+TEST_F(SharedMemoryVideoFrameSourceTest, LeavesTheBaseDecimalAfterConstructionAndDestruction) {
   auto ambient = [] { return linesWrittenBy([] { base::DiagnosticLine("").integer(255); }); };
   switchToHexadecimal();
   SourcePtr source = createWriter();
@@ -100,7 +100,7 @@ TEST_F(SharedMemoryVideoFrameSourceTest, LeavesTheBaseDecimalWhenItHasComeAndWhe
   EXPECT_THAT(ambient(), ElementsAre("255"));
 }
 
-TEST_F(SharedMemoryVideoFrameSourceTest, IsNotHandedOutWhenItsSegmentCannotBeOpened) {
+TEST_F(SharedMemoryVideoFrameSourceTest, IsNotReturnedWhenItsSegmentCannotBeOpened) {
   auto lines = linesWrittenBy([&] {
     EXPECT_EQ(SharedMemoryVideoFrameSource::CreateVideoFrameSource(opening(kSegmentSize)), nullptr);
   });
@@ -121,7 +121,7 @@ TEST_F(SharedMemoryVideoFrameSourceTest, RefusesASegmentOfAnotherVersionThatIsTo
   });
 }
 
-TEST_F(SharedMemoryVideoFrameSourceTest, MakesASegmentOfFixedSizeAllZeroAndFree) {
+TEST_F(SharedMemoryVideoFrameSourceTest, CreatesAZeroedUnlockedSegmentOfFixedSize) {
   const SourcePtr writer = createWriter();
   const RawObject segment = rawSegment();
   ASSERT_EQ(segment.size(), kSegmentSize);
@@ -130,7 +130,7 @@ TEST_F(SharedMemoryVideoFrameSourceTest, MakesASegmentOfFixedSizeAllZeroAndFree)
   EXPECT_EQ(semaphoreCount(names_.sem()), 1);
 }
 
-TEST_F(SharedMemoryVideoFrameSourceTest, ClearsTheFirstByteAloneOfASegmentThatWasLeftBehind) {
+TEST_F(SharedMemoryVideoFrameSourceTest, ClearsOnlyTheFirstByteOfALeftoverSegment) {
   {
     const RawObject leftover(names_.shm(), kSegmentSize);
     std::memset(leftover.bytes(), 0xEE, kSegmentSize);
@@ -225,7 +225,7 @@ TEST_F(SharedMemoryVideoFrameSourceTest, AReaderBeforeTheFirstFrameSeesAnEmptyPi
   }
 }
 
-TEST_F(SharedMemoryVideoFrameSourceTest, TheFirstFrameIsNoUpdateForOneWhoAsksWithZero) {
+TEST_F(SharedMemoryVideoFrameSourceTest, TheFirstFrameIsNoUpdateForTheFrameIdZero) {
   const SourcePtr writer = createWriter();
   const SourcePtr reader = openReader();
   VideoFrame frame;
@@ -317,7 +317,7 @@ TEST_F(SharedMemoryVideoFrameSourceTest, PassingTheFrameIdBackGetsTheFrameAgain)
   EXPECT_EQ(second.frameId, first.frameId);
 }
 
-TEST_F(SharedMemoryVideoFrameSourceTest, PassingTheSequenceNumberIsAnsweredWithNoUpdate) {
+TEST_F(SharedMemoryVideoFrameSourceTest, PassingTheSequenceNumberGivesNoUpdate) {
   const SourcePtr writer = createWriter();
   const SourcePtr reader = openReader();
   for (int i = 0; i < 6; ++i) ASSERT_TRUE(writer->storeVideoFrame(picture(8, 8), 1));
@@ -328,7 +328,7 @@ TEST_F(SharedMemoryVideoFrameSourceTest, PassingTheSequenceNumberIsAnsweredWithN
   EXPECT_EQ(frame.width, 0u);
 }
 
-TEST_F(SharedMemoryVideoFrameSourceTest, HandsTheClearFlagOut) {
+TEST_F(SharedMemoryVideoFrameSourceTest, ReturnsTheClearFlag) {
   const SourcePtr writer = createWriter();
   const SourcePtr reader = openReader();
   ASSERT_TRUE(writer->storeVideoFrame(picture(8, 8), 1));
@@ -383,9 +383,8 @@ TEST_F(SharedMemoryVideoFrameSourceTest, StoresABufferThatFillsThePixelSpace) {
             frame->pixels);
 }
 
-// The reader holds the lock: a writer that tried to take it would say 5 seconds later that it could
-// not.
-TEST_F(SharedMemoryVideoFrameSourceTest, DropsABufferThatDoesNotFitBeforeItAsksForTheLock) {
+// The reader holds the lock: a writer that tried to take it would print a line 5 seconds later.
+TEST_F(SharedMemoryVideoFrameSourceTest, DropsABufferThatDoesNotFitBeforeItTakesTheLock) {
   const SourcePtr writer = createWriter();
   const SourcePtr reader = openReader();
   ASSERT_TRUE(writer->storeVideoFrame(picture(8, 8, 7), 7));
@@ -409,7 +408,7 @@ TEST_F(SharedMemoryVideoFrameSourceTest, DropsABufferThatDoesNotFitBeforeItAsksF
   EXPECT_EQ(std::vector<std::uint8_t>(segment.bytes(), segment.bytes() + kSegmentSize), before);
 }
 
-TEST_F(SharedMemoryVideoFrameSourceTest, DropsANullBufferBeforeItAsksForTheLock) {
+TEST_F(SharedMemoryVideoFrameSourceTest, DropsANullBufferBeforeItTakesTheLock) {
   const SourcePtr writer = createWriter();
   const SourcePtr reader = openReader();
   VideoFrame held;
@@ -433,7 +432,7 @@ TEST_F(SharedMemoryVideoFrameSourceTest, ADroppedFrameTakesNoSequenceNumber) {
   EXPECT_EQ(rawSegment().at<std::uint64_t>(8), 0u);
 }
 
-TEST_F(SharedMemoryVideoFrameSourceTest, AnswersDimensionsThatDoNotFitWithNoUpdate) {
+TEST_F(SharedMemoryVideoFrameSourceTest, GivesNoUpdateForDimensionsThatDoNotFit) {
   const struct {
     std::uint32_t width, height;
   } cases[] = {{1920, 1080},
@@ -472,7 +471,7 @@ TEST_F(SharedMemoryVideoFrameSourceTest, AnswersDimensionsThatDoNotFitWithNoUpda
   }
 }
 
-TEST_F(SharedMemoryVideoFrameSourceTest, AnswersDimensionsWithoutAreaWithEmptyPlanes) {
+TEST_F(SharedMemoryVideoFrameSourceTest, GivesEmptyPlanesForDimensionsWithoutArea) {
   const SourcePtr writer = createWriter();
   const SourcePtr reader = openReader();
   ASSERT_TRUE(writer->storeVideoFrame(picture(8, 8), 1));
@@ -543,7 +542,7 @@ TEST_F(SharedMemoryVideoFrameSourceTest, AnEngineFrameThatMisstatesItsSizeIsNoUp
   EXPECT_TRUE(read.noUpdate);
 }
 
-TEST_F(SharedMemoryVideoFrameSourceTest, RunsNoCodeOfTheFramesWhileTheSegmentIsLocked) {
+TEST_F(SharedMemoryVideoFrameSourceTest, CallsNoMethodOfTheFrameWhileTheSegmentIsLocked) {
   const SourcePtr writer = createWriter();
   const auto frame = picture(8, 8);
   int countWhileAsked = -1;

@@ -30,7 +30,7 @@ bool fails(const char* name) {
   return error.has_value();
 }
 
-// The result of a call that gives something back to the system: of `call`, unless it is to fail.
+// The result of a call that releases a resource: that of `call`, unless it must fail.
 template <typename Call>
 int release(const char* name, Call call) {
   if (!fails(name)) return call();

@@ -1,6 +1,5 @@
-// The system calls below the shared memory classes, in the hands of a test: it can make the next
-// one of a kind fail, or the nth of all, and sees which were made. Calls that nobody prepared reach
-// the system.
+// Controls the system calls of the shared memory classes: a test can make the next one of a kind
+// fail, or the nth of all, and gets a list of the calls. Other calls reach the system.
 //
 // A program that uses it is linked with --wrap for each of the calls in system_calls.cc.
 
@@ -22,10 +21,10 @@ namespace test {
 struct SystemCalls {
   // Fails the next `times` calls of `name` with `error`. mmap with error 0 succeeds at address 0.
   void fail(const std::string& name, int error, int times = 1) { failures[name] = {error, times}; }
-  // Fails the call that comes after `number` others, whichever it is.
+  // Fails the call after `number` others, of any kind.
   void failCall(std::size_t number, int error) { chosen = {number, error}; }
 
-  // Notes a call, and returns the error that it is to fail with.
+  // Records a call, and returns the error with which it must fail, if any.
   std::optional<int> take(const std::string& name) {
     made.push_back(name);
     if (whenMade) whenMade(name);
@@ -61,7 +60,7 @@ struct SystemCalls {
   std::optional<ChosenCall> chosen;
 };
 
-// The one that the calls consult.
+// The instance that the wrapped calls use.
 SystemCalls& systemCalls();
 
 }  // namespace test

@@ -77,8 +77,8 @@ TEST_F(TwoProcessesTest, TheWidgetReadsWhatTheMainProcessStores) {
   widget.join();
 }
 
-// Each round has one read and one write at the same time: a semaphore is not fair, and who took it
-// again and again would starve the other.
+// Each round has one read and one write at the same time: a semaphore is not fair, so a process
+// that takes it repeatedly would starve the other.
 TEST_F(TwoProcessesTest, TheWidgetNeverSeesHalfAFrame) {
   constexpr unsigned int kRounds = 300;
   const auto main = std::make_shared<SharedMemoryManager>(creating(kMainSegmentSize));
@@ -153,7 +153,7 @@ TEST_F(TwoProcessesTest, AWaitSurvivesSignals) {
   const auto hasWritten = [&](const char* text) {
     return output_.text().find(text) != std::string::npos;
   };
-  // A wait that is over without having been interrupted ends the attempts too.
+  // A wait that ends without an interruption ends the attempts too.
   while (!hasWritten("in infite loop") && !hasWritten("timedout")) kill(other.pid(), SIGUSR1);
   EXPECT_THAT(output_.text(), testing::HasSubstr("lockDataAccess: in infite loop, error:4\n"));
   EXPECT_TRUE(creator.unlockDataAccess());
@@ -213,7 +213,7 @@ TEST_F(TwoProcessesTest, TheWriterDropsAFrameInFiveSecondsWhileTheWidgetKeepsIts
 }
 
 // A process that dies with the lock keeps it for ever; only a new segment is free again.
-TEST_F(TwoProcessesTest, EnteringAgainRecoversAStreamWhoseReaderDiedWithTheLock) {
+TEST_F(TwoProcessesTest, EnteringAgainRecoversAStreamWhoseReaderWasKilledWithTheLock) {
   const auto main = std::make_shared<SharedMemoryManager>(creating(kMainSegmentSize));
   ASSERT_TRUE(main->enableSharedMemory(kRemote));
   main->NotifyFrameArrived(pictureOf(1), 1, kRemote);

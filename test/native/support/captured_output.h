@@ -1,4 +1,4 @@
-// What the process writes to its standard output, for tests to look at.
+// Captures the standard output of the process for tests.
 
 #ifndef TEST_NATIVE_SUPPORT_CAPTURED_OUTPUT_H_
 #define TEST_NATIVE_SUPPORT_CAPTURED_OUTPUT_H_
@@ -14,9 +14,9 @@
 
 namespace test {
 
-// Puts a file in the place of the standard output for as long as it lives; what this process, or a
-// child that it forks meanwhile, writes to descriptor 1 collects there. That includes what failed
-// expectations print, so everything collected shows after all when the test has failed.
+// Replaces the standard output by a file during its lifetime: the file collects the output of this
+// process, and of children that it forks meanwhile, to descriptor 1. That includes the messages of
+// failed expectations, so the collected output is printed when the test has failed.
 class CapturedOutput {
  public:
   CapturedOutput() {

@@ -1,4 +1,4 @@
-// A second process for tests of what processes do to each other.
+// A second process for tests with two processes.
 
 #ifndef TEST_NATIVE_SUPPORT_CHILD_PROCESS_H_
 #define TEST_NATIVE_SUPPORT_CHILD_PROCESS_H_
@@ -14,8 +14,8 @@
 
 namespace test {
 
-// One end of a conversation between two processes: each side tells the other when it has reached a
-// step, and waits until the other has.
+// One end of a channel that synchronises two processes: each side notifies the other when it has
+// reached a step, and waits until the other has.
 class Conversation {
  public:
   void tell() const {
@@ -37,7 +37,7 @@ class Conversation {
 // A forked child that runs a body and ends. Expectations that fail in the child fail in join().
 class ChildProcess {
  public:
-  // `body` gets the child's side of the conversation.
+  // `body` gets the child's end of the channel.
   explicit ChildProcess(const std::function<void(const Conversation& parent)>& body) {
     int toChild[2];
     int toParent[2];
@@ -71,7 +71,7 @@ class ChildProcess {
   pid_t pid() const { return pid_; }
   const Conversation& conversation() const { return conversation_; }
 
-  // Waits until the child has ended, and expects that it ended well.
+  // Waits until the child has ended, and expects that it ended without an error.
   void join() {
     if (joined_) return;
     joined_ = true;

@@ -40,8 +40,8 @@ inline int semaphoreCount(const std::string& semName) {
   return count;
 }
 
-// Names of a test's own: they carry the process id, so that several runs at once keep apart and a
-// later run recognises what a failed one left behind.
+// Names of one test: they contain the process id, so that several runs at once do not collide and a
+// later run recognises the leftovers of a failed one.
 class TestNames {
  public:
   TestNames() { removeLeftovers(); }
@@ -81,7 +81,7 @@ class TestNames {
     }
   }
 
-  // Of the process that made this object; a forked child goes on using its parent's names.
+  // Of the process that made this object; a forked child keeps using its parent's names.
   const std::string prefix_ = kPrefix + std::to_string(getpid()) + "_";
 };
 

@@ -1,5 +1,5 @@
-// Applications that bundlers have packed: the guide's configurations keep the package external, and
-// where it is bundled it says so, or loads the addon that the environment names.
+// Bundled applications: the guide's configurations keep the package external. A bundled package
+// reports that, or loads the addon that the environment names.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
@@ -31,15 +31,16 @@ const APPLICATION = {
     (async () => {${MEETING}})();`,
 };
 
-// The folder of an application in which npm has installed the package and the bundlers.
-function makeProject(t) {
+// The folder of an application in which npm has installed the package and the bundlers. The
+// application imports the package by this name.
+function makeProject(t, imported = 'tessel-wrapper') {
   const project = temporaryDirectory(t);
   const modules = path.join(project, 'node_modules');
   mkdirSync(modules);
   symlinkSync(repository, path.join(modules, 'tessel-wrapper'));
   symlinkSync(path.join(repository, 'node_modules/esbuild'), path.join(modules, 'esbuild'));
   for (const [name, source] of Object.entries(APPLICATION)) {
-    writeFileSync(path.join(project, name), source);
+    writeFileSync(path.join(project, name), source.replace("'tessel-wrapper'", `'${imported}'`));
   }
   return project;
 }
@@ -47,6 +48,7 @@ function makeProject(t) {
 const require = createRequire(import.meta.url);
 const { rollup } = require('@rollup/wasm-node');
 const esbuild = require('esbuild');
+const vite = await import('vite');
 const webpack = require('webpack');
 
 async function configurationIn(project, name) {
@@ -93,6 +95,12 @@ const BY_THE_GUIDE = {
     await bundle.write({ ...output, file: path.join(project, output.file) });
     await bundle.close();
   },
+  async vite(project) {
+    const configuration = await configurationIn(project, 'vite.config.mjs');
+    const ssr = { ...configuration.ssr, noExternal: true };
+    const root = { root: project, configFile: false, logLevel: 'silent' };
+    await vite.build({ ...configuration, ssr, ...root });
+  },
   async webpack(project) {
     await runWebpack(project, await configurationIn(project, 'webpack.config.mjs'));
   },
@@ -106,6 +114,14 @@ for (const [name, bundle] of Object.entries(BY_THE_GUIDE)) {
     const program = path.join('dist', 'application.mjs');
     assert.match(readFileSync(path.join(project, program), 'utf8'), /from ?["']tessel-wrapper["']/);
     expectMeeting(run(project, program));
+  });
+
+  test(`the guide's configuration of ${name} keeps the engine for real meetings external, too`, async (t) => {
+    const project = makeProject(t, 'tessel-wrapper/webrtc');
+    await bundle(project);
+    const bundled = readFileSync(path.join(project, 'dist/application.mjs'), 'utf8');
+    assert.match(bundled, /from ?["']tessel-wrapper\/webrtc["']/);
+    assert.doesNotMatch(bundled, /dlopen/);
   });
 }
 
@@ -129,25 +145,28 @@ const BUNDLED = {
 };
 
 for (const [name, bundle] of Object.entries(BUNDLED)) {
-  test(`bundled by ${name}, the package says so, and loads the addon that is named`, async (t) => {
-    const project = makeProject(t);
-    await bundle(project);
-    const program = path.join('dist', 'application.cjs');
-    assert.doesNotMatch(readFileSync(path.join(project, program), 'utf8'), /require\(["']tessel-w/);
-    const { status, stderr } = run(project, program);
-    assert.equal(status, 1);
-    const lines = stderr.split('\n');
-    const start = lines.findIndex((line) => line.startsWith('Error: Cannot load '));
-    assert.deepEqual(lines.slice(start + 1, start + 3), [
-      'There is no such file.',
-      'tessel-wrapper was bundled, and its addon was not: keep tessel-wrapper external ' +
-        '("Bundle your application" in its docs/guide.md), or name the addon in TESSEL_WRAPPER_ADDON.',
-    ]);
-    expectMeeting(run(project, program, addonFile));
-  });
+  for (const imported of ['tessel-wrapper', 'tessel-wrapper/webrtc']) {
+    test(`bundled by ${name}, ${imported} says so, and loads the addon that is named`, async (t) => {
+      const project = makeProject(t, imported);
+      await bundle(project);
+      const program = path.join('dist', 'application.cjs');
+      const bundled = readFileSync(path.join(project, program), 'utf8');
+      assert.doesNotMatch(bundled, /require\(["']tessel-w/);
+      const { status, stderr } = run(project, program);
+      assert.equal(status, 1);
+      const lines = stderr.split('\n');
+      const start = lines.findIndex((line) => line.startsWith('Error: Cannot load '));
+      assert.deepEqual(lines.slice(start + 1, start + 3), [
+        'There is no such file.',
+        'tessel-wrapper was bundled, and its addon was not: keep tessel-wrapper external ' +
+          '("Bundle your application" in its docs/guide.md), or name the addon in TESSEL_WRAPPER_ADDON.',
+      ]);
+      expectMeeting(run(project, program, addonFile));
+    });
+  }
 }
 
-test('the renderer is bundled for a browser, without anything of Node.js', async (t) => {
+test('the renderer is bundled for a browser without parts of Node.js', async (t) => {
   const project = makeProject(t);
   const { outputFiles } = await esbuild.build({
     absWorkingDir: project,

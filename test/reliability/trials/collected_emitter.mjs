@@ -1,4 +1,4 @@
-// The emitter goes while events flow.
+// The emitter is collected while events are delivered.
 
 import assert from 'node:assert/strict';
 

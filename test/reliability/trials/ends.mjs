@@ -21,7 +21,7 @@ const WAYS = {
   cacheCleared: { code: 0 },
 };
 const MOST_MS = 2000;
-// Far above what any process takes: it ends what would never end.
+// Far longer than any process takes: it ends a process that hangs.
 const TIME_LIMIT_MS = 120_000;
 
 const program = fileURLToPath(

@@ -12,7 +12,7 @@ const PARTS = 4;
 // 20,000 events. With a sanitizer memory is not judged, and all of it takes long.
 const WARM_UP = process.env.LD_PRELOAD ? 0 : 50_000;
 
-// What a thread sends again and again.
+// The sequence of events that each thread repeats.
 const TURNS = 25;
 const LENGTH = TURNS * NOTIFICATIONS.length;
 
@@ -37,7 +37,7 @@ const ITEMS = Array.from({ length: THREADS }, (_, thread) =>
 // thread that is to send such a one next; whose it was shows at that thread's next number.
 class Ledger {
   #numbers = new Map(ITEMS.flat().map(({ key, number }) => [key, number]));
-  // By thread, the event that is to come next of those with a number.
+  // By thread, the next expected event with a number.
   #next = Array.from({ length: THREADS }, () => 0);
   // By key, how many threads are to send such a one, and how many of these have.
   #awaited = new Map(ITEMS.flat().map(({ key }) => [key, 0]));

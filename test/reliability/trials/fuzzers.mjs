@@ -1,4 +1,4 @@
-// Hostile segment contents: each fuzzer for so many seconds.
+// Hostile contents of segments and configurations: each fuzzer for this number of seconds.
 
 import assert from 'node:assert/strict';
 

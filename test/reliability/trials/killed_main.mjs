@@ -1,5 +1,5 @@
-// Main processes that are killed while a widget reads: while they hold the lock of a stream or of the
-// main segment, or at a random moment.
+// Main processes that are killed while a widget reads: while they hold the lock of a stream or of
+// the main segment, or at a random moment.
 
 import assert from 'node:assert/strict';
 import { setImmediate, setTimeout } from 'node:timers/promises';
@@ -17,11 +17,11 @@ const CHANGED = remote(5); // enters and leaves, again and again
 const FRAME = { width: 1280, height: 720, csrc: 5 };
 const RATES = [0, 500, 30]; // 0: as fast as the widget's lock lets it
 const LONGEST_MS = 30;
-// A call waits for one dead lock at most: who does not get that of the main segment asks no further.
+// A call waits for one lost lock at most: without the main segment's lock it requests no other.
 const LOCK_LIMIT_MS = 5000;
 const MARGIN_MS = 1000;
 
-// At once: a dead lock costs five seconds for a call, in which nothing happens.
+// Run in parallel: a lost lock costs an idle wait of five seconds for a call.
 const AT_ONCE = 16;
 
 async function someoneWaitsFor(semName) {
@@ -30,15 +30,16 @@ async function someoneWaitsFor(semName) {
   semaphore.close();
 }
 
-// Calls the proxy: whether that gave the frame that it should, and how often a lock was waited for in
-// vain.
+// Calls the proxy: whether that gave the frame that it should, and how often a lock was waited for
+// in vain.
 async function ask(widget, method, stream) {
   const before = widget.count(TIMED_OUT);
   const isFrame = await widget.does('isFrame', method, stream);
   return { isFrame, gaveUp: widget.count(TIMED_OUT) - before };
 }
 
-// Stops the main process while it holds the lock, and kills it while the widget waits for that lock.
+// Stops the main process while it holds the lock, and kills it while the widget waits for that
+// lock.
 async function killHolding(semName, { main, widget }) {
   await stopHolding(main, semName);
   const answer = ask(widget, 'getFrame', STREAM);
@@ -55,7 +56,7 @@ const CHANGING = 'while it changed the table';
 const AT_RANDOM = 'at random';
 const WAYS = [WRITING, AT_RANDOM, WRITING, CHANGING];
 
-// Each answers with what the first getFrame that the main process did not outlive gave.
+// Each returns the result of the first getFrame after the death of the main process.
 const kills = {
   async [WRITING]({ main, widget, streamLock }) {
     await main.does('startPushing', STREAM, { ...FRAME, fps: 0 });
@@ -80,7 +81,7 @@ const frame = { isFrame: true, gaveUp: 0 };
 const nothing = { isFrame: false, gaveUp: 0 };
 const gaveUp = { isFrame: false, gaveUp: 1 };
 
-// What the calls give, by the lock with which the main process has died.
+// The expected results, by the lock that the main process held when it was killed.
 const EXPECTED = {
   none: { first: frame, release: nothing, last: frame, unread: frame },
   stream: { first: gaveUp, release: nothing, last: gaveUp, unread: frame },
@@ -98,7 +99,7 @@ export async function run(count, { after, random, judgesTimes }) {
     const widget = await startWidget(after, key, FRAME);
     for (const stream of [STREAM, UNREAD]) {
       await main.does('enter', stream);
-      // Of a stream's very first frame getLastFrame tells nothing.
+      // getLastFrame does not report a stream's first frame.
       for (let frame = 0; frame < 2; ++frame) {
         await main.does('push', stream, { ...FRAME, number: 0 });
       }
@@ -110,7 +111,7 @@ export async function run(count, { after, random, judgesTimes }) {
 
     const first = await kills[way]({ main, widget, streamLock, mainLock, random });
     const release = await ask(widget, 'releaseFrame', STREAM);
-    // The widget has given back what it held.
+    // The widget has released its frame.
     let lost = countOf(streamLock) === 0 ? 'stream' : 'none';
     if (countOf(mainLock) === 0) lost = 'main';
     const last = await ask(widget, 'getLastFrame', STREAM);

@@ -1,5 +1,5 @@
-// Widgets that are killed: at a random moment, or while they hold a stream's lock. The frames of that
-// stream, and of another one, go on arriving.
+// Widgets that are killed: at a random moment, or while they hold a stream's lock. The frames of
+// that stream, and of another one, keep arriving.
 
 import assert from 'node:assert/strict';
 import { setImmediate, setTimeout } from 'node:timers/promises';
@@ -16,12 +16,12 @@ const OTHER = remote(4);
 const LARGE = { width: 1280, height: 720, csrc: 5, fps: 0 }; // as fast as the lock lets it
 const SMALL = { width: 64, height: 36, csrc: 5, fps: 100 };
 
-// At once: a dead lock costs five seconds in which its meeting does next to nothing.
+// Run in parallel: a lost lock costs five seconds in which its meeting is almost idle.
 const MEETINGS = 8;
 const KILLS_OF_A_MEETING = 10; // at least, where there are so many
 const LONGEST_MS = 20;
 const GOES_ON_FRAMES = 5;
-// How many kills may take the main segment's lock along: few do, unless it is held for too long.
+// How many killed widgets may hold the main segment's lock: few, unless it is held for too long.
 const mostMainLocksLost = (count) => 2 + count / 10;
 
 const TOLD_AS_WRONG = /timedout|dropped|wrong|failed|No mapped/;
@@ -41,7 +41,7 @@ const total = {
   'frames of the other streams': 0,
 };
 
-// A meeting with a stream that goes on, read by a widget that nobody kills.
+// A meeting with a second stream, read by a widget that is not killed.
 async function startMeeting(after) {
   const { main, key } = await startMain(after);
   await main.does('enter', OTHER);
@@ -54,7 +54,7 @@ async function startMeeting(after) {
   return { main, key, bystander, otherSegment, mainLock, told: [], isOver: false };
 }
 
-// Frames arrive at a new widget of the stream, whatever has become of the widget before.
+// Frames arrive at a new widget of the stream, however the previous widget ended.
 async function enterAndRead({ main, key }, after) {
   await main.does('enter', STREAM);
   const segment = frameSegmentsOf(main).at(-1);
@@ -100,15 +100,15 @@ const kills = {
 };
 const WAYS = [READING, HOLDING, OPENING, HOLDING];
 
-// Kills a widget of the meeting. Who dies with the main segment's lock ends the use of that segment,
-// not of the process: then the meeting is over.
+// Kills a widget of the meeting. If it holds the main segment's lock, that segment is unusable, but
+// not the process: then the meeting is ended.
 async function killOne(way, meeting, { after, random, judgesTimes }) {
   const { main, told } = meeting;
   const { widget, segment } = await enterAndRead(meeting, after);
   const lock = openSemaphore(segment.sem_name);
   await kills[way]({ widget, segment, lock, meeting, random, judgesTimes });
   await leave(meeting);
-  // Nobody uses this lock any more: only the dead can hold it.
+  // No process uses this lock any more: only a killed one can hold it.
   const isStreamLost = lock.count() === 0;
   lock.close();
   meeting.isOver = main.count(LEAVING_FAILED) > 0;
@@ -131,8 +131,8 @@ async function killOne(way, meeting, { after, random, judgesTimes }) {
   if (meeting.isOver) ++total["main segment's locks lost"];
 }
 
-// The other stream has lost nothing: each of its frames was stored, and whoever can still read sees
-// the last one.
+// The other stream has lost nothing: each of its frames was stored, and a widget that can still
+// read gets the last one.
 async function endMeeting({ main, bystander, otherSegment, mainLock, told, isOver }) {
   const delivered = await main.does('stopPushing', OTHER);
   assert.equal(sequenceOf(otherSegment), delivered - 1);

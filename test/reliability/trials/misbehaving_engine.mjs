@@ -1,4 +1,4 @@
-// An engine that breaks its promises.
+// An engine that breaks the contract of its interface.
 
 import assert from 'node:assert/strict';
 import { closeSync, fstatSync, openSync, readFileSync, readSync } from 'node:fs';
@@ -23,7 +23,7 @@ const STREAMS = [STREAM, { type: 'local', streamIndex: 0 }, { type: 'content', s
 // Arguments that bring a method to other operations than those of the table do.
 const OTHER_CALLS = [{ name: 'enableCameraCapture', args: [false] }];
 
-// No method gives a frame back: that is done by asking for the next one.
+// No method releases a frame: requesting the next one does.
 const OUT_OF_REACH = ['ReleaseFrame'];
 
 let tried = 0;
@@ -60,7 +60,7 @@ function failEach(operations, call) {
       engine.failOperation(operation, failure);
       const threw = attempt(call);
       engine.failOperation(operation, null);
-      // What the engine throws is never swallowed.
+      // An exception from the engine is never swallowed.
       if (!failure.returnsNull) assert.equal(threw, true, `${operation} failed unseen`);
     }
   }
@@ -242,7 +242,7 @@ const LATE_FRAMES = [
   { nullBuffer: true, width: 64, height: 36 },
 ];
 
-// The engine goes on delivering, to a receiver whose stream has left.
+// The engine keeps delivering, to a receiver whose stream has left widget mode.
 function deliverLate(segments) {
   for (const frame of LATE_FRAMES) {
     ++tried;

@@ -1,5 +1,5 @@
-// A standard output that is closed, full, or a pipe that nobody reads for a while, which blocks its
-// writers or does not.
+// A standard output that is closed, full, or a pipe without a reader for a while, which may or may
+// not block its writers.
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
@@ -75,7 +75,7 @@ let lost = 0;
 async function slow(kind) {
   const { child, writes, ends } = start('pipe', kind);
   const close = once(child, 'close');
-  // Nobody has asked for what is in the pipe: it fills.
+  // The pipe is not read, so it fills.
   await writes('first', LINES);
   const output = [];
   child.stdout.on('data', (chunk) => output.push(chunk));
@@ -91,7 +91,7 @@ async function slow(kind) {
   await writes('end', 10);
   await ends(close);
   const lines = linesOf();
-  // What is written when there is room again is there, whole.
+  // Lines that are written when the pipe has space again arrive whole.
   assert.ok(
     lines.filter((line) => line === LINE).length >= before + 10,
     lines.slice(-30).join('\n'),

@@ -1,4 +1,4 @@
-// Arguments of every kind, on every method and constructor of both classes.
+// Random arguments for every method and constructor of both classes.
 
 import assert from 'node:assert/strict';
 import { inspect } from 'node:util';
@@ -23,7 +23,7 @@ import { remote } from '../../support/streams.mjs';
 
 const { TesselWrapper, TesselWrapperProxy } = engine.loadAddon();
 
-// What the system throws, and Node.js for it.
+// The errors of the addon, and of Node.js for it.
 const ERRORS = [
   /^Wrong number of arguments, expected \d+$/,
   /^Wrong argument type for argument \d+, expected \w+$/,
@@ -65,8 +65,8 @@ const makeWrapper = () => construct({ emitter });
 
 // ---- One call
 
-// Calls it: { made } or { error }, which is one that is allowed. What is refused has not reached the
-// engine, not in part either.
+// Calls it: { made } or { error }, which is an allowed one. A refused call does not reach the
+// engine, not even in part.
 function attempt(name, call, { mayReach = () => false } = {}) {
   engine.clearCalls();
   ++calls.made;
@@ -135,7 +135,7 @@ function choose({ usual, right, wrong }, random) {
   return { receiver: random.chance(0.3) ? anything(random) : random.of(wrong), isRight: false };
 }
 
-// One random call of a method: what came of it, and on what.
+// One random call of a method: its outcome, and its receiver.
 function callMethod(type, name, args, receivers, random) {
   const { receiver, isRight } = choose(receivers, random);
   const outcome = attempt(`${type.name}.${name}`, () =>
@@ -253,7 +253,7 @@ const readingTarget = (name, receivers, sharing, other) => ({
     const args = randomArguments(PROXY_ARGUMENTS[name], random);
     const outcome = callMethod(TesselWrapperProxy, name, args, receivers, random);
     const hadEffect = !outcome.error && outcome.isUsual && isPicture(outcome.made);
-    // Who is refused does not keep the stream locked.
+    // A refused call does not keep the stream locked.
     if (outcome.error) assert.ok(isPicture(other.getFrame(SHARED, NO_FRAME)));
     for (const reader of sharing.readers) reader.releaseFrame(SHARED);
     return hadEffect;
@@ -269,7 +269,7 @@ const endingTarget = (name, receivers, sharing) => ({
     const args = randomArguments(PROXY_ARGUMENTS[name], random);
     callMethod(TesselWrapperProxy, name, args, receivers, random);
     const hadEffect = frame.yPlaneBuffer.length === 0;
-    // Who removes the stream leaves its lock as it is.
+    // Removing the stream does not change its lock.
     if (hadEffect && name === 'removeVideo') sharing.share();
     for (const reader of sharing.readers) reader.releaseFrame(SHARED);
     return hadEffect;

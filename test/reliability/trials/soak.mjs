@@ -1,4 +1,4 @@
-// A meeting that goes on: main process and widget.
+// A long meeting: main process and widget.
 
 import assert from 'node:assert/strict';
 import { existsSync } from 'node:fs';
@@ -24,7 +24,7 @@ const isSanitized = Boolean(process.env.LD_PRELOAD);
 
 const sum = (values) => values.reduce((total, value) => total + value, 0);
 
-// Of all streams: how many frames came from the engine between two samples, and how many were read.
+// For all streams: the number of frames from the engine between two samples, and of those read.
 function framesBetween(first, last) {
   const total = (sample, key) => sum(sample.streams.map((stream) => stream[key]));
   return {

@@ -1,4 +1,4 @@
-// Arrays of pixels that JavaScript keeps past their time.
+// Arrays of pixels that JavaScript keeps longer than they are valid.
 
 import assert from 'node:assert/strict';
 
@@ -16,8 +16,8 @@ const EVERY = 500;
 // So often a wrapper is thrown away with its frames.
 const FRAMES_OF_A_WRAPPER = 5000;
 
-// Parts of the frames: of those that are pulled, the ones with `clearFrame`; of those that the proxy
-// reads, the ones that end with removeVideo, and with the stream.
+// Parts of the frames: of those that are pulled, the ones with `clearFrame`; of those that the
+// proxy reads, the ones that end with removeVideo, and with the stream.
 const CLEARING = 0.2;
 const REMOVED = 0.05;
 const GONE = 0.05;
@@ -139,7 +139,7 @@ class Frames {
     this.#wrapper.exitWidgetMode(SHARED);
     this.#gallery.assertAll();
     this.#wrapper.destroy();
-    // Nothing is given back by that.
+    // That releases nothing.
     this.#gallery.assertAll();
     engine.reset();
     this.#gallery.assertAll();
@@ -176,7 +176,7 @@ class Frames {
     assert.equal(looks[0].length, FULL);
     this.#gallery.show(SHARED, looks);
     if (this.#random.chance(REMOVED)) {
-      // With its lock, and with its names: the stream has to come anew.
+      // With its lock and its names: the stream must leave and enter widget mode again.
       this.#proxy.removeVideo(SHARED);
       this.#gallery.end(SHARED);
       this.#wrapper.exitWidgetMode(SHARED);
@@ -194,8 +194,8 @@ class Frames {
   }
 }
 
-// Takes so many frames of one wrapper, which nobody holds when this returns. Answers with what is to
-// be called when it has been collected.
+// Takes so many frames of one wrapper, which nobody holds when this returns. Answers with what is
+// to be called when it has been collected.
 function takeOfOneWrapper(count, random) {
   const frames = new Frames(random);
   for (let taken = 0; taken < count; ++taken) {

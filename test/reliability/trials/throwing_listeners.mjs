@@ -12,7 +12,7 @@ const MOST_AT_ONCE = 1000; // for each thread
 // After so many it has been every event's turn, whatever the threads' order.
 const MANY_THROWN = 500;
 
-// All that can be thrown, each a new one where there is more than one.
+// All kinds of values that can be thrown, each a new value if possible.
 const THROWN = [
   (number) => new RangeError(`event ${number}`),
   () => undefined,
@@ -41,7 +41,7 @@ class Listeners {
     for (const { event } of NOTIFICATIONS) {
       emitter.on(event, () => this.#count(event));
       emitter.on(event, () => this.#throwSometimes(event));
-      // Behind one that throws nobody is called.
+      // No listener is called after one that throws.
       emitter.on(event, () => assert.equal(this.#isThrowing, false));
     }
   }

@@ -13,9 +13,10 @@ export const PROGRAM = fileURLToPath(
 );
 
 // Starts the application until the test ends; answers with its process and its page's address.
-export async function startMeetingApp(test, uri) {
-  const options = ['--uri', uri, '--output', temporaryDirectory(test)];
-  const child = spawn(process.execPath, [PROGRAM, ...options], {
+export async function startMeetingApp(test, uri, { options = [], environment = {} } = {}) {
+  const all = ['--uri', uri, '--output', temporaryDirectory(test), ...options];
+  const child = spawn(process.execPath, [PROGRAM, ...all], {
+    env: { ...process.env, ...environment },
     stdio: ['ignore', 'pipe', 'inherit'],
   });
   const exit = once(child, 'exit');

@@ -11,7 +11,7 @@ const { Room } = await import('../../../examples/meeting/room.mjs');
 // A room for `uri` that is closed when the test ends, and its meeting.
 export async function openRoom(test, uri) {
   const meeting = await tessel.Meeting.open({ logPath: temporaryDirectory(test) });
-  const room = new Room(uri, meeting);
+  const room = new Room({ uri, name: 'Tester' }, meeting);
   test.after(() => room.close());
   return { room, meeting };
 }

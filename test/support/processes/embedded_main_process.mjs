@@ -1,4 +1,4 @@
-// The main process of a meeting on the embedded engine, as a process that obeys a test.
+// The main process of a meeting on the embedded engine, which runs a test's commands.
 
 import { once } from 'node:events';
 
@@ -21,7 +21,7 @@ obey({
     return wrapper.getSharedDataInfo();
   },
 
-  // Settles when so many streams have come.
+  // Resolves when this number of streams was added.
   async join(uri, streams) {
     const added = [];
     wrapper.on('streamAdded', ({ type, streamIndex }) => added.push({ type, streamIndex }));

@@ -1,5 +1,5 @@
-// A process that ends in the way it is told while engine threads notify and deliver frames. It says
-// on descriptor 3 when it begins to end, and how many events have not arrived by then.
+// A process that ends in the requested way while engine threads notify and deliver frames. It
+// reports on descriptor 3 when it begins to end, and how many events have not arrived by then.
 
 import { copyFileSync, openSync, readFileSync, readSync, writeSync } from 'node:fs';
 import { createRequire } from 'node:module';
@@ -18,7 +18,7 @@ engine.recordCalls(false);
 
 // A frame segment's header and its first pixels: its name is its meeting's and two digits.
 const START_OF_SEGMENT = 4096;
-// The first is that of a wrapper which is gone before there is any load.
+// The first one belongs to a wrapper that is released before the load starts.
 const LOADED_ENGINE = 2;
 const THREADS = 4;
 const EVENTS = 20_000; // of each: more than arrive before the end
@@ -71,8 +71,8 @@ const arrives = (wrapper) =>
     wrapper.on('eventNotify', resolve);
   });
 
-// One more wrapper, of these classes, that is destroyed. The load went on meanwhile and may be over:
-// there is a new one behind it, for the wrapper from before.
+// One more wrapper, of these classes, that is destroyed. The load went on meanwhile and may be
+// over: there is a new one behind it, for the wrapper from before.
 async function useAnother({ TesselWrapper }) {
   const { wrapper, emitter } = makeWrapper(TesselWrapper);
   engine.fire('NotifyMicLevel', 1);

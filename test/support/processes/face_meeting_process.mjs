@@ -1,4 +1,4 @@
-// A meeting in a process that obeys a test.
+// A meeting in a process that runs a test's commands.
 
 import { obey } from '../commanded_process.mjs';
 import { joinMeeting } from '../face.mjs';

@@ -1,5 +1,5 @@
-// A widget that reads frames of one size and compares, at every reading, all of a frame with what the
-// engine's pattern says: its measures, whose it is, and every byte. Obeys a trial.
+// A widget that reads frames of one size and compares every frame with the engine's pattern: its
+// size, its stream, and every byte. It runs a trial's commands.
 
 import { setImmediate, setTimeout } from 'node:timers/promises';
 

@@ -1,4 +1,4 @@
-// The main process of a meeting on the scripted engine, as a process that obeys a test.
+// The main process of a meeting on the scripted engine, which runs a test's commands.
 
 import { readFileSync, readdirSync, readlinkSync } from 'node:fs';
 
@@ -9,7 +9,7 @@ let wrapper;
 let entering;
 const running = new Map();
 
-// What /proc says of this process.
+// The data of this process in /proc.
 function descriptors() {
   return readdirSync('/proc/self/fd').flatMap((fd) => {
     try {
@@ -64,7 +64,7 @@ obey({
   startPushing: (stream, options) => engine.startPushing(stream, options),
   stopPushing: (stream) => engine.stopPushing(stream),
 
-  // What must not grow.
+  // The resources that must not grow.
   holdings: () => ({
     descriptors: descriptors().sort(),
     mappedSegments: mappedSegments(),

@@ -1,6 +1,6 @@
-// A process whose standard output is what the trial has made of it, or closed by itself (when its
-// argument is "absent"), or one that blocks its writers ("blocking"). It writes lines on several threads
-// whenever it is told a number on descriptor 3, and answers there when it has.
+// A process with the trial's standard output, or with a closed one (argument "absent"), or with one
+// that blocks its writers ("blocking"). It writes lines on several threads whenever it reads a
+// number on descriptor 3, and answers there when it has.
 
 import { closeSync, readFileSync } from 'node:fs';
 import { Socket } from 'node:net';

@@ -1,4 +1,4 @@
-// A process that joins a room of a real SFU with the WebRTC engine, and does what a test says.
+// A process that joins a room of a real SFU with the WebRTC engine, and runs a test's commands.
 
 import { EventEmitter, once } from 'node:events';
 import { readFileSync, readdirSync } from 'node:fs';
@@ -11,8 +11,11 @@ import { EVENT_NAMES } from '../../../js/event_names.js';
 import { build } from '../build.mjs';
 import { readCard } from '../card_code.mjs';
 import { obey } from '../commanded_process.mjs';
+import { settledCounts, withoutGrowth } from '../reliability/holdings.mjs';
 
 const POLL_INTERVAL_MS = 5;
+const PARTS = 8;
+const FIRST_OF_THE_OTHERS = { type: 'remote', streamIndex: 0 };
 const LASTING_THREADS = /^(node|libuv-worker|V8|gmain|gdbus|pool-spawner|GstSystemClock)/;
 // Newer lines of node give each of their threads a name of its own.
 const threadsOfNode = new Set(threadNames());
@@ -28,7 +31,8 @@ for (const name of EVENT_NAMES) {
     emitter.emit('any');
   });
 }
-let logFile;
+let directory;
+let capability;
 let wrapper;
 
 // The place of the first event at `from` or later for which `matches` holds, waited for.
@@ -63,6 +67,46 @@ function threadNames() {
   return names.filter((name) => name !== undefined);
 }
 
+// When the process has no threads but node's, and those that GLib and GStreamer have once for the
+// whole process.
+async function untilThreadsAreGone() {
+  for (;;) {
+    const others = threadNames().filter(
+      (name) => !LASTING_THREADS.test(name) && !threadsOfNode.has(name),
+    );
+    if (others.length === 0) return;
+    await delay(POLL_INTERVAL_MS);
+  }
+}
+
+function makeWrapper() {
+  TesselWrapper._internal_setEmitterFactory(() => emitter);
+  const made = new TesselWrapper({
+    ...{ appVersion: '1', configPath: '', userAgent: 'test' },
+    ...{ logPath: directory, logPrefix: `${process.pid}` },
+  });
+  made.setVideoDevice({ ...{ videoDeviceId: '', videoDeviceName: '' }, capability });
+  made.enableCameraCapture(true);
+  return made;
+}
+
+// Answers with { connected: true }, or with the payload of the call's end.
+async function join(uri, overrides = {}) {
+  const from = events.length;
+  wrapper.connectCall({ ...connectParams(uri), ...overrides });
+  const answer = await eventFrom(
+    from,
+    ([name, { connected }]) => connected || name === 'callDisconnect',
+  );
+  return events[answer][1];
+}
+
+async function leave() {
+  const from = events.length;
+  wrapper.disconnectCall();
+  return events[await eventFrom(from, ([name]) => name === 'callDisconnect')][1];
+}
+
 const describe = (frame) => ({
   frameId: frame.frameId,
   csrc: frame.csrc,
@@ -73,40 +117,63 @@ const describe = (frame) => ({
 
 obey({
   open(logPath, { width = 640, height = 360, maxFPS = 30 } = {}) {
-    TesselWrapper._internal_setEmitterFactory(() => emitter);
-    logFile = path.join(logPath, `${process.pid}tesselclient.log`);
-    wrapper = new TesselWrapper({
-      ...{ appVersion: '1', configPath: '', userAgent: 'test' },
-      ...{ logPath, logPrefix: `${process.pid}` },
-    });
-    wrapper.setVideoDevice({
-      ...{ videoDeviceId: '', videoDeviceName: '' },
-      capability: { width, height, maxFPS },
-    });
-    wrapper.enableCameraCapture(true);
+    directory = logPath;
+    capability = { width, height, maxFPS };
+    wrapper = makeWrapper();
   },
 
-  // Answers with { connected: true }, or with the payload of the call's end.
-  async join(uri, overrides = {}) {
-    const from = events.length;
-    wrapper.connectCall({ ...connectParams(uri), ...overrides });
-    const answer = await eventFrom(
-      from,
-      ([name, { connected }]) => connected || name === 'callDisconnect',
-    );
-    return events[answer][1];
+  join,
+  leave,
+
+  // Joins, sees a picture of the first of the others, and leaves, so many times. Answers with what
+  // the process holds at the end, which has not grown on the way.
+  joinAgainAndAgain: (uri, count) =>
+    withoutGrowth(
+      async () => {
+        for (let time = 0; time < count / PARTS; ++time) {
+          const { reason } = await join(uri);
+          if (reason) throw new Error(reason);
+          await nextFrame(FIRST_OF_THE_OTHERS, 0);
+          await leave();
+          events.length = 0;
+        }
+        await untilThreadsAreGone();
+      },
+      { parts: PARTS },
+    ),
+
+  // Another engine, which begins to join and is destroyed so many milliseconds later. Answers with
+  // what the process holds then, which is to be what is `expected`.
+  async abandonJoin(uri, milliseconds, expected) {
+    const abandoned = makeWrapper();
+    abandoned.connectCall(connectParams(uri));
+    await delay(milliseconds);
+    abandoned.destroy();
+    await untilThreadsAreGone();
+    return settledCounts(expected);
   },
 
-  async leave() {
-    const from = events.length;
-    wrapper.disconnectCall();
-    return events[await eventFrom(from, ([name]) => name === 'callDisconnect')][1];
-  },
-
-  // The payload of the first event of this name, past or to come, that has these values.
+  // The payload of the first past or future event of this name that has these values.
   async seen(name, part = {}) {
     const place = await eventFrom(0, ([each, payload]) => each === name && contains(payload, part));
     return events[place][1];
+  },
+
+  // The participant of this name, once the newest event "participants" has one with these values.
+  async knows(name, part = {}) {
+    if (!events.some(([, { eventName }]) => eventName === 'participants')) {
+      wrapper.registerEvent({
+        ...{ eventName: 'participants', expires: 3600 },
+        ...{ mimeType: 'application', mimeSubType: 'json' },
+      });
+    }
+    for (;;) {
+      const [, told] = events.findLast(([, { eventName }]) => eventName === 'participants') ?? [];
+      const people = told ? JSON.parse(told.eventBody).participants : [];
+      const found = people.find((person) => person.name === name && contains(person, part));
+      if (found) return found;
+      await once(emitter, 'any');
+    }
   },
 
   events: () => events,
@@ -114,6 +181,9 @@ obey({
 
   // The next picture of a stream after `frameId`.
   picture: async (stream, frameId = 0) => describe(await nextFrame(stream, frameId)),
+
+  // Whether the stream has a picture now.
+  hasPicture: (stream) => !wrapper.getFrame(stream, 0).noUpdate,
 
   // What the next `count` pictures show.
   async pictures(stream, count) {
@@ -147,19 +217,9 @@ obey({
 
   call: (method, ...args) => wrapper[method](...args),
 
-  log: () => readFileSync(logFile, 'utf8'),
+  log: () => readFileSync(path.join(directory, `${process.pid}tesselclient.log`), 'utf8'),
 
-  // Answers when the process has no threads but node's, and those that GLib and GStreamer have once
-  // for the whole process.
-  async threadsGone() {
-    for (;;) {
-      const others = threadNames().filter(
-        (name) => !LASTING_THREADS.test(name) && !threadsOfNode.has(name),
-      );
-      if (others.length === 0) return;
-      await delay(POLL_INTERVAL_MS);
-    }
-  },
+  threadsGone: untilThreadsAreGone,
 
   end: () => wrapper?.destroy(),
 });

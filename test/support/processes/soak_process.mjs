@@ -1,5 +1,5 @@
 // Either side of the soak, on the embedded engine: a main process whose meeting has four streams
-// and a hundred events a second, or a widget that reads these streams. Obeys a trial.
+// and a hundred events a second, or a widget that reads these streams. It runs a trial's commands.
 
 import { once } from 'node:events';
 import { setTimeout } from 'node:timers/promises';
@@ -15,7 +15,7 @@ import { counted, privateKilobytes } from '../reliability/holdings.mjs';
 const EVENTS_A_SECOND = 100;
 const POLL_MS = 15; // twice for each frame
 const NO_FRAME = -1;
-// A stream that shows nothing new for so long stands still, however busy the machine is.
+// A stream without a new frame for this time counts as stopped, however busy the machine is.
 const LONGEST_WAIT_MS = 60_000;
 
 const wrongs = { eventsOutOfOrder: 0, wrongFrames: 0, framesOutOfOrder: 0 };

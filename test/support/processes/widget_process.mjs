@@ -1,5 +1,5 @@
 // A widget: a second process, which loads the package and reads frames by the names that the test
-// gives it. It obeys a test.
+// gives it. It runs the test's commands.
 
 import { setTimeout } from 'node:timers/promises';
 

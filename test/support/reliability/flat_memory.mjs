@@ -1,4 +1,4 @@
-// Whether the memory of a process that goes on stays as it is.
+// Checks that the memory of a running process does not grow.
 
 import assert from 'node:assert/strict';
 
@@ -12,7 +12,7 @@ const ALLOWED_STEP_KB = 512;
 
 const mean = (values) => values.reduce((total, value) => total + value, 0) / values.length;
 
-// Of kilobytes over seconds, by least squares: kilobytes for each hour.
+// The slope of kilobytes over seconds, by least squares, in kilobytes per hour.
 function slopeOf(samples) {
   const [x, y] = [samples.map(({ seconds }) => seconds), samples.map(({ kilobytes }) => kilobytes)];
   const [meanX, meanY] = [mean(x), mean(y)];
@@ -28,8 +28,8 @@ function growthOf(samples) {
 }
 
 // Of `samples`, { seconds, kilobytes } each, behind the warming up: the figures of by how many
-// kilobytes the memory has grown and, where that is judged, how many it makes an hour. Fails, in the
-// name of `side`, when it is too much.
+// kilobytes the memory has grown and, where that is judged, how many it makes an hour. Fails, in
+// the name of `side`, when it is too much.
 export function assertStaysFlat(side, samples, { isJudged = true } = {}) {
   const growth = growthOf(samples);
   const kilobytes = samples.map((sample) => sample.kilobytes).join(', ');

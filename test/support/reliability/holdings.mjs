@@ -1,4 +1,4 @@
-// What this process holds, for trials that compare two moments.
+// The resources of this process, for trials that compare two moments.
 
 import assert from 'node:assert/strict';
 import { readFileSync, readdirSync } from 'node:fs';
@@ -36,7 +36,7 @@ export function counted() {
 // The counts once nothing is left to collect: as `expected`, or after a hundred collections. What a
 // finalizer lets go of may be collected in its turn, and a thread that was joined is counted until
 // the system has taken it away. Where nothing is expected they are to stay the same.
-async function settledCounts(expected) {
+export async function settledCounts(expected) {
   let counts;
   for (let round = 0; round < MOST_COLLECTIONS; ++round) {
     const before = counts;
@@ -55,11 +55,11 @@ function memory() {
 
 const leastOf = (moments, kind) => Math.min(...moments.map((moment) => moment[kind]));
 
-// Does `work` in so many equal parts, and fails when this process holds more behind one of the later
-// parts than behind the first quarter of them, which warms up. Counts are to be the same. Of the
-// memory the least in the last quarter is compared with the least in the second: what is held for a
-// moment is let go of in another part, but what leaks is in all of them. Answers with what is held
-// and with how much the memory has grown.
+// Does `work` in so many equal parts, and fails when this process holds more behind one of the
+// later parts than behind the first quarter of them, which warms up. Counts are to be the same. Of
+// the memory the least in the last quarter is compared with the least in the second: what is held
+// for a moment is let go of in another part, but what leaks is in all of them. Answers with what is
+// held and with how much the memory has grown.
 export async function withoutGrowth(work, { parts = 4 } = {}) {
   const quarter = parts / 4;
   const moments = [];

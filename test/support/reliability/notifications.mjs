@@ -1,4 +1,4 @@
-// The engine's 14 notifications, and what JavaScript is to see of them.
+// The engine's 14 notifications, and the events that JavaScript must receive.
 
 const text = (number) => `${number}, as a text that is too long to stand in the object itself`;
 const of = (list, turn) => list[turn % list.length];
@@ -7,7 +7,7 @@ const STATUSES = [
   ...['stopped', 'token_relinquished'],
 ];
 
-// Each with the arguments that tell number `n`, and the payload that comes of them.
+// Each with arguments that carry the number `n`, and the resulting payload.
 const NUMBERED = [
   [
     ...['NotifyStreamAdded', 'streamAdded', (n) => [{ kind: 1, index: 3 }, n]],
@@ -45,7 +45,7 @@ const NUMBERED = [
   ['NotifyUpdateVOQualityIndex', 'vspUpdateVOQI', (n) => [n], (n) => ({ VSPVOQI: n })],
 ];
 
-// Those whose payload has no room for a number: as many different ones as there are, in `turn`.
+// Those whose payload cannot carry a number: all different ones, in `turn`.
 const FEW = [
   [
     ...['NotifyCallConnectionStatus', 'callConnectionStatus', (turn) => [turn % 2 === 0]],
@@ -73,8 +73,9 @@ const described = (isNumbered, [notification, event, args, payload]) => {
   return { isNumbered, notification, event, args, payload };
 };
 
-// { notification, event, args, payload, isNumbered }: `args` and `payload` are functions of a number,
-// which can be told from the payload again if `isNumbered`. Between any two others is one of these.
+// { notification, event, args, payload, isNumbered }: `args` and `payload` are functions of a
+// number, which can be told from the payload again if `isNumbered`. Between any two others is one
+// of these.
 export const NOTIFICATIONS = NUMBERED.flatMap((each, i) => [
   described(true, each),
   ...FEW.slice(i, i + 1).map((few) => described(false, few)),

@@ -1,4 +1,4 @@
-// Random choices that follow from a seed: a linear congruential generator.
+// Random choices that depend on a seed: a linear congruential generator.
 
 const MULTIPLIER = 6364136223846793005n;
 const INCREMENT = 1442695040888963407n;

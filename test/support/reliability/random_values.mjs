@@ -1,4 +1,4 @@
-// Random values, and arguments that are wrong in a random way.
+// Random values, and arguments that are invalid in a random way.
 
 import { collectGarbage } from '../collector.mjs';
 
@@ -102,7 +102,7 @@ function spoiled(value, random) {
   return value;
 }
 
-// The list that `good()` makes, mostly spoiled.
+// The list that `good()` makes, usually made invalid.
 export function randomArguments(good, random) {
   const args = good();
   if (random.chance(0.1)) return args;

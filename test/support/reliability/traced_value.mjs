@@ -1,4 +1,4 @@
-// Values that write down what they answer to whoever reads them.
+// Values that record the answers that they give when they are read.
 
 import { types } from 'node:util';
 

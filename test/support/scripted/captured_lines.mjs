@@ -1,5 +1,5 @@
-// What native code prints. Its lines go straight to the process's standard output, so the code runs
-// in a process of its own.
+// Captures the lines of native code. They go directly to the process's standard output, so the code
+// runs in a second process.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';

@@ -1,4 +1,5 @@
-// Frames in a form that travels from process to process: what their pixels say, and a checksum.
+// Descriptions of frames that can be sent between processes: the content of their pixels, and a
+// checksum.
 
 import { createHash } from 'node:crypto';
 

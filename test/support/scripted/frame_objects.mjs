@@ -1,4 +1,4 @@
-// What frame objects are made of, and tests that hold for the frames of every build of the addon.
+// The properties of frame objects, and tests for the frames of every build of the addon.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
@@ -127,7 +127,7 @@ const SIZE = { width: 64, height: 48 };
 // Node.js 20 copies the bytes instead.
 const REFUSES_TO_TRANSFER_LENT = Number.parseInt(process.versions.node, 10) >= 22;
 
-// `arePlanesLent` says whether the planes lie over memory that is not JavaScript's.
+// `arePlanesLent` says whether the planes are views of memory that is not JavaScript's.
 export function testFrameObjects(wrapper, { arePlanesLent }) {
   for (const [width, height] of [
     [1280, 720],
@@ -167,7 +167,7 @@ export function testFrameObjects(wrapper, { arePlanesLent }) {
     });
   }
 
-  test('a frame to be cleared that comes with a picture has all properties', () => {
+  test('a frame with clearFrame and a picture has all properties', () => {
     const stream = newStream();
     const answer = { ...SIZE, clearFrame: true, frameId: 3, csrc: 4 };
     engine.setFrame(stream, answer);
@@ -328,7 +328,7 @@ export function testFrameObjects(wrapper, { arePlanesLent }) {
     });
   });
 
-  // ---- Frames to be cleared
+  // ---- Frames with clearFrame
 
   // A stream with a retained frame 5 and then a frame 8 to be cleared, with the frames of both.
   function clearedStream() {

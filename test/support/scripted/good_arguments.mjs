@@ -1,4 +1,4 @@
-// Good arguments for the wrapper's methods.
+// Valid arguments for the wrapper's methods.
 
 import { remote } from '../streams.mjs';
 
@@ -77,8 +77,8 @@ const videoStreamsState = () => ({
 
 const stream = () => remote(3);
 
-// A complete and fresh argument list by the name of the method, in the order of registration. Values
-// differ where a mix-up could go unseen.
+// A complete new argument list by the name of the method, in the order of registration. Values
+// differ, so that exchanged ones are detected.
 export const goodArguments = {
   destroy: () => [],
   on: () => ['micLevel', () => {}],

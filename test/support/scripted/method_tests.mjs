@@ -21,7 +21,7 @@ import * as engine from './scripted_engine.mjs';
 const assertNothingAsked = (what) =>
   assert.deepEqual({ what, calls: engine.takeCalls() }, { what, calls: [] });
 
-// Asserts that `call` throws an error of exactly this class and text and asks nothing of the engine.
+// Asserts that `call` throws an error of exactly this class and text and does not call the engine.
 export function assertRefused(call, type, message, what = message) {
   engine.clearCalls();
   assert.throws(
@@ -38,7 +38,7 @@ export function assertRefused(call, type, message, what = message) {
   assertNothingAsked(what);
 }
 
-// Asserts that `call` throws `thrown` itself and asks nothing of the engine.
+// Asserts that `call` throws `thrown` itself and does not call the engine.
 export function assertPassesOn(call, thrown, what) {
   engine.clearCalls();
   let caught = 'nothing';
@@ -66,8 +66,8 @@ export function assertCalls(call, ...expected) {
 
 // ---- The one argument
 
-// Tests the check of a method's only argument, an 'Object' or a 'Boolean'. `args` is a good list.
-// A method that does not count its arguments says so with `counted: false`.
+// Tests the check of a method's only argument, an 'Object' or a 'Boolean'. `args` is a valid list.
+// `counted: false` is for a method that does not count its arguments.
 export function testArgument({ wrapper, method, type, args, counted = true }) {
   const typeText = `Wrong argument type for argument 0, expected ${type}`;
 
@@ -230,7 +230,7 @@ export function testRecord({ method, record, good, call, reads = expectedReads(r
 
 // ---- The engine
 
-// Tests what becomes of an exception from each of the engine's operations that the method asks for.
+// Tests the handling of an exception from each of the engine's operations that the method calls.
 export function testEngineFailures({ wrapper, method, args, operations }) {
   for (const operation of operations) {
     test(`${method} throws an Error when the engine throws in ${operation}`, () => {
@@ -256,8 +256,8 @@ export function testEngineFailures({ wrapper, method, args, operations }) {
 
 // ---- What is returned
 
-// Tests that a failure to set a property or an element of what the method returns passes on.
-// `prepare` gives the engine something to answer with.
+// Tests that a failure to set a property or an element of the method's result is passed on.
+// `prepare` gives the engine a result.
 export function testSetterThrows({ wrapper, method, prototype, key, prepare = () => {} }) {
   test(`${method} passes on what setting ${key} throws`, () => {
     prepare();

@@ -1,5 +1,5 @@
-// What JavaScript can do to an array buffer so that its owner cannot detach it any more. Each takes
-// the buffer and answers with what then reads its bytes.
+// Ways in which JavaScript can keep an array buffer from being detached. Each takes the buffer and
+// returns an object that then reads its bytes.
 
 import v8 from 'node:v8';
 import vm from 'node:vm';

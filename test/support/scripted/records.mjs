@@ -1,4 +1,4 @@
-// The objects that the wrapper's methods read, and all that can be wrong with them.
+// The objects that the wrapper's methods read, and all ways in which they can be invalid.
 //
 // A record is { objectName, properties }: the name by which error texts call the object, and its
 // properties in the order in which they are read, each with `name`, the `type` of the error texts,
@@ -143,7 +143,7 @@ export const videoStreamInfo = {
   ],
 };
 
-// ---- Values of the wrong type
+// ---- Values of another type
 
 const NOT_AN_OBJECT = [undefined, null, true, 1, 'text', Symbol('symbol'), 1n];
 
@@ -230,8 +230,7 @@ export const missingText = ({ name, objectName }) =>
 export const wrongTypeText = ({ name, objectName, type }) =>
   `Wrong type for property ${name} on object ${objectName}, expected ${type}`;
 
-// Everything that can be wrong with what is read at one place of `good()`: { what, value, message }
-// for each.
+// All invalid values for one place of `good()`: { what, value, message } for each.
 export function refusalsAt(place, good) {
   const { path, name, type } = place;
   const found = WRONG_VALUES[type].map((wrong) => ({
@@ -290,7 +289,7 @@ export function resizedByItsFirst(before, after) {
   return Object.defineProperty(list, 0, { get });
 }
 
-// `value` such that every look at it, or at what is in it, goes to `log`.
+// `value`, such that every access to it, or to its content, is recorded in `log`.
 export function watched(value, log, path = '') {
   if (Array.isArray(value)) {
     const elements = value.map((element, i) => watched(element, log, `${path}[${i}]`));
@@ -305,8 +304,8 @@ export function watched(value, log, path = '') {
   return new Proxy(Object.fromEntries(entries), watchingHandler(path, log));
 }
 
-// What such a log holds when `value` has been read as `record`: every property is looked for, then
-// read for its type, then read for its value. An optional one is looked for once more.
+// The expected log after `value` was read as `record`: every property is asked for, then read for
+// its type, then read for its value. An optional one is asked for once more.
 export function expectedReads(record, value, path = '') {
   const reads = [];
   const prefix = path === '' ? '' : `${path}.`;

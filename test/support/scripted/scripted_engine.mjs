@@ -1,11 +1,11 @@
-// The scripted engine for JavaScript tests: an engine library that does what the test says and
-// remembers what it was asked. Importing this module loads it; the product's addon, loaded after
-// that, finds it in the place of the engine that it was built with.
+// The scripted engine for JavaScript tests: an engine library that the test controls and that
+// records its calls. Importing this module loads it; the product's addon, loaded after that, uses
+// it instead of the engine that it was built with.
 //
 // Streams are named by { kind, index } with the numbers of the engine's interface, or as the
 // addon's methods name them, by { type: 'local' | 'remote' | 'content', streamIndex }.
-// Integers come back as Numbers where those are exact and as BigInts beyond; both are accepted.
-// A wrong name, a wrong type or an unknown field throws an Error.
+// Integers are returned as Numbers if those are exact, and otherwise as BigInts; both are accepted.
+// An invalid name, an invalid type or an unknown field throws an Error.
 
 import { createRequire } from 'node:module';
 import path from 'node:path';
@@ -56,8 +56,8 @@ function presented({ operation, args, thread, engine: number }) {
 }
 
 // All calls since the start, in order: { operation, args } with one property in `args` for each
-// parameter, under its name in the engine's interface. Sets come as sorted arrays, pairs as arrays
-// of two, enumerations as numbers, shared objects as whether they are there, stream keys as
+// parameter, under its name in the engine's interface. Sets are given as sorted arrays, pairs as
+// arrays of two, enumerations as numbers, shared objects as whether they are there, stream keys as
 // { kind, index }. The operations of frame managers have their stream's `key` in front. Besides the
 // operations of the interface there are "CreateTSLMManager", "DestroyTSLMManager" and, for the
 // deletion of a facade, "~TSLMManager".
@@ -90,15 +90,15 @@ export function watchCalls(look) {
   return seen;
 }
 
-// How many owners the callback of facade number `engine` has, and the receiver of a stream: 1 is the
-// engine alone, 0 stands for none.
+// How many owners the callback of facade number `engine` has, and the receiver of a stream: 1 is
+// the engine alone, 0 stands for none.
 export const callbackOwners = (number) => engine.callbackOwners(number);
 export const receiverOwners = (stream) => engine.receiverOwners(keyOf(stream));
 
 // ---- What the engine does
 
-// The names of the operations that can be made to fail, and of those among them that can answer with
-// nothing.
+// The names of the operations that can be made to fail, and of those among them that can answer
+// with nothing.
 export const { failingOperations, operationsWithResult } = control;
 
 // `failure`: { throws: 'text' } throws a std::runtime_error, { throwsInt: true } throws an int,
@@ -148,8 +148,8 @@ class Running {
 }
 
 // Sends a notification from a fresh engine thread, which has ended when this returns. Streams are
-// named as everywhere here; enumerations are numbers, listed in the interface or not; a text that is
-// not UTF-8 is a Buffer of its bytes.
+// named as everywhere here; enumerations are numbers, listed in the interface or not; a text that
+// is not UTF-8 is a Buffer of its bytes.
 export const fire = (name, ...args) => void fireAsync(name, ...args).join();
 
 // The same from a thread that runs on.
@@ -188,8 +188,8 @@ export const dropCallback = ({ onEngineThread = false } = {}) =>
 // ---- Streams and frames
 
 // Streams have no frame manager unless given one here, by setFrame or by startPushing. One that
-// `keepsReceiver` breaks the interface's promise: it goes on delivering to a receiver that was
-// removed, until reset(), and nobody who removes one waits for the delivery under way.
+// `keepsReceiver` breaks the interface's contract: it keeps delivering to a receiver that was
+// removed, until reset(), and removing one does not wait for the running delivery.
 export const setStream = (stream, { frameManager = true, keepsReceiver = false } = {}) =>
   engine.setStream(keyOf(stream), frameManager, keepsReceiver);
 
@@ -246,8 +246,8 @@ export const live = () => engine.live();
 
 export const liveFrames = () => live().frames;
 
-// Back to the start: ends all threads, lets go of callbacks, receivers and frames, forgets the
-// calls. Facades and their numbers stay.
+// Resets the engine: ends all threads, releases callbacks, receivers and frames, removes the
+// recorded calls. Facades and their numbers stay.
 export function reset() {
   results = {};
   engine.reset();

@@ -30,7 +30,7 @@ TEST_F(CallTest, AParticipantsFramesArriveAfterTheJoin) {
   }
 }
 
-TEST_F(CallTest, FramesComeAtTheRateThatTheUriNames) {
+TEST_F(CallTest, FramesArriveAtTheRateInTheUri) {
   connect("tessel:demo?participants=1&fps=10");
   pass(999ms);
   EXPECT_EQ(frameOf(support::remoteStream(0)).frameId, 10U);
@@ -40,7 +40,7 @@ TEST_F(CallTest, FramesComeAtTheRateThatTheUriNames) {
   EXPECT_EQ(codeOf(frame)->number, 11U);
 }
 
-TEST_F(CallTest, FramesHaveTheSizeThatTheUriNames) {
+TEST_F(CallTest, FramesHaveTheSizeInTheUri) {
   connect("tessel:demo?participants=1&size=641x361");
   const VideoFrame frame = frameOf(support::remoteStream(0));
   EXPECT_EQ(frame.width, 641U);
@@ -52,7 +52,7 @@ TEST_F(CallTest, FramesHaveTheSizeThatTheUriNames) {
   EXPECT_TRUE(codeOf(frame));
 }
 
-TEST_F(CallTest, ParticipantsComeAndGoAtTheirTimes) {
+TEST_F(CallTest, ParticipantsJoinAndLeaveAtTheirTimes) {
   connect("tessel:demo?participants=1&come=7@2.5&leave=0@3,7@4&come=7@5");
   takeLines();
   pass(2499ms);
@@ -69,7 +69,7 @@ TEST_F(CallTest, ParticipantsComeAndGoAtTheirTimes) {
   EXPECT_EQ(frameOf(support::remoteStream(7)).frameId, 1U);
 }
 
-TEST_F(CallTest, AStreamThatIsOverShowsNothingAndStaysSafeToUse) {
+TEST_F(CallTest, AnEndedStreamHasNoFramesAndStaysSafeToUse) {
   connect("tessel:demo?participants=1&leave=0@1");
   const auto stream = manager_->GetFrameManager(support::remoteStream(0));
   VideoFrame held;
@@ -85,13 +85,13 @@ TEST_F(CallTest, AStreamThatIsOverShowsNothingAndStaysSafeToUse) {
   EXPECT_THAT(before, testing::ElementsAreArray(held.yPlane.data, held.yPlane.size));
 }
 
-TEST_F(CallTest, FiftyParticipantsFit) {
+TEST_F(CallTest, FiftyParticipantsAreSupported) {
   connect("tessel:demo?participants=50&size=64x36");
   EXPECT_EQ(codeOf(frameOf(support::remoteStream(49)))->index, 49);
   EXPECT_EQ(manager_->GetFrameManager(support::remoteStream(50)), nullptr);
 }
 
-TEST_F(CallTest, LeavingRemovesTheStreamsAndSaysSo) {
+TEST_F(CallTest, LeavingRemovesTheStreamsAndNotifiesIt) {
   connect("tessel:demo?participants=2");
   takeLines();
   manager_->DisconnectCall();
@@ -103,14 +103,14 @@ TEST_F(CallTest, LeavingRemovesTheStreamsAndSaysSo) {
   EXPECT_THAT(takeLines(), IsEmpty());
 }
 
-TEST_F(CallTest, AnotherCallMayFollow) {
+TEST_F(CallTest, AnotherCallCanFollow) {
   connect("tessel:demo?participants=1");
   manager_->DisconnectCall();
   connect("tessel:demo?participants=1&size=64x36");
   EXPECT_EQ(frameOf(support::remoteStream(0)).width, 64U);
 }
 
-TEST_F(CallTest, ASecondCallIsRefusedAndTheFirstGoesOn) {
+TEST_F(CallTest, ASecondCallIsRefusedAndTheFirstContinues) {
   connect("tessel:demo?participants=1");
   takeLines();
   connect("tessel:demo?participants=3");
@@ -119,13 +119,13 @@ TEST_F(CallTest, ASecondCallIsRefusedAndTheFirstGoesOn) {
   EXPECT_EQ(frameOf(support::remoteStream(0)).frameId, 31U);
 }
 
-TEST_F(CallTest, ASecondCallIsRefusedAlsoWhileTheFirstIsJoining) {
+TEST_F(CallTest, ASecondCallIsRefusedWhileTheFirstIsJoining) {
   connect("tessel:demo?join=5");
   connect("tessel:demo");
   EXPECT_THAT(takeLines(), ElementsAre("disconnect 2 486 already in a call"));
 }
 
-TEST_F(CallTest, JoiningTakesTheTimeThatTheUriNames) {
+TEST_F(CallTest, JoiningTakesTheTimeInTheUri) {
   connect("tessel:demo?participants=0&join=1.5");
   pass(1499ms);
   EXPECT_THAT(takeLines(), IsEmpty());
@@ -210,7 +210,7 @@ TEST_F(CallTest, NoLevelIsReportedWhileTheMicrophoneIsMuted) {
   EXPECT_EQ(recorder_->takeLevels().size(), 5U);
 }
 
-TEST_F(CallTest, TheCameraFilmsWhileItCaptures) {
+TEST_F(CallTest, TheCameraDeliversFramesWhileCaptureIsEnabled) {
   EXPECT_TRUE(frameOf(support::kLocalStream).noUpdate);
   manager_->EnableCameraCapture(true);
   pass(0s);
@@ -227,7 +227,7 @@ TEST_F(CallTest, TheCameraFilmsWhileItCaptures) {
   EXPECT_EQ(frameOf(support::kLocalStream).frameId, 32U);
 }
 
-TEST_F(CallTest, NoLocalFramesComeWhileTheVideoIsMuted) {
+TEST_F(CallTest, NoLocalFramesArriveWhileTheVideoIsMuted) {
   manager_->EnableCameraCapture(true);
   pass(0s);
   takeLines();
@@ -242,7 +242,7 @@ TEST_F(CallTest, NoLocalFramesComeWhileTheVideoIsMuted) {
   EXPECT_FALSE(frameOf(support::kLocalStream).noUpdate);
 }
 
-TEST_F(CallTest, AStreamWhoseCaptureIsDisabledShowsNothing) {
+TEST_F(CallTest, AStreamWhoseCaptureIsDisabledHasNoFrames) {
   connect("tessel:demo?participants=1");
   const auto stream = manager_->GetFrameManager(support::remoteStream(0));
   stream->DisableFrameCapture();

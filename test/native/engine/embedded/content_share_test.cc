@@ -48,7 +48,7 @@ class ContentShareTest : public EngineTest {
   std::uint32_t detail() { return codeOf(frameOf(support::kContentStream)).value().detail; }
 };
 
-TEST_F(ContentShareTest, TheTokenIsGrantedAndRelinquished) {
+TEST_F(ContentShareTest, TheTokenIsGrantedAndReleased) {
   join();
   EXPECT_THAT(request(), ElementsAre(kTokenGranted));
   EXPECT_THAT(request(), ElementsAre(kTokenGranted));
@@ -56,7 +56,7 @@ TEST_F(ContentShareTest, TheTokenIsGrantedAndRelinquished) {
   EXPECT_THAT(release(), IsEmpty());
 }
 
-TEST_F(ContentShareTest, TheTokenIsDeniedWhileSomebodyPresents) {
+TEST_F(ContentShareTest, TheTokenIsDeniedWhileAParticipantPresents) {
   join("participants=1&present=0@1-2");
   pass(1s);
   takeLines();
@@ -80,7 +80,7 @@ TEST_F(ContentShareTest, SharingWithoutTheTokenIsDenied) {
   EXPECT_EQ(manager_->GetFrameManager(support::kContentStream), nullptr);
 }
 
-TEST_F(ContentShareTest, SharedContentIsSeenWithASignOfWhatItIs) {
+TEST_F(ContentShareTest, SharedContentArrivesAndShowsItsKindOfSource) {
   join();
   request();
   EXPECT_THAT(share(tsl::ShareType::kScreen, 1), ElementsAre("added content 0", kStarted));
@@ -95,7 +95,7 @@ TEST_F(ContentShareTest, SharedContentIsSeenWithASignOfWhatItIs) {
   EXPECT_THAT(stop(), IsEmpty());
 }
 
-TEST_F(ContentShareTest, WhatIsSharedMayChange) {
+TEST_F(ContentShareTest, TheSharedSourceMayChange) {
   join();
   request();
   share(tsl::ShareType::kScreen, -1);
@@ -109,7 +109,7 @@ TEST_F(ContentShareTest, WhatIsSharedMayChange) {
   EXPECT_EQ(detail(), support::contentDetail(support::ContentKind::kWindow, 9));
 }
 
-TEST_F(ContentShareTest, WhatIsNotThereCannotBeShared) {
+TEST_F(ContentShareTest, AnUnknownSourceCannotBeShared) {
   join();
   request();
   EXPECT_THAT(share(tsl::ShareType::kScreen, 2), ElementsAre(kFailed));
@@ -120,13 +120,13 @@ TEST_F(ContentShareTest, WhatIsNotThereCannotBeShared) {
   EXPECT_EQ(manager_->GetFrameManager(support::kContentStream), nullptr);
 }
 
-TEST_F(ContentShareTest, ThereIsNoScreenWithoutAMonitor) {
+TEST_F(ContentShareTest, NoScreenCanBeSharedWithoutAMonitor) {
   join("monitors=none");
   request();
   EXPECT_THAT(share(tsl::ShareType::kScreen, -1), ElementsAre(kFailed));
 }
 
-TEST_F(ContentShareTest, AFailedChangeLeavesWhatIsShared) {
+TEST_F(ContentShareTest, AFailedChangeKeepsTheSharedSource) {
   join();
   request();
   share(tsl::ShareType::kScreen, 1);
@@ -135,7 +135,7 @@ TEST_F(ContentShareTest, AFailedChangeLeavesWhatIsShared) {
   EXPECT_EQ(detail(), support::contentDetail(support::ContentKind::kScreen, 1));
 }
 
-TEST_F(ContentShareTest, RelinquishingTheTokenStopsTheSharing) {
+TEST_F(ContentShareTest, ReleasingTheTokenStopsTheSharing) {
   join();
   request();
   share(tsl::ShareType::kScreen, 0);
@@ -151,7 +151,7 @@ TEST_F(ContentShareTest, TheEndOfTheCallEndsTheSharing) {
                                      "not connected", "disconnect 1 0 the call was left"));
 }
 
-TEST_F(ContentShareTest, APresenterBringsAContentStream) {
+TEST_F(ContentShareTest, APresenterAddsAContentStream) {
   const std::string guid = guidOf(1, 1);
   join("participants=2&present=1@1-2");
   pass(1s);
@@ -177,7 +177,7 @@ TEST_F(ContentShareTest, APresentationEndsWhenThePresenterLeavesOrTheCallEnds) {
                                        "disconnect 1 503 the call was dropped"));
 }
 
-TEST_F(ContentShareTest, OnePresentsAtATime) {
+TEST_F(ContentShareTest, OnlyOneParticipantPresentsAtATime) {
   join("participants=2&present=0@1-5,1@2-3");
   pass(1s);
   takeLines();
@@ -186,7 +186,7 @@ TEST_F(ContentShareTest, OnePresentsAtATime) {
   EXPECT_EQ(detail(), support::contentDetail(support::ContentKind::kParticipant, 0));
 }
 
-TEST_F(ContentShareTest, NobodyPresentsWhileTheTokenIsHeld) {
+TEST_F(ContentShareTest, NoParticipantPresentsWhileTheTokenIsHeld) {
   join("participants=1&present=0@1-2");
   request();
   pass(3s);

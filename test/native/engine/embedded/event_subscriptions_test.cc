@@ -17,7 +17,7 @@ class EventSubscriptionsTest : public EngineTest {
   }
 };
 
-TEST_F(EventSubscriptionsTest, AnEventHappensOnceASecondUntilItExpires) {
+TEST_F(EventSubscriptionsTest, AnEventIsNotifiedOnceASecondUntilItExpires) {
   subscribe("x", 3);
   pass(999ms);
   EXPECT_THAT(takeLines(), IsEmpty());
@@ -27,7 +27,7 @@ TEST_F(EventSubscriptionsTest, AnEventHappensOnceASecondUntilItExpires) {
   EXPECT_THAT(takeLines(), ElementsAre("event x x 2", "event x x 3"));
 }
 
-TEST_F(EventSubscriptionsTest, ABodyIsJsonIfThatIsTheType) {
+TEST_F(EventSubscriptionsTest, TheBodyIsJsonForTheJsonType) {
   subscribe("a\"b", 1, "json");
   pass(1s);
   EXPECT_THAT(takeLines(), ElementsAre(R"(event a"b {"event":"a\"b","sequence":1})"));
@@ -42,7 +42,7 @@ TEST_F(EventSubscriptionsTest, AnEventStopsWhenItIsUnsubscribed) {
   EXPECT_THAT(takeLines(), ElementsAre("event y y 1"));
 }
 
-TEST_F(EventSubscriptionsTest, ANewSubscriptionReplacesTheOld) {
+TEST_F(EventSubscriptionsTest, ANewSubscriptionReplacesThePreviousOne) {
   subscribe("x", 1);
   pass(500ms);
   subscribe("x", 2);
@@ -52,20 +52,20 @@ TEST_F(EventSubscriptionsTest, ANewSubscriptionReplacesTheOld) {
   EXPECT_THAT(takeLines(), ElementsAre("event x x 1", "event x x 2"));
 }
 
-TEST_F(EventSubscriptionsTest, ASubscriptionForNoTimeNeverHappens) {
+TEST_F(EventSubscriptionsTest, ASubscriptionWithExpiryZeroIsNeverNotified) {
   subscribe("x", 5);
   subscribe("x", 0);
   pass(10s);
   EXPECT_THAT(takeLines(), IsEmpty());
 }
 
-TEST_F(EventSubscriptionsTest, ASubscriptionMayLastForEver) {
+TEST_F(EventSubscriptionsTest, ASubscriptionMayHaveTheLongestExpiry) {
   subscribe("x", 4294967295);
   pass(1000s);
   EXPECT_EQ(takeLines().size(), 1000U);
 }
 
-TEST_F(EventSubscriptionsTest, ThereIsABoundToThem) {
+TEST_F(EventSubscriptionsTest, TheNumberOfSubscriptionsIsLimited) {
   for (int i = 0; i <= 1000; ++i) manager_->RegisterEvent(std::to_string(i), 1, "text", "plain");
   manager_->RegisterEvent("0", 1, "text", "plain");
   pass(1s);

@@ -16,11 +16,11 @@ constexpr Reception kUnwanted = {.isWanted = false};
 
 Reception atHeight(std::uint32_t height) { return {.height = height}; }
 
-TEST(Layout, WantsEveryStreamUntilThereAreWishes) {
+TEST(Layout, RequestsEveryStreamUntilThereAreRequests) {
   EXPECT_THAT(Layout().receptions({7, 8}), ElementsAre(Pair(7, kUnlimited), Pair(8, kUnlimited)));
 }
 
-TEST(Layout, WantsNothingThatIsNotWished) {
+TEST(Layout, RequestsNoStreamThatIsNotListed) {
   Layout layout;
   layout.setWishes({}, {});
   EXPECT_THAT(layout.receptions({7}), ElementsAre(Pair(7, kUnwanted)));
@@ -41,7 +41,7 @@ TEST(Layout, GivesTheTilesToTheHighestPrioritiesFirst) {
               ElementsAre(Pair(7, atHeight(90)), Pair(8, atHeight(720)), Pair(9, kUnwanted)));
 }
 
-TEST(Layout, TakesTheRowForThePresentNumberOfTiles) {
+TEST(Layout, UsesTheRowForThePresentNumberOfTiles) {
   Layout layout;
   layout.setWishes({{7, 0, 0, 0}, {8, 0, 0, 0}},
                    {{{720, 0, 0, 0}}, {{360, 0, 0, 0}, {180, 0, 0, 0}}});
@@ -62,7 +62,7 @@ struct Limit {
   std::uint32_t used;
 };
 
-TEST(Layout, KeepsToTheRungsOfTheLadder) {
+TEST(Layout, LimitsToTheQualitiesOfTheLadder) {
   for (const auto [given, used] : {Limit{1, 45}, Limit{45, 45}, Limit{89, 45}, Limit{90, 90},
                                    Limit{359, 180}, Limit{720, 720}, Limit{4000, 720}}) {
     Layout layout;
@@ -71,7 +71,7 @@ TEST(Layout, KeepsToTheRungsOfTheLadder) {
   }
 }
 
-TEST(Layout, KeepsToTheStepsOfTheFrameRate) {
+TEST(Layout, LimitsToTheStepsOfTheFrameRate) {
   for (const auto [given, used] : {Limit{0, 0}, Limit{1, 3}, Limit{3, 3}, Limit{14, 7},
                                    Limit{15, 15}, Limit{29, 15}, Limit{60, 30}}) {
     Layout layout;
@@ -84,7 +84,7 @@ TEST(CardSize, IsTheCardsOwnWithoutLimits) {
   EXPECT_EQ(cardSize({641, 361}, kUnlimited), (support::Size{641, 361}));
 }
 
-TEST(CardSize, IsTheRungThatIsAskedFor) {
+TEST(CardSize, IsTheRequestedQualityOfTheLadder) {
   EXPECT_EQ(cardSize({640, 360}, atHeight(45)), (support::Size{80, 45}));
   EXPECT_EQ(cardSize({640, 360}, atHeight(90)), (support::Size{160, 90}));
   EXPECT_EQ(cardSize({640, 360}, atHeight(180)), (support::Size{320, 180}));
@@ -92,13 +92,13 @@ TEST(CardSize, IsTheRungThatIsAskedFor) {
   EXPECT_EQ(cardSize({64, 36}, atHeight(720)), (support::Size{1280, 720}));
 }
 
-TEST(CardSize, IsNotBelowTheLowestRungUnlessAHeightIsAskedFor) {
+TEST(CardSize, IsNotBelowTheLowestQualityUnlessAHeightIsRequested) {
   EXPECT_EQ(cardSize({64, 36}, {.lowest = 180}), (support::Size{320, 180}));
   EXPECT_EQ(cardSize({640, 360}, {.lowest = 180}), (support::Size{640, 360}));
   EXPECT_EQ(cardSize({64, 36}, {.height = 90, .lowest = 180}), (support::Size{160, 90}));
 }
 
-TEST(CardSize, StaysBelowTheCeiling) {
+TEST(CardSize, DoesNotExceedTheLimit) {
   Layout layout;
   layout.setTopRung(2);
   EXPECT_EQ(cardSize({640, 360}, layout.receptions({7}).at(7)), (support::Size{320, 180}));
@@ -109,7 +109,7 @@ TEST(CardSize, StaysBelowTheCeiling) {
   EXPECT_EQ(cardSize({640, 360}, layout.receptions({7}).at(7)), (support::Size{1280, 720}));
 }
 
-TEST(ClipSize, KeepsTheShapeAndNeverGrows) {
+TEST(ClipSize, KeepsTheAspectRatioAndIsNeverEnlarged) {
   EXPECT_EQ(clipSize({640, 480}, kUnlimited), (support::Size{640, 480}));
   EXPECT_EQ(clipSize({640, 480}, atHeight(180)), (support::Size{240, 180}));
   EXPECT_EQ(clipSize({640, 480}, atHeight(720)), (support::Size{640, 480}));

@@ -1,4 +1,4 @@
-// The beginning and the end of engines.
+// The start and the end of engines.
 
 #include <atomic>
 #include <functional>
@@ -79,7 +79,7 @@ class StreamTrigger final : public support::SilentCallback {
   std::promise<void> done_;
 };
 
-TEST(Lifecycle, InitialisationIsReportedFromAThreadOfTheEngine) {
+TEST(Lifecycle, InitialisationIsNotifiedOnAThreadOfTheEngine) {
   class Witness final : public support::SilentCallback {
    public:
     void NotifyInitCompleted() override { thread.set_value(std::this_thread::get_id()); }
@@ -92,7 +92,7 @@ TEST(Lifecycle, InitialisationIsReportedFromAThreadOfTheEngine) {
   EXPECT_NE(witness->thread.get_future().get(), std::this_thread::get_id());
 }
 
-TEST(Lifecycle, OperationsOutsideTheEnginesLifeDoNothing) {
+TEST(Lifecycle, OperationsBeforeInitialiseAndAfterDeInitialiseDoNothing) {
   const auto recorder = std::make_shared<support::NotificationRecorder>();
   const Manager manager = makeManager();
   manager->RegisterNotifyCallback(recorder);
@@ -185,7 +185,7 @@ TEST(Lifecycle, AFrameMayEndTheEngine) {
   EXPECT_EQ(manager->GetFrameManager(support::kLocalStream), nullptr);
 }
 
-TEST(Lifecycle, EndingWhatEnginesShareDisturbsNone) {
+TEST(Lifecycle, DestroyTSLMManagerDoesNotAffectRunningEngines) {
   const auto trigger = std::make_shared<StreamTrigger>();
   trigger->setAction([] {});
   const Manager manager = makeManager();
@@ -235,7 +235,7 @@ TEST_F(LifecycleTest, AFrameOutlivesItsEngine) {
   EXPECT_EQ(codeOf(frame)->number, 1U);
 }
 
-TEST_F(LifecycleTest, ACallbackThatThrowsHarmsNothing) {
+TEST_F(LifecycleTest, ACallbackThatThrowsChangesNothing) {
   class Thrower final : public support::SilentCallback {
     void NotifyCallConnectionStatus(bool) override { throw std::runtime_error("no"); }
     void NotifyStreamAdded(StreamKey, unsigned) override { throw 1; }

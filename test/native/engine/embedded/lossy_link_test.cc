@@ -19,7 +19,7 @@ double lossRate(double asked) {
   return static_cast<double>(link.send(kPackets)) / kPackets;
 }
 
-TEST(LossyLink, LosesTheFractionAskedFor) {
+TEST(LossyLink, LosesTheRequestedFraction) {
   EXPECT_EQ(lossRate(0), 0);
   EXPECT_NEAR(lossRate(0.01), 0.01, 0.001);
   EXPECT_NEAR(lossRate(0.5), 0.5, 0.01);
@@ -39,7 +39,7 @@ TEST(LossyLink, LosesInBursts) {
   EXPECT_LT(intact, 950);
 }
 
-TEST(LossyLink, CutsFramesIntoPackets) {
+TEST(LossyLink, SplitsFramesIntoPackets) {
   EXPECT_EQ(packetsOf(0), 0U);
   EXPECT_EQ(packetsOf(1200), 1U);
   EXPECT_EQ(packetsOf(1201), 2U);

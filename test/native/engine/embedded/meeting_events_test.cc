@@ -1,4 +1,4 @@
-// What happens in a meeting by its uri, and what the application does about it.
+// The events of a meeting that its uri describes, and the application's operations during it.
 
 #include "engine/embedded/streams/identity.h"
 #include "engine/support/streams/stream_keys.h"
@@ -55,7 +55,7 @@ TEST_F(MeetingEventsTest, TheMeetingMayMuteTheLocalParticipant) {
   EXPECT_THAT(takeLines(), ElementsAre("mute 1 off"));
 }
 
-TEST_F(MeetingEventsTest, ACutLinkCarriesNothingUntilItIsMended) {
+TEST_F(MeetingEventsTest, AnInterruptedLinkCarriesNothingUntilItIsRestored) {
   connect("tessel:demo?participants=2&cut=0@1-3");
   takeLines();
   pass(1s);
@@ -66,7 +66,7 @@ TEST_F(MeetingEventsTest, ACutLinkCarriesNothingUntilItIsMended) {
   EXPECT_TRUE(shows(support::remoteStream(0)));
 }
 
-TEST_F(MeetingEventsTest, ACutLinkCarriesNoContentEither) {
+TEST_F(MeetingEventsTest, AnInterruptedLinkCarriesNoContent) {
   connect("tessel:demo?participants=1&present=0@1&cut=0@2-3");
   pass(1s);
   takeLines();
@@ -80,7 +80,7 @@ TEST_F(MeetingEventsTest, ACutLinkCarriesNoContentEither) {
   EXPECT_TRUE(shows(support::kContentStream));
 }
 
-TEST_F(MeetingEventsTest, WhatIsPlannedForSomebodyWhoIsAwayDoesNotHappen) {
+TEST_F(MeetingEventsTest, AnEventOfAnAbsentParticipantDoesNotOccur) {
   connect("tessel:demo?participants=1&leave=0@1&cut=0@2&present=0@2&videomute=0@2&leave=0@3");
   pass(1s);
   takeLines();
@@ -88,7 +88,7 @@ TEST_F(MeetingEventsTest, WhatIsPlannedForSomebodyWhoIsAwayDoesNotHappen) {
   EXPECT_THAT(takeLines(), IsEmpty());
 }
 
-TEST_F(MeetingEventsTest, DevicesComeAndGo) {
+TEST_F(MeetingEventsTest, DevicesArePluggedAndUnplugged) {
   connect("tessel:demo?participants=0&plug=camera-2@1&unplug=microphone-1@2,speaker-0@3");
   takeLines();
   pass(3s);
@@ -101,7 +101,7 @@ TEST_F(MeetingEventsTest, DevicesComeAndGo) {
                           "not connected", "disconnect 1 0 the call was left"));
 }
 
-TEST_F(MeetingEventsTest, AnotherCameraTakesThePlaceOfOneThatIsUnplugged) {
+TEST_F(MeetingEventsTest, AnotherCameraReplacesAnUnpluggedOne) {
   manager_->EnableCameraCapture(true);
   connect("tessel:demo?participants=0&unplug=camera-0@1,camera-1@2&plug=camera-2@3");
   EXPECT_EQ(codeOf(frameOf(support::kLocalStream))->detail, 0U);
@@ -116,7 +116,7 @@ TEST_F(MeetingEventsTest, AnotherCameraTakesThePlaceOfOneThatIsUnplugged) {
   EXPECT_EQ(codeOf(frameOf(support::kLocalStream))->detail, 2U);
 }
 
-TEST_F(MeetingEventsTest, NothingIsHeardWithoutAMicrophone) {
+TEST_F(MeetingEventsTest, NoMicrophoneLevelIsNotifiedWithoutAMicrophone) {
   connect("tessel:demo?participants=0&unplug=microphone-0@1,microphone-1@1");
   pass(1s);
   recorder_->takeLevels();
@@ -124,7 +124,7 @@ TEST_F(MeetingEventsTest, NothingIsHeardWithoutAMicrophone) {
   EXPECT_THAT(recorder_->takeLevels(), IsEmpty());
 }
 
-TEST_F(MeetingEventsTest, TheCameraFilmsAsItIsSelected) {
+TEST_F(MeetingEventsTest, TheCameraCapturesWithTheSelectedSettings) {
   manager_->EnableCameraCapture(true);
   pass(0s);
   EXPECT_EQ(sizeOf(support::kLocalStream), (support::Size{1280, 720}));
@@ -139,7 +139,7 @@ TEST_F(MeetingEventsTest, TheCameraFilmsAsItIsSelected) {
   EXPECT_EQ(frameOf(support::kLocalStream).frameId, before + 10);
 }
 
-TEST_F(MeetingEventsTest, ACameraThatIsNotThereOrCannotCaptureSoIsNotSelected) {
+TEST_F(MeetingEventsTest, AMissingCameraOrUnsupportedCaptureIsNotSelected) {
   const support::TemporaryDirectory directory;
   tsl::CreateParams params;
   params.szLogPath = directory.path();
@@ -190,7 +190,7 @@ TEST_F(MeetingEventsTest, PasswordsAreNotLogged) {
   EXPECT_THAT(log, testing::Not(testing::HasSubstr("secret")));
 }
 
-TEST_F(MeetingEventsTest, TheMediaStateOfAConnectionIsObeyed) {
+TEST_F(MeetingEventsTest, TheMediaStateOfAConnectionIsApplied) {
   manager_->EnableCameraCapture(true);
   connect("tessel:demo?participants=1&present=0@0", {true, true, false, false, false});
   EXPECT_THAT(takeLines(),
@@ -225,7 +225,7 @@ TEST_F(MeetingEventsTest, TheMediaStateMayChangeDuringACall) {
   EXPECT_THAT(takeLines(), IsEmpty());
 }
 
-TEST_F(MeetingEventsTest, OnlyWantedStreamsArriveAndAsTheyAreWanted) {
+TEST_F(MeetingEventsTest, OnlyRequestedStreamsArriveInTheRequestedQuality) {
   connect("tessel:demo?participants=3");
   takeLines();
   setWishes({wish(0), wish(2, 9)}, {{{720, 30, 0, 0}}, {{180, 30, 0, 0}, {90, 15, 0, 0}}});
@@ -240,7 +240,7 @@ TEST_F(MeetingEventsTest, OnlyWantedStreamsArriveAndAsTheyAreWanted) {
   EXPECT_THAT(takeLines(), IsEmpty());
 }
 
-TEST_F(MeetingEventsTest, AReceivedRateLeavesFramesOut) {
+TEST_F(MeetingEventsTest, ALimitedRateSkipsFrames) {
   connect("tessel:demo?participants=1");
   setWishes({wish(0)}, {{{0, 7, 0, 0}}});
   std::vector<std::uint64_t> ids;
@@ -253,7 +253,7 @@ TEST_F(MeetingEventsTest, AReceivedRateLeavesFramesOut) {
   EXPECT_EQ(codeOf(frameOf(support::remoteStream(0)))->number, ids.back());
 }
 
-TEST_F(MeetingEventsTest, TheNumberOfTilesFollowsThosePresent) {
+TEST_F(MeetingEventsTest, TheNumberOfTilesFollowsThePresentStreams) {
   connect("tessel:demo?participants=2&leave=1@1");
   setWishes({wish(0), wish(1)}, {{{720, 30, 0, 0}}, {{180, 30, 0, 0}, {180, 30, 0, 0}}});
   takeLines();
@@ -264,7 +264,7 @@ TEST_F(MeetingEventsTest, TheNumberOfTilesFollowsThosePresent) {
   EXPECT_EQ(sizeOf(support::remoteStream(0)), (support::Size{1280, 720}));
 }
 
-TEST_F(MeetingEventsTest, ANewcomerIsReceivedAsWanted) {
+TEST_F(MeetingEventsTest, ANewParticipantIsReceivedAsRequested) {
   connect("tessel:demo?participants=1&come=5@1,6@1");
   setWishes({wish(5)}, {});
   pass(1s);
@@ -272,7 +272,7 @@ TEST_F(MeetingEventsTest, ANewcomerIsReceivedAsWanted) {
   EXPECT_TRUE(shows(support::remoteStream(5)));
 }
 
-TEST_F(MeetingEventsTest, AClipIsReceivedInASmallerSizeIfThatIsWanted) {
+TEST_F(MeetingEventsTest, AClipIsReceivedInASmallerSizeOnRequest) {
   const support::TemporaryDirectory directory;
   std::string clip = "YUV4MPEG2 W120 H90\nFRAME\n";
   for (std::size_t i = 0; i < support::i420Bytes({120, 90}); ++i)
@@ -286,7 +286,7 @@ TEST_F(MeetingEventsTest, AClipIsReceivedInASmallerSizeIfThatIsWanted) {
   EXPECT_EQ(sizeOf(support::remoteStream(0)), (support::Size{120, 90}));
 }
 
-TEST_F(MeetingEventsTest, TheConfiguredIndexIsACeiling) {
+TEST_F(MeetingEventsTest, TheConfiguredIndexLimitsTheQuality) {
   manager_->GetConfigDataPtr()->update(R"({"maxVOQualityIndex": 1})");
   connect("tessel:demo?participants=1");
   EXPECT_EQ(sizeOf(support::remoteStream(0)), (support::Size{160, 90}));
@@ -297,7 +297,7 @@ TEST_F(MeetingEventsTest, TheConfiguredIndexIsACeiling) {
   EXPECT_EQ(sizeOf(support::remoteStream(0)), (support::Size{320, 180}));
 }
 
-TEST_F(MeetingEventsTest, RequiredAttributesComeFromTheUriAndTheConnection) {
+TEST_F(MeetingEventsTest, RequiredAttributesAreThoseOfTheUriAndTheConnection) {
   tsl::ConnectParams params;
   params.uri = "tessel:demo?attributes=b,a%3D1";
   params.meetingAttributes = "c,,b";
@@ -315,7 +315,7 @@ MATCHER_P5(IsMonitor, x, y, width, height, value, "") {
          arg.engineValue == value;
 }
 
-TEST_F(MeetingEventsTest, TheMonitorsAreAPairUnlessTheUriNamesOthers) {
+TEST_F(MeetingEventsTest, ThereAreTwoMonitorsUnlessTheUriNamesOthers) {
   const auto usual = ElementsAre(IsMonitor(0, 0, 1920, 1080, 0), IsMonitor(1920, 0, 1280, 720, 1));
   EXPECT_THAT(manager_->GetScreenMonitorDetails(), usual);
   connect("tessel:demo?monitors=800x600@-800:5");

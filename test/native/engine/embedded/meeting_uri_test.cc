@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-TEST(MeetingUri, NamesARoomAndLeavesTheRestToDefaults) {
+TEST(MeetingUri, NamesARoomAndUsesDefaultsForTheRest) {
   const MeetingPlan plan = parseMeetingUri("tessel:demo");
   EXPECT_EQ(plan.room, "demo");
   EXPECT_EQ(plan.participants, 3);
@@ -54,7 +54,7 @@ TEST(MeetingUri, OrdersEventsByTime) {
   EXPECT_EQ(plan.events[1].kind, PlannedEvent::Kind::kLeave);
 }
 
-TEST(MeetingUri, SaysWhoSpeaks) {
+TEST(MeetingUri, PlansWhoSpeaks) {
   const MeetingPlan plan = parseMeetingUri("tessel:demo?speak=1@2-3.5,me@4-5");
   ASSERT_EQ(plan.speech.size(), 2U);
   EXPECT_EQ(plan.speech[0].participant, 1);
@@ -63,7 +63,7 @@ TEST(MeetingUri, SaysWhoSpeaks) {
   EXPECT_EQ(plan.speech[1].participant, kLocalParticipant);
 }
 
-TEST(MeetingUri, PlansBothEndsOfASpan) {
+TEST(MeetingUri, PlansTheStartAndTheEndOfASpan) {
   using Kind = PlannedEvent::Kind;
   const MeetingPlan plan = parseMeetingUri(
       "tessel:demo?videomute=1@1-2&audiomute=me@3&present=0@4-5&cut=2@6-7"
@@ -207,7 +207,7 @@ INSTANTIATE_TEST_SUITE_P(
                     BadUri{"tessel:a?monitors=1x1@--1:0", "bad value: monitors=1x1@--1:0"},
                     BadUri{"tessel:a?monitors=none,1x1@0:0", "bad value: monitors=none,1x1@0:0"}));
 
-TEST(MeetingUri, HoldsAThousandEventsAndNoMore) {
+TEST(MeetingUri, AcceptsAtMostAThousandEvents) {
   std::string uri = "tessel:a?leave=";
   for (int i = 0; i < 1000; ++i) uri += "0@1,";
   EXPECT_EQ(parseMeetingUri(uri.substr(0, uri.size() - 1)).events.size(), 1000U);

@@ -44,7 +44,7 @@ class ParticipantsEventTest : public EngineTest {
   }
 
   // One text for each event since the last call: "me" and the participants' numbers, each followed
-  // by what is true of them (audio muted, video muted, speaking, presenting).
+  // by its state (audio muted, video muted, speaking, presenting).
   Lines takeStates() {
     Lines states;
     for (const json& body : takeBodies()) {
@@ -71,7 +71,7 @@ std::string quiet(const std::string& parameters) {
   return "tessel:demo?" + parameters + '&' + kSilence;
 }
 
-TEST_F(ParticipantsEventTest, DescribesEverybodyWhoIsThere) {
+TEST_F(ParticipantsEventTest, DescribesEveryPresentParticipant) {
   join("tessel:demo?participants=2&seed=7&name=1:Zo%C3%AB", "Me");
   subscribe();
   const auto bodies = takeBodies();
@@ -89,12 +89,12 @@ TEST_F(ParticipantsEventTest, DescribesEverybodyWhoIsThere) {
   EXPECT_EQ(people[0].at("csrc"), frameOf(support::kLocalStream).csrc);
 }
 
-TEST_F(ParticipantsEventTest, ComesAtOnceAlsoOutsideACall) {
+TEST_F(ParticipantsEventTest, IsNotifiedAtOnceEvenOutsideACall) {
   subscribe();
   EXPECT_THAT(takeStates(), ElementsAre(""));
 }
 
-TEST_F(ParticipantsEventTest, FollowsThoseWhoComeAndGo) {
+TEST_F(ParticipantsEventTest, FollowsJoinsAndLeaves) {
   subscribe();
   takeLines();
   connect(quiet("participants=1&come=1@1&leave=0@2"));
@@ -152,7 +152,7 @@ TEST_F(ParticipantsEventTest, StopsWhenItIsUnsubscribed) {
   EXPECT_THAT(takeStates(), IsEmpty());
 }
 
-TEST_F(ParticipantsEventTest, IsAnOrdinaryEventInAnotherFormat) {
+TEST_F(ParticipantsEventTest, IsAnOrdinaryEventWithAnotherType) {
   subscribe();
   takeLines();
   manager_->RegisterEvent("participants", 1, "text", "plain");
@@ -162,7 +162,7 @@ TEST_F(ParticipantsEventTest, IsAnOrdinaryEventInAnotherFormat) {
   EXPECT_THAT(takeLines(), ElementsAre("event participants participants 1"));
 }
 
-TEST(UsualNames, AreDifferentInAMeetingAndTheSameForASeed) {
+TEST(UsualNames, DifferWithinAMeetingAndRepeatForASeed) {
   for (const std::uint32_t seed : {0U, 1U, 2U, 4294967295U}) {
     std::set<std::string> names = {usualNameOf(seed, kLocalParticipant)};
     for (int i = 0; i < kMostParticipants; ++i) names.insert(usualNameOf(seed, i));

@@ -12,7 +12,7 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 
-TEST(FrameTime, IsExactForWholeAndBrokenRates) {
+TEST(FrameTime, IsExactForIntegerAndFractionalRates) {
   EXPECT_EQ(frameTime({30, 1}, 0), 0s);
   EXPECT_EQ(frameTime({30, 1}, 1), 33'333'333ns);
   EXPECT_EQ(frameTime({30, 1}, 3), 100ms);
@@ -73,7 +73,7 @@ class SenderTest : public testing::Test {
                  [] { return 42U; }};
 };
 
-TEST_F(SenderTest, NumbersFramesFromOneForAsLongAsItLives) {
+TEST_F(SenderTest, NumbersFramesFromOneDuringItsLifetime) {
   start({100, 1});
   EXPECT_THAT(idsWithin(25ms), ElementsAre(1, 2, 3));
   run([this] { sender_.stop(); });
@@ -82,7 +82,7 @@ TEST_F(SenderTest, NumbersFramesFromOneForAsLongAsItLives) {
   EXPECT_THAT(idsWithin(25ms), ElementsAre(4, 5));
 }
 
-TEST_F(SenderTest, LeavesFramesOutForALowerRate) {
+TEST_F(SenderTest, SkipsFramesForALowerRate) {
   start({30, 1}, 15);
   EXPECT_THAT(idsWithin(199ms), ElementsAre(1, 3, 5));
   const auto withinASecond = [this](support::FrameRate rate, std::uint32_t most) {
@@ -96,7 +96,7 @@ TEST_F(SenderTest, LeavesFramesOutForALowerRate) {
   EXPECT_EQ(withinASecond({30'000, 1001}, 15), 15U);
 }
 
-TEST_F(SenderTest, GoesOnInStepWhenItsLimitChanges) {
+TEST_F(SenderTest, KeepsItsTimingWhenItsLimitChanges) {
   start({10, 1});
   idsWithin(250ms);
   run([this] { sender_.change(std::make_unique<CountingSource>(), 5); });
@@ -112,7 +112,7 @@ TEST_F(SenderTest, EndsWithItsSource) {
   EXPECT_EQ(loop_.nextDue(), std::nullopt);
 }
 
-TEST_F(SenderTest, TellsTheSourceHowLoudTheSenderIs) {
+TEST_F(SenderTest, PassesTheSendersLevelToTheSource) {
   start({10, 1});
   VideoFrame frame;
   stream_->GetFrame(0, frame);

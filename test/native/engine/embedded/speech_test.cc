@@ -22,7 +22,7 @@ TEST(Speech, FollowsThePlan) {
   EXPECT_EQ(speech.level(0, 2s), 0U);
 }
 
-TEST(Speech, LetsPeopleTakeTurnsWithoutAPlan) {
+TEST(Speech, AlternatesSpeakersWithoutAPlan) {
   const Speech speech(7, 3, {});
   std::set<int> speakers;
   for (support::Time time = 0s; time < 300s; time += 100ms) {
@@ -39,7 +39,7 @@ TEST(Speech, LetsPeopleTakeTurnsWithoutAPlan) {
   EXPECT_EQ(speakers.size(), 4U);
 }
 
-TEST(Identity, TellsStreamsApart) {
+TEST(Identity, IsDifferentForEachStream) {
   std::set<std::uint32_t> csrcs = {csrcOf(7, support::kLocalStream),
                                    csrcOf(7, support::kContentStream)};
   std::set<std::string> guids;

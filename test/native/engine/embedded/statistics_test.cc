@@ -46,7 +46,7 @@ TEST_F(StatisticsTest, AreEmptyUntilTheyAreCollected) {
   EXPECT_THAT(stats().videoReceive, IsEmpty());
 }
 
-TEST_F(StatisticsTest, TellWhatArrivesOfEachStream) {
+TEST_F(StatisticsTest, DescribeEachReceivedStream) {
   connect("tessel:demo?participants=2&size=64x36&fps=20&leave=1@3");
   collect(2000);
   pass(2s);
@@ -76,7 +76,7 @@ TEST_F(StatisticsTest, DescribeTheWindowThatEndedLast) {
   EXPECT_EQ(stats().videoReceive.begin()->second.fps, 30);
 }
 
-TEST_F(StatisticsTest, TellWhatIsSent) {
+TEST_F(StatisticsTest, DescribeTheSentStreams) {
   manager_->EnableCameraCapture(true);
   manager_->SetVideoDevice({"", "", 64, 36, 10});
   pass(10s);
@@ -95,7 +95,7 @@ TEST_F(StatisticsTest, TellWhatIsSent) {
   EXPECT_THAT(stats().videoSend, IsEmpty());
 }
 
-TEST_F(StatisticsTest, TellTheContentSentOrReceived) {
+TEST_F(StatisticsTest, CountContentAsSentOrReceived) {
   connect("tessel:demo?participants=1&present=0@1-2");
   collect(1000);
   pass(2s);
@@ -108,7 +108,7 @@ TEST_F(StatisticsTest, TellTheContentSentOrReceived) {
   EXPECT_EQ(stats().contentReceive.fps, 0);
 }
 
-TEST_F(StatisticsTest, TellTheContentThatIsReceived) {
+TEST_F(StatisticsTest, DescribeTheReceivedContent) {
   connect("tessel:demo?participants=1&present=0@0");
   collect(1000);
   pass(1s);
@@ -153,7 +153,7 @@ TEST_F(StatisticsTest, LoseTheSameWithTheSameSeed) {
   EXPECT_NE(lost("4"), first);
 }
 
-TEST_F(StatisticsTest, TellHowLoudItIs) {
+TEST_F(StatisticsTest, ReportTheLevels) {
   const auto levels = [this] {
     return std::pair(stats().audio.transmitLevel, stats().audio.outputLevel);
   };
@@ -181,7 +181,7 @@ TEST_F(StatisticsTest, TellHowLoudItIs) {
   EXPECT_EQ(levels().second, 0) << "the speaker has muted the microphone";
 }
 
-TEST_F(StatisticsTest, HearNothingWithoutALoudspeaker) {
+TEST_F(StatisticsTest, ReportNoReceivedLevelWithoutALoudspeaker) {
   connect("tessel:demo?participants=1&speak=0@0-100&unplug=speaker-0@1,speaker-1@2");
   collect(1000);
   pass(1500ms);
@@ -190,7 +190,7 @@ TEST_F(StatisticsTest, HearNothingWithoutALoudspeaker) {
   EXPECT_EQ(stats().audio.outputLevel, 0);
 }
 
-TEST_F(StatisticsTest, LengthenAWindowThatIsTooShort) {
+TEST_F(StatisticsTest, ExtendAWindowThatIsTooShort) {
   connect("tessel:demo?participants=1");
   collect(0);
   pass(99ms);
@@ -209,7 +209,7 @@ TEST_F(StatisticsTest, AreEmptyOnceTheCallIsOver) {
   EXPECT_EQ(stats().totalInboundBps, 0);
 }
 
-TEST_F(StatisticsTest, AreNotInventedWhereNothingIsKnown) {
+TEST_F(StatisticsTest, AreZeroForUnknownValues) {
   connect("tessel:demo?participants=1");
   collect(1000);
   pass(1s);

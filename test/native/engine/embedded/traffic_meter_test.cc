@@ -7,7 +7,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-TEST(TrafficMeter, TellsWhatArrivedInAWindow) {
+TEST(TrafficMeter, ReportsTheTrafficOfAWindow) {
   TrafficMeter meter;
   for (int i = 0; i < 15; ++i) meter.addFrame({80, 45}, 1000, 2);
   const auto window = meter.closeWindow(500ms);
@@ -20,7 +20,7 @@ TEST(TrafficMeter, TellsWhatArrivedInAWindow) {
   EXPECT_EQ(window.packets, 30U);
 }
 
-TEST(TrafficMeter, BeginsANewWindowAfterEach) {
+TEST(TrafficMeter, StartsANewWindowAfterEachReport) {
   TrafficMeter meter;
   meter.addFrame({80, 45}, 1000, 1);
   meter.closeWindow(1s);
@@ -30,7 +30,7 @@ TEST(TrafficMeter, BeginsANewWindowAfterEach) {
   EXPECT_EQ(window.stats.width, 80) << "of the newest frame there was";
 }
 
-TEST(TrafficMeter, CountsLossesInTheWindowAndAltogether) {
+TEST(TrafficMeter, CountsLossesOfTheWindowAndInTotal) {
   TrafficMeter meter;
   meter.addFrame({80, 45}, 1000, 6);
   meter.addLostFrame(4, 2);
@@ -45,7 +45,7 @@ TEST(TrafficMeter, CountsLossesInTheWindowAndAltogether) {
   EXPECT_EQ(window.lostPackets, 3U);
 }
 
-TEST(TrafficMeter, CutsWhatItsFieldDoesNotHold) {
+TEST(TrafficMeter, SaturatesValuesThatExceedTheirField) {
   TrafficMeter meter;
   meter.addFrame({4096, 4096}, std::size_t{1} << 30, 1);
   EXPECT_EQ(meter.closeWindow(1s).stats.totalBitrateBps, 2'147'483'647);

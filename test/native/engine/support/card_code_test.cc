@@ -54,7 +54,7 @@ TEST(CardCode, IsNotFoundInAnotherPicture) {
   }
 }
 
-TEST(CardCode, IsNotFoundWhenABitIsWrong) {
+TEST(CardCode, IsNotFoundWhenABitIsFlipped) {
   constexpr Size kSize = {64, 36};
   std::vector<std::uint8_t> picture(pixels(kSize), kGrey);
   writeCode(kCode, kSize, picture.data());
@@ -67,7 +67,7 @@ TEST(CardCode, IsNotLookedForInAPictureThatIsTooSmall) {
   EXPECT_EQ(readCode({1, 1}, picture.data()), std::nullopt);
 }
 
-TEST(CardCode, TellsWhatContentShows) {
+TEST(CardCode, DescribesSharedContent) {
   EXPECT_EQ(contentDetail(ContentKind::kScreen, 1), 0x400001U);
   EXPECT_EQ(contentDetail(ContentKind::kWindow, 0xffffffff), 0xffffffU);
 }

@@ -23,13 +23,13 @@ class ClipSourceTest : public testing::Test {
                        "FRAME\nABCDEFGHIJKLMNOP01234567"));
 };
 
-TEST_F(ClipSourceTest, PlaysTheClipsBytesInItsOwnSize) {
+TEST_F(ClipSourceTest, PlaysTheClipUnchangedInItsOwnSize) {
   EXPECT_EQ(draw({clip_, true, {4, 4}}, 1), "abcdefghijklmnopUVWXuvwx");
   EXPECT_EQ(draw({clip_, true, {4, 4}}, 2), "ABCDEFGHIJKLMNOP01234567");
   EXPECT_EQ(draw({clip_, true, {4, 4}}, 3), "abcdefghijklmnopUVWXuvwx");
 }
 
-TEST_F(ClipSourceTest, SamplesTheClipInAnotherSize) {
+TEST_F(ClipSourceTest, ScalesTheClipToAnotherSize) {
   EXPECT_EQ(draw({clip_, true, {2, 2}}, 1), "fhnpXx");
   EXPECT_EQ(draw({clip_, true, {3, 3}}, 2), "ACDIKLMOP01234567");
 }

@@ -23,7 +23,7 @@ TEST_F(ConfigurationTest, StartsWithoutVesperAndWithTheHighestIndex) {
   EXPECT_EQ(configuration_.maxVOQualityIndex(), 4);
 }
 
-TEST_F(ConfigurationTest, TakesEachMemberThatATextHas) {
+TEST_F(ConfigurationTest, AppliesEachMemberOfAText) {
   configuration_.update(R"({"isVesperCapable": true})");
   EXPECT_TRUE(configuration_.isVesperCapable());
   EXPECT_EQ(configuration_.maxVOQualityIndex(), 4);
@@ -32,7 +32,7 @@ TEST_F(ConfigurationTest, TakesEachMemberThatATextHas) {
   EXPECT_EQ(configuration_.maxVOQualityIndex(), 2);
 }
 
-TEST_F(ConfigurationTest, IsNotChangedByABadText) {
+TEST_F(ConfigurationTest, IsNotChangedByAnInvalidText) {
   for (const auto* const text :
        {"", "no", "[]", R"({"isVesperCapable": 1})", R"({"maxVOQualityIndex": "1"})",
         R"({"maxVOQualityIndex": -1})", R"({"maxVOQualityIndex": 5})",

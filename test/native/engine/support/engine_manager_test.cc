@@ -19,7 +19,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// What happened to an engine, in order. Outlives the engine.
+// The recorded calls of an engine, in order. Outlives the engine.
 struct History {
   std::vector<std::string> calls;
   std::thread::id thread;
@@ -27,7 +27,7 @@ struct History {
   std::promise<void> deleted;
 };
 
-// Writes down which operations are called.
+// Records the called operations.
 class RecordingEngine final : public Engine {
  public:
   explicit RecordingEngine(History& history) : history_(history) {}
@@ -146,7 +146,7 @@ TEST_F(EngineManagerTest, NotifiesAChangedQualityIndexAndTellsTheEngine) {
   EXPECT_THAT(recorder_->takeLines(), ElementsAre("initialised", "quality 2"));
 }
 
-TEST_F(EngineManagerTest, AnswersAtOnceFromWhatTheEngineHasPublished) {
+TEST_F(EngineManagerTest, ReturnsPublishedValuesAtOnce) {
   manager_->Initialize();
   EngineContext& context = manager_->session()->context();
   context.monitors.set({{0, 0, 10, 20, 3}});
@@ -171,7 +171,7 @@ TEST_F(EngineManagerTest, CollectsStatisticsInWindows) {
   EXPECT_EQ(stats.audio.transmitLevel, 0);
 }
 
-TEST_F(EngineManagerTest, DropsOperationsOutsideTheEnginesLife) {
+TEST_F(EngineManagerTest, DropsOperationsWhileNoEngineRuns) {
   manager_->DisconnectCall();
   manager_->Initialize();
   EXPECT_THAT(takeCalls(), IsEmpty());
@@ -183,7 +183,7 @@ TEST_F(EngineManagerTest, DropsOperationsOutsideTheEnginesLife) {
 
 TEST_F(EngineManagerTest, DeletesTheEngineBeforeDeInitializeReturns) {
   manager_->Initialize();
-  // Somebody else is still asking the session something.
+  // Another thread still uses the session.
   const auto session = manager_->session();
   manager_->DeInitialize();
   EXPECT_THAT(history_.calls, ElementsAre("deleted"));

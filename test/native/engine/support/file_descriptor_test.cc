@@ -19,13 +19,13 @@ TEST(FileDescriptor, IsOpenedAndClosedAgain) {
   EXPECT_EQ(::fcntl(number, F_GETFD), -1);
 }
 
-TEST(FileDescriptor, OpensNothingThatIsNotThere) {
+TEST(FileDescriptor, OpensNoFileThatDoesNotExist) {
   const TemporaryDirectory directory;
   EXPECT_FALSE(FileDescriptor::open(directory.path() / "nothing", O_RDONLY).isOpen());
   EXPECT_EQ(errno, ENOENT);
 }
 
-TEST(FileDescriptor, IsNotTheStandardOutputThatWasClosed) {
+TEST(FileDescriptor, DoesNotReuseAClosedStandardDescriptor) {
   const int original = ::dup(STDOUT_FILENO);
   ::close(STDOUT_FILENO);
   const FileDescriptor file = FileDescriptor::open("/dev/null", O_RDONLY);

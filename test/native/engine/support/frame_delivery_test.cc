@@ -18,7 +18,7 @@ namespace {
 
 using testing::ElementsAre;
 
-// Writes the numbers of the frames down, and may be made to wait in the middle of one.
+// Records the numbers of the frames, and can be made to wait during one.
 class Receiver final : public IFrameRecieveCallback {
  public:
   void NotifyFrameArrived(std::shared_ptr<QVXCommon::IVideoFrame> frame, unsigned csrc,
@@ -103,7 +103,7 @@ TEST_F(FrameDeliveryTest, HandsEachFrameToTheReceiver) {
   EXPECT_THAT(receiver_->numbers(), ElementsAre(1, 2, 3));
 }
 
-TEST_F(FrameDeliveryTest, LeavesOutWhatTheReceiverIsTooSlowFor) {
+TEST_F(FrameDeliveryTest, SkipsFramesWhenTheReceiverIsTooSlow) {
   delivery_->setReceiver(receiver_);
   receiver_->hold(true);
   offer(1);
@@ -114,7 +114,7 @@ TEST_F(FrameDeliveryTest, LeavesOutWhatTheReceiverIsTooSlowFor) {
   EXPECT_THAT(receiver_->numbers(), ElementsAre(1, 4));
 }
 
-TEST_F(FrameDeliveryTest, ForgetsAFrameThatIsWithdrawn) {
+TEST_F(FrameDeliveryTest, DropsAWithdrawnFrame) {
   delivery_->setReceiver(receiver_);
   receiver_->hold(true);
   offer(1);
@@ -127,7 +127,7 @@ TEST_F(FrameDeliveryTest, ForgetsAFrameThatIsWithdrawn) {
   EXPECT_THAT(receiver_->numbers(), ElementsAre(1, 3));
 }
 
-TEST_F(FrameDeliveryTest, KeepsNoFrameForAReceiverToCome) {
+TEST_F(FrameDeliveryTest, KeepsNoFrameForALaterReceiver) {
   offer(1);
   delivery_->setReceiver(receiver_);
   offer(2);
@@ -135,7 +135,7 @@ TEST_F(FrameDeliveryTest, KeepsNoFrameForAReceiverToCome) {
   EXPECT_THAT(receiver_->numbers(), ElementsAre(2));
 }
 
-TEST_F(FrameDeliveryTest, WaitsForTheReceiverOfBefore) {
+TEST_F(FrameDeliveryTest, WaitsForThePreviousReceiver) {
   for (const bool isReplaced : {false, true}) {
     const auto first = std::make_shared<Receiver>();
     delivery_->setReceiver(first);
@@ -147,7 +147,7 @@ TEST_F(FrameDeliveryTest, WaitsForTheReceiverOfBefore) {
       EXPECT_FALSE(first->isRunning());
       EXPECT_EQ(first.use_count(), 1) << "the delivery lets the receiver of before go";
     });
-    // Offering goes on while the receiver blocks.
+    // Frames are still offered while the receiver blocks.
     offer(2);
     first->hold(false);
     change.get();
@@ -158,7 +158,7 @@ TEST_F(FrameDeliveryTest, WaitsForTheReceiverOfBefore) {
   receiver_->waitForFrame(3);
 }
 
-TEST_F(FrameDeliveryTest, WaitsForTheReceiverOfBeforeAlsoWhenItIsClosed) {
+TEST_F(FrameDeliveryTest, WaitsForThePreviousReceiverWhenItIsClosed) {
   delivery_->setReceiver(receiver_);
   receiver_->hold(true);
   offer(1);
@@ -175,7 +175,7 @@ TEST_F(FrameDeliveryTest, WaitsForTheReceiverOfBeforeAlsoWhenItIsClosed) {
   EXPECT_TRUE(delivery_->isFinished());
 }
 
-TEST_F(FrameDeliveryTest, CallsNobodyOnceItIsClosed) {
+TEST_F(FrameDeliveryTest, CallsNoReceiverOnceItIsClosed) {
   delivery_->setReceiver(receiver_);
   delivery_->close();
   offer(1);

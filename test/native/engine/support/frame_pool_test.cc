@@ -11,7 +11,7 @@ namespace {
 constexpr Size kSize = {64, 36};
 constexpr std::size_t kPlenty = 1 << 20;
 
-TEST(FramePool, HandsOutABufferAgainOnlyWhenNobodyHoldsIt) {
+TEST(FramePool, ReusesABufferOnlyWhenNobodyHoldsIt) {
   const auto pool = std::make_shared<FramePool>(kPlenty);
   auto frame = pool->take(kSize);
   const std::uint8_t* const memory = frame->frameBuffer();
@@ -23,7 +23,7 @@ TEST(FramePool, HandsOutABufferAgainOnlyWhenNobodyHoldsIt) {
   EXPECT_EQ(pool->take(kSize)->frameBuffer(), memory);
 }
 
-TEST(FramePool, HandsOutFramesOfTheSizeAskedFor) {
+TEST(FramePool, ReturnsFramesOfTheRequestedSize) {
   const auto pool = std::make_shared<FramePool>(kPlenty);
   pool->take(kSize);
   const auto frame = pool->take({65, 37});
@@ -45,14 +45,14 @@ TEST(FramePool, KeepsNoMoreThanItsLimit) {
   EXPECT_EQ(pool->spareBytes(), bytes);
 }
 
-TEST(FramePool, GivesTheLongestUnusedUpFirst) {
+TEST(FramePool, FreesTheLongestUnusedFirst) {
   const auto pool = std::make_shared<FramePool>(i420Bytes(kSize));
   pool->take({32, 32});
   pool->take(kSize);
   EXPECT_EQ(pool->spareBytes(), i420Bytes(kSize));
 }
 
-TEST(FramePool, FreesWhatNobodyUsesWhenAskedTo) {
+TEST(FramePool, FreesUnusedFramesOnRequest) {
   const auto pool = std::make_shared<FramePool>(kPlenty);
   const auto held = pool->take(kSize);
   pool->take(kSize);

@@ -35,11 +35,11 @@ INSTANTIATE_TEST_SUITE_P(Texts, JsonRefusal,
                                          "\"\\udc00\\udc00\"", "\"\n\"", "'a'", "[1]]", "/**/1",
                                          "\"\xff\"", std::string("1\0", 2)));
 
-TEST(Json, LetsObjectsBesideEachOtherHaveTheSameNames) {
+TEST(Json, AllowsTheSameNamesInSiblingObjects) {
   EXPECT_TRUE(parseJson(R"([{"a":{"a":1}},{"a":2}])"));
 }
 
-TEST(Json, NestsToABound) {
+TEST(Json, LimitsTheNestingDepth) {
   EXPECT_TRUE(parseJson(std::string(32, '[') + std::string(32, ']')));
   EXPECT_FALSE(parseJson(std::string(33, '[') + std::string(33, ']')));
   EXPECT_FALSE(parseJson(std::string(1'000'000, '[')));
@@ -52,7 +52,7 @@ TEST(Json, NestsToABound) {
   EXPECT_FALSE(parseJson(objects(33)));
 }
 
-TEST(Json, WritesTextsThatAreNotUtf8) {
+TEST(Json, WritesStringsThatAreNotUtf8) {
   EXPECT_EQ(writeJson("a\"b\\c\nd é \xff"), "\"a\\\"b\\\\c\\nd é \uFFFD\"");
 }
 

@@ -14,7 +14,7 @@ namespace {
 using testing::ContainsRegex;
 using testing::HasSubstr;
 
-TEST(Log, AddsLinesToAFileInADirectoryThatItMakes) {
+TEST(Log, AppendsLinesToAFileInADirectoryThatItCreates) {
   const TemporaryDirectory directory;
   const auto logs = directory.path() / "a" / "b";
   Log(logs, "my-").write("first");
@@ -23,14 +23,14 @@ TEST(Log, AddsLinesToAFileInADirectoryThatItMakes) {
               ContainsRegex("^[0-9-]+T[0-9:.]+Z first\n[0-9-]+T[0-9:.]+Z second\n$"));
 }
 
-TEST(Log, KeepsForeignTextFromForgingLines) {
+TEST(Log, EscapesTextThatWouldForgeALine) {
   const TemporaryDirectory directory;
   Log(directory.path(), "").write("one\ntwo\x7f%s");
   EXPECT_THAT(TemporaryDirectory::read(directory.path() / "tesselclient.log"),
               HasSubstr(" one?two?%s\n"));
 }
 
-TEST(Log, CutsAnOverlongText) {
+TEST(Log, TruncatesALongText) {
   const TemporaryDirectory directory;
   Log(directory.path(), "").write(std::string(5000, 'x'));
   EXPECT_LT(std::filesystem::file_size(directory.path() / "tesselclient.log"), 2100U);

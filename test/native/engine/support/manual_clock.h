@@ -20,7 +20,7 @@ class ManualClock final : public Clock {
   }
 
   // Lets `span` pass for a loop that runs by this clock: every task runs exactly at its time, and
-  // when this returns all have.
+  // all of them have run when this returns.
   void pass(Time span, TaskLoop& loop) {
     const Time end = now() + span;
     loop.settle();

@@ -12,7 +12,7 @@
 
 namespace support {
 
-// Writes each notification down as a line, and the microphone's levels apart. May be called from
+// Records each notification as a line, and the microphone's levels separately. May be called from
 // any thread.
 class NotificationRecorder final : public INotifyCallback {
  public:

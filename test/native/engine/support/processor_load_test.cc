@@ -7,7 +7,7 @@
 namespace support {
 namespace {
 
-TEST(ProcessorTicks, AreReadFromTheKernelsTexts) {
+TEST(ProcessorTicks, AreParsedFromTheKernelsFiles) {
   const auto ticks = parseProcessorTicks("cpu  10 20 30 400 50 6 7 8 9 9\ncpu0 1 2 3\n",
                                          "42 (a) b) S 1 2 3 4 5 6 7 8 9 10 1100 220 13 14 15");
   ASSERT_TRUE(ticks);
@@ -16,7 +16,7 @@ TEST(ProcessorTicks, AreReadFromTheKernelsTexts) {
   EXPECT_EQ(ticks->process, 1320U);
 }
 
-TEST(ProcessorTicks, AreUnknownWhereATextIsMalformed) {
+TEST(ProcessorTicks, AreUnknownWhenAFileIsMalformed) {
   const std::string stat = "cpu 1 2 3 4 5 6 7 8";
   const std::string self = "42 (a) S 1 2 3 4 5 6 7 8 9 10 11 12 13";
   EXPECT_TRUE(parseProcessorTicks(stat, self));
@@ -27,13 +27,13 @@ TEST(ProcessorTicks, AreUnknownWhereATextIsMalformed) {
   EXPECT_FALSE(parseProcessorTicks(stat, "42 (a) S 1 2"));
 }
 
-TEST(ProcessorLoad, IsTheShareOfAllProcessors) {
+TEST(ProcessorLoad, IsTheFractionOfAllProcessors) {
   const auto load = ProcessorLoad::between({1000, 100, 10}, {1200, 150, 40});
   EXPECT_EQ(load.system, 25);
   EXPECT_EQ(load.process, 15);
 }
 
-TEST(ProcessorLoad, IsNothingWhenNoTimePassedOrCountsStepBack) {
+TEST(ProcessorLoad, IsZeroWhenNoTimePassedOrCountsDecrease) {
   EXPECT_EQ(ProcessorLoad::between({1000, 100, 10}, {1000, 100, 10}).system, 0);
   const auto load = ProcessorLoad::between({1000, 100, 10}, {1100, 99, 9});
   EXPECT_EQ(load.system, 0);
@@ -43,8 +43,8 @@ TEST(ProcessorLoad, IsNothingWhenNoTimePassedOrCountsStepBack) {
 TEST(ProcessorLoad, IsMeasuredOnThisMachine) {
   ProcessorLoad load;
   load.measure();
-  // The kernel counts in ticks of 10 ms, and a process's a little before the machine's: only many
-  // of them tell a share.
+  // The kernel counts in ticks of 10 ms, and updates a process's count slightly before the
+  // machine's: only many ticks give a reliable share.
   const std::clock_t start = std::clock();
   while (std::clock() - start < CLOCKS_PER_SEC / 5) continue;
   const auto percentages = load.measure();

@@ -32,7 +32,7 @@ TEST(ParticipantsJson, DescribesEachPerson) {
       R"("presenting":true}]})");
 }
 
-TEST(Roster, IsRequestedByItsNameAsJson) {
+TEST(Roster, IsRequestedByNameWithTheJsonType) {
   EXPECT_TRUE(Roster::isRequested("participants", "application", "json"));
   EXPECT_FALSE(Roster::isRequested("participants", "text", "json"));
   EXPECT_FALSE(Roster::isRequested("participants", "application", "xml"));
@@ -86,12 +86,12 @@ class RosterTest : public testing::Test {
   Roster roster_{loop_, notifier_, [this] { return people_; }};
 };
 
-TEST_F(RosterTest, IsNotifiedAtOnceAlsoWhenNobodyIsThere) {
+TEST_F(RosterTest, IsNotifiedAtOnceEvenWithoutParticipants) {
   subscribe(10);
   EXPECT_THAT(takeNames(), ElementsAre("-"));
 }
 
-TEST_F(RosterTest, IsNotifiedAtEachChangeAndAtNothingElse) {
+TEST_F(RosterTest, IsNotifiedAtEachChangeOnly) {
   subscribe(10);
   takeNames();
   run([this] { setPeople({"A"}); });
@@ -100,7 +100,7 @@ TEST_F(RosterTest, IsNotifiedAtEachChangeAndAtNothingElse) {
   EXPECT_THAT(takeNames(), ElementsAre("-A", "-AB"));
 }
 
-TEST_F(RosterTest, NotifiesOnceWhatChangesAtOnce) {
+TEST_F(RosterTest, NotifiesSimultaneousChangesOnce) {
   subscribe(10);
   takeNames();
   run([this] {
@@ -114,7 +114,7 @@ TEST_F(RosterTest, NotifiesOnceWhatChangesAtOnce) {
   EXPECT_THAT(takeNames(), ElementsAre("-AB"));
 }
 
-TEST_F(RosterTest, IsNotNotifiedBeforeOrAfterASubscription) {
+TEST_F(RosterTest, IsNotNotifiedOutsideASubscription) {
   run([this] { setPeople({"A"}); });
   EXPECT_THAT(takeNames(), IsEmpty());
   subscribe(10);
@@ -124,7 +124,7 @@ TEST_F(RosterTest, IsNotNotifiedBeforeOrAfterASubscription) {
   EXPECT_THAT(takeNames(), IsEmpty());
 }
 
-TEST_F(RosterTest, IsNotifiedAfreshWhenASubscriptionIsReplaced) {
+TEST_F(RosterTest, IsNotifiedAgainWhenASubscriptionIsReplaced) {
   subscribe(1);
   subscribe(3);
   pass(2s);
@@ -141,7 +141,7 @@ TEST_F(RosterTest, IsNotifiedUntilTheSubscriptionExpires) {
   EXPECT_THAT(takeNames(), ElementsAre("-", "-A"));
 }
 
-TEST_F(RosterTest, IsNotNotifiedToASubscriptionForNoTime) {
+TEST_F(RosterTest, IsNotNotifiedToASubscriptionWithExpiryZero) {
   subscribe(5);
   subscribe(0);
   run([this] { setPeople({"A"}); });

@@ -44,21 +44,21 @@ TEST_F(TaskLoopTest, RunsTasksInTheOrderOfTheirTimes) {
   EXPECT_THAT(marks_, ElementsAre("a@1", "b@2", "c@3"));
 }
 
-TEST_F(TaskLoopTest, RunsTasksOfOneTimeInTheOrderOfTheirComing) {
+TEST_F(TaskLoopTest, RunsTasksOfOneTimeInTheOrderOfPosting) {
   for (const char name : {'a', 'b', 'c'}) loop_->runAt(1ms, mark(std::string(1, name)));
   start();
   clock_->pass(1ms, *loop_);
   EXPECT_THAT(marks_, ElementsAre("a@1", "b@1", "c@1"));
 }
 
-TEST_F(TaskLoopTest, RunsWhatATaskHandsOver) {
+TEST_F(TaskLoopTest, RunsTasksThatATaskPosts) {
   start();
   loop_->post([this] { loop_->runAt(loop_->now() + 5ms, mark("later")); });
   clock_->pass(5ms, *loop_);
   EXPECT_THAT(marks_, ElementsAre("later@5"));
 }
 
-TEST_F(TaskLoopTest, DoesNotRunWhatIsCancelled) {
+TEST_F(TaskLoopTest, DoesNotRunACancelledTask) {
   start();
   const auto id = loop_->runAt(1ms, mark("no"));
   loop_->cancel(id);
@@ -67,7 +67,7 @@ TEST_F(TaskLoopTest, DoesNotRunWhatIsCancelled) {
   EXPECT_THAT(marks_, IsEmpty());
 }
 
-TEST_F(TaskLoopTest, GoesOnAfterATaskThatThrows) {
+TEST_F(TaskLoopTest, ContinuesAfterATaskThatThrows) {
   start();
   loop_->post([] { throw std::runtime_error("no"); });
   loop_->post([] { throw 1; });
@@ -76,7 +76,7 @@ TEST_F(TaskLoopTest, GoesOnAfterATaskThatThrows) {
   EXPECT_THAT(marks_, ElementsAre("on@0"));
 }
 
-TEST_F(TaskLoopTest, RunsNothingOnceItIsStopped) {
+TEST_F(TaskLoopTest, RunsNoTaskOnceItIsStopped) {
   start();
   loop_->runAt(1ms, mark("no"));
   loop_->stop();
@@ -102,7 +102,7 @@ TEST_F(TaskLoopTest, WaitsForTheRunningTaskWhenItIsStopped) {
   EXPECT_THAT(marks_, ElementsAre("done@0"));
 }
 
-TEST(TaskLoop, MayBeStoppedByATaskAndThenEndsWithItsOwner) {
+TEST(TaskLoop, MayBeStoppedByATaskAndIsJoinedByItsOwner) {
   auto loop = std::make_shared<TaskLoop>(realClock(), std::make_shared<Log>("", ""));
   const std::weak_ptr<TaskLoop> watch = loop;
   std::promise<void> done;
@@ -128,7 +128,7 @@ TEST(TaskLoop, RunsByTheRealClock) {
   loop->stop();
 }
 
-TEST_F(TaskLoopTest, ATimerThatGoesCancelsItsTask) {
+TEST_F(TaskLoopTest, ADestroyedTimerCancelsItsTask) {
   start();
   loop_->post([this] {
     Timer timer(*loop_);

@@ -13,7 +13,7 @@
 
 namespace support {
 
-// A new directory that goes with the object.
+// A new directory that is removed with the object.
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {

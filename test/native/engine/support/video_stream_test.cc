@@ -22,7 +22,7 @@ class VideoStreamTest : public testing::Test {
   }
   VideoFrame get(std::uint32_t lastId) {
     VideoFrame frame;
-    // Whatever was there before is written over.
+    // Previous values are overwritten.
     frame.noUpdate = frame.clearFrame = true;
     frame.width = frame.height = frame.csrc = 99;
     frame.frameId = 99;
@@ -47,7 +47,7 @@ class VideoStreamTest : public testing::Test {
 
 TEST_F(VideoStreamTest, HasNoUpdateBeforeItsFirstFrame) { expectNothing(get(0), false, 0); }
 
-TEST_F(VideoStreamTest, GivesTheNewestFrameToWhoeverHasNone) {
+TEST_F(VideoStreamTest, GivesTheNewestFrameToACallerWithoutOne) {
   publish(1);
   publish(2);
   const VideoFrame frame = get(0);
@@ -79,7 +79,7 @@ TEST_F(VideoStreamTest, DescribesThePlanes) {
   }
 }
 
-TEST_F(VideoStreamTest, HasNoUpdateForWhoeverHasTheNewestFrame) {
+TEST_F(VideoStreamTest, HasNoUpdateForACallerWithTheNewestFrame) {
   publish(7);
   expectNothing(get(7), false, 7);
   EXPECT_FALSE(get(6).noUpdate);
@@ -92,7 +92,7 @@ TEST_F(VideoStreamTest, ComparesTheLow32BitsOfTheIdentifier) {
   EXPECT_EQ(get(6).frameId, 0x500000007U);
 }
 
-TEST_F(VideoStreamTest, AsksToClearThePictureWhileItShowsNothing) {
+TEST_F(VideoStreamTest, SetsClearFrameWhileItHasNoPicture) {
   publish(1);
   stream_->clear();
   expectNothing(get(0), true, 0);
@@ -102,7 +102,7 @@ TEST_F(VideoStreamTest, AsksToClearThePictureWhileItShowsNothing) {
   expectNothing(get(2), false, 2);
 }
 
-TEST_F(VideoStreamTest, ShowsNothingWhileItsCaptureIsDisabled) {
+TEST_F(VideoStreamTest, HasNoFramesWhileItsCaptureIsDisabled) {
   publish(1);
   stream_->DisableFrameCapture();
   publish(2);
@@ -113,7 +113,7 @@ TEST_F(VideoStreamTest, ShowsNothingWhileItsCaptureIsDisabled) {
   EXPECT_EQ(get(0).frameId, 3U);
 }
 
-TEST_F(VideoStreamTest, ShowsNothingOnceItIsOver) {
+TEST_F(VideoStreamTest, HasNoFramesOnceItHasEnded) {
   publish(1);
   stream_->end();
   publish(2);
@@ -132,7 +132,7 @@ TEST_F(VideoStreamTest, KeepsAFrameIntactForAsLongAsItIsHeld) {
   EXPECT_EQ(held.frame->frameValueA(), 1U);
 }
 
-TEST(StreamTable, FindsWhatWasAddedUntilItIsRemoved) {
+TEST(StreamTable, FindsAStreamUntilItIsRemoved) {
   StreamTable table;
   const auto log = std::make_shared<Log>("", "");
   EXPECT_EQ(table.find(remoteStream(3)), nullptr);

@@ -8,7 +8,7 @@
 namespace support {
 namespace {
 
-// The reason for which a clip of this content is refused; empty when it is not.
+// The reason why a clip of this content is refused; empty when it is accepted.
 std::string refusal(const std::string& content) {
   const TemporaryDirectory directory;
   try {
@@ -20,19 +20,19 @@ std::string refusal(const std::string& content) {
   return "";
 }
 
-TEST(Y4mHeader, TellsSizeAndRate) {
+TEST(Y4mHeader, HasSizeAndRate) {
   const Y4mHeader header = parseY4mHeader("YUV4MPEG2 W641 H361 F30000:1001 Ip A1:1 C420jpeg XA=B");
   EXPECT_EQ(header.size, (Size{641, 361}));
   EXPECT_EQ(header.rate, (FrameRate{30000, 1001}));
 }
 
-TEST(Y4mHeader, MayLeaveRateAndColourSpaceOut) {
+TEST(Y4mHeader, MayOmitRateAndColourSpace) {
   for (const auto* const line : {"YUV4MPEG2 W2 H3", "YUV4MPEG2  W2  H3 F0:0 "}) {
     EXPECT_EQ(parseY4mHeader(line).rate, (FrameRate{30, 1})) << line;
   }
 }
 
-TEST(Y4mHeader, TakesEveryEightBit420) {
+TEST(Y4mHeader, AcceptsEveryEightBit420ColourSpace) {
   for (const std::string space : {"C420", "C420jpeg", "C420paldv", "C420mpeg2"}) {
     EXPECT_EQ(parseY4mHeader("YUV4MPEG2 W2 H2 " + space).size, (Size{2, 2})) << space;
   }
@@ -96,7 +96,7 @@ TEST(Y4mClip, ReadsFramesByteForByte) {
   EXPECT_EQ(picture, "\n\n\n\n\n\n\n");
 }
 
-TEST(Y4mClip, OfABadContentIsRefused) {
+TEST(Y4mClip, IsRefusedForInvalidContent) {
   EXPECT_EQ(refusal(""), "the clip is not a YUV4MPEG2 file");
   EXPECT_EQ(refusal("YUV4MPEG2 W1 H1"), "the clip is not a YUV4MPEG2 file");
   EXPECT_EQ(refusal("YUV4MPEG2 X" + std::string(2000, 'x') + " W1 H1\nFRAME\nabc"),
@@ -109,13 +109,13 @@ TEST(Y4mClip, OfABadContentIsRefused) {
   EXPECT_EQ(refusal("YUV4MPEG2 W1 H1\nabc"), "the clip has a malformed frame");
 }
 
-TEST(Y4mClip, OfTooManyFramesIsRefused) {
+TEST(Y4mClip, IsRefusedForTooManyFrames) {
   std::string content = "YUV4MPEG2 W1 H1\n";
   for (int i = 0; i <= 100'000; ++i) content += "FRAME\nabc";
   EXPECT_EQ(refusal(content), "the clip has too many frames");
 }
 
-TEST(Y4mClip, ThatIsNoFileIsRefusedAtOnce) {
+TEST(Y4mClip, IsRefusedAtOnceWhenItIsNotAFile) {
   const TemporaryDirectory directory;
   const std::string pipe = directory.path() / "pipe";
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
@@ -130,7 +130,7 @@ TEST(Y4mClip, ThatIsNoFileIsRefusedAtOnce) {
   }
 }
 
-TEST(Y4mClip, ThatIsCutShortWhileItPlaysHasNoMoreFrames) {
+TEST(Y4mClip, HasNoMoreFramesWhenItIsTruncatedWhilePlaying) {
   const TemporaryDirectory directory;
   const std::string path = directory.write("clip.y4m", "YUV4MPEG2 W1 H1\nFRAME\nabc");
   const Y4mClip clip(path);

@@ -32,12 +32,12 @@ TEST(CallUri, NamesAServerAndARoom) {
   EXPECT_EQ(target.microphone.kind, MicrophoneSource::Kind::kDevice);
 }
 
-TEST(CallUri, TakesSecureServersAndIpv6Addresses) {
+TEST(CallUri, AcceptsSecureServersAndIpv6Addresses) {
   EXPECT_EQ(parseCallUri("janus+wss://sfu.example?room=a").url, "wss://sfu.example");
   EXPECT_EQ(parseCallUri("janus+ws://[2001:db8::1]:80/?room=a").url, "ws://[2001:db8::1]:80/");
 }
 
-TEST(CallUri, ValuesMayHoldAnyByte) {
+TEST(CallUri, AcceptsAnyByteInAValue) {
   const CallTarget target =
       parseCallUri("janus+ws://h/?room=a%26b&pin=%3F%25&token=t&authority=%2Fa%20b.pem");
   EXPECT_EQ(target.room, "a&b");
@@ -46,7 +46,7 @@ TEST(CallUri, ValuesMayHoldAnyByte) {
   EXPECT_EQ(target.authorityFile, "/a b.pem");
 }
 
-TEST(CallUri, PutsACardOrAClipInThePlaceOfACamera) {
+TEST(CallUri, ReplacesTheCameraByACardOrAClip) {
   const auto camera = [](const std::string& value) {
     return parseCallUri("janus+ws://h/?room=r&camera=" + value).camera;
   };
@@ -55,13 +55,13 @@ TEST(CallUri, PutsACardOrAClipInThePlaceOfACamera) {
   EXPECT_EQ(camera("a/b.y4m"), (CameraSource{CameraSource::Kind::kClip, 0, "a/b.y4m"}));
 }
 
-TEST(CallUri, PutsAToneInThePlaceOfAMicrophone) {
+TEST(CallUri, ReplacesTheMicrophoneByATone) {
   const auto microphone = parseCallUri("janus+ws://h/?room=r&microphone=tone:440").microphone;
   EXPECT_EQ(microphone.kind, MicrophoneSource::Kind::kTone);
   EXPECT_EQ(microphone.hertz, 440U);
 }
 
-TEST(CallUri, RefusesWhatItDoesNotUnderstand) {
+TEST(CallUri, RefusesInvalidUris) {
   const std::string server = "janus+ws://h/?room=r&";
   const std::vector<std::pair<std::string, std::string>> refused = {
       {"", "the uri's scheme is neither janus+ws nor janus+wss"},
@@ -90,7 +90,7 @@ TEST(CallUri, RefusesWhatItDoesNotUnderstand) {
   for (const auto& [uri, reason] : refused) EXPECT_EQ(refusalOf(uri), reason) << uri;
 }
 
-TEST(CallUri, ReasonsHoldNoSecrets) {
+TEST(CallUri, ContainsNoSecretsInItsReasons) {
   EXPECT_EQ(refusalOf("janus+ws://h/?room=r&pin=secret%"), "bad value: pin");
   EXPECT_EQ(refusalOf("janus+ws://h/?room=r&token=secret%zz"), "bad value: token");
   EXPECT_EQ(refusalOf("janus+ws://h/?room=r&pin=secret&pin=other"), "parameter given twice: pin");

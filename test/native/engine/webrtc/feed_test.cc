@@ -7,7 +7,7 @@
 namespace webrtc {
 namespace {
 
-TEST(Feed, TellsWhoSendsWhat) {
+TEST(Feed, DescribesTheMediaOfAPublisher) {
   const auto feed = parseFeed(Json::parse(R"({
     "id": "p1", "display": "Ada",
     "streams": [
@@ -22,7 +22,7 @@ TEST(Feed, TellsWhoSendsWhat) {
   EXPECT_FALSE(feed->isAudioMuted);
 }
 
-TEST(Feed, WhoTellsNothingOfItselfIsNotMuted) {
+TEST(Feed, IsNotMutedWithoutAMuteState) {
   const auto feed = parseFeed(Json::parse(
       R"({"id": 7, "streams": [{"type": "video", "description": "my camera"}, {}, 5, null]})"));
   ASSERT_TRUE(feed);
@@ -32,13 +32,13 @@ TEST(Feed, WhoTellsNothingOfItselfIsNotMuted) {
   EXPECT_FALSE(feed->isVideoMuted);
 }
 
-TEST(Feed, WhoHasNoIdentifierIsNobody) {
+TEST(Feed, IsInvalidWithoutAnIdentifier) {
   for (const char* const text : {"null", "5", "{}", R"({"id": null})", R"({"id": [1]})"}) {
     EXPECT_FALSE(parseFeed(Json::parse(text))) << text;
   }
 }
 
-TEST(Feed, TheSsrcIsThatOfTheVideo) {
+TEST(Feed, HasTheSsrcOfTheVideo) {
   const std::string audio = "v=0\r\nm=audio 9 UDP/TLS/RTP/SAVPF 111\r\na=ssrc:11 cname:janus\r\n";
   const std::string video =
       "m=video 9 UDP/TLS/RTP/SAVPF 96\r\na=mid:1\r\na=ssrc:22 cname:janus\r\n";

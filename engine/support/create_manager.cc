@@ -1,7 +1,6 @@
-// What the engine library exports.
+// What an engine library exports. Compiled into each engine's library, which defines makeEngine().
 
 #include "engine/support/engine_manager.h"
-#include "engine/webrtc/webrtc_engine.h"
 
 namespace {
 
@@ -14,16 +13,14 @@ const std::shared_ptr<support::FramePool>& processPool() {
   return pool;
 }
 
-std::unique_ptr<support::Engine> makeEngine(support::EngineContext& context) {
-  return std::make_unique<webrtc::WebrtcEngine>(context, processPool());
-}
-
 }  // namespace
 
 namespace TSLM {
 
 TSLMManager* TSLMManager::CreateTSLMManager(const tsl::CreateParams& params) {
-  return new support::EngineManager(params, support::realClock(), makeEngine);
+  return new support::EngineManager(
+      params, support::realClock(),
+      [](support::EngineContext& context) { return support::makeEngine(context, processPool()); });
 }
 
 void TSLMManager::DestroyTSLMManager() { processPool()->trim(); }

@@ -1,0 +1,171 @@
+// Who is in a room of a real SFU, as its members are told, and what they ask to receive.
+
+import assert from 'node:assert/strict';
+import { randomFillSync } from 'node:crypto';
+import { writeFileSync } from 'node:fs';
+import path from 'node:path';
+import { test } from 'node:test';
+
+import { startMonitoredServer } from '../../support/janus_monitor.mjs';
+import { SoundServer, shareOf } from '../../support/sound_server.mjs';
+import { LOCAL, remote } from '../../support/streams.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { openMember, startServer } from '../../support/webrtc_room.mjs';
+
+const ROOMS = { rooms: { meeting: {} } };
+const TONE = 440;
+const EVERYTHING = {
+  ...{ contentStreamEnabled: true, incomingAudioEnabled: true, incomingVideoEnabled: true },
+  ...{ outgoingAudioMuted: false, outgoingVideoMuted: false },
+};
+
+// A member of the room that is called `name`; its camera shows a card with this detail.
+async function join(t, server, name, { detail, microphone, environment, ...overrides }) {
+  const member = await openMember(t, { environment });
+  const uri = server.uri('meeting', {
+    camera: `card:${detail}`,
+    ...(microphone && { microphone }),
+  });
+  const answer = await member.does('join', uri, { endpointName: name, ...overrides });
+  assert.deepEqual(answer, { connected: true });
+  return member;
+}
+
+test('members know of one another who they are, what they mute and whether they speak', async (t) => {
+  const server = await startServer(t, ROOMS);
+  const ada = await join(t, server, 'Ada', {
+    ...{ detail: 1, microphone: `tone:${TONE}`, meetingGuid: 'guid of Ada' },
+  });
+  const zoe = await join(t, server, 'Zoë', {
+    ...{ detail: 2, mediaStreamState: { ...EVERYTHING, outgoingAudioMuted: true } },
+  });
+  const speaking = { audioMuted: false, speaking: true, presenting: false };
+  const person = await zoe.does('knows', 'Ada', { ...speaking, videoMuted: false });
+  const { csrc } = await zoe.does('picture', remote(0));
+  assert.deepEqual([person.stream, person.csrc, person.guid], [remote(0), csrc, 'guid of Ada']);
+  const self = await ada.does('knows', 'Ada', speaking);
+  assert.deepEqual([self.stream, self.guid], [LOCAL, 'guid of Ada']);
+  await ada.does('knows', 'Zoë', { audioMuted: true, videoMuted: false, speaking: false });
+
+  await ada.does('call', 'muteLocalAudio', true);
+  const silent = { audioMuted: true, speaking: false };
+  await Promise.all([ada, zoe].map((member) => member.does('knows', 'Ada', silent)));
+  await ada.does('call', 'muteLocalAudio', false);
+  await Promise.all([ada, zoe].map((member) => member.does('knows', 'Ada', speaking)));
+});
+
+test('who joins with a muted camera is told so, and shows nothing until it is not', async (t) => {
+  const server = await startServer(t, ROOMS);
+  const zoe = await join(t, server, 'Zoë', { detail: 2 });
+  const ada = await join(t, server, 'Ada', {
+    ...{ detail: 1, mediaStreamState: { ...EVERYTHING, outgoingVideoMuted: true } },
+  });
+  await zoe.does('knows', 'Ada', { videoMuted: true });
+  await zoe.does('seen', 'streamAdded', remote(0));
+  // Pictures of a second.
+  await ada.does('pictures', remote(0), 30);
+  assert.equal(await zoe.does('hasPicture', remote(0)), false);
+
+  await ada.does('call', 'updateMediaStreamState', EVERYTHING);
+  const { card } = await zoe.does('picture', remote(0));
+  assert.equal(card?.detail, 1);
+});
+
+// Settles when no more bytes of Ada's come to `zoe` while she shows pictures for a second.
+async function standsStill(monitor, medium, zoe) {
+  for (let before; ;) {
+    const { bytes } = await monitor.passedOn('Ada', medium);
+    if (bytes === before) return;
+    before = bytes;
+    await zoe.does('pictures', LOCAL, 30);
+  }
+}
+
+test('video that is not to be received is not sent to us, and begins with a whole picture', async (t) => {
+  const { server, monitor } = await startMonitoredServer(t, ROOMS);
+  await join(t, server, 'Ada', { detail: 1, microphone: `tone:${TONE}` });
+  const zoe = await join(t, server, 'Zoë', { detail: 2 });
+  const { csrc } = await zoe.does('picture', remote(0));
+
+  for (let time = 0; time < 3; time++) {
+    await zoe.does('forget');
+    const without = { ...EVERYTHING, incomingVideoEnabled: false };
+    await zoe.does('call', 'updateMediaStreamState', without);
+    await zoe.does('cleared', remote(0));
+    await zoe.does('seen', 'streamUpdated', { ...remote(0), csrc });
+    const heard = await monitor.passedOn('Ada', 'audio');
+    await standsStill(monitor, 'video', zoe);
+    const heardThen = await monitor.passedOn('Ada', 'audio');
+    assert.ok(heardThen.bytes > heard.bytes, 'audio still comes');
+
+    await zoe.does('call', 'updateMediaStreamState', EVERYTHING);
+    const pictures = await zoe.does('pictures', remote(0), 10);
+    assert.deepEqual(
+      pictures.map(({ card }) => card?.detail),
+      Array(10).fill(1),
+    );
+  }
+});
+
+test('who joins without video and audio receives none until it asks for them', async (t) => {
+  const { server, monitor } = await startMonitoredServer(t, ROOMS);
+  const speaker = await SoundServer.start(t);
+  await join(t, server, 'Ada', { detail: 1, microphone: `tone:${TONE}` });
+  const nothing = { ...EVERYTHING, incomingVideoEnabled: false, incomingAudioEnabled: false };
+  const zoe = await join(t, server, 'Zoë', {
+    ...{ detail: 2, environment: speaker.environment, mediaStreamState: nothing },
+  });
+  await zoe.does('knows', 'Ada', { speaking: false, videoMuted: false });
+  for (const medium of ['audio', 'video']) {
+    await standsStill(monitor, medium, zoe);
+    assert.equal((await monitor.passedOn('Ada', medium)).bytes, 0);
+  }
+  assert.equal(await zoe.does('hasPicture', remote(0)), false);
+
+  await zoe.does('call', 'updateMediaStreamState', EVERYTHING);
+  const { card } = await zoe.does('picture', remote(0));
+  assert.equal(card?.detail, 1);
+  await speaker.hears(t, (samples) => shareOf(TONE, samples) > 0.9);
+  await zoe.does('knows', 'Ada', { speaking: true });
+
+  const silent = { ...EVERYTHING, incomingAudioEnabled: false };
+  await zoe.does('call', 'updateMediaStreamState', silent);
+  await standsStill(monitor, 'audio', zoe);
+  await speaker.hears(t, (samples) => samples.every((sample) => sample === 0));
+  await zoe.does('knows', 'Ada', { speaking: false, audioMuted: false });
+  await zoe.does('pictures', remote(0), 10);
+});
+
+// A clip that cannot be compressed well.
+function writeNoise(file, { width, height, frames }) {
+  const frame = Buffer.alloc((width * height * 3) / 2);
+  const pieces = [Buffer.from(`YUV4MPEG2 W${width} H${height} F30:1 C420\n`)];
+  for (let number = 0; number < frames; number++) {
+    const noise = randomFillSync(frame).map((byte) => 64 + (byte & 127));
+    pieces.push(Buffer.from('FRAME\n'), noise);
+  }
+  writeFileSync(file, Buffer.concat(pieces));
+}
+
+test('video keeps to the bandwidth of the call', async (t) => {
+  const { server, monitor } = await startMonitoredServer(t, ROOMS);
+  const camera = path.join(temporaryDirectory(t), 'noise.y4m');
+  writeNoise(camera, { width: 320, height: 180, frames: 10 });
+  // What the server receives in three seconds, in bits per second.
+  const rateOf = async (name, maxBandwidth) => {
+    const member = await openMember(t, { capture: { width: 320, height: 180, maxFPS: 30 } });
+    const uri = server.uri('meeting', { camera });
+    await member.does('join', uri, { endpointName: name, maxBandwidth });
+    // The encoder has a second to find its rate.
+    await member.does('pictures', LOCAL, 30);
+    const before = await monitor.received(name, 'video');
+    await member.does('pictures', LOCAL, 90);
+    const after = await monitor.received(name, 'video');
+    await member.does('leave');
+    return (8 * (after.bytes - before.bytes)) / (after.seconds - before.seconds);
+  };
+  const limit = 160_000;
+  const [narrow, wide] = [await rateOf('narrow', limit), await rateOf('wide', 0)];
+  assert.ok(narrow < 1.25 * limit, `${narrow} bits per second`);
+  assert.ok(wide > 2 * narrow, `${wide} bits per second without a limit, ${narrow} with one`);
+});

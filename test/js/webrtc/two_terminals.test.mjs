@@ -1,0 +1,51 @@
+// The meeting application twice in a room of a real SFU, each with its page in a browser.
+
+import assert from 'node:assert/strict';
+import { before, test } from 'node:test';
+
+import { openBrowser } from '../../support/meeting_app/browser.mjs';
+import { startMeetingApp } from '../../support/meeting_app/meeting_app.mjs';
+import { cardIn, openPage, tile } from '../../support/meeting_app/meeting_page.mjs';
+import { startServer } from '../../support/webrtc_room.mjs';
+
+// The uri alone chooses the engine: the package looks for its own build of the addon.
+const ENVIRONMENT = { TESSEL_WRAPPER_ADDON: undefined, PULSE_SERVER: 'unix:/nowhere' };
+
+let browser;
+before(async (t) => {
+  browser = await openBrowser(t);
+});
+
+async function openApp(t, server, name, detail) {
+  const uri = server.uri('meeting', { camera: `card:${detail}`, microphone: `tone:440` });
+  const options = ['--name', name];
+  const app = await startMeetingApp(t, uri, { options, environment: ENVIRONMENT });
+  return { ...app, ...(await openPage(t, browser, app.address)) };
+}
+
+test('two people at two terminals see each other, by name', async (t) => {
+  const server = await startServer(t, { rooms: { meeting: {} } });
+  const ada = await openApp(t, server, 'Ada', 11);
+  const zoe = await openApp(t, server, 'Zoë', 22);
+  for (const [{ page }, own, other, name] of [
+    [ada, 11, 22, 'Zoë'],
+    [zoe, 22, 11, 'Ada'],
+  ]) {
+    const shown = await cardIn(page, 'remote-0');
+    assert.equal(shown.detail, other);
+    await cardIn(page, 'remote-0', ({ number }) => number > shown.number);
+    assert.equal((await cardIn(page, 'local-0')).detail, own);
+    await tile(page, 'remote-0').locator('.label b').filter({ hasText: name }).waitFor();
+    await page.locator('.tile.speaking[data-stream="remote-0"]').waitFor();
+    assert.equal(await page.locator('#call').textContent(), 'You and 1 other');
+    assert.equal(await page.locator('#devices-menu').isDisabled(), true);
+  }
+
+  await ada.page.click('#mute');
+  await zoe.page.locator('.tile:not(.speaking)[data-stream="remote-0"]').waitFor();
+  await ada.page.click('#camera-switch');
+  await zoe.page.locator('.tile:not(.live)[data-stream="remote-0"]').waitFor();
+  await ada.page.click('#leave-call');
+  await tile(zoe.page, 'remote-0').waitFor({ state: 'detached' });
+  assert.deepEqual([...ada.errors, ...zoe.errors], []);
+});

@@ -100,6 +100,7 @@ need_webrtc() {
   need gstreamer1.0-plugins-bad has_plugin webrtc
   need gstreamer1.0-nice has_plugin nice
   need gstreamer1.0-pulseaudio has_plugin pulseaudio
+  need gstreamer1.0-pipewire has_plugin pipewire
   if packages_janus; then need janus has_command janus; fi
 }
 
@@ -140,6 +141,9 @@ missing_packages() {
         need coturn has_command turnserver
         need pulseaudio has_command pulseaudio
         need pulseaudio-utils has_command parec
+        need pipewire-bin has_command pw-cli
+        need wireplumber has_command wireplumber
+        need dbus-daemon has_command dbus-run-session
       fi
       ;;
     valgrind) need valgrind has_command valgrind ;;

@@ -3,33 +3,33 @@
 // drawn, and the room's commands.
 
 import { FrameLane } from './frame_lane.mjs';
-import { SpeakingTube } from './speaking_tube.mjs';
+import { StateSender } from './state_sender.mjs';
 import { streamNamed } from './stream_names.mjs';
 
 export class PageSession {
   #socket;
   #room;
-  #tube;
+  #sender;
   #feeds = new Map(); // { lane, stopping } by the stream's name
   #listeners;
 
   constructor(socket, room) {
     this.#socket = socket;
     this.#room = room;
-    this.#tube = new SpeakingTube(socket);
+    this.#sender = new StateSender(socket);
     this.#listeners = {
-      change: () => this.#tube.say({ state: room.state }),
-      levels: (levels) => this.#tube.say({ levels }),
-      statistics: (statistics) => this.#tube.say({ statistics }),
-      log: (entry) => this.#tube.sayLog([entry]),
+      change: () => this.#sender.say({ state: room.state }),
+      levels: (levels) => this.#sender.say({ levels }),
+      statistics: (statistics) => this.#sender.say({ statistics }),
+      log: (entry) => this.#sender.sayLog([entry]),
     };
     for (const [event, listener] of Object.entries(this.#listeners)) room.on(event, listener);
     socket.on('error', () => socket.terminate());
     socket.on('close', () => this.#close());
     socket.on('message', (data) => this.#obey(data));
 
-    this.#tube.say({ state: room.state, levels: room.levels, history: room.statistics });
-    this.#tube.sayLog(room.log);
+    this.#sender.say({ state: room.state, levels: room.levels, history: room.statistics });
+    this.#sender.sayLog(room.log);
   }
 
   // The number of sent frames of each stream, by its name.
@@ -39,7 +39,7 @@ export class PageSession {
   }
 
   get messagesSent() {
-    return this.#tube.messagesSent;
+    return this.#sender.messagesSent;
   }
 
   // Ends the session because `reason`, which the page shows.
@@ -49,14 +49,15 @@ export class PageSession {
 
   async #obey(data) {
     try {
-      const { type, ...wish } = JSON.parse(data);
+      const { type, ...request } = JSON.parse(data);
       if (type === 'drawn') {
-        for (const name of wish.streams) this.#feeds.get(name)?.lane.drawn();
+        for (const name of request.streams) this.#feeds.get(name)?.lane.drawn();
         return;
       }
-      if (!Object.hasOwn(this.#room.commands, type)) throw new TypeError(`unknown wish: ${type}`);
-      await this.#room.commands[type](wish);
-      if (type === 'layout') this.#feed(wish.tiles.map(({ stream }) => stream));
+      if (!Object.hasOwn(this.#room.commands, type))
+        throw new TypeError(`unknown request: ${type}`);
+      await this.#room.commands[type](request);
+      if (type === 'layout') this.#feed(request.tiles.map(({ stream }) => stream));
     } catch (error) {
       this.#room.note('error', { message: error.message });
     }

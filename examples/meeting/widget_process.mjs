@@ -47,7 +47,7 @@ function serve(socket, widget) {
       if (!lane) show(stream);
       tell({ type: 'shown', stream, height: Number(height) || 0 });
     } else {
-      throw new TypeError(`unknown wish: ${type} ${stream}`);
+      throw new TypeError(`unknown request: ${type} ${stream}`);
     }
   };
 

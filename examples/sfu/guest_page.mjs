@@ -9,7 +9,7 @@ const FILES = new Map(
     ['/', 'guest.html', 'text/html'],
     ['/guest.mjs', 'guest.mjs', 'text/javascript'],
     ['/room_guest.mjs', 'room_guest.mjs', 'text/javascript'],
-    ['/stand_in_camera.mjs', 'stand_in_camera.mjs', 'text/javascript'],
+    ['/synthetic_sources.mjs', 'synthetic_sources.mjs', 'text/javascript'],
   ].map(([route, name, type]) => [
     route,
     { type, content: readFileSync(new URL(`./guest/${name}`, import.meta.url)) },

@@ -24,9 +24,9 @@ export class Connection extends EventTarget {
     this.#open();
   }
 
-  send(type, wish = {}) {
+  send(type, request = {}) {
     if (this.#socket.readyState === WebSocket.OPEN) {
-      this.#socket.send(JSON.stringify({ type, ...wish }));
+      this.#socket.send(JSON.stringify({ type, ...request }));
     }
   }
 

@@ -2,7 +2,7 @@
 // &name=...
 
 import { joinRoom } from './room_guest.mjs';
-import { standInCamera, standInMicrophone } from './stand_in_camera.mjs';
+import { syntheticCamera, syntheticMicrophone } from './synthetic_sources.mjs';
 
 const status = document.querySelector('#status');
 const people = document.querySelector('#people');
@@ -17,8 +17,8 @@ async function ownTracks() {
   const missing = [!camera && 'camera', !microphone && 'microphone'].filter(Boolean);
   return {
     tracks: [
-      camera?.getVideoTracks()[0] ?? standInCamera(),
-      microphone?.getAudioTracks()[0] ?? standInMicrophone(),
+      camera?.getVideoTracks()[0] ?? syntheticCamera(),
+      microphone?.getAudioTracks()[0] ?? syntheticMicrophone(),
     ],
     note: missing.length > 0 ? ` Without ${missing.join(' and ')}: something stands in.` : '',
   };

@@ -103,14 +103,14 @@ test('a picture that cannot be drawn is reported, and delays no other tile', asy
 
 test('the frame of a removed tile is not waited for', async (t) => {
   const sent = await inPage(t, ({ Stage, picture }) => {
-    const wishes = [];
+    const requests = [];
     const connection = new EventTarget();
-    connection.send = (...wish) => wishes.push(wish);
+    connection.send = (...request) => requests.push(request);
     const root = document.body.appendChild(document.createElement('main'));
     new Stage(root, connection);
     const detail = { name: 'remote-0', frame: picture };
     connection.dispatchEvent(new CustomEvent('frame', { detail }));
-    return wishes;
+    return requests;
   });
   assert.deepEqual(sent, [['drawn', { streams: ['remote-0'] }]]);
 });

@@ -9,7 +9,7 @@ import { FrameLane } from '../../../examples/meeting/frame_lane.mjs';
 import { decodeFrame } from '../../../examples/meeting/frame_message.mjs';
 import { PageServer } from '../../../examples/meeting/page_server.mjs';
 import { PageSession } from '../../../examples/meeting/page_session.mjs';
-import { SpeakingTube } from '../../../examples/meeting/speaking_tube.mjs';
+import { StateSender } from '../../../examples/meeting/state_sender.mjs';
 import { readCard } from '../../support/card_code.mjs';
 import { openRoom } from '../../support/meeting_app/open_room.mjs';
 import { remote } from '../../support/streams.mjs';
@@ -114,21 +114,21 @@ test('all frames of a stream use one buffer, until a larger one is needed', () =
 
 test('unsent state messages are replaced by newer ones', () => {
   const socket = new SlowSocket();
-  const tube = new SpeakingTube(socket);
-  for (let level = 0; level < 1000; level++) tube.say({ level, other: 'x' });
+  const sender = new StateSender(socket);
+  for (let level = 0; level < 1000; level++) sender.say({ level, other: 'x' });
   assert.deepEqual(socket.sent.map(JSON.parse), [{ level: 0, other: 'x' }]);
   socket.finish();
   assert.deepEqual(JSON.parse(socket.sent[1]), { level: 999, other: 'x' });
   socket.finish();
   assert.equal(socket.sent.length, 2);
-  assert.equal(tube.messagesSent, 2);
+  assert.equal(sender.messagesSent, 2);
 });
 
 test('unsent log entries are collected, at most the last 200', () => {
   const socket = new SlowSocket();
-  const tube = new SpeakingTube(socket);
-  tube.say({ state: 1 });
-  for (let number = 1; number <= 1000; number++) tube.sayLog([{ number }]);
+  const sender = new StateSender(socket);
+  sender.say({ state: 1 });
+  for (let number = 1; number <= 1000; number++) sender.sayLog([{ number }]);
   socket.finish();
   const { log } = JSON.parse(socket.sent[1]);
   assert.deepEqual([log.length, log[0].number, log.at(-1).number], [200, 801, 1000]);
@@ -136,9 +136,9 @@ test('unsent log entries are collected, at most the last 200', () => {
 
 test('nothing more is sent to a broken socket', () => {
   const socket = new SlowSocket();
-  const tube = new SpeakingTube(socket);
-  tube.say({ level: 1 });
-  tube.say({ level: 2 });
+  const sender = new StateSender(socket);
+  sender.say({ level: 1 });
+  sender.say({ level: 2 });
   socket.finish(new Error('gone'));
   assert.equal(socket.sent.length, 1);
 });
@@ -242,7 +242,7 @@ test('a stream that is removed and added again is sent again without a new layou
 
 for (const [what, text, message] of [
   ['is no JSON', '{', /JSON/],
-  ['has an unknown type', '{"type":"constructor"}', /^unknown wish: constructor$/],
+  ['has an unknown type', '{"type":"constructor"}', /^unknown request: constructor$/],
   ['has a value of the wrong type', '{"type":"muteAudio","muted":1}', /expected Boolean$/],
   ['names no stream', '{"type":"layout","tiles":[{"stream":"x"}]}', /^no such tile: x/],
   ['chooses no device', '{"type":"device","kind":"toString","id":"x"}', /^no such device/],

@@ -45,7 +45,7 @@ function openWindow({ room }) {
   const { origin, host, pathname } = new URL(room.state.widget.address);
   const window = new WebSocket(`ws://${host}${pathname}socket`, { origin });
   window.binaryType = 'arraybuffer';
-  const say = (type, wish) => window.send(JSON.stringify({ type, ...wish }));
+  const say = (type, request) => window.send(JSON.stringify({ type, ...request }));
   window.on('open', () => say('show', { stream: NAME, height: 90 }));
   window.on('message', (data) => {
     window.emit('frame', decodeFrame(data).frame);

@@ -5,7 +5,7 @@ const HEIGHT = 360;
 const FRAMES_PER_SECOND = 30;
 
 // A moving picture with a text that it replaces a camera.
-export function standInCamera() {
+export function syntheticCamera() {
   const canvas = Object.assign(document.createElement('canvas'), { width: WIDTH, height: HEIGHT });
   const context = canvas.getContext('2d');
   let count = 0;
@@ -21,7 +21,7 @@ export function standInCamera() {
 }
 
 // Silence.
-export function standInMicrophone() {
+export function syntheticMicrophone() {
   const audio = new AudioContext();
   return audio.createMediaStreamDestination().stream.getAudioTracks()[0];
 }

@@ -4,10 +4,10 @@
 // Log entries that wait for a slow page; older ones are dropped.
 const MOST_LOG_ENTRIES = 200;
 
-export class SpeakingTube {
+export class StateSender {
   #socket;
   #words = {}; // what the next message says
-  #isTalking = false;
+  #isSending = false;
   messagesSent = 0;
 
   constructor(socket) {
@@ -26,13 +26,13 @@ export class SpeakingTube {
   }
 
   #talk() {
-    if (this.#isTalking || Object.keys(this.#words).length === 0) return;
+    if (this.#isSending || Object.keys(this.#words).length === 0) return;
     const text = JSON.stringify(this.#words);
     this.#words = {};
-    this.#isTalking = true;
+    this.#isSending = true;
     this.messagesSent += 1;
     this.#socket.send(text, (error) => {
-      this.#isTalking = false;
+      this.#isSending = false;
       if (!error) this.#talk();
     });
   }

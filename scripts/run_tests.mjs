@@ -218,6 +218,11 @@ function addSanitizerReports() {
 }
 
 const { forEveryProcess, forNode } = sanitizerEnvironment(preset, reports);
+// The first process that uses GStreamer after a change of its plugins has them all loaded by a
+// program of its own. That would be into the sanitizer's runtime, if node were the first.
+if (withMeetings && isSanitizer(preset)) {
+  spawnSync(path.join(build, 'webrtc', 'examine_webrtc_engine'), { stdio: 'ignore' });
+}
 if (withNative) runNativeTests({ ...process.env, ...forEveryProcess });
 await runTestFiles({ ...process.env, ...forEveryProcess, ...forNode, TESSEL_BUILD: build });
 addSanitizerReports();

@@ -105,17 +105,9 @@ std::vector<ObjectPtr<GObject>> iceTransports(GstElement* webrtc) {
 
 // Returns when the thread that runs `context` has done what it does now.
 void waitForTurn(GMainContext* context) {
-  std::latch passed(1);
-  const SourcePtr source(g_idle_source_new());
-  g_source_set_callback(
-      source.get(),
-      [](gpointer data) -> gboolean {
-        static_cast<std::latch*>(data)->count_down();
-        return G_SOURCE_REMOVE;
-      },
-      &passed, nullptr);
-  g_source_attach(source.get(), context);
-  passed.wait();
+  const auto turn = std::make_shared<std::latch>(1);
+  runOn(context, [turn] { turn->count_down(); });
+  turn->wait();
 }
 
 // Stops what a webrtcbin leaves behind when it is stopped while it connects, with its pipeline in

@@ -138,9 +138,13 @@ missing_packages() {
       esac
       if [[ $preset == release ]]; then
         need coturn has_command turnserver
-        need pulseaudio has_command pulseaudio
-        need pulseaudio-utils has_command parec
       fi
+      case $preset in
+        release | asan | tsan)
+          need pulseaudio has_command pulseaudio
+          need pulseaudio-utils has_command parec
+          ;;
+      esac
       ;;
     valgrind) need valgrind has_command valgrind ;;
   esac

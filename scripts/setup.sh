@@ -100,6 +100,7 @@ need_webrtc() {
   need gstreamer1.0-plugins-bad has_plugin webrtc
   need gstreamer1.0-nice has_plugin nice
   need gstreamer1.0-pulseaudio has_plugin pulseaudio
+  need gstreamer1.0-pipewire has_plugin pipewire
   if packages_janus; then need janus has_command janus; fi
 }
 
@@ -117,7 +118,7 @@ missing_packages() {
     need libclang-rt-dev has_fuzzer_runtime
     need llvm has_command llvm-symbolizer
   fi
-  [[ $purpose == webrtc ]] && need_webrtc
+  [[ $purpose =~ ^(webrtc|lint)$ ]] && need_webrtc
   [[ $purpose =~ ^(start|install|webrtc|fuzz)$ ]] && return
   need libgtest-dev has_header gtest/gtest.h
   need libgmock-dev has_header gmock/gmock.h
@@ -138,6 +139,9 @@ missing_packages() {
       esac
       if [[ $preset == release ]]; then
         need coturn has_command turnserver
+        need pipewire-bin has_command pw-cli
+        need wireplumber has_command wireplumber
+        need dbus-daemon has_command dbus-run-session
       fi
       case $preset in
         release | asan | tsan)
@@ -232,7 +236,10 @@ configure() {
     options+=(-DTESSEL_BUILD_TESTS=OFF -DTESSEL_BUILD_BENCHMARKS=OFF)
   case $purpose in
     test | valgrind) options+=(-DTESSEL_BUILD_TESTS=ON) ;;
-    bench | lint) options+=(-DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCHMARKS=ON) ;;
+    bench) options+=(-DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCHMARKS=ON) ;;
+    lint)
+      options+=(-DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCHMARKS=ON -DTESSEL_BUILD_WEBRTC=ON)
+      ;;
     install)
       # One source file for each library and no debug information: a quarter of the compiler's time.
       options+=(-DTESSEL_WARNINGS_AS_ERRORS=OFF -DCMAKE_UNITY_BUILD=ON

@@ -1,17 +1,24 @@
 #include "engine/webrtc/audio_sender.h"
 
+#include <string>
+
+#include "engine/webrtc/sound_clip.h"
+
 namespace webrtc {
 namespace {
 
+// Late pieces are dropped rather than queued.
+constexpr const char* kSource =
+    "appsrc name=source is-live=true format=time max-time=200000000 leaky-type=downstream caps=";
 constexpr const char* kEncoding =
-    " ! audioconvert ! audioresample ! audio/x-raw,rate=48000 ! valve name=valve ! "
-    "level interval=200000000 ! "
+    " ! valve name=valve ! level interval=200000000 ! "
     "opusenc inband-fec=true packet-loss-percentage=5 dtx=true ! rtpopuspay";
 
 }  // namespace
 
-AudioSender::AudioSender(PeerConnection& connection, const std::string& microphone, bool isMuted) {
-  GstElement* const bin = makeBin(microphone + kEncoding);
+AudioSender::AudioSender(PeerConnection& connection, bool isMuted) {
+  GstElement* const bin = makeBin(std::string(kSource) + kVoiceFormat + kEncoding);
+  source_.reset(gst_bin_get_by_name(GST_BIN(bin), "source"));
   valve_.reset(gst_bin_get_by_name(GST_BIN(bin), "valve"));
   setMuted(isMuted);
   connection.addSender(bin,

@@ -1,30 +1,30 @@
-// The capturing, encoding and sending of the local audio.
+// The encoding and sending of the local audio.
 
 #ifndef ENGINE_WEBRTC_AUDIO_SENDER_H_
 #define ENGINE_WEBRTC_AUDIO_SENDER_H_
 
 #include <gst/gst.h>
 
-#include <string>
-
 #include "engine/webrtc/glib.h"
 #include "engine/webrtc/peer_connection.h"
 
 namespace webrtc {
 
-// Puts what a microphone hears as Opus into a connection. Owned by the publisher; belongs to the
+// Puts what a microphone captures as Opus into a connection. Owned by the publisher; belongs to the
 // engine's thread.
 class AudioSender {
  public:
-  // `microphone` describes the elements from which raw audio flows.
-  AudioSender(PeerConnection& connection, const std::string& microphone, bool isMuted);
+  AudioSender(PeerConnection& connection, bool isMuted);
   AudioSender(const AudioSender&) = delete;
   AudioSender& operator=(const AudioSender&) = delete;
 
   // Nothing is encoded or sent while muted.
   void setMuted(bool isMuted);
+  // An appsrc, into which the microphone's buffers go.
+  ObjectPtr<GstElement> source() const { return share(source_.get()); }
 
  private:
+  ObjectPtr<GstElement> source_;
   ObjectPtr<GstElement> valve_;
 };
 

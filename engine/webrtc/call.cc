@@ -82,7 +82,7 @@ IceOptions iceOptions(const tsl::ConnectParams& params) {
 }  // namespace
 
 Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
-           LocalVideo& localVideo, AudioDevices audioDevices, int id, CallTarget target,
+           LocalVideo& localVideo, Devices& devices, int id, CallTarget target,
            const tsl::ConnectParams& params, PeopleChanged peopleChanged)
     : context_(context),
       pool_(std::move(pool)),
@@ -91,7 +91,7 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
       target_(std::move(target)),
       params_(params),
       ice_(iceOptions(params)),
-      audioDevices_(std::move(audioDevices)),
+      devices_(devices),
       peopleChanged_(std::move(peopleChanged)),
       ownState_{.guid = params.meetingGuid,
                 .isAudioMuted = params.mediaStreamState.outgoingAudioMuted,
@@ -104,8 +104,8 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
 Call::~Call() { release(); }
 
 void Call::join() {
-  speaker_ = std::make_unique<Speaker>(speakerElements(audioDevices_.speaker));
-  speaker_->setMuted(isRemoteAudioMuted_);
+  audio_ = std::make_unique<CallAudio>(context_.loop, devices_, target_.microphone);
+  audio_->speaker().setMuted(isRemoteAudioMuted_);
   session_ = std::make_unique<JanusSession>(
       context_.loop, WebSocketTarget{target_.url, kProtocol, target_.authorityFile}, target_.token,
       JanusSession::Handlers{
@@ -191,11 +191,9 @@ void Call::publish() {
   state_ = State::kPublishing;
   publisher_ = std::make_unique<Publisher>(
       context_.loop, *handle_, ice_,
-      Publisher::Settings{
-          .videoSsrc = localVideo_.csrc(),
-          .mostBitsPerSecond = bitsPerSecond(params_.maxBandwidth),
-          .microphone = microphoneElements(target_.microphone, audioDevices_.microphone),
-          .state = ownState_},
+      Publisher::Settings{.videoSsrc = localVideo_.csrc(),
+                          .mostBitsPerSecond = bitsPerSecond(params_.maxBandwidth),
+                          .state = ownState_},
       Publisher::Handlers{
           .connected = [this] { joined(); },
           .refused =
@@ -209,6 +207,7 @@ void Call::publish() {
                 ownSpeech_.heard(level);
                 if (isJoined()) context_.notifier.notify(&INotifyCallback::NotifyMicLevel, level);
               }});
+  audio_->captureInto(publisher_->audioSource());
   publisher_->start();
   timer_.runAt(context_.loop.now() + kLongestSearch, [this] { timeOut(); });
 }
@@ -267,8 +266,9 @@ void Call::addFeeds(const Json& data) {
     if (participant) {
       participant->update(*feed);
     } else if (const auto index = freeIndex()) {
-      participant = std::make_unique<Participant>(context_, pool_, *session_, *speaker_, ice_,
-                                                  room_, *feed, *index, incoming_, peopleChanged_);
+      participant =
+          std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(), ice_, room_,
+                                        *feed, *index, incoming_, peopleChanged_);
       if (isJoined()) participant->announce();
     } else {
       participants_.erase(feed->key());
@@ -294,9 +294,13 @@ std::optional<int> Call::freeIndex() const {
   return index;
 }
 
+void Call::deviceChanged(DeviceType type) {
+  if (audio_) audio_->deviceChanged(type);
+}
+
 void Call::setRemoteAudioMuted(bool isMuted) {
   isRemoteAudioMuted_ = isMuted;
-  if (speaker_) speaker_->setMuted(isMuted);
+  if (audio_) audio_->speaker().setMuted(isMuted);
 }
 
 void Call::setIncoming(Incoming incoming) {
@@ -350,7 +354,7 @@ void Call::release() {
   publisher_.reset();
   handle_.reset();
   session_.reset();
-  speaker_.reset();
+  audio_.reset();
 }
 
 }  // namespace webrtc

@@ -13,8 +13,8 @@
 #include "engine/support/engine.h"
 #include "engine/support/roster.h"
 #include "engine/support/task_loop.h"
-#include "engine/webrtc/audio_devices.h"
 #include "engine/webrtc/audio_level.h"
+#include "engine/webrtc/call_audio.h"
 #include "engine/webrtc/call_end.h"
 #include "engine/webrtc/call_uri.h"
 #include "engine/webrtc/inbox.h"
@@ -22,7 +22,6 @@
 #include "engine/webrtc/local_video.h"
 #include "engine/webrtc/participant.h"
 #include "engine/webrtc/publisher.h"
-#include "engine/webrtc/speaker.h"
 #include "tesselclient/records.h"
 
 namespace webrtc {
@@ -35,7 +34,7 @@ class Call {
   using PeopleChanged = std::function<void()>;
 
   Call(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
-       LocalVideo& localVideo, AudioDevices audioDevices, int id, CallTarget target,
+       LocalVideo& localVideo, Devices& devices, int id, CallTarget target,
        const tsl::ConnectParams& params, PeopleChanged peopleChanged);
   // Ends the call without a word to the application.
   ~Call();
@@ -51,6 +50,8 @@ class Call {
   // Who is there, the local participant first; nobody unless the call is joined.
   std::vector<support::Person> people() const;
 
+  // Another device of this type is to be used.
+  void deviceChanged(DeviceType type);
   void setRemoteAudioMuted(bool isMuted);
   void setIncoming(Incoming incoming);
   // What the others are to know.
@@ -84,7 +85,7 @@ class Call {
   const CallTarget target_;
   const tsl::ConnectParams params_;
   const IceOptions ice_;
-  const AudioDevices audioDevices_;
+  Devices& devices_;
   const PeopleChanged peopleChanged_;
 
   State state_ = State::kConnecting;
@@ -97,7 +98,7 @@ class Call {
   Inbox inbox_;
   support::Timer timer_;
   // Each uses those before it.
-  std::unique_ptr<Speaker> speaker_;
+  std::unique_ptr<CallAudio> audio_;
   std::unique_ptr<JanusSession> session_;
   std::unique_ptr<JanusHandle> handle_;
   std::unique_ptr<Publisher> publisher_;

@@ -47,12 +47,14 @@ CameraSource toCamera(std::string_view value) {
   return {.kind = Kind::kClip, .detail = 0, .path = std::string(value)};
 }
 
-// tone:HZ.
+// tone:HZ or a clip's file.
 MicrophoneSource toMicrophone(std::string_view value) {
-  const auto hertz = after("tone:", value);
-  if (!hertz) throw BadValue();
-  return {.kind = MicrophoneSource::Kind::kTone,
-          .hertz = toNumber(*hertz, kLowestTone, kHighestTone)};
+  using Kind = MicrophoneSource::Kind;
+  if (const auto hertz = after("tone:", value)) {
+    return {.kind = Kind::kTone, .hertz = toNumber(*hertz, kLowestTone, kHighestTone)};
+  }
+  if (!value.ends_with(".wav")) throw BadValue();
+  return {.kind = Kind::kClip, .path = std::string(value)};
 }
 
 // ws(s)://HOST[:PORT][/PATH], of characters that a uri may hold there.

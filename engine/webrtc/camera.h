@@ -3,6 +3,8 @@
 #ifndef ENGINE_WEBRTC_CAMERA_H_
 #define ENGINE_WEBRTC_CAMERA_H_
 
+#include <gst/app/gstappsink.h>
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -13,6 +15,8 @@
 #include "engine/support/pictures/picture_source.h"
 #include "engine/support/streams/frame_pool.h"
 #include "engine/support/worker.h"
+#include "engine/webrtc/device_pipeline.h"
+#include "engine/webrtc/devices.h"
 
 namespace webrtc {
 
@@ -57,6 +61,25 @@ class DrawnCamera final : public Camera {
   bool isStopped_ GUARDED_BY(mutex_) = false;
 
   support::Worker worker_;  // last: it uses the rest
+};
+
+// Captures with a device, in what of its sizes and rates comes nearest to `size` and `rate`.
+class DeviceCamera final : public Camera {
+ public:
+  // `failed` is called once, on the engine's thread, when the device does not work any more.
+  DeviceCamera(support::TaskLoop& loop, const Device& device, support::Size size,
+               support::FrameRate rate, std::shared_ptr<support::FramePool> pool, Viewer viewer,
+               DevicePipeline::Failed failed);
+  DeviceCamera(const DeviceCamera&) = delete;
+  DeviceCamera& operator=(const DeviceCamera&) = delete;
+
+ private:
+  // On a thread of the pipeline's.
+  static GstFlowReturn take(GstAppSink* sink, gpointer camera);
+
+  const std::shared_ptr<support::FramePool> pool_;
+  const Viewer viewer_;
+  DevicePipeline pipeline_;  // last: its threads use the rest
 };
 
 }  // namespace webrtc

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "engine/support/pictures/y4m_clip.h"
+#include "engine/webrtc/sound_clip.h"
 
 namespace webrtc {
 
@@ -24,10 +25,13 @@ struct CameraSource {
 };
 
 struct MicrophoneSource {
-  enum class Kind { kDevice, kTone };
+  enum class Kind { kDevice, kTone, kClip };
 
   Kind kind = Kind::kDevice;
   std::uint32_t hertz = 0;  // of a tone
+  std::string path = {};    // of a clip
+  // The clip, once it was opened.
+  std::shared_ptr<const SoundClip> clip = {};
 };
 
 }  // namespace webrtc

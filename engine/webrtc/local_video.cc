@@ -1,5 +1,6 @@
 #include "engine/webrtc/local_video.h"
 
+#include <tuple>
 #include <utility>
 
 #include "engine/support/pictures/card_source.h"
@@ -28,8 +29,10 @@ bool canFilm(const tsl::VideoDevice& camera) {
 
 }  // namespace
 
-LocalVideo::LocalVideo(support::EngineContext& context, std::shared_ptr<support::FramePool> pool)
+LocalVideo::LocalVideo(support::EngineContext& context, Devices& devices,
+                       std::shared_ptr<support::FramePool> pool)
     : context_(context),
+      devices_(devices),
       pool_(std::move(pool)),
       stream_(std::make_shared<support::VideoStream>(kLocalStream, randomSsrc(), context.log)) {
   context_.streams.add(stream_);
@@ -61,10 +64,15 @@ void LocalVideo::select(const tsl::VideoDevice& camera) {
                         std::to_string(camera.height) + " at " + std::to_string(camera.maxFps));
     return;
   }
+  const auto before = std::pair(size_, rate_);
   size_ = {static_cast<std::uint32_t>(camera.width), static_cast<std::uint32_t>(camera.height)};
   rate_ = {static_cast<std::uint32_t>(camera.maxFps), 1};
+  // Another device is opened in this size at once.
+  if (!devices_.select(DeviceType::kVideo, camera.id)) std::tie(size_, rate_) = before;
   update();
 }
+
+void LocalVideo::deviceChanged() { update(); }
 
 void LocalVideo::setSource(const CameraSource& source) {
   if (source == source_) return;
@@ -77,18 +85,37 @@ void LocalVideo::setSender(std::shared_ptr<VideoSender> sender) {
   sender_.swap(sender);
 }
 
+std::optional<LocalVideo::Capture> LocalVideo::wantedCapture() const {
+  if (!isCapturing_ || isMuted_) return std::nullopt;
+  Capture wanted = {.source = source_, .deviceId = {}, .size = size_, .rate = rate_};
+  if (source_.kind == CameraSource::Kind::kDevice) {
+    const Device* const device = devices_.used(DeviceType::kVideo);
+    if (!device) return std::nullopt;
+    wanted.deviceId = device->id;
+  }
+  return wanted;
+}
+
 void LocalVideo::update() {
+  auto wanted = wantedCapture();
+  if (wanted == capture_) return;
+  capture_ = std::move(wanted);
   camera_.reset();
-  if (isCapturing_ && !isMuted_) camera_ = openCamera();
+  if (capture_) camera_ = openCamera();
   if (!camera_) stream_->clear();
 }
 
 std::unique_ptr<Camera> LocalVideo::openCamera() {
+  const auto viewer = [this](const std::shared_ptr<support::Frame>& frame) { show(frame); };
   std::unique_ptr<support::PictureSource> source;
   support::FrameRate rate = rate_;
   switch (source_.kind) {
-    case CameraSource::Kind::kDevice:
-      return nullptr;
+    case CameraSource::Kind::kDevice: {
+      const Device* const device = devices_.used(DeviceType::kVideo);
+      return std::make_unique<DeviceCamera>(
+          context_.loop, *device, size_, rate, pool_, viewer,
+          [this](const std::string& reason) { devices_.fail(DeviceType::kVideo, reason); });
+    }
     case CameraSource::Kind::kCard: {
       const support::CardSubject subject = {kLocalStream, source_.detail,
                                             "CARD " + std::to_string(source_.detail),
@@ -102,9 +129,8 @@ std::unique_ptr<Camera> LocalVideo::openCamera() {
       break;
     }
   }
-  return std::make_unique<DrawnCamera>(
-      std::move(source), lastId() + 1, rate, support::realClock(), pool_, context_.log,
-      [this](const std::shared_ptr<support::Frame>& frame) { show(frame); });
+  return std::make_unique<DrawnCamera>(std::move(source), lastId() + 1, rate, support::realClock(),
+                                       pool_, context_.log, viewer);
 }
 
 std::uint64_t LocalVideo::lastId() {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "base/mutex.h"
@@ -22,7 +23,8 @@ namespace webrtc {
 // except for what the camera's thread does.
 class LocalVideo {
  public:
-  LocalVideo(support::EngineContext& context, std::shared_ptr<support::FramePool> pool);
+  LocalVideo(support::EngineContext& context, Devices& devices,
+             std::shared_ptr<support::FramePool> pool);
   LocalVideo(const LocalVideo&) = delete;
   LocalVideo& operator=(const LocalVideo&) = delete;
 
@@ -31,8 +33,11 @@ class LocalVideo {
   void setMuted(bool isMuted);
   bool isMuted() const { return isMuted_; }
   bool isShowing() const { return isCapturing_ && !isMuted_; }
-  // How the camera films. What no camera can do is logged and changes nothing.
+  // Which camera captures, and how. What is not there, or what no camera can do, is logged and
+  // changes nothing.
   void select(const tsl::VideoDevice& camera);
+  // Another camera is to be used.
+  void deviceChanged();
   // What takes the place of a camera; nothing in particular outside a call.
   void setSource(const CameraSource& source);
   // Empty outside a call.
@@ -41,6 +46,19 @@ class LocalVideo {
   std::uint32_t csrc() const { return stream_->csrc(); }
 
  private:
+  // What is captured, and how.
+  struct Capture {
+    CameraSource source;
+    std::string deviceId;  // of a device
+    support::Size size;
+    support::FrameRate rate;
+
+    bool operator==(const Capture&) const = default;
+  };
+
+  // Nothing when there is nothing to capture.
+  std::optional<Capture> wantedCapture() const;
+  // Brings the camera in line with what is wanted.
   void update();
   std::unique_ptr<Camera> openCamera();
   std::uint64_t lastId() EXCLUDES(mutex_);
@@ -48,6 +66,7 @@ class LocalVideo {
   void show(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);
 
   support::EngineContext& context_;
+  Devices& devices_;
   const std::shared_ptr<support::FramePool> pool_;
   const std::shared_ptr<support::VideoStream> stream_;
   support::Size size_ = {1280, 720};
@@ -55,6 +74,7 @@ class LocalVideo {
   CameraSource source_;
   bool isCapturing_ = false;
   bool isMuted_ = false;
+  std::optional<Capture> capture_;  // with what the camera was opened
 
   base::Mutex mutex_;
   std::shared_ptr<VideoSender> sender_ GUARDED_BY(mutex_);

@@ -59,13 +59,6 @@ void hastenFeedback(GstElement* rtpbin, guint sessionId) {
   if (owned) g_object_set(session, "rtcp-min-interval", kFeedbackInterval, nullptr);
 }
 
-std::string messageText(GstMessage* message) {
-  GError* raised = nullptr;
-  gst_message_parse_error(message, &raised, nullptr);
-  const ErrorPtr error(raised);
-  return std::string(GST_OBJECT_NAME(GST_MESSAGE_SRC(message))) + ": " + textOf(error);
-}
-
 using IteratorPtr = std::unique_ptr<GstIterator, ReleasedBy<gst_iterator_free>>;
 
 std::vector<ObjectPtr<GstElement>> elementsIn(GstElement* bin) {
@@ -201,23 +194,13 @@ void PeerConnection::watchState() {
 }
 
 void PeerConnection::watchBus() {
-  using Handler = Handed<void, GstMessage*>;
-  auto* const handler = new Handler([this, post = inbox_.poster()](GstMessage* message) {
+  handleMessages(pipeline_.get(), [this, post = inbox_.poster()](GstMessage* message) {
     if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
-      post([this, reason = messageText(message)] { fail(reason); });
+      post([this, reason = errorText(message)] { fail(reason); });
     } else if (handlers_.told) {
       handlers_.told(message);
     }
   });
-  const ObjectPtr<GstBus> bus(gst_element_get_bus(pipeline_.get()));
-  gst_bus_set_sync_handler(
-      bus.get(),
-      [](GstBus*, GstMessage* message, gpointer data) {
-        Handler::call(data, message);
-        gst_message_unref(message);
-        return GST_BUS_DROP;
-      },
-      handler, Handler::destroy);
 }
 
 void PeerConnection::addSender(GstElement* bin, const std::string& codec) {

@@ -1,8 +1,22 @@
 #include "engine/webrtc/pipeline.h"
 
+#include <gst/app/gstappsink.h>
+#include <gst/app/gstappsrc.h>
+
 #include <stdexcept>
+#include <utility>
 
 namespace webrtc {
+namespace {
+
+GstFlowReturn pushOn(GstAppSink* sink, gpointer source) {
+  const SamplePtr sample(gst_app_sink_pull_sample(sink));
+  if (!sample) return GST_FLOW_EOS;
+  gst_app_src_push_buffer(GST_APP_SRC(source), gst_buffer_ref(gst_sample_get_buffer(sample.get())));
+  return GST_FLOW_OK;
+}
+
+}  // namespace
 
 void StopPipeline::operator()(GstElement* pipeline) const {
   gst_element_set_state(pipeline, GST_STATE_NULL);
@@ -34,6 +48,33 @@ GstElement* makeBin(const std::string& description) {
     throw std::runtime_error("GStreamer cannot make \"" + description + "\": " + error->message);
   }
   return bin;
+}
+
+void handleMessages(GstElement* pipeline, std::function<void(GstMessage*)> handler) {
+  using Handler = Handed<void, GstMessage*>;
+  const ObjectPtr<GstBus> bus(gst_element_get_bus(pipeline));
+  gst_bus_set_sync_handler(
+      bus.get(),
+      [](GstBus*, GstMessage* message, gpointer data) {
+        Handler::call(data, message);
+        gst_message_unref(message);
+        return GST_BUS_DROP;
+      },
+      new Handler(std::move(handler)), Handler::destroy);
+}
+
+std::string errorText(GstMessage* message) {
+  GError* raised = nullptr;
+  gst_message_parse_error(message, &raised, nullptr);
+  const ErrorPtr error(raised);
+  return std::string(GST_OBJECT_NAME(GST_MESSAGE_SRC(message))) + ": " + textOf(error);
+}
+
+void passOn(GstElement* sink, GstElement* source) {
+  GstAppSinkCallbacks callbacks = {};
+  callbacks.new_sample = &pushOn;
+  gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, gst_object_ref(source),
+                             gst_object_unref);
 }
 
 }  // namespace webrtc

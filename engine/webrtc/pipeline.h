@@ -5,7 +5,7 @@
 
 #include <gst/gst.h>
 
-#include <initializer_list>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -29,6 +29,16 @@ GstElement* makeElement(const char* factory, const char* name = nullptr);
 
 // What gst_parse_launch makes of `description`, as a bin with ghost pads for what is not linked.
 GstElement* makeBin(const std::string& description);
+
+// Calls `handler` for each message of the pipeline's elements, on whatever thread posts it, until
+// the pipeline goes.
+void handleMessages(GstElement* pipeline, std::function<void(GstMessage*)> handler);
+// What an error message says.
+std::string errorText(GstMessage* message);
+
+// Every buffer that the appsink `sink` gets goes on into the appsrc `source`, which is kept alive.
+// The two may be in different pipelines.
+void passOn(GstElement* sink, GstElement* source);
 
 }  // namespace webrtc
 

@@ -35,7 +35,7 @@ Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOpti
                    .told = [this](GstMessage* message) { read(message); }}),
       video_(std::make_shared<VideoSender>(connection_, settings.videoSsrc,
                                            settings.mostBitsPerSecond)),
-      audio_(connection_, settings.microphone, settings.state.isAudioMuted) {}
+      audio_(connection_, settings.state.isAudioMuted) {}
 
 void Publisher::start() {
   connection_.start();

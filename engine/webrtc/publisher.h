@@ -10,7 +10,6 @@
 
 #include "engine/webrtc/audio_sender.h"
 #include "engine/webrtc/janus_session.h"
-#include "engine/webrtc/local_sources.h"
 #include "engine/webrtc/peer_connection.h"
 #include "engine/webrtc/video_sender.h"
 
@@ -32,7 +31,6 @@ class Publisher {
   struct Settings {
     std::uint32_t videoSsrc = 0;
     std::uint32_t mostBitsPerSecond = 0;
-    std::string microphone;  // the elements from which raw audio flows
     OwnState state;
   };
 
@@ -61,6 +59,8 @@ class Publisher {
   // The server has accepted what we send; only a way for it may be missing.
   bool isAccepted() const { return isAccepted_; }
   const std::shared_ptr<VideoSender>& video() const { return video_; }
+  // An appsrc, into which the microphone's buffers go.
+  ObjectPtr<GstElement> audioSource() const { return audio_.source(); }
 
  private:
   void publish(const std::string& offer);

@@ -3,6 +3,9 @@
 #include <gst/app/gstappsink.h>
 #include <gst/app/gstappsrc.h>
 
+#include <string>
+#include <utility>
+
 namespace webrtc {
 namespace {
 
@@ -12,31 +15,52 @@ constexpr const char* kFormat = "audio/x-raw,format=S16LE,rate=48000,channels=2,
 constexpr GstClockTime kJitter = 60 * GST_MSECOND;
 
 // A silent voice that is always there keeps the device running while nobody speaks.
-std::string mixing(const std::string& sink) {
+std::string mixing() {
   return std::string("audiomixer name=mixer start-time-selection=first min-upstream-latency=") +
          std::to_string(kJitter) + " ! " + kFormat +
-         " ! volume name=volume ! audioconvert ! audioresample ! " + sink +
-         " audiotestsrc is-live=true wave=silence samplesperbuffer=480 ! " + kFormat + " ! mixer.";
+         " ! volume name=volume ! appsink name=mix sync=false max-buffers=50 drop=true "
+         "enable-last-sample=false audiotestsrc is-live=true wave=silence samplesperbuffer=480 ! " +
+         kFormat + " ! mixer.";
 }
 
 constexpr const char* kDecoding =
     "rtpopusdepay ! opusdec plc=true ! level interval=200000000 ! audioconvert ! audioresample ! "
     "appsink name=sink sync=false max-buffers=50 drop=true enable-last-sample=false";
 
-GstFlowReturn passOn(GstAppSink* sink, gpointer source) {
-  const SamplePtr sample(gst_app_sink_pull_sample(sink));
-  if (!sample) return GST_FLOW_EOS;
-  gst_app_src_push_buffer(GST_APP_SRC(source), gst_buffer_ref(gst_sample_get_buffer(sample.get())));
-  return GST_FLOW_OK;
-}
-
 }  // namespace
 
-Speaker::Speaker(const std::string& sink) : pipeline_(makePipeline()) {
-  GstElement* const bin = makeBin(mixing(sink));
+// A mix is ready that much later than it is to be heard: the wait for late packets, and two pieces.
+const char* const kMixedSource =
+    "appsrc name=source is-live=true format=time max-time=1000000000 leaky-type=downstream "
+    "min-latency=80000000 "
+    "caps=audio/x-raw,format=S16LE,rate=48000,channels=2,layout=interleaved";
+
+Speaker::Speaker() : pipeline_(makePipeline()) {
+  GstElement* const bin = makeBin(mixing());
   mixer_.reset(gst_bin_get_by_name(GST_BIN(bin), "mixer"));
+  const ObjectPtr<GstElement> sink(gst_bin_get_by_name(GST_BIN(bin), "mix"));
+  GstAppSinkCallbacks callbacks = {};
+  callbacks.new_sample = &Speaker::passMixOn;
+  gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks, this, nullptr);
   gst_bin_add(GST_BIN(pipeline_.get()), bin);
   gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
+}
+
+void Speaker::setOutput(ObjectPtr<GstElement> source) {
+  base::MutexLock lock(mutex_);
+  output_ = std::move(source);
+}
+
+GstFlowReturn Speaker::passMixOn(GstAppSink* sink, gpointer speaker) {
+  auto& self = *static_cast<Speaker*>(speaker);
+  const SamplePtr sample(gst_app_sink_pull_sample(sink));
+  if (!sample) return GST_FLOW_EOS;
+  base::MutexLock lock(self.mutex_);
+  if (self.output_) {
+    gst_app_src_push_buffer(GST_APP_SRC(self.output_.get()),
+                            gst_buffer_ref(gst_sample_get_buffer(sample.get())));
+  }
+  return GST_FLOW_OK;
 }
 
 std::unique_ptr<SpeakerInput> Speaker::addInput() {
@@ -79,10 +103,7 @@ GstElement* SpeakerInput::makeDecoder() const {
   const ObjectPtr<GstElement> sink(gst_bin_get_by_name(GST_BIN(bin), "sink"));
   const CapsPtr caps(gst_caps_from_string(kFormat));
   gst_app_sink_set_caps(GST_APP_SINK(sink.get()), caps.get());
-  GstAppSinkCallbacks callbacks = {};
-  callbacks.new_sample = &passOn;
-  gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks, gst_object_ref(source_.get()),
-                             gst_object_unref);
+  passOn(sink.get(), source_.get());
   return bin;
 }
 

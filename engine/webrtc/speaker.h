@@ -3,11 +3,12 @@
 #ifndef ENGINE_WEBRTC_SPEAKER_H_
 #define ENGINE_WEBRTC_SPEAKER_H_
 
+#include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 
 #include <memory>
-#include <string>
 
+#include "base/mutex.h"
 #include "engine/webrtc/glib.h"
 #include "engine/webrtc/pipeline.h"
 
@@ -15,21 +16,32 @@ namespace webrtc {
 
 class SpeakerInput;
 
-// Plays the sum of its inputs as long as it lives. Owned by the call; belongs to the engine's
-// thread.
+// Describes elements out of which a mix flows, the appsrc among them being named "source".
+extern const char* const kMixedSource;
+
+// Mixes its inputs as long as it lives. Owned by the call; belongs to the engine's thread, except
+// for the mixer's own.
 class Speaker {
  public:
-  // `sink` describes the element that plays.
-  explicit Speaker(const std::string& sink);
+  Speaker();
+  ~Speaker() = default;
   Speaker(const Speaker&) = delete;
   Speaker& operator=(const Speaker&) = delete;
 
   // The input must go before the speaker does.
   std::unique_ptr<SpeakerInput> addInput();
   void setMuted(bool isMuted);
+  // The mix goes into `source`, that of a kMixedSource; nowhere when it is null.
+  void setOutput(ObjectPtr<GstElement> source) EXCLUDES(mutex_);
 
  private:
-  PipelinePtr pipeline_;
+  // On the mixer's thread.
+  static GstFlowReturn passMixOn(GstAppSink* sink, gpointer speaker);
+
+  base::Mutex mutex_;
+  ObjectPtr<GstElement> output_ GUARDED_BY(mutex_);
+  // Last: its threads use the rest.
+  const PipelinePtr pipeline_;
   ObjectPtr<GstElement> mixer_;
 };
 

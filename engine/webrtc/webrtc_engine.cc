@@ -8,10 +8,14 @@
 namespace webrtc {
 namespace {
 
-void openClip(CameraSource& source) {
-  if (source.kind != CameraSource::Kind::kClip) return;
+void openClips(CallTarget& target) {
   try {
-    source.clip = std::make_shared<const support::Y4mClip>(source.path);
+    if (target.camera.kind == CameraSource::Kind::kClip) {
+      target.camera.clip = std::make_shared<const support::Y4mClip>(target.camera.path);
+    }
+    if (target.microphone.kind == MicrophoneSource::Kind::kClip) {
+      target.microphone.clip = std::make_shared<const SoundClip>(target.microphone.path);
+    }
   } catch (const support::ClipError& error) {
     const bool isUnreadable = error.kind() == support::ClipError::Kind::kUnreadable;
     throw CallFailure(isUnreadable ? kClipUnreadable : kClipUnsupported, error.what());
@@ -24,7 +28,8 @@ WebrtcEngine::WebrtcEngine(support::EngineContext& context,
                            std::shared_ptr<support::FramePool> pool)
     : context_(context),
       pool_(std::move(pool)),
-      localVideo_(context, pool_),
+      devices_(context, [this](DeviceType type) { deviceChanged(type); }),
+      localVideo_(context, devices_, pool_),
       roster_(context.loop, context.notifier, [this] { return people(); }),
       exitGuard_(context.loop, [this] {
         call_.reset();
@@ -43,8 +48,17 @@ WebrtcEngine::~WebrtcEngine() {
 void WebrtcEngine::warmUp() {
   try {
     warmUpElements();
+    devices_.start();
   } catch (const CallFailure& failure) {
     context_.log->write(std::string("no call can be held: ") + failure.what());
+  }
+}
+
+void WebrtcEngine::deviceChanged(DeviceType type) {
+  if (type == DeviceType::kVideo) {
+    localVideo_.deviceChanged();
+  } else if (call_) {
+    call_->deviceChanged(type);
   }
 }
 
@@ -58,12 +72,13 @@ void WebrtcEngine::connect(const tsl::ConnectParams& params) {
   }
   try {
     CallTarget target = parseCallUri(params.uri);
-    openClip(target.camera);
     context_.log->write("call " + std::to_string(callId) + " to " + target.url + ", room " +
                         target.room);
     requireElements();
+    openClips(target);
+    devices_.start();
     ExitGuard::arm();
-    call_ = std::make_unique<Call>(context_, pool_, localVideo_, audioDevices_, callId,
+    call_ = std::make_unique<Call>(context_, pool_, localVideo_, devices_, callId,
                                    std::move(target), params, [this] { roster_.update(); });
   } catch (const CallFailure& failure) {
     refuse(callId, failure);
@@ -132,11 +147,11 @@ void WebrtcEngine::setMuted(bool isAudioMuted, bool isVideoMuted) {
 }
 
 void WebrtcEngine::selectMicrophone(const tsl::AudioInDevice& device) {
-  audioDevices_.microphone = device.id;
+  devices_.select(DeviceType::kAudioIn, device.id);
 }
 
 void WebrtcEngine::selectSpeaker(const tsl::AudioOutDevice& device) {
-  audioDevices_.speaker = device.id;
+  devices_.select(DeviceType::kAudioOut, device.id);
 }
 
 void WebrtcEngine::selectCamera(const tsl::VideoDevice& device) { localVideo_.select(device); }

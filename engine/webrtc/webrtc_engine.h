@@ -12,6 +12,7 @@
 #include "engine/support/roster.h"
 #include "engine/support/streams/frame_pool.h"
 #include "engine/webrtc/call.h"
+#include "engine/webrtc/devices.h"
 #include "engine/webrtc/exit_guard.h"
 #include "engine/webrtc/local_video.h"
 #include "tesselclient/tesselclient.h"
@@ -57,6 +58,7 @@ class WebrtcEngine final : public support::Engine {
  private:
   // What cannot be made ready is logged; a call then says what is missing.
   void warmUp();
+  void deviceChanged(DeviceType type);
   void setMuted(bool isAudioMuted, bool isVideoMuted);
   // A camera that does not capture counts as muted, so that the others clear its picture.
   void tellVideoMuted();
@@ -65,8 +67,8 @@ class WebrtcEngine final : public support::Engine {
 
   support::EngineContext& context_;
   const std::shared_ptr<support::FramePool> pool_;
+  Devices devices_;
   LocalVideo localVideo_;
-  AudioDevices audioDevices_;  // of the next call
   bool isAudioMuted_ = false;
   bool isRemoteAudioMuted_ = false;
   int lastCallId_ = 0;

@@ -1,38 +1,23 @@
 // Byte counts of the media that a Janus server relays, from its administration interface.
 
-import { once } from 'node:events';
-
-import { WebSocket } from 'ws';
-
 import { freePort, ownAddress } from '../../examples/sfu/janus_server.mjs';
+import { JanusConnection } from './janus_connection.mjs';
 import { startServer } from './webrtc_room.mjs';
 
 class JanusMonitor {
-  #socket;
+  #connection;
   #secret;
-  #answers = new Map();
-  #asked = 0;
 
   static async connect(test, { port, secret }) {
     const monitor = new JanusMonitor();
     monitor.#secret = secret;
-    monitor.#socket = new WebSocket(`ws://${ownAddress()}:${port}/`, 'janus-admin-protocol');
-    monitor.#socket.on('message', (text) => {
-      const message = JSON.parse(text);
-      monitor.#answers.get(message.transaction)?.(message);
-    });
-    await once(monitor.#socket, 'open');
-    test.after(() => monitor.#socket.terminate());
+    const url = `ws://${ownAddress()}:${port}/`;
+    monitor.#connection = await JanusConnection.open(test, url, 'janus-admin-protocol');
     return monitor;
   }
 
-  async #ask(janus, ids) {
-    const transaction = `${++this.#asked}`;
-    const answered = new Promise((resolve) => this.#answers.set(transaction, resolve));
-    this.#socket.send(JSON.stringify({ janus, transaction, admin_secret: this.#secret, ...ids }));
-    const answer = await answered;
-    if (answer.error) throw new Error(answer.error.reason);
-    return answer;
+  #ask(janus, ids) {
+    return this.#connection.ask({ janus, admin_secret: this.#secret, ...ids });
   }
 
   // The handles of this kind, "publisher" or "subscriber", for the media of the participant with this

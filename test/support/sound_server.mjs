@@ -1,12 +1,17 @@
-// A PulseAudio server of one's own, with one speaker that plays into nothing and can be listened to.
+// A PulseAudio server of one's own, whose speakers play into nothing and can be listened to.
 
-import { spawn } from 'node:child_process';
+import { execFile, spawn } from 'node:child_process';
 import { once } from 'node:events';
+import { createInterface } from 'node:readline';
+import { promisify } from 'node:util';
 
 import { temporaryDirectory } from './temporary_directory.mjs';
 
 const RATE = 48_000;
 const SPEAKER = 'speaker';
+// Said when clients are accepted.
+const READY = 'Daemon startup complete.';
+const execute = promisify(execFile);
 
 // How much of `samples` is a sine of this frequency: 1 for nothing else (Goertzel's algorithm).
 export function shareOf(hertz, samples) {
@@ -21,7 +26,8 @@ export function shareOf(hertz, samples) {
 }
 
 export class SoundServer {
-  static async start(test) {
+  // With a speaker, unless it is told otherwise.
+  static async start(test, { speakers = [SPEAKER] } = {}) {
     const server = new SoundServer();
     const directory = temporaryDirectory(test);
     server.environment = {
@@ -32,46 +38,47 @@ export class SoundServer {
     const daemon = spawn(
       'pulseaudio',
       [
-        ...[
-          '-n',
-          '--daemonize=no',
-          '--exit-idle-time=-1',
-          '--use-pid-file=no',
-          '--log-level=notice',
-        ],
+        ...['-n', '--daemonize=no', '--exit-idle-time=-1', '--use-pid-file=no'],
+        ...['--log-target=stderr', '--log-level=info'],
         ...['-L', `module-native-protocol-unix socket=${directory}/native auth-anonymous=1`],
-        ...['-L', `module-null-sink sink_name=${SPEAKER} rate=${RATE}`],
       ],
-      { env: { ...process.env, ...server.environment, LD_PRELOAD: '' }, stdio: 'ignore' },
+      {
+        env: { ...process.env, ...server.environment, LD_PRELOAD: '', LC_ALL: 'C' },
+        stdio: ['ignore', 'ignore', 'pipe'],
+      },
     );
     test.after(async () => {
       daemon.kill();
       if (daemon.exitCode === null) await once(daemon, 'exit');
     });
-    await server.#run('pactl', ['--', 'info'], 200);
+    await new Promise((resolve, reject) => {
+      daemon.on('exit', (code) => reject(new Error(`pulseaudio ended: ${code}`)));
+      createInterface({ input: daemon.stderr }).on('line', (line) => {
+        if (line.includes(READY)) resolve();
+      });
+    });
+    for (const speaker of speakers) await server.plugSpeaker(speaker);
     return server;
   }
 
-  // Runs a client, again until it succeeds: the server may not listen yet.
-  async #run(program, args, times) {
-    for (let time = 0; time < times; time++) {
-      const client = spawn(program, args, {
-        env: { ...process.env, ...this.environment, LD_PRELOAD: '' },
-        stdio: 'ignore',
-      });
-      const [code] = await once(client, 'exit');
-      if (code === 0) return;
-      await new Promise((resolve) => setTimeout(resolve, 50));
-    }
-    throw new Error(`${program} does not succeed`);
+  // Settles with what pactl prints.
+  async #control(...args) {
+    const { stdout } = await execute('pactl', ['--', ...args], {
+      env: { ...process.env, ...this.environment, LD_PRELOAD: '' },
+    });
+    return stdout.trim();
   }
 
-  // What the speaker plays, as an endless series of pieces of `count` samples.
-  async *listen(test, count) {
+  plugSpeaker(name) {
+    return this.#control('load-module', 'module-null-sink', `sink_name=${name}`, `rate=${RATE}`);
+  }
+
+  // What a speaker plays, as an endless series of pieces of `count` samples.
+  async *listen(test, count, speaker = SPEAKER) {
     const recorder = spawn(
       'parec',
       [
-        `--device=${SPEAKER}.monitor`,
+        `--device=${speaker}.monitor`,
         '--format=float32le',
         '--channels=1',
         `--rate=${RATE}`,
@@ -94,7 +101,7 @@ export class SoundServer {
   }
 
   // Settles when the speaker plays what `matches`.
-  async hears(test, matches) {
-    for await (const samples of this.listen(test, RATE / 2)) if (matches(samples)) return;
+  async hears(test, matches, speaker) {
+    for await (const samples of this.listen(test, RATE / 2, speaker)) if (matches(samples)) return;
   }
 }

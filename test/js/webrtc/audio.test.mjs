@@ -1,9 +1,12 @@
 // The audio between the members of a room, identified by the tones that they send, at the speakers
 // of a real sound server.
 
+import path from 'node:path';
 import { test } from 'node:test';
 
 import { SoundServer, shareOf } from '../../support/sound_server.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { writeToneClip } from '../../support/tone_clip.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const TONES = [440, 660, 880];
@@ -31,3 +34,31 @@ test('everybody hears the tones of the others, and not their own', async (t) => 
   await members[2].does('call', 'setRemoteAudioMute', true);
   await speakers[2].hears(t, (samples) => samples.every((sample) => sample === 0));
 });
+
+// A room with somebody who listens to speakers of a sound server.
+async function listener(t) {
+  const server = await startServer(t, { rooms: { meeting: {} } });
+  const sound = await SoundServer.start(t);
+  const member = await openMember(t, { environment: sound.environment });
+  await member.does('join', server.uri('meeting', { microphone: 'tone:440' }));
+  return { server, sound, member };
+}
+
+for (const format of [
+  { rate: 44_100, channels: 2, bits: 16 },
+  { rate: 48_000, channels: 1, bits: 8 },
+  { rate: 48_000, channels: 1, bits: 32 },
+]) {
+  const { rate, channels, bits } = format;
+  test(`a sound file of ${channels} x ${bits} bits at ${rate} Hz is heard again and again`, async (t) => {
+    const { server, sound } = await listener(t);
+    const clip = path.join(temporaryDirectory(t), 'voice.wav');
+    writeToneClip(clip, { ...format, hertz: 1_000, seconds: 0.3 });
+    const speaker = await openMember(t);
+    await speaker.does('join', server.uri('meeting', { microphone: clip }));
+    // A piece of half a second is longer than the clip.
+    for (let piece = 0; piece < 3; piece++) {
+      await sound.hears(t, (samples) => shareOf(1_000, samples) > 0.9);
+    }
+  });
+}

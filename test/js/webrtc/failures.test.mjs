@@ -3,7 +3,7 @@
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { once } from 'node:events';
-import { writeFileSync } from 'node:fs';
+import { mkdirSync, writeFileSync } from 'node:fs';
 import { createServer as createHttpServer } from 'node:http';
 import { createServer as createTcpServer } from 'node:net';
 import path from 'node:path';
@@ -14,6 +14,7 @@ import { WebSocketServer } from 'ws';
 import { freePort, ownAddress } from '../../../examples/sfu/janus_server.mjs';
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
+import { waveHeader, writeToneClip } from '../../support/tone_clip.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const address = ownAddress();
@@ -222,13 +223,41 @@ test('the call ends when the server is killed', async (t) => {
 test('a clip that cannot be played is refused', async (t) => {
   const directory = temporaryDirectory(t);
   const member = await openMember(t);
-  const camera = (file) =>
-    `janus+ws://${address}/?room=r&camera=${encodeURIComponent(path.join(directory, file))}`;
-  const unreadable = await refusal(member, camera('none.y4m'));
-  assert.equal(unreadable.code, 404);
-  assert.match(unreadable.reason, /^the clip cannot be opened: /);
-  writeFileSync(path.join(directory, 'empty.y4m'), '');
-  assert.equal((await refusal(member, camera('empty.y4m'))).code, 415);
+  const file = (name) => path.join(directory, name);
+  const voice = { rate: 8_000, channels: 1, bits: 8 };
+  const MP3 = 0x55;
+  mkdirSync(file('directory.y4m'));
+  mkdirSync(file('directory.wav'));
+  execFileSync('mkfifo', [file('pipe.wav')]);
+  writeFileSync(file('empty.y4m'), '');
+  writeFileSync(file('empty.wav'), '');
+  writeFileSync(file('text.wav'), 'This is no sound. '.repeat(100));
+  writeFileSync(file('silent.wav'), waveHeader({ ...voice, dataBytes: 0 }));
+  writeFileSync(
+    file('coded.wav'),
+    Buffer.concat([waveHeader({ ...voice, format: MP3, dataBytes: 999 }), Buffer.alloc(999)]),
+  );
+  writeToneClip(file('long.wav'), { ...voice, hertz: 440, seconds: 601 });
+  for (const [parameter, name, code, reason] of [
+    ['camera', 'none.y4m', 404, /^the clip cannot be opened: /],
+    ['camera', 'directory.y4m', 404, /^the clip is not a file$/],
+    ['camera', 'empty.y4m', 415, /^the clip is not a YUV4MPEG2 file$/],
+    ['microphone', 'none.wav', 404, /^the clip cannot be opened: /],
+    ['microphone', 'directory.wav', 404, /^the clip is not a file$/],
+    ['microphone', 'pipe.wav', 404, /^the clip is not a file$/],
+    ['microphone', 'empty.wav', 415, /^the clip is no WAV file that can be played: /],
+    ['microphone', 'text.wav', 415, /^the clip is no WAV file that can be played: /],
+    ['microphone', 'coded.wav', 415, /^the clip is no WAV file that can be played: /],
+    ['microphone', 'silent.wav', 415, /^the clip has no sound$/],
+    ['microphone', 'long.wav', 415, /^the clip is longer than ten minutes$/],
+  ]) {
+    await t.test(name, async () => {
+      const query = `room=r&${parameter}=${encodeURIComponent(file(name))}`;
+      const answer = await refusal(member, `janus+ws://${address}/?${query}`);
+      assert.equal(answer.code, code);
+      assert.match(answer.reason, reason);
+    });
+  }
 });
 
 test('an invalid uri is refused', async (t) => {
@@ -241,6 +270,7 @@ test('an invalid uri is refused', async (t) => {
     ['janus+ws://host/?room=r&colour=red', 'unknown parameter: colour'],
     ['janus+ws://host/?room=r&room=s', 'parameter given twice: room'],
     ['janus+ws://host/?room=r&camera=card:x', 'bad value: camera=card:x'],
+    ['janus+ws://host/?room=r&microphone=voice.mp3', 'bad value: microphone=voice.mp3'],
     ['janus+ws://host/?room=r&pin=%zz', 'bad value: pin'],
   ]) {
     await member.does('forget');

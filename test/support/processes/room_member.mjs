@@ -194,6 +194,18 @@ obey({
     return described;
   },
 
+  // The next picture of a stream after `frameId`, with its luminance at `count` places of a row in
+  // its upper part.
+  async row(stream, count, frameId = 0) {
+    const frame = await nextFrame(stream, frameId);
+    const luma = new Uint8Array(frame.yPlaneBuffer);
+    const start = Math.floor(frame.height / 4) * frame.yPlaneBufferStride;
+    const places = Array.from({ length: count }, (_, index) =>
+      Math.floor(((index + 0.5) * frame.width) / count),
+    );
+    return { ...describe(frame), row: places.map((place) => luma[start + place]) };
+  },
+
   // Answers when the stream is to be cleared.
   async cleared(stream) {
     for (;;) {

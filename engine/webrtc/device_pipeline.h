@@ -1,0 +1,43 @@
+// What runs on one device.
+
+#ifndef ENGINE_WEBRTC_DEVICE_PIPELINE_H_
+#define ENGINE_WEBRTC_DEVICE_PIPELINE_H_
+
+#include <gst/gst.h>
+
+#include <functional>
+#include <string>
+
+#include "engine/webrtc/inbox.h"
+#include "engine/webrtc/pipeline.h"
+
+namespace webrtc {
+
+// A pipeline that captures with one device, or plays on it. It is apart from every connection, so
+// that nothing but the device is lost when the device vanishes. Belongs to the engine's thread.
+class DevicePipeline {
+ public:
+  // Called once, on the engine's thread, when the device does not work or does not work any more.
+  using Failed = std::function<void(std::string reason)>;
+
+  DevicePipeline(support::TaskLoop& loop, Failed failed);
+  // Waits for the pipeline's threads; nothing is told any more.
+  ~DevicePipeline() = default;
+  DevicePipeline(const DevicePipeline&) = delete;
+  DevicePipeline& operator=(const DevicePipeline&) = delete;
+
+  // Takes both elements, and has what comes out of `source` flow into `sink`. Called once.
+  void start(GstElement* source, GstElement* sink);
+
+ private:
+  void fail(const std::string& reason);
+
+  const Failed failed_;
+  bool hasFailed_ = false;
+  Inbox inbox_;
+  const PipelinePtr pipeline_;  // last: its threads use the rest
+};
+
+}  // namespace webrtc
+
+#endif  // ENGINE_WEBRTC_DEVICE_PIPELINE_H_

@@ -1,0 +1,94 @@
+// Cameras, microphones and speakers of this machine.
+
+#ifndef ENGINE_WEBRTC_DEVICES_H_
+#define ENGINE_WEBRTC_DEVICES_H_
+
+#include <gst/gst.h>
+
+#include <array>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "engine/support/engine.h"
+#include "engine/webrtc/glib.h"
+#include "engine/webrtc/inbox.h"
+#include "tesselclient/types.h"
+
+namespace webrtc {
+
+// A device that is there. docs/webrtc-engine.md says what identifies it.
+struct Device {
+  std::string id;
+  std::string name;
+  bool isUsual = false;  // the one that the system prefers
+  ObjectPtr<GstDevice> handle;
+
+  // An element that captures with it or plays on it.
+  GstElement* makeElement() const;
+};
+
+struct StopMonitor {
+  void operator()(GstDeviceMonitor* monitor) const;
+};
+struct StopProvider {
+  void operator()(GstDeviceProvider* provider) const;
+};
+
+// Which devices there are, and which of each type is used: the one that the application has
+// selected while it is there, otherwise the usual one, otherwise the first one. Coming and going is
+// notified to the application. Belongs to the engine's thread.
+class Devices {
+ public:
+  // Another device of this type is used, or none.
+  using Changed = std::function<void(DeviceType type)>;
+
+  Devices(support::EngineContext& context, Changed changed);
+  // No thread is left.
+  ~Devices() = default;
+  Devices(const Devices&) = delete;
+  Devices& operator=(const Devices&) = delete;
+
+  // Looks for devices, and goes on watching them; again, after a sound server was not there. Blocks
+  // for some hundredths of a second.
+  void start();
+  // An empty identifier stands for no choice of the application's. What is not there cannot be
+  // selected: that is logged and changes nothing.
+  bool select(DeviceType type, const std::string& id);
+  // Null when there is none. Valid until the engine's thread comes back to its loop.
+  const Device* used(DeviceType type) const;
+  // The device that is used does not work: another one is used until the devices of its type change
+  // or the application selects one.
+  void fail(DeviceType type, const std::string& reason);
+
+ private:
+  struct DevicesOfType {
+    std::vector<Device> devices;
+    std::string selectedId;
+    std::set<std::string> failedIds;
+    std::string usedId;
+  };
+
+  void startCameras();
+  void startSound();
+  // Has `bus` tell what is plugged and unplugged.
+  void watch(GstBus* bus);
+  void refresh();
+  void adopt(DeviceType type, std::vector<Device> devices);
+  void update(DeviceType type);
+
+  support::EngineContext& context_;
+  const Changed changed_;
+  std::map<DeviceType, DevicesOfType> types_;
+  bool isListed_ = false;  // what comes and goes from now on is news
+  Inbox inbox_;
+  // Last: their threads use the rest. Null while they do not run.
+  std::unique_ptr<GstDeviceMonitor, StopMonitor> cameras_;
+  std::unique_ptr<GstDeviceProvider, StopProvider> sound_;
+};
+
+}  // namespace webrtc
+
+#endif  // ENGINE_WEBRTC_DEVICES_H_

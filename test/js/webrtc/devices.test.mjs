@@ -1,0 +1,93 @@
+// Cameras of a real server: chosen, changed during a call, plugged in and unplugged. Pictures are
+// identified by the bars that they show.
+
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+
+import { CameraServer } from '../../support/camera_server.mjs';
+import { LOCAL, remote } from '../../support/streams.mjs';
+import { openMember, startServer } from '../../support/webrtc_room.mjs';
+
+const SMALL = { width: 320, height: 180 };
+
+const camera = (videoDeviceId, { width, height, maxFPS = 30 } = SMALL) => ({
+  ...{ videoDeviceId, videoDeviceName: '' },
+  capability: { width, height, maxFPS },
+});
+
+const BARS = 7;
+// Each bar is darker than the one to its left.
+const isBars = (row) => row.every((luma, index) => index === 0 || luma < row[index - 1]);
+
+// Settles when a picture of the stream has this width; it must show bars.
+async function shows(member, stream, width) {
+  for (let frameId = 0; ;) {
+    const picture = await member.does('row', stream, BARS, frameId);
+    if (picture.width === width) {
+      assert.ok(isBars(picture.row), `${picture.row}`);
+      assert.equal(picture.height, (width * 9) / 16);
+      return;
+    }
+    ({ frameId } = picture);
+  }
+}
+
+test('cameras are used before and during a call, and another one when one vanishes', async (t) => {
+  const server = await startServer(t, { rooms: { meeting: {} } });
+  const cameras = await CameraServer.start(t);
+  const first = await cameras.plug('first');
+  const member = await openMember(t, { capture: SMALL, environment: cameras.environment });
+  const viewer = await openMember(t);
+  const uri = server.uri('meeting');
+  let second;
+
+  await t.test('the only one is shown before the call, in the size that was asked for', () =>
+    shows(member, LOCAL, 320),
+  );
+
+  await t.test('it is sent', async () => {
+    await member.does('join', uri);
+    await viewer.does('join', uri);
+    await shows(viewer, remote(0), 320);
+  });
+
+  await t.test('it captures in another size', async () => {
+    await member.does('call', 'setVideoDevice', camera('first', { width: 640, height: 360 }));
+    await shows(viewer, remote(0), 640);
+  });
+
+  await t.test('one that is plugged in is notified, and is sent once it is selected', async () => {
+    second = await cameras.plug('second');
+    await member.does('seen', 'deviceChange', { id: 'second', type: 'video' });
+    await member.does('call', 'setVideoDevice', camera('second', { width: 480, height: 270 }));
+    await shows(viewer, remote(0), 480);
+    assert.match(await member.does('log'), /uses second/);
+  });
+
+  await t.test('one that is not there changes nothing', async () => {
+    await member.does('call', 'setVideoDevice', camera('none', { width: 640, height: 360 }));
+    const pictures = await member.does('pictures', LOCAL, 5);
+    assert.deepEqual(new Set(pictures.map(({ width }) => width)), new Set([480]));
+    assert.match(await member.does('log'), /there is no device none/);
+  });
+
+  await t.test('the first one left follows one that vanishes', async () => {
+    await cameras.unplug(second);
+    await member.does('seen', 'deviceChange', { id: 'second', type: 'video' });
+    assert.match(await member.does('log'), /uses second[^]*uses first/);
+    const { frameId } = await member.does('picture', LOCAL);
+    await member.does('picture', LOCAL, frameId);
+    await shows(viewer, remote(0), 480);
+  });
+
+  await t.test('without one there is no picture, and the call goes on', async () => {
+    await cameras.unplug(first);
+    await member.does('cleared', LOCAL);
+    assert.equal((await member.does('leave')).code, 0);
+  });
+
+  await t.test('an engine that goes leaves no thread', async () => {
+    await member.does('call', 'destroy');
+    await member.does('threadsGone');
+  });
+});

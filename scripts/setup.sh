@@ -139,12 +139,16 @@ missing_packages() {
       esac
       if [[ $preset == release ]]; then
         need coturn has_command turnserver
-        need pulseaudio has_command pulseaudio
-        need pulseaudio-utils has_command parec
         need pipewire-bin has_command pw-cli
         need wireplumber has_command wireplumber
         need dbus-daemon has_command dbus-run-session
       fi
+      case $preset in
+        release | asan | tsan)
+          need pulseaudio has_command pulseaudio
+          need pulseaudio-utils has_command parec
+          ;;
+      esac
       ;;
     valgrind) need valgrind has_command valgrind ;;
   esac

@@ -104,16 +104,32 @@ class Handed {
   std::atomic<unsigned> order_ = 0;
 };
 
+// Runs `task` once on the thread that runs `context`.
+inline void runOn(GMainContext* context, std::function<void()> task) {
+  using Task = Handed<void>;
+  // Not g_main_context_invoke(): before the thread runs, it would run the task on this one.
+  const SourcePtr source(g_idle_source_new());
+  g_source_set_priority(source.get(), G_PRIORITY_DEFAULT);
+  g_source_set_callback(
+      source.get(),
+      [](gpointer data) -> gboolean {
+        Task::call(data);
+        return G_SOURCE_REMOVE;
+      },
+      new Task(std::move(task)), Task::destroy);
+  g_source_attach(source.get(), context);
+}
+
 // Calls `handler` for each emission of a signal, on the thread that emits, for as long as `object`
 // lives. The handler goes with the object, so it must not own it. Its parameters are those of the
 // signal without the object.
 template <typename Result, typename... Parameters>
 void connect(gpointer object, const char* signal, std::function<Result(Parameters...)> handler) {
   using Handler = Handed<Result, Parameters...>;
-  constexpr auto call = [](gpointer, Parameters... parameters, gpointer data) -> Result {
+  Result (*const function)(gpointer, Parameters..., gpointer) =
+      [](gpointer, Parameters... parameters, gpointer data) -> Result {
     return Handler::call(data, parameters...);
   };
-  Result (*const function)(gpointer, Parameters..., gpointer) = call;
   g_signal_connect_data(
       object, signal, reinterpret_cast<GCallback>(function), new Handler(std::move(handler)),
       [](gpointer data, GClosure*) { Handler::destroy(data); }, GConnectFlags(0));

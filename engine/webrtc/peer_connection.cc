@@ -1,6 +1,7 @@
 #include "engine/webrtc/peer_connection.h"
 
 #include <algorithm>
+#include <latch>
 #include <string_view>
 #include <utility>
 
@@ -58,6 +59,82 @@ void hastenFeedback(GstElement* rtpbin, guint sessionId) {
   if (owned) g_object_set(session, "rtcp-min-interval", kFeedbackInterval, nullptr);
 }
 
+using IteratorPtr = std::unique_ptr<GstIterator, ReleasedBy<gst_iterator_free>>;
+
+std::vector<ObjectPtr<GstElement>> elementsIn(GstElement* bin) {
+  std::vector<ObjectPtr<GstElement>> elements;
+  const IteratorPtr iterator(gst_bin_iterate_recurse(GST_BIN(bin)));
+  const auto add = [](const GValue* value, gpointer data) {
+    auto& found = *static_cast<std::vector<ObjectPtr<GstElement>>*>(data);
+    found.push_back(share(static_cast<GstElement*>(g_value_get_object(value))));
+  };
+  // Nobody adds or removes elements any more, so that the iteration is never repeated.
+  gst_iterator_foreach(iterator.get(), add, &elements);
+  return elements;
+}
+
+bool isBlocked(GstElement* receiveBin) {
+  const auto elements = elementsIn(receiveBin);
+  return std::any_of(elements.begin(), elements.end(), [](const auto& element) {
+    const ObjectPtr<GstPad> pad(gst_element_get_static_pad(element.get(), "src"));
+    return pad && gst_pad_is_blocked(pad.get());
+  });
+}
+
+// The transports of ICE that a webrtcbin's transceivers use.
+std::vector<ObjectPtr<GObject>> iceTransports(GstElement* webrtc) {
+  GArray* raw = nullptr;
+  g_signal_emit_by_name(webrtc, "get-transceivers", &raw);
+  const std::unique_ptr<GArray, ReleasedBy<g_array_unref>> transceivers(raw);
+  std::vector<ObjectPtr<GObject>> transports;
+  for (guint i = 0; i < transceivers->len; ++i) {
+    auto* const transceiver = g_array_index(transceivers.get(), GObject*, i);
+    const ObjectPtr<GObject> receiver(property<GObject*>(transceiver, "receiver"));
+    const ObjectPtr<GObject> dtls(property<GObject*>(receiver.get(), "transport"));
+    if (dtls) transports.emplace_back(property<GObject*>(dtls.get(), "transport"));
+  }
+  return transports;
+}
+
+// Returns when the thread that runs `context` has done what it does now.
+void waitForTurn(GMainContext* context) {
+  const auto turn = std::make_shared<std::latch>(1);
+  runOn(context, [turn] { turn->count_down(); });
+  turn->wait();
+}
+
+// Stops what a webrtcbin leaves behind when it is stopped while it connects, with its pipeline in
+// the state NULL:
+// - Its thread, which ends last, may have started elements after they were stopped.
+// - A bin that receives keeps itself by the block that it puts on a pad until ICE is connected. It
+//   removes the block only when it goes to NULL, but that thread and ICE's may make one later.
+void stopRemains(GstElement* webrtc) {
+  const auto elements = elementsIn(webrtc);
+  for (const auto& element : elements) {
+    gst_element_set_locked_state(element.get(), TRUE);
+    gst_element_set_state(element.get(), GST_STATE_NULL);
+  }
+  std::vector<GstElement*> receiveBins;
+  for (const auto& element : elements) {
+    if (std::string_view(G_OBJECT_TYPE_NAME(element.get())) == "TransportReceiveBin") {
+      receiveBins.push_back(element.get());
+    }
+  }
+  for (const auto& transport : iceTransports(webrtc)) {
+    for (GstElement* const bin : receiveBins) {
+      g_signal_handlers_disconnect_by_data(transport.get(), bin);
+    }
+  }
+  const ObjectPtr<GObject> ice(property<GObject*>(webrtc, "ice-agent"));
+  const ObjectPtr<GObject> agent(property<GObject*>(ice.get(), "agent"));
+  waitForTurn(property<GMainContext*>(agent.get(), "main-context"));
+  for (GstElement* const bin : receiveBins) {
+    if (!isBlocked(bin)) continue;
+    gst_element_set_state(bin, GST_STATE_READY);
+    gst_element_set_state(bin, GST_STATE_NULL);
+  }
+}
+
 }  // namespace
 
 PeerConnection::PeerConnection(support::TaskLoop& loop, const IceOptions& ice, Handlers handlers)
@@ -82,6 +159,11 @@ PeerConnection::PeerConnection(support::TaskLoop& loop, const IceOptions& ice, H
   watchSessions();
   watchState();
   watchBus();
+}
+
+PeerConnection::~PeerConnection() {
+  gst_element_set_state(pipeline_.get(), GST_STATE_NULL);
+  stopRemains(webrtc_);
 }
 
 void PeerConnection::watchSessions() {

@@ -44,7 +44,7 @@ class PeerConnection {
 
   PeerConnection(support::TaskLoop& loop, const IceOptions& ice, Handlers handlers);
   // Waits for the pipeline's threads. No handler runs any more.
-  ~PeerConnection() = default;
+  ~PeerConnection();
   PeerConnection(const PeerConnection&) = delete;
   PeerConnection& operator=(const PeerConnection&) = delete;
 

@@ -20,16 +20,6 @@ GstFlowReturn pushOn(GstAppSink* sink, gpointer source) {
 
 void StopPipeline::operator()(GstElement* pipeline) const {
   gst_element_set_state(pipeline, GST_STATE_NULL);
-  // The thread of a webrtcbin that was still connecting may have started elements behind the change
-  // of state; it has ended by now. Those of its transports are locked.
-  const std::unique_ptr<GstIterator, ReleasedBy<gst_iterator_free>> elements(
-      gst_bin_iterate_recurse(GST_BIN(pipeline)));
-  const auto stop = [](const GValue* value, gpointer) {
-    auto* const element = static_cast<GstElement*>(g_value_get_object(value));
-    gst_element_set_locked_state(element, TRUE);
-    gst_element_set_state(element, GST_STATE_NULL);
-  };
-  gst_iterator_foreach(elements.get(), stop, nullptr);
   gst_object_unref(pipeline);
 }
 

@@ -183,29 +183,14 @@ WebSocket::WebSocket(WebSocketTarget target, Handlers handlers)
 }
 
 WebSocket::~WebSocket() {
-  invoke([this] { g_main_loop_quit(loop_.get()); });
+  runOn(context_.get(), [this] { g_main_loop_quit(loop_.get()); });
   worker_.finish();
 }
 
 void WebSocket::send(std::string text) {
-  invoke([this, kept = std::move(text)] {
+  runOn(context_.get(), [this, kept = std::move(text)] {
     if (connection_) connection_->send(kept);
   });
-}
-
-void WebSocket::invoke(std::function<void()> task) {
-  using Task = Handed<void>;
-  // Not g_main_context_invoke(): before the thread runs, it would run the task on this one.
-  const SourcePtr source(g_idle_source_new());
-  g_source_set_priority(source.get(), G_PRIORITY_DEFAULT);
-  g_source_set_callback(
-      source.get(),
-      [](gpointer data) -> gboolean {
-        Task::call(data);
-        return G_SOURCE_REMOVE;
-      },
-      new Task(std::move(task)), Task::destroy);
-  g_source_attach(source.get(), context_.get());
 }
 
 void WebSocket::run() {

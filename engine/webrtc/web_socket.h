@@ -50,7 +50,6 @@ class WebSocket {
   class Connection;
 
   // Runs `task` on the GLib thread.
-  void invoke(std::function<void()> task);
   void run();
 
   const WebSocketTarget target_;

@@ -33,7 +33,7 @@ export class SoundServer {
     server.environment = {
       XDG_RUNTIME_DIR: directory,
       PULSE_SERVER: `unix:${directory}/native`,
-      HOME: directory,
+      XDG_CONFIG_HOME: directory,
     };
     const daemon = spawn(
       'pulseaudio',

@@ -143,7 +143,7 @@ missing_packages() {
         need pulseaudio-utils has_command parec
         need pipewire-bin has_command pw-cli
         need wireplumber has_command wireplumber
-        need dbus-daemon has_command dbus-run-session
+        need dbus-daemon has_command dbus-daemon
       fi
       ;;
     valgrind) need valgrind has_command valgrind ;;

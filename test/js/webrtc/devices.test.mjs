@@ -138,7 +138,8 @@ test('microphones and speakers change during a call', async (t) => {
     await member.does('call', 'setAudioOutDevice', speaker('headset'));
     await ours.hears(t, isTone(880), 'headset');
     await ours.unplug(plugged);
-    await Promise.race([ours.hears(t, isTone(880), 'left'), ours.hears(t, isTone(880), 'right')]);
+    // PulseAudio's usual one is the first.
+    await ours.hears(t, isTone(880), 'left');
     assert.equal((await member.does('leave')).code, 0);
   });
 });

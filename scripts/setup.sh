@@ -141,7 +141,7 @@ missing_packages() {
         need coturn has_command turnserver
         need pipewire-bin has_command pw-cli
         need wireplumber has_command wireplumber
-        need dbus-daemon has_command dbus-run-session
+        need dbus-daemon has_command dbus-daemon
       fi
       case $preset in
         release | asan | tsan)

@@ -12,7 +12,7 @@ constexpr const char* kSource =
     "appsrc name=source is-live=true format=time max-time=200000000 leaky-type=downstream caps=";
 constexpr const char* kEncoding =
     " ! valve name=valve ! level interval=200000000 ! "
-    "opusenc inband-fec=true packet-loss-percentage=5 dtx=true ! rtpopuspay";
+    "opusenc inband-fec=true packet-loss-percentage=5 dtx=true ! rtpopuspay name=payloader";
 
 }  // namespace
 
@@ -21,9 +21,15 @@ AudioSender::AudioSender(PeerConnection& connection, bool isMuted) {
   source_.reset(gst_bin_get_by_name(GST_BIN(bin), "source"));
   valve_.reset(gst_bin_get_by_name(GST_BIN(bin), "valve"));
   setMuted(isMuted);
+  // The offer must name it: a server drops packets of an SSRC that no description named. Of itself
+  // the payloader tells it with its first packet, which a device may give after the offer.
+  const guint32 ssrc = g_random_int();
+  const ObjectPtr<GstElement> payloader(gst_bin_get_by_name(GST_BIN(bin), "payloader"));
+  g_object_set(payloader.get(), "ssrc", ssrc, nullptr);
   connection.addSender(bin,
                        "application/x-rtp,media=audio,encoding-name=OPUS,clock-rate=48000,"
-                       "encoding-params=(string)2,payload=111");
+                       "encoding-params=(string)2,payload=111,ssrc=(uint)" +
+                           std::to_string(ssrc));
 }
 
 void AudioSender::setMuted(bool isMuted) {

@@ -9,7 +9,7 @@ import { createInterface } from 'node:readline';
 import { temporaryDirectory } from './temporary_directory.mjs';
 
 // The server starts these when clients are accepted.
-const STARTED = `context.exec = [ { path = "dbus-run-session" args = "-- wireplumber" } { path = "echo" args = "ready" } ]\n`;
+const STARTED = `context.exec = [ { path = "wireplumber" } { path = "echo" args = "ready" } ]\n`;
 
 export class CameraServer {
   #test;
@@ -26,9 +26,16 @@ export class CameraServer {
       XDG_RUNTIME_DIR: directory,
       XDG_CONFIG_HOME: directory,
       HOME: directory,
+      DBUS_SESSION_BUS_ADDRESS: `unix:path=${directory}/bus`,
     };
     mkdirSync(path.join(directory, 'pipewire/pipewire.conf.d'), { recursive: true });
     writeFileSync(path.join(directory, 'pipewire/pipewire.conf.d/test.conf'), STARTED);
+    // A child of the test's, and not of the server's, which would not end it.
+    const bus = server.#spawn('dbus-daemon', [
+      ...['--session', '--nofork', '--print-address'],
+      `--address=${server.environment.DBUS_SESSION_BUS_ADDRESS}`,
+    ]);
+    await once(bus.stdout, 'data');
     const daemon = server.#spawn('pipewire', []);
     const ready = createInterface({ input: daemon.stdout });
     await new Promise((resolve, reject) => {

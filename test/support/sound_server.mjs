@@ -69,8 +69,21 @@ export class SoundServer {
     return stdout.trim();
   }
 
+  // Each settles with what unplug() takes.
   plugSpeaker(name) {
     return this.#control('load-module', 'module-null-sink', `sink_name=${name}`, `rate=${RATE}`);
+  }
+  // A microphone that hears what a speaker of this name with "-feed" plays, which is this tone.
+  async plugMicrophone(name, hertz) {
+    await this.plugSpeaker(`${name}-feed`);
+    await this.#control('load-module', 'module-sine', `sink=${name}-feed`, `frequency=${hertz}`);
+    return this.#control(
+      ...['load-module', 'module-remap-source', `source_name=${name}`],
+      `master=${name}-feed.monitor`,
+    );
+  }
+  unplug(plugged) {
+    return this.#control('unload-module', plugged);
   }
 
   // What a speaker plays, as an endless series of pieces of `count` samples.

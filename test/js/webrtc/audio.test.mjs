@@ -35,6 +35,15 @@ test('everybody hears the tones of the others, and not their own', async (t) => 
   await speakers[2].hears(t, (samples) => samples.every((sample) => sample === 0));
 });
 
+test('who joins muted is heard after the mute has ended', async (t) => {
+  const { server, sound } = await listener(t);
+  const speaker = await openMember(t);
+  await speaker.does('call', 'muteLocalAudio', true);
+  await speaker.does('join', server.uri('meeting', { microphone: 'tone:1000' }));
+  await speaker.does('call', 'muteLocalAudio', false);
+  await sound.hears(t, (samples) => shareOf(1_000, samples) > 0.9);
+});
+
 // A room with somebody who listens to speakers of a sound server.
 async function listener(t) {
   const server = await startServer(t, { rooms: { meeting: {} } });

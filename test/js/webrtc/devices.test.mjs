@@ -1,10 +1,11 @@
-// Cameras of a real server: chosen, changed during a call, plugged in and unplugged. Pictures are
-// identified by the bars that they show.
+// Cameras, microphones and speakers of real servers: chosen, changed during a call, plugged in and
+// unplugged. Pictures are proved by their card's code, sound by its tone.
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
 import { CameraServer } from '../../support/camera_server.mjs';
+import { SoundServer, shareOf } from '../../support/sound_server.mjs';
 import { LOCAL, remote } from '../../support/streams.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
@@ -14,6 +15,8 @@ const camera = (videoDeviceId, { width, height, maxFPS = 30 } = SMALL) => ({
   ...{ videoDeviceId, videoDeviceName: '' },
   capability: { width, height, maxFPS },
 });
+const microphone = (audioInId) => ({ audioInId, audioInName: '', audioInSourceName: '' });
+const speaker = (audioOutId) => ({ audioOutId, audioOutName: '', audioOutSourceName: '' });
 
 const BARS = 7;
 // Each bar is darker than the one to its left.
@@ -89,5 +92,54 @@ test('cameras are used before and during a call, and another one when one vanish
   await t.test('an engine that goes leaves no thread', async () => {
     await member.does('call', 'destroy');
     await member.does('threadsGone');
+  });
+});
+
+test('microphones and speakers change during a call', async (t) => {
+  const server = await startServer(t, { rooms: { meeting: {} } });
+  const ours = await SoundServer.start(t, { speakers: ['left', 'right'] });
+  const theirs = await SoundServer.start(t);
+  const low = await ours.plugMicrophone('low', 500);
+  await ours.plugMicrophone('high', 1_500);
+  const member = await openMember(t, { environment: ours.environment });
+  const listener = await openMember(t, { environment: theirs.environment });
+  await member.does('call', 'setAudioInDevice', microphone('low'));
+  await member.does('call', 'setAudioOutDevice', speaker('left'));
+  await member.does('join', server.uri('meeting'));
+  await listener.does('join', server.uri('meeting', { microphone: 'tone:880' }));
+  const isTone = (hertz) => (samples) => shareOf(hertz, samples) > 0.5;
+  await Promise.all([
+    theirs.hears(t, isTone(500)),
+    ours.hears(t, isTone(880), 'left'),
+    ours.hears(t, (samples) => samples.every((sample) => sample === 0), 'right'),
+  ]);
+
+  await t.test('by selection', async () => {
+    await member.does('call', 'setAudioInDevice', microphone('high'));
+    await theirs.hears(t, isTone(1_500));
+    await member.does('call', 'setAudioOutDevice', speaker('right'));
+    await ours.hears(t, isTone(880), 'right');
+    await theirs.hears(t, isTone(1_500));
+  });
+
+  await t.test('because they vanish', async () => {
+    await member.does('call', 'setAudioInDevice', microphone('low'));
+    await theirs.hears(t, isTone(500));
+    await member.does('forget');
+    await ours.unplug(low);
+    await member.does('seen', 'deviceChange', { id: 'low', type: 'audioIn' });
+    await theirs.hears(t, isTone(1_500));
+  });
+
+  await t.test('because they are plugged in', async () => {
+    await member.does('forget');
+    const plugged = await ours.plugSpeaker('headset');
+    await member.does('seen', 'deviceChange', { id: 'headset', type: 'audioOut' });
+    await member.does('call', 'setAudioOutDevice', speaker('headset'));
+    await ours.hears(t, isTone(880), 'headset');
+    await ours.unplug(plugged);
+    // PulseAudio's usual one is the first.
+    await ours.hears(t, isTone(880), 'left');
+    assert.equal((await member.does('leave')).code, 0);
   });
 });

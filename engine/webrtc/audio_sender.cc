@@ -21,9 +21,10 @@ AudioSender::AudioSender(PeerConnection& connection, bool isMuted) {
   source_.reset(gst_bin_get_by_name(GST_BIN(bin), "source"));
   valve_.reset(gst_bin_get_by_name(GST_BIN(bin), "valve"));
   setMuted(isMuted);
-  connection.addSender(bin,
-                       "application/x-rtp,media=audio,encoding-name=OPUS,clock-rate=48000,"
-                       "encoding-params=(string)2,payload=111");
+  const ObjectPtr<GstPad> place = connection.addPlace(
+      "application/x-rtp,media=audio,encoding-name=OPUS,clock-rate=48000,"
+      "encoding-params=(string)2,payload=111");
+  connection.addSender(bin, place.get());
 }
 
 void AudioSender::setMuted(bool isMuted) {

@@ -51,7 +51,8 @@ std::optional<std::uint32_t> videoSsrcOf(const std::string& offer) {
 
 std::string videoEncodingOf(const std::string& answer) {
   GstSDPMessage* parsed = nullptr;
-  const bool isSdp = gst_sdp_message_new_from_text(answer.c_str(), &parsed) == GST_SDP_OK;
+  const bool isSdp =
+      !answer.empty() && gst_sdp_message_new_from_text(answer.c_str(), &parsed) == GST_SDP_OK;
   const SdpPtr sdp(parsed);
   for (guint line = 0; isSdp && line < gst_sdp_message_medias_len(parsed); ++line) {
     const GstSDPMedia* const media = gst_sdp_message_get_media(parsed, line);

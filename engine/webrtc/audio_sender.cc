@@ -26,10 +26,12 @@ AudioSender::AudioSender(PeerConnection& connection, bool isMuted) {
   const guint32 ssrc = g_random_int();
   const ObjectPtr<GstElement> payloader(gst_bin_get_by_name(GST_BIN(bin), "payloader"));
   g_object_set(payloader.get(), "ssrc", ssrc, nullptr);
-  connection.addSender(bin,
-                       "application/x-rtp,media=audio,encoding-name=OPUS,clock-rate=48000,"
-                       "encoding-params=(string)2,payload=111,ssrc=(uint)" +
-                           std::to_string(ssrc));
+  const std::string caps =
+      "application/x-rtp,media=audio,encoding-name=OPUS,clock-rate=48000,"
+      "encoding-params=(string)2,payload=111,ssrc=(uint)" +
+      std::to_string(ssrc);
+  const ObjectPtr<GstPad> place = connection.addPlace(caps.c_str());
+  connection.addSender(bin, place.get());
 }
 
 void AudioSender::setMuted(bool isMuted) {

@@ -217,6 +217,9 @@ void Call::joined() {
   state_ = State::kJoined;
   timer_.stop();
   context_.log->write("call " + std::to_string(id_) + " joined");
+  if (!publisher_->video()) {
+    context_.log->write("the room takes no video in an encoding of ours: none is sent");
+  }
   localVideo_.setSender(publisher_->video());
   context_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, true);
   for (const auto& [event, isEnabled] : params_.gracefulEvents) {

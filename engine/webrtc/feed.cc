@@ -1,7 +1,12 @@
 #include "engine/webrtc/feed.h"
 
+#include <gst/sdp/sdp.h>
+
 #include <charconv>
+#include <cstdlib>
 #include <string_view>
+
+#include "engine/webrtc/glib.h"
 
 namespace webrtc {
 namespace {
@@ -42,6 +47,25 @@ std::optional<std::uint32_t> videoSsrcOf(const std::string& offer) {
   const auto [stop, error] = std::from_chars(first, offer.data() + offer.size(), ssrc);
   if (error != std::errc()) return std::nullopt;
   return ssrc;
+}
+
+std::string videoEncodingOf(const std::string& answer) {
+  GstSDPMessage* parsed = nullptr;
+  const bool isSdp =
+      !answer.empty() && gst_sdp_message_new_from_text(answer.c_str(), &parsed) == GST_SDP_OK;
+  const SdpPtr sdp(parsed);
+  for (guint line = 0; isSdp && line < gst_sdp_message_medias_len(parsed); ++line) {
+    const GstSDPMedia* const media = gst_sdp_message_get_media(parsed, line);
+    const char* const type = gst_sdp_media_get_format(media, 0);
+    const bool isAccepted = type && gst_sdp_media_get_port(media) != 0;
+    if (!isAccepted || std::string_view(gst_sdp_media_get_media(media)) != "video") continue;
+    const CapsPtr caps(gst_sdp_media_get_caps_from_media(media, std::atoi(type)));
+    const char* const name =
+        caps ? gst_structure_get_string(gst_caps_get_structure(caps.get(), 0), "encoding-name")
+             : nullptr;
+    return name ? name : "";
+  }
+  return "";
 }
 
 }  // namespace webrtc

@@ -29,6 +29,9 @@ std::optional<Feed> parseFeed(const Json& publisher);
 // The SSRC with which the server sends the video of this offer; nothing without video.
 std::optional<std::uint32_t> videoSsrcOf(const std::string& offer);
 
+// The encoding of the video that this answer accepts, as "VP8"; empty when it accepts none.
+std::string videoEncodingOf(const std::string& answer);
+
 }  // namespace webrtc
 
 #endif  // ENGINE_WEBRTC_FEED_H_

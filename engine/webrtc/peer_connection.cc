@@ -203,16 +203,21 @@ void PeerConnection::watchBus() {
   });
 }
 
-void PeerConnection::addSender(GstElement* bin, const std::string& codec) {
-  gst_bin_add(GST_BIN(pipeline_.get()), bin);
-  const ObjectPtr<GstPad> source(gst_element_get_static_pad(bin, "src"));
-  const ObjectPtr<GstPad> sink(gst_element_request_pad_simple(webrtc_, "sink_%u"));
-  const ObjectPtr<GObject> transceiver(property<GObject*>(sink.get(), "transceiver"));
+ObjectPtr<GstPad> PeerConnection::addPlace(const std::string& formats) {
+  ObjectPtr<GstPad> place(gst_element_request_pad_simple(webrtc_, "sink_%u"));
+  const ObjectPtr<GObject> transceiver(property<GObject*>(place.get(), "transceiver"));
   // Nothing need flow before the offer is made.
-  const CapsPtr caps(gst_caps_from_string(codec.c_str()));
+  const CapsPtr caps(gst_caps_from_string(formats.c_str()));
   g_object_set(transceiver.get(), "codec-preferences", caps.get(), "direction",
                GST_WEBRTC_RTP_TRANSCEIVER_DIRECTION_SENDONLY, nullptr);
-  gst_pad_link(source.get(), sink.get());
+  return place;
+}
+
+void PeerConnection::addSender(GstElement* bin, GstPad* place) {
+  gst_bin_add(GST_BIN(pipeline_.get()), bin);
+  const ObjectPtr<GstPad> source(gst_element_get_static_pad(bin, "src"));
+  gst_pad_link(source.get(), place);
+  gst_element_sync_state_with_parent(bin);
 }
 
 void PeerConnection::addReceiver(GstElement* bin, GstPad* pad) {

@@ -48,9 +48,11 @@ class PeerConnection {
   PeerConnection(const PeerConnection&) = delete;
   PeerConnection& operator=(const PeerConnection&) = delete;
 
-  // Puts `bin`, whose only pad is a source of RTP packets, in front. `codec` describes them. Called
-  // before start().
-  void addSender(GstElement* bin, const std::string& codec);
+  // A place for RTP packets in one of these formats, which the offer then has. Called before
+  // start().
+  ObjectPtr<GstPad> addPlace(const std::string& formats);
+  // Puts `bin`, whose only pad is a source of such packets, in front of a place, once.
+  void addSender(GstElement* bin, GstPad* place);
   // Puts `bin`, whose only pad is a sink, behind the pad that `receiving` was given, in that call.
   void addReceiver(GstElement* bin, GstPad* pad);
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "engine/webrtc/audio_level.h"
+#include "engine/webrtc/feed.h"
 
 namespace webrtc {
 namespace {
@@ -16,6 +17,7 @@ constexpr const char* kAudioMid = "audio1";
 Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOptions& ice,
                      const Settings& settings, Handlers handlers)
     : handle_(handle),
+      settings_(settings),
       handlers_(std::move(handlers)),
       state_(settings.state),
       inbox_(loop),
@@ -27,14 +29,13 @@ Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOpti
                    .allCandidatesFound = [this] { handle_.trickleEnd(); },
                    .connected =
                        [this] {
-                         video_->start();
+                         if (video_) video_->start();
                          handlers_.connected();
                        },
                    .failed = [this](const std::string& reason) { handlers_.failed(reason); },
                    .receiving = nullptr,
                    .told = [this](GstMessage* message) { read(message); }}),
-      video_(std::make_shared<VideoSender>(connection_, settings.videoSsrc,
-                                           settings.mostBitsPerSecond)),
+      videoPlace_(connection_.addPlace(VideoSender::formats(settings.videoSsrc))),
       audio_(connection_, settings.state.isAudioMuted) {}
 
 void Publisher::start() {
@@ -53,9 +54,16 @@ void Publisher::publish(const std::string& offer) {
                 } else {
                   isAccepted_ = true;
                   connection_.acceptAnswer(answer.jsep->sdp);
+                  addVideo(videoEncodingOf(answer.jsep->sdp));
                   tellState();
                 }
               });
+}
+
+void Publisher::addVideo(const std::string& encoding) {
+  if (!VideoSender::canEncode(encoding)) return;
+  video_ = std::make_shared<VideoSender>(connection_, videoPlace_.get(), encoding,
+                                         settings_.videoSsrc, settings_.mostBitsPerSecond);
 }
 
 void Publisher::setState(const OwnState& state) {

@@ -58,25 +58,30 @@ class Publisher {
 
   // The server has accepted what we send; only a way for it may be missing.
   bool isAccepted() const { return isAccepted_; }
+  // Empty before, and when the room takes no video that can be sent.
   const std::shared_ptr<VideoSender>& video() const { return video_; }
   // An appsrc, into which the microphone's buffers go.
   ObjectPtr<GstElement> audioSource() const { return audio_.source(); }
 
  private:
   void publish(const std::string& offer);
+  // In the encoding that the room has chosen, if it is one of ours.
+  void addVideo(const std::string& encoding);
   void tellState();
   Json descriptions() const;
   // On a thread of the connection's.
   void read(GstMessage* message) const;
 
   JanusHandle& handle_;
+  const Settings settings_;
   const Handlers handlers_;
   OwnState state_;
   OwnState toldState_;
   bool isAccepted_ = false;
   Inbox inbox_;
   PeerConnection connection_;
-  const std::shared_ptr<VideoSender> video_;
+  const ObjectPtr<GstPad> videoPlace_;
+  std::shared_ptr<VideoSender> video_;
   AudioSender audio_;
 };
 

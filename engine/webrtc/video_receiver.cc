@@ -1,5 +1,7 @@
 #include "engine/webrtc/video_receiver.h"
 
+#include <map>
+
 #include "engine/webrtc/glib.h"
 #include "engine/webrtc/gst_frame.h"
 #include "engine/webrtc/pipeline.h"
@@ -8,18 +10,27 @@ namespace webrtc {
 namespace {
 
 // Only whole pictures: after a loss nothing is decoded before the next key frame, which is asked
-// for. Frames are taken as they come out.
-constexpr const char* kVp8Decoding =
-    "rtpvp8depay wait-for-keyframe=true request-keyframe=true ! vp8dec threads=1 ! "
-    "appsink name=sink sync=false max-buffers=2 drop=true enable-last-sample=false "
+// for.
+const std::map<std::string, std::string> kDecodings = {
+    {"VP8", "rtpvp8depay wait-for-keyframe=true request-keyframe=true ! vp8dec threads=1"},
+    // The decoder asks for the stream's profile, which only the parser finds.
+    {"H264",
+     "rtph264depay wait-for-keyframe=true request-keyframe=true ! "
+     "video/x-h264,stream-format=byte-stream,alignment=au ! h264parse ! openh264dec"},
+};
+
+// Frames are taken as they come out.
+constexpr const char* kSink =
+    " ! appsink name=sink sync=false max-buffers=2 drop=true enable-last-sample=false "
     "caps=video/x-raw,format=I420";
 
 }  // namespace
 
 GstElement* VideoReceiver::makeDecoder(const std::string& encoding) {
-  if (encoding != "VP8") return nullptr;
+  const auto decoding = kDecodings.find(encoding);
+  if (decoding == kDecodings.end()) return nullptr;
   using NewSample = Handed<GstFlowReturn, GstAppSink*>;
-  GstElement* const bin = makeBin(kVp8Decoding);
+  GstElement* const bin = makeBin(decoding->second + kSink);
   const ObjectPtr<GstElement> sink(gst_bin_get_by_name(GST_BIN(bin), "sink"));
   GstAppSinkCallbacks callbacks = {};
   callbacks.new_sample = [](GstAppSink* from, gpointer data) {

@@ -10,22 +10,65 @@
 namespace webrtc {
 namespace {
 
-// Bits for a pixel, at 30 frames per second, above which VP8 gains little.
+// Bits for a pixel, at 30 frames per second, above which the encoders gain little.
 constexpr double kBitsPerPixel = 0.1;
 constexpr std::uint32_t kLeastBitsPerSecond = 150'000;
-// Fill level of the encoder's bit buffer, in percent, below which frames are dropped to keep the
-// application's limit.
-constexpr gint kDropThreshold = 30;
+
+// How a picture of one encoding is made and described.
+struct Encoding {
+  const char* name;  // as a session description has it
+  const char* format;
+  // From raw pictures to packets.
+  const char* elements;
+  // Tells the encoder how many bits it may make in a second, and whether it is to drop frames to
+  // keep that.
+  void (*limit)(GstElement* encoder, std::uint32_t bitsPerSecond, bool isStrict);
+};
+
+constexpr const char* kSource =
+    "appsrc name=source is-live=true format=time max-buffers=1 leaky-type=downstream ! ";
 
 // One thread and no look-ahead, so that a frame leaves at once; the rate is held within a second. A
 // key frame is sent when somebody asks for one.
-constexpr const char* kEncoding =
-    "appsrc name=source is-live=true format=time max-buffers=1 leaky-type=downstream ! "
-    "vp8enc name=encoder deadline=1 cpu-used=8 threads=1 lag-in-frames=0 end-usage=cbr "
-    "error-resilient=default keyframe-max-dist=3000 min-quantizer=4 max-quantizer=56 "
-    "buffer-size=1000 buffer-initial-size=500 buffer-optimal-size=600 overshoot=15 "
-    "static-threshold=1 ! "
-    "rtpvp8pay name=payloader picture-id-mode=15-bit";
+constexpr std::array kEncodings = {
+    Encoding{.name = "VP8",
+             .format = "payload=96",
+             .elements =
+                 "vp8enc name=encoder deadline=1 cpu-used=8 threads=1 lag-in-frames=0 "
+                 "end-usage=cbr error-resilient=default keyframe-max-dist=3000 min-quantizer=4 "
+                 "max-quantizer=56 buffer-size=1000 buffer-initial-size=500 "
+                 "buffer-optimal-size=600 overshoot=15 static-threshold=1 ! "
+                 "rtpvp8pay name=payloader pt=96 picture-id-mode=15-bit",
+             .limit =
+                 [](GstElement* encoder, std::uint32_t bitsPerSecond, bool isStrict) {
+                   // Fill level of the encoder's bit buffer, in percent, below which frames are
+                   // dropped.
+                   constexpr gint kDropThreshold = 30;
+                   g_object_set(encoder, "target-bitrate", static_cast<gint>(bitsPerSecond),
+                                "dropframe-threshold", isStrict ? kDropThreshold : 0, nullptr);
+                 }},
+    // The profile that every browser decodes. The encoder puts the parameter sets before each key
+    // frame.
+    Encoding{.name = "H264",
+             .format = "payload=97,packetization-mode=(string)1,profile-level-id=(string)42e01f,"
+                       "level-asymmetry-allowed=(string)1",
+             .elements = "openh264enc name=encoder usage-type=camera complexity=low multi-thread=1 "
+                         "rate-control=bitrate gop-size=3000 scene-change-detection=false ! "
+                         "video/x-h264,profile=constrained-baseline ! "
+                         "rtph264pay name=payloader pt=97 "
+                         "aggregate-mode=zero-latency",
+             .limit =
+                 [](GstElement* encoder, std::uint32_t bitsPerSecond, bool isStrict) {
+                   g_object_set(encoder, "bitrate", bitsPerSecond, "enable-frame-skip",
+                                static_cast<gboolean>(isStrict), nullptr);
+                 }},
+};
+
+const Encoding* encodingOf(const std::string& name) {
+  const auto* const found = std::find_if(kEncodings.begin(), kEncodings.end(),
+                                         [&name](const auto& each) { return name == each.name; });
+  return found == kEncodings.end() ? nullptr : found;
+}
 
 BufferPtr bufferOf(const std::shared_ptr<support::Frame>& frame) {
   using Kept = Handed<void>;
@@ -49,18 +92,28 @@ BufferPtr bufferOf(const std::shared_ptr<support::Frame>& frame) {
 
 }  // namespace
 
-VideoSender::VideoSender(PeerConnection& connection, std::uint32_t ssrc,
-                         std::uint32_t mostBitsPerSecond)
-    : mostBitsPerSecond_(mostBitsPerSecond) {
-  GstElement* const bin = makeBin(kEncoding);
+std::string VideoSender::formats(std::uint32_t ssrc) {
+  std::string all;
+  for (const Encoding& encoding : kEncodings) {
+    if (!all.empty()) all += ';';
+    all += std::string("application/x-rtp,media=video,clock-rate=90000,encoding-name=") +
+           encoding.name + ',' + encoding.format + ",rtcp-fb-nack-pli=true,ssrc=(uint)" +
+           std::to_string(ssrc);
+  }
+  return all;
+}
+
+bool VideoSender::canEncode(const std::string& encoding) { return encodingOf(encoding) != nullptr; }
+
+VideoSender::VideoSender(PeerConnection& connection, GstPad* place, const std::string& encoding,
+                         std::uint32_t ssrc, std::uint32_t mostBitsPerSecond)
+    : mostBitsPerSecond_(mostBitsPerSecond), limit_(encodingOf(encoding)->limit) {
+  GstElement* const bin = makeBin(std::string(kSource) + encodingOf(encoding)->elements);
   source_.reset(gst_bin_get_by_name(GST_BIN(bin), "source"));
   encoder_.reset(gst_bin_get_by_name(GST_BIN(bin), "encoder"));
   const ObjectPtr<GstElement> payloader(gst_bin_get_by_name(GST_BIN(bin), "payloader"));
   g_object_set(payloader.get(), "ssrc", ssrc, nullptr);
-  connection.addSender(bin,
-                       "application/x-rtp,media=video,encoding-name=VP8,clock-rate=90000,"
-                       "payload=96,rtcp-fb-nack-pli=true,ssrc=(uint)" +
-                           std::to_string(ssrc));
+  connection.addSender(bin, place);
 }
 
 void VideoSender::start() {
@@ -83,8 +136,7 @@ void VideoSender::setFormat(support::Size size) {
       static_cast<std::uint32_t>(static_cast<double>(support::pixels(size)) * 30 * kBitsPerPixel);
   const auto rate =
       std::clamp(wanted, kLeastBitsPerSecond, std::max(mostBitsPerSecond_, kLeastBitsPerSecond));
-  g_object_set(encoder_.get(), "target-bitrate", static_cast<gint>(rate), "dropframe-threshold",
-               mostBitsPerSecond_ < wanted ? kDropThreshold : 0, nullptr);
+  limit_(encoder_.get(), rate, mostBitsPerSecond_ < wanted);
   const CapsPtr caps(gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width",
                                          G_TYPE_INT, static_cast<gint>(size.width), "height",
                                          G_TYPE_INT, static_cast<gint>(size.height), "framerate",

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "base/mutex.h"
 #include "engine/support/streams/frame_pool.h"
@@ -15,13 +16,20 @@
 
 namespace webrtc {
 
-// Takes frames, without copying them, and puts them as VP8 into a connection. Shared by the
+// Takes frames, without copying them, and puts them encoded into a connection. Shared by the
 // publisher and by the camera, which may still have it when the connection is over: frames are then
 // dropped. send() may be called from any thread; the rest belongs to the engine's thread.
 class VideoSender {
  public:
-  // Sends with this SSRC, at most so many bits per second.
-  VideoSender(PeerConnection& connection, std::uint32_t ssrc, std::uint32_t mostBitsPerSecond);
+  // What can be sent with this SSRC, for the connection's offer; the best first.
+  static std::string formats(std::uint32_t ssrc);
+  // Whether this encoding, as the answer to the offer names it, is one of them.
+  static bool canEncode(const std::string& encoding);
+
+  // Sends at `place` of the connection, in an encoding that canEncode() accepts, with this SSRC, at
+  // most so many bits per second.
+  VideoSender(PeerConnection& connection, GstPad* place, const std::string& encoding,
+              std::uint32_t ssrc, std::uint32_t mostBitsPerSecond);
   VideoSender(const VideoSender&) = delete;
   VideoSender& operator=(const VideoSender&) = delete;
 
@@ -33,6 +41,7 @@ class VideoSender {
   void setFormat(support::Size size);
 
   const std::uint32_t mostBitsPerSecond_;
+  void (*const limit_)(GstElement* encoder, std::uint32_t bitsPerSecond, bool isStrict);
   ObjectPtr<GstElement> source_;
   ObjectPtr<GstElement> encoder_;
 

@@ -44,36 +44,38 @@ const shownDetail = (page) =>
     return readCard({ width, height, yPlaneBuffer, yPlaneBufferStride: width })?.detail;
   }, CARD_CODE);
 
-test('a browser and a process see each other', async (t) => {
-  const janus = await startServer(t, { rooms: { [ROOM]: {} } });
-  const clip = path.join(temporaryDirectory(t), 'camera.y4m');
-  writeCardClip(clip, { width: 640, height: 360, detail: 77 });
-  const page = await openGuest(t, janus, [
-    '--use-fake-ui-for-media-stream',
-    '--use-fake-device-for-media-stream',
-    `--use-file-for-fake-video-capture=${clip}`,
-  ]);
-  await page.getByText('In the room.', { exact: true }).waitFor();
-  const member = await openMember(t);
-  const uri = janus.uri(ROOM, { camera: 'card:5', microphone: 'tone:440' });
-  assert.deepEqual(await member.does('join', uri, { endpointName: 'Ada' }), { connected: true });
+for (const videocodec of ['vp8', 'h264']) {
+  test(`a browser and a process see each other in a room of ${videocodec}`, async (t) => {
+    const janus = await startServer(t, { rooms: { [ROOM]: { videocodec } } });
+    const clip = path.join(temporaryDirectory(t), 'camera.y4m');
+    writeCardClip(clip, { width: 640, height: 360, detail: 77 });
+    const page = await openGuest(t, janus, [
+      '--use-fake-ui-for-media-stream',
+      '--use-fake-device-for-media-stream',
+      `--use-file-for-fake-video-capture=${clip}`,
+    ]);
+    await page.getByText('In the room.', { exact: true }).waitFor();
+    const member = await openMember(t);
+    const uri = janus.uri(ROOM, { camera: 'card:5', microphone: 'tone:440' });
+    assert.deepEqual(await member.does('join', uri, { endpointName: 'Ada' }), { connected: true });
 
-  await page.getByText('Ada').waitFor();
-  await page.waitForFunction(() => document.querySelector('[id^="feed-"] video')?.videoWidth > 0);
-  assert.equal(await shownDetail(page), 5);
-  const { card } = await member.does('picture', remote(0));
-  assert.equal(card?.detail, 77);
+    await page.getByText('Ada').waitFor();
+    await page.waitForFunction(() => document.querySelector('[id^="feed-"] video')?.videoWidth > 0);
+    assert.equal(await shownDetail(page), 5);
+    const { card } = await member.does('picture', remote(0));
+    assert.equal(card?.detail, 77);
 
-  await member.does('call', 'registerEvent', {
-    ...{ eventName: 'participants', expires: 60 },
-    ...{ mimeType: 'application', mimeSubType: 'json' },
+    await member.does('call', 'registerEvent', {
+      ...{ eventName: 'participants', expires: 60 },
+      ...{ mimeType: 'application', mimeSubType: 'json' },
+    });
+    const { eventBody } = await member.does('seen', 'eventNotify', { eventName: 'participants' });
+    assert.match(eventBody, /"name":"guest"/);
+
+    await page.getByRole('button', { name: 'Leave' }).click();
+    await member.does('seen', 'streamRemoved', remote(0));
   });
-  const { eventBody } = await member.does('seen', 'eventNotify', { eventName: 'participants' });
-  assert.match(eventBody, /"name":"guest"/);
-
-  await page.getByRole('button', { name: 'Leave' }).click();
-  await member.does('seen', 'streamRemoved', remote(0));
-});
+}
 
 test('a browser without camera and microphone reports it, and sends a replacement picture', async (t) => {
   const janus = await startServer(t, { rooms: { [ROOM]: {} } });

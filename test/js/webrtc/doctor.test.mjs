@@ -73,6 +73,10 @@ test('a plugin that is missing is a problem, and the package that has it is name
 
 for (const [plugin, reason] of [
   ['libgstnice.so', "GStreamer's element nicesrc is missing: install gstreamer1.0-nice"],
+  [
+    'libgstopenh264.so',
+    "GStreamer's element openh264dec is missing: install gstreamer1.0-plugins-bad",
+  ],
   ['libgstwebrtc.so', "GStreamer's element webrtcbin is missing: install gstreamer1.0-plugins-bad"],
 ]) {
   test(`a call without ${plugin} ends with the package that has it`, async (t) => {

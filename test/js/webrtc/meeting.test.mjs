@@ -12,9 +12,15 @@ import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const LEFT = { reason: 'the call was left', code: 0 };
 
+// The codecs of a room, as its server's configuration has them, and the one that is then used.
+const CODECS = [
+  ['vp8,h264', 'VP8'],
+  ['h264', 'H264'],
+];
+
 // Members of one room, the first one's card with the detail 1, and so on.
-async function meet(t, count, { capture } = {}) {
-  const server = await startServer(t, { rooms: { meeting: {} } });
+async function meet(t, count, { capture, videocodec = 'vp8,h264' } = {}) {
+  const server = await startServer(t, { rooms: { meeting: { videocodec } } });
   const members = await Promise.all(
     Array.from({ length: count }, () => openMember(t, { capture })),
   );
@@ -35,33 +41,43 @@ async function meet(t, count, { capture } = {}) {
 
 const details = (pictures) => pictures.map(({ card }) => card?.detail);
 
-test("two processes receive each other's pictures in order", async (t) => {
-  const { members } = await meet(t, 2);
-  const seen = await Promise.all(members.map((member) => member.does('pictures', remote(0), 30)));
-  assert.deepEqual(seen.map(details), [Array(30).fill(2), Array(30).fill(1)]);
-  for (const pictures of seen) {
-    for (const [index, { width, height, frameId, card }] of pictures.entries()) {
-      assert.deepEqual([width, height], [640, 360]);
-      if (index === 0) continue;
-      assert.ok(frameId > pictures[index - 1].frameId, 'frames are numbered in order');
-      assert.ok(card.number > pictures[index - 1].card.number, 'pictures arrive in order');
+for (const [videocodec, codec] of CODECS) {
+  test(`two processes receive each other's pictures in order as ${codec}`, async (t) => {
+    const { members } = await meet(t, 2, { videocodec });
+    const seen = await Promise.all(members.map((member) => member.does('pictures', remote(0), 30)));
+    assert.deepEqual(seen.map(details), [Array(30).fill(2), Array(30).fill(1)]);
+    for (const pictures of seen) {
+      for (const [index, { width, height, frameId, card }] of pictures.entries()) {
+        assert.deepEqual([width, height], [640, 360]);
+        if (index === 0) continue;
+        assert.ok(frameId > pictures[index - 1].frameId, 'frames are numbered in order');
+        assert.ok(card.number > pictures[index - 1].card.number, 'pictures arrive in order');
+      }
     }
-  }
-});
+  });
 
-test('muting the video clears it at the others, and unmuting restores it', async (t) => {
-  const { members } = await meet(t, 2);
-  const [first, second] = members;
-  const { csrc } = await second.does('picture', remote(0));
-  await first.does('call', 'muteLocalVideo', true);
-  await first.does('seen', 'mediaMuteState', { mediaType: 'video', muted: true });
-  await Promise.all([first.does('cleared', LOCAL), second.does('cleared', remote(0))]);
-  await second.does('seen', 'streamUpdated', { ...remote(0), csrc });
+  test(`muting ${codec} clears the picture at the others, and unmuting restores it`, async (t) => {
+    const { members } = await meet(t, 2, { videocodec });
+    const [first, second] = members;
+    const { csrc } = await second.does('picture', remote(0));
+    await first.does('call', 'muteLocalVideo', true);
+    await first.does('seen', 'mediaMuteState', { mediaType: 'video', muted: true });
+    await Promise.all([first.does('cleared', LOCAL), second.does('cleared', remote(0))]);
+    await second.does('seen', 'streamUpdated', { ...remote(0), csrc });
 
-  await first.does('call', 'muteLocalVideo', false);
-  const [picture] = await second.does('pictures', remote(0), 1);
-  assert.equal(picture.card?.detail, 1);
-});
+    await first.does('call', 'muteLocalVideo', false);
+    const [picture] = await second.does('pictures', remote(0), 1);
+    assert.equal(picture.card?.detail, 1);
+  });
+
+  test(`a picture whose size is not a multiple of eight arrives whole as ${codec}`, async (t) => {
+    const capture = { width: 322, height: 182, maxFPS: 15 };
+    const { members } = await meet(t, 2, { capture, videocodec });
+    const pictures = await members[0].does('pictures', remote(0), 5);
+    assert.deepEqual(details(pictures), Array(5).fill(2));
+    for (const { width, height } of pictures) assert.deepEqual([width, height], [322, 182]);
+  });
+}
 
 test('a participant who leaves is removed at the others, and may join again', async (t) => {
   const { server, members } = await meet(t, 2);
@@ -89,13 +105,6 @@ test("four processes receive each other's pictures", async (t) => {
     const others = [1, 2, 3, 4].filter((detail) => detail !== index + 1);
     assert.deepEqual(details(pictures).sort(), others);
   }
-});
-
-test('a picture whose size is not a multiple of eight arrives whole', async (t) => {
-  const { members } = await meet(t, 2, { capture: { width: 322, height: 182, maxFPS: 15 } });
-  const pictures = await members[0].does('pictures', remote(0), 5);
-  assert.deepEqual(details(pictures), Array(5).fill(2));
-  for (const { width, height } of pictures) assert.deepEqual([width, height], [322, 182]);
 });
 
 test('a clip that replaces the camera is received', async (t) => {

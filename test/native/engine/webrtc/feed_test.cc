@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <string>
+#include <utility>
 
 namespace webrtc {
 namespace {
@@ -49,6 +51,28 @@ TEST(Feed, HasTheSsrcOfTheVideo) {
   EXPECT_EQ(videoSsrcOf("v=0\r\n" + silent + audio.substr(5)), std::nullopt);
   EXPECT_EQ(videoSsrcOf("v=0\r\nm=video 9 X 96\r\na=ssrc:99999999999 x\r\n"), std::nullopt);
   EXPECT_EQ(videoSsrcOf(""), std::nullopt);
+}
+
+TEST(Answer, HasTheEncodingOfTheVideo) {
+  const auto answer = [](const std::string& video) {
+    return "v=0\r\nm=audio 9 UDP/TLS/RTP/SAVPF 111\r\na=rtpmap:111 opus/48000/2\r\n" + video;
+  };
+  for (const auto& [video, encoding] : std::initializer_list<std::pair<const char*, const char*>>{
+           {"m=video 9 UDP/TLS/RTP/SAVPF 97 98\r\na=rtpmap:98 rtx/90000\r\na=rtpmap:97 "
+            "H264/90000\r\n",
+            "H264"},
+           {"m=video 9 UDP/TLS/RTP/SAVPF 96\r\na=rtpmap:96 VP8/90000\r\n", "VP8"},
+           {"m=video 0 UDP/TLS/RTP/SAVPF 96\r\na=rtpmap:96 VP8/90000\r\n", ""},
+           {"m=video 9 UDP/TLS/RTP/SAVPF 96\r\n", ""},
+           {"m=video 9 UDP/TLS/RTP/SAVPF x\r\n", ""},
+           {"m=video 9 UDP/TLS/RTP/SAVPF\r\n", ""},
+           {"m=video\r\n", ""},
+           {"", ""},
+       }) {
+    EXPECT_EQ(videoEncodingOf(answer(video)), encoding) << video;
+  }
+  EXPECT_EQ(videoEncodingOf(""), "");
+  EXPECT_EQ(videoEncodingOf("no description"), "");
 }
 
 }  // namespace

@@ -29,8 +29,8 @@ GstElement* makeWebrtcBin(GstElement* pipeline, const IceOptions& ice) {
     gboolean isAdded = FALSE;
     g_signal_emit_by_name(element, "add-turn-server", server.c_str(), &isAdded);
   }
-  const ObjectPtr<GObject> ice_(property<GObject*>(element, "ice-agent"));
-  const ObjectPtr<GObject> agent(property<GObject*>(ice_.get(), "agent"));
+  const ObjectPtr<GObject> gatherer(property<GObject*>(element, "ice-agent"));
+  const ObjectPtr<GObject> agent(property<GObject*>(gatherer.get(), "agent"));
   // The server listens on UDP; asking a router for a port takes seconds.
   g_object_set(agent.get(), "ice-tcp", FALSE, "upnp", FALSE, nullptr);
   gst_bin_add(GST_BIN(pipeline), element);
@@ -285,7 +285,8 @@ void PeerConnection::setRemote(GstWebRTCSDPType type, const std::string& sdp,
   const auto post = inbox_.poster();
   g_signal_emit_by_name(webrtc_, "set-remote-description", description.get(),
                         promise([this, post, kept = std::move(done)](const GstStructure* reply) {
-                          const bool isRefused = reply && gst_structure_has_field(reply, "error");
+                          const bool isRefused =
+                              reply != nullptr && gst_structure_has_field(reply, "error") != FALSE;
                           if (isRefused) {
                             post([this] { fail("the server's description cannot be followed"); });
                           } else if (kept) {

@@ -89,25 +89,14 @@ DeviceCamera::DeviceCamera(support::TaskLoop& loop, const Device& device, suppor
   const ObjectPtr<GstElement> filter(gst_bin_get_by_name(GST_BIN(bin), "format"));
   g_object_set(filter.get(), "caps", format.get(), nullptr);
   const ObjectPtr<GstElement> sink(gst_bin_get_by_name(GST_BIN(bin), "sink"));
-  GstAppSinkCallbacks callbacks = {};
-  callbacks.new_sample = &DeviceCamera::take;
-  gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks, this, nullptr);
+  // Without memory for it a frame is lost.
+  handleSamples(sink.get(), [this](GstSample* sample) {
+    if (const auto frame = frameOf(sample, *pool_)) viewer_(frame);
+  });
   GstElement* const source = device.makeElement();
   // The time at which a picture comes, whatever clock the device has.
   g_object_set(source, "do-timestamp", TRUE, nullptr);
   pipeline_.start(source, bin);
-}
-
-GstFlowReturn DeviceCamera::take(GstAppSink* sink, gpointer camera) {
-  auto& self = *static_cast<DeviceCamera*>(camera);
-  const SamplePtr sample(gst_app_sink_pull_sample(sink));
-  if (!sample) return GST_FLOW_EOS;
-  try {
-    if (const auto frame = frameOf(sample.get(), *self.pool_)) self.viewer_(frame);
-  } catch (const std::bad_alloc&) {
-    // Without memory for it the frame is lost.
-  }
-  return GST_FLOW_OK;
 }
 
 DrawnCamera::DrawnCamera(std::unique_ptr<support::PictureSource> source, std::uint64_t first,

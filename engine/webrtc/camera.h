@@ -3,8 +3,6 @@
 #ifndef ENGINE_WEBRTC_CAMERA_H_
 #define ENGINE_WEBRTC_CAMERA_H_
 
-#include <gst/app/gstappsink.h>
-
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -74,9 +72,6 @@ class DeviceCamera final : public Camera {
   DeviceCamera& operator=(const DeviceCamera&) = delete;
 
  private:
-  // On a thread of the pipeline's.
-  static GstFlowReturn take(GstAppSink* sink, gpointer camera);
-
   const std::shared_ptr<support::FramePool> pool_;
   const Viewer viewer_;
   DevicePipeline pipeline_;  // last: its threads use the rest

@@ -7,16 +7,6 @@
 #include <utility>
 
 namespace webrtc {
-namespace {
-
-GstFlowReturn pushOn(GstAppSink* sink, gpointer source) {
-  const SamplePtr sample(gst_app_sink_pull_sample(sink));
-  if (!sample) return GST_FLOW_EOS;
-  gst_app_src_push_buffer(GST_APP_SRC(source), gst_buffer_ref(gst_sample_get_buffer(sample.get())));
-  return GST_FLOW_OK;
-}
-
-}  // namespace
 
 void StopPipeline::operator()(GstElement* pipeline) const {
   gst_element_set_state(pipeline, GST_STATE_NULL);
@@ -70,11 +60,27 @@ std::string errorText(GstMessage* message) {
   return std::string(GST_OBJECT_NAME(GST_MESSAGE_SRC(message))) + ": " + textOf(error);
 }
 
-void passOn(GstElement* sink, GstElement* source) {
+void handleSamples(GstElement* sink, std::function<void(GstSample*)> handler) {
+  using Handler = Handed<GstFlowReturn, GstAppSink*>;
+  auto* const newSample = new Handler([handler = std::move(handler)](GstAppSink* from) {
+    const SamplePtr sample(gst_app_sink_pull_sample(from));
+    if (!sample) return GST_FLOW_EOS;
+    handler(sample.get());
+    return GST_FLOW_OK;
+  });
   GstAppSinkCallbacks callbacks = {};
-  callbacks.new_sample = &pushOn;
-  gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, gst_object_ref(source),
-                             gst_object_unref);
+  callbacks.new_sample = [](GstAppSink* from, gpointer data) { return Handler::call(data, from); };
+  gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, newSample, Handler::destroy);
+}
+
+void push(GstSample* sample, GstElement* source) {
+  gst_app_src_push_buffer(GST_APP_SRC(source), gst_buffer_ref(gst_sample_get_buffer(sample)));
+}
+
+void passOn(GstElement* sink, GstElement* source) {
+  handleSamples(sink, [kept = std::shared_ptr<GstElement>(share(source))](GstSample* sample) {
+    push(sample, kept.get());
+  });
 }
 
 }  // namespace webrtc

@@ -36,6 +36,11 @@ void handleMessages(GstElement* pipeline, std::function<void(GstMessage*)> handl
 // What an error message says.
 std::string errorText(GstMessage* message);
 
+// Calls `handler` for each sample that the appsink `sink` gets, on the sink's thread, until the
+// sink goes. A sample for which it throws is lost.
+void handleSamples(GstElement* sink, std::function<void(GstSample*)> handler);
+// Puts the sample's buffer into the appsrc `source`.
+void push(GstSample* sample, GstElement* source);
 // Every buffer that the appsink `sink` gets goes on into the appsrc `source`, which is kept alive.
 // The two may be in different pipelines.
 void passOn(GstElement* sink, GstElement* source);

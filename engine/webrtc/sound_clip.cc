@@ -120,12 +120,14 @@ GstElement* makeLoop(std::shared_ptr<const SoundClip> clip) {
   const CapsPtr caps(gst_caps_from_string(kVoiceFormat));
   g_object_set(source, "caps", caps.get(), "format", GST_FORMAT_TIME, "max-bytes",
                static_cast<guint64>(4 * kChunk * sizeof(std::int16_t)), nullptr);
+  using NeedData = Handed<void, GstAppSrc*>;
+  auto* const needData = new NeedData([player = std::make_shared<Player>(std::move(clip))](
+                                          GstAppSrc* element) { player->push(element); });
   GstAppSrcCallbacks callbacks = {};
-  callbacks.need_data = [](GstAppSrc* element, guint, gpointer player) {
-    static_cast<Player*>(player)->push(element);
+  callbacks.need_data = [](GstAppSrc* element, guint, gpointer data) {
+    NeedData::call(data, element);
   };
-  gst_app_src_set_callbacks(GST_APP_SRC(source), &callbacks, new Player(std::move(clip)),
-                            [](gpointer player) { delete static_cast<Player*>(player); });
+  gst_app_src_set_callbacks(GST_APP_SRC(source), &callbacks, needData, NeedData::destroy);
   return source;
 }
 

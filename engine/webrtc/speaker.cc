@@ -39,9 +39,7 @@ Speaker::Speaker() : pipeline_(makePipeline()) {
   GstElement* const bin = makeBin(mixing());
   mixer_.reset(gst_bin_get_by_name(GST_BIN(bin), "mixer"));
   const ObjectPtr<GstElement> sink(gst_bin_get_by_name(GST_BIN(bin), "mix"));
-  GstAppSinkCallbacks callbacks = {};
-  callbacks.new_sample = &Speaker::passMixOn;
-  gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks, this, nullptr);
+  handleSamples(sink.get(), [this](GstSample* sample) { passMixOn(sample); });
   gst_bin_add(GST_BIN(pipeline_.get()), bin);
   gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
 }
@@ -51,16 +49,9 @@ void Speaker::setOutput(ObjectPtr<GstElement> source) {
   output_ = std::move(source);
 }
 
-GstFlowReturn Speaker::passMixOn(GstAppSink* sink, gpointer speaker) {
-  auto& self = *static_cast<Speaker*>(speaker);
-  const SamplePtr sample(gst_app_sink_pull_sample(sink));
-  if (!sample) return GST_FLOW_EOS;
-  base::MutexLock lock(self.mutex_);
-  if (self.output_) {
-    gst_app_src_push_buffer(GST_APP_SRC(self.output_.get()),
-                            gst_buffer_ref(gst_sample_get_buffer(sample.get())));
-  }
-  return GST_FLOW_OK;
+void Speaker::passMixOn(GstSample* sample) {
+  base::MutexLock lock(mutex_);
+  if (output_) push(sample, output_.get());
 }
 
 std::unique_ptr<SpeakerInput> Speaker::addInput() {

@@ -3,7 +3,6 @@
 #ifndef ENGINE_WEBRTC_SPEAKER_H_
 #define ENGINE_WEBRTC_SPEAKER_H_
 
-#include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 
 #include <memory>
@@ -36,7 +35,7 @@ class Speaker {
 
  private:
   // On the mixer's thread.
-  static GstFlowReturn passMixOn(GstAppSink* sink, gpointer speaker);
+  void passMixOn(GstSample* sample) EXCLUDES(mutex_);
 
   base::Mutex mutex_;
   ObjectPtr<GstElement> output_ GUARDED_BY(mutex_);

@@ -75,6 +75,7 @@ test('cameras are used before and during a call, and another one when one vanish
   });
 
   await t.test('the first one left follows one that vanishes', async () => {
+    await member.does('forget');
     await cameras.unplug(second);
     await member.does('seen', 'deviceChange', { id: 'second', type: 'video' });
     assert.match(await member.does('log'), /uses second[^]*uses first/);

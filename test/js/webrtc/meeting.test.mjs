@@ -79,6 +79,15 @@ for (const [videocodec, codec] of CODECS) {
   });
 }
 
+test('a room whose only codec the engine does not have gets no video, and the log says so', async (t) => {
+  const { members } = await meet(t, 2, { videocodec: 'vp9' });
+  const [first, second] = members;
+  // 0 is the csrc of a participant without video.
+  await second.does('seen', 'streamAdded', { ...remote(0), csrc: 0 });
+  assert.equal(await second.does('hasPicture', remote(0)), false);
+  assert.match(await first.does('log'), /the room takes no video in an encoding of ours/);
+});
+
 test('a participant who leaves is removed at the others, and may join again', async (t) => {
   const { server, members } = await meet(t, 2);
   const [first, second] = members;

@@ -1,9 +1,12 @@
 // Calls that may use relays only.
 
 import assert from 'node:assert/strict';
+import { once } from 'node:events';
+import { createServer } from 'node:net';
 import { test } from 'node:test';
 import { setTimeout as delay } from 'node:timers/promises';
 
+import { ownAddress } from '../../../examples/sfu/janus_server.mjs';
 import { remote } from '../../support/streams.mjs';
 import { startTurnServer } from '../../support/turn_server.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
@@ -50,3 +53,35 @@ for (const protocol of ['udp', 'tcp']) {
     );
   });
 }
+
+test('a relay over tls is not used, and nothing is sent to it in the clear', async (t) => {
+  const server = await startServer(t, { rooms: { meeting: {} } });
+  const { address, port, username, password } = await startTurnServer(t);
+  const secure = createServer((socket) => socket.destroy()).listen(0, ownAddress());
+  let connections = 0;
+  secure.on('connection', () => ++connections);
+  await once(secure, 'listening');
+  t.after(() => secure.close());
+  const described = { address, username, password, fqdn: '', priority: 0, bandwidth: 0 };
+  const unused = { ...described, port: secure.address().port, protocol: 'tls' };
+  const members = await Promise.all([openMember(t), openMember(t)]);
+  await Promise.all(
+    members.map((member, index) =>
+      member.does(
+        'join',
+        server.uri('meeting', { camera: `card:${index + 1}`, microphone: 'tone:440' }),
+        { forceTurn: true, turnServers: [unused, { ...described, port, protocol: 'udp' }] },
+      ),
+    ),
+  );
+  const { card } = await members[0].does('picture', remote(0));
+  assert.equal(card?.detail, 2);
+  assert.equal(connections, 0);
+  const lines = (await members[0].does('log')).split('\n');
+  assert.equal(
+    lines.filter((line) =>
+      line.includes(`the TURN server ${address}:${unused.port} is not used: TLS is not supported`),
+    ).length,
+    1,
+  );
+});

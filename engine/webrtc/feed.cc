@@ -57,7 +57,7 @@ std::string videoEncodingOf(const std::string& answer) {
   for (guint line = 0; isSdp && line < gst_sdp_message_medias_len(parsed); ++line) {
     const GstSDPMedia* const media = gst_sdp_message_get_media(parsed, line);
     const char* const type = gst_sdp_media_get_format(media, 0);
-    const bool isAccepted = type && gst_sdp_media_get_port(media) != 0;
+    const bool isAccepted = type != nullptr && gst_sdp_media_get_port(media) != 0;
     if (!isAccepted || std::string_view(gst_sdp_media_get_media(media)) != "video") continue;
     const CapsPtr caps(gst_sdp_media_get_caps_from_media(media, std::atoi(type)));
     const char* const name =

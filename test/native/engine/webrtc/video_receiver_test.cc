@@ -95,7 +95,7 @@ class Reception {
  private:
   static gboolean countRequest(GstPad* pad, GstObject*, GstEvent* raised) {
     const EventPtr event(raised);
-    if (gst_video_event_is_force_key_unit(event.get())) {
+    if (gst_video_event_is_force_key_unit(event.get()) != FALSE) {
       ++static_cast<Received*>(gst_pad_get_element_private(pad))->requests;
     }
     return TRUE;

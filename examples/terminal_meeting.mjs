@@ -9,6 +9,7 @@
 //   npm start -- --output DIRECTORY      where the pictures go (default: out/)
 
 import { EventEmitter, once } from 'node:events';
+import { constants } from 'node:os';
 import path from 'node:path';
 import { setTimeout } from 'node:timers/promises';
 
@@ -62,6 +63,11 @@ async function leave(wrapper, emitter) {
   const left = once(emitter, 'callDisconnect');
   wrapper.disconnectCall();
   await left;
+}
+
+// A process that one of these kills would leave its names in /dev/shm.
+for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) {
+  process.once(signal, () => process.exit(128 + constants.signals[signal]));
 }
 
 const options = terminalOptions();

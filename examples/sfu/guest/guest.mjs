@@ -1,11 +1,13 @@
-// The guest's page: ?server=ws://...&room=... and, if the room requires them, &pin=... and
-// &name=...
+// The guest's page: ?server=ws://...&room=... and, if the room requires it, &pin=... Joining is left
+// to a button: a browser plays other people's sound only after its user has done something.
 
 import { joinRoom } from './room_guest.mjs';
 import { syntheticCamera, syntheticMicrophone } from './synthetic_sources.mjs';
 
 const status = document.querySelector('#status');
 const people = document.querySelector('#people');
+const form = document.querySelector('form');
+const leaveButton = document.querySelector('#leave');
 const asked = new URLSearchParams(location.search);
 
 // The camera and the microphone, or replacements for missing ones.
@@ -20,7 +22,8 @@ async function ownTracks() {
       camera?.getVideoTracks()[0] ?? syntheticCamera(),
       microphone?.getAudioTracks()[0] ?? syntheticMicrophone(),
     ],
-    note: missing.length > 0 ? ` Without ${missing.join(' and ')}: something stands in.` : '',
+    note:
+      missing.length > 0 ? ` There is no ${missing.join(' and no ')}: a replacement is sent.` : '',
   };
 }
 
@@ -38,25 +41,46 @@ function show(id, name, stream) {
   figure.querySelector('video').srcObject = stream;
 }
 
-try {
-  const { tracks, note } = await ownTracks();
-  show('me', 'me', new MediaStream(tracks.filter(({ kind }) => kind === 'video')));
-  const guest = await joinRoom({
-    server: asked.get('server'),
-    room: asked.get('room'),
-    pin: asked.get('pin'),
-    name: asked.get('name') ?? 'guest',
-    tracks,
-    onArrived: (id, name, stream) => show(`feed-${id}`, name, stream),
-    onGone: (id) => document.getElementById(`feed-${id}`)?.remove(),
-  });
-  status.textContent = `In the room.${note}`;
-  const leave = () => {
-    guest.leave();
-    status.textContent = 'Left.';
-  };
-  document.querySelector('#leave').addEventListener('click', leave, { once: true });
-  addEventListener('pagehide', leave, { once: true });
-} catch (error) {
-  status.textContent = `Not in the room: ${error.message}`;
+function showForm(text) {
+  status.textContent = text;
+  form.hidden = false;
+  leaveButton.hidden = true;
+  people.replaceChildren();
 }
+
+async function join(name) {
+  form.hidden = true;
+  status.textContent = 'Joining…';
+  const { tracks, note } = await ownTracks();
+  const stopTracks = () => tracks.forEach((track) => track.stop());
+  show('me', name, new MediaStream(tracks.filter(({ kind }) => kind === 'video')));
+  try {
+    const guest = await joinRoom({
+      server: asked.get('server'),
+      room: asked.get('room'),
+      pin: asked.get('pin'),
+      name,
+      tracks,
+      onArrived: (id, displayName, stream) => show(`feed-${id}`, displayName, stream),
+      onGone: (id) => document.getElementById(`feed-${id}`)?.remove(),
+    });
+    status.textContent = `In the room.${note}`;
+    leaveButton.hidden = false;
+    const leave = () => {
+      removeEventListener('pagehide', leave);
+      guest.leave();
+      stopTracks();
+      showForm('Left.');
+    };
+    leaveButton.onclick = leave;
+    addEventListener('pagehide', leave);
+  } catch (error) {
+    stopTracks();
+    showForm(`Not in the room: ${error.message}`);
+  }
+}
+
+form.addEventListener('submit', (event) => {
+  event.preventDefault();
+  join(form.elements.name.value);
+});

@@ -10,6 +10,7 @@ class Session {
   #asked = 0;
   #answers = new Map();
   #handles = new Map();
+  #keepAlive;
 
   constructor(socket) {
     this.#socket = socket;
@@ -25,7 +26,7 @@ class Session {
     const session = new Session(socket);
     const { data } = await session.send({ janus: 'create' });
     session.#ids = { session_id: data.id };
-    setInterval(() => session.send({ janus: 'keepalive' }), KEEP_ALIVE_MS);
+    session.#keepAlive = setInterval(() => session.send({ janus: 'keepalive' }), KEEP_ALIVE_MS);
     return session;
   }
 
@@ -66,6 +67,7 @@ class Session {
   }
 
   close() {
+    clearInterval(this.#keepAlive);
     this.send({ janus: 'destroy' });
     this.#socket.close();
   }
@@ -157,5 +159,10 @@ export async function joinRoom({ server, room, pin, name, tracks, onArrived, onG
   const { jsep } = await handle.ask({ request: 'publish' }, sending.connection.localDescription);
   await sending.accept(jsep);
   take(data);
-  return { leave: () => session.close(), sending: sending.connection };
+  const leave = () => {
+    for (const other of others.values()) other?.peer.connection.close();
+    sending.connection.close();
+    session.close();
+  };
+  return { leave };
 }

@@ -1,9 +1,11 @@
 // The example for the terminal, in a separate process.
 
 import assert from 'node:assert/strict';
-import { execFile } from 'node:child_process';
-import { readFileSync } from 'node:fs';
+import { execFile, spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { existsSync, readFileSync } from 'node:fs';
 import path from 'node:path';
+import { createInterface } from 'node:readline';
 import { test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
@@ -11,6 +13,7 @@ import { PNG } from 'pngjs';
 
 import '../../support/build.mjs'; // names the addon for the example
 import { ffmpeg } from '../../support/ffmpeg.mjs';
+import { filesNamedIn } from '../../support/shared_memory/shared_memory_names.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 
 const EXAMPLE = fileURLToPath(new URL('../../../examples/terminal_meeting.mjs', import.meta.url));
@@ -80,3 +83,30 @@ test('a clip that cannot be played is reported with the reason, and the exit cod
     return true;
   });
 });
+
+for (const [signal, code] of [
+  ['SIGINT', 130],
+  ['SIGTERM', 143],
+  ['SIGHUP', 129],
+]) {
+  test(`${signal} ends the terminal example, and leaves nothing in /dev/shm`, async (t) => {
+    const options = ['--seconds', '600', '--output', temporaryDirectory(t)];
+    // Its processes are a group of their own, as those of a terminal are.
+    const child = spawn(process.execPath, [EXAMPLE, ...options], {
+      stdio: ['ignore', 'pipe', 'inherit'],
+      detached: true,
+    });
+    const ended = once(child, 'close');
+    t.after(() => child.kill('SIGKILL'));
+    const lines = [];
+    for await (const line of createInterface({ input: child.stdout })) {
+      lines.push(line);
+      // The widget has the stream's segment.
+      if (line.startsWith('getVideoFrameSource: opening video')) process.kill(-child.pid, signal);
+    }
+    assert.deepEqual(await ended, [code, null]);
+    const files = filesNamedIn(lines);
+    assert.notDeepEqual(files, []);
+    assert.deepEqual(files.filter(existsSync), []);
+  });
+}

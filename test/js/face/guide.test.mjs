@@ -213,20 +213,21 @@ test('recorder.mjs keeps its rate through a mute and a change of size', () => {
 });
 
 for (const [what, replacements, ending] of [
-  ['fails', { "'libx264'": "'nothing'" }, 'Error: ffmpeg ended with 1'],
+  // Its code for this is 1 up to version 6, and 8 from version 7 on.
+  ['fails', { "'libx264'": "'nothing'" }, /^Error: ffmpeg ended with [18]$/m],
   [
     'is killed',
     { 'return { width,': "ffmpeg.kill('SIGKILL'); return { width," },
-    'Error: ffmpeg ended with SIGKILL',
+    /^Error: ffmpeg ended with SIGKILL$/m,
   ],
-  ['is not there', { "'ffmpeg',": "'no-ffmpeg'," }, 'Error: spawn no-ffmpeg ENOENT'],
+  ['is not there', { "'ffmpeg',": "'no-ffmpeg'," }, /^Error: spawn no-ffmpeg ENOENT$/m],
 ]) {
   test(`recorder.mjs fails when ffmpeg ${what}`, () => {
     const source = variant('recorder.mjs', { '&leave=0@3': '', ...NODE_ALONE, ...replacements });
     writeFileSync(path.join(directory, 'failing.mjs'), source);
     const { status, stdout, stderr } = run('failing.mjs');
     assert.equal(status, 1, stderr);
-    assert.ok(stderr.includes(ending), stderr);
+    assert.match(stderr, ending);
     assert.deepEqual(filesNamedIn(stdout.split('\n')).filter(existsSync), []);
   });
 }

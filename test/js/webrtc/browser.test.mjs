@@ -26,6 +26,8 @@ async function openGuest(t, janus, cameraArguments) {
   const page = await (await browser.newContext()).newPage();
   page.setDefaultTimeout(PATIENCE_MS);
   await page.goto(guestLink(pageServer, janus, ROOM));
+  await page.getByLabel('Your name').fill('Grace');
+  await page.getByRole('button', { name: 'Join' }).click();
   return page;
 }
 
@@ -70,19 +72,25 @@ for (const videocodec of ['vp8', 'h264']) {
       ...{ mimeType: 'application', mimeSubType: 'json' },
     });
     const { eventBody } = await member.does('seen', 'eventNotify', { eventName: 'participants' });
-    assert.match(eventBody, /"name":"guest"/);
+    assert.match(eventBody, /"name":"Grace"/);
 
     await page.getByRole('button', { name: 'Leave' }).click();
     await member.does('seen', 'streamRemoved', remote(0));
+    assert.equal(await page.locator('#status').textContent(), 'Left.');
+    assert.equal(await page.locator('figure').count(), 0);
   });
 }
 
-test('a browser without camera and microphone reports it, and sends a replacement picture', async (t) => {
+test('a browser without camera and microphone reports it, sends a replacement, and shows the others', async (t) => {
   const janus = await startServer(t, { rooms: { [ROOM]: {} } });
   const page = await openGuest(t, janus, []);
-  await page.getByText('Without camera and microphone: something stands in.').waitFor();
+  await page.getByText('There is no camera and no microphone: a replacement is sent.').waitFor();
   const member = await openMember(t);
-  assert.deepEqual(await member.does('join', janus.uri(ROOM)), { connected: true });
+  assert.deepEqual(await member.does('join', janus.uri(ROOM, { camera: 'card:5' })), {
+    connected: true,
+  });
+  await page.waitForFunction(() => document.querySelector('[id^="feed-"] video')?.videoWidth > 0);
+  assert.equal(await shownDetail(page), 5);
   const { width, height, card } = await member.does('picture', remote(0));
   assert.equal(card, null);
   assert.equal(width / height, 640 / 360);

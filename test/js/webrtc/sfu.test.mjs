@@ -50,7 +50,9 @@ test('the uri and the link join the same room, which SIGINT closes', async (t) =
   assert.deepEqual(joined, { connected: true });
   const page = await (await openBrowser(t)).newPage();
   page.setDefaultTimeout(PATIENCE_MS);
-  await page.goto(`${link}&name=Zo%C3%AB`);
+  await page.goto(link);
+  await page.getByLabel('Your name').fill('Zoë');
+  await page.getByRole('button', { name: 'Join' }).click();
   await page.getByText('In the room.').waitFor();
   await page.locator('figcaption').getByText('Ada').waitFor();
   const { stream } = await member.does('knows', 'Zoë');

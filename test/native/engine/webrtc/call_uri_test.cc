@@ -55,10 +55,14 @@ TEST(CallUri, ReplacesTheCameraByACardOrAClip) {
   EXPECT_EQ(camera("a/b.y4m"), (CameraSource{CameraSource::Kind::kClip, 0, "a/b.y4m"}));
 }
 
-TEST(CallUri, ReplacesTheMicrophoneByATone) {
-  const auto microphone = parseCallUri("janus+ws://h/?room=r&microphone=tone:440").microphone;
-  EXPECT_EQ(microphone.kind, MicrophoneSource::Kind::kTone);
-  EXPECT_EQ(microphone.hertz, 440U);
+TEST(CallUri, ReplacesTheMicrophoneByAToneOrAFile) {
+  const auto microphone = [](const std::string& value) {
+    return parseCallUri("janus+ws://h/?room=r&microphone=" + value).microphone;
+  };
+  EXPECT_EQ(microphone("tone:440").kind, MicrophoneSource::Kind::kTone);
+  EXPECT_EQ(microphone("tone:440").hertz, 440U);
+  EXPECT_EQ(microphone("a/b.wav").kind, MicrophoneSource::Kind::kClip);
+  EXPECT_EQ(microphone("a/b.wav").path, "a/b.wav");
 }
 
 TEST(CallUri, RefusesInvalidUris) {
@@ -81,7 +85,7 @@ TEST(CallUri, RefusesInvalidUris) {
       {server + "camera=card:16777216", "bad value: camera=card:16777216"},
       {server + "camera=clip.mp4", "bad value: camera=clip.mp4"},
       {server + "microphone=tone:0", "bad value: microphone=tone:0"},
-      {server + "microphone=a.wav", "bad value: microphone=a.wav"},
+      {server + "microphone=a.mp3", "bad value: microphone=a.mp3"},
       {server + "microphone=silence", "bad value: microphone=silence"},
       {server + "authority=", "bad value: authority="},
       {"janus+ws://h/?room=" + std::string(257, 'r'), "bad value: room=" + std::string(75, 'r')},

@@ -696,7 +696,10 @@ export class Meeting implements Disposable {
   readonly wrapper: TesselWrapper;
   /** The present streams in the order in which they were added, each with its latest event. */
   readonly streams: StreamEvent[];
-  /** The participants, as in the latest event of this name. */
+  /**
+   * The participants, as in the latest event of this name, which follows `join`, `leave` and the end
+   * of the call.
+   */
   readonly participants: readonly Participant[];
   readonly isClosed: boolean;
 
@@ -779,7 +782,8 @@ export class Meeting implements Disposable {
    * this user alone. Entering again within one second waits for the next one, and rejects when the
    * stream leaves meanwhile. Rejects for a stream that is not there, with a `RangeError` for a remote
    * one outside 0 to 49, once the widget process has ended by itself, since a meeting has one in its
-   * life, and when /dev/shm has no room for it; before the wait, but for the last.
+   * life, and when /dev/shm has no room for it; before the wait, but for the last. Frames of more
+   * than 1600x864 pixels do not fit into the memory and are not copied.
    */
   enterWidgetMode(stream: StreamKey, options?: Pick<Limits, 'signal'>): Promise<SharedDataInfo>;
   /** Does nothing when the stream is not in widget mode and does not wait to enter it. */

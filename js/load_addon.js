@@ -63,7 +63,7 @@ function action() {
     return `tessel-wrapper was bundled, and its addon was not: keep tessel-wrapper external ("Bundle your application" in its docs/guide.md), or name the addon in ${OVERRIDE}.`;
   }
   return engineName() === 'webrtc'
-    ? `Build it with "npm run build:webrtc" in the package's folder, or name another build in ${OVERRIDE}.`
+    ? `Build it with "npm run build:webrtc" in a clone of the repository, and name the clone's build/release/webrtc/tesselWrapper.node in ${OVERRIDE} elsewhere.`
     : `Build it with "npx tessel-wrapper build", or name another build in ${OVERRIDE}. "npx tessel-wrapper doctor" looks at the rest.`;
 }
 

@@ -110,8 +110,8 @@ test('a missing WebRTC engine is reported with the command that builds it', asyn
   assert.equal(
     errors.join(''),
     `Cannot load ${tree}/build/release/webrtc/tesselWrapper.node\nThere is no such file.\n` +
-      'Build it with "npm run build:webrtc" in the package\'s folder, or name another build in ' +
-      'TESSEL_WRAPPER_ADDON.\n',
+      'Build it with "npm run build:webrtc" in a clone of the repository, and name the clone\'s ' +
+      'build/release/webrtc/tesselWrapper.node in TESSEL_WRAPPER_ADDON elsewhere.\n',
   );
 });
 

@@ -134,9 +134,6 @@ missing_packages() {
   case $purpose in
     test)
       need ffmpeg has_command ffmpeg
-      case $preset in
-        release | asan | tsan) need openssl has_command openssl ;;
-      esac
       if [[ $preset == release ]]; then
         need coturn has_command turnserver
         need pipewire-bin has_command pw-cli
@@ -145,6 +142,7 @@ missing_packages() {
       fi
       case $preset in
         release | asan | tsan)
+          need openssl has_command openssl
           need pulseaudio has_command pulseaudio
           need pulseaudio-utils has_command parec
           ;;

@@ -42,7 +42,8 @@ const TO_MEET = [
 ];
 const TO_TEST = [
   ...['chromium', 'ffmpeg', 'libgmock-dev', 'libgtest-dev'],
-  ...['coturn', 'openssl', 'pulseaudio', 'pulseaudio-utils'],
+  ...['coturn', 'dbus-daemon', 'openssl', 'pipewire-bin', 'pulseaudio', 'pulseaudio-utils'],
+  ...['wireplumber'],
 ];
 // Chromium's sandbox is not needed everywhere, not every Debian has a Janus, and the plugins are
 // looked for where the system keeps them.

@@ -89,9 +89,10 @@ DeviceCamera::DeviceCamera(support::TaskLoop& loop, const Device& device, suppor
   const ObjectPtr<GstElement> filter(gst_bin_get_by_name(GST_BIN(bin), "format"));
   g_object_set(filter.get(), "caps", format.get(), nullptr);
   const ObjectPtr<GstElement> sink(gst_bin_get_by_name(GST_BIN(bin), "sink"));
-  // Without memory for it a frame is lost.
+  // A device has few buffers, and their memory goes with it: frames live longer. Without memory for
+  // a copy a frame is lost.
   handleSamples(sink.get(), [this](GstSample* sample) {
-    if (const auto frame = frameOf(sample, *pool_)) viewer_(frame);
+    if (const auto frame = copiedFrameOf(sample, *pool_)) viewer_(frame);
   });
   GstElement* const source = device.makeElement();
   // The time at which a picture comes, whatever clock the device has.
@@ -126,9 +127,9 @@ void DrawnCamera::run() {
   support::Time due = clock_->now();
   for (std::uint64_t number = first_; source_->has(number) && waitUntil(due); ++number) {
     try {
-      film(number);
+      capture(number);
     } catch (const std::exception& error) {
-      log_->write(std::string("a frame could not be filmed: ") + error.what());
+      log_->write(std::string("a frame could not be captured: ") + error.what());
     }
     due = std::max(due + period_, clock_->now());
   }
@@ -140,8 +141,8 @@ bool DrawnCamera::waitUntil(support::Time time) {
   return !isStopped_;
 }
 
-void DrawnCamera::film(std::uint64_t number) {
-  // Nobody can be heard by a camera.
+void DrawnCamera::capture(std::uint64_t number) {
+  // A camera has no sound.
   constexpr std::uint32_t kLevel = 0;
   const auto frame = pool_->take(source_->size());
   if (!source_->draw(number, kLevel, frame->pixels())) return;

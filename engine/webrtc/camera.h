@@ -18,7 +18,7 @@
 
 namespace webrtc {
 
-// Films from its construction to its destruction, which waits for the frame that is being handed
+// Captures from its construction to its destruction, which waits for the frame that is being handed
 // over.
 class Camera {
  public:
@@ -28,8 +28,8 @@ class Camera {
   virtual ~Camera() = default;
 };
 
-// Films what a picture source draws from picture `first` on, on a thread of its own. A camera that
-// comes too late does not catch up: it goes on from where it is.
+// Captures what a picture source draws from picture `first` on, on a thread of its own. A camera
+// that comes too late does not catch up: it goes on from where it is.
 class DrawnCamera final : public Camera {
  public:
   DrawnCamera(std::unique_ptr<support::PictureSource> source, std::uint64_t first,
@@ -44,7 +44,7 @@ class DrawnCamera final : public Camera {
   void run() EXCLUDES(mutex_);
   // False when the camera is to stop.
   bool waitUntil(support::Time time) EXCLUDES(mutex_);
-  void film(std::uint64_t number);
+  void capture(std::uint64_t number);
 
   const std::unique_ptr<support::PictureSource> source_;  // belongs to the thread
   const std::uint64_t first_;

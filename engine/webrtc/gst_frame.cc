@@ -71,23 +71,31 @@ class GstFrame final : public support::Frame {
   const std::unique_ptr<const MappedPicture> picture_;
 };
 
+std::shared_ptr<support::Frame> copyOf(const MappedPicture& picture, support::FramePool& pool) {
+  auto copy = pool.take(picture.size());
+  picture.copyTo(copy->pixels());
+  return copy;
+}
+
+// A buffer's time is one of the engine's clock.
+std::shared_ptr<support::Frame> stamped(std::shared_ptr<support::Frame> frame, GstSample* sample) {
+  const GstClockTime time = GST_BUFFER_PTS(gst_sample_get_buffer(sample));
+  if (GST_CLOCK_TIME_IS_VALID(time)) frame->capturedAt = support::Time(time);
+  return frame;
+}
+
 }  // namespace
 
 std::shared_ptr<support::Frame> frameOf(GstSample* sample, support::FramePool& pool) {
   auto picture = std::make_unique<const MappedPicture>(sample);
   if (!picture->isMapped()) return nullptr;
-  std::shared_ptr<support::Frame> frame;
-  if (picture->isPacked()) {
-    frame = std::make_shared<GstFrame>(std::move(picture));
-  } else {
-    const auto copy = pool.take(picture->size());
-    picture->copyTo(copy->pixels());
-    frame = copy;
-  }
-  // A buffer's time is one of the engine's clock.
-  const GstClockTime time = GST_BUFFER_PTS(gst_sample_get_buffer(sample));
-  if (GST_CLOCK_TIME_IS_VALID(time)) frame->capturedAt = support::Time(time);
-  return frame;
+  if (!picture->isPacked()) return stamped(copyOf(*picture, pool), sample);
+  return stamped(std::make_shared<GstFrame>(std::move(picture)), sample);
+}
+
+std::shared_ptr<support::Frame> copiedFrameOf(GstSample* sample, support::FramePool& pool) {
+  const MappedPicture picture(sample);
+  return picture.isMapped() ? stamped(copyOf(picture, pool), sample) : nullptr;
 }
 
 }  // namespace webrtc

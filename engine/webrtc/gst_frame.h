@@ -15,6 +15,8 @@ namespace webrtc {
 // its rows are tightly packed and its planes follow one another, as a copy in a frame of the pool
 // where they are not. Empty when the sample has no such picture.
 std::shared_ptr<support::Frame> frameOf(GstSample* sample, support::FramePool& pool);
+// The same, always as a copy: nothing of the sample is kept.
+std::shared_ptr<support::Frame> copiedFrameOf(GstSample* sample, support::FramePool& pool);
 
 }  // namespace webrtc
 

@@ -20,7 +20,7 @@ std::uint32_t randomSsrc() {
   return g_random_int() | 1;
 }
 
-bool canFilm(const tsl::VideoDevice& camera) {
+bool isPossible(const tsl::VideoDevice& camera) {
   return camera.width >= static_cast<std::int32_t>(support::kSmallestCard.width) &&
          camera.width <= kLargestSide &&
          camera.height >= static_cast<std::int32_t>(support::kSmallestCard.height) &&
@@ -59,8 +59,8 @@ void LocalVideo::setMuted(bool isMuted) {
 }
 
 void LocalVideo::select(const tsl::VideoDevice& camera) {
-  if (!canFilm(camera)) {
-    context_.log->write("no camera films " + std::to_string(camera.width) + 'x' +
+  if (!isPossible(camera)) {
+    context_.log->write("no camera captures " + std::to_string(camera.width) + 'x' +
                         std::to_string(camera.height) + " at " + std::to_string(camera.maxFps));
     return;
   }

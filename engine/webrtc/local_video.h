@@ -18,7 +18,7 @@
 
 namespace webrtc {
 
-// The camera films while the application captures and the video is not muted, in a call or not. Its
+// The camera runs while the application captures and the video is not muted, in a call or not. Its
 // frames go to the local stream and to whoever sends them, once. Belongs to the engine's thread,
 // except for what the camera's thread does.
 class LocalVideo {

@@ -13,7 +13,7 @@ const BYTES_PER_KILOBYTE = 1024;
 const LEAST_COLLECTIONS = 3;
 const MOST_COLLECTIONS = 100;
 // However much is done: V8 takes its memory in pages of 256 kB and compiles what runs often.
-const ALLOWED_GROWTH_KB = { process: 1024, heap: 512 };
+export const ALLOWED_GROWTH_KB = { process: 1024, heap: 512 };
 
 // Memory that no other process shares.
 export function privateKilobytes(pid = 'self') {
@@ -59,8 +59,8 @@ const leastOf = (moments, kind) => Math.min(...moments.map((moment) => moment[ki
 // later parts than behind the first quarter of them, which warms up. Counts are to be the same. Of
 // the memory the least in the last quarter is compared with the least in the second: what is held
 // for a moment is let go of in another part, but what leaks is in all of them. Answers with what is
-// held and with how much the memory has grown.
-export async function withoutGrowth(work, { parts = 4 } = {}) {
+// held and with how much the memory has grown, at most by `allowedGrowth`.
+export async function withoutGrowth(work, { parts = 4, allowedGrowth = ALLOWED_GROWTH_KB } = {}) {
   const quarter = parts / 4;
   const moments = [];
   let counts;
@@ -74,7 +74,7 @@ export async function withoutGrowth(work, { parts = 4 } = {}) {
   }
   const figures = {};
   const [warm, last] = [moments.slice(quarter - 1, 2 * quarter - 1), moments.slice(-quarter)];
-  for (const [kind, allowed] of Object.entries(ALLOWED_GROWTH_KB)) {
+  for (const [kind, allowed] of Object.entries(allowedGrowth)) {
     const growth = leastOf(last, kind) - leastOf(warm, kind);
     const all = moments.map((moment) => moment[kind]).join(', ');
     if (!isSanitized) assert.ok(growth <= allowed, `memory of the ${kind} grows: ${all} kB`);

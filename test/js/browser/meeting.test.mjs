@@ -17,9 +17,8 @@ before(async (t) => {
   browser = await openBrowser(t);
 });
 
-// Ten pictures a second: the browser draws on the processor.
 async function openMeeting(t, uri, options) {
-  const app = await startMeetingApp(t, `${uri}&fps=10`);
+  const app = await startMeetingApp(t, uri);
   const opened = await openPage(t, browser, app.address, options);
   return { ...app, ...opened };
 }

@@ -31,8 +31,7 @@ import { fileURLToPath } from 'node:url';
 import { parseArgs } from 'node:util';
 import { isSanitizer, sanitizerEnvironment } from './sanitizer_environment.mjs';
 
-// One more than the cores of a small machine: many tests wait for a time to pass.
-const PARALLEL = 3;
+const PARALLEL = 2;
 // Far longer than any test takes, even under a sanitizer: it ends a process that hangs.
 const TIME_LIMIT_SECONDS = 600;
 

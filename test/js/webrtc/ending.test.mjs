@@ -10,6 +10,7 @@ import { fileURLToPath } from 'node:url';
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { remote } from '../../support/streams.mjs';
+import { WAYS_TO_END } from '../../support/ways_to_end.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const program = fileURLToPath(
@@ -17,16 +18,6 @@ const program = fileURLToPath(
 );
 const SMALL = { width: 320, height: 180, maxFPS: 15 };
 const ROOM = 'meeting';
-
-const WAYS = {
-  destroyed: { code: 0 },
-  exitInListener: { code: 7 },
-  thrownInListener: { code: 1, error: 'RangeError: thrown to end' },
-  notDestroyed: { code: 0 },
-  workerTerminated: { code: 0 },
-  loadedTwice: { code: 0 },
-  cacheCleared: { code: 0 },
-};
 
 const MOMENTS = process.env.LD_PRELOAD ? 3 : 10;
 // A join takes about a tenth of a second.
@@ -43,7 +34,7 @@ test('a process that ends in a call ends with its code, and is gone at the other
   const witness = await openMember(t, { capture: SMALL });
   assert.deepEqual(await witness.does('join', uriOf(server, 1)), { connected: true });
 
-  for (const [way, expected] of Object.entries(WAYS)) {
+  for (const [way, expected] of Object.entries(WAYS_TO_END)) {
     await t.test(way, async (inner) => {
       await witness.does('forget');
       const child = spawn(

@@ -5,12 +5,8 @@ import { test } from 'node:test';
 
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
-// Memory that is freed goes back at once, so that what a process has is what it uses.
-const FRUGAL = {
-  MALLOC_ARENA_MAX: '1',
-  MALLOC_TRIM_THRESHOLD_: '65536',
-  NODE_OPTIONS: '--max-semi-space-size=1',
-};
+// A young generation of JavaScript's heap that does not grow.
+const FRUGAL = { NODE_OPTIONS: '--max-semi-space-size=1' };
 const SMALL = { width: 320, height: 180, maxFPS: 15 };
 const CALLS = 104;
 

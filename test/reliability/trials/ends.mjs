@@ -10,16 +10,8 @@ import { fileURLToPath } from 'node:url';
 import { filesNamedIn } from '../../support/shared_memory/shared_memory_names.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { inParallel } from '../../support/in_parallel.mjs';
+import { WAYS_TO_END } from '../../support/ways_to_end.mjs';
 
-const WAYS = {
-  destroyed: { code: 0 },
-  exitInListener: { code: 7 },
-  thrownInListener: { code: 1, error: 'RangeError: thrown to end' },
-  notDestroyed: { code: 0 },
-  workerTerminated: { code: 0 },
-  loadedTwice: { code: 0 },
-  cacheCleared: { code: 0 },
-};
 const MOST_MS = 2000;
 // Far longer than any process takes: it ends a process that hangs.
 const TIME_LIMIT_MS = 120_000;
@@ -49,7 +41,7 @@ async function endedBy(way, directory) {
     text(child.stdio[3]),
     once(child, 'close'),
   ]);
-  const expected = WAYS[way];
+  const expected = WAYS_TO_END[way];
   assert.deepEqual({ way, code, signal }, { way, code: expected.code, signal: null }, stderr);
   if (expected.error) assert.ok(stderr.includes(expected.error), stderr);
   else assert.equal(stderr, '');
@@ -73,7 +65,9 @@ export async function run(count, { after, judgesTimes }) {
     leastLeft = Math.min(leastLeft, eventsLeft);
   };
   await inParallel(
-    Array.from({ length: count }).flatMap(() => Object.keys(WAYS).map((way) => () => endOnce(way))),
+    Array.from({ length: count }).flatMap(() =>
+      Object.keys(WAYS_TO_END).map((way) => () => endOnce(way)),
+    ),
   );
   return {
     'events that had not arrived, at least': leastLeft,

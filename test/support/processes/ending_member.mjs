@@ -2,15 +2,15 @@
 // there, says "in the call" on descriptor 3, and ends in this way.
 
 import { EventEmitter, once } from 'node:events';
-import { copyFileSync, writeSync } from 'node:fs';
+import { writeSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import path from 'node:path';
 import { setTimeout as delay } from 'node:timers/promises';
-import { Worker } from 'node:worker_threads';
 
 import { connectParams } from '../../../examples/support/connect_params.mjs';
 import { build } from '../build.mjs';
 import { collectGarbage } from '../collector.mjs';
+import { loadCopy, loadWithClearedCache, terminateWorker } from '../ways_to_end.mjs';
 
 const require = createRequire(import.meta.url);
 const [way, directory, uri] = process.argv.slice(2);
@@ -82,30 +82,17 @@ const WAYS = {
     setImmediate(look);
   },
   async workerTerminated({ wrapper }) {
-    const worker = new Worker(
-      `require(${JSON.stringify(addonFile)});
-       require('node:worker_threads').parentPort.postMessage('loaded');
-       for (;;);`,
-      { eval: true },
-    );
-    await once(worker, 'message');
-    await worker.terminate();
+    await terminateWorker(addonFile);
     sayThatItEnds();
     wrapper.destroy();
   },
   loadedTwice({ wrapper }) {
-    const copy = path.join(directory, `copy ${process.pid}.node`);
-    copyFileSync(addonFile, copy);
-    useAnother(require(copy));
+    useAnother(loadCopy(addonFile, directory));
     sayThatItEnds();
     wrapper.destroy();
   },
   cacheCleared({ wrapper }) {
-    const { TesselWrapper } = require(addonFile);
-    delete require.cache[addonFile];
-    const again = require(addonFile);
-    if (again.TesselWrapper === TesselWrapper) throw new Error('not loaded again');
-    useAnother(again);
+    useAnother(loadWithClearedCache(addonFile));
     sayThatItEnds();
     wrapper.destroy();
   },

@@ -1,17 +1,14 @@
 // A process that ends in the requested way while engine threads notify and deliver frames. It
 // reports on descriptor 3 when it begins to end, and how many events have not arrived by then.
 
-import { copyFileSync, openSync, readFileSync, readSync, writeSync } from 'node:fs';
-import { createRequire } from 'node:module';
-import path from 'node:path';
-import { Worker } from 'node:worker_threads';
+import { openSync, readFileSync, readSync, writeSync } from 'node:fs';
 import { once } from 'node:events';
 
 import { addonFile } from '../build.mjs';
 import { makeWrapper } from '../make_wrapper.mjs';
 import { collect, construct, constructInWidgetMode, engine } from '../scripted/wrapper_kit.mjs';
+import { loadCopy, loadWithClearedCache, terminateWorker } from '../ways_to_end.mjs';
 
-const require = createRequire(import.meta.url);
 const [way, directory] = process.argv.slice(2);
 
 engine.recordCalls(false);
@@ -111,14 +108,7 @@ const WAYS = {
   },
   async workerTerminated() {
     const wrapper = loadedWrapper();
-    const worker = new Worker(
-      `require(${JSON.stringify(addonFile)});
-       require('node:worker_threads').parentPort.postMessage('loaded');
-       for (;;);`,
-      { eval: true },
-    );
-    await once(worker, 'message');
-    await worker.terminate();
+    await terminateWorker(addonFile);
     load();
     await arrives(wrapper);
     sayThatItEnds();
@@ -126,20 +116,13 @@ const WAYS = {
   },
   async loadedTwice() {
     const wrapper = loadedWrapper();
-    const copy = path.join(directory, `copy ${process.pid}.node`);
-    copyFileSync(addonFile, copy);
-    const second = require(copy);
-    await useAnother(second);
+    await useAnother(loadCopy(addonFile, directory));
     sayThatItEnds();
     wrapper.destroy();
   },
   async cacheCleared() {
     const wrapper = loadedWrapper();
-    const { TesselWrapper } = require(addonFile);
-    delete require.cache[addonFile];
-    const again = require(addonFile);
-    if (again.TesselWrapper === TesselWrapper) throw new Error('not loaded again');
-    await useAnother(again);
+    await useAnother(loadWithClearedCache(addonFile));
     sayThatItEnds();
     wrapper.destroy();
   },

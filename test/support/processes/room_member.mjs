@@ -11,20 +11,18 @@ import { EVENT_NAMES } from '../../../js/event_names.js';
 import { build } from '../build.mjs';
 import { readCard } from '../card_code.mjs';
 import { obey } from '../commanded_process.mjs';
-import { ALLOWED_GROWTH_KB, settledCounts, withoutGrowth } from '../reliability/holdings.mjs';
+import { settledCounts, withoutGrowth } from '../reliability/holdings.mjs';
 
 const POLL_INTERVAL_MS = 5;
 const PARTS = 8;
-// What the media libraries keep for later calls depends on how busy the machine is: over 416 calls on
-// a full one a process grew by 1.4 MB. One connection that is not freed has 2.5 MB.
-const GROWTH_OF_LIBRARIES_KB = 4096;
+const BYTES_PER_KILOBYTE = 1024;
 const FIRST_OF_THE_OTHERS = { type: 'remote', streamIndex: 0 };
 const LASTING_THREADS = /^(node|libuv-worker|V8|gmain|gdbus|pool-spawner|GstSystemClock)/;
 // Newer lines of node give each of their threads a name of its own.
 const threadsOfNode = new Set(threadNames());
-const { TesselWrapper } = createRequire(import.meta.url)(
-  path.join(build, 'webrtc', 'tesselWrapper.node'),
-);
+const require = createRequire(import.meta.url);
+const { TesselWrapper } = require(path.join(build, 'webrtc', 'tesselWrapper.node'));
+const { allocatedBytes } = require(path.join(build, 'test/addons/allocated_memory.node'));
 
 const emitter = new EventEmitter();
 const events = []; // [name, payload] in order
@@ -142,7 +140,7 @@ obey({
         }
         await untilThreadsAreGone();
       },
-      { parts: PARTS, allowedGrowth: { ...ALLOWED_GROWTH_KB, process: GROWTH_OF_LIBRARIES_KB } },
+      { parts: PARTS, kilobytesOfProcess: () => allocatedBytes() / BYTES_PER_KILOBYTE },
     ),
 
   // Another engine, which begins to join and is destroyed so many milliseconds later. Answers with

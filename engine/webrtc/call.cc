@@ -107,7 +107,9 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
       ownSpeech_(context.loop, peopleChanged_),
       incoming_(incomingOf(params.mediaStreamState)),
       inbox_(context.loop),
-      timer_(context.loop) {}
+      timer_(context.loop) {
+  layout_.setTopRung(context.configuration->maxVOQualityIndex());
+}
 
 Call::~Call() { release(); }
 
@@ -277,9 +279,11 @@ void Call::addFeeds(const Json& data) {
     if (participant) {
       participant->update(*feed);
     } else if (const auto index = freeIndex()) {
-      participant =
-          std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(), ice_, room_,
-                                        *feed, *index, incoming_, peopleChanged_);
+      participant = std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(),
+                                                  ice_, room_, *feed, *index, incoming_, [this] {
+                                                    updateReceptions();
+                                                    peopleChanged_();
+                                                  });
       if (isJoined()) participant->announce();
     } else {
       participants_.erase(feed->key());
@@ -291,7 +295,20 @@ void Call::addFeeds(const Json& data) {
 
 void Call::removeFeed(const Json& id) {
   participants_.erase(id.dump());
+  updateReceptions();
   peopleChanged_();
+}
+
+void Call::updateReceptions() {
+  std::set<std::uint32_t> present;
+  for (const auto& [key, participant] : participants_) {
+    if (participant->csrc() != 0) present.insert(participant->csrc());
+  }
+  const auto receptions = layout_.receptions(present);
+  for (const auto& [key, participant] : participants_) {
+    const auto found = receptions.find(participant->csrc());
+    if (found != receptions.end()) participant->receive(found->second);
+  }
 }
 
 std::optional<int> Call::freeIndex() const {
@@ -317,6 +334,17 @@ void Call::setRemoteAudioMuted(bool isMuted) {
 void Call::setIncoming(Incoming incoming) {
   incoming_ = incoming;
   for (const auto& [key, participant] : participants_) participant->setIncoming(incoming);
+}
+
+void Call::setLayout(std::vector<tsl::VideoStreamInfo> streams,
+                     std::vector<std::vector<tsl::VideoStreamConstraints>> constraints) {
+  layout_.setWishes(std::move(streams), std::move(constraints));
+  updateReceptions();
+}
+
+void Call::setTopRung(int rung) {
+  layout_.setTopRung(rung);
+  updateReceptions();
 }
 
 void Call::setAudioMuted(bool isMuted) {

@@ -12,6 +12,7 @@
 
 #include "engine/support/engine.h"
 #include "engine/support/roster.h"
+#include "engine/support/streams/layout.h"
 #include "engine/support/task_loop.h"
 #include "engine/webrtc/audio_level.h"
 #include "engine/webrtc/call_audio.h"
@@ -54,6 +55,10 @@ class Call {
   void deviceChanged(DeviceType type);
   void setRemoteAudioMuted(bool isMuted);
   void setIncoming(Incoming incoming);
+  // Which remote videos are to be received, and how.
+  void setLayout(std::vector<tsl::VideoStreamInfo> streams,
+                 std::vector<std::vector<tsl::VideoStreamConstraints>> constraints);
+  void setTopRung(int rung);
   // What the others are to know.
   void setAudioMuted(bool isMuted);
   void setVideoMuted(bool isMuted);
@@ -70,6 +75,8 @@ class Call {
   void received(const Json& data);
   void addFeeds(const Json& data);
   void removeFeed(const Json& id);
+  // Brings what is received in line with the layout.
+  void updateReceptions();
   std::optional<int> freeIndex() const;
   void timeOut();
 
@@ -93,6 +100,7 @@ class Call {
   SpeechDetector ownSpeech_;
   bool isRemoteAudioMuted_ = false;
   Incoming incoming_;
+  support::Layout layout_;
   Json room_;  // what every request to the room is to say
   Json ownId_;
   Inbox inbox_;

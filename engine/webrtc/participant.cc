@@ -19,8 +19,9 @@ Participant::Participant(support::EngineContext& context, std::shared_ptr<suppor
       index_(index),
       feed_(std::move(feed)),
       incoming_(incoming),
+      changed_(std::move(changed)),
       voice_(speaker.addInput()),
-      speech_(context.loop, std::move(changed)),
+      speech_(context.loop, changed_),
       inbox_(context.loop),
       handle_(session,
               {.event =
@@ -61,7 +62,7 @@ Participant::Participant(support::EngineContext& context, std::shared_ptr<suppor
 
 Participant::~Participant() {
   connection_.reset();
-  if (!stream_ || !isAnnounced_) return;
+  if (!isAdded_) return;
   const StreamKey key = support::remoteStream(index_);
   context_.streams.remove(key);
   context_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, key, stream_->csrc());
@@ -87,18 +88,20 @@ void Participant::accept(const std::string& offer, const Json& data) {
   for (const Json& stream : listAt(data, "streams")) {
     kinds_[textAt(stream, "mid")] = textAt(stream, "type");
   }
-  if (incoming_ != Incoming{}) askForIncoming();
+  asked_ = {};
   if (!stream_) makeStream(videoSsrcOf(offer).value_or(0));
+  askForWanted();
   connection_->acceptOffer(offer, [this](const std::string& sdp) { answer(sdp); });
 }
 
-void Participant::askForIncoming() {
+void Participant::askForWanted() {
+  if (kinds_.empty() || wanted() == asked_) return;
+  asked_ = wanted();
   Json streams = Json::array();
   for (const auto& [mid, kind] : kinds_) {
-    const bool isWanted = kind == "audio" ? incoming_.audio : incoming_.video;
+    const bool isWanted = kind == "audio" ? asked_.audio : asked_.video;
     streams.push_back({{"mid", mid}, {"send", isWanted}});
   }
-  if (streams.empty()) return;
   handle_.ask({{"request", "configure"}, {"streams", std::move(streams)}}, std::nullopt, nullptr);
 }
 
@@ -113,6 +116,7 @@ void Participant::makeStream(std::uint32_t csrc) {
   stream_ =
       std::make_shared<support::VideoStream>(support::remoteStream(index_), csrc, context_.log);
   videoReceiver_ = std::make_shared<VideoReceiver>(stream_, pool_);
+  changed_();
   videoReceiver_->setShowing(isVideoShown());
   if (isAnnounced_) notifyAdded();
 }
@@ -124,7 +128,7 @@ void Participant::announce() {
 
 support::Person Participant::person() const {
   return {.stream = support::remoteStream(index_),
-          .csrc = stream_ ? stream_->csrc() : 0,
+          .csrc = csrc(),
           .guid = feed_.guid,
           .name = feed_.name,
           .audioMuted = feed_.isAudioMuted,
@@ -133,6 +137,7 @@ support::Person Participant::person() const {
 }
 
 void Participant::notifyAdded() {
+  isAdded_ = true;
   context_.streams.add(stream_);
   context_.notifier.notify(&INotifyCallback::NotifyStreamAdded, stream_->key(), stream_->csrc());
 }
@@ -147,14 +152,23 @@ void Participant::setIncoming(Incoming incoming) {
   if (incoming == incoming_) return;
   const bool wasVideoShown = isVideoShown();
   incoming_ = incoming;
-  askForIncoming();
+  askForWanted();
   if (isVideoShown() != wasVideoShown) showVideo();
+}
+
+void Participant::receive(const support::Reception& reception) {
+  if (reception == reception_) return;
+  const bool wasVideoShown = isVideoShown();
+  reception_ = reception;
+  askForWanted();
+  if (videoReceiver_) videoReceiver_->setReception(reception);
+  if (wasVideoShown || isVideoShown()) showVideo();
 }
 
 void Participant::showVideo() {
   if (!videoReceiver_) return;
   videoReceiver_->setShowing(isVideoShown());
-  if (!isAnnounced_) return;
+  if (!isAdded_) return;
   context_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, stream_->key(), stream_->csrc());
 }
 

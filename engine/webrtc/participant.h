@@ -12,6 +12,7 @@
 
 #include "engine/support/engine.h"
 #include "engine/support/roster.h"
+#include "engine/support/streams/layout.h"
 #include "engine/support/streams/video_stream.h"
 #include "engine/webrtc/audio_level.h"
 #include "engine/webrtc/feed.h"
@@ -40,7 +41,8 @@ Incoming incomingOf(const tsl::MediaStreamState& state);
 class Participant {
  public:
   // `room` has what every request to the room is to say. `index` is that of the remote stream.
-  // `changed` is called when person() may have changed, except by update().
+  // `changed` is called when person() may have changed, except by update(), and thus when the
+  // stream's csrc becomes known.
   Participant(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
               JanusSession& session, Speaker& speaker, const IceOptions& ice, const Json& room,
               Feed feed, int index, Incoming incoming, std::function<void()> changed);
@@ -50,6 +52,8 @@ class Participant {
   Participant& operator=(const Participant&) = delete;
 
   int index() const { return index_; }
+  // Of the video; 0 as long as there is none.
+  std::uint32_t csrc() const { return stream_ ? stream_->csrc() : 0; }
   support::Person person() const;
   // From now on the application is told of the stream.
   void announce();
@@ -57,12 +61,18 @@ class Participant {
   void update(const Feed& feed);
   // The server does not send disabled media.
   void setIncoming(Incoming incoming);
+  // How the layout wants the video.
+  void receive(const support::Reception& reception);
 
  private:
   void subscribe(const Json& room);
   void accept(const std::string& offer, const Json& data);
-  void askForIncoming();
-  bool isVideoShown() const { return incoming_.video && !feed_.isVideoMuted; }
+  Incoming wanted() const {
+    return {.audio = incoming_.audio, .video = incoming_.video && reception_.isWanted};
+  }
+  // Asks the server for what is wanted, unless it sends that.
+  void askForWanted();
+  bool isVideoShown() const { return wanted().video && !feed_.isVideoMuted; }
   void showVideo();
   void answer(const std::string& sdp);
   void makeStream(std::uint32_t csrc);
@@ -75,8 +85,12 @@ class Participant {
   const int index_;
   Feed feed_;
   Incoming incoming_;
+  support::Reception reception_;
+  Incoming asked_;  // what the server was asked for last; all without a request
+  const std::function<void()> changed_;
   std::map<std::string, std::string> kinds_;  // "audio" or "video", by the media line's mid
   bool isAnnounced_ = false;
+  bool isAdded_ = false;                          // the application was notified of the stream
   std::shared_ptr<support::VideoStream> stream_;  // once the server has offered it
   std::shared_ptr<VideoReceiver> videoReceiver_;  // with the stream
   const std::unique_ptr<SpeakerInput> voice_;

@@ -12,7 +12,9 @@
 
 #include "base/mutex.h"
 #include "engine/support/streams/frame_pool.h"
+#include "engine/support/streams/layout.h"
 #include "engine/support/streams/video_stream.h"
+#include "engine/webrtc/scaler.h"
 
 namespace webrtc {
 
@@ -21,8 +23,8 @@ namespace webrtc {
 class VideoReceiver : public std::enable_shared_from_this<VideoReceiver> {
  public:
   VideoReceiver(std::shared_ptr<support::VideoStream> stream,
-                std::shared_ptr<support::FramePool> pool)
-      : stream_(std::move(stream)), pool_(std::move(pool)) {}
+                const std::shared_ptr<support::FramePool>& pool)
+      : stream_(std::move(stream)), pool_(pool), scaler_(pool) {}
   VideoReceiver(const VideoReceiver&) = delete;
   VideoReceiver& operator=(const VideoReceiver&) = delete;
 
@@ -31,16 +33,23 @@ class VideoReceiver : public std::enable_shared_from_this<VideoReceiver> {
 
   // While it shows nothing, what still arrives is dropped.
   void setShowing(bool isShowing) EXCLUDES(mutex_);
+  // What arrives larger or more often is reduced.
+  void setReception(const support::Reception& reception) EXCLUDES(mutex_);
 
  private:
   GstFlowReturn take(GstAppSink* sink);
   void show(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);
+  // Whether the picture of this time is one of those that the frame rate leaves.
+  bool isDue(support::Time time) REQUIRES(mutex_);
 
   const std::shared_ptr<support::VideoStream> stream_;
   const std::shared_ptr<support::FramePool> pool_;
 
   base::Mutex mutex_;
   bool isShowing_ GUARDED_BY(mutex_) = true;
+  support::Reception reception_ GUARDED_BY(mutex_);
+  support::Time nextDue_ GUARDED_BY(mutex_) = {};
+  Scaler scaler_ GUARDED_BY(mutex_);
   std::uint64_t lastId_ GUARDED_BY(mutex_) = 0;
 };
 

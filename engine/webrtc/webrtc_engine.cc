@@ -169,10 +169,15 @@ void WebrtcEngine::requestToken() {
 
 void WebrtcEngine::releaseToken() {}
 
-void WebrtcEngine::setLayout(const std::vector<tsl::VideoStreamInfo>&,
-                             const std::vector<std::vector<tsl::VideoStreamConstraints>>&) {}
+void WebrtcEngine::setLayout(
+    const std::vector<tsl::VideoStreamInfo>& streams,
+    const std::vector<std::vector<tsl::VideoStreamConstraints>>& constraints) {
+  if (call_) call_->setLayout(streams, constraints);
+}
 
-void WebrtcEngine::setMaxQualityIndex(std::int32_t) {}
+void WebrtcEngine::setMaxQualityIndex(std::int32_t index) {
+  if (call_) call_->setTopRung(index);
+}
 
 void WebrtcEngine::registerEvent(const std::string& name, std::uint32_t expires,
                                  const std::string& mimeType, const std::string& mimeSubType) {

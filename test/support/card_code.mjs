@@ -8,16 +8,19 @@ const CHECK = 0xa5;
 
 const KINDS = ['local', 'remote', 'content'];
 
+const blockSide = ({ width, height }) =>
+  Math.max(2, Math.min(Math.floor(width / 32), Math.floor(height / 24)));
+
 // { type, streamIndex, number, detail } of a frame object with a picture; null when the picture is
-// no test card.
-export function readCard(frame) {
-  const { width, height, yPlaneBuffer: luma, yPlaneBufferStride: stride } = frame;
-  const side = Math.max(2, Math.min(Math.floor(width / 32), Math.floor(height / 24)));
-  const middle = side >> 1;
+// no test card. The card may have been drawn in another size than the frame's.
+export function readCard(frame, drawn = frame) {
+  const { width, yPlaneBuffer: luma, yPlaneBufferStride: stride } = frame;
+  const side = (blockSide(drawn) * width) / drawn.width;
+  const middle = side / 2;
   const bytes = new Uint8Array((ROWS * COLUMNS) / 8);
   for (let bit = 0; bit < ROWS * COLUMNS; bit++) {
-    const row = Math.floor(bit / COLUMNS) * side + middle;
-    const column = (bit % COLUMNS) * side + middle;
+    const row = Math.floor(Math.floor(bit / COLUMNS) * side + middle);
+    const column = Math.floor((bit % COLUMNS) * side + middle);
     if (luma[row * stride + column] >= LIGHT) bytes[bit >> 3] |= 0x80 >> (bit % 8);
   }
   const check = bytes.subarray(0, 8).reduce((sum, byte) => sum ^ byte, CHECK);

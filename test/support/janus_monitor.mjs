@@ -2,6 +2,7 @@
 
 import { freePort, ownAddress } from '../../examples/sfu/janus_server.mjs';
 import { JanusConnection } from './janus_connection.mjs';
+import { LOCAL } from './streams.mjs';
 import { startServer } from './webrtc_room.mjs';
 
 class JanusMonitor {
@@ -53,6 +54,17 @@ class JanusMonitor {
   // The same, sent to the participant's only subscriber.
   passedOn(display, medium) {
     return this.#count('subscriber', display, medium, 'out');
+  }
+
+  // Resolves when the server has sent none of these bytes for one second, which the pictures of
+  // `member`'s own camera measure.
+  async standsStill(display, medium, member) {
+    for (let before; ;) {
+      const { bytes } = await this.passedOn(display, medium);
+      if (bytes === before) return;
+      before = bytes;
+      await member.does('pictures', LOCAL, 30);
+    }
   }
 }
 

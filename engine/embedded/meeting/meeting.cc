@@ -294,7 +294,7 @@ void Meeting::removeParticipant(int number) {
   if (!isOver()) updateReceptions();
 }
 
-std::map<std::uint32_t, Reception> Meeting::receptions() const {
+std::map<std::uint32_t, support::Reception> Meeting::receptions() const {
   std::set<std::uint32_t> present;
   for (const auto& [number, participant] : participants_) present.insert(participant->csrc());
   auto receptions = layout_.receptions(present);

@@ -15,7 +15,6 @@
 
 #include "engine/embedded/devices/local_media.h"
 #include "engine/embedded/meeting/content_share.h"
-#include "engine/embedded/meeting/layout.h"
 #include "engine/embedded/meeting/meeting_plan.h"
 #include "engine/embedded/meeting/participant.h"
 #include "engine/embedded/meeting/speech.h"
@@ -23,6 +22,7 @@
 #include "engine/support/engine.h"
 #include "engine/support/pictures/y4m_clip.h"
 #include "engine/support/roster.h"
+#include "engine/support/streams/layout.h"
 #include "tesselclient/records.h"
 
 namespace embedded {
@@ -90,7 +90,7 @@ class Meeting {
   void addParticipant(int number);
   void removeParticipant(int number);
   // How each present stream is received, by its contributing source.
-  std::map<std::uint32_t, Reception> receptions() const;
+  std::map<std::uint32_t, support::Reception> receptions() const;
   void updateReceptions();
 
   void setLevelTimer();
@@ -111,7 +111,7 @@ class Meeting {
   State state_ = State::kNew;
   support::Time joinedAt_ = {};
   Incoming incoming_;
-  Layout layout_;
+  support::Layout layout_;
   std::map<int, std::unique_ptr<Participant>> participants_;  // those present, by number
   ContentShare content_;
   std::size_t nextEvent_ = 0;

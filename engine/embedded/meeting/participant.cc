@@ -34,7 +34,7 @@ Participant::Participant(const StreamMaker& streams, support::Notifier& notifier
                            csrcOf(plan.seed, support::remoteStream(number)),
                            videoLink(plan, number), [this] { return this->level(); })) {}
 
-void Participant::join(const Reception& reception) {
+void Participant::join(const support::Reception& reception) {
   reception_ = reception;
   stream_->addToTable();
   stream_->notifyAdded();
@@ -46,7 +46,7 @@ void Participant::leave() {
   stream_->notifyRemoved();
 }
 
-void Participant::receive(const Reception& reception) {
+void Participant::receive(const support::Reception& reception) {
   reception_ = reception;
   updateAndNotify();
 }
@@ -80,8 +80,8 @@ std::uint32_t Participant::level() const { return isAudioMuted_ || isCut_ ? 0 : 
 
 std::optional<Participant::Format> Participant::wantedFormat() const {
   if (!reception_.isWanted || isVideoMuted_ || isCut_) return std::nullopt;
-  const support::Size size =
-      clip_ ? clipSize(clip_->size(), reception_) : cardSize(plan_.size, reception_);
+  const support::Size size = clip_ ? support::shapedSize(clip_->size(), reception_)
+                                   : support::cardSize(plan_.size, reception_);
   return Format{size, reception_.mostPerSecond};
 }
 

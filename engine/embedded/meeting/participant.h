@@ -7,13 +7,13 @@
 #include <memory>
 #include <optional>
 
-#include "engine/embedded/meeting/layout.h"
 #include "engine/embedded/meeting/meeting_plan.h"
 #include "engine/embedded/meeting/speech.h"
 #include "engine/embedded/streams/sent_stream.h"
 #include "engine/support/notifier.h"
 #include "engine/support/pictures/y4m_clip.h"
 #include "engine/support/roster.h"
+#include "engine/support/streams/layout.h"
 
 namespace embedded {
 
@@ -29,12 +29,12 @@ class Participant {
   Participant& operator=(const Participant&) = delete;
 
   // Both are notified. join() is called first, leave() last.
-  void join(const Reception& reception);
+  void join(const support::Reception& reception);
   void leave();
 
   std::uint32_t csrc() const { return stream_->csrc(); }
   // Changes are notified as updates of the stream.
-  void receive(const Reception& reception);
+  void receive(const support::Reception& reception);
   void setVideoMuted(bool isMuted);
   void setAudioMuted(bool isMuted) { isAudioMuted_ = isMuted; }
   // Whether the link carries nothing.
@@ -70,7 +70,7 @@ class Participant {
   const std::shared_ptr<const support::Y4mClip> clip_;
   const Sender::Level loudness_;
   const std::unique_ptr<SentStream> stream_;
-  Reception reception_;
+  support::Reception reception_;
   std::optional<Format> format_;  // being sent
   bool isVideoMuted_ = false;
   bool isAudioMuted_ = false;

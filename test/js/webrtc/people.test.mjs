@@ -71,16 +71,6 @@ test('a participant who joins with muted video has no picture until it is unmute
   assert.equal(card?.detail, 1);
 });
 
-// Resolves when the server has sent `zoe` none of Ada's bytes for one second.
-async function standsStill(monitor, medium, zoe) {
-  for (let before; ;) {
-    const { bytes } = await monitor.passedOn('Ada', medium);
-    if (bytes === before) return;
-    before = bytes;
-    await zoe.does('pictures', LOCAL, 30);
-  }
-}
-
 test('disabled incoming video is not sent, and restarts with whole pictures', async (t) => {
   const { server, monitor } = await startMonitoredServer(t, ROOMS);
   await join(t, server, 'Ada', { detail: 1, microphone: `tone:${TONE}` });
@@ -94,7 +84,7 @@ test('disabled incoming video is not sent, and restarts with whole pictures', as
     await zoe.does('cleared', remote(0));
     await zoe.does('seen', 'streamUpdated', { ...remote(0), csrc });
     const heard = await monitor.passedOn('Ada', 'audio');
-    await standsStill(monitor, 'video', zoe);
+    await monitor.standsStill('Ada', 'video', zoe);
     const heardThen = await monitor.passedOn('Ada', 'audio');
     assert.ok(heardThen.bytes > heard.bytes, 'audio is still sent');
 
@@ -117,7 +107,7 @@ test('video and audio that are disabled at the join are sent only after they are
   });
   await zoe.does('knows', 'Ada', { speaking: false, videoMuted: false });
   for (const medium of ['audio', 'video']) {
-    await standsStill(monitor, medium, zoe);
+    await monitor.standsStill('Ada', medium, zoe);
     assert.equal((await monitor.passedOn('Ada', medium)).bytes, 0);
   }
   assert.equal(await zoe.does('hasPicture', remote(0)), false);
@@ -130,7 +120,7 @@ test('video and audio that are disabled at the join are sent only after they are
 
   const silent = { ...EVERYTHING, incomingAudioEnabled: false };
   await zoe.does('call', 'updateMediaStreamState', silent);
-  await standsStill(monitor, 'audio', zoe);
+  await monitor.standsStill('Ada', 'audio', zoe);
   await speaker.hears(t, (samples) => samples.every((sample) => sample === 0));
   await zoe.does('knows', 'Ada', { speaking: false, audioMuted: false });
   await zoe.does('pictures', remote(0), 10);

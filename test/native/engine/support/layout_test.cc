@@ -1,9 +1,9 @@
-#include "engine/embedded/meeting/layout.h"
+#include "engine/support/streams/layout.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace embedded {
+namespace support {
 namespace {
 
 using testing::ElementsAre;
@@ -81,41 +81,41 @@ TEST(Layout, LimitsToTheStepsOfTheFrameRate) {
 }
 
 TEST(CardSize, IsTheCardsOwnWithoutLimits) {
-  EXPECT_EQ(cardSize({641, 361}, kUnlimited), (support::Size{641, 361}));
+  EXPECT_EQ(cardSize({641, 361}, kUnlimited), (Size{641, 361}));
 }
 
 TEST(CardSize, IsTheRequestedQualityOfTheLadder) {
-  EXPECT_EQ(cardSize({640, 360}, atHeight(45)), (support::Size{80, 45}));
-  EXPECT_EQ(cardSize({640, 360}, atHeight(90)), (support::Size{160, 90}));
-  EXPECT_EQ(cardSize({640, 360}, atHeight(180)), (support::Size{320, 180}));
-  EXPECT_EQ(cardSize({64, 36}, atHeight(360)), (support::Size{640, 360}));
-  EXPECT_EQ(cardSize({64, 36}, atHeight(720)), (support::Size{1280, 720}));
+  EXPECT_EQ(cardSize({640, 360}, atHeight(45)), (Size{80, 45}));
+  EXPECT_EQ(cardSize({640, 360}, atHeight(90)), (Size{160, 90}));
+  EXPECT_EQ(cardSize({640, 360}, atHeight(180)), (Size{320, 180}));
+  EXPECT_EQ(cardSize({64, 36}, atHeight(360)), (Size{640, 360}));
+  EXPECT_EQ(cardSize({64, 36}, atHeight(720)), (Size{1280, 720}));
 }
 
 TEST(CardSize, IsNotBelowTheLowestQualityUnlessAHeightIsRequested) {
-  EXPECT_EQ(cardSize({64, 36}, {.lowest = 180}), (support::Size{320, 180}));
-  EXPECT_EQ(cardSize({640, 360}, {.lowest = 180}), (support::Size{640, 360}));
-  EXPECT_EQ(cardSize({64, 36}, {.height = 90, .lowest = 180}), (support::Size{160, 90}));
+  EXPECT_EQ(cardSize({64, 36}, {.lowest = 180}), (Size{320, 180}));
+  EXPECT_EQ(cardSize({640, 360}, {.lowest = 180}), (Size{640, 360}));
+  EXPECT_EQ(cardSize({64, 36}, {.height = 90, .lowest = 180}), (Size{160, 90}));
 }
 
 TEST(CardSize, DoesNotExceedTheLimit) {
   Layout layout;
   layout.setTopRung(2);
-  EXPECT_EQ(cardSize({640, 360}, layout.receptions({7}).at(7)), (support::Size{320, 180}));
-  EXPECT_EQ(cardSize({64, 36}, layout.receptions({7}).at(7)), (support::Size{64, 36}));
+  EXPECT_EQ(cardSize({640, 360}, layout.receptions({7}).at(7)), (Size{320, 180}));
+  EXPECT_EQ(cardSize({64, 36}, layout.receptions({7}).at(7)), (Size{64, 36}));
   layout.setWishes({{7, 0, 0, 0}}, {{{720, 0, 360, 0}}});
-  EXPECT_EQ(cardSize({640, 360}, layout.receptions({7}).at(7)), (support::Size{320, 180}));
+  EXPECT_EQ(cardSize({640, 360}, layout.receptions({7}).at(7)), (Size{320, 180}));
   layout.setTopRung(4);
-  EXPECT_EQ(cardSize({640, 360}, layout.receptions({7}).at(7)), (support::Size{1280, 720}));
+  EXPECT_EQ(cardSize({640, 360}, layout.receptions({7}).at(7)), (Size{1280, 720}));
 }
 
 TEST(ClipSize, KeepsTheAspectRatioAndIsNeverEnlarged) {
-  EXPECT_EQ(clipSize({640, 480}, kUnlimited), (support::Size{640, 480}));
-  EXPECT_EQ(clipSize({640, 480}, atHeight(180)), (support::Size{240, 180}));
-  EXPECT_EQ(clipSize({640, 480}, atHeight(720)), (support::Size{640, 480}));
-  EXPECT_EQ(clipSize({640, 480}, {.height = 360, .ceiling = 90}), (support::Size{120, 90}));
-  EXPECT_EQ(clipSize({1, 4096}, atHeight(45)), (support::Size{2, 45}));
+  EXPECT_EQ(shapedSize({640, 480}, kUnlimited), (Size{640, 480}));
+  EXPECT_EQ(shapedSize({640, 480}, atHeight(180)), (Size{240, 180}));
+  EXPECT_EQ(shapedSize({640, 480}, atHeight(720)), (Size{640, 480}));
+  EXPECT_EQ(shapedSize({640, 480}, {.height = 360, .ceiling = 90}), (Size{120, 90}));
+  EXPECT_EQ(shapedSize({1, 4096}, atHeight(45)), (Size{2, 45}));
 }
 
 }  // namespace
-}  // namespace embedded
+}  // namespace support

@@ -1,7 +1,7 @@
 // Which remote streams the application wants, and how.
 
-#ifndef ENGINE_EMBEDDED_MEETING_LAYOUT_H_
-#define ENGINE_EMBEDDED_MEETING_LAYOUT_H_
+#ifndef ENGINE_SUPPORT_STREAMS_LAYOUT_H_
+#define ENGINE_SUPPORT_STREAMS_LAYOUT_H_
 
 #include <cstdint>
 #include <map>
@@ -11,7 +11,7 @@
 #include "engine/support/pictures/picture.h"
 #include "tesselclient/records.h"
 
-namespace embedded {
+namespace support {
 
 // How a stream is received. Heights are those of the quality ladder, in pixels; 0 means no limit.
 struct Reception {
@@ -55,10 +55,10 @@ class Layout {
 };
 
 // The size at which a test card of a size of its own is received: its own or a rung, 16:9.
-support::Size cardSize(support::Size own, const Reception& reception);
+Size cardSize(Size own, const Reception& reception);
 // The same for a clip, which keeps its shape and is never enlarged.
-support::Size clipSize(support::Size own, const Reception& reception);
+Size shapedSize(Size own, const Reception& reception);
 
-}  // namespace embedded
+}  // namespace support
 
-#endif  // ENGINE_EMBEDDED_MEETING_LAYOUT_H_
+#endif  // ENGINE_SUPPORT_STREAMS_LAYOUT_H_

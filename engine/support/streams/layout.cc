@@ -1,20 +1,20 @@
-#include "engine/embedded/meeting/layout.h"
+#include "engine/support/streams/layout.h"
 
 #include <algorithm>
 #include <array>
 #include <utility>
 
-namespace embedded {
+namespace support {
 namespace {
 
-constexpr std::array<support::Size, kTopRung + 1> kRungs = {
+constexpr std::array<Size, kTopRung + 1> kRungs = {
     {{80, 45}, {160, 90}, {320, 180}, {640, 360}, {1280, 720}}};
 constexpr std::array<std::uint32_t, 4> kRates = {3, 7, 15, 30};
 
 // The highest rung up to `height`, or the lowest one.
-support::Size rungUpTo(std::uint32_t height) {
-  support::Size best = kRungs.front();
-  for (const support::Size rung : kRungs) {
+Size rungUpTo(std::uint32_t height) {
+  Size best = kRungs.front();
+  for (const Size rung : kRungs) {
     if (rung.height <= height) best = rung;
   }
   return best;
@@ -80,8 +80,8 @@ Reception Layout::receptionWithin(const tsl::VideoStreamConstraints& limits) con
   return reception;
 }
 
-support::Size cardSize(support::Size own, const Reception& reception) {
-  support::Size size = own;
+Size cardSize(Size own, const Reception& reception) {
+  Size size = own;
   if (reception.height != 0) {
     size = rungUpTo(reception.height);
   } else if (own.height < reception.lowest) {
@@ -91,7 +91,7 @@ support::Size cardSize(support::Size own, const Reception& reception) {
   return size;
 }
 
-support::Size clipSize(support::Size own, const Reception& reception) {
+Size shapedSize(Size own, const Reception& reception) {
   std::uint32_t height = own.height;
   for (const std::uint32_t limit : {reception.height, reception.ceiling}) {
     if (limit != 0) height = std::min(height, limit);
@@ -100,4 +100,4 @@ support::Size clipSize(support::Size own, const Reception& reception) {
   return {std::max(2U, own.width * height / own.height / 2 * 2), height};
 }
 
-}  // namespace embedded
+}  // namespace support

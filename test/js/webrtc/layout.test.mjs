@@ -1,0 +1,142 @@
+// Which remote videos arrive, and how well: what updateVideoStreamsState asks for in a room of a real
+// SFU is seen in the decoded pixels and in the bytes that the server passes on.
+
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+
+import { startMonitoredServer } from '../../support/janus_monitor.mjs';
+import { remote } from '../../support/streams.mjs';
+import { openMember, startServer } from '../../support/webrtc_room.mjs';
+
+const CAPTURE = { width: 640, height: 360 };
+const MOST_MILLISECONDS = 500;
+
+const sizeOf = ({ width, height }) => [width, height];
+
+// Wishes for the streams of these sources, the larger `priority` the more, with one row of
+// constraints for each number of tiles.
+const wishes = (streams, VideoOccupancyConstraints = []) => ({
+  VideoStreamState: {
+    VideoStreamInfos: streams.map(({ csrc, priority = 0 }) => ({
+      ...{ ssrc: csrc, participantSsrc: csrc, speakerGroup: 0, priority },
+    })),
+    VideoOccupancyConstraints,
+  },
+});
+
+// Joins the room as `name`, with a test card of this detail as the camera.
+async function join(t, server, name, detail) {
+  const member = await openMember(t);
+  const uri = server.uri('meeting', { camera: `card:${detail}` });
+  assert.deepEqual(await member.does('join', uri, { endpointName: name }), { connected: true });
+  return member;
+}
+
+test('a stream without a tile is not sent, and returns with whole pictures', async (t) => {
+  const { server, monitor } = await startMonitoredServer(t, { rooms: { meeting: {} } });
+  await join(t, server, 'Ada', 1);
+  const zoe = await join(t, server, 'Zoë', 2);
+  const { csrc } = await zoe.does('picture', remote(0));
+
+  for (let time = 0; time < 2; time++) {
+    await zoe.does('forget');
+    await zoe.does('call', 'updateVideoStreamsState', wishes([]));
+    await zoe.does('cleared', remote(0));
+    await zoe.does('seen', 'streamUpdated', { ...remote(0), csrc });
+    await monitor.standsStill('Ada', 'video', zoe);
+
+    const { card, milliseconds } = await zoe.does(
+      'pictureAfter',
+      ...['updateVideoStreamsState', wishes([{ csrc }]), remote(0), CAPTURE],
+    );
+    assert.equal(card?.detail, 1);
+    assert.ok(milliseconds < MOST_MILLISECONDS, `${milliseconds} ms`);
+    const pictures = await zoe.does('pictures', remote(0), 10);
+    assert.deepEqual(
+      pictures.map((picture) => picture.card?.detail),
+      Array(10).fill(1),
+    );
+  }
+});
+
+test('the streams with the highest priorities get the tiles, also among newcomers', async (t) => {
+  const server = await startServer(t, { rooms: { meeting: {} } });
+  const zoe = await join(t, server, 'Zoë', 9);
+  const sources = [];
+  for (const index of [0, 1]) {
+    await join(t, server, `${index}`, index);
+    sources.push((await zoe.does('picture', remote(index))).csrc);
+  }
+  const place = (...priorities) =>
+    zoe.does(
+      'call',
+      'updateVideoStreamsState',
+      // One row: one tile.
+      wishes(
+        priorities.map((priority, index) => ({ csrc: sources[index], priority })),
+        [[]],
+      ),
+    );
+  for (const [priorities, shown] of [
+    [[1, 2], 1],
+    [[2, 1], 0],
+    [[5, 5], 0],
+  ]) {
+    await place(...priorities);
+    await zoe.does('cleared', remote(1 - shown));
+    const { card } = await zoe.does('picture', remote(shown));
+    assert.equal(card?.detail, shown);
+  }
+
+  await join(t, server, 'newcomer', 3);
+  await zoe.does('seen', 'streamAdded', remote(2));
+  await zoe.does('pictures', remote(0), 30);
+  assert.equal(await zoe.does('hasPicture', remote(2)), false);
+});
+
+for (const videocodec of ['vp8', 'h264']) {
+  test(`quality and frame rate are what the tile asks for in a room of ${videocodec}`, async (t) => {
+    const server = await startServer(t, { rooms: { meeting: { videocodec } } });
+    await join(t, server, 'Ada', 1);
+    const zoe = await join(t, server, 'Zoë', 2);
+    const { csrc } = await zoe.does('picture', remote(0));
+    const shows = async (method, argument, size) => {
+      const picture = await zoe.does('pictureAfter', method, argument, remote(0), size);
+      assert.equal(picture.card?.detail, 1);
+      assert.ok(picture.milliseconds < MOST_MILLISECONDS, `${picture.milliseconds} ms`);
+    };
+    const limit = (constraints) => wishes([{ csrc }], [[constraints]]);
+
+    for (const [maxquality, size] of [
+      [180, { width: 320, height: 180 }],
+      [90, { width: 160, height: 90 }],
+      [45, { width: 80, height: 45 }],
+      [720, CAPTURE],
+    ]) {
+      await zoe.does('forget');
+      await shows('updateVideoStreamsState', limit({ maxquality }), size);
+      await zoe.does('seen', 'streamUpdated', { ...remote(0), csrc });
+      for (const picture of await zoe.does('pictures', remote(0), 5)) {
+        assert.deepEqual(sizeOf(picture), [size.width, size.height]);
+      }
+    }
+
+    for (const [maxfps, everyNth] of [
+      [15, 2],
+      [7, 4],
+      [3, 10],
+    ]) {
+      await zoe.does('call', 'updateVideoStreamsState', limit({ maxfps }));
+      // What was on its way is over after the first ones.
+      const [, , first, ...others] = await zoe.does('pictures', remote(0), 7);
+      const last = others.at(-1);
+      const captured = last.card.number - first.card.number;
+      const leftOut = captured / (last.frameId - first.frameId);
+      assert.ok(leftOut > 0.8 * everyNth && leftOut < 1.5 * everyNth, `one of ${leftOut}`);
+    }
+
+    await zoe.does('call', 'updateVideoStreamsState', limit({}));
+    const ceiling = JSON.stringify({ maxVOQualityIndex: 2 });
+    await shows('updateConfigData', { configData: ceiling }, { width: 320, height: 180 });
+  });
+}

@@ -100,6 +100,9 @@ TlsTunnel::~TlsTunnel() {
 
 void TlsTunnel::run() {
   g_main_context_push_thread_default(context_.get());
+  // Reads the system's authorities, while the call asks for its room: libnice does not wait long.
+  const ObjectPtr<GTlsDatabase> authorities(
+      g_tls_backend_get_default_database(g_tls_backend_get_default()));
   // Media would not pass a proxy either.
   g_socket_client_set_enable_proxy(client_.get(), FALSE);
   g_socket_client_set_tls(client_.get(), TRUE);

@@ -45,7 +45,7 @@ TurnServers::TurnServers(support::EngineContext& context, const tsl::ConnectPara
 void TurnServers::addTunnel(const tsl::TurnServerInfo& server, const std::string& authorityFile) {
   const std::string name = authorityOf(hostOf(server), server.port);
   if (server.port < 1 || server.port > UINT16_MAX) {
-    log_.write("the TURN server " + name + " is not used: it has no such port");
+    log_.write("the TURN server " + name + " is not used: the port is invalid");
     return;
   }
   tunnels_.push_back(std::make_unique<TlsTunnel>(

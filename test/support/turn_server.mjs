@@ -13,8 +13,9 @@ const PASSWORD = 'p@ss:w/rd?&%';
 
 // Settles when it listens: with its { address, port, username, password }, with `used`, which settles
 // when so many connections have been relayed, and with `stop` and `goOn`, between which nothing is.
-// With a `certificate`, { certificate, key }, it listens with TLS only.
-export async function startTurnServer(test, { certificate } = {}) {
+// With a `certificate`, { certificate, key }, it listens with TLS only. It relays nothing to the
+// address `deniedPeer`.
+export async function startTurnServer(test, { certificate, deniedPeer } = {}) {
   const address = ownAddress();
   const port = await freePort(address);
   const directory = temporaryDirectory(test);
@@ -27,6 +28,7 @@ export async function startTurnServer(test, { certificate } = {}) {
         ? ['--no-udp', '--no-tcp', '--tls-listening-port', `${port}`]
         : ['--no-tls', '-p', `${port}`]),
       ...(certificate ? ['--cert', certificate.certificate, '--pkey', certificate.key] : []),
+      ...(deniedPeer ? ['--denied-peer-ip', deniedPeer] : []),
       ...['--userdb', `${directory}/users`, '--pidfile', `${directory}/pid`],
     ],
     { stdio: ['ignore', 'pipe', 'ignore'], env: { ...process.env, LD_PRELOAD: '' } },

@@ -28,8 +28,8 @@ WebSocket::End endOf(const GError& error) {
   if (g_error_matches(&error, G_TLS_ERROR, G_TLS_ERROR_BAD_CERTIFICATE)) {
     return WebSocket::End::kCertificateRefused;
   }
-  const bool isProtocol = error.domain == SOUP_WEBSOCKET_ERROR ||
-                          error.domain == SOUP_SESSION_ERROR || error.domain == G_TLS_ERROR;
+  const bool isProtocol =
+      error.domain == SOUP_WEBSOCKET_ERROR || error.domain == SOUP_SESSION_ERROR;
   return isProtocol ? WebSocket::End::kNotAWebSocket : WebSocket::End::kUnreachable;
 }
 

@@ -17,8 +17,9 @@ before(async (t) => {
   browser = await openBrowser(t);
 });
 
+// Ten pictures a second: the browser draws on the processor.
 async function openMeeting(t, uri, options) {
-  const app = await startMeetingApp(t, uri);
+  const app = await startMeetingApp(t, `${uri}&fps=10`);
   const opened = await openPage(t, browser, app.address, options);
   return { ...app, ...opened };
 }

@@ -66,6 +66,7 @@ std::string reasonOf(const GError& error) {
 struct TlsTunnel::Passage {
   TlsTunnel& tunnel;
   const ObjectPtr<GSocketConnection> near;
+  ObjectPtr<GIOStream> far = {};
 
   ~Passage() { --tunnel.pending_; }
 };
@@ -105,19 +106,6 @@ void TlsTunnel::run() {
       g_tls_backend_get_default_database(g_tls_backend_get_default()));
   // Media would not pass a proxy either.
   g_socket_client_set_enable_proxy(client_.get(), FALSE);
-  g_socket_client_set_tls(client_.get(), TRUE);
-  connect(client_.get(), "event",
-          std::function([this](GSocketClientEvent event, GSocketConnectable*, GIOStream* stream) {
-            if (event != G_SOCKET_CLIENT_TLS_HANDSHAKING) return;
-            g_tls_client_connection_set_server_identity(G_TLS_CLIENT_CONNECTION(stream),
-                                                        identity_.get());
-            connect(
-                stream, "accept-certificate",
-                std::function([this](GTlsCertificate* certificate, GTlsCertificateFlags errors) {
-                  return static_cast<gboolean>(
-                      isTrusted(certificate, errors, identity_.get(), relay_.authorityFile));
-                }));
-          }));
   accept();
   while (pending_ > 0) g_main_context_iteration(context_.get(), TRUE);
   g_main_context_pop_thread_default(context_.get());
@@ -156,20 +144,44 @@ void TlsTunnel::connected(GObject* client, GAsyncResult* result, gpointer passag
   std::unique_ptr<Passage> self(static_cast<Passage*>(passage));
   TlsTunnel& tunnel = self->tunnel;
   GError* raised = nullptr;
-  const ObjectPtr<GSocketConnection> far(
+  const ObjectPtr<GSocketConnection> plain(
       g_socket_client_connect_finish(reinterpret_cast<GSocketClient*>(client), result, &raised));
+  if (plain) {
+    sendAtOnce(plain.get());
+    self->far.reset(
+        g_tls_client_connection_new(G_IO_STREAM(plain.get()), tunnel.identity_.get(), &raised));
+  }
   const ErrorPtr error(raised);
-  if (!far) {
+  if (!self->far) {
     tunnel.fail(reasonOf(*error));
     return;
   }
-  sendAtOnce(far.get());
+  connect(self->far.get(), "accept-certificate",
+          std::function([&tunnel](GTlsCertificate* certificate, GTlsCertificateFlags errors) {
+            return static_cast<gboolean>(isTrusted(certificate, errors, tunnel.identity_.get(),
+                                                   tunnel.relay_.authorityFile));
+          }));
+  auto* const far = G_TLS_CONNECTION(self->far.get());
+  g_tls_connection_handshake_async(far, G_PRIORITY_DEFAULT, tunnel.cancellable_.get(),
+                                   &TlsTunnel::secured, self.release());
+}
+
+void TlsTunnel::secured(GObject* far, GAsyncResult* result, gpointer passage) {
+  std::unique_ptr<Passage> self(static_cast<Passage*>(passage));
+  TlsTunnel& tunnel = self->tunnel;
+  GError* raised = nullptr;
+  const bool isSecured = g_tls_connection_handshake_finish(reinterpret_cast<GTlsConnection*>(far),
+                                                           result, &raised) != FALSE;
+  const ErrorPtr error(raised);
+  if (!isSecured) {
+    tunnel.fail(reasonOf(*error));
+    return;
+  }
   auto* const near = G_IO_STREAM(self->near.get());
-  g_io_stream_splice_async(near, G_IO_STREAM(far.get()),
-                           static_cast<GIOStreamSpliceFlags>(G_IO_STREAM_SPLICE_CLOSE_STREAM1 |
-                                                             G_IO_STREAM_SPLICE_CLOSE_STREAM2),
-                           G_PRIORITY_DEFAULT, tunnel.cancellable_.get(), &TlsTunnel::ended,
-                           self.release());
+  constexpr int kBothClosed = G_IO_STREAM_SPLICE_CLOSE_STREAM1 | G_IO_STREAM_SPLICE_CLOSE_STREAM2;
+  g_io_stream_splice_async(near, reinterpret_cast<GIOStream*>(far),
+                           static_cast<GIOStreamSpliceFlags>(kBothClosed), G_PRIORITY_DEFAULT,
+                           tunnel.cancellable_.get(), &TlsTunnel::ended, self.release());
 }
 
 void TlsTunnel::ended(GObject*, GAsyncResult*, gpointer passage) {

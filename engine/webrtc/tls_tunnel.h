@@ -56,6 +56,7 @@ class TlsTunnel {
   // What GLib calls back, on the thread.
   static void accepted(GObject* listener, GAsyncResult* result, gpointer tunnel);
   static void connected(GObject* client, GAsyncResult* result, gpointer passage);
+  static void secured(GObject* far, GAsyncResult* result, gpointer passage);
   static void ended(GObject* connection, GAsyncResult* result, gpointer passage);
 
   const Relay relay_;

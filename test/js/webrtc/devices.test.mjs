@@ -55,6 +55,16 @@ test('cameras are used before and during a call, and another one when one vanish
     await shows(viewer, remote(0), 320);
   });
 
+  await t.test('it is opened again when it shows nothing any more', async () => {
+    await cameras.starve(member);
+    let frameId = 0;
+    while (!/first shows nothing any more/.test(await member.does('log'))) {
+      ({ frameId } = await member.does('picture', LOCAL, frameId));
+    }
+    await member.does('picture', LOCAL, frameId);
+    await shows(viewer, remote(0), 320);
+  });
+
   await t.test('it captures in another size', async () => {
     await member.does('call', 'setVideoDevice', camera('first', { width: 640, height: 360 }));
     await shows(viewer, remote(0), 640);

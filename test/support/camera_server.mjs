@@ -3,6 +3,7 @@
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { mkdirSync, writeFileSync } from 'node:fs';
+import { homedir } from 'node:os';
 import path from 'node:path';
 import { createInterface } from 'node:readline';
 
@@ -27,6 +28,8 @@ export class CameraServer {
       XDG_RUNTIME_DIR: directory,
       XDG_CONFIG_HOME: directory,
       HOME: directory,
+      // GStreamer's list of plugins, which takes seconds to make.
+      XDG_CACHE_HOME: process.env.XDG_CACHE_HOME ?? path.join(homedir(), '.cache'),
       DBUS_SESSION_BUS_ADDRESS: `unix:path=${directory}/bus`,
     };
     mkdirSync(path.join(directory, 'pipewire/pipewire.conf.d'), { recursive: true });

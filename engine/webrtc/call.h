@@ -22,6 +22,7 @@
 #include "engine/webrtc/local_video.h"
 #include "engine/webrtc/participant.h"
 #include "engine/webrtc/publisher.h"
+#include "engine/webrtc/turn_servers.h"
 #include "tesselclient/records.h"
 
 namespace webrtc {
@@ -84,7 +85,6 @@ class Call {
   const int id_;
   const CallTarget target_;
   const tsl::ConnectParams params_;
-  const IceOptions ice_;
   Devices& devices_;
   const PeopleChanged peopleChanged_;
 
@@ -98,6 +98,7 @@ class Call {
   Inbox inbox_;
   support::Timer timer_;
   // Each uses those before it.
+  std::unique_ptr<TurnServers> turnServers_;
   std::unique_ptr<CallAudio> audio_;
   std::unique_ptr<JanusSession> session_;
   std::unique_ptr<JanusHandle> handle_;

@@ -144,6 +144,7 @@ void stopRemains(GstElement* webrtc) {
 
 PeerConnection::PeerConnection(support::TaskLoop& loop, const IceOptions& ice, Handlers handlers)
     : handlers_(std::move(handlers)),
+      isRelayForced_(ice.isRelayForced),
       inbox_(loop),
       pipeline_(makePipeline()),
       webrtc_(makeWebrtcBin(pipeline_.get(), ice)) {
@@ -153,6 +154,7 @@ PeerConnection::PeerConnection(support::TaskLoop& loop, const IceOptions& ice, H
   connect(webrtc_, "on-ice-candidate",
           std::function([this, post = inbox_.poster()](guint mediaLine, gchar* candidate) {
             post([this, mediaLine, text = std::string(candidate)] {
+              hasCandidate_ = true;
               handlers_.candidate(mediaLine, text);
             });
           }));
@@ -185,7 +187,7 @@ void PeerConnection::watchState() {
           std::function([this, post = inbox_.poster()](GParamSpec*) {
             const auto state = property<GstWebRTCICEGatheringState>(webrtc_, "ice-gathering-state");
             if (state != GST_WEBRTC_ICE_GATHERING_STATE_COMPLETE) return;
-            post([this] { handlers_.allCandidatesFound(); });
+            post([this] { allCandidatesFound(); });
           }));
   connect(webrtc_, "notify::connection-state",
           std::function([this, post = inbox_.poster()](GParamSpec*) {
@@ -196,6 +198,12 @@ void PeerConnection::watchState() {
               post([this] { fail("there is no way for media to the server"); });
             }
           }));
+}
+
+void PeerConnection::allCandidatesFound() {
+  handlers_.allCandidatesFound();
+  // Without relays there may be other ways, which the server finds.
+  if (isRelayForced_ && !hasCandidate_) fail(kNoRelay);
 }
 
 void PeerConnection::watchBus() {

@@ -17,6 +17,9 @@
 
 namespace webrtc {
 
+// Why a connection fails that may use relays only.
+constexpr const char* kNoRelay = "no TURN server can be used";
+
 // How connections find a way through the network.
 struct IceOptions {
   bool isRelayForced = false;
@@ -70,10 +73,13 @@ class PeerConnection {
   void setRemote(GstWebRTCSDPType type, const std::string& sdp, std::function<void()> done);
   void watchSessions();
   void watchState();
+  void allCandidatesFound();
   void watchBus();
   void fail(const std::string& reason);
 
   const Handlers handlers_;
+  const bool isRelayForced_;
+  bool hasCandidate_ = false;
   bool hasFailed_ = false;
   Inbox inbox_;
   // Last: its threads use the rest.

@@ -145,9 +145,9 @@ obey({
 
   // Another engine, which begins to join and is destroyed so many milliseconds later. Answers with
   // what the process holds then, which is to be what is `expected`.
-  async abandonJoin(uri, milliseconds, expected) {
+  async abandonJoin(uri, milliseconds, expected, overrides = {}) {
     const abandoned = makeWrapper();
-    abandoned.connectCall(connectParams(uri));
+    abandoned.connectCall({ ...connectParams(uri), ...overrides });
     await delay(milliseconds);
     abandoned.destroy();
     await untilThreadsAreGone();

@@ -52,6 +52,11 @@ std::string withoutFir(std::string_view sdp) {
   return kept;
 }
 
+// GStreamer 1.22 can print, at any time of a connection, that an assertion of g_hash_table_foreach
+// failed: the thread that makes the reports releases the session's lock while it walks through the
+// session's sources, and what arrives then can add one. GLib leaves the changed table at once, so
+// that a report of this round is missing, which the next round has. GStreamer 1.24 walks through a
+// copy.
 void hastenFeedback(GstElement* rtpbin, guint sessionId) {
   GObject* session = nullptr;
   g_signal_emit_by_name(rtpbin, "get-internal-session", sessionId, &session);

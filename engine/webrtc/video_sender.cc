@@ -48,7 +48,9 @@ constexpr std::array kEncodings = {
                                 "dropframe-threshold", isStrict ? kDropThreshold : 0, nullptr);
                  }},
     // The profile that every browser decodes. The encoder puts the parameter sets before each key
-    // frame.
+    // frame. OpenH264 prints "cmInitParaError" when its stream ends, as that of an appsrc does when
+    // what follows it has gone: GStreamer then asks without a frame for what is still in it, until
+    // that is refused. Nothing is: it gives each picture at once.
     Encoding{.name = "H264",
              .format = "payload=97,packetization-mode=(string)1,profile-level-id=(string)42e01f,"
                        "level-asymmetry-allowed=(string)1",

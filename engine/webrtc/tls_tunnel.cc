@@ -55,7 +55,7 @@ void sendAtOnce(GSocketConnection* connection) {
 }
 
 std::string reasonOf(const GError& error) {
-  if (g_error_matches(&error, G_TLS_ERROR, G_TLS_ERROR_BAD_CERTIFICATE)) {
+  if (g_error_matches(&error, G_TLS_ERROR, G_TLS_ERROR_BAD_CERTIFICATE) != FALSE) {
     return "its certificate is refused";
   }
   return std::string("it cannot be reached: ") + error.message;
@@ -189,7 +189,7 @@ void TlsTunnel::ended(GObject*, GAsyncResult*, gpointer passage) {
 }
 
 void TlsTunnel::fail(const std::string& reason) {
-  if (g_cancellable_is_cancelled(cancellable_.get())) return;
+  if (g_cancellable_is_cancelled(cancellable_.get()) != FALSE) return;
   if (std::exchange(hasFailed_, true)) return;
   failed_(reason);
 }

@@ -1,6 +1,7 @@
 #include "engine/webrtc/call.h"
 
 #include <algorithm>
+#include <limits>
 #include <set>
 #include <utility>
 
@@ -186,6 +187,7 @@ void Call::publish() {
           .failed = [this](const std::string& reason) { fail(kNoMediaPath, reason); },
           .heard =
               [this](unsigned level) {
+                ownLevel_ = level;
                 ownSpeech_.heard(level);
                 if (isJoined()) context_.notifier.notify(&INotifyCallback::NotifyMicLevel, level);
               }});
@@ -303,6 +305,21 @@ void Call::setVideoMuted(bool isMuted) {
   ownState_.isVideoMuted = isMuted;
   if (publisher_) publisher_->setState(ownState_);
   peopleChanged_();
+}
+
+void Call::collectStatistics(support::Time window, tsl::MeetingStats& stats) {
+  if (!isJoined()) return;
+  const Traffic sent = publisher_->closeWindow(window);
+  std::vector<Traffic> received;
+  for (const auto& [key, participant] : participants_) {
+    received.push_back(participant->closeWindow(window));
+  }
+  statistics_.collect(window, sent, received, stats);
+  constexpr std::uint32_t kMost = std::numeric_limits<std::int32_t>::max();
+  stats.outboundBweBps =
+      static_cast<std::int32_t>(std::min(publisher_->grantedBitsPerSecond(), kMost));
+  stats.audio.transmitLevel = ownState_.isAudioMuted ? 0 : ownLevel_;
+  stats.audio.outputLevel = audio_->speaker().level();
 }
 
 void Call::timeOut() {

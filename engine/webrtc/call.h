@@ -16,6 +16,7 @@
 #include "engine/webrtc/audio_level.h"
 #include "engine/webrtc/call_audio.h"
 #include "engine/webrtc/call_end.h"
+#include "engine/webrtc/call_statistics.h"
 #include "engine/webrtc/call_uri.h"
 #include "engine/webrtc/inbox.h"
 #include "engine/webrtc/janus_session.h"
@@ -59,6 +60,10 @@ class Call {
   void setAudioMuted(bool isMuted);
   void setVideoMuted(bool isMuted);
 
+  // Fills in what was counted since the last call, in a window of this length; nothing unless the
+  // call is joined.
+  void collectStatistics(support::Time window, tsl::MeetingStats& stats);
+
  private:
   enum class State { kConnecting, kEntering, kPublishing, kJoined, kOver };
 
@@ -91,6 +96,8 @@ class Call {
   State state_ = State::kConnecting;
   OwnState ownState_;
   SpeechDetector ownSpeech_;
+  unsigned ownLevel_ = 0;  // of the microphone
+  CallStatistics statistics_;
   bool isRemoteAudioMuted_ = false;
   Incoming incoming_;
   Json room_;  // what every request to the room is to say

@@ -89,6 +89,9 @@ void Participant::accept(const std::string& offer, const Json& data) {
   }
   if (incoming_ != Incoming{}) askForIncoming();
   if (!stream_) makeStream(videoSsrcOf(offer).value_or(0));
+  tracks_ = {.audio = audioSsrcOf(offer).value_or(0),
+             .video = stream_->csrc(),
+             .repeatedVideo = repetitionSsrcOf(offer, stream_->csrc()).value_or(0)};
   connection_->acceptOffer(offer, [this](const std::string& sdp) { answer(sdp); });
 }
 
@@ -149,6 +152,11 @@ void Participant::setIncoming(Incoming incoming) {
   incoming_ = incoming;
   askForIncoming();
   if (isVideoShown() != wasVideoShown) showVideo();
+}
+
+Traffic Participant::closeWindow(support::Time length) {
+  return meter_.closeWindow(length, connection_->counts(), tracks_,
+                            videoReceiver_ ? videoReceiver_->decoded() : FrameCounts());
 }
 
 void Participant::showVideo() {

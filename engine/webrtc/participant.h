@@ -14,6 +14,7 @@
 #include "engine/support/roster.h"
 #include "engine/support/streams/video_stream.h"
 #include "engine/webrtc/audio_level.h"
+#include "engine/webrtc/call_statistics.h"
 #include "engine/webrtc/feed.h"
 #include "engine/webrtc/inbox.h"
 #include "engine/webrtc/janus_session.h"
@@ -57,6 +58,8 @@ class Participant {
   void update(const Feed& feed);
   // The server does not send disabled media.
   void setIncoming(Incoming incoming);
+  // What was received in a window of this length, which ends now.
+  Traffic closeWindow(support::Time length);
 
  private:
   void subscribe(const Json& room);
@@ -76,6 +79,8 @@ class Participant {
   Feed feed_;
   Incoming incoming_;
   std::map<std::string, std::string> kinds_;  // "audio" or "video", by the media line's mid
+  Tracks tracks_;                             // as the server has offered them
+  ConnectionMeter meter_;
   bool isAnnounced_ = false;
   std::shared_ptr<support::VideoStream> stream_;  // once the server has offered it
   std::shared_ptr<VideoReceiver> videoReceiver_;  // with the stream

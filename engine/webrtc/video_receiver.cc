@@ -51,10 +51,17 @@ GstFlowReturn VideoReceiver::take(GstAppSink* sink) {
 
 void VideoReceiver::show(const std::shared_ptr<support::Frame>& frame) {
   base::MutexLock lock(mutex_);
+  ++decoded_.frames;
+  decoded_.size = frame->size();
   if (!isShowing_) return;
   frame->id = ++lastId_;
   frame->csrc = stream_->csrc();
   stream_->publish(frame);
+}
+
+FrameCounts VideoReceiver::decoded() const {
+  base::MutexLock lock(mutex_);
+  return decoded_;
 }
 
 void VideoReceiver::setShowing(bool isShowing) {

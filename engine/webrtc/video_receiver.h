@@ -13,6 +13,7 @@
 #include "base/mutex.h"
 #include "engine/support/streams/frame_pool.h"
 #include "engine/support/streams/video_stream.h"
+#include "engine/webrtc/call_statistics.h"
 
 namespace webrtc {
 
@@ -31,6 +32,8 @@ class VideoReceiver : public std::enable_shared_from_this<VideoReceiver> {
 
   // While it shows nothing, what still arrives is dropped.
   void setShowing(bool isShowing) EXCLUDES(mutex_);
+  // All that were decoded, shown or not.
+  FrameCounts decoded() const EXCLUDES(mutex_);
 
  private:
   GstFlowReturn take(GstAppSink* sink);
@@ -39,8 +42,9 @@ class VideoReceiver : public std::enable_shared_from_this<VideoReceiver> {
   const std::shared_ptr<support::VideoStream> stream_;
   const std::shared_ptr<support::FramePool> pool_;
 
-  base::Mutex mutex_;
+  mutable base::Mutex mutex_;
   bool isShowing_ GUARDED_BY(mutex_) = true;
+  FrameCounts decoded_ GUARDED_BY(mutex_);
   std::uint64_t lastId_ GUARDED_BY(mutex_) = 0;
 };
 

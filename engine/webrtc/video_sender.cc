@@ -115,6 +115,8 @@ VideoSender::VideoSender(PeerConnection& connection, GstPad* place, const std::s
   encoder_.reset(gst_bin_get_by_name(GST_BIN(bin), "encoder"));
   const ObjectPtr<GstElement> payloader(gst_bin_get_by_name(GST_BIN(bin), "payloader"));
   g_object_set(payloader.get(), "ssrc", ssrc, nullptr);
+  const ObjectPtr<GstPad> encoded(gst_element_get_static_pad(payloader.get(), "sink"));
+  handleBuffers(encoded.get(), [count = encodedFrames_] { ++*count; });
   connection.addSender(bin, place);
 }
 
@@ -131,6 +133,11 @@ void VideoSender::send(const std::shared_ptr<support::Frame>& frame) {
     setFormat(size_);
   }
   gst_app_src_push_buffer(GST_APP_SRC(source_.get()), bufferOf(frame).release());
+}
+
+FrameCounts VideoSender::encoded() const {
+  base::MutexLock lock(mutex_);
+  return {.frames = *encodedFrames_, .size = size_};
 }
 
 void VideoSender::setFormat(support::Size size) {

@@ -218,6 +218,18 @@ obey({
 
   call: (method, ...args) => wrapper[method](...args),
 
+  // The next statistics that are published, and when that was.
+  async statistics() {
+    const before = JSON.stringify(wrapper.getMeetingStats());
+    for (;;) {
+      const stats = wrapper.getMeetingStats();
+      if (JSON.stringify(stats) !== before) {
+        return { ...stats, at: performance.timeOrigin + performance.now() };
+      }
+      await delay(POLL_INTERVAL_MS);
+    }
+  },
+
   log: () => readFileSync(path.join(directory, `${process.pid}tesselclient.log`), 'utf8'),
 
   threadsGone: untilThreadsAreGone,

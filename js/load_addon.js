@@ -12,6 +12,11 @@ const OVERRIDE = 'TESSEL_WRAPPER_ADDON';
 // The package's folder. A bundler puts this file elsewhere, or into an ES module, which has none.
 const HOME = typeof __dirname === 'string' ? path.join(__dirname, '..') : '/';
 const BUILD = path.join(HOME, 'build', 'release');
+// What comes with the package.
+const PREBUILT = path.join(HOME, 'prebuilt', 'linux-x64');
+
+const MEDIA_PACKAGES =
+  'apt-get install gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-nice gstreamer1.0-pulseaudio gstreamer1.0-pipewire libsoup-3.0-0';
 
 // Advice for a failure to load, by the system's error message.
 const REMEDIES = [
@@ -24,21 +29,29 @@ const REMEDIES = [
     'The engine that was found does not fit: look at LD_LIBRARY_PATH, which comes before the directory of the addon.',
   ],
   [
+    /lib(gst|soup|gio|gobject|glib)[^ ]*: cannot open shared object file/,
+    `The engine for real meetings needs GStreamer and libsoup: ${MEDIA_PACKAGES}`,
+  ],
+  [
     /GLIBC|wrong ELF class|invalid ELF header|file too short/,
     'The addon was built for another system, or not to its end.',
   ],
 ];
 
 // The absolute path of the addon to load: the one named by the environment, else the release build
-// with the selected engine.
-function addonPath() {
+// with this engine, which somebody has made here, else the one that comes with the package.
+function addonPath(engine = engineDirectory()) {
   const named = process.env[OVERRIDE];
-  return named ? path.resolve(named) : path.join(BUILD, engineDirectory(), 'tesselWrapper.node');
+  if (named) return path.resolve(named);
+  const [built, prebuilt] = [BUILD, PREBUILT].map((directory) =>
+    path.join(directory, engine, 'tesselWrapper.node'),
+  );
+  return !fs.existsSync(built) && fs.existsSync(prebuilt) ? prebuilt : built;
 }
 
-// The directory of the build to which that addon belongs: it has one for each other engine in it.
+// The directory whose folder webrtc has the engine for real meetings, if it is there.
 function buildDirectory() {
-  const directory = path.dirname(addonPath());
+  const directory = path.dirname(addonPath('webrtc'));
   return path.basename(directory) === 'webrtc' ? path.dirname(directory) : directory;
 }
 
@@ -112,4 +125,4 @@ function loadAddon() {
   return loaded.get(file);
 }
 
-module.exports = { OVERRIDE, addonPath, buildDirectory, loadAddon };
+module.exports = { MEDIA_PACKAGES, OVERRIDE, addonPath, buildDirectory, loadAddon };

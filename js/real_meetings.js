@@ -7,6 +7,8 @@ const { spawnSync } = require('node:child_process');
 const fs = require('node:fs');
 const path = require('node:path');
 
+const { MEDIA_PACKAGES } = require('./load_addon.js');
+
 // Beside that engine; asks GStreamer.
 const PROGRAM = 'examine_webrtc_engine';
 // Far above what it takes, also when GStreamer lists its plugins for the first time.
@@ -26,7 +28,7 @@ function ask(program) {
   return {
     failure: bad(
       `real meetings: GStreamer cannot be examined: ${reason}`,
-      'Build the engine again: npm run build:webrtc',
+      `Install what it needs: ${MEDIA_PACKAGES}`,
     ),
   };
 }

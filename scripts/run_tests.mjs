@@ -124,9 +124,17 @@ const withMeetings = hasMeetings && spawnSync('janus', ['--version']).error === 
 
 const WITHOUT_SANITIZER = [
   'test/js/browser/',
-  ...['audio', 'browser', 'devices', 'doctor', 'endurance', 'relay', 'sfu', 'two_terminals'].map(
-    (name) => `test/js/webrtc/${name}.test.mjs`,
-  ),
+  ...[
+    'audio',
+    'browser',
+    'devices',
+    'doctor',
+    'endurance',
+    'installed',
+    'relay',
+    'sfu',
+    'two_terminals',
+  ].map((name) => `test/js/webrtc/${name}.test.mjs`),
 ];
 
 // The files that take longest start first, so that none of them runs alone at the end.

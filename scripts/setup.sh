@@ -36,6 +36,12 @@ done
 ((${#wanted[@]})) || fail "$usage"
 
 mkdir -p build
+# Two at once would write the same files. The lock goes with the last process that has it open.
+exec {lock}<build
+if ! flock --nonblock "$lock"; then
+  echo "waiting for another set-up"
+  flock "$lock"
+fi
 for pair in "${wanted[@]}"; do : >"build/setup-${pair% *}.log"; done
 
 # for_each COMMAND...: runs the command for each requested preset.

@@ -16,20 +16,19 @@ constexpr const char* kEncoding =
 
 }  // namespace
 
-AudioSender::AudioSender(PeerConnection& connection, bool isMuted) {
+AudioSender::AudioSender(PeerConnection& connection, bool isMuted) : ssrc_(g_random_int() | 1) {
   GstElement* const bin = makeBin(std::string(kSource) + kVoiceFormat + kEncoding);
   source_.reset(gst_bin_get_by_name(GST_BIN(bin), "source"));
   valve_.reset(gst_bin_get_by_name(GST_BIN(bin), "valve"));
   setMuted(isMuted);
   // The offer must name it: a server drops packets of an SSRC that no description named. Of itself
   // the payloader tells it with its first packet, which a device may give after the offer.
-  const guint32 ssrc = g_random_int();
   const ObjectPtr<GstElement> payloader(gst_bin_get_by_name(GST_BIN(bin), "payloader"));
-  g_object_set(payloader.get(), "ssrc", ssrc, nullptr);
+  g_object_set(payloader.get(), "ssrc", ssrc_, nullptr);
   const std::string caps =
       "application/x-rtp,media=audio,encoding-name=OPUS,clock-rate=48000,"
       "encoding-params=(string)2,payload=111,ssrc=(uint)" +
-      std::to_string(ssrc);
+      std::to_string(ssrc_);
   const ObjectPtr<GstPad> place = connection.addPlace(caps.c_str());
   connection.addSender(bin, place.get());
 }

@@ -5,6 +5,8 @@
 
 #include <gst/gst.h>
 
+#include <cstdint>
+
 #include "engine/webrtc/glib.h"
 #include "engine/webrtc/peer_connection.h"
 
@@ -22,8 +24,10 @@ class AudioSender {
   void setMuted(bool isMuted);
   // An appsrc, into which the microphone's buffers go.
   ObjectPtr<GstElement> source() const { return share(source_.get()); }
+  std::uint32_t ssrc() const { return ssrc_; }
 
  private:
+  const std::uint32_t ssrc_;
   ObjectPtr<GstElement> source_;
   ObjectPtr<GstElement> valve_;
 };

@@ -17,12 +17,14 @@
 #include "engine/webrtc/audio_level.h"
 #include "engine/webrtc/call_audio.h"
 #include "engine/webrtc/call_end.h"
+#include "engine/webrtc/call_statistics.h"
 #include "engine/webrtc/call_uri.h"
 #include "engine/webrtc/inbox.h"
 #include "engine/webrtc/janus_session.h"
 #include "engine/webrtc/local_video.h"
 #include "engine/webrtc/participant.h"
 #include "engine/webrtc/publisher.h"
+#include "engine/webrtc/turn_servers.h"
 #include "tesselclient/records.h"
 
 namespace webrtc {
@@ -63,6 +65,10 @@ class Call {
   void setAudioMuted(bool isMuted);
   void setVideoMuted(bool isMuted);
 
+  // Fills in what was counted since the last call, in a window of this length; nothing unless the
+  // call is joined.
+  void collectStatistics(support::Time window, tsl::MeetingStats& stats);
+
  private:
   enum class State { kConnecting, kEntering, kPublishing, kJoined, kOver };
 
@@ -91,13 +97,14 @@ class Call {
   const int id_;
   const CallTarget target_;
   const tsl::ConnectParams params_;
-  const IceOptions ice_;
   Devices& devices_;
   const PeopleChanged peopleChanged_;
 
   State state_ = State::kConnecting;
   OwnState ownState_;
   SpeechDetector ownSpeech_;
+  unsigned ownLevel_ = 0;  // of the microphone
+  CallStatistics statistics_;
   bool isRemoteAudioMuted_ = false;
   Incoming incoming_;
   support::Layout layout_;
@@ -106,6 +113,7 @@ class Call {
   Inbox inbox_;
   support::Timer timer_;
   // Each uses those before it.
+  std::unique_ptr<TurnServers> turnServers_;
   std::unique_ptr<CallAudio> audio_;
   std::unique_ptr<JanusSession> session_;
   std::unique_ptr<JanusHandle> handle_;

@@ -97,6 +97,11 @@ DeviceCamera::DeviceCamera(support::TaskLoop& loop, const Device& device, suppor
   GstElement* const source = device.makeElement();
   // The time at which a picture comes, whatever clock the device has.
   g_object_set(source, "do-timestamp", TRUE, nullptr);
+  // PipeWire unmaps the memory of a camera that is unplugged on a thread of its own, even while a
+  // picture in it is being converted: the source must copy each picture under PipeWire's lock.
+  if (g_object_class_find_property(G_OBJECT_GET_CLASS(source), "always-copy")) {
+    g_object_set(source, "always-copy", TRUE, nullptr);
+  }
   pipeline_.start(source, bin);
 }
 

@@ -44,7 +44,7 @@ constexpr std::array kNeededElements = {
 void initialise() {
   GError* raised = nullptr;
   // The first time; later calls do nothing.
-  const bool isReady = gst_init_check(nullptr, nullptr, &raised);
+  const bool isReady = gst_init_check(nullptr, nullptr, &raised) != FALSE;
   const ErrorPtr error(raised);
   g_thread_pool_set_max_idle_time(kLongestIdleMs);
   if (!isReady) throw CallFailure(kEngineFailed, "GStreamer does not start: " + textOf(error));

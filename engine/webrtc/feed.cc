@@ -16,6 +16,26 @@ Json stateOf(const Json& stream) {
   return Json::parse(textAt(stream, "description"), nullptr, false);
 }
 
+// The number at this place of a text.
+std::optional<std::uint32_t> numberIn(const std::string& text, std::size_t place) {
+  std::uint32_t number = 0;
+  const auto [stop, error] =
+      std::from_chars(text.data() + place, text.data() + text.size(), number);
+  if (error != std::errc()) return std::nullopt;
+  return number;
+}
+
+// The first SSRC of the first media line that begins so.
+std::optional<std::uint32_t> ssrcOf(const std::string& offer, std::string_view mediaLine) {
+  constexpr std::string_view kSsrc = "\na=ssrc:";
+  const std::size_t media = offer.find(mediaLine);
+  if (media == std::string::npos) return std::nullopt;
+  const std::size_t end = offer.find("\nm=", media + 1);
+  const std::size_t found = offer.find(kSsrc, media);
+  if (found == std::string::npos || found > end) return std::nullopt;
+  return numberIn(offer, found + kSsrc.size());
+}
+
 }  // namespace
 
 std::optional<Feed> parseFeed(const Json& publisher) {
@@ -36,17 +56,18 @@ std::optional<Feed> parseFeed(const Json& publisher) {
 }
 
 std::optional<std::uint32_t> videoSsrcOf(const std::string& offer) {
-  constexpr std::string_view kSsrc = "\na=ssrc:";
-  const std::size_t video = offer.find("\nm=video");
-  if (video == std::string::npos) return std::nullopt;
-  const std::size_t end = offer.find("\nm=", video + 1);
-  const std::size_t found = offer.find(kSsrc, video);
-  if (found == std::string::npos || found > end) return std::nullopt;
-  const char* const first = offer.data() + found + kSsrc.size();
-  std::uint32_t ssrc = 0;
-  const auto [stop, error] = std::from_chars(first, offer.data() + offer.size(), ssrc);
-  if (error != std::errc()) return std::nullopt;
-  return ssrc;
+  return ssrcOf(offer, "\nm=video");
+}
+
+std::optional<std::uint32_t> audioSsrcOf(const std::string& offer) {
+  return ssrcOf(offer, "\nm=audio");
+}
+
+std::optional<std::uint32_t> repetitionSsrcOf(const std::string& description, std::uint32_t ssrc) {
+  const std::string group = "\na=ssrc-group:FID " + std::to_string(ssrc) + ' ';
+  const std::size_t found = description.find(group);
+  if (found == std::string::npos) return std::nullopt;
+  return numberIn(description, found + group.size());
 }
 
 std::string videoEncodingOf(const std::string& answer) {

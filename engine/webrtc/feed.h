@@ -12,6 +12,7 @@
 namespace webrtc {
 
 // Somebody who sends to the room.
+// NOLINTNEXTLINE(bugprone-exception-escape): clang-tidy overlooks that a Json is moved without one
 struct Feed {
   Json id;  // a number or a text, as the server has it
   std::string name;
@@ -28,6 +29,11 @@ std::optional<Feed> parseFeed(const Json& publisher);
 
 // The SSRC with which the server sends the video of this offer; nothing without video.
 std::optional<std::uint32_t> videoSsrcOf(const std::string& offer);
+// The same of the audio.
+std::optional<std::uint32_t> audioSsrcOf(const std::string& offer);
+// The SSRC with which, by this description, lost packets of `ssrc` are sent again; nothing without
+// one.
+std::optional<std::uint32_t> repetitionSsrcOf(const std::string& description, std::uint32_t ssrc);
 
 // The encoding of the video that this answer accepts, as "VP8"; empty when it accepts none.
 std::string videoEncodingOf(const std::string& answer);

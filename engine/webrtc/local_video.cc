@@ -1,5 +1,6 @@
 #include "engine/webrtc/local_video.h"
 
+#include <chrono>
 #include <tuple>
 #include <utility>
 
@@ -14,6 +15,8 @@ using support::kLocalStream;
 
 constexpr std::int32_t kLargestSide = 3840;
 constexpr std::int32_t kHighestRate = 60;
+// Cameras pause for less while they adapt to the light.
+constexpr support::Time kLongestPause = std::chrono::seconds(3);
 
 std::uint32_t randomSsrc() {
   // 0 stands for none.
@@ -34,7 +37,8 @@ LocalVideo::LocalVideo(support::EngineContext& context, Devices& devices,
     : context_(context),
       devices_(devices),
       pool_(std::move(pool)),
-      stream_(std::make_shared<support::VideoStream>(kLocalStream, randomSsrc(), context.log)) {
+      stream_(std::make_shared<support::VideoStream>(kLocalStream, randomSsrc(), context.log)),
+      watch_(context.loop) {
   context_.streams.add(stream_);
 }
 
@@ -101,8 +105,34 @@ void LocalVideo::update() {
   if (wanted == capture_) return;
   capture_ = std::move(wanted);
   camera_.reset();
-  if (capture_) camera_ = openCamera();
+  watch_.stop();
+  if (capture_) open();
   if (!camera_) stream_->clear();
+}
+
+void LocalVideo::open() {
+  camera_.reset();
+  {
+    base::MutexLock lock(mutex_);
+    shownAt_.reset();
+  }
+  camera_ = openCamera();
+  if (capture_->source.kind == CameraSource::Kind::kDevice) watch();
+}
+
+void LocalVideo::watch() {
+  const support::Time now = context_.loop.now();
+  support::Time waitsSince = now;
+  {
+    base::MutexLock lock(mutex_);
+    waitsSince = shownAt_.value_or(now);
+  }
+  if (now - waitsSince < kLongestPause) {
+    watch_.runAt(waitsSince + kLongestPause, [this] { watch(); });
+    return;
+  }
+  context_.log->write(capture_->deviceId + " shows nothing any more: it is opened again");
+  open();
 }
 
 std::unique_ptr<Camera> LocalVideo::openCamera() {
@@ -143,6 +173,7 @@ void LocalVideo::show(const std::shared_ptr<support::Frame>& frame) {
   {
     base::MutexLock lock(mutex_);
     frame->id = ++lastId_;
+    shownAt_ = context_.loop.now();
     sender = sender_;
   }
   frame->csrc = csrc();

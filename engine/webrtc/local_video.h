@@ -11,6 +11,7 @@
 #include "base/mutex.h"
 #include "engine/support/engine.h"
 #include "engine/support/streams/video_stream.h"
+#include "engine/support/task_loop.h"
 #include "engine/webrtc/camera.h"
 #include "engine/webrtc/local_sources.h"
 #include "engine/webrtc/video_sender.h"
@@ -19,8 +20,8 @@
 namespace webrtc {
 
 // The camera runs while the application captures and the video is not muted, in a call or not. Its
-// frames go to the local stream and to whoever sends them, once. Belongs to the engine's thread,
-// except for what the camera's thread does.
+// frames go to the local stream and to whoever sends them, once. A device that stops giving frames
+// is opened again. Belongs to the engine's thread, except for what the camera's thread does.
 class LocalVideo {
  public:
   LocalVideo(support::EngineContext& context, Devices& devices,
@@ -60,7 +61,11 @@ class LocalVideo {
   std::optional<Capture> wantedCapture() const;
   // Brings the camera in line with what is wanted.
   void update();
+  // In the place of the present camera, if there is one.
+  void open() EXCLUDES(mutex_);
   std::unique_ptr<Camera> openCamera();
+  // Opens a device again that has shown frames but does so no more.
+  void watch() EXCLUDES(mutex_);
   std::uint64_t lastId() EXCLUDES(mutex_);
   // On the camera's thread.
   void show(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);
@@ -79,7 +84,10 @@ class LocalVideo {
   base::Mutex mutex_;
   std::shared_ptr<VideoSender> sender_ GUARDED_BY(mutex_);
   std::uint64_t lastId_ GUARDED_BY(mutex_) = 0;  // of all frames ever shown
+  // Nothing before the first frame of the present camera, which may take its time.
+  std::optional<support::Time> shownAt_ GUARDED_BY(mutex_);
 
+  support::Timer watch_;
   std::unique_ptr<Camera> camera_;  // last: its thread uses the rest
 };
 

@@ -90,6 +90,9 @@ void Participant::accept(const std::string& offer, const Json& data) {
   }
   asked_ = {};
   if (!stream_) makeStream(videoSsrcOf(offer).value_or(0));
+  tracks_ = {.audio = audioSsrcOf(offer).value_or(0),
+             .video = stream_->csrc(),
+             .repeatedVideo = repetitionSsrcOf(offer, stream_->csrc()).value_or(0)};
   askForWanted();
   connection_->acceptOffer(offer, [this](const std::string& sdp) { answer(sdp); });
 }
@@ -163,6 +166,11 @@ void Participant::receive(const support::Reception& reception) {
   askForWanted();
   if (videoReceiver_) videoReceiver_->setReception(reception);
   if (wasVideoShown || isVideoShown()) showVideo();
+}
+
+Traffic Participant::closeWindow(support::Time length) {
+  return meter_.closeWindow(length, connection_->counts(), tracks_,
+                            videoReceiver_ ? videoReceiver_->decoded() : FrameCounts());
 }
 
 void Participant::showVideo() {

@@ -15,6 +15,7 @@
 #include "engine/support/streams/layout.h"
 #include "engine/support/streams/video_stream.h"
 #include "engine/webrtc/audio_level.h"
+#include "engine/webrtc/call_statistics.h"
 #include "engine/webrtc/feed.h"
 #include "engine/webrtc/inbox.h"
 #include "engine/webrtc/janus_session.h"
@@ -63,6 +64,8 @@ class Participant {
   void setIncoming(Incoming incoming);
   // How the layout wants the video.
   void receive(const support::Reception& reception);
+  // What was received in a window of this length, which ends now.
+  Traffic closeWindow(support::Time length);
 
  private:
   void subscribe(const Json& room);
@@ -89,6 +92,8 @@ class Participant {
   Incoming asked_;  // what the server was asked for last; all without a request
   const std::function<void()> changed_;
   std::map<std::string, std::string> kinds_;  // "audio" or "video", by the media line's mid
+  Tracks tracks_;                             // as the server has offered them
+  ConnectionMeter meter_;
   bool isAnnounced_ = false;
   bool isAdded_ = false;                          // the application was notified of the stream
   std::shared_ptr<support::VideoStream> stream_;  // once the server has offered it

@@ -1,7 +1,11 @@
 #include "engine/webrtc/peer_connection.h"
 
+#include <gst/rtp/gstrtcpbuffer.h>
+
 #include <algorithm>
+#include <array>
 #include <latch>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -52,11 +56,38 @@ std::string withoutFir(std::string_view sdp) {
   return kept;
 }
 
-void hastenFeedback(GstElement* rtpbin, guint sessionId) {
+ObjectPtr<GObject> sessionOf(GstElement* rtpbin, guint sessionId) {
   GObject* session = nullptr;
   g_signal_emit_by_name(rtpbin, "get-internal-session", sessionId, &session);
-  const ObjectPtr<GObject> owned(session);
-  if (owned) g_object_set(session, "rtcp-min-interval", kFeedbackInterval, nullptr);
+  return ObjectPtr<GObject>(session);
+}
+
+// GStreamer 1.22 can print, at any time of a connection, that an assertion of g_hash_table_foreach
+// failed: the thread that makes the reports releases the session's lock while it walks through the
+// session's sources, and what arrives then can add one. GLib leaves the changed table at once, so
+// that a report of this round is missing, which the next round has. GStreamer 1.24 walks through a
+// copy.
+void hastenFeedback(GstElement* rtpbin, guint sessionId) {
+  const auto session = sessionOf(rtpbin, sessionId);
+  if (session) g_object_set(session.get(), "rtcp-min-interval", kFeedbackInterval, nullptr);
+}
+
+// The bits per second of a REMB, by what follows the SSRCs of a packet of feedback; nothing when it
+// is something else.
+std::optional<std::uint32_t> grantedRateOf(GstBuffer* feedback) {
+  // The name, the number of SSRCs, 6 bits of exponent and 18 of mantissa.
+  std::array<std::uint8_t, 8> bytes = {};
+  if (!feedback || gst_buffer_extract(feedback, 0, bytes.data(), bytes.size()) < bytes.size()) {
+    return std::nullopt;
+  }
+  if (std::string_view(reinterpret_cast<const char*>(bytes.data()), 4) != "REMB") {
+    return std::nullopt;
+  }
+  const unsigned exponent = bytes[5] >> 2;
+  const std::uint64_t mantissa = (bytes[5] & 3U) << 16 | bytes[6] << 8 | bytes[7];
+  constexpr unsigned kMostExponent = 32;
+  if (exponent > kMostExponent) return UINT32_MAX;
+  return static_cast<std::uint32_t>(std::min<std::uint64_t>(mantissa << exponent, UINT32_MAX));
 }
 
 using IteratorPtr = std::unique_ptr<GstIterator, ReleasedBy<gst_iterator_free>>;
@@ -139,6 +170,7 @@ void stopRemains(GstElement* webrtc) {
 
 PeerConnection::PeerConnection(support::TaskLoop& loop, const IceOptions& ice, Handlers handlers)
     : handlers_(std::move(handlers)),
+      isRelayForced_(ice.isRelayForced),
       inbox_(loop),
       pipeline_(makePipeline()),
       webrtc_(makeWebrtcBin(pipeline_.get(), ice)) {
@@ -148,6 +180,7 @@ PeerConnection::PeerConnection(support::TaskLoop& loop, const IceOptions& ice, H
   connect(webrtc_, "on-ice-candidate",
           std::function([this, post = inbox_.poster()](guint mediaLine, gchar* candidate) {
             post([this, mediaLine, text = std::string(candidate)] {
+              hasCandidate_ = true;
               handlers_.candidate(mediaLine, text);
             });
           }));
@@ -169,9 +202,37 @@ PeerConnection::~PeerConnection() {
 void PeerConnection::watchSessions() {
   const ObjectPtr<GstElement> rtpbin(gst_bin_get_by_name(GST_BIN(webrtc_), "rtpbin"));
   connect(rtpbin.get(), "new-jitterbuffer",
-          std::function([bin = rtpbin.get()](GstElement* jitterBuffer, guint session, guint) {
-            g_object_set(jitterBuffer, "faststart-min-packets", kFirstPackets, nullptr);
-            hastenFeedback(bin, session);
+          std::function(
+              [this, bin = rtpbin.get()](GstElement* jitterBuffer, guint session, guint ssrc) {
+                g_object_set(jitterBuffer, "faststart-min-packets", kFirstPackets, nullptr);
+                hastenFeedback(bin, session);
+                base::MutexLock lock(mutex_);
+                jitterBuffers_[ssrc] = share(jitterBuffer);
+              }));
+}
+
+ObjectPtr<GObject> PeerConnection::session() const {
+  const ObjectPtr<GstElement> rtpbin(gst_bin_get_by_name(GST_BIN(webrtc_), "rtpbin"));
+  return sessionOf(rtpbin.get(), 0);
+}
+
+RtpCounts PeerConnection::counts() {
+  const auto counted = session();
+  if (!counted) return {};
+  JitterBuffers buffers;
+  {
+    base::MutexLock lock(mutex_);
+    for (const auto& [ssrc, buffer] : jitterBuffers_) buffers[ssrc] = share(buffer.get());
+  }
+  return countsOf(counted.get(), buffers);
+}
+
+void PeerConnection::watchGrantedRate() {
+  connect(session().get(), "on-feedback-rtcp",
+          std::function([this](guint type, guint format, guint, guint, GstBuffer* feedback) {
+            constexpr guint kAnyOther = 15;
+            if (type != GST_RTCP_TYPE_PSFB || format != kAnyOther) return;
+            if (const auto rate = grantedRateOf(feedback)) grantedBitsPerSecond_ = *rate;
           }));
 }
 
@@ -180,7 +241,7 @@ void PeerConnection::watchState() {
           std::function([this, post = inbox_.poster()](GParamSpec*) {
             const auto state = property<GstWebRTCICEGatheringState>(webrtc_, "ice-gathering-state");
             if (state != GST_WEBRTC_ICE_GATHERING_STATE_COMPLETE) return;
-            post([this] { handlers_.allCandidatesFound(); });
+            post([this] { allCandidatesFound(); });
           }));
   connect(webrtc_, "notify::connection-state",
           std::function([this, post = inbox_.poster()](GParamSpec*) {
@@ -191,6 +252,12 @@ void PeerConnection::watchState() {
               post([this] { fail("there is no way for media to the server"); });
             }
           }));
+}
+
+void PeerConnection::allCandidatesFound() {
+  handlers_.allCandidatesFound();
+  // Without relays there may be other ways, which the server finds.
+  if (isRelayForced_ && !hasCandidate_) fail(kNoRelay);
 }
 
 void PeerConnection::watchBus() {

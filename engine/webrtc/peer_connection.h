@@ -6,16 +6,23 @@
 #include <gst/gst.h>
 #include <gst/webrtc/webrtc.h>
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "base/mutex.h"
 #include "engine/webrtc/glib.h"
 #include "engine/webrtc/inbox.h"
 #include "engine/webrtc/janus_message.h"
 #include "engine/webrtc/pipeline.h"
+#include "engine/webrtc/rtp_counts.h"
 
 namespace webrtc {
+
+// Why a connection fails that may use relays only.
+constexpr const char* kNoRelay = "no TURN server can be used";
 
 // How connections find a way through the network.
 struct IceOptions {
@@ -64,18 +71,35 @@ class PeerConnection {
   // A way to the server, as the server tells it.
   void addCandidate(const Json& candidate);
 
+  // What was sent and received; nothing before media flow.
+  RtpCounts counts() EXCLUDES(mutex_);
+  // Called once, when media flow, and before those flow whose rate the server limits.
+  void watchGrantedRate();
+  // How many bits per second the server accepts; 0 until it has said so.
+  std::uint32_t grantedBitsPerSecond() const { return grantedBitsPerSecond_; }
+
  private:
   void makeAnswer(Described described);
   void adopt(const char* kind, const GstStructure* reply, const Described& described);
   void setRemote(GstWebRTCSDPType type, const std::string& sdp, std::function<void()> done);
   void watchSessions();
+  // The one for all media; null before these are described.
+  ObjectPtr<GObject> session() const;
   void watchState();
+  void allCandidatesFound();
   void watchBus();
   void fail(const std::string& reason);
 
   const Handlers handlers_;
+  const bool isRelayForced_;
+  bool hasCandidate_ = false;
   bool hasFailed_ = false;
   Inbox inbox_;
+  std::atomic<std::uint32_t> grantedBitsPerSecond_ = 0;
+
+  base::Mutex mutex_;
+  JitterBuffers jitterBuffers_ GUARDED_BY(mutex_);
+
   // Last: its threads use the rest.
   const PipelinePtr pipeline_;
   GstElement* const webrtc_;

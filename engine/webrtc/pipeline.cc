@@ -60,6 +60,17 @@ std::string errorText(GstMessage* message) {
   return std::string(GST_OBJECT_NAME(GST_MESSAGE_SRC(message))) + ": " + textOf(error);
 }
 
+void handleBuffers(GstPad* pad, std::function<void()> handler) {
+  using Handler = Handed<void>;
+  gst_pad_add_probe(
+      pad, GST_PAD_PROBE_TYPE_BUFFER,
+      [](GstPad*, GstPadProbeInfo*, gpointer data) {
+        Handler::call(data);
+        return GST_PAD_PROBE_OK;
+      },
+      new Handler(std::move(handler)), Handler::destroy);
+}
+
 void handleSamples(GstElement* sink, std::function<void(GstSample*)> handler) {
   using Handler = Handed<GstFlowReturn, GstAppSink*>;
   auto* const newSample = new Handler([handler = std::move(handler)](GstAppSink* from) {

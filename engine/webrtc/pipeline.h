@@ -36,6 +36,10 @@ void handleMessages(GstElement* pipeline, std::function<void(GstMessage*)> handl
 // What an error message says.
 std::string errorText(GstMessage* message);
 
+// Calls `handler` for each buffer that flows through `pad`, on the thread of that, until the pad
+// goes.
+void handleBuffers(GstPad* pad, std::function<void()> handler);
+
 // Calls `handler` for each sample that the appsink `sink` gets, on the sink's thread, until the
 // sink goes. A sample for which it throws is lost.
 void handleSamples(GstElement* sink, std::function<void(GstSample*)> handler);

@@ -29,6 +29,7 @@ Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOpti
                    .allCandidatesFound = [this] { handle_.trickleEnd(); },
                    .connected =
                        [this] {
+                         connection_.watchGrantedRate();
                          if (video_) video_->start();
                          handlers_.connected();
                        },
@@ -44,6 +45,7 @@ void Publisher::start() {
 }
 
 void Publisher::publish(const std::string& offer) {
+  repeatedVideoSsrc_ = repetitionSsrcOf(offer, settings_.videoSsrc).value_or(0);
   toldState_ = state_;
   handle_.ask({{"request", "publish"}, {"descriptions", descriptions()}}, Jsep{"offer", offer},
               [this](const JanusAnswer& answer) {
@@ -77,6 +79,13 @@ void Publisher::tellState() {
   if (!isAccepted_ || state_ == toldState_) return;
   toldState_ = state_;
   handle_.ask({{"request", "configure"}, {"descriptions", descriptions()}}, std::nullopt, nullptr);
+}
+
+Traffic Publisher::closeWindow(support::Time length) {
+  return meter_.closeWindow(
+      length, connection_.counts(),
+      {.audio = audio_.ssrc(), .video = settings_.videoSsrc, .repeatedVideo = repeatedVideoSsrc_},
+      video_ ? video_->encoded() : FrameCounts());
 }
 
 void Publisher::read(GstMessage* message) const {

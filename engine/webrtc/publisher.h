@@ -9,6 +9,7 @@
 #include <string>
 
 #include "engine/webrtc/audio_sender.h"
+#include "engine/webrtc/call_statistics.h"
 #include "engine/webrtc/janus_session.h"
 #include "engine/webrtc/peer_connection.h"
 #include "engine/webrtc/video_sender.h"
@@ -63,6 +64,11 @@ class Publisher {
   // An appsrc, into which the microphone's buffers go.
   ObjectPtr<GstElement> audioSource() const { return audio_.source(); }
 
+  // What was sent in a window of this length, which ends now.
+  Traffic closeWindow(support::Time length);
+  // How many bits per second of video the server accepts; 0 until it has said so.
+  std::uint32_t grantedBitsPerSecond() const { return connection_.grantedBitsPerSecond(); }
+
  private:
   void publish(const std::string& offer);
   // In the encoding that the room has chosen, if it is one of ours.
@@ -83,6 +89,8 @@ class Publisher {
   const ObjectPtr<GstPad> videoPlace_;
   std::shared_ptr<VideoSender> video_;
   AudioSender audio_;
+  std::uint32_t repeatedVideoSsrc_ = 0;
+  ConnectionMeter meter_;
 };
 
 }  // namespace webrtc

@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include "engine/webrtc/audio_level.h"
+
 namespace webrtc {
 namespace {
 
@@ -18,7 +20,8 @@ constexpr GstClockTime kJitter = 60 * GST_MSECOND;
 std::string mixing() {
   return std::string("audiomixer name=mixer start-time-selection=first min-upstream-latency=") +
          std::to_string(kJitter) + " ! " + kFormat +
-         " ! volume name=volume ! appsink name=mix sync=false max-buffers=50 drop=true "
+         " ! volume name=volume ! level interval=200000000 ! appsink name=mix sync=false "
+         "max-buffers=50 drop=true "
          "enable-last-sample=false audiotestsrc is-live=true wave=silence samplesperbuffer=480 ! " +
          kFormat + " ! mixer.";
 }
@@ -40,6 +43,9 @@ Speaker::Speaker() : pipeline_(makePipeline()) {
   mixer_.reset(gst_bin_get_by_name(GST_BIN(bin), "mixer"));
   const ObjectPtr<GstElement> sink(gst_bin_get_by_name(GST_BIN(bin), "mix"));
   handleSamples(sink.get(), [this](GstSample* sample) { passMixOn(sample); });
+  handleMessages(pipeline_.get(), [this](GstMessage* message) {
+    if (const auto level = levelOf(message)) level_ = *level;
+  });
   gst_bin_add(GST_BIN(pipeline_.get()), bin);
   gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
 }
@@ -47,6 +53,11 @@ Speaker::Speaker() : pipeline_(makePipeline()) {
 void Speaker::setOutput(ObjectPtr<GstElement> source) {
   base::MutexLock lock(mutex_);
   output_ = std::move(source);
+}
+
+unsigned Speaker::level() const {
+  base::MutexLock lock(mutex_);
+  return output_ ? level_.load() : 0;
 }
 
 void Speaker::passMixOn(GstSample* sample) {

@@ -5,6 +5,7 @@
 
 #include <gst/gst.h>
 
+#include <atomic>
 #include <memory>
 
 #include "base/mutex.h"
@@ -32,12 +33,15 @@ class Speaker {
   void setMuted(bool isMuted);
   // The mix goes into `source`, that of a kMixedSource; nowhere when it is null.
   void setOutput(ObjectPtr<GstElement> source) EXCLUDES(mutex_);
+  // How loud the mix is, 0 to 100, measured five times a second; 0 while it goes nowhere.
+  unsigned level() const EXCLUDES(mutex_);
 
  private:
   // On the mixer's thread.
   void passMixOn(GstSample* sample) EXCLUDES(mutex_);
 
-  base::Mutex mutex_;
+  std::atomic<unsigned> level_ = 0;
+  mutable base::Mutex mutex_;
   ObjectPtr<GstElement> output_ GUARDED_BY(mutex_);
   // Last: its threads use the rest.
   const PipelinePtr pipeline_;

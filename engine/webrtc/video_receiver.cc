@@ -59,6 +59,8 @@ GstFlowReturn VideoReceiver::take(GstAppSink* sink) {
 
 void VideoReceiver::show(const std::shared_ptr<support::Frame>& frame) {
   base::MutexLock lock(mutex_);
+  ++decoded_.frames;
+  decoded_.size = frame->size();
   if (!isShowing_ || !isDue(frame->capturedAt)) return;
   const support::Size size = shapedSize(frame->size(), reception_);
   const auto shown = size == frame->size() ? frame : scaler_.scale(*frame, size);
@@ -81,6 +83,11 @@ bool VideoReceiver::isDue(support::Time time) {
 void VideoReceiver::setReception(const support::Reception& reception) {
   base::MutexLock lock(mutex_);
   reception_ = reception;
+}
+
+FrameCounts VideoReceiver::decoded() const {
+  base::MutexLock lock(mutex_);
+  return decoded_;
 }
 
 void VideoReceiver::setShowing(bool isShowing) {

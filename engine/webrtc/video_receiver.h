@@ -14,6 +14,7 @@
 #include "engine/support/streams/frame_pool.h"
 #include "engine/support/streams/layout.h"
 #include "engine/support/streams/video_stream.h"
+#include "engine/webrtc/call_statistics.h"
 #include "engine/webrtc/scaler.h"
 
 namespace webrtc {
@@ -35,6 +36,8 @@ class VideoReceiver : public std::enable_shared_from_this<VideoReceiver> {
   void setShowing(bool isShowing) EXCLUDES(mutex_);
   // What arrives larger or more often is reduced.
   void setReception(const support::Reception& reception) EXCLUDES(mutex_);
+  // All that were decoded, shown or not.
+  FrameCounts decoded() const EXCLUDES(mutex_);
 
  private:
   GstFlowReturn take(GstAppSink* sink);
@@ -45,11 +48,12 @@ class VideoReceiver : public std::enable_shared_from_this<VideoReceiver> {
   const std::shared_ptr<support::VideoStream> stream_;
   const std::shared_ptr<support::FramePool> pool_;
 
-  base::Mutex mutex_;
+  mutable base::Mutex mutex_;
   bool isShowing_ GUARDED_BY(mutex_) = true;
   support::Reception reception_ GUARDED_BY(mutex_);
   support::Time nextDue_ GUARDED_BY(mutex_) = {};
   Scaler scaler_ GUARDED_BY(mutex_);
+  FrameCounts decoded_ GUARDED_BY(mutex_);
   std::uint64_t lastId_ GUARDED_BY(mutex_) = 0;
 };
 

@@ -48,7 +48,9 @@ constexpr std::array kEncodings = {
                                 "dropframe-threshold", isStrict ? kDropThreshold : 0, nullptr);
                  }},
     // The profile that every browser decodes. The encoder puts the parameter sets before each key
-    // frame.
+    // frame. OpenH264 prints "cmInitParaError" when its stream ends, as that of an appsrc does when
+    // what follows it has gone: GStreamer then asks without a frame for what is still in it, until
+    // that is refused. Nothing is: it gives each picture at once.
     Encoding{.name = "H264",
              .format = "payload=97,packetization-mode=(string)1,profile-level-id=(string)42e01f,"
                        "level-asymmetry-allowed=(string)1",
@@ -113,6 +115,8 @@ VideoSender::VideoSender(PeerConnection& connection, GstPad* place, const std::s
   encoder_.reset(gst_bin_get_by_name(GST_BIN(bin), "encoder"));
   const ObjectPtr<GstElement> payloader(gst_bin_get_by_name(GST_BIN(bin), "payloader"));
   g_object_set(payloader.get(), "ssrc", ssrc, nullptr);
+  const ObjectPtr<GstPad> encoded(gst_element_get_static_pad(payloader.get(), "sink"));
+  handleBuffers(encoded.get(), [count = encodedFrames_] { ++*count; });
   connection.addSender(bin, place);
 }
 
@@ -129,6 +133,11 @@ void VideoSender::send(const std::shared_ptr<support::Frame>& frame) {
     setFormat(size_);
   }
   gst_app_src_push_buffer(GST_APP_SRC(source_.get()), bufferOf(frame).release());
+}
+
+FrameCounts VideoSender::encoded() const {
+  base::MutexLock lock(mutex_);
+  return {.frames = *encodedFrames_, .size = size_};
 }
 
 void VideoSender::setFormat(support::Size size) {

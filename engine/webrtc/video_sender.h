@@ -5,12 +5,14 @@
 
 #include <gst/gst.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
 
 #include "base/mutex.h"
 #include "engine/support/streams/frame_pool.h"
+#include "engine/webrtc/call_statistics.h"
 #include "engine/webrtc/glib.h"
 #include "engine/webrtc/peer_connection.h"
 
@@ -36,6 +38,8 @@ class VideoSender {
   // Before that frames are dropped: nobody could receive them.
   void start() EXCLUDES(mutex_);
   void send(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);
+  // What the encoder has made of them.
+  FrameCounts encoded() const EXCLUDES(mutex_);
 
  private:
   void setFormat(support::Size size);
@@ -44,8 +48,11 @@ class VideoSender {
   void (*const limit_)(GstElement* encoder, std::uint32_t bitsPerSecond, bool isStrict);
   ObjectPtr<GstElement> source_;
   ObjectPtr<GstElement> encoder_;
+  // Counted on the encoder's thread.
+  const std::shared_ptr<std::atomic<std::uint64_t>> encodedFrames_ =
+      std::make_shared<std::atomic<std::uint64_t>>(0);
 
-  base::Mutex mutex_;
+  mutable base::Mutex mutex_;
   bool isStarted_ GUARDED_BY(mutex_) = false;
   support::Size size_ GUARDED_BY(mutex_);  // of the frames that are being sent
 };

@@ -5,11 +5,15 @@
 #include <array>
 #include <utility>
 
+#include "engine/webrtc/certificate.h"
+
 namespace webrtc {
 namespace {
 
 // A room with hundreds of participants still fits into one message.
 constexpr guint64 kLargestMessage = guint64{4} << 20;
+
+constexpr guint16 kUsualPort = 443;
 
 // The system needs no time to close a stream, unless it is encrypted and its buffers are full.
 constexpr guint kLongestClosingMs = 500;
@@ -24,8 +28,8 @@ WebSocket::End endOf(const GError& error) {
   if (g_error_matches(&error, G_TLS_ERROR, G_TLS_ERROR_BAD_CERTIFICATE)) {
     return WebSocket::End::kCertificateRefused;
   }
-  const bool isProtocol = error.domain == SOUP_WEBSOCKET_ERROR ||
-                          error.domain == SOUP_SESSION_ERROR || error.domain == G_TLS_ERROR;
+  const bool isProtocol =
+      error.domain == SOUP_WEBSOCKET_ERROR || error.domain == SOUP_SESSION_ERROR;
   return isProtocol ? WebSocket::End::kNotAWebSocket : WebSocket::End::kUnreachable;
 }
 
@@ -50,7 +54,6 @@ class WebSocket::Connection {
  private:
   static void opened(GObject* session, GAsyncResult* result, gpointer data);
   void adopt(SoupWebsocketConnection* socket);
-  bool isTrusted(GTlsCertificate* certificate, GTlsCertificateFlags errors) const;
   void end(End end, const std::string& reason);
 
   const WebSocketTarget& target_;
@@ -73,31 +76,16 @@ void WebSocket::Connection::open() {
   }
   connect(request_.get(), "accept-certificate",
           std::function([this](GTlsCertificate* certificate, GTlsCertificateFlags errors) {
-            return static_cast<gboolean>(isTrusted(certificate, errors));
+            const ObjectPtr<GSocketConnectable> server(
+                g_network_address_parse_uri(target_.url.c_str(), kUsualPort, nullptr));
+            return static_cast<gboolean>(
+                isTrusted(certificate, errors, server.get(), target_.authorityFile));
           }));
   isOpening_ = true;
   std::array<char*, 2> protocols = {const_cast<char*>(target_.protocol.c_str()), nullptr};
   soup_session_websocket_connect_async(session_.get(), request_.get(), nullptr, protocols.data(),
                                        G_PRIORITY_DEFAULT, cancellable_.get(), &Connection::opened,
                                        this);
-}
-
-bool WebSocket::Connection::isTrusted(GTlsCertificate* certificate,
-                                      GTlsCertificateFlags errors) const {
-  if (errors == G_TLS_CERTIFICATE_NO_FLAGS) return true;
-  // Another authority makes up for an unknown one, and for nothing else.
-  if (errors != G_TLS_CERTIFICATE_UNKNOWN_CA || target_.authorityFile.empty()) return false;
-  GError* raised = nullptr;
-  const ObjectPtr<GTlsDatabase> authority(
-      g_tls_file_database_new(target_.authorityFile.c_str(), &raised));
-  const ErrorPtr error(raised);
-  if (!authority) return false;
-  const ObjectPtr<GSocketConnectable> identity(
-      g_network_address_parse_uri(target_.url.c_str(), 443, nullptr));
-  return g_tls_database_verify_chain(authority.get(), certificate,
-                                     G_TLS_DATABASE_PURPOSE_AUTHENTICATE_SERVER, identity.get(),
-                                     nullptr, G_TLS_DATABASE_VERIFY_NONE, nullptr,
-                                     nullptr) == G_TLS_CERTIFICATE_NO_FLAGS;
 }
 
 void WebSocket::Connection::opened(GObject* session, GAsyncResult* result, gpointer data) {

@@ -192,7 +192,9 @@ void WebrtcEngine::unregisterEvent(const std::string& name) {
   if (name == support::Roster::kEventName) roster_.unsubscribe();
 }
 
-void WebrtcEngine::collectStatistics(support::Time, tsl::MeetingStats&) {}
+void WebrtcEngine::collectStatistics(support::Time window, tsl::MeetingStats& stats) {
+  if (call_) call_->collectStatistics(window, stats);
+}
 
 }  // namespace webrtc
 

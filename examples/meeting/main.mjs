@@ -3,11 +3,16 @@
 
 import path from 'node:path';
 
-import { makeOutputDirectory, readOptions, refuseUsage } from '../support/options.mjs';
+import {
+  checkPort,
+  isHelpWanted,
+  makeOutputDirectory,
+  readOptions,
+  refuseUsage,
+} from '../support/options.mjs';
 
 const HEADLESS = '--headless';
-const HELP_OPTIONS = ['--help', '-h'];
-const LAST_PORT = 65535;
+const MOST_PARTICIPANTS = 50;
 
 const USAGE =
   'Options: --participants and --video, or --uri instead of both; --name, --port and --output with ' +
@@ -44,9 +49,11 @@ function meetingOptions() {
   if (uri !== undefined && (participants ?? video) !== undefined) {
     refuseUsage('--uri describes the whole meeting', USAGE);
   }
-  if (!/^\d+$/.test(port) || Number(port) > LAST_PORT) {
-    refuseUsage(`--port ${port}: not a number from 0 to ${LAST_PORT}`, USAGE);
+  if (!/^\d+$/.test(participants ?? '0') || Number(participants) > MOST_PARTICIPANTS) {
+    const reason = `not a number from 0 to ${MOST_PARTICIPANTS}`;
+    refuseUsage(`--participants ${participants}: ${reason}`, USAGE);
   }
+  checkPort('--port', port, USAGE);
   return options;
 }
 
@@ -115,7 +122,7 @@ async function openMeeting(options) {
   }
 }
 
-if (process.argv.some((argument) => HELP_OPTIONS.includes(argument))) {
+if (isHelpWanted()) {
   process.stdout.write(HELP);
 } else if (process.argv.includes(HEADLESS)) {
   process.argv = process.argv.filter((argument) => argument !== HEADLESS);

@@ -52,6 +52,7 @@ export class WidgetHost {
       this.#hasListened = true;
       this.#place = { port, token };
       this.#room.setWidget('running', address);
+      this.#room.note('widgetListening', { pid: this.#process.pid });
     },
     failed: ({ message }) => this.#note({ message: `The widget process: ${message}` }),
     shown: ({ stream, height }) => this.#room.enterWindow(stream, height),

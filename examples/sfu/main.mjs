@@ -3,12 +3,21 @@
 import { once } from 'node:events';
 import { createServer } from 'node:net';
 
-import { readOptions, refuseUsage } from '../support/options.mjs';
+import { checkPort, isHelpWanted, readOptions, refuseUsage } from '../support/options.mjs';
 import { guestLink, servePage } from './guest_page.mjs';
 import { JanusServer, freePort, ownAddress } from './janus_server.mjs';
 
 const USUAL_PORT = 8188;
-const USAGE = 'Options: --room NAME (default: meeting), --port PORT of the SFU, --page-port PORT.';
+const USAGE = 'Options: --room, --pin, --port and --page-port; --help describes them.';
+
+const HELP = `A room for real meetings on this machine: a Janus server of its own, and a page for browsers.
+
+  npm run sfu                           prints the room's uri for npm start, and a link for a browser
+  npm run sfu -- --room NAME            the room's name (default: meeting)
+  npm run sfu -- --pin PIN              the room asks for it; the uri and the link have it
+  npm run sfu -- --port PORT            of the server (default: ${USUAL_PORT}, or a free one)
+  npm run sfu -- --page-port PORT       of the page (default: a free one)
+`;
 
 // The default port, or another one when it is in use.
 async function usualPort(address) {
@@ -23,13 +32,19 @@ async function usualPort(address) {
   return USUAL_PORT;
 }
 
+if (isHelpWanted()) {
+  process.stdout.write(HELP);
+  process.exit();
+}
 const {
   room,
+  pin,
   port,
   'page-port': pagePort,
 } = readOptions(
   {
     room: { type: 'string', default: 'meeting' },
+    pin: { type: 'string' },
     port: { type: 'string' },
     'page-port': { type: 'string', default: '0' },
   },
@@ -39,21 +54,26 @@ const {
 if (!/^[\w-]+$/.test(room)) {
   refuseUsage(`--room ${room}: only letters, digits, _ and - are allowed`, USAGE);
 }
+if (pin !== undefined && !/^[^\p{C}]+$/u.test(pin)) {
+  refuseUsage('--pin: at least one character, and no control characters', USAGE);
+}
+if (port !== undefined) checkPort('--port', port, USAGE);
+checkPort('--page-port', pagePort, USAGE);
 const address = ownAddress();
 const janus = await JanusServer.start({
   address,
   port: port === undefined ? await usualPort(address) : Number(port),
-  rooms: { [room]: {} },
+  rooms: { [room]: pin === undefined ? {} : { pin } },
 });
 const pageServer = await servePage(Number(pagePort));
 console.log(`A room of the SFU is open. Join it with
 
-  npm start -- --uri '${janus.uri(room)}'
+  npm start -- --uri '${janus.uri(room, pin === undefined ? {} : { pin })}'
 
 in two terminals, or more; add &camera=card and &microphone=tone:440 to the uri where there are no
 devices. A browser on this machine joins it with
 
-  ${guestLink(pageServer, janus, room)}
+  ${guestLink(pageServer, janus, room, pin)}
 
 Ctrl+C closes the room.`);
 for (const signal of ['SIGINT', 'SIGTERM']) {

@@ -3,6 +3,7 @@
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { mkdirSync, writeFileSync } from 'node:fs';
+import { homedir } from 'node:os';
 import path from 'node:path';
 import { createInterface } from 'node:readline';
 
@@ -15,6 +16,7 @@ export class CameraServer {
   #test;
   #directory;
   #monitor;
+  #errors;
   #lines = [];
 
   static async start(test) {
@@ -26,6 +28,8 @@ export class CameraServer {
       XDG_RUNTIME_DIR: directory,
       XDG_CONFIG_HOME: directory,
       HOME: directory,
+      // GStreamer's list of plugins, which takes seconds to make.
+      XDG_CACHE_HOME: process.env.XDG_CACHE_HOME ?? path.join(homedir(), '.cache'),
       DBUS_SESSION_BUS_ADDRESS: `unix:path=${directory}/bus`,
     };
     mkdirSync(path.join(directory, 'pipewire/pipewire.conf.d'), { recursive: true });
@@ -36,7 +40,8 @@ export class CameraServer {
       `--address=${server.environment.DBUS_SESSION_BUS_ADDRESS}`,
     ]);
     await once(bus.stdout, 'data');
-    const daemon = server.#spawn('pipewire', []);
+    const daemon = server.#spawn('pipewire', [], 'pipe');
+    server.#errors = createInterface({ input: daemon.stderr });
     const ready = createInterface({ input: daemon.stdout });
     await new Promise((resolve, reject) => {
       daemon.on('exit', (code) => reject(new Error(`pipewire ended: ${code}`)));
@@ -49,10 +54,10 @@ export class CameraServer {
     return server;
   }
 
-  #spawn(program, args) {
+  #spawn(program, args, stderr = 'ignore') {
     const child = spawn(program, args, {
       env: { ...process.env, ...this.environment, LD_PRELOAD: '' },
-      stdio: ['pipe', 'pipe', 'ignore'],
+      stdio: ['pipe', 'pipe', stderr],
     });
     this.#test.after(() => this.#end(child));
     return child;
@@ -81,5 +86,16 @@ export class CameraServer {
 
   unplug(camera) {
     return this.#end(camera);
+  }
+
+  // Stops whoever shows a camera, a CommandedProcess, until the camera has no memory left for
+  // another picture. Such a camera shows nothing any more until it is opened again.
+  async starve(viewer) {
+    viewer.signal('SIGSTOP');
+    for (;;) {
+      const [line] = await once(this.#errors, 'line');
+      if (line.includes('out of buffers')) break;
+    }
+    viewer.signal('SIGCONT');
   }
 }

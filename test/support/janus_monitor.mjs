@@ -38,12 +38,23 @@ class JanusMonitor {
     return found;
   }
 
-  async #count(kind, display, medium, direction) {
+  async #medium(kind, display, medium) {
     const handles = await this.#handles(kind, display);
     if (handles.length !== 1) throw new Error(`${handles.length} handles of ${display}`);
     const [{ webrtc, current_time: microseconds }] = handles;
-    const { stats } = Object.values(webrtc.media).find(({ type }) => type === medium);
-    return { bytes: stats[direction].bytes, seconds: microseconds / 1e6 };
+    const { stats, rtcp } = Object.values(webrtc.media).find(({ type }) => type === medium);
+    return { stats, rtcp, seconds: microseconds / 1e6 };
+  }
+
+  async #count(kind, display, medium, direction) {
+    const { stats, seconds } = await this.#medium(kind, display, medium);
+    return { bytes: stats[direction].bytes, seconds };
+  }
+
+  // What the server itself has found out by RTCP of the medium that it receives from the participant.
+  async reception(display, medium) {
+    const { rtcp } = await this.#medium('publisher', display, medium);
+    return rtcp;
   }
 
   // The bytes of "audio" or "video" that the server has received from the participant, and the time.

@@ -13,15 +13,22 @@ const PASSWORD = 'p@ss:w/rd?&%';
 
 // Settles when it listens: with its { address, port, username, password }, with `used`, which settles
 // when so many connections have been relayed, and with `stop` and `goOn`, between which nothing is.
-export async function startTurnServer(test) {
+// With a `certificate`, { certificate, key }, it listens with TLS only. It relays nothing to the
+// address `deniedPeer`.
+export async function startTurnServer(test, { certificate, deniedPeer } = {}) {
   const address = ownAddress();
   const port = await freePort(address);
   const directory = temporaryDirectory(test);
   const child = spawn(
     'turnserver',
     [
-      ...['-n', '-a', '--verbose', '--log-file=stdout', '--no-cli', '--no-tls', '--no-dtls'],
-      ...['-L', address, '-p', `${port}`, '-r', 'test', '-u', `${USER}:${PASSWORD}`],
+      ...['-n', '-a', '--verbose', '--log-file=stdout', '--no-cli', '--no-dtls'],
+      ...['-L', address, '-r', 'test', '-u', `${USER}:${PASSWORD}`],
+      ...(certificate
+        ? ['--no-udp', '--no-tcp', '--tls-listening-port', `${port}`]
+        : ['--no-tls', '-p', `${port}`]),
+      ...(certificate ? ['--cert', certificate.certificate, '--pkey', certificate.key] : []),
+      ...(deniedPeer ? ['--denied-peer-ip', deniedPeer] : []),
       ...['--userdb', `${directory}/users`, '--pidfile', `${directory}/pid`],
     ],
     { stdio: ['ignore', 'pipe', 'ignore'], env: { ...process.env, LD_PRELOAD: '' } },
@@ -37,7 +44,7 @@ export async function startTurnServer(test) {
   const said = async (find) => {
     while (!find(lines)) await once(output, 'line');
   };
-  await said(() => lines.some((line) => line.includes('TCP listener opened')));
+  await said(() => lines.some((line) => /T(CP|LS) listener opened/.test(line)));
   return {
     ...{ address, port, username: USER, password: PASSWORD },
     stop: () => child.kill('SIGSTOP'),

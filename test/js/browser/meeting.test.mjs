@@ -17,8 +17,9 @@ before(async (t) => {
   browser = await openBrowser(t);
 });
 
+// Ten pictures a second: the browser draws on the processor.
 async function openMeeting(t, uri, options) {
-  const app = await startMeetingApp(t, uri);
+  const app = await startMeetingApp(t, `${uri}&fps=10`);
   const opened = await openPage(t, browser, app.address, options);
   return { ...app, ...opened };
 }
@@ -250,7 +251,7 @@ test('a tile moves into a window of the widget process, survives the death of th
   const { page, context } = await openMeeting(t, 'tessel:test?participants=2');
   await cardIn(page, 'remote-1');
   const shortcutsOf = (name) => tile(page, name).getAttribute('aria-keyshortcuts');
-  const [started] = await logged(page, 'widgetStarted');
+  const [started] = await logged(page, 'widgetListening');
   const pid = Number(/^pid (\d+)$/.exec(started)[1]);
 
   const opening = context.waitForEvent('page');
@@ -272,7 +273,7 @@ test('a tile moves into a window of the widget process, survives the death of th
   assert.equal(await shortcutsOf('remote-0'), 'Enter O H');
 
   process.kill(pid, 'SIGKILL');
-  const processes = await logged(page, 'widgetStarted', 2);
+  const processes = await logged(page, 'widgetListening', 2);
   assert.notEqual(processes[0], started);
   // Its window shows frames of after the death; one from before it may still have been on its way.
   const last = await cardIn(popup, 'remote-1');
@@ -286,6 +287,7 @@ test('a tile moves into a window of the widget process, survives the death of th
 test('a window shows that its tile was moved back, and that its stream has ended', async (t) => {
   const { page, context } = await openMeeting(t, 'tessel:test?participants=1');
   await cardIn(page, 'remote-0');
+  await logged(page, 'widgetListening');
   const popOut = async () => {
     const opening = context.waitForEvent('page');
     await tile(page, 'remote-0').focus();

@@ -1,18 +1,20 @@
 // The requirements that the set-up reports, on a machine with almost nothing installed.
 
 import assert from 'node:assert/strict';
-import { spawnSync } from 'node:child_process';
+import { spawn, spawnSync } from 'node:child_process';
+import { once } from 'node:events';
 import { cpSync, existsSync, mkdirSync, symlinkSync, writeFileSync } from 'node:fs';
+import { createInterface } from 'node:readline';
 import path from 'node:path';
 import { test } from 'node:test';
 
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 
 // Even the smallest system has these.
-const ESSENTIAL = 'bash dirname env grep head mkdir sed sort tail unshare'.split(' ');
+const ESSENTIAL = 'bash dirname env flock grep head mkdir sed sort tail unshare'.split(' ');
 
-// Runs the set-up in a tree of its own, with an `apt-get` that installs nothing.
-function setUp(t, ...given) {
+// A tree of its own, with an `apt-get` that installs nothing: what to spawn the set-up with.
+function makeTree(t) {
   const tree = temporaryDirectory(t);
   const commands = path.join(tree, 'commands');
   mkdirSync(commands);
@@ -27,13 +29,11 @@ function setUp(t, ...given) {
     const script = name === 'node' ? `exec '${process.execPath}' "$@"` : '';
     writeFileSync(path.join(commands, name), `#!/bin/sh\n${script}\n`, { mode: 0o755 });
   }
-  return spawnSync('bash', ['scripts/setup.sh', ...given], {
-    cwd: tree,
-    // A shell crashes under a sanitizer's runtime.
-    env: { PATH: commands },
-    encoding: 'utf8',
-  });
+  // A shell crashes under a sanitizer's runtime.
+  return { cwd: tree, env: { PATH: commands }, encoding: 'utf8' };
 }
+
+const setUp = (t, ...given) => spawnSync('bash', ['scripts/setup.sh', ...given], makeTree(t));
 
 const TO_BUILD = ['cmake', 'g++', 'ninja-build', 'nlohmann-json3-dev'];
 const TO_MEET = [
@@ -93,3 +93,21 @@ for (const given of [
     assert.match(stderr, /^setup: usage: scripts\/setup\.sh /);
   });
 }
+
+test('a set-up waits for another one in the same clone, and says so', async (t) => {
+  const tree = makeTree(t);
+  mkdirSync(path.join(tree.cwd, 'build'));
+  const other = spawn('flock', ['build', 'bash', '-c', 'echo held; read'], tree);
+  t.after(() => other.stdin.end());
+  await once(other.stdout, 'data');
+  const child = spawn('bash', ['scripts/setup.sh', 'release', '--for', 'start'], tree);
+  t.after(() => child.kill());
+  const errors = child.stderr.toArray();
+  const ended = once(child, 'close');
+  const [line] = await once(createInterface({ input: child.stdout }), 'line');
+  assert.equal(line, 'waiting for another set-up');
+  assert.equal(child.exitCode, null);
+  other.stdin.end();
+  assert.deepEqual(await ended, [1, null]);
+  assert.match((await errors).join(''), /apt-get install/);
+});

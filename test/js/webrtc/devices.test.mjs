@@ -10,6 +10,7 @@ import { LOCAL, remote } from '../../support/streams.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const SMALL = { width: 320, height: 180 };
+const LARGE = { width: 1920, height: 1080 };
 
 const camera = (videoDeviceId, { width, height, maxFPS = 30 } = SMALL) => ({
   ...{ videoDeviceId, videoDeviceName: '' },
@@ -54,6 +55,16 @@ test('cameras are used before and during a call, and another one when one vanish
     await shows(viewer, remote(0), 320);
   });
 
+  await t.test('it is opened again when it shows nothing any more', async () => {
+    await cameras.starve(member);
+    let frameId = 0;
+    while (!/first shows nothing any more/.test(await member.does('log'))) {
+      ({ frameId } = await member.does('picture', LOCAL, frameId));
+    }
+    await member.does('picture', LOCAL, frameId);
+    await shows(viewer, remote(0), 320);
+  });
+
   await t.test('it captures in another size', async () => {
     await member.does('call', 'setVideoDevice', camera('first', { width: 640, height: 360 }));
     await shows(viewer, remote(0), 640);
@@ -88,6 +99,17 @@ test('cameras are used before and during a call, and another one when one vanish
     await cameras.unplug(first);
     await member.does('cleared', LOCAL);
     assert.equal((await member.does('leave')).code, 0);
+  });
+
+  // Large pictures are converted during a good part of the time.
+  await t.test('two vanish while a picture of theirs is converted', async () => {
+    await member.does('call', 'setVideoDevice', camera('', LARGE));
+    for (const name of ['third', 'fourth']) {
+      const plugged = await cameras.plug(name);
+      await shows(member, LOCAL, LARGE.width);
+      await cameras.unplug(plugged);
+      await member.does('cleared', LOCAL);
+    }
   });
 
   await t.test('an engine that goes leaves no thread', async () => {

@@ -13,8 +13,10 @@ import { WebSocketServer } from 'ws';
 
 import { freePort, ownAddress } from '../../../examples/sfu/janus_server.mjs';
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
+import { makeCertificate } from '../../support/certificates.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { waveHeader, writeToneClip } from '../../support/tone_clip.mjs';
+import { startTurnServer } from '../../support/turn_server.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const address = ownAddress();
@@ -117,6 +119,16 @@ test('a join to a server that cannot be reached is refused', async (t) => {
   assert.match(reason, /^the server cannot be reached: /);
 });
 
+test('a join with TLS to a server without TLS is refused', async (t) => {
+  const server = await startServer(t);
+  const { code, reason } = await refusal(
+    await openMember(t),
+    server.uri('meeting').replace('janus+ws:', 'janus+wss:'),
+  );
+  assert.equal(code, 503);
+  assert.match(reason, /^the server cannot be reached: .*TLS/);
+});
+
 test('a join to a server that is not an SFU is refused', async (t) => {
   const web = await listening(
     t,
@@ -154,26 +166,18 @@ test('a join to a server that does not answer is refused', async (t) => {
 
 test('a join without a path for media is refused', async (t) => {
   const server = await startServer(t, { rooms: { meeting: {} } });
+  const { username, password, port } = await startTurnServer(t, { deniedPeer: address });
+  const relay = { username, password, address, port, fqdn: '', priority: 0, bandwidth: 0 };
   const member = await openMember(t);
   const { code, reason } = await refusal(member, server.uri('meeting', SOURCES), {
-    forceTurn: true,
+    ...{ forceTurn: true, turnServers: [{ ...relay, protocol: 'udp' }] },
   });
   assert.equal(code, 504);
   assert.match(reason, /no way for media|gave up the media/);
 });
 
 test("the server's certificate is verified, and an additional authority can be configured", async (t) => {
-  const directory = temporaryDirectory(t);
-  const certificate = path.join(directory, 'certificate.pem');
-  const key = path.join(directory, 'key.pem');
-  execFileSync(
-    'openssl',
-    [
-      ...['req', '-x509', '-newkey', 'rsa:2048', '-nodes', '-days', '1', '-subj', '/CN=test'],
-      ...['-addext', `subjectAltName=IP:${address}`, '-keyout', key, '-out', certificate],
-    ],
-    { stdio: 'ignore', env: { ...process.env, LD_PRELOAD: '' } },
-  );
+  const { authority, certificate, key } = makeCertificate(t, `IP:${address}`);
   const server = await startServer(t, {
     rooms: { meeting: {} },
     certificate: { cert_pem: certificate, cert_key: key },
@@ -183,7 +187,7 @@ test("the server's certificate is verified, and an additional authority can be c
     code: 495,
     reason: "the server's certificate is refused",
   });
-  const uri = server.secureUri('meeting', { ...SOURCES, authority: certificate });
+  const uri = server.secureUri('meeting', { ...SOURCES, authority });
   assert.deepEqual(await member.does('join', uri), { connected: true });
 });
 

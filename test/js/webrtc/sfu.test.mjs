@@ -34,18 +34,49 @@ async function openRoom(t, options) {
   return { child, ended, uri, link };
 }
 
-test('an invalid room name is refused', async (t) => {
-  const child = spawn(process.execPath, [PROGRAM, '--room', 'our room']);
+// What it prints, and its exit code, when it opens no room.
+async function outcome(t, options) {
+  const child = spawn(process.execPath, [PROGRAM, ...options]);
   t.after(() => child.kill());
   const ended = once(child, 'close');
-  const errors = (await child.stderr.toArray()).join('');
-  assert.match(errors, /^--room our room: only letters, digits, _ and - are allowed\. Options: /);
-  assert.deepEqual(await ended, [2, null]);
-});
+  const [words, errors] = await Promise.all([child.stdout.toArray(), child.stderr.toArray()]);
+  const [code] = await ended;
+  return { code, words: words.join(''), errors: errors.join('') };
+}
+
+const NOT_A_PORT = 'not a number from 0 to 65535';
+for (const [options, reason] of [
+  [['--room', 'our room'], '--room our room: only letters, digits, _ and - are allowed'],
+  [['--pin', ''], '--pin: at least one character, and no control characters'],
+  [['--pin', 'a\nb'], '--pin: at least one character, and no control characters'],
+  [['--port', 'x'], `--port x: ${NOT_A_PORT}`],
+  [['--page-port', '65536'], `--page-port 65536: ${NOT_A_PORT}`],
+]) {
+  test(`${JSON.stringify(options)} is refused`, async (t) => {
+    assert.deepEqual(await outcome(t, options), {
+      ...{ code: 2, words: '' },
+      errors: `${reason}. Options: --room, --pin, --port and --page-port; --help describes them.\n`,
+    });
+  });
+}
+
+for (const option of ['--help', '-h']) {
+  test(`${option} lists the options, and no room is opened`, async (t) => {
+    const { code, words, errors } = await outcome(t, [option]);
+    assert.deepEqual([code, errors], [0, '']);
+    for (const name of ['room', 'pin', 'port', 'page-port']) {
+      assert.match(words, new RegExp(` --${name} `));
+    }
+    assert.doesNotMatch(words, /janus\+ws/);
+  });
+}
 
 test('the uri and the link join the same room, which SIGINT closes', async (t) => {
-  const { child, ended, uri, link } = await openRoom(t, ['--room', 'our-room']);
+  const options = ['--room', 'our-room', '--pin', `"open" sesame's`];
+  const { child, ended, uri, link } = await openRoom(t, options);
   const member = await openMember(t);
+  const refused = await member.does('join', uri.replace(/&pin=[^&]*/, ''));
+  assert.equal(refused.reason, 'the room asks for another pin');
   const joined = await member.does('join', `${uri}&camera=card:7`, { endpointName: 'Ada' });
   assert.deepEqual(joined, { connected: true });
   const page = await (await openBrowser(t)).newPage();
@@ -61,7 +92,7 @@ test('the uri and the link join the same room, which SIGINT closes', async (t) =
 
   child.kill('SIGINT');
   assert.deepEqual(await ended, [0, null]);
-  const { code } = await member.does('seen', 'callDisconnect');
+  const { code } = await member.does('seen', 'callDisconnect', { callId: 2 });
   assert.equal(code, 503);
   await assert.rejects(fetch(link));
 });

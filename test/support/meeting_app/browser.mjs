@@ -10,6 +10,7 @@ const EXECUTABLE = '/usr/bin/chromium';
 const ARGUMENTS = [
   '--use-angle=swiftshader',
   '--enable-unsafe-swiftshader',
+  '--disable-gpu-compositing',
   // It would end the browser where a busy machine draws slowly.
   '--disable-gpu-watchdog',
   // What a test measures or waits for is not to depend on which window is in front.

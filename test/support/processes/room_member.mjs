@@ -145,9 +145,9 @@ obey({
 
   // Another engine, which begins to join and is destroyed so many milliseconds later. Answers with
   // what the process holds then, which is to be what is `expected`.
-  async abandonJoin(uri, milliseconds, expected) {
+  async abandonJoin(uri, milliseconds, expected, overrides = {}) {
     const abandoned = makeWrapper();
-    abandoned.connectCall(connectParams(uri));
+    abandoned.connectCall({ ...connectParams(uri), ...overrides });
     await delay(milliseconds);
     abandoned.destroy();
     await untilThreadsAreGone();
@@ -231,6 +231,18 @@ obey({
   },
 
   call: (method, ...args) => wrapper[method](...args),
+
+  // The next statistics that are published, and when that was.
+  async statistics() {
+    const before = JSON.stringify(wrapper.getMeetingStats());
+    for (;;) {
+      const stats = wrapper.getMeetingStats();
+      if (JSON.stringify(stats) !== before) {
+        return { ...stats, at: performance.timeOrigin + performance.now() };
+      }
+      await delay(POLL_INTERVAL_MS);
+    }
+  },
 
   log: () => readFileSync(path.join(directory, `${process.pid}tesselclient.log`), 'utf8'),
 

@@ -53,6 +53,18 @@ TEST(Feed, HasTheSsrcOfTheVideo) {
   EXPECT_EQ(videoSsrcOf(""), std::nullopt);
 }
 
+TEST(Feed, HasTheSsrcsOfTheAudioAndOfRepetitions) {
+  const std::string offer =
+      "v=0\r\nm=audio 9 UDP/TLS/RTP/SAVPF 111\r\na=ssrc:11 cname:janus\r\n"
+      "m=video 9 UDP/TLS/RTP/SAVPF 96\r\na=ssrc-group:FID 22 33\r\na=ssrc:22 cname:janus\r\n";
+  EXPECT_EQ(audioSsrcOf(offer), 11U);
+  EXPECT_EQ(repetitionSsrcOf(offer, 22), 33U);
+  EXPECT_EQ(repetitionSsrcOf(offer, 2), std::nullopt);
+  EXPECT_EQ(repetitionSsrcOf(offer, 11), std::nullopt);
+  EXPECT_EQ(repetitionSsrcOf("v=0\r\na=ssrc-group:FID 22 x\r\n", 22), std::nullopt);
+  EXPECT_EQ(repetitionSsrcOf("v=0\r\na=ssrc-group:FID 22 ", 22), std::nullopt);
+}
+
 TEST(Answer, HasTheEncodingOfTheVideo) {
   const auto answer = [](const std::string& video) {
     return "v=0\r\nm=audio 9 UDP/TLS/RTP/SAVPF 111\r\na=rtpmap:111 opus/48000/2\r\n" + video;

@@ -6,8 +6,10 @@
 #include <gst/gst.h>
 
 #include <functional>
+#include <future>
 #include <string>
 
+#include "engine/webrtc/glib.h"
 #include "engine/webrtc/inbox.h"
 #include "engine/webrtc/pipeline.h"
 
@@ -22,11 +24,12 @@ class DevicePipeline {
 
   DevicePipeline(support::TaskLoop& loop, Failed failed);
   // Waits for the pipeline's threads; nothing is told any more.
-  ~DevicePipeline() = default;
+  ~DevicePipeline();
   DevicePipeline(const DevicePipeline&) = delete;
   DevicePipeline& operator=(const DevicePipeline&) = delete;
 
-  // Takes both elements, and has what comes out of `source` flow into `sink`. Called once.
+  // Takes both elements, and has what comes out of `source` flow into `sink`. Called once. Does not
+  // wait for the device: one that vanishes meanwhile may answer nothing for half a minute.
   void start(GstElement* source, GstElement* sink);
 
  private:
@@ -35,7 +38,9 @@ class DevicePipeline {
   const Failed failed_;
   bool hasFailed_ = false;
   Inbox inbox_;
-  const PipelinePtr pipeline_;  // last: its threads use the rest
+  const PipelinePtr pipeline_;
+  ObjectPtr<GstElement> source_;
+  std::future<void> opening_;  // last: its thread uses the rest
 };
 
 }  // namespace webrtc

@@ -16,7 +16,6 @@ export class CameraServer {
   #test;
   #directory;
   #monitor;
-  #errors;
   #lines = [];
 
   static async start(test) {
@@ -40,8 +39,7 @@ export class CameraServer {
       `--address=${server.environment.DBUS_SESSION_BUS_ADDRESS}`,
     ]);
     await once(bus.stdout, 'data');
-    const daemon = server.#spawn('pipewire', [], 'pipe');
-    server.#errors = createInterface({ input: daemon.stderr });
+    const daemon = server.#spawn('pipewire', []);
     const ready = createInterface({ input: daemon.stdout });
     await new Promise((resolve, reject) => {
       daemon.on('exit', (code) => reject(new Error(`pipewire ended: ${code}`)));
@@ -54,10 +52,10 @@ export class CameraServer {
     return server;
   }
 
-  #spawn(program, args, stderr = 'ignore') {
+  #spawn(program, args) {
     const child = spawn(program, args, {
       env: { ...process.env, ...this.environment, LD_PRELOAD: '' },
-      stdio: ['pipe', 'pipe', stderr],
+      stdio: ['pipe', 'pipe', 'ignore'],
     });
     this.#test.after(() => this.#end(child));
     return child;
@@ -86,16 +84,5 @@ export class CameraServer {
 
   unplug(camera) {
     return this.#end(camera);
-  }
-
-  // Stops whoever shows a camera, a CommandedProcess, until the camera has no memory left for
-  // another picture. Such a camera shows nothing any more until it is opened again.
-  async starve(viewer) {
-    viewer.signal('SIGSTOP');
-    for (;;) {
-      const [line] = await once(this.#errors, 'line');
-      if (line.includes('out of buffers')) break;
-    }
-    viewer.signal('SIGCONT');
   }
 }

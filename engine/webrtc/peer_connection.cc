@@ -84,7 +84,7 @@ std::optional<std::uint32_t> grantedRateOf(GstBuffer* feedback) {
     return std::nullopt;
   }
   const unsigned exponent = bytes[5] >> 2;
-  const std::uint64_t mantissa = (bytes[5] & 3U) << 16 | bytes[6] << 8 | bytes[7];
+  const std::uint64_t mantissa = (bytes[5] & 3U) << 16 | std::uint32_t{bytes[6]} << 8 | bytes[7];
   constexpr unsigned kMostExponent = 32;
   if (exponent > kMostExponent) return UINT32_MAX;
   return static_cast<std::uint32_t>(std::min<std::uint64_t>(mantissa << exponent, UINT32_MAX));

@@ -162,10 +162,12 @@ export class JanusServer {
     );
   }
 
-  async stop(signal = 'SIGTERM') {
+  // Janus 1.1 logs in its handlers of other signals, and waits for ever when such a signal comes while
+  // it is logging.
+  async stop() {
     if (this.#child.exitCode === null && this.#child.signalCode === null) {
       this.#child.removeAllListeners('exit');
-      this.#child.kill(signal);
+      this.#child.kill('SIGKILL');
       await once(this.#child, 'exit');
     }
     rmSync(this.#directory, { recursive: true, force: true });

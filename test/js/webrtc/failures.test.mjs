@@ -218,7 +218,7 @@ test('the call ends when the server is killed', async (t) => {
   const server = await startServer(t, { rooms: { meeting: {} } });
   const member = await openMember(t);
   assert.deepEqual(await member.does('join', server.uri('meeting', SOURCES)), { connected: true });
-  await server.stop('SIGKILL');
+  await server.stop();
   const { code, reason } = await member.does('seen', 'callDisconnect');
   assert.equal(code, 503);
   assert.match(reason, /^the server was lost: /);

@@ -144,9 +144,9 @@ test('nothing more is sent to a broken socket', () => {
 });
 
 // A page that is connected to a real meeting over a real socket, with this number of streams: by
-// default two participants' and the camera's.
+// default two participants' and the camera's. Nobody speaks: who does changes the state.
 async function connectPage(t, { participants = '2', present = 3 } = {}) {
-  const uri = `tessel:test?size=320x180&participants=${participants}`;
+  const uri = `tessel:test?size=320x180&participants=${participants}&speak=me@86000-86400`;
   const { room, meeting } = await openRoom(t, uri);
   const arrived = new EventEmitter();
   let session;

@@ -29,7 +29,7 @@ AudioSender::AudioSender(PeerConnection& connection, bool isMuted) : ssrc_(g_ran
       "application/x-rtp,media=audio,encoding-name=OPUS,clock-rate=48000,"
       "encoding-params=(string)2,payload=111,ssrc=(uint)" +
       std::to_string(ssrc_);
-  const ObjectPtr<GstPad> place = connection.addPlace(caps.c_str());
+  const ObjectPtr<GstPad> place = connection.addPlace(caps);
   connection.addSender(bin, place.get());
 }
 

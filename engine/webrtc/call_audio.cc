@@ -86,7 +86,7 @@ GstElement* CallAudio::makeSource() {
 }
 
 std::string CallAudio::processing() const {
-  const std::string conversion = "audioconvert ! audioresample ! ";
+  std::string conversion = "audioconvert ! audioresample ! ";
   const bool isVoice = source_.kind == MicrophoneSource::Kind::kDevice &&
                        devices_.used(DeviceType::kAudioIn) != nullptr;
   if (!isVoice) return conversion;

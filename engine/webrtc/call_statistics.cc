@@ -36,6 +36,21 @@ SourceCounts growth(const SourceCounts& before, const SourceCounts& after) {
   return grown;
 }
 
+// The video's losses and their repair: `grown` in the window, `counted` in the whole call.
+tsl::VideoStats lossesOf(const SourceCounts& grown, const SourceCounts& counted,
+                         const ReceiverReport& report) {
+  const auto lost = static_cast<double>(grown.missing + grown.repaired);
+  tsl::VideoStats video;
+  video.fractionLost =
+      grown.isOwn ? report.fractionLost
+                  : static_cast<double>(ratio(lost, static_cast<double>(grown.packets) + lost));
+  video.cumulativeLost =
+      grown.isOwn ? report.lost : static_cast<std::uint32_t>(counted.missing + counted.repaired);
+  video.delayMs = static_cast<std::int32_t>(counted.longestWaitMs);
+  video.rtxRecoveredPackets = static_cast<std::int32_t>(counted.repaired);
+  return video;
+}
+
 }  // namespace
 
 Traffic ConnectionMeter::closeWindow(support::Time length, RtpCounts counts, const Tracks& tracks,
@@ -67,21 +82,14 @@ Traffic ConnectionMeter::closeWindow(support::Time length, RtpCounts counts, con
                        .jitterMs = grown.isOwn ? report.jitterMs : counted.jitterMs};
     } else if (counted.packets > 0) {
       videoBytes = grown.bytes;
-      tsl::VideoStats& video = traffic.video.emplace();
-      video.width = static_cast<std::int32_t>(frames.size.width);
-      video.height = static_cast<std::int32_t>(frames.size.height);
-      video.fractionLost =
-          grown.isOwn ? report.fractionLost : static_cast<double>(ratio(lost, expected));
-      video.cumulativeLost = grown.isOwn
-                                 ? report.lost
-                                 : static_cast<std::uint32_t>(counted.missing + counted.repaired);
-      video.delayMs = static_cast<std::int32_t>(counted.longestWaitMs);
-      video.fps = static_cast<std::int32_t>(std::lround(
-          perSecond(static_cast<double>(frames.frames - framesBefore_.frames), length)));
-      video.rtxRecoveredPackets = static_cast<std::int32_t>(counted.repaired);
+      traffic.video = lossesOf(grown, counted, report);
     }
   }
   if (traffic.video) {
+    const auto shown = static_cast<double>(frames.frames - framesBefore_.frames);
+    traffic.video->width = static_cast<std::int32_t>(frames.size.width);
+    traffic.video->height = static_cast<std::int32_t>(frames.size.height);
+    traffic.video->fps = static_cast<std::int32_t>(std::lround(perSecond(shown, length)));
     traffic.video->totalBitrateBps = bitsPerSecond(videoBytes + repeatedBytes, length);
     traffic.video->retransmitBitrateBps = bitsPerSecond(repeatedBytes, length);
   }

@@ -159,6 +159,8 @@ async function connectPage(t, { participants = '2', present = 3 } = {}) {
   await room.join();
   const sending = () => room.state.streams.filter(({ isSending }) => isSending);
   while (sending().length < present) await once(room, 'log');
+  // Their names come after them.
+  while (meeting.participants.length < parseInt(participants)) await once(room, 'change');
   const page = new WebSocket(`${server.origin.replace('http', 'ws')}/${server.token}/socket`, {
     origin: server.origin,
   });

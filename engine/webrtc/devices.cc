@@ -33,7 +33,7 @@ std::string idOf(GstDevice* device, const GstStructure* properties) {
     return TextPtr(property<char*>(device, "internal-name")).get();
   }
   for (const char* const name : {"node.name", "v4l2.device.bus_info", "device.path"}) {
-    const std::string id = textIn(properties, name);
+    std::string id = textIn(properties, name);
     if (!id.empty()) return id;
   }
   return TextPtr(gst_device_get_display_name(device)).get();

@@ -350,9 +350,10 @@ test('a widget in a second process sees the pictures and ends by itself', async 
   const child = fork(new URL('../../support/processes/face_widget_process.mjs', import.meta.url), {
     stdio: ['ignore', 'ignore', 'inherit', 'ipc'],
   });
+  const exit = once(child, 'exit');
   child.send(names);
   const [cards] = await once(child, 'message');
-  const [code, signal] = await once(child, 'exit');
+  const [code, signal] = await exit;
   assert.deepEqual([code, signal], [0, null]);
   assert.equal(cards.length, 3);
   for (const card of cards) assert.deepEqual([card.type, card.streamIndex], ['remote', 0]);

@@ -10,10 +10,11 @@ const REGISTRATION = {
   mimeSubType: 'json',
 };
 
-// The list in the body of the engine's event; undefined for any other text.
+// The list in the body of the engine's event, frozen, since the meeting hands it out; undefined for
+// any other text.
 function participantsIn(body) {
   try {
-    const { participants } = JSON.parse(body);
+    const { participants } = JSON.parse(body, (_key, value) => Object.freeze(value));
     return Array.isArray(participants) ? participants : undefined;
   } catch {
     return undefined;

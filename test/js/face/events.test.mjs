@@ -78,6 +78,9 @@ describe('the events of a meeting', () => {
     tell(body);
     assert.deepEqual((await told.next()).value, ['participants', [ADA]]);
     assert.deepEqual(meeting.participants, [ADA]);
+    assert.throws(() => meeting.participants.push(ADA), TypeError);
+    assert.throws(() => (meeting.participants[0].name = 'Eve'), TypeError);
+    assert.throws(() => (meeting.participants[0].stream.streamIndex = 7), TypeError);
     assert.deepEqual((await told.next()).value, [
       'eventNotify',
       { eventName: 'participants', eventBody: body },

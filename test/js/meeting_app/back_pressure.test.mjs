@@ -160,7 +160,7 @@ async function connectPage(t, { participants = '2', present = 3 } = {}) {
   const sending = () => room.state.streams.filter(({ isSending }) => isSending);
   while (sending().length < present) await once(room, 'log');
   // Their names come after them.
-  while (meeting.participants.length < parseInt(participants)) await once(room, 'change');
+  while (meeting.participants.length < present) await once(room, 'change');
   const page = new WebSocket(`${server.origin.replace('http', 'ws')}/${server.token}/socket`, {
     origin: server.origin,
   });

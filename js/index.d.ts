@@ -697,8 +697,9 @@ export class Meeting implements Disposable {
   /** The present streams in the order in which they were added, each with its latest event. */
   readonly streams: StreamEvent[];
   /**
-   * The participants, as in the latest event of this name, which follows `join`, `leave` and the end
-   * of the call.
+   * The participants, as in the latest event of this name. It comes a moment after `join` and `leave`
+   * have resolved and after the end of the call; a meeting that is closed in a call keeps the last
+   * list. The list cannot be changed.
    */
   readonly participants: readonly Participant[];
   readonly isClosed: boolean;

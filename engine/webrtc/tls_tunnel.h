@@ -27,8 +27,8 @@ class TlsTunnel {
     std::string host;  // an address or a name
     std::uint16_t port = 0;
     std::string name;  // whose certificate it is to have
-    std::string
-        authorityFile;  // PEM certificates that are trusted beside the system's; may be empty
+    // PEM certificates that are trusted beside the system's; may be empty.
+    std::string authorityFile;
   };
 
   // Called once, when a connection to the relay did not come about, on the GLib thread: it is to

@@ -8,7 +8,7 @@
 //   npm start -- --seconds 10            how long to stay
 //   npm start -- --output DIRECTORY      where the pictures go (default: out/)
 
-import { EventEmitter, once } from 'node:events';
+import { EventEmitter, on, once } from 'node:events';
 import { constants } from 'node:os';
 import path from 'node:path';
 import { setTimeout } from 'node:timers/promises';
@@ -59,6 +59,13 @@ async function join(wrapper, emitter, uri) {
   return connected;
 }
 
+// Resolves when the meeting has the stream, which may be later than the answer to joining.
+async function streamToBeThere(emitter, { type, streamIndex }) {
+  for await (const [stream] of on(emitter, 'streamAdded')) {
+    if (stream.type === type && stream.streamIndex === streamIndex) return;
+  }
+}
+
 async function leave(wrapper, emitter) {
   const left = once(emitter, 'callDisconnect');
   wrapper.disconnectCall();
@@ -87,9 +94,11 @@ for (const name of EVENT_NAMES) {
 }
 wrapper.on('streamAdded', (stream) => watch.add(stream));
 
+const widgetsStream = streamToBeThere(emitter, WIDGETS_STREAM);
 if (await join(wrapper, emitter, meetingUri(options))) {
   wrapper.enableCameraCapture(true);
   watch.add({ type: 'local', streamIndex: 0 });
+  await widgetsStream;
   wrapper.enterWidgetMode(WIDGETS_STREAM);
   const widget = await WidgetChild.start(wrapper.getSharedDataInfo(), WIDGETS_STREAM);
   await setTimeout(options.seconds * 1000);

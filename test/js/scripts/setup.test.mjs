@@ -11,7 +11,9 @@ import { test } from 'node:test';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 
 // Even the smallest system has these.
-const ESSENTIAL = 'bash dirname env flock grep head mkdir sed sort tail unshare'.split(' ');
+const ESSENTIAL = 'bash chmod dirname env flock grep head mkdir rm sed sort tail unshare'.split(
+  ' ',
+);
 
 // A tree of its own, with an `apt-get` that installs nothing: what to spawn the set-up with.
 function makeTree(t) {

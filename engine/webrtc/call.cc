@@ -15,7 +15,7 @@ using namespace std::chrono_literals;
 constexpr const char* kPlugin = "janus.plugin.videoroom";
 constexpr const char* kProtocol = "janus-protocol";
 constexpr int kMostParticipants = 50;
-// Of the server's answers, and of the way for media.
+// Of one of the server's answers; of the offer and its answer, and of the way for media.
 constexpr support::Time kLongestAnswer = 10s;
 constexpr support::Time kLongestSearch = 15s;
 
@@ -186,6 +186,7 @@ void Call::publish() {
                           .mostBitsPerSecond = bitsPerSecond(params_.maxBandwidth),
                           .state = ownState_},
       Publisher::Handlers{
+          .accepted = [this] { waitForMedia(); },
           .connected = [this] { joined(); },
           .refused =
               [this](int code, const std::string& reason) {
@@ -201,6 +202,10 @@ void Call::publish() {
               }});
   audio_->captureInto(publisher_->audioSource());
   publisher_->start();
+  waitForMedia();
+}
+
+void Call::waitForMedia() {
   timer_.runAt(context_.loop.now() + kLongestSearch, [this] { timeOut(); });
 }
 

@@ -14,6 +14,7 @@ import { WebSocketServer } from 'ws';
 import { freePort, ownAddress } from '../../../examples/sfu/janus_server.mjs';
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
 import { makeCertificate } from '../../support/certificates.mjs';
+import { MediaRelay } from '../../support/media_relay.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { waveHeader, writeToneClip } from '../../support/tone_clip.mjs';
 import { startTurnServer } from '../../support/turn_server.mjs';
@@ -21,6 +22,9 @@ import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const address = ownAddress();
 const SOURCES = { camera: 'card:1', microphone: 'tone:440' };
+
+// The first byte of a datagram tells of which protocol it is.
+const isDtls = ([first]) => first >= 20 && first <= 63;
 
 async function listening(t, server, options) {
   if (options) server.listen(options);
@@ -164,16 +168,29 @@ test('a join to a server that does not answer is refused', async (t) => {
   });
 });
 
-test('a join without a path for media is refused', async (t) => {
+test('a join without a path for media is refused', { concurrency: true }, async (t) => {
   const server = await startServer(t, { rooms: { meeting: {} } });
-  const { username, password, port } = await startTurnServer(t, { deniedPeer: address });
-  const relay = { username, password, address, port, fqdn: '', priority: 0, bandwidth: 0 };
-  const member = await openMember(t);
-  const { code, reason } = await refusal(member, server.uri('meeting', SOURCES), {
-    ...{ forceTurn: true, turnServers: [{ ...relay, protocol: 'udp' }] },
-  });
-  assert.equal(code, 504);
-  assert.match(reason, /no way for media|gave up the media/);
+  await Promise.all([
+    t.test('because its relay does not reach the server', async (inner) => {
+      const { username, password, port } = await startTurnServer(inner, { deniedPeer: address });
+      const relay = { username, password, address, port, fqdn: '', priority: 0, bandwidth: 0 };
+      const member = await openMember(inner);
+      const { code, reason } = await refusal(member, server.uri('meeting', SOURCES), {
+        ...{ forceTurn: true, turnServers: [{ ...relay, protocol: 'udp' }] },
+      });
+      assert.equal(code, 504);
+      // The engine and the server give up at about the same time.
+      assert.match(reason, /^there is no way for media to the server$|gave up the media/);
+    }),
+    t.test('because nothing but the search for it passes', async (inner) => {
+      const relay = await MediaRelay.start(inner, server);
+      relay.blocks = isDtls;
+      assert.deepEqual(await refusal(await openMember(inner), relay.uri('meeting', SOURCES)), {
+        code: 504,
+        reason: 'no way for media was found',
+      });
+    }),
+  ]);
 });
 
 test("the server's certificate is verified, and an additional authority can be configured", async (t) => {

@@ -170,6 +170,16 @@ test('the project in TypeScript compiles with strict checks and shows its meetin
   for (const { key, card } of await picturesOf(address, KEYS)) assert.equal(keyOf(card), key);
 });
 
+test('the main process for Electron gives its page the meeting, where Electron is a stand-in', () => {
+  const electron = path.join(project, 'node_modules/electron');
+  mkdirSync(electron);
+  writeFileSync(path.join(electron, 'package.json'), '{ "main": "index.mjs" }');
+  const standIn = path.join(repository, 'test/support/electron_stand_in.mjs');
+  symlinkSync(standIn, path.join(electron, 'index.mjs'));
+  const said = run(project, withoutCompiler, process.execPath, 'src/electron.mjs').split('\n');
+  assert.ok(said.includes(`shown: ${KEYS.join(' ')}`), said.join('\n'));
+});
+
 test('the two programs of the project differ in types alone', () => {
   const [plain, typed] = ['mjs', 'ts'].map((extension) => {
     const source = readFileSync(path.join(project, `src/main.${extension}`), 'utf8');

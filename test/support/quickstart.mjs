@@ -38,8 +38,8 @@ export async function startQuickstart(t, directory, environment, program, ...arg
 }
 
 // The pictures that the program gives to its page: { key, name, width, height, card }.
-async function pictures(address) {
-  const bytes = new Uint8Array(await (await fetch(`${address}pictures`)).arrayBuffer());
+async function pictures(address, get) {
+  const bytes = new Uint8Array(await (await get(`${address}pictures`)).arrayBuffer());
   let at = bytes.indexOf(10) + 1;
   const all = JSON.parse(new TextDecoder().decode(bytes.subarray(0, at))).map((picture) => {
     const { width, height } = picture;
@@ -54,10 +54,11 @@ async function pictures(address) {
   return all;
 }
 
-// The same, once there are pictures of these streams, each a test card.
-export async function picturesOf(address, keys) {
+// The same, once there are pictures of these streams, each a test card. `get` is used in place of
+// fetch().
+export async function picturesOf(address, keys, get = fetch) {
   for (;;) {
-    const all = await pictures(address);
+    const all = await pictures(address, get);
     const found = keys.map((key) => all.find((picture) => picture.key === key));
     if (found.every((picture) => picture?.card)) return found;
   }

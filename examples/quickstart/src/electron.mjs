@@ -1,5 +1,5 @@
 // The main process of an Electron application: joins a meeting and shows it in a window. Written to
-// Electron's documentation; no test of the package runs it. The argument is the meeting's uri.
+// Electron's documentation, and not run in Electron. The argument is the meeting's uri.
 
 import { readFileSync, readdirSync } from 'node:fs';
 import { BrowserWindow, app, protocol } from 'electron';

@@ -120,10 +120,15 @@ void Call::join() {
                 }
               }});
   localVideo_.setSource(target_.camera);
+  waitForAnswer();
+}
+
+void Call::waitForAnswer() {
   timer_.runAt(context_.loop.now() + kLongestAnswer, [this] { timeOut(); });
 }
 
 void Call::attach() {
+  waitForAnswer();
   handle_ = std::make_unique<JanusHandle>(
       *session_,
       JanusHandle::Handlers{
@@ -147,6 +152,7 @@ void Call::attach() {
 
 void Call::enter(bool isRoomNumber) {
   state_ = State::kEntering;
+  waitForAnswer();
   room_ = Json::object();
   if (isRoomNumber) {
     room_["room"] = std::stoull(target_.room);

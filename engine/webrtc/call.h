@@ -72,6 +72,8 @@ class Call {
  private:
   enum class State { kConnecting, kEntering, kPublishing, kJoined, kOver };
 
+  // Ends the call unless the server's next answer comes in time.
+  void waitForAnswer();
   void attach();
   // Names the room as the server does: some take numbers, some texts.
   void enter(bool isRoomNumber);

@@ -27,10 +27,10 @@ class JanusMonitor {
     const found = [];
     const { sessions } = await this.#ask('list_sessions');
     for (const session_id of sessions) {
-      const { handles } = await this.#ask('list_handles', { session_id });
+      const { handles = [] } = await this.#askIfThere('list_handles', { session_id });
       for (const handle_id of handles) {
-        const { info } = await this.#ask('handle_info', { session_id, handle_id });
-        const { type, display: own, streams = [] } = info.plugin_specific;
+        const { info } = await this.#askIfThere('handle_info', { session_id, handle_id });
+        const { type, display: own, streams = [] } = info?.plugin_specific ?? {};
         const names = type === 'publisher' ? [own] : streams.map((each) => each.feed_display);
         if (type === kind && names.includes(display)) found.push(info);
       }
@@ -38,12 +38,25 @@ class JanusMonitor {
     return found;
   }
 
+  // Resolves to nothing about a session or a handle that has ended since it was listed.
+  async #askIfThere(janus, ids) {
+    try {
+      return await this.#ask(janus, ids);
+    } catch (error) {
+      if (!/^No such (session|handle)/.test(error.message)) throw error;
+      return {};
+    }
+  }
+
+  // Waits for the handle and for its connection, which follow the join.
   async #medium(kind, display, medium) {
-    const handles = await this.#handles(kind, display);
-    if (handles.length !== 1) throw new Error(`${handles.length} handles of ${display}`);
-    const [{ webrtc, current_time: microseconds }] = handles;
-    const { stats, rtcp } = Object.values(webrtc.media).find(({ type }) => type === medium);
-    return { stats, rtcp, seconds: microseconds / 1e6 };
+    for (;;) {
+      const handles = await this.#handles(kind, display);
+      if (handles.length > 1) throw new Error(`${handles.length} handles of ${display}`);
+      const [{ webrtc, current_time: microseconds } = {}] = handles;
+      const found = Object.values(webrtc?.media ?? {}).find(({ type }) => type === medium);
+      if (found) return { stats: found.stats, rtcp: found.rtcp, seconds: microseconds / 1e6 };
+    }
   }
 
   async #count(kind, display, medium, direction) {

@@ -85,7 +85,7 @@ test('a room whose only codec the engine does not have gets no video, and the lo
   // 0 is the csrc of a participant without video.
   await second.does('seen', 'streamAdded', { ...remote(0), csrc: 0 });
   assert.equal(await second.does('hasPicture', remote(0)), false);
-  assert.match(await first.does('log'), /the room takes no video in an encoding of ours/);
+  await first.does('logged', 'the room takes no video in an encoding of ours');
 });
 
 test('a participant who leaves is removed at the others, and may join again', async (t) => {
@@ -129,9 +129,8 @@ test('a clip that replaces the camera is received', async (t) => {
 test('the microphone has a level unless it is muted', async (t) => {
   const { members } = await meet(t, 1);
   const [member] = members;
-  const { level } = await member.does('seen', 'micLevel');
-  // A sine of 0.3 is -13.5 dB.
-  assert.equal(level, 78);
+  // A sine of 0.3 is -13.5 dB. On a busy machine parts of it are left out.
+  await member.does('seen', 'micLevel', { level: 78 });
   await member.does('call', 'muteLocalAudio', true);
   await member.does('seen', 'mediaMuteState', { mediaType: 'audio', muted: true });
   const { csrc } = await member.does('picture', LOCAL);

@@ -141,13 +141,13 @@ missing_packages() {
     test)
       need ffmpeg has_command ffmpeg
       if [[ $preset == release ]]; then
-        need coturn has_command turnserver
         need pipewire-bin has_command pw-cli
         need wireplumber has_command wireplumber
         need dbus-daemon has_command dbus-daemon
       fi
       case $preset in
         release | asan | tsan)
+          need coturn has_command turnserver
           need openssl has_command openssl
           need pulseaudio has_command pulseaudio
           need pulseaudio-utils has_command parec

@@ -170,9 +170,14 @@ void Call::enter(bool isRoomNumber) {
 }
 
 void Call::entered(const JanusAnswer& answer, bool isRoomNumber) {
-  if (isRoomNumber && answer.errorCode == kJanusInvalidElement) {
-    // A server whose rooms have names may have a name of digits.
-    enter(false);
+  if (answer.errorCode == kJanusInvalidElement) {
+    // A server whose rooms have names may have a name of digits; one whose rooms have numbers has no
+    // names.
+    if (isRoomNumber) {
+      enter(false);
+    } else {
+      fail(kNoSuchRoom, "there is no such room");
+    }
     return;
   }
   if (answer.isError()) {

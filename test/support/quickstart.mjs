@@ -54,12 +54,12 @@ async function pictures(address, get) {
   return all;
 }
 
-// The same, once there are pictures of these streams, each a test card. `get` is used in place of
-// fetch().
+// The same, once there are pictures of these streams, each a test card and with the name of its
+// participant. `get` is used in place of fetch().
 export async function picturesOf(address, keys, get = fetch) {
   for (;;) {
     const all = await pictures(address, get);
     const found = keys.map((key) => all.find((picture) => picture.key === key));
-    if (found.every((picture) => picture?.card)) return found;
+    if (found.every((picture) => picture?.card && picture.name !== picture.key)) return found;
   }
 }

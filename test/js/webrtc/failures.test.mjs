@@ -208,27 +208,41 @@ test("the server's certificate is verified, and an additional authority can be c
   assert.deepEqual(await member.does('join', uri), { connected: true });
 });
 
-test('a participant who is removed, or whose room is closed, gets the reason', async (t) => {
-  const server = await startServer(t);
-  const administrator = await JanusAdministrator.connect(t, server);
-  await administrator.ask({ request: 'create', room: 'meeting', secret: 's' });
-  const member = await openMember(t);
+for (const [what, room, hasNumbers] of [
+  ['names', 'meeting', false],
+  ['numbers', 4711, true],
+]) {
+  test(`a participant who is removed, or whose room is closed, gets the reason where rooms have ${what}`, async (t) => {
+    const server = await startServer(t, { hasNumbers });
+    const administrator = await JanusAdministrator.connect(t, server);
+    await administrator.ask({ request: 'create', room, secret: 's' });
+    const member = await openMember(t);
 
-  assert.deepEqual(await member.does('join', server.uri('meeting', SOURCES)), { connected: true });
-  const { participants } = await administrator.ask({
-    request: 'listparticipants',
-    room: 'meeting',
+    assert.deepEqual(await member.does('join', server.uri(room, SOURCES)), { connected: true });
+    const { participants } = await administrator.ask({ request: 'listparticipants', room });
+    assert.equal(participants.length, 1);
+    const [{ id }] = participants;
+    assert.equal(typeof id, typeof room);
+    await administrator.ask({ request: 'kick', room, secret: 's', id });
+    const removed = await member.does('seen', 'callDisconnect', { callId: 1 });
+    assert.deepEqual([removed.code, removed.reason], [410, 'the call was removed from the room']);
+
+    assert.deepEqual(await member.does('join', server.uri(room, SOURCES)), { connected: true });
+    await administrator.ask({ request: 'destroy', room, secret: 's' });
+    const closed = await member.does('seen', 'callDisconnect', { callId: 2 });
+    assert.deepEqual([closed.code, closed.reason], [410, 'the room was closed']);
   });
-  assert.equal(participants.length, 1);
-  const [{ id }] = participants;
-  await administrator.ask({ request: 'kick', room: 'meeting', secret: 's', id });
-  const removed = await member.does('seen', 'callDisconnect', { callId: 1 });
-  assert.deepEqual([removed.code, removed.reason], [410, 'the call was removed from the room']);
+}
 
-  assert.deepEqual(await member.does('join', server.uri('meeting', SOURCES)), { connected: true });
-  await administrator.ask({ request: 'destroy', room: 'meeting', secret: 's' });
-  const closed = await member.does('seen', 'callDisconnect', { callId: 2 });
-  assert.deepEqual([closed.code, closed.reason], [410, 'the room was closed']);
+test('a room that has neither this name nor this number is unknown', async (t) => {
+  const server = await startServer(t, { rooms: { 4711: {} }, hasNumbers: true });
+  const member = await openMember(t);
+  for (const room of ['meeting', '4712', '9'.repeat(30)]) {
+    assert.deepEqual(await refusal(member, server.uri(room)), {
+      code: 404,
+      reason: 'there is no such room',
+    });
+  }
 });
 
 test('the call ends when the server is killed', async (t) => {

@@ -214,14 +214,27 @@ test('a participant who is removed, or whose room is closed, gets the reason', a
   assert.deepEqual([closed.code, closed.reason], [410, 'the room was closed']);
 });
 
-test('the call ends when the server is killed', async (t) => {
+test('the call ends when the server is killed and does not come back', async (t) => {
   const server = await startServer(t, { rooms: { meeting: {} } });
-  const member = await openMember(t);
-  assert.deepEqual(await member.does('join', server.uri('meeting', SOURCES)), { connected: true });
+  const [patient, impatient] = [await openMember(t), await openMember(t)];
+  for (const member of [patient, impatient]) {
+    const uri = server.uri('meeting', SOURCES);
+    assert.deepEqual(await member.does('join', uri), { connected: true });
+    await member.does('seen', 'streamAdded', { streamIndex: 0 });
+    await member.does('forget');
+  }
   await server.stop();
-  const { code, reason } = await member.does('seen', 'callDisconnect');
+  await impatient.does('seen', 'noRtpMedia', { mediaType: 'audio', up: false });
+  const { code: left } = await impatient.does('leave');
+  assert.equal(left, 0);
+  const { code, reason } = await patient.does('seen', 'callDisconnect');
   assert.equal(code, 503);
   assert.match(reason, /^the server was lost: /);
+  const events = await patient.does('events');
+  assert.deepEqual(
+    events.map(([name]) => name).filter((name) => /^(noRtpMedia|streamRe|call)/.test(name)),
+    ['noRtpMedia', 'noRtpMedia', 'streamRemoved', 'callConnectionStatus', 'callDisconnect'],
+  );
 });
 
 test('a clip that cannot be played is refused', async (t) => {

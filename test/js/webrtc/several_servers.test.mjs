@@ -53,3 +53,50 @@ test('three rooms use two servers; a drained one takes no new room and loses no 
     assert.ok(!events.some(([name]) => name === 'callDisconnect'));
   }
 });
+
+test('the meetings of a server that is killed go on at the other one, with the same streams', async (t) => {
+  const { balancer, sfus } = await startServers(t, ROOMS);
+  const [room, other] = ROOMS.slice(1);
+  const members = [];
+  for (const detail of [1, 2, 3]) members.push(await joinedMember(t, balancer, room, detail));
+  const unaffected = await joinedMember(t, balancer, other, 4);
+  const killed = await balancer.serverOf(room);
+  assert.notEqual(await balancer.serverOf(other), killed);
+  // Whose picture each of them has in which stream.
+  const pictures = () =>
+    Promise.all(
+      members.map(async (member) => {
+        const shown = [];
+        for (const index of [0, 1]) {
+          shown.push((await member.does('picture', remote(index))).card.detail);
+        }
+        return shown;
+      }),
+    );
+  const before = await pictures();
+  assert.deepEqual(
+    before.map((shown) => shown.toSorted()),
+    [
+      [2, 3],
+      [1, 3],
+      [1, 2],
+    ],
+  );
+
+  await sfus[killed].stop();
+  for (const member of members) {
+    for (const up of [false, true]) {
+      for (const mediaType of ['video', 'audio']) {
+        await member.does('seen', 'noRtpMedia', { mediaType, up });
+      }
+    }
+  }
+  assert.deepEqual(await pictures(), before);
+  assert.equal(await balancer.serverOf(room), await balancer.serverOf(other));
+  for (const member of [...members, unaffected]) {
+    const names = (await member.does('events')).map(([name]) => name);
+    assert.equal(names.filter((name) => name === 'callConnectionStatus').length, 1);
+    assert.ok(!names.includes('callDisconnect'));
+    assert.equal(names.includes('noRtpMedia'), member !== unaffected);
+  }
+});

@@ -14,6 +14,7 @@ import { WebSocketServer } from 'ws';
 import { freePort, ownAddress } from '../../../examples/sfu/janus_server.mjs';
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
 import { makeCertificate } from '../../support/certificates.mjs';
+import { remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { waveHeader, writeToneClip } from '../../support/tone_clip.mjs';
 import { startTurnServer } from '../../support/turn_server.mjs';
@@ -220,9 +221,9 @@ test('the call ends when the server is killed and does not come back', async (t)
   for (const member of [patient, impatient]) {
     const uri = server.uri('meeting', SOURCES);
     assert.deepEqual(await member.does('join', uri), { connected: true });
-    await member.does('seen', 'streamAdded', { streamIndex: 0 });
-    await member.does('forget');
   }
+  await patient.does('seen', 'streamAdded', remote(0));
+  await patient.does('forget');
   await server.stop();
   await impatient.does('seen', 'noRtpMedia', { mediaType: 'audio', up: false });
   const { code: left } = await impatient.does('leave');

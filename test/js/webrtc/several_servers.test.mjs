@@ -29,6 +29,16 @@ test('a balancer needs a room, whose name may be escaped in several ways', async
   assert.match(await balancer.does('show table sfus'), /used:1\n/);
 });
 
+test('a balancer tells which servers are up, and nothing else, where its metrics are', async (t) => {
+  const { balancer } = await startServers(t, []);
+  const metrics = await (await fetch(balancer.metrics)).text();
+  for (const server of ['sfu1', 'sfu2']) {
+    const isUp = `haproxy_server_status{proxy="sfus",server="${server}",state="UP"} 1`;
+    assert.ok(metrics.split('\n').includes(isUp), metrics);
+  }
+  assert.equal((await fetch(new URL('/', balancer.metrics))).status, 403);
+});
+
 test('three rooms use two servers; a drained one takes no new room and loses no call', async (t) => {
   const { balancer } = await startServers(t, ROOMS);
   const members = await Promise.all(

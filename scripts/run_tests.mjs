@@ -130,6 +130,7 @@ const WITHOUT_SANITIZER = [
     'devices',
     'doctor',
     'endurance',
+    'guide',
     'installed',
     'operating',
     'relay',

@@ -142,7 +142,6 @@ missing_packages() {
     test)
       need ffmpeg has_command ffmpeg
       if [[ $preset == release ]]; then
-        need coturn has_command turnserver
         need haproxy has_program /usr/sbin/haproxy
         need pipewire-bin has_command pw-cli
         need wireplumber has_command wireplumber
@@ -150,6 +149,7 @@ missing_packages() {
       fi
       case $preset in
         release | asan | tsan)
+          need coturn has_command turnserver
           need openssl has_command openssl
           need pulseaudio has_command pulseaudio
           need pulseaudio-utils has_command parec

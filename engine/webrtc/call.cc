@@ -16,7 +16,7 @@ using namespace std::chrono_literals;
 constexpr const char* kPlugin = "janus.plugin.videoroom";
 constexpr const char* kProtocol = "janus-protocol";
 constexpr int kMostParticipants = 50;
-// Of the server's answers, and of the way for media.
+// Of one of the server's answers; of the offer and its answer, and of the way for media.
 constexpr support::Time kLongestAnswer = 10s;
 constexpr support::Time kLongestSearch = 15s;
 // After the loss of the server no more attempts to come back begin.
@@ -181,9 +181,14 @@ void Call::enter(bool isRoomNumber) {
 }
 
 void Call::entered(const JanusAnswer& answer, bool isRoomNumber) {
-  if (isRoomNumber && answer.errorCode == kJanusInvalidElement) {
-    // A server whose rooms have names may have a name of digits.
-    enter(false);
+  if (answer.errorCode == kJanusInvalidElement) {
+    // A server whose rooms have names may have a name of digits; one whose rooms have numbers has
+    // no names.
+    if (isRoomNumber) {
+      enter(false);
+    } else {
+      fail(kNoSuchRoom, "there is no such room");
+    }
     return;
   }
   if (answer.isError()) {
@@ -206,6 +211,7 @@ void Call::publish() {
                           .mostBitsPerSecond = bitsPerSecond(params_.maxBandwidth),
                           .state = ownState_},
       Publisher::Handlers{
+          .accepted = [this] { waitForMedia(); },
           .connected = [this] { joined(); },
           .refused =
               [this](int code, const std::string& reason) {
@@ -221,6 +227,10 @@ void Call::publish() {
               }});
   audio_->captureInto(publisher_->audioSource());
   publisher_->start();
+  waitForMedia();
+}
+
+void Call::waitForMedia() {
   timer_.runAt(context_.loop.now() + kLongestSearch, [this] { timeOut(); });
 }
 

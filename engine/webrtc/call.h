@@ -74,6 +74,8 @@ class Call {
 
   // Ends the call unless the server's next answer comes in time.
   void waitForAnswer();
+  // Ends the call unless the next step towards media comes in time.
+  void waitForMedia();
   // Opens a session with the server, which then leads to the room.
   void connect();
   void attach();

@@ -74,6 +74,8 @@ class Call {
 
   // Ends the call unless the server's next answer comes in time.
   void waitForAnswer();
+  // Ends the call unless the next step towards media comes in time.
+  void waitForMedia();
   void attach();
   // Names the room as the server does: some take numbers, some texts.
   void enter(bool isRoomNumber);

@@ -76,7 +76,7 @@ class Path {
 
   #pass(direction, datagram) {
     const target = this.#targets[direction];
-    if (!target) return;
+    if (!target || this.#relay.blocks(datagram)) return;
     const packet = parsePacket(datagram);
     if (packet) {
       packet.at = now();
@@ -109,6 +109,8 @@ export class MediaRelay {
   #authority;
   #paths = new Map(); // promises, by the handle of Janus
 
+  // Whether a datagram, of whatever kind, does not pass.
+  blocks = () => false;
   // Whether a packet that goes "up", to the server, or "down" is lost.
   loses = () => false;
   // For how many milliseconds it is delayed.

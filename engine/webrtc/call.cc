@@ -19,6 +19,7 @@ constexpr int kMostParticipants = 50;
 // Of one of the server's answers; of the offer and its answer, and of the way for media.
 constexpr support::Time kLongestAnswer = 10s;
 constexpr support::Time kLongestSearch = 15s;
+constexpr support::Time kArrivalPeriod = 250ms;
 
 // The room plugin's own codes.
 constexpr int kJanusNoSuchRoom = 426;
@@ -88,6 +89,8 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
       incoming_(incomingOf(params.mediaStreamState)),
       inbox_(context.loop),
       timer_(context.loop),
+      arrivalTimer_(context.loop),
+      admission_(kMostParticipants),
       turnServers_(std::make_unique<TurnServers>(context, params, target_.authorityFile, [this] {
         if (!isJoined()) fail(kNoMediaPath, kNoRelay);
       })) {
@@ -171,8 +174,8 @@ void Call::enter(bool isRoomNumber) {
 
 void Call::entered(const JanusAnswer& answer, bool isRoomNumber) {
   if (answer.errorCode == kJanusInvalidElement) {
-    // A server whose rooms have names may have a name of digits; one whose rooms have numbers has no
-    // names.
+    // A server whose rooms have names may have a name of digits; one whose rooms have numbers has
+    // no names.
     if (isRoomNumber) {
       enter(false);
     } else {
@@ -212,6 +215,7 @@ void Call::publish() {
               [this](unsigned level) {
                 ownLevel_ = level;
                 ownSpeech_.heard(level);
+                if (isDebugging_) context_.log->write("microphone level " + std::to_string(level));
                 if (isJoined()) context_.notifier.notify(&INotifyCallback::NotifyMicLevel, level);
               }});
   audio_->captureInto(publisher_->audioSource());
@@ -237,7 +241,21 @@ void Call::joined() {
     if (isEnabled) context_.notifier.notify(&INotifyCallback::NotifyGracefulEvent, event, true);
   }
   for (const auto& [key, participant] : participants_) participant->announce();
+  watchArrival();
   peopleChanged_();
+}
+
+void Call::watchArrival() {
+  for (const MediaType type : {MediaType::kVideo, MediaType::kAudio}) {
+    bool isMissing = false;
+    for (const auto& [key, participant] : participants_) {
+      // Each is asked each time.
+      isMissing = participant->isMissing(type) || isMissing;
+    }
+    if (std::exchange(isMissing_[type], isMissing) == isMissing) continue;
+    context_.notifier.notify(&INotifyCallback::NotifyRtpMediaState, type, !isMissing);
+  }
+  arrivalTimer_.runAt(context_.loop.now() + kArrivalPeriod, [this] { watchArrival(); });
 }
 
 std::vector<support::Person> Call::people() const {
@@ -276,27 +294,43 @@ void Call::addFeeds(const Json& data) {
   for (const Json& publisher : listAt(data, "publishers")) {
     const auto feed = parseFeed(publisher);
     if (!feed || feed->id == ownId_) continue;
-    auto& participant = participants_[feed->key()];
-    if (participant) {
-      participant->update(*feed);
-    } else if (const auto index = freeIndex()) {
-      participant = std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(),
-                                                  turnServers_->ice(), room_, *feed, *index,
-                                                  incoming_, [this] {
-                                                    updateReceptions();
-                                                    peopleChanged_();
-                                                  });
-      if (isJoined()) participant->announce();
-    } else {
-      participants_.erase(feed->key());
-      context_.log->write("a participant more than can be received");
-    }
+    addFeed(*feed);
   }
   peopleChanged_();
 }
 
+void Call::addFeed(const Feed& feed) {
+  const std::string key = feed.key();
+  if (const auto found = participants_.find(key); found != participants_.end()) {
+    found->second->update(feed);
+    return;
+  }
+  const bool wasWaiting = admission_.isWaiting(key);
+  const auto place = admission_.place(feed);
+  if (!place) {
+    if (!wasWaiting) context_.log->write("a participant more than can be received waits");
+    return;
+  }
+  try {
+    auto participant =
+        std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(),
+                                      turnServers_->ice(), room_, feed, *place, incoming_, [this] {
+                                        updateReceptions();
+                                        peopleChanged_();
+                                      });
+    if (isJoined()) participant->announce();
+    participants_.emplace(key, std::move(participant));
+  } catch (const std::exception& error) {
+    // The others are received all the same.
+    context_.log->write("participant " + std::to_string(*place) +
+                        " cannot be received: " + error.what());
+  }
+}
+
 void Call::removeFeed(const Json& id) {
-  participants_.erase(id.dump());
+  const std::string key = id.dump();
+  participants_.erase(key);
+  if (const auto next = admission_.remove(key)) addFeed(*next);
   updateReceptions();
   peopleChanged_();
 }
@@ -311,17 +345,6 @@ void Call::updateReceptions() {
     const auto found = receptions.find(participant->csrc());
     if (found != receptions.end()) participant->receive(found->second);
   }
-}
-
-std::optional<int> Call::freeIndex() const {
-  std::set<int> used;
-  for (const auto& [key, participant] : participants_) {
-    if (participant) used.insert(participant->index());
-  }
-  int index = 0;
-  while (used.contains(index)) ++index;
-  if (index == kMostParticipants) return std::nullopt;
-  return index;
 }
 
 void Call::deviceChanged(DeviceType type) {
@@ -388,6 +411,8 @@ void Call::leave() {
   if (!isOver()) end(kLeft, "the call was left");
 }
 
+void Call::abort(const std::string& reason) { end(kEngineFailed, reason); }
+
 void Call::fail(int code, const std::string& reason) {
   inbox_.poster()([this, code, reason] { end(code, reason); });
 }
@@ -404,14 +429,16 @@ void Call::end(int code, const std::string& reason) {
 
 void Call::release() {
   timer_.stop();
+  arrivalTimer_.stop();
   localVideo_.setSender(nullptr);
-  localVideo_.setSource({});
   participants_.clear();
   publisher_.reset();
   handle_.reset();
   session_.reset();
   audio_.reset();
   turnServers_.reset();
+  // Last: nobody is told any more which camera captures.
+  localVideo_.setSource({});
 }
 
 }  // namespace webrtc

@@ -1,6 +1,7 @@
 #include "engine/webrtc/call.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <set>
 #include <utility>
@@ -24,6 +25,8 @@ constexpr support::Time kLongestReturn = 10s;
 constexpr support::Time kRetryPeriod = 500ms;
 // The others may come back later than us.
 constexpr support::Time kPlacesKept = 60s;
+constexpr support::Time kArrivalPeriod = 250ms;
+constexpr std::array kMedia = {MediaType::kVideo, MediaType::kAudio};
 
 // The room plugin's own codes.
 constexpr int kJanusNoSuchRoom = 426;
@@ -93,6 +96,9 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
       incoming_(incomingOf(params.mediaStreamState)),
       inbox_(context.loop),
       timer_(context.loop),
+      arrivalTimer_(context.loop),
+      placesTimer_(context.loop),
+      admission_(kMostParticipants),
       turnServers_(std::make_unique<TurnServers>(context, params, target_.authorityFile, [this] {
         if (!isJoined()) fail(kNoMediaPath, kNoRelay);
       })) {
@@ -223,6 +229,7 @@ void Call::publish() {
               [this](unsigned level) {
                 ownLevel_ = level;
                 ownSpeech_.heard(level);
+                if (isDebugging_) context_.log->write("microphone level " + std::to_string(level));
                 if (isJoined()) context_.notifier.notify(&INotifyCallback::NotifyMicLevel, level);
               }});
   audio_->captureInto(publisher_->audioSource());
@@ -244,7 +251,7 @@ void Call::joined() {
   }
   localVideo_.setSender(publisher_->video());
   if (std::exchange(isReturning_, false)) {
-    notifyMedia(true);
+    for (const MediaType type : kMedia) setMissing(type, false);
   } else {
     context_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, true);
     for (const auto& [event, isEnabled] : params_.gracefulEvents) {
@@ -252,7 +259,25 @@ void Call::joined() {
     }
   }
   for (const auto& [key, participant] : participants_) participant->announce();
+  watchArrival();
   peopleChanged_();
+}
+
+void Call::watchArrival() {
+  for (const MediaType type : kMedia) {
+    bool isMissing = false;
+    for (const auto& [key, participant] : participants_) {
+      // Each is asked each time.
+      isMissing = participant->isMissing(type) || isMissing;
+    }
+    setMissing(type, isMissing);
+  }
+  arrivalTimer_.runAt(context_.loop.now() + kArrivalPeriod, [this] { watchArrival(); });
+}
+
+void Call::setMissing(MediaType type, bool isMissing) {
+  if (std::exchange(isMissing_[type], isMissing) == isMissing) return;
+  context_.notifier.notify(&INotifyCallback::NotifyRtpMediaState, type, !isMissing);
 }
 
 std::vector<support::Person> Call::people() const {
@@ -293,27 +318,43 @@ void Call::addFeeds(const Json& data) {
   for (const Json& publisher : listAt(data, "publishers")) {
     const auto feed = parseFeed(publisher);
     if (!feed || feed->id == ownId_) continue;
-    auto& participant = participants_[feed->key()];
-    if (participant) {
-      participant->update(*feed);
-    } else if (const auto index = indexFor(feed->key())) {
-      participant = std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(),
-                                                  turnServers_->ice(), room_, *feed, *index,
-                                                  incoming_, [this] {
-                                                    updateReceptions();
-                                                    peopleChanged_();
-                                                  });
-      if (isJoined()) participant->announce();
-    } else {
-      participants_.erase(feed->key());
-      context_.log->write("a participant more than can be received");
-    }
+    addFeed(*feed);
   }
   peopleChanged_();
 }
 
+void Call::addFeed(const Feed& feed) {
+  const std::string key = feed.key();
+  if (const auto found = participants_.find(key); found != participants_.end()) {
+    found->second->update(feed);
+    return;
+  }
+  const bool wasWaiting = admission_.isWaiting(key);
+  const auto place = admission_.place(feed);
+  if (!place) {
+    if (!wasWaiting) context_.log->write("a participant more than can be received waits");
+    return;
+  }
+  try {
+    auto participant =
+        std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(),
+                                      turnServers_->ice(), room_, feed, *place, incoming_, [this] {
+                                        updateReceptions();
+                                        peopleChanged_();
+                                      });
+    if (isJoined()) participant->announce();
+    participants_.emplace(key, std::move(participant));
+  } catch (const std::exception& error) {
+    // The others are received all the same.
+    context_.log->write("participant " + std::to_string(*place) +
+                        " cannot be received: " + error.what());
+  }
+}
+
 void Call::removeFeed(const Json& id) {
-  participants_.erase(id.dump());
+  const std::string key = id.dump();
+  participants_.erase(key);
+  if (const auto next = admission_.remove(key)) addFeed(*next);
   updateReceptions();
   peopleChanged_();
 }
@@ -328,22 +369,6 @@ void Call::updateReceptions() {
     const auto found = receptions.find(participant->csrc());
     if (found != receptions.end()) participant->receive(found->second);
   }
-}
-
-std::optional<int> Call::indexFor(const std::string& feed) const {
-  std::set<int> used;
-  if (context_.loop.now() < lostAt_ + kPlacesKept) {
-    const auto place = places_.find(feed);
-    if (place != places_.end()) return place->second;
-    for (const auto& [other, index] : places_) used.insert(index);
-  }
-  for (const auto& [key, participant] : participants_) {
-    if (participant) used.insert(participant->index());
-  }
-  int index = 0;
-  while (used.contains(index)) ++index;
-  if (index == kMostParticipants) return std::nullopt;
-  return index;
 }
 
 void Call::deviceChanged(DeviceType type) {
@@ -410,6 +435,8 @@ void Call::leave() {
   if (!isOver()) end(kLeft, "the call was left");
 }
 
+void Call::abort(const std::string& reason) { end(kEngineFailed, reason); }
+
 void Call::fail(int code, const std::string& reason) {
   inbox_.poster()([this, session = releasedSessions_, code, reason] {
     // What an earlier session has posted is of no interest any more.
@@ -433,12 +460,11 @@ void Call::comeBack(const std::string& reason) {
   const support::Time now = context_.loop.now();
   const bool isFirst = !std::exchange(isReturning_, true);
   if (isFirst) {
-    // Those who were not back before a second loss keep their places.
-    if (now >= lostAt_ + kPlacesKept) places_.clear();
     lostAt_ = now;
     lossReason_ = reason;
-    for (const auto& [key, participant] : participants_) places_[key] = participant->index();
-    notifyMedia(false);
+    admission_.forgetWaiting();
+    placesTimer_.runAt(now + kPlacesKept, [this] { freePlaces(); });
+    for (const MediaType type : kMedia) setMissing(type, true);
   } else if (now >= lostAt_ + kLongestReturn) {
     end(kUnreachable, lossReason_);
     return;
@@ -450,10 +476,12 @@ void Call::comeBack(const std::string& reason) {
   timer_.runAt(isFirst ? now : now + kRetryPeriod, [this] { connect(); });
 }
 
-void Call::notifyMedia(bool isUp) {
-  for (const MediaType type : {MediaType::kVideo, MediaType::kAudio}) {
-    context_.notifier.notify(&INotifyCallback::NotifyRtpMediaState, type, isUp);
+void Call::freePlaces() {
+  for (const std::string& key : admission_.placed()) {
+    if (participants_.contains(key)) continue;
+    if (const auto next = admission_.remove(key)) addFeed(*next);
   }
+  peopleChanged_();
 }
 
 void Call::end(int code, const std::string& reason) {
@@ -469,6 +497,7 @@ void Call::end(int code, const std::string& reason) {
 
 void Call::releaseSession() {
   ++releasedSessions_;
+  arrivalTimer_.stop();
   localVideo_.setSender(nullptr);
   participants_.clear();
   publisher_.reset();
@@ -478,10 +507,12 @@ void Call::releaseSession() {
 
 void Call::release() {
   timer_.stop();
+  placesTimer_.stop();
   releaseSession();
-  localVideo_.setSource({});
   audio_.reset();
   turnServers_.reset();
+  // Last: nobody is told any more which camera captures.
+  localVideo_.setSource({});
 }
 
 }  // namespace webrtc

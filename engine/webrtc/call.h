@@ -14,6 +14,7 @@
 #include "engine/support/roster.h"
 #include "engine/support/streams/layout.h"
 #include "engine/support/task_loop.h"
+#include "engine/webrtc/admission.h"
 #include "engine/webrtc/audio_level.h"
 #include "engine/webrtc/call_audio.h"
 #include "engine/webrtc/call_end.h"
@@ -26,6 +27,7 @@
 #include "engine/webrtc/publisher.h"
 #include "engine/webrtc/turn_servers.h"
 #include "tesselclient/records.h"
+#include "tesselclient/types.h"
 
 namespace webrtc {
 
@@ -48,6 +50,8 @@ class Call {
   void join();
   // Ends the call, if it is not over.
   void leave();
+  // The same, because of an error of this machine's.
+  void abort(const std::string& reason);
   bool isJoined() const { return state_ == State::kJoined; }
   bool isOver() const { return state_ == State::kOver; }
   // Who is there, the local participant first; nobody unless the call is joined.
@@ -61,6 +65,8 @@ class Call {
   void setLayout(std::vector<tsl::VideoStreamInfo> streams,
                  std::vector<std::vector<tsl::VideoStreamConstraints>> constraints);
   void setTopRung(int rung);
+  // Whether each level of the microphone is logged.
+  void setAudioDebug(bool isDebugging) { isDebugging_ = isDebugging; }
   // What the others are to know.
   void setAudioMuted(bool isMuted);
   void setVideoMuted(bool isMuted);
@@ -86,11 +92,13 @@ class Call {
   void joined();
   void received(const Json& data);
   void addFeeds(const Json& data);
+  void addFeed(const Feed& feed);
   void removeFeed(const Json& id);
   // Brings what is received in line with the layout.
   void updateReceptions();
-  // Of the stream of a participant who comes; nothing when there are too many.
-  std::optional<int> indexFor(const std::string& feed) const;
+  // Tells when media stop arriving, and when they arrive again.
+  void watchArrival();
+  void setMissing(MediaType type, bool isMissing);
   void timeOut();
 
   // Ends the call, or has it come back, as soon as nothing of it runs any more.
@@ -99,7 +107,8 @@ class Call {
   // Joins the room again, at whichever server has it then. Repeated until this succeeds or takes
   // too long.
   void comeBack(const std::string& reason);
-  void notifyMedia(bool isUp);
+  // Those who have not come back keep their places no longer.
+  void freePlaces();
   void end(int code, const std::string& reason);
   // Everything that belongs to the session, and the session.
   void releaseSession();
@@ -118,6 +127,7 @@ class Call {
   OwnState ownState_;
   SpeechDetector ownSpeech_;
   unsigned ownLevel_ = 0;  // of the microphone
+  bool isDebugging_ = false;
   CallStatistics statistics_;
   bool isRemoteAudioMuted_ = false;
   Incoming incoming_;
@@ -128,9 +138,12 @@ class Call {
   bool isReturning_ = false;
   support::Time lostAt_ = {};
   std::string lossReason_;
-  std::map<std::string, int> places_;  // indices of streams at the loss, by the key of their feeds
   Inbox inbox_;
   support::Timer timer_;
+  support::Timer arrivalTimer_;
+  support::Timer placesTimer_;
+  std::map<MediaType, bool> isMissing_;  // what the application was told last
+  Admission admission_;
   // Each uses those before it.
   std::unique_ptr<TurnServers> turnServers_;
   std::unique_ptr<CallAudio> audio_;

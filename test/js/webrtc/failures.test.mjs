@@ -201,10 +201,17 @@ test("the server's certificate is verified, and an additional authority can be c
     certificate: { cert_pem: certificate, cert_key: key },
   });
   const member = await openMember(t);
-  assert.deepEqual(await refusal(member, server.secureUri('meeting', SOURCES)), {
-    code: 495,
-    reason: "the server's certificate is refused",
-  });
+  const pipe = path.join(temporaryDirectory(t), 'pipe.pem');
+  execFileSync('mkfifo', [pipe]);
+  for (const useless of [{}, { authority: pipe }, { authority: '/nowhere.pem' }]) {
+    assert.deepEqual(
+      await refusal(member, server.secureUri('meeting', { ...SOURCES, ...useless })),
+      {
+        code: 495,
+        reason: "the server's certificate is refused",
+      },
+    );
+  }
   const uri = server.secureUri('meeting', { ...SOURCES, authority });
   assert.deepEqual(await member.does('join', uri), { connected: true });
 });
@@ -321,6 +328,7 @@ test('an invalid uri is refused', async (t) => {
     ['janus+ws://host/?room=r&camera=card:x', 'bad value: camera=card:x'],
     ['janus+ws://host/?room=r&microphone=voice.mp3', 'bad value: microphone=voice.mp3'],
     ['janus+ws://host/?room=r&pin=%zz', 'bad value: pin'],
+    ['janus+ws://host/?room=r&pin=a&b', 'unknown parameter behind pin'],
   ]) {
     await member.does('forget');
     const answer = await member.does('join', uri);

@@ -28,13 +28,14 @@ export async function startQuickstart(t, directory, environment, program, ...arg
     child.kill('SIGTERM');
     assert.deepEqual(await ended, [128 + 15, null]);
   });
+  let address;
   for await (const line of createInterface({ input: child.stdout })) {
-    const [, address] = line.match(/^The meeting is shown at (.*)$/) ?? [];
-    if (!address) continue;
-    child.stdout.resume();
-    return address;
+    [, address] = line.match(/^The meeting is shown at (.*)$/) ?? [];
+    if (address) break;
   }
-  throw new Error(`${program} ended early`);
+  assert.ok(address, `${program} ended early`);
+  child.stdout.resume(); // the end of the loop has paused it
+  return address;
 }
 
 // The pictures that the program gives to its page: { key, name, width, height, card }.

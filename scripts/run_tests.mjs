@@ -134,6 +134,7 @@ const WITHOUT_SANITIZER = [
     'installed',
     'operating',
     'relay',
+    'repair',
     'several_servers',
     'sfu',
     'two_terminals',

@@ -3,6 +3,8 @@
 #include <gst/rtp/gstrtcpbuffer.h>
 
 #include <algorithm>
+#include <array>
+#include <string_view>
 
 namespace webrtc {
 
@@ -25,6 +27,22 @@ void putReportFirst(GstBuffer* compound, std::uint32_t ssrc) {
     }
   }
   gst_rtcp_buffer_unmap(&rtcp);
+}
+
+std::optional<std::uint32_t> grantedRateOf(GstBuffer* feedback) {
+  // The name, the number of SSRCs, 6 bits of exponent and 18 of mantissa.
+  std::array<std::uint8_t, 8> bytes = {};
+  if (!feedback || gst_buffer_extract(feedback, 0, bytes.data(), bytes.size()) < bytes.size()) {
+    return std::nullopt;
+  }
+  if (std::string_view(reinterpret_cast<const char*>(bytes.data()), 4) != "REMB") {
+    return std::nullopt;
+  }
+  const unsigned exponent = bytes[5] >> 2;
+  const std::uint64_t mantissa = (bytes[5] & 3U) << 16 | std::uint32_t{bytes[6]} << 8 | bytes[7];
+  constexpr unsigned kMostExponent = 32;
+  if (exponent > kMostExponent) return UINT32_MAX;
+  return static_cast<std::uint32_t>(std::min<std::uint64_t>(mantissa << exponent, UINT32_MAX));
 }
 
 }  // namespace webrtc

@@ -6,6 +6,7 @@
 #include <gst/gst.h>
 
 #include <cstdint>
+#include <optional>
 
 namespace webrtc {
 
@@ -15,6 +16,10 @@ namespace webrtc {
 // The server takes a whole compound packet for feedback on the medium of its first report: requests
 // for packets and for key frames of the video are lost when that is the audio's.
 void putReportFirst(GstBuffer* compound, std::uint32_t ssrc);
+
+// The bits per second of a REMB, by what follows the SSRCs of a packet of feedback; nothing when it
+// is something else.
+std::optional<std::uint32_t> grantedRateOf(GstBuffer* feedback);
 
 }  // namespace webrtc
 

@@ -3,9 +3,7 @@
 #include <gst/rtp/gstrtcpbuffer.h>
 
 #include <algorithm>
-#include <array>
 #include <latch>
-#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -73,24 +71,6 @@ ObjectPtr<GObject> sessionOf(GstElement* rtpbin, guint sessionId) {
 void hastenFeedback(GstElement* rtpbin, guint sessionId) {
   const auto session = sessionOf(rtpbin, sessionId);
   if (session) g_object_set(session.get(), "rtcp-min-interval", kFeedbackInterval, nullptr);
-}
-
-// The bits per second of a REMB, by what follows the SSRCs of a packet of feedback; nothing when it
-// is something else.
-std::optional<std::uint32_t> grantedRateOf(GstBuffer* feedback) {
-  // The name, the number of SSRCs, 6 bits of exponent and 18 of mantissa.
-  std::array<std::uint8_t, 8> bytes = {};
-  if (!feedback || gst_buffer_extract(feedback, 0, bytes.data(), bytes.size()) < bytes.size()) {
-    return std::nullopt;
-  }
-  if (std::string_view(reinterpret_cast<const char*>(bytes.data()), 4) != "REMB") {
-    return std::nullopt;
-  }
-  const unsigned exponent = bytes[5] >> 2;
-  const std::uint64_t mantissa = (bytes[5] & 3U) << 16 | std::uint32_t{bytes[6]} << 8 | bytes[7];
-  constexpr unsigned kMostExponent = 32;
-  if (exponent > kMostExponent) return UINT32_MAX;
-  return static_cast<std::uint32_t>(std::min<std::uint64_t>(mantissa << exponent, UINT32_MAX));
 }
 
 using IteratorPtr = std::unique_ptr<GstIterator, ReleasedBy<gst_iterator_free>>;

@@ -3,6 +3,9 @@
 #include <gst/rtp/gstrtcpbuffer.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "engine/webrtc/glib.h"
@@ -69,6 +72,36 @@ TEST_F(FeedbackTest, PutsTheReportOfOneSourceFirst) {
     putReportFirst(compound.get(), 7);
     EXPECT_EQ(reportedIn(compound), after);
   }
+}
+
+// What follows the SSRCs of a REMB.
+BufferPtr rembOf(std::uint8_t exponent, std::uint32_t mantissa, const char* name = "REMB") {
+  const guint8 bytes[] = {static_cast<guint8>(name[0]),
+                          static_cast<guint8>(name[1]),
+                          static_cast<guint8>(name[2]),
+                          static_cast<guint8>(name[3]),
+                          1,
+                          static_cast<guint8>(exponent << 2 | mantissa >> 16),
+                          static_cast<guint8>(mantissa >> 8),
+                          static_cast<guint8>(mantissa)};
+  return BufferPtr(gst_buffer_new_memdup(bytes, sizeof(bytes)));
+}
+
+TEST_F(FeedbackTest, ReadsTheRateThatTheServerGrants) {
+  EXPECT_EQ(grantedRateOf(rembOf(0, 1).get()), 1U);
+  EXPECT_EQ(grantedRateOf(rembOf(3, 154'250).get()), 1'234'000U);
+  EXPECT_EQ(grantedRateOf(rembOf(14, 0x3ffff).get()), 0x3ffffU << 14);
+  // More than there is a number for.
+  EXPECT_EQ(grantedRateOf(rembOf(15, 0x3ffff).get()), UINT32_MAX);
+  EXPECT_EQ(grantedRateOf(rembOf(63, 1).get()), UINT32_MAX);
+}
+
+TEST_F(FeedbackTest, ReadsNoRateFromOtherFeedback) {
+  EXPECT_EQ(grantedRateOf(nullptr), std::nullopt);
+  EXPECT_EQ(grantedRateOf(rembOf(3, 154'250, "REMA").get()), std::nullopt);
+  const BufferPtr remb = rembOf(3, 154'250);
+  gst_buffer_set_size(remb.get(), 7);
+  EXPECT_EQ(grantedRateOf(remb.get()), std::nullopt);
 }
 
 TEST_F(FeedbackTest, LeavesWhatIsNoReceiverReport) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "engine/support/streams/stream_keys.h"
+#include "engine/webrtc/glib.h"
 
 namespace webrtc {
 namespace {
@@ -15,9 +16,14 @@ using namespace std::chrono_literals;
 constexpr const char* kPlugin = "janus.plugin.videoroom";
 constexpr const char* kProtocol = "janus-protocol";
 constexpr int kMostParticipants = 50;
-// Of the server's answers, and of the way for media.
+// Of one of the server's answers; of the offer and its answer, and of the way for media.
 constexpr support::Time kLongestAnswer = 10s;
 constexpr support::Time kLongestSearch = 15s;
+// After the loss of the server no more attempts to come back begin.
+constexpr support::Time kLongestReturn = 10s;
+constexpr support::Time kRetryPeriod = 500ms;
+// The others may come back later than us.
+constexpr support::Time kPlacesKept = 60s;
 
 // The room plugin's own codes.
 constexpr int kJanusNoSuchRoom = 426;
@@ -52,6 +58,13 @@ Refusal refusalOf(const JanusAnswer& answer) {
 std::uint32_t bitsPerSecond(std::int32_t most) {
   // What an application does not limit is limited by the picture's size alone.
   return most > 0 ? static_cast<std::uint32_t>(most) : UINT32_MAX;
+}
+
+// What is in front of several servers chooses one by the room, which the server itself reads in the
+// messages. Pins and tokens are in these only: requests are logged.
+std::string requestUrl(const CallTarget& target) {
+  const TextPtr room(g_uri_escape_string(target.room.c_str(), nullptr, FALSE));
+  return target.url + "?room=" + room.get();
 }
 
 // Whether a room may have this number.
@@ -91,8 +104,19 @@ Call::~Call() { release(); }
 void Call::join() {
   audio_ = std::make_unique<CallAudio>(context_.loop, devices_, target_.microphone);
   audio_->speaker().setMuted(isRemoteAudioMuted_);
+  localVideo_.setSource(target_.camera);
+  connect();
+}
+
+void Call::waitForAnswer() {
+  timer_.runAt(context_.loop.now() + kLongestAnswer, [this] { timeOut(); });
+}
+
+void Call::connect() {
+  waitForAnswer();
   session_ = std::make_unique<JanusSession>(
-      context_.loop, WebSocketTarget{target_.url, kProtocol, target_.authorityFile}, target_.token,
+      context_.loop, WebSocketTarget{requestUrl(target_), kProtocol, target_.authorityFile},
+      target_.token,
       JanusSession::Handlers{
           .opened = [this] { attach(); },
           .ended =
@@ -110,12 +134,6 @@ void Call::join() {
                     return fail(kUnreachable, "the server was lost: " + reason);
                 }
               }});
-  localVideo_.setSource(target_.camera);
-  waitForAnswer();
-}
-
-void Call::waitForAnswer() {
-  timer_.runAt(context_.loop.now() + kLongestAnswer, [this] { timeOut(); });
 }
 
 void Call::attach() {
@@ -156,14 +174,16 @@ void Call::enter(bool isRoomNumber) {
   request["ptype"] = "publisher";
   request["display"] = params_.endpointName;
   if (!target_.token.empty()) request["token"] = target_.token;
+  // The others recognise by it who comes back.
+  if (isReturning_) request["id"] = ownId_;
   handle_->ask(std::move(request), std::nullopt,
                [this, isRoomNumber](const JanusAnswer& answer) { entered(answer, isRoomNumber); });
 }
 
 void Call::entered(const JanusAnswer& answer, bool isRoomNumber) {
   if (answer.errorCode == kJanusInvalidElement) {
-    // A server whose rooms have names may have a name of digits; one whose rooms have numbers has no
-    // names.
+    // A server whose rooms have names may have a name of digits; one whose rooms have numbers has
+    // no names.
     if (isRoomNumber) {
       enter(false);
     } else {
@@ -191,6 +211,7 @@ void Call::publish() {
                           .mostBitsPerSecond = bitsPerSecond(params_.maxBandwidth),
                           .state = ownState_},
       Publisher::Handlers{
+          .accepted = [this] { waitForMedia(); },
           .connected = [this] { joined(); },
           .refused =
               [this](int code, const std::string& reason) {
@@ -206,6 +227,10 @@ void Call::publish() {
               }});
   audio_->captureInto(publisher_->audioSource());
   publisher_->start();
+  waitForMedia();
+}
+
+void Call::waitForMedia() {
   timer_.runAt(context_.loop.now() + kLongestSearch, [this] { timeOut(); });
 }
 
@@ -218,16 +243,20 @@ void Call::joined() {
     context_.log->write("the room takes no video in an encoding of ours: none is sent");
   }
   localVideo_.setSender(publisher_->video());
-  context_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, true);
-  for (const auto& [event, isEnabled] : params_.gracefulEvents) {
-    if (isEnabled) context_.notifier.notify(&INotifyCallback::NotifyGracefulEvent, event, true);
+  if (std::exchange(isReturning_, false)) {
+    notifyMedia(true);
+  } else {
+    context_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, true);
+    for (const auto& [event, isEnabled] : params_.gracefulEvents) {
+      if (isEnabled) context_.notifier.notify(&INotifyCallback::NotifyGracefulEvent, event, true);
+    }
   }
   for (const auto& [key, participant] : participants_) participant->announce();
   peopleChanged_();
 }
 
 std::vector<support::Person> Call::people() const {
-  if (!isJoined()) return {};
+  if (!isJoined() && !isReturning_) return {};
   std::vector<support::Person> people = {
       {.stream = support::kLocalStream,
        .csrc = localVideo_.csrc(),
@@ -236,7 +265,9 @@ std::vector<support::Person> Call::people() const {
        .audioMuted = ownState_.isAudioMuted,
        .videoMuted = ownState_.isVideoMuted,
        .speaking = ownSpeech_.isSpeaking() && !ownState_.isAudioMuted}};
-  for (const auto& [key, participant] : participants_) people.push_back(participant->person());
+  if (isJoined()) {
+    for (const auto& [key, participant] : participants_) people.push_back(participant->person());
+  }
   std::sort(people.begin(), people.end(),
             [](const auto& a, const auto& b) { return a.stream < b.stream; });
   return people;
@@ -265,7 +296,7 @@ void Call::addFeeds(const Json& data) {
     auto& participant = participants_[feed->key()];
     if (participant) {
       participant->update(*feed);
-    } else if (const auto index = freeIndex()) {
+    } else if (const auto index = indexFor(feed->key())) {
       participant = std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(),
                                                   turnServers_->ice(), room_, *feed, *index,
                                                   incoming_, [this] {
@@ -299,8 +330,13 @@ void Call::updateReceptions() {
   }
 }
 
-std::optional<int> Call::freeIndex() const {
+std::optional<int> Call::indexFor(const std::string& feed) const {
   std::set<int> used;
+  if (context_.loop.now() < lostAt_ + kPlacesKept) {
+    const auto place = places_.find(feed);
+    if (place != places_.end()) return place->second;
+    for (const auto& [other, index] : places_) used.insert(index);
+  }
   for (const auto& [key, participant] : participants_) {
     if (participant) used.insert(participant->index());
   }
@@ -364,9 +400,9 @@ void Call::collectStatistics(support::Time window, tsl::MeetingStats& stats) {
 
 void Call::timeOut() {
   if (publisher_ && publisher_->isAccepted()) {
-    end(kNoMediaPath, "no way for media was found");
+    failed(kNoMediaPath, "no way for media was found");
   } else {
-    end(kTimedOut, "the server did not answer in time");
+    failed(kTimedOut, "the server did not answer in time");
   }
 }
 
@@ -375,12 +411,55 @@ void Call::leave() {
 }
 
 void Call::fail(int code, const std::string& reason) {
-  inbox_.poster()([this, code, reason] { end(code, reason); });
+  inbox_.poster()([this, session = releasedSessions_, code, reason] {
+    // What an earlier session has posted is of no interest any more.
+    if (session == releasedSessions_) failed(code, reason);
+  });
+}
+
+void Call::failed(int code, const std::string& reason) {
+  const bool isLoss = isJoined() && code == kUnreachable;
+  // As long as another server, or a load balancer, does not know of the loss.
+  const bool mayPass =
+      code == kUnreachable || code == kTimedOut || code == kNotAnSfu || code == kNoSuchRoom;
+  if (isLoss || (isReturning_ && mayPass)) {
+    comeBack(reason);
+  } else {
+    end(code, reason);
+  }
+}
+
+void Call::comeBack(const std::string& reason) {
+  const support::Time now = context_.loop.now();
+  const bool isFirst = !std::exchange(isReturning_, true);
+  if (isFirst) {
+    // Those who were not back before a second loss keep their places.
+    if (now >= lostAt_ + kPlacesKept) places_.clear();
+    lostAt_ = now;
+    lossReason_ = reason;
+    for (const auto& [key, participant] : participants_) places_[key] = participant->index();
+    notifyMedia(false);
+  } else if (now >= lostAt_ + kLongestReturn) {
+    end(kUnreachable, lossReason_);
+    return;
+  }
+  context_.log->write("call " + std::to_string(id_) + " comes back: " + reason);
+  state_ = State::kConnecting;
+  releaseSession();
+  peopleChanged_();
+  timer_.runAt(isFirst ? now : now + kRetryPeriod, [this] { connect(); });
+}
+
+void Call::notifyMedia(bool isUp) {
+  for (const MediaType type : {MediaType::kVideo, MediaType::kAudio}) {
+    context_.notifier.notify(&INotifyCallback::NotifyRtpMediaState, type, isUp);
+  }
 }
 
 void Call::end(int code, const std::string& reason) {
   if (isOver()) return;
   state_ = State::kOver;
+  isReturning_ = false;
   release();
   peopleChanged_();
   context_.log->write("call " + std::to_string(id_) + " ended: " + reason);
@@ -388,14 +467,19 @@ void Call::end(int code, const std::string& reason) {
   context_.notifier.notify(&INotifyCallback::NotifyCallDisconnect, id_, reason, code);
 }
 
-void Call::release() {
-  timer_.stop();
+void Call::releaseSession() {
+  ++releasedSessions_;
   localVideo_.setSender(nullptr);
-  localVideo_.setSource({});
   participants_.clear();
   publisher_.reset();
   handle_.reset();
   session_.reset();
+}
+
+void Call::release() {
+  timer_.stop();
+  releaseSession();
+  localVideo_.setSource({});
   audio_.reset();
   turnServers_.reset();
 }

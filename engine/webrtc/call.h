@@ -74,6 +74,10 @@ class Call {
 
   // Ends the call unless the server's next answer comes in time.
   void waitForAnswer();
+  // Ends the call unless the next step towards media comes in time.
+  void waitForMedia();
+  // Opens a session with the server, which then leads to the room.
+  void connect();
   void attach();
   // Names the room as the server does: some take numbers, some texts.
   void enter(bool isRoomNumber);
@@ -85,12 +89,20 @@ class Call {
   void removeFeed(const Json& id);
   // Brings what is received in line with the layout.
   void updateReceptions();
-  std::optional<int> freeIndex() const;
+  // Of the stream of a participant who comes; nothing when there are too many.
+  std::optional<int> indexFor(const std::string& feed) const;
   void timeOut();
 
-  // Ends the call as soon as nothing of it runs any more.
+  // Ends the call, or has it come back, as soon as nothing of it runs any more.
   void fail(int code, const std::string& reason);
+  void failed(int code, const std::string& reason);
+  // Joins the room again, at whichever server has it then. Repeated until this succeeds or takes
+  // too long.
+  void comeBack(const std::string& reason);
+  void notifyMedia(bool isUp);
   void end(int code, const std::string& reason);
+  // Everything that belongs to the session, and the session.
+  void releaseSession();
   void release();
 
   support::EngineContext& context_;
@@ -110,8 +122,13 @@ class Call {
   bool isRemoteAudioMuted_ = false;
   Incoming incoming_;
   support::Layout layout_;
-  Json room_;  // what every request to the room is to say
-  Json ownId_;
+  Json room_;   // what every request to the room is to say
+  Json ownId_;  // in the room; null before the first join
+  int releasedSessions_ = 0;
+  bool isReturning_ = false;
+  support::Time lostAt_ = {};
+  std::string lossReason_;
+  std::map<std::string, int> places_;  // indices of streams at the loss, by the key of their feeds
   Inbox inbox_;
   support::Timer timer_;
   // Each uses those before it.

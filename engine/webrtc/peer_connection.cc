@@ -9,6 +9,9 @@
 #include <string_view>
 #include <utility>
 
+#include "engine/webrtc/feed.h"
+#include "engine/webrtc/feedback.h"
+
 namespace webrtc {
 namespace {
 
@@ -202,13 +205,26 @@ PeerConnection::~PeerConnection() {
 void PeerConnection::watchSessions() {
   const ObjectPtr<GstElement> rtpbin(gst_bin_get_by_name(GST_BIN(webrtc_), "rtpbin"));
   connect(rtpbin.get(), "new-jitterbuffer",
-          std::function(
-              [this, bin = rtpbin.get()](GstElement* jitterBuffer, guint session, guint ssrc) {
-                g_object_set(jitterBuffer, "faststart-min-packets", kFirstPackets, nullptr);
-                hastenFeedback(bin, session);
-                base::MutexLock lock(mutex_);
-                jitterBuffers_[ssrc] = share(jitterBuffer);
-              }));
+          std::function([this, bin = rtpbin.get()](GstElement* jitterBuffer, guint session,
+                                                   guint ssrc) {
+            // The server sends no audio again. It would take requests for the video's packets
+            // that stand behind others for the audio's, and refuse them, too.
+            g_object_set(jitterBuffer, "faststart-min-packets", kFirstPackets, "do-retransmission",
+                         static_cast<gboolean>(ssrc == receivedVideoSsrc_), nullptr);
+            hastenFeedback(bin, session);
+            watchFeedback(sessionOf(bin, session).get());
+            base::MutexLock lock(mutex_);
+            jitterBuffers_[ssrc] = share(jitterBuffer);
+          }));
+}
+
+void PeerConnection::watchFeedback(GObject* session) {
+  if (session == nullptr || isFeedbackWatched_.exchange(true)) return;
+  connect(session, "on-sending-rtcp",
+          std::function([this](GstBuffer* compound, gboolean) -> gboolean {
+            putReportFirst(compound, receivedVideoSsrc_);
+            return FALSE;
+          }));
 }
 
 ObjectPtr<GObject> PeerConnection::session() const {
@@ -307,6 +323,7 @@ void PeerConnection::makeOffer(Described described) {
 }
 
 void PeerConnection::acceptOffer(const std::string& sdp, Described described) {
+  receivedVideoSsrc_ = videoSsrcOf(sdp).value_or(0);
   setRemote(GST_WEBRTC_SDP_TYPE_OFFER, withoutFir(sdp),
             [this, kept = std::move(described)] { makeAnswer(kept); });
 }

@@ -103,7 +103,8 @@ export class JanusServer {
   // number if the server `hasNumbers`: those are the default of the plugin for rooms. With a
   // `certificate`, { cert_pem, cert_key }, it listens with TLS, too; with an `administration`,
   // { port, secret }, for its administrator. A participant whose connection is lost stays in a room
-  // for `reclaimSeconds`, and may come back meanwhile.
+  // for `reclaimSeconds`, and may come back meanwhile. A `configuration`, a directory that the server
+  // then owns, takes the place of all others but the address and the port.
   static async start({
     address = ownAddress(),
     port,
@@ -112,20 +113,21 @@ export class JanusServer {
     certificate,
     administration,
     reclaimSeconds = 30,
+    configuration,
   } = {}) {
     const server = new JanusServer();
     const ports = {
       port: port ?? (await freePort(address)),
       securePort: certificate && (await freePort(address)),
     };
-    const others = { rooms, hasNumbers, certificate, administration, reclaimSeconds };
-    await server.#start({ address, ...ports, ...others });
+    const options = { rooms, hasNumbers, certificate, administration, reclaimSeconds };
+    await server.#start({ address, ...ports, ...options, configuration });
     return server;
   }
 
   async #start(options) {
-    this.#directory = mkdtempSync(path.join(tmpdir(), 'tessel-janus-'));
-    writeConfiguration(this.#directory, options);
+    this.#directory = options.configuration ?? mkdtempSync(path.join(tmpdir(), 'tessel-janus-'));
+    if (!options.configuration) writeConfiguration(this.#directory, options);
     this.authority = `${options.address}:${options.port}`;
     this.secureAuthority = `${options.address}:${options.securePort}`;
     const configuration = path.join(this.#directory, 'janus.jcfg');

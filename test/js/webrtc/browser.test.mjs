@@ -5,9 +5,11 @@ import { readFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
+import { sfuToken } from '../../../examples/operating/sfu_token.mjs';
 import { guestLink, servePage } from '../../../examples/sfu/guest_page.mjs';
 import { writeCardClip } from '../../support/card_clip.mjs';
 import { PATIENCE_MS, openBrowser } from '../../support/meeting_app/browser.mjs';
+import { SECRETS, runExample, startConfiguredSfu } from '../../support/operating.mjs';
 import { SoundServer, shareOf } from '../../support/sound_server.mjs';
 import { remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
@@ -19,7 +21,7 @@ const ROOM = 'meeting';
 const TONES = { Ada: 440, Ben: 660, Grace: 880 };
 
 // The guest's page in a browser whose camera is `cameraArguments`.
-async function openGuest(t, janus, cameraArguments) {
+async function openGuest(t, janus, cameraArguments, access) {
   const pageServer = await servePage();
   t.after(() => {
     pageServer.close();
@@ -28,7 +30,7 @@ async function openGuest(t, janus, cameraArguments) {
   const browser = await openBrowser(t, cameraArguments);
   const page = await (await browser.newContext()).newPage();
   page.setDefaultTimeout(PATIENCE_MS);
-  await page.goto(guestLink(pageServer, janus, ROOM));
+  await page.goto(guestLink(pageServer, janus, ROOM, access));
   await page.getByLabel('Your name').fill('Grace');
   await page.getByRole('button', { name: 'Join' }).click();
   return page;
@@ -132,11 +134,14 @@ for (const videocodec of ['vp8', 'h264']) {
 }
 
 test('a browser without camera and microphone reports it, sends a replacement, and shows the others', async (t) => {
-  const janus = await startServer(t, { rooms: { [ROOM]: {} } });
-  const page = await openGuest(t, janus, []);
+  // The server requires a token, and the room that participants receive with their own identity.
+  const janus = await startConfiguredSfu(t, '127.0.0.1');
+  await runExample('rooms.mjs', ['create', ROOM, janus.admin]);
+  const token = sfuToken(SECRETS.token, 1);
+  const page = await openGuest(t, janus, [], { token });
   await page.getByText('There is no camera and no microphone: a replacement is sent.').waitFor();
   const member = await openMember(t);
-  const uri = janus.uri(ROOM, { camera: 'card:5' });
+  const uri = janus.uri(ROOM, { camera: 'card:5', token });
   assert.deepEqual(await member.does('join', uri, { endpointName: 'Ada' }), { connected: true });
   assert.equal(await shownDetail(await shownVideo(page, 'Ada')), 5);
   const { width, height, card } = await member.does('picture', remote(0));

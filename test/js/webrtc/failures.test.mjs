@@ -13,6 +13,7 @@ import { WebSocketServer } from 'ws';
 
 import { freePort, ownAddress } from '../../../examples/sfu/janus_server.mjs';
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
+import { startMonitoredServer } from '../../support/janus_monitor.mjs';
 import { makeCertificate } from '../../support/certificates.mjs';
 import { MediaRelay } from '../../support/media_relay.mjs';
 import { remote } from '../../support/streams.mjs';
@@ -274,6 +275,31 @@ test('the call ends when the server is killed and does not come back', async (t)
     events.map(([name]) => name).filter((name) => /^(noRtpMedia|streamRe|call)/.test(name)),
     ['noRtpMedia', 'noRtpMedia', 'streamRemoved', 'callConnectionStatus', 'callDisconnect'],
   );
+});
+
+test('a join to a server without rooms is refused', async (t) => {
+  const member = await openMember(t);
+  const empty = await startServer(t, { rooms: null });
+  assert.deepEqual(await refusal(member, empty.uri('meeting')), {
+    code: 502,
+    reason: 'the server has no rooms',
+  });
+});
+
+test('a second call is refused and the first one goes on, until the server ends its media', async (t) => {
+  const { server, monitor } = await startMonitoredServer(t, { rooms: { meeting: {} } });
+  const member = await openMember(t);
+  const uri = server.uri('meeting', SOURCES);
+  assert.deepEqual(await member.does('join', uri, { endpointName: 'Ada' }), { connected: true });
+  await member.does('forget');
+  const second = await member.does('join', uri);
+  assert.deepEqual([second.callId, second.code, second.reason], [2, 486, 'already in a call']);
+  await monitor.hangUp('Ada');
+  const { code, reason } = await member.does('seen', 'callDisconnect', { callId: 1 });
+  assert.equal(code, 504);
+  assert.match(reason, /^the server gave up the media: ./);
+  const told = (await member.does('events')).filter(([name]) => name === 'callConnectionStatus');
+  assert.deepEqual(told, [['callConnectionStatus', { connected: false }]]);
 });
 
 test('a clip that cannot be played is refused', async (t) => {

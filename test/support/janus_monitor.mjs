@@ -64,6 +64,12 @@ class JanusMonitor {
     return { bytes: stats[direction].bytes, seconds };
   }
 
+  // Ends the connection of the only handle of this kind for the media of the participant.
+  async hangUp(kind, display) {
+    const [{ session_id, handle_id }] = await this.#handles(kind, display);
+    await this.#ask('hangup_webrtc', { session_id, handle_id });
+  }
+
   // What the server itself has found out by RTCP of the medium that it receives from the participant.
   async reception(display, medium) {
     const { rtcp } = await this.#medium('publisher', display, medium);

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "engine/webrtc/janus_message.h"
@@ -19,9 +20,12 @@ struct Feed {
   std::string guid;  // empty for who does not tell one
   bool isAudioMuted = false;
   bool isVideoMuted = false;
+  std::set<std::string> mids;  // of the streams that are sent
 
   // The identifier as a text.
   std::string key() const { return id.dump(); }
+  // Whether there is a stream that `before` does not have.
+  bool sendsMoreThan(const Feed& before) const;
 };
 
 // An element of a list of publishers. Nothing when it is not one.

@@ -83,6 +83,8 @@ class PeerConnection {
   void adopt(const char* kind, const GstStructure* reply, const Described& described);
   void setRemote(GstWebRTCSDPType type, const std::string& sdp, std::function<void()> done);
   void watchSessions();
+  // On a thread of the pipeline's, for one session or for each of its media.
+  void watchFeedback(GObject* session);
   // The one for all media; null before these are described.
   ObjectPtr<GObject> session() const;
   void watchState();
@@ -96,6 +98,8 @@ class PeerConnection {
   bool hasFailed_ = false;
   Inbox inbox_;
   std::atomic<std::uint32_t> grantedBitsPerSecond_ = 0;
+  std::atomic<std::uint32_t> receivedVideoSsrc_ = 0;
+  std::atomic<bool> isFeedbackWatched_ = false;
 
   base::Mutex mutex_;
   JitterBuffers jitterBuffers_ GUARDED_BY(mutex_);

@@ -55,6 +55,7 @@ void Publisher::publish(const std::string& offer) {
                   handlers_.failed("the server did not answer the offer");
                 } else {
                   isAccepted_ = true;
+                  handlers_.accepted();
                   connection_.acceptAnswer(answer.jsep->sdp);
                   addVideo(videoEncodingOf(answer.jsep->sdp));
                   tellState();

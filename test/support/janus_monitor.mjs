@@ -55,7 +55,7 @@ class JanusMonitor {
       if (handles.length > 1) throw new Error(`${handles.length} handles of ${display}`);
       const [{ webrtc, current_time: microseconds } = {}] = handles;
       const found = Object.values(webrtc?.media ?? {}).find(({ type }) => type === medium);
-      if (found) return { stats: found.stats, rtcp: found.rtcp, seconds: microseconds / 1e6 };
+      if (found) return { ...found, seconds: microseconds / 1e6 };
     }
   }
 
@@ -64,10 +64,23 @@ class JanusMonitor {
     return { bytes: stats[direction].bytes, seconds };
   }
 
+  // Ends the connection of the only handle of this kind for the media of the participant.
+  async hangUp(kind, display) {
+    const [{ session_id, handle_id }] = await this.#handles(kind, display);
+    await this.#ask('hangup_webrtc', { session_id, handle_id });
+  }
+
   // What the server itself has found out by RTCP of the medium that it receives from the participant.
   async reception(display, medium) {
     const { rtcp } = await this.#medium('publisher', display, medium);
     return rtcp;
+  }
+
+  // Of the medium as it is sent to the participant's only subscriber: how many milliseconds the way
+  // there and back takes, 0 until the server has found out; and the SSRC of what is sent again.
+  async passing(display, medium) {
+    const { rtcp, ssrc } = await this.#medium('subscriber', display, medium);
+    return { roundTrip: rtcp.main.rtt, repeatedSsrc: ssrc['ssrc-rtx'] };
   }
 
   // The bytes of "audio" or "video" that the server has received from the participant, and the time.

@@ -76,7 +76,7 @@ class Path {
 
   #pass(direction, datagram) {
     const target = this.#targets[direction];
-    if (!target) return;
+    if (!target || this.#relay.blocks(datagram)) return;
     const packet = parsePacket(datagram);
     if (packet) {
       packet.at = now();
@@ -89,7 +89,8 @@ class Path {
       if (packet) packet.leftAt = now();
       this.#sockets[direction].send(datagram, target.port, target.address);
     };
-    const milliseconds = packet ? this.#relay.delays(direction, packet) : 0;
+    const own = packet ? this.#relay.delays(direction, packet) : 0;
+    const milliseconds = this.#relay.distance + own;
     if (milliseconds > 0) setTimeout(send, milliseconds);
     else send();
   }
@@ -109,10 +110,14 @@ export class MediaRelay {
   #authority;
   #paths = new Map(); // promises, by the handle of Janus
 
+  // Whether a datagram, of whatever kind, does not pass.
+  blocks = () => false;
   // Whether a packet that goes "up", to the server, or "down" is lost.
   loses = () => false;
   // For how many milliseconds it is delayed.
   delays = () => 0;
+  // For how many milliseconds every datagram is delayed, besides.
+  distance = 0;
 
   // Relays to `server` until the test ends.
   static async start(test, server) {

@@ -14,6 +14,8 @@ import { WebSocketServer } from 'ws';
 import { freePort, ownAddress } from '../../../examples/sfu/janus_server.mjs';
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
 import { makeCertificate } from '../../support/certificates.mjs';
+import { MediaRelay } from '../../support/media_relay.mjs';
+import { remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { waveHeader, writeToneClip } from '../../support/tone_clip.mjs';
 import { startTurnServer } from '../../support/turn_server.mjs';
@@ -21,6 +23,9 @@ import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const address = ownAddress();
 const SOURCES = { camera: 'card:1', microphone: 'tone:440' };
+
+// The first byte of a datagram tells of which protocol it is.
+const isDtls = ([first]) => first >= 20 && first <= 63;
 
 async function listening(t, server, options) {
   if (options) server.listen(options);
@@ -164,16 +169,29 @@ test('a join to a server that does not answer is refused', async (t) => {
   });
 });
 
-test('a join without a path for media is refused', async (t) => {
+test('a join without a path for media is refused', { concurrency: true }, async (t) => {
   const server = await startServer(t, { rooms: { meeting: {} } });
-  const { username, password, port } = await startTurnServer(t, { deniedPeer: address });
-  const relay = { username, password, address, port, fqdn: '', priority: 0, bandwidth: 0 };
-  const member = await openMember(t);
-  const { code, reason } = await refusal(member, server.uri('meeting', SOURCES), {
-    ...{ forceTurn: true, turnServers: [{ ...relay, protocol: 'udp' }] },
-  });
-  assert.equal(code, 504);
-  assert.match(reason, /no way for media|gave up the media/);
+  await Promise.all([
+    t.test('because its relay does not reach the server', async (inner) => {
+      const { username, password, port } = await startTurnServer(inner, { deniedPeer: address });
+      const relay = { username, password, address, port, fqdn: '', priority: 0, bandwidth: 0 };
+      const member = await openMember(inner);
+      const { code, reason } = await refusal(member, server.uri('meeting', SOURCES), {
+        ...{ forceTurn: true, turnServers: [{ ...relay, protocol: 'udp' }] },
+      });
+      assert.equal(code, 504);
+      // The engine and the server give up at about the same time.
+      assert.match(reason, /^there is no way for media to the server$|gave up the media/);
+    }),
+    t.test('because nothing but the search for it passes', async (inner) => {
+      const relay = await MediaRelay.start(inner, server);
+      relay.blocks = isDtls;
+      assert.deepEqual(await refusal(await openMember(inner), relay.uri('meeting', SOURCES)), {
+        code: 504,
+        reason: 'no way for media was found',
+      });
+    }),
+  ]);
 });
 
 test("the server's certificate is verified, and an additional authority can be configured", async (t) => {
@@ -183,45 +201,79 @@ test("the server's certificate is verified, and an additional authority can be c
     certificate: { cert_pem: certificate, cert_key: key },
   });
   const member = await openMember(t);
-  assert.deepEqual(await refusal(member, server.secureUri('meeting', SOURCES)), {
-    code: 495,
-    reason: "the server's certificate is refused",
-  });
+  const pipe = path.join(temporaryDirectory(t), 'pipe.pem');
+  execFileSync('mkfifo', [pipe]);
+  for (const useless of [{}, { authority: pipe }, { authority: '/nowhere.pem' }]) {
+    assert.deepEqual(
+      await refusal(member, server.secureUri('meeting', { ...SOURCES, ...useless })),
+      {
+        code: 495,
+        reason: "the server's certificate is refused",
+      },
+    );
+  }
   const uri = server.secureUri('meeting', { ...SOURCES, authority });
   assert.deepEqual(await member.does('join', uri), { connected: true });
 });
 
-test('a participant who is removed, or whose room is closed, gets the reason', async (t) => {
-  const server = await startServer(t);
-  const administrator = await JanusAdministrator.connect(t, server);
-  await administrator.ask({ request: 'create', room: 'meeting', secret: 's' });
-  const member = await openMember(t);
+for (const [what, room, hasNumbers] of [
+  ['names', 'meeting', false],
+  ['numbers', 4711, true],
+]) {
+  test(`a participant who is removed, or whose room is closed, gets the reason where rooms have ${what}`, async (t) => {
+    const server = await startServer(t, { hasNumbers });
+    const administrator = await JanusAdministrator.connect(t, server);
+    await administrator.ask({ request: 'create', room, secret: 's' });
+    const member = await openMember(t);
 
-  assert.deepEqual(await member.does('join', server.uri('meeting', SOURCES)), { connected: true });
-  const { participants } = await administrator.ask({
-    request: 'listparticipants',
-    room: 'meeting',
+    assert.deepEqual(await member.does('join', server.uri(room, SOURCES)), { connected: true });
+    const { participants } = await administrator.ask({ request: 'listparticipants', room });
+    assert.equal(participants.length, 1);
+    const [{ id }] = participants;
+    assert.equal(typeof id, typeof room);
+    await administrator.ask({ request: 'kick', room, secret: 's', id });
+    const removed = await member.does('seen', 'callDisconnect', { callId: 1 });
+    assert.deepEqual([removed.code, removed.reason], [410, 'the call was removed from the room']);
+
+    assert.deepEqual(await member.does('join', server.uri(room, SOURCES)), { connected: true });
+    await administrator.ask({ request: 'destroy', room, secret: 's' });
+    const closed = await member.does('seen', 'callDisconnect', { callId: 2 });
+    assert.deepEqual([closed.code, closed.reason], [410, 'the room was closed']);
   });
-  assert.equal(participants.length, 1);
-  const [{ id }] = participants;
-  await administrator.ask({ request: 'kick', room: 'meeting', secret: 's', id });
-  const removed = await member.does('seen', 'callDisconnect', { callId: 1 });
-  assert.deepEqual([removed.code, removed.reason], [410, 'the call was removed from the room']);
+}
 
-  assert.deepEqual(await member.does('join', server.uri('meeting', SOURCES)), { connected: true });
-  await administrator.ask({ request: 'destroy', room: 'meeting', secret: 's' });
-  const closed = await member.does('seen', 'callDisconnect', { callId: 2 });
-  assert.deepEqual([closed.code, closed.reason], [410, 'the room was closed']);
+test('a room that has neither this name nor this number is unknown', async (t) => {
+  const server = await startServer(t, { rooms: { 4711: {} }, hasNumbers: true });
+  const member = await openMember(t);
+  for (const room of ['meeting', '4712', '9'.repeat(30)]) {
+    assert.deepEqual(await refusal(member, server.uri(room)), {
+      code: 404,
+      reason: 'there is no such room',
+    });
+  }
 });
 
-test('the call ends when the server is killed', async (t) => {
+test('the call ends when the server is killed and does not come back', async (t) => {
   const server = await startServer(t, { rooms: { meeting: {} } });
-  const member = await openMember(t);
-  assert.deepEqual(await member.does('join', server.uri('meeting', SOURCES)), { connected: true });
+  const [patient, impatient] = [await openMember(t), await openMember(t)];
+  for (const member of [patient, impatient]) {
+    const uri = server.uri('meeting', SOURCES);
+    assert.deepEqual(await member.does('join', uri), { connected: true });
+  }
+  await patient.does('seen', 'streamAdded', remote(0));
+  await patient.does('forget');
   await server.stop();
-  const { code, reason } = await member.does('seen', 'callDisconnect');
+  await impatient.does('seen', 'noRtpMedia', { mediaType: 'audio', up: false });
+  const { code: left } = await impatient.does('leave');
+  assert.equal(left, 0);
+  const { code, reason } = await patient.does('seen', 'callDisconnect');
   assert.equal(code, 503);
   assert.match(reason, /^the server was lost: /);
+  const events = await patient.does('events');
+  assert.deepEqual(
+    events.map(([name]) => name).filter((name) => /^(noRtpMedia|streamRe|call)/.test(name)),
+    ['noRtpMedia', 'noRtpMedia', 'streamRemoved', 'callConnectionStatus', 'callDisconnect'],
+  );
 });
 
 test('a clip that cannot be played is refused', async (t) => {
@@ -276,6 +328,7 @@ test('an invalid uri is refused', async (t) => {
     ['janus+ws://host/?room=r&camera=card:x', 'bad value: camera=card:x'],
     ['janus+ws://host/?room=r&microphone=voice.mp3', 'bad value: microphone=voice.mp3'],
     ['janus+ws://host/?room=r&pin=%zz', 'bad value: pin'],
+    ['janus+ws://host/?room=r&pin=a&b', 'unknown parameter behind pin'],
   ]) {
     await member.does('forget');
     const answer = await member.does('join', uri);

@@ -83,12 +83,6 @@ class JanusMonitor {
     return { roundTrip: rtcp.main.rtt, repeatedSsrc: ssrc['ssrc-rtx'] };
   }
 
-  // Ends the connection by which the participant sends.
-  async hangUp(display) {
-    const [{ session_id, handle_id }] = await this.#handles('publisher', display);
-    await this.#ask('hangup_webrtc', { session_id, handle_id });
-  }
-
   // The bytes of "audio" or "video" that the server has received from the participant, and the time.
   received(display, medium) {
     return this.#count('publisher', display, medium, 'in');

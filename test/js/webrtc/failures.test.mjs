@@ -294,7 +294,7 @@ test('a second call is refused and the first one goes on, until the server ends 
   await member.does('forget');
   const second = await member.does('join', uri);
   assert.deepEqual([second.callId, second.code, second.reason], [2, 486, 'already in a call']);
-  await monitor.hangUp('Ada');
+  await monitor.hangUp('publisher', 'Ada');
   const { code, reason } = await member.does('seen', 'callDisconnect', { callId: 1 });
   assert.equal(code, 504);
   assert.match(reason, /^the server gave up the media: ./);

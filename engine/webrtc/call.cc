@@ -462,7 +462,6 @@ void Call::comeBack(const std::string& reason) {
   if (isFirst) {
     lostAt_ = now;
     lossReason_ = reason;
-    admission_.forgetWaiting();
     placesTimer_.runAt(now + kPlacesKept, [this] { freePlaces(); });
     for (const MediaType type : kMedia) setMissing(type, true);
   } else if (now >= lostAt_ + kLongestReturn) {
@@ -477,6 +476,10 @@ void Call::comeBack(const std::string& reason) {
 }
 
 void Call::freePlaces() {
+  if (!isJoined()) {
+    placesTimer_.runAt(context_.loop.now() + kPlacesKept, [this] { freePlaces(); });
+    return;
+  }
   for (const std::string& key : admission_.placed()) {
     if (participants_.contains(key)) continue;
     if (const auto next = admission_.remove(key)) addFeed(*next);
@@ -500,6 +503,8 @@ void Call::releaseSession() {
   arrivalTimer_.stop();
   localVideo_.setSender(nullptr);
   participants_.clear();
+  // Of those who have a place, it is kept; the room will name the others again.
+  admission_.forgetWaiting();
   publisher_.reset();
   handle_.reset();
   session_.reset();

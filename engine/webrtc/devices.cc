@@ -112,7 +112,8 @@ void Devices::restartSound() {
   sound_.reset();
   startSound();
   for (const DeviceType type : {DeviceType::kAudioIn, DeviceType::kAudioOut}) {
-    types_[type].failedIds.clear();
+    // A type of which one device works goes on with it.
+    if (!used(type)) types_[type].failedIds.clear();
   }
   refresh();
   if (!sound_) restartSoundLater();

@@ -88,11 +88,12 @@ void WebrtcEngine::connect(const tsl::ConnectParams& params) {
     refuse(callId, {kEngineFailed, error.what()});
     return;
   }
-  setMuted(params.mediaStreamState.outgoingAudioMuted, params.mediaStreamState.outgoingVideoMuted);
-  call_->setRemoteAudioMuted(isRemoteAudioMuted_);
-  call_->setAudioDebug(isAudioDebugged_);
-  tellVideoMuted();
   try {
+    setMuted(params.mediaStreamState.outgoingAudioMuted,
+             params.mediaStreamState.outgoingVideoMuted);
+    call_->setRemoteAudioMuted(isRemoteAudioMuted_);
+    call_->setAudioDebug(isAudioDebugged_);
+    tellVideoMuted();
     call_->join();
   } catch (const std::exception& error) {
     call_->abort(error.what());

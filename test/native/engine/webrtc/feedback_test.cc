@@ -81,7 +81,7 @@ BufferPtr rembOf(std::uint8_t exponent, std::uint32_t mantissa, const char* name
                           static_cast<guint8>(name[2]),
                           static_cast<guint8>(name[3]),
                           1,
-                          static_cast<guint8>(exponent << 2 | mantissa >> 16),
+                          static_cast<guint8>(std::uint32_t{exponent} << 2 | mantissa >> 16),
                           static_cast<guint8>(mantissa >> 8),
                           static_cast<guint8>(mantissa)};
   return BufferPtr(gst_buffer_new_memdup(bytes, sizeof(bytes)));

@@ -64,7 +64,8 @@ class PeerConnection {
   void addReceiver(GstElement* bin, GstPad* pad);
 
   void start();
-  // After start(); an offer may be accepted again. The description that was made is set before it is told.
+  // After start(); an offer may be accepted again. The description that was made is set before it
+  // is told.
   void makeOffer(Described described);
   void acceptOffer(const std::string& sdp, Described described);
   void acceptAnswer(const std::string& sdp);

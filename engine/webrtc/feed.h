@@ -21,6 +21,10 @@ struct Feed {
   bool isAudioMuted = false;
   bool isVideoMuted = false;
   std::set<std::string> mids;  // of the streams that are sent
+  // Of the last stream of each kind; empty without one.
+  std::string audioMid;
+  std::string videoMid;
+  std::set<std::string> moderatedMids;  // of the streams that the room has muted
 
   // The identifier as a text.
   std::string key() const { return id.dump(); }

@@ -21,7 +21,9 @@ const LASTING_THREADS = /^(node|libuv-worker|V8|gmain|gdbus|pool-spawner|GstSyst
 // Newer lines of node give each of their threads a name of its own.
 const threadsOfNode = new Set(threadNames());
 const require = createRequire(import.meta.url);
-const { TesselWrapper } = require(path.join(build, 'webrtc', 'tesselWrapper.node'));
+const { TesselWrapper, TesselWrapperProxy } = require(
+  path.join(build, 'webrtc', 'tesselWrapper.node'),
+);
 const { allocatedBytes } = require(path.join(build, 'test/addons/allocated_memory.node'));
 
 const emitter = new EventEmitter();
@@ -33,6 +35,7 @@ for (const name of EVENT_NAMES) {
   });
 }
 let directory;
+let heard; // a promise of the payload for the listener
 let capability;
 let wrapper;
 
@@ -184,6 +187,31 @@ obey({
 
   // The next picture of a stream after `frameId`.
   picture: async (stream, frameId = 0) => describe(await nextFrame(stream, frameId)),
+
+  // The picture that was pulled last, again.
+  lastPicture: (stream) => describe(wrapper.getLastFrame(stream)),
+
+  // Adds a listener through the wrapper.
+  listen(name) {
+    heard = new Promise((resolve) => void wrapper.on(name, resolve));
+  },
+  // The payload of the first event that reached it.
+  listened: () => heard,
+
+  // The card in the first picture of a stream that a second process would see.
+  async sharedCard(stream) {
+    const proxy = new TesselWrapperProxy(wrapper.getSharedDataInfo());
+    for (;;) {
+      const frame = proxy.getFrame(stream, 0);
+      const card = frame.width > 0 ? readCard(frame) : undefined;
+      proxy.releaseFrame(stream);
+      if (card !== undefined) return card;
+      await delay(POLL_INTERVAL_MS);
+    }
+  },
+  // Whether a second process can see pictures of the stream.
+  isShared: (stream) =>
+    !new TesselWrapperProxy(wrapper.getSharedDataInfo()).getFrame(stream, 0).noUpdate,
 
   // Whether the stream has a picture.
   hasPicture: (stream) => !wrapper.getFrame(stream, 0).noUpdate,

@@ -13,8 +13,9 @@ namespace {
 
 constexpr const char* kFormat = "audio/x-raw,format=S16LE,rate=48000,channels=2,layout=interleaved";
 
-// How much later than expected a packet may come and still be heard. The picture is about as late.
-constexpr GstClockTime kJitter = 60 * GST_MSECOND;
+// How much later than expected audio may come and still be heard: the time for which the jitter
+// buffer waits for a packet, and some for its way from there. The picture is about as late.
+constexpr GstClockTime kJitter = 80 * GST_MSECOND;
 
 // A silent voice that is always there keeps the device running while nobody speaks.
 std::string mixing() {
@@ -27,7 +28,8 @@ std::string mixing() {
 }
 
 constexpr const char* kDecoding =
-    "rtpopusdepay ! opusdec plc=true ! level interval=200000000 ! audioconvert ! audioresample ! "
+    "rtpopusdepay ! opusdec plc=true ! level interval=200000000 ! audioconvert "
+    "! audioresample ! "
     "appsink name=sink sync=false max-buffers=50 drop=true enable-last-sample=false";
 
 }  // namespace
@@ -35,7 +37,7 @@ constexpr const char* kDecoding =
 // A mix is ready that much later than it is to be heard: the wait for late packets, and two pieces.
 const char* const kMixedSource =
     "appsrc name=source is-live=true format=time max-time=1000000000 leaky-type=downstream "
-    "min-latency=80000000 "
+    "min-latency=100000000 "
     "caps=audio/x-raw,format=S16LE,rate=48000,channels=2,layout=interleaved";
 
 Speaker::Speaker() : pipeline_(makePipeline()) {

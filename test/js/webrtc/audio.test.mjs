@@ -1,9 +1,11 @@
 // The audio between the members of a room, identified by the tones that they send, at the speakers
 // of a real sound server.
 
+import assert from 'node:assert/strict';
 import path from 'node:path';
 import { test } from 'node:test';
 
+import { MediaRelay } from '../../support/media_relay.mjs';
 import { SoundServer, shareOf } from '../../support/sound_server.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { writeToneClip } from '../../support/tone_clip.mjs';
@@ -71,3 +73,51 @@ for (const format of [
     }
   });
 }
+
+const CLOCK = 48_000;
+const PACKETS_PER_SECOND = 50;
+
+// A listener, all of whose media pass a relay, in a room with a tone.
+async function relayedListener(t) {
+  const server = await startServer(t, { rooms: { meeting: {} } });
+  const relay = await MediaRelay.start(t, server);
+  const sound = await SoundServer.start(t);
+  const member = await openMember(t, { environment: sound.environment });
+  await member.does('call', 'muteLocalVideo', true);
+  await member.does('join', relay.uri('meeting'));
+  const speaker = await openMember(t);
+  await speaker.does('join', server.uri('meeting', { microphone: 'tone:1000' }));
+  await sound.hears(t, (samples) => shareOf(1_000, samples) > 0.5);
+  return { relay, sound };
+}
+
+test('what follows a lost packet is not too late to be heard', async (t) => {
+  const { relay, sound } = await relayedListener(t);
+  let lost = 0;
+  // Every second packet, and its repetitions.
+  relay.loses = (direction, { timestamp }) => {
+    const number = Math.floor((timestamp * PACKETS_PER_SECOND) / CLOCK);
+    const isLost = direction === 'down' && number % 2 === 0;
+    if (isLost) lost += 1;
+    return isLost;
+  };
+  // What was received before is over then.
+  while (lost < 2 * PACKETS_PER_SECOND) await sound.hears(t, () => true);
+  await sound.hears(t, (samples) => shareOf(1_000, samples) > 0.5);
+});
+
+test('a microphone that hears nothing sends few packets', async (t) => {
+  const { relay, sound } = await relayedListener(t);
+  // Its silence is all that the listener sends.
+  const silence = async () => {
+    const packets = await relay.packets('up');
+    const ticks = packets.at(-1).timestamp - packets[0].timestamp;
+    return { count: packets.length, seconds: (ticks >>> 0) / CLOCK };
+  };
+  let sent;
+  do {
+    await sound.hears(t, () => true);
+    sent = await silence();
+  } while (sent.seconds < 4);
+  assert.ok(sent.count < (sent.seconds * PACKETS_PER_SECOND) / 4, JSON.stringify(sent));
+});

@@ -19,7 +19,7 @@ using DescriptionPtr =
 // Covers the pacing of a browser that spreads a key frame, and one repetition of a lost packet.
 constexpr guint kJitterBufferMs = 200;
 // The mixer waits a little longer: what follows a lost packet of audio must not be too late for it.
-constexpr guint kAudioJitterBufferMs = 60;
+constexpr guint kAudioJitterBufferMs = 40;
 // The first packet is given on at once; the usual wait for a second one delays the first picture.
 constexpr guint kFirstPackets = 1;
 // Otherwise a request for a packet or a key frame waits for the next report, which may be seconds.

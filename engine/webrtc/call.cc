@@ -221,8 +221,11 @@ void Call::publish() {
           .connected = [this] { joined(); },
           .refused =
               [this](int code, const std::string& reason) {
+                // The pin was right already.
                 const auto refusal = refusalOf({code, reason, {}, {}});
-                fail(refusal.code, refusal.reason);
+                const bool isFull = refusal.code == kRoomFull;
+                fail(isFull ? refusal.code : kNotAnSfu,
+                     isFull ? refusal.reason : "the server refused the join");
               },
           .failed = [this](const std::string& reason) { fail(kNoMediaPath, reason); },
           .heard =

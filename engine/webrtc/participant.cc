@@ -277,8 +277,11 @@ bool Participant::isMissing(MediaType type) {
 }
 
 Traffic Participant::closeWindow(support::Time length) {
-  return meter_.closeWindow(length, connection_ ? connection_->counts() : RtpCounts(), tracks_,
-                            videoReceiver_ ? videoReceiver_->decoded() : FrameCounts());
+  Traffic traffic =
+      meter_.closeWindow(length, connection_ ? connection_->counts() : RtpCounts(), tracks_,
+                         videoReceiver_ ? videoReceiver_->decoded() : FrameCounts());
+  traffic.audio.repaired = voice_->takeRepairedPackets();
+  return traffic;
 }
 
 void Participant::showVideo() {

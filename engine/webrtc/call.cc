@@ -23,6 +23,8 @@ constexpr support::Time kLongestSearch = 15s;
 // After the loss of the server no more attempts to come back begin.
 constexpr support::Time kLongestReturn = 10s;
 constexpr support::Time kRetryPeriod = 500ms;
+// A call that is lost sooner after it has come back is still the one that was lost before.
+constexpr support::Time kLasting = 5s;
 // The others may come back later than us.
 constexpr support::Time kPlacesKept = 60s;
 constexpr support::Time kArrivalPeriod = 250ms;
@@ -122,7 +124,7 @@ void Call::connect() {
   waitForAnswer();
   session_ = std::make_unique<JanusSession>(
       context_.loop, WebSocketTarget{requestUrl(target_), kProtocol, target_.authorityFile},
-      target_.token,
+      target_.token, lostSession_,
       JanusSession::Handlers{
           .opened = [this] { attach(); },
           .ended =
@@ -247,6 +249,7 @@ void Call::waitForMedia() {
 void Call::joined() {
   if (state_ != State::kPublishing) return;
   state_ = State::kJoined;
+  joinedAt_ = context_.loop.now();
   timer_.stop();
   context_.log->write("call " + std::to_string(id_) + " joined");
   if (!publisher_->video()) {
@@ -477,13 +480,16 @@ void Call::failed(int code, const std::string& reason) {
 
 void Call::comeBack(const std::string& reason) {
   const support::Time now = context_.loop.now();
-  const bool isFirst = !std::exchange(isReturning_, true);
+  const bool isLoss = !std::exchange(isReturning_, true);
+  const bool isFirst = isLoss && (!lostAt_ || now >= joinedAt_ + kLasting);
+  if (isLoss) {
+    placesTimer_.runAt(now + kPlacesKept, [this] { freePlaces(); });
+    for (const MediaType type : kMedia) setMissing(type, true);
+  }
   if (isFirst) {
     lostAt_ = now;
     lossReason_ = reason;
-    placesTimer_.runAt(now + kPlacesKept, [this] { freePlaces(); });
-    for (const MediaType type : kMedia) setMissing(type, true);
-  } else if (now >= lostAt_ + kLongestReturn) {
+  } else if (now >= *lostAt_ + kLongestReturn) {
     end(kUnreachable, lossReason_);
     return;
   }
@@ -528,6 +534,7 @@ void Call::releaseSession() {
   admission_.forgetWaiting();
   publisher_.reset();
   handle_.reset();
+  if (session_ && session_->id() != 0) lostSession_ = session_->id();
   session_.reset();
 }
 

@@ -138,11 +138,13 @@ class Call {
   bool isRemoteAudioMuted_ = false;
   Incoming incoming_;
   support::Layout layout_;
-  Json room_;   // what every request to the room is to say
-  Json ownId_;  // in the room; null before the first join
+  Json room_;                      // what every request to the room is to say
+  Json ownId_;                     // in the room; null before the first join
+  std::uint64_t lostSession_ = 0;  // the last that the server made and we released
   int releasedSessions_ = 0;
   bool isReturning_ = false;
-  support::Time lostAt_ = {};
+  std::optional<support::Time> lostAt_;  // the first of the losses since the call last held
+  support::Time joinedAt_ = {};          // the last time
   std::string lossReason_;
   Inbox inbox_;
   support::Timer timer_;

@@ -35,6 +35,7 @@ for (const name of EVENT_NAMES) {
 let directory;
 let capability;
 let wrapper;
+let another;
 
 // The place of the first event at `from` or later for which `matches` holds, waited for.
 async function eventFrom(from, matches) {
@@ -152,6 +153,29 @@ obey({
     abandoned.connectCall({ ...connectParams(uri), ...overrides });
     await delay(milliseconds);
     abandoned.destroy();
+    await untilThreadsAreGone();
+    return settledCounts(expected);
+  },
+
+  // Another engine, which begins to join.
+  startAnother(uri, overrides = {}) {
+    another = makeWrapper();
+    another.connectCall({ ...connectParams(uri), ...overrides });
+  },
+
+  // Answers with what the process holds when the other engine is destroyed, which is to be what is
+  // `expected`, and with how many milliseconds the destruction took.
+  async destroyAnother(expected) {
+    const startedAt = performance.now();
+    another.destroy();
+    const milliseconds = performance.now() - startedAt;
+    another = undefined;
+    await untilThreadsAreGone();
+    return { held: await settledCounts(expected), milliseconds };
+  },
+
+  // What the process holds, which is to be what is `expected`.
+  async held(expected) {
     await untilThreadsAreGone();
     return settledCounts(expected);
   },

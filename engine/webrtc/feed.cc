@@ -16,6 +16,23 @@ Json stateOf(const Json& stream) {
   return Json::parse(textAt(stream, "description"), nullptr, false);
 }
 
+constexpr std::size_t kMostLayers = 3;
+constexpr std::int64_t kGreatestHeight = 16384;
+constexpr std::int64_t kHighestRate = 1000;
+
+// Empty unless these are the heights of several layers.
+std::vector<std::uint32_t> heightsAt(const Json& state) {
+  std::vector<std::uint32_t> heights;
+  const auto& list = listAt(state, "layers");
+  if (list.size() > kMostLayers) return {};
+  for (const Json& height : list) {
+    const bool isHeight = height.is_number_unsigned() && height > 0 && height < kGreatestHeight;
+    if (!isHeight) return {};
+    heights.push_back(height.get<std::uint32_t>());
+  }
+  return heights;
+}
+
 }  // namespace
 
 std::optional<Feed> parseFeed(const Json& publisher) {
@@ -29,7 +46,14 @@ std::optional<Feed> parseFeed(const Json& publisher) {
     const bool isMuted = flagAt(state, "muted");
     const std::string type = textAt(stream, "type");
     if (type == "audio") feed.isAudioMuted = isMuted;
-    if (type == "video") feed.isVideoMuted = isMuted;
+    if (type == "video") {
+      feed.isVideoMuted = isMuted;
+      feed.layerHeights = heightsAt(state);
+      const std::int64_t rate = numberAt(state, "rate");
+      feed.framesPerSecond =
+          rate > 0 && rate <= kHighestRate ? static_cast<std::uint32_t>(rate) : 0;
+      feed.usesLowerLayers = flagAt(state, "usesLowerLayers");
+    }
     if (feed.guid.empty()) feed.guid = textAt(state, "guid");
   }
   return feed;
@@ -47,6 +71,10 @@ std::optional<std::uint32_t> videoSsrcOf(const std::string& offer) {
   const auto [stop, error] = std::from_chars(first, offer.data() + offer.size(), ssrc);
   if (error != std::errc()) return std::nullopt;
   return ssrc;
+}
+
+bool acceptsLayers(const std::string& answer) {
+  return answer.find("\na=simulcast:") != std::string::npos;
 }
 
 std::string videoEncodingOf(const std::string& answer) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "engine/webrtc/janus_message.h"
 
@@ -18,6 +19,11 @@ struct Feed {
   std::string guid;  // empty for who does not tell one
   bool isAudioMuted = false;
   bool isVideoMuted = false;
+  // Of the layers of the video, the highest first; empty without layers.
+  std::vector<std::uint32_t> layerHeights;
+  std::uint32_t framesPerSecond = 0;  // of the video with layers
+  // It receives, or wants to receive, lower layers of others.
+  bool usesLowerLayers = false;
 
   // The identifier as a text.
   std::string key() const { return id.dump(); }
@@ -28,6 +34,9 @@ std::optional<Feed> parseFeed(const Json& publisher);
 
 // The SSRC with which the server sends the video of this offer; nothing without video.
 std::optional<std::uint32_t> videoSsrcOf(const std::string& offer);
+
+// Whether this answer accepts a video in several layers.
+bool acceptsLayers(const std::string& answer);
 
 // The encoding of the video that this answer accepts, as "VP8"; empty when it accepts none.
 std::string videoEncodingOf(const std::string& answer);

@@ -63,7 +63,7 @@ class LocalVideo {
   std::unique_ptr<Camera> openCamera();
   std::uint64_t lastId() EXCLUDES(mutex_);
   // On the camera's thread.
-  void show(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);
+  void show(const std::shared_ptr<support::Frame>& frame, support::FrameRate rate) EXCLUDES(mutex_);
 
   support::EngineContext& context_;
   Devices& devices_;

@@ -1,5 +1,7 @@
 #include "engine/webrtc/peer_connection.h"
 
+#include <gst/rtp/gstrtcpbuffer.h>
+
 #include <algorithm>
 #include <latch>
 #include <string_view>
@@ -172,6 +174,21 @@ void PeerConnection::watchSessions() {
           std::function([bin = rtpbin.get()](GstElement* jitterBuffer, guint session, guint) {
             g_object_set(jitterBuffer, "faststart-min-packets", kFirstPackets, nullptr);
             hastenFeedback(bin, session);
+          }));
+  if (handlers_.keyFrameRequested) watchKeyFrameRequests(rtpbin.get());
+}
+
+// webrtcbin passes on what is asked for of one SSRC at most.
+void PeerConnection::watchKeyFrameRequests(GstElement* rtpbin) {
+  connect(rtpbin, "element-added", std::function([this](GstElement* element) {
+            if (std::string_view(G_OBJECT_TYPE_NAME(element)) != "GstRtpSession") return;
+            const ObjectPtr<GObject> session(property<GObject*>(element, "internal-session"));
+            connect(session.get(), "on-feedback-rtcp",
+                    std::function([this](guint type, guint kind, guint, guint ssrc, GstBuffer*) {
+                      if (type != GST_RTCP_TYPE_PSFB) return;
+                      if (kind == GST_RTCP_PSFB_TYPE_PLI) handlers_.keyFrameRequested(ssrc);
+                      if (kind == GST_RTCP_PSFB_TYPE_FIR) handlers_.keyFrameRequested(0);
+                    }));
           }));
 }
 

@@ -6,6 +6,7 @@
 #include <gst/gst.h>
 #include <gst/webrtc/webrtc.h>
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -37,6 +38,9 @@ class PeerConnection {
     // Media come out of `pad`. Runs on one of the pipeline's threads; nothing flows until it
     // returns. May be empty.
     std::function<void(GstPad* pad)> receiving;
+    // The server asks for a key frame of what is sent with this SSRC, or of everything for 0. Runs
+    // on one of the pipeline's threads. May be empty.
+    std::function<void(std::uint32_t ssrc)> keyFrameRequested;
     // A message of one of the pipeline's elements; on the thread of that element. May be empty.
     std::function<void(GstMessage* message)> told;
   };
@@ -69,6 +73,7 @@ class PeerConnection {
   void adopt(const char* kind, const GstStructure* reply, const Described& described);
   void setRemote(GstWebRTCSDPType type, const std::string& sdp, std::function<void()> done);
   void watchSessions();
+  void watchKeyFrameRequests(GstElement* rtpbin);
   void watchState();
   void watchBus();
   void fail(const std::string& reason);

@@ -8,8 +8,7 @@
 namespace webrtc {
 namespace {
 
-// webrtcbin names its media lines after their kind and place.
-constexpr const char* kVideoMid = "video0";
+// As kVideoMid.
 constexpr const char* kAudioMid = "audio1";
 
 }  // namespace
@@ -34,8 +33,15 @@ Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOpti
                        },
                    .failed = [this](const std::string& reason) { handlers_.failed(reason); },
                    .receiving = nullptr,
+                   .keyFrameRequested =
+                       [this, post = inbox_.poster()](std::uint32_t ssrc) {
+                         post([this, ssrc] {
+                           if (video_) video_->requestKeyFrame(ssrc);
+                         });
+                       },
                    .told = [this](GstMessage* message) { read(message); }}),
-      videoPlace_(connection_.addPlace(VideoSender::formats(settings.videoSsrc))),
+      videoPlace_(
+          connection_.addPlace(VideoSender::formats(settings.videoSsrc, settings.isLayered))),
       audio_(connection_, settings.state.isAudioMuted) {}
 
 void Publisher::start() {
@@ -44,8 +50,8 @@ void Publisher::start() {
 }
 
 void Publisher::publish(const std::string& offer) {
-  toldState_ = state_;
-  handle_.ask({{"request", "publish"}, {"descriptions", descriptions()}}, Jsep{"offer", offer},
+  told_ = descriptions();
+  handle_.ask({{"request", "publish"}, {"descriptions", told_}}, Jsep{"offer", offer},
               [this](const JanusAnswer& answer) {
                 if (answer.isError()) {
                   handlers_.refused(answer.errorCode, answer.errorReason);
@@ -54,16 +60,38 @@ void Publisher::publish(const std::string& offer) {
                 } else {
                   isAccepted_ = true;
                   connection_.acceptAnswer(answer.jsep->sdp);
-                  addVideo(videoEncodingOf(answer.jsep->sdp));
+                  addVideo(answer.jsep->sdp);
                   tellState();
                 }
               });
 }
 
-void Publisher::addVideo(const std::string& encoding) {
+void Publisher::addVideo(const std::string& answer) {
+  const std::string encoding = videoEncodingOf(answer);
   if (!VideoSender::canEncode(encoding)) return;
-  video_ = std::make_shared<VideoSender>(connection_, videoPlace_.get(), encoding,
-                                         settings_.videoSsrc, settings_.mostBitsPerSecond);
+  const bool isLayered =
+      settings_.isLayered && VideoSender::canLayer(encoding) && acceptsLayers(answer);
+  video_ = std::make_shared<VideoSender>(
+      connection_, videoPlace_.get(), encoding, settings_.isLayered,
+      VideoSender::Settings{
+          .ssrc = settings_.videoSsrc,
+          .isLayered = isLayered,
+          .mostBitsPerSecond = settings_.mostBitsPerSecond,
+          .pool = settings_.pool,
+          .formatChanged = [this, post = inbox_.poster()](const VideoSender::Format& format) {
+            post([this, format] { setFormat(format); });
+          }});
+  video_->setLowerLayers(areLowerLayersUsed_);
+}
+
+void Publisher::setFormat(const VideoSender::Format& format) {
+  format_ = format;
+  tellState();
+}
+
+void Publisher::setLowerLayers(bool areUsed) {
+  areLowerLayersUsed_ = areUsed;
+  if (video_) video_->setLowerLayers(areUsed);
 }
 
 void Publisher::setState(const OwnState& state) {
@@ -74,9 +102,11 @@ void Publisher::setState(const OwnState& state) {
 
 void Publisher::tellState() {
   // What changes while the offer is on its way is told once it was accepted.
-  if (!isAccepted_ || state_ == toldState_) return;
-  toldState_ = state_;
-  handle_.ask({{"request", "configure"}, {"descriptions", descriptions()}}, std::nullopt, nullptr);
+  Json descriptions = this->descriptions();
+  if (!isAccepted_ || descriptions == told_) return;
+  told_ = descriptions;
+  handle_.ask({{"request", "configure"}, {"descriptions", std::move(descriptions)}}, std::nullopt,
+              nullptr);
 }
 
 void Publisher::read(GstMessage* message) const {
@@ -85,13 +115,19 @@ void Publisher::read(GstMessage* message) const {
 }
 
 Json Publisher::descriptions() const {
-  const auto description = [this](const char* mid, bool isMuted) {
-    const Json state = {{"guid", state_.guid}, {"muted", isMuted}};
+  const auto description = [](const char* mid, const Json& state) {
     return Json{{"mid", mid},
                 {"description", state.dump(-1, ' ', false, Json::error_handler_t::replace)}};
   };
-  return Json::array(
-      {description(kVideoMid, state_.isVideoMuted), description(kAudioMid, state_.isAudioMuted)});
+  const Json audio = {{"guid", state_.guid}, {"muted", state_.isAudioMuted}};
+  Json video = {{"guid", state_.guid},
+                {"muted", state_.isVideoMuted},
+                {"usesLowerLayers", state_.usesLowerLayers}};
+  if (format_.sizes.size() > 1) {
+    video["rate"] = format_.framesPerSecond;
+    for (const auto& size : format_.sizes) video["layers"].push_back(size.height);
+  }
+  return Json::array({description(kVideoMid, video), description(kAudioMid, audio)});
 }
 
 }  // namespace webrtc

@@ -20,6 +20,7 @@ struct OwnState {
   std::string guid;
   bool isAudioMuted = false;
   bool isVideoMuted = false;
+  bool usesLowerLayers = false;  // of others
 
   bool operator==(const OwnState&) const = default;
 };
@@ -30,7 +31,9 @@ class Publisher {
  public:
   struct Settings {
     std::uint32_t videoSsrc = 0;
+    bool isLayered = false;  // the video, if the room takes it so
     std::uint32_t mostBitsPerSecond = 0;
+    std::shared_ptr<support::FramePool> pool;
     OwnState state;
   };
 
@@ -55,6 +58,8 @@ class Publisher {
   void addCandidate(const Json& candidate) { connection_.addCandidate(candidate); }
   // Tells the others.
   void setState(const OwnState& state);
+  // Whether anybody uses the lower layers of our video.
+  void setLowerLayers(bool areUsed);
 
   // The server has accepted what we send; only a way for it may be missing.
   bool isAccepted() const { return isAccepted_; }
@@ -65,8 +70,9 @@ class Publisher {
 
  private:
   void publish(const std::string& offer);
-  // In the encoding that the room has chosen, if it is one of ours.
-  void addVideo(const std::string& encoding);
+  // As the room's answer takes it, if it takes an encoding of ours.
+  void addVideo(const std::string& answer);
+  void setFormat(const VideoSender::Format& format);
   void tellState();
   Json descriptions() const;
   // On a thread of the connection's.
@@ -76,12 +82,14 @@ class Publisher {
   const Settings settings_;
   const Handlers handlers_;
   OwnState state_;
-  OwnState toldState_;
+  VideoSender::Format format_;
+  Json told_;
   bool isAccepted_ = false;
   Inbox inbox_;
   PeerConnection connection_;
   const ObjectPtr<GstPad> videoPlace_;
   std::shared_ptr<VideoSender> video_;
+  bool areLowerLayersUsed_ = false;
   AudioSender audio_;
 };
 

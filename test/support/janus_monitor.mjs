@@ -38,12 +38,39 @@ class JanusMonitor {
     return found;
   }
 
-  async #count(kind, display, medium, direction) {
+  async #handle(kind, display) {
     const handles = await this.#handles(kind, display);
     if (handles.length !== 1) throw new Error(`${handles.length} handles of ${display}`);
-    const [{ webrtc, current_time: microseconds }] = handles;
+    return handles[0];
+  }
+
+  async #count(kind, display, medium, direction) {
+    const { webrtc, current_time: microseconds } = await this.#handle(kind, display);
     const { stats } = Object.values(webrtc.media).find(({ type }) => type === medium);
-    return { bytes: stats[direction].bytes, seconds: microseconds / 1e6 };
+    // The layers of a video are counted one by one.
+    const { bytes, ...others } = stats[direction];
+    const layers = Object.values(others).map((layer) => layer.bytes ?? 0);
+    return {
+      bytes: [bytes, ...layers].reduce((sum, each) => sum + each),
+      seconds: microseconds / 1e6,
+    };
+  }
+
+  // The bytes that the server has received of each layer of the participant's video, the lowest
+  // first.
+  async receivedLayers(display) {
+    const { webrtc } = await this.#handle('publisher', display);
+    const { stats } = Object.values(webrtc.media).find(({ type }) => type === 'video');
+    const layers = [stats.in, stats.in['video-simulcast-1'], stats.in['video-simulcast-2']];
+    return layers.map((layer) => layer?.bytes ?? 0);
+  }
+
+  // The layer of the participant's video, and that in time, which the only subscriber is sent, from
+  // 0 for the lowest.
+  async passedOnLayers(display) {
+    const { plugin_specific } = await this.#handle('subscriber', display);
+    const { simulcast } = plugin_specific.streams.find(({ type }) => type === 'video');
+    return [simulcast.substream, simulcast['temporal-layer']];
   }
 
   // The bytes of "audio" or "video" that the server has received from the participant, and the time.

@@ -10,7 +10,8 @@ import { LOCAL, remote } from '../../support/streams.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const CAPTURE = { width: 640, height: 360 };
-const MOST_MILLISECONDS = 500;
+// Without key frames at regular intervals: a picture restarts at one that was asked for.
+const ROOM = { fir_freq: 0 };
 
 const sizeOf = ({ width, height }) => [width, height];
 
@@ -34,7 +35,7 @@ async function join(t, server, name, detail) {
 }
 
 test('a stream without a tile is not sent, and returns with whole pictures', async (t) => {
-  const { server, monitor } = await startMonitoredServer(t, { rooms: { meeting: {} } });
+  const { server, monitor } = await startMonitoredServer(t, { rooms: { meeting: ROOM } });
   await join(t, server, 'Ada', 1);
   const zoe = await join(t, server, 'Zoë', 2);
   const { csrc } = await zoe.does('picture', remote(0));
@@ -46,12 +47,11 @@ test('a stream without a tile is not sent, and returns with whole pictures', asy
     await zoe.does('seen', 'streamUpdated', { ...remote(0), csrc });
     await monitor.standsStill('Ada', 'video', zoe);
 
-    const { card, milliseconds } = await zoe.does(
+    const { card } = await zoe.does(
       'pictureAfter',
       ...['updateVideoStreamsState', wishes([{ csrc }]), remote(0), CAPTURE],
     );
     assert.equal(card?.detail, 1);
-    assert.ok(milliseconds < MOST_MILLISECONDS, `${milliseconds} ms`);
     const pictures = await zoe.does('pictures', remote(0), 10);
     assert.deepEqual(
       pictures.map((picture) => picture.card?.detail),
@@ -61,7 +61,7 @@ test('a stream without a tile is not sent, and returns with whole pictures', asy
 });
 
 test('the streams with the highest priorities get the tiles, also among newcomers', async (t) => {
-  const server = await startServer(t, { rooms: { meeting: {} } });
+  const server = await startServer(t, { rooms: { meeting: ROOM } });
   const zoe = await join(t, server, 'Zoë', 9);
   const sources = [];
   for (const index of [0, 1]) {
@@ -97,14 +97,13 @@ test('the streams with the highest priorities get the tiles, also among newcomer
 
 for (const videocodec of ['vp8', 'h264']) {
   test(`quality and frame rate are what the tile asks for in a room of ${videocodec}`, async (t) => {
-    const server = await startServer(t, { rooms: { meeting: { videocodec } } });
+    const server = await startServer(t, { rooms: { meeting: { ...ROOM, videocodec } } });
     await join(t, server, 'Ada', 1);
     const zoe = await join(t, server, 'Zoë', 2);
     const { csrc } = await zoe.does('picture', remote(0));
     const shows = async (method, argument, size) => {
       const picture = await zoe.does('pictureAfter', method, argument, remote(0), size);
       assert.equal(picture.card?.detail, 1);
-      assert.ok(picture.milliseconds < MOST_MILLISECONDS, `${picture.milliseconds} ms`);
     };
     const limit = (constraints) => wishes([{ csrc }], [[constraints]]);
 
@@ -143,7 +142,7 @@ for (const videocodec of ['vp8', 'h264']) {
 }
 
 test('the server passes on the lowest layer that is enough, which is sent only while it is used', async (t) => {
-  const { server, monitor } = await startMonitoredServer(t, { rooms: { meeting: {} } });
+  const { server, monitor } = await startMonitoredServer(t, { rooms: { meeting: ROOM } });
   await join(t, server, 'Ada', 1);
   const zoe = await join(t, server, 'Zoë', 2);
   const { csrc } = await zoe.does('picture', remote(0));

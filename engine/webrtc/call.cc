@@ -177,7 +177,9 @@ void Call::publish() {
   publisher_ = std::make_unique<Publisher>(
       context_.loop, *handle_, turnServers_->ice(),
       Publisher::Settings{.videoSsrc = localVideo_.csrc(),
+                          .isLayered = target_.camera.kind != CameraSource::Kind::kClip,
                           .mostBitsPerSecond = bitsPerSecond(params_.maxBandwidth),
+                          .pool = pool_,
                           .state = ownState_},
       Publisher::Handlers{
           .connected = [this] { joined(); },
@@ -267,6 +269,7 @@ void Call::addFeeds(const Json& data) {
       context_.log->write("a participant more than can be received");
     }
   }
+  updateLowerLayers();
   peopleChanged_();
 }
 
@@ -286,6 +289,18 @@ void Call::updateReceptions() {
     const auto found = receptions.find(participant->csrc());
     if (found != receptions.end()) participant->receive(found->second);
   }
+  updateLowerLayers();
+}
+
+void Call::updateLowerLayers() {
+  const auto isAny = [this](bool (Participant::*is)() const) {
+    return std::any_of(participants_.begin(), participants_.end(),
+                       [is](const auto& each) { return ((*each.second).*is)(); });
+  };
+  ownState_.usesLowerLayers = isAny(&Participant::isReceivedLower);
+  if (!publisher_) return;
+  publisher_->setLowerLayers(isAny(&Participant::usesLowerLayers));
+  publisher_->setState(ownState_);
 }
 
 std::optional<int> Call::freeIndex() const {

@@ -83,6 +83,8 @@ class Call {
   void removeFeed(const Json& id);
   // Brings what is received in line with the layout.
   void updateReceptions();
+  // Makes everybody encode the lower layers only while somebody uses them.
+  void updateLowerLayers();
   std::optional<int> freeIndex() const;
   void timeOut();
 

@@ -36,6 +36,23 @@ std::optional<std::uint32_t> ssrcOf(const std::string& offer, std::string_view m
   return numberIn(offer, found + kSsrc.size());
 }
 
+constexpr std::size_t kMostLayers = 3;
+constexpr std::int64_t kGreatestHeight = 16384;
+constexpr std::int64_t kHighestRate = 1000;
+
+// Empty unless these are the heights of several layers.
+std::vector<std::uint32_t> heightsAt(const Json& state) {
+  std::vector<std::uint32_t> heights;
+  const auto& list = listAt(state, "layers");
+  if (list.size() > kMostLayers) return {};
+  for (const Json& height : list) {
+    const bool isHeight = height.is_number_unsigned() && height > 0 && height < kGreatestHeight;
+    if (!isHeight) return {};
+    heights.push_back(height.get<std::uint32_t>());
+  }
+  return heights;
+}
+
 }  // namespace
 
 std::optional<Feed> parseFeed(const Json& publisher) {
@@ -49,7 +66,14 @@ std::optional<Feed> parseFeed(const Json& publisher) {
     const bool isMuted = flagAt(state, "muted");
     const std::string type = textAt(stream, "type");
     if (type == "audio") feed.isAudioMuted = isMuted;
-    if (type == "video") feed.isVideoMuted = isMuted;
+    if (type == "video") {
+      feed.isVideoMuted = isMuted;
+      feed.layerHeights = heightsAt(state);
+      const std::int64_t rate = numberAt(state, "rate");
+      feed.framesPerSecond =
+          rate > 0 && rate <= kHighestRate ? static_cast<std::uint32_t>(rate) : 0;
+      feed.usesLowerLayers = flagAt(state, "usesLowerLayers");
+    }
     if (feed.guid.empty()) feed.guid = textAt(state, "guid");
   }
   return feed;

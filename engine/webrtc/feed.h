@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "engine/webrtc/janus_message.h"
 
@@ -19,6 +20,11 @@ struct Feed {
   std::string guid;  // empty for who does not tell one
   bool isAudioMuted = false;
   bool isVideoMuted = false;
+  // Of the layers of the video, the highest first; empty without layers.
+  std::vector<std::uint32_t> layerHeights;
+  std::uint32_t framesPerSecond = 0;  // of the video with layers
+  // It receives, or wants to receive, lower layers of others.
+  bool usesLowerLayers = false;
 
   // The identifier as a text.
   std::string key() const { return id.dump(); }

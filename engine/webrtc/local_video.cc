@@ -136,7 +136,9 @@ void LocalVideo::watch() {
 }
 
 std::unique_ptr<Camera> LocalVideo::openCamera() {
-  const auto viewer = [this](const std::shared_ptr<support::Frame>& frame) { show(frame); };
+  const auto viewer = [this, rate = rate_](const std::shared_ptr<support::Frame>& frame) {
+    show(frame, rate);
+  };
   std::unique_ptr<support::PictureSource> source;
   support::FrameRate rate = rate_;
   switch (source_.kind) {
@@ -168,7 +170,7 @@ std::uint64_t LocalVideo::lastId() {
   return lastId_;
 }
 
-void LocalVideo::show(const std::shared_ptr<support::Frame>& frame) {
+void LocalVideo::show(const std::shared_ptr<support::Frame>& frame, support::FrameRate rate) {
   std::shared_ptr<VideoSender> sender;
   {
     base::MutexLock lock(mutex_);
@@ -178,7 +180,7 @@ void LocalVideo::show(const std::shared_ptr<support::Frame>& frame) {
   }
   frame->csrc = csrc();
   stream_->publish(frame);
-  if (sender) sender->send(frame);
+  if (sender) sender->send(frame, rate);
 }
 
 }  // namespace webrtc

@@ -1,10 +1,23 @@
 #include "engine/webrtc/participant.h"
 
+#include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "engine/support/streams/stream_keys.h"
 
 namespace webrtc {
+namespace {
+
+std::uint32_t mostHeight(const support::Reception& reception) {
+  std::uint32_t most = std::numeric_limits<std::uint32_t>::max();
+  for (const std::uint32_t limit : {reception.height, reception.ceiling}) {
+    if (limit != 0) most = std::min(most, limit);
+  }
+  return most;
+}
+
+}  // namespace
 
 Incoming incomingOf(const tsl::MediaStreamState& state) {
   return {.audio = state.incomingAudioEnabled, .video = state.incomingVideoEnabled};
@@ -49,6 +62,7 @@ Participant::Participant(support::EngineContext& context, std::shared_ptr<suppor
                                                          " cannot be received: " + reason);
                                    },
                                .receiving = [this](GstPad* pad) { receive(pad); },
+                               .keyFrameRequested = nullptr,
                                .told =
                                    [this, post = inbox_.poster()](GstMessage* message) {
                                      const auto level = levelOf(message);
@@ -97,13 +111,38 @@ void Participant::accept(const std::string& offer, const Json& data) {
   connection_->acceptOffer(offer, [this](const std::string& sdp) { answer(sdp); });
 }
 
+// The lowest layers that are enough: what they have too much is reduced when it has arrived.
+Participant::Wanted Participant::wanted() const {
+  Wanted wanted = {.audio = incoming_.audio, .video = incoming_.video && reception_.isWanted};
+  const auto& heights = feed_.layerHeights;
+  if (heights.size() < 2 || !wanted.video) return wanted;
+  const std::uint32_t most = mostHeight(reception_);
+  const auto lowest = std::find_if(heights.rbegin(), heights.rend(),
+                                   [most](std::uint32_t height) { return height >= most; });
+  if (lowest != heights.rend()) {
+    wanted.layer = kHighestLayer - static_cast<int>(std::distance(lowest, heights.rend()) - 1);
+  }
+  double rate = feed_.framesPerSecond;
+  while (wanted.temporalLayer > 0 && rate / 2 >= mostPerSecond(reception_)) {
+    rate /= 2;
+    --wanted.temporalLayer;
+  }
+  return wanted;
+}
+
 void Participant::askForWanted() {
   if (kinds_.empty() || wanted() == asked_) return;
   asked_ = wanted();
   Json streams = Json::array();
   for (const auto& [mid, kind] : kinds_) {
-    const bool isWanted = kind == "audio" ? asked_.audio : asked_.video;
-    streams.push_back({{"mid", mid}, {"send", isWanted}});
+    if (kind == "audio") {
+      streams.push_back({{"mid", mid}, {"send", asked_.audio}});
+    } else {
+      streams.push_back({{"mid", mid},
+                         {"send", asked_.video},
+                         {"substream", asked_.layer},
+                         {"temporal", asked_.temporalLayer}});
+    }
   }
   handle_.ask({{"request", "configure"}, {"streams", std::move(streams)}}, std::nullopt, nullptr);
 }
@@ -148,6 +187,7 @@ void Participant::notifyAdded() {
 void Participant::update(const Feed& feed) {
   const bool wasVideoShown = isVideoShown();
   feed_ = feed;
+  askForWanted();
   if (isVideoShown() != wasVideoShown) showVideo();
 }
 

@@ -62,6 +62,10 @@ class Participant {
   void update(const Feed& feed);
   // The server does not send disabled media.
   void setIncoming(Incoming incoming);
+  // Whether a lower layer of the participant's video is to be received.
+  bool isReceivedLower() const { return wanted().layer < kHighestLayer; }
+  // Whether the participant receives lower layers of others.
+  bool usesLowerLayers() const { return feed_.usesLowerLayers; }
   // How the layout wants the video.
   void receive(const support::Reception& reception);
   // What was received in a window of this length, which ends now.
@@ -70,9 +74,19 @@ class Participant {
  private:
   void subscribe(const Json& room);
   void accept(const std::string& offer, const Json& data);
-  Incoming wanted() const {
-    return {.audio = incoming_.audio, .video = incoming_.video && reception_.isWanted};
-  }
+  static constexpr int kHighestLayer = 2;
+
+  // What the server is to send. It numbers the layers of a video, and those in time, from the
+  // lowest.
+  struct Wanted {
+    bool audio = true;
+    bool video = true;
+    int layer = kHighestLayer;
+    int temporalLayer = kHighestLayer;
+
+    bool operator==(const Wanted&) const = default;
+  };
+  Wanted wanted() const;
   // Asks the server for what is wanted, unless it sends that.
   void askForWanted();
   bool isVideoShown() const { return wanted().video && !feed_.isVideoMuted; }
@@ -89,7 +103,7 @@ class Participant {
   Feed feed_;
   Incoming incoming_;
   support::Reception reception_;
-  Incoming asked_;  // what the server was asked for last; all without a request
+  Wanted asked_;  // what the server was asked for last; all without a request
   const std::function<void()> changed_;
   std::map<std::string, std::string> kinds_;  // "audio" or "video", by the media line's mid
   Tracks tracks_;                             // as the server has offered them

@@ -12,6 +12,12 @@ namespace {
 constexpr const char* kVideoMid = "video0";
 constexpr const char* kAudioMid = "audio1";
 
+std::vector<LayerSsrcs> chooseLowerLayers(bool isLayered) {
+  std::vector<LayerSsrcs> lower(isLayered ? kMostLayers - 1 : 0);
+  for (LayerSsrcs& layer : lower) layer = {g_random_int() | 1U, g_random_int() | 1U};
+  return lower;
+}
+
 }  // namespace
 
 Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOptions& ice,
@@ -19,6 +25,7 @@ Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOpti
     : handle_(handle),
       settings_(settings),
       handlers_(std::move(handlers)),
+      lowerLayers_(chooseLowerLayers(settings.isLayered)),
       state_(settings.state),
       inbox_(loop),
       connection_(loop, ice,
@@ -29,12 +36,18 @@ Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOpti
                    .allCandidatesFound = [this] { handle_.trickleEnd(); },
                    .connected =
                        [this] {
-                         connection_.watchGrantedRate();
+                         connection_.watchFeedback();
                          if (video_) video_->start();
                          handlers_.connected();
                        },
                    .failed = [this](const std::string& reason) { handlers_.failed(reason); },
                    .receiving = nullptr,
+                   .keyFrameRequested =
+                       [this, post = inbox_.poster()](std::uint32_t ssrc) {
+                         post([this, ssrc] {
+                           if (video_) video_->requestKeyFrame(ssrc);
+                         });
+                       },
                    .told = [this](GstMessage* message) { read(message); }}),
       videoPlace_(connection_.addPlace(VideoSender::formats(settings.videoSsrc))),
       audio_(connection_, settings.state.isAudioMuted) {}
@@ -44,10 +57,15 @@ void Publisher::start() {
   connection_.makeOffer([this](const std::string& offer) { publish(offer); });
 }
 
-void Publisher::publish(const std::string& offer) {
+void Publisher::publish(const std::string& madeOffer) {
+  std::string offer = madeOffer;
+  if (settings_.isLayered) {
+    offer = withLowerLayers(offer, lowerLayers_);
+    connection_.sendRepetitionsAs(repetitionSsrcs(offer));
+  }
   repeatedVideoSsrc_ = repetitionSsrcOf(offer, settings_.videoSsrc).value_or(0);
-  toldState_ = state_;
-  handle_.ask({{"request", "publish"}, {"descriptions", descriptions()}}, Jsep{"offer", offer},
+  told_ = descriptions();
+  handle_.ask({{"request", "publish"}, {"descriptions", told_}}, Jsep{"offer", offer},
               [this](const JanusAnswer& answer) {
                 if (answer.isError()) {
                   handlers_.refused(answer.errorCode, answer.errorReason);
@@ -64,8 +82,30 @@ void Publisher::publish(const std::string& offer) {
 
 void Publisher::addVideo(const std::string& encoding) {
   if (!VideoSender::canEncode(encoding)) return;
-  video_ = std::make_shared<VideoSender>(connection_, videoPlace_.get(), encoding,
-                                         settings_.videoSsrc, settings_.mostBitsPerSecond);
+  std::vector<std::uint32_t> ssrcs = {settings_.videoSsrc};
+  if (VideoSender::canLayer(encoding)) {
+    for (const LayerSsrcs& layer : lowerLayers_) ssrcs.push_back(layer.video);
+  }
+  video_ = std::make_shared<VideoSender>(
+      connection_, videoPlace_.get(), encoding,
+      VideoSender::Settings{
+          .ssrcs = std::move(ssrcs),
+          .mostBitsPerSecond = settings_.mostBitsPerSecond,
+          .pool = settings_.pool,
+          .formatChanged = [this, post = inbox_.poster()](const VideoSender::Format& format) {
+            post([this, format] { setFormat(format); });
+          }});
+  video_->setLowerLayers(areLowerLayersUsed_);
+}
+
+void Publisher::setFormat(const VideoSender::Format& format) {
+  format_ = format;
+  tellState();
+}
+
+void Publisher::setLowerLayers(bool areUsed) {
+  areLowerLayersUsed_ = areUsed;
+  if (video_) video_->setLowerLayers(areUsed);
 }
 
 void Publisher::setState(const OwnState& state) {
@@ -76,9 +116,11 @@ void Publisher::setState(const OwnState& state) {
 
 void Publisher::tellState() {
   // What changes while the offer is on its way is told once it was accepted.
-  if (!isAccepted_ || state_ == toldState_) return;
-  toldState_ = state_;
-  handle_.ask({{"request", "configure"}, {"descriptions", descriptions()}}, std::nullopt, nullptr);
+  Json descriptions = this->descriptions();
+  if (!isAccepted_ || descriptions == told_) return;
+  told_ = descriptions;
+  handle_.ask({{"request", "configure"}, {"descriptions", std::move(descriptions)}}, std::nullopt,
+              nullptr);
 }
 
 Traffic Publisher::closeWindow(support::Time length) {
@@ -94,13 +136,19 @@ void Publisher::read(GstMessage* message) const {
 }
 
 Json Publisher::descriptions() const {
-  const auto description = [this](const char* mid, bool isMuted) {
-    const Json state = {{"guid", state_.guid}, {"muted", isMuted}};
+  const auto description = [](const char* mid, const Json& state) {
     return Json{{"mid", mid},
                 {"description", state.dump(-1, ' ', false, Json::error_handler_t::replace)}};
   };
-  return Json::array(
-      {description(kVideoMid, state_.isVideoMuted), description(kAudioMid, state_.isAudioMuted)});
+  const Json audio = {{"guid", state_.guid}, {"muted", state_.isAudioMuted}};
+  Json video = {{"guid", state_.guid},
+                {"muted", state_.isVideoMuted},
+                {"usesLowerLayers", state_.usesLowerLayers}};
+  if (format_.sizes.size() > 1) {
+    video["rate"] = format_.framesPerSecond;
+    for (const auto& size : format_.sizes) video["layers"].push_back(size.height);
+  }
+  return Json::array({description(kVideoMid, video), description(kAudioMid, audio)});
 }
 
 }  // namespace webrtc

@@ -7,11 +7,13 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "engine/webrtc/audio_sender.h"
 #include "engine/webrtc/call_statistics.h"
 #include "engine/webrtc/janus_session.h"
 #include "engine/webrtc/peer_connection.h"
+#include "engine/webrtc/video_layers.h"
 #include "engine/webrtc/video_sender.h"
 
 namespace webrtc {
@@ -21,6 +23,7 @@ struct OwnState {
   std::string guid;
   bool isAudioMuted = false;
   bool isVideoMuted = false;
+  bool usesLowerLayers = false;  // of others
 
   bool operator==(const OwnState&) const = default;
 };
@@ -31,7 +34,9 @@ class Publisher {
  public:
   struct Settings {
     std::uint32_t videoSsrc = 0;
+    bool isLayered = false;  // the video, if the room takes it so
     std::uint32_t mostBitsPerSecond = 0;
+    std::shared_ptr<support::FramePool> pool;
     OwnState state;
   };
 
@@ -56,6 +61,8 @@ class Publisher {
   void addCandidate(const Json& candidate) { connection_.addCandidate(candidate); }
   // Tells the others.
   void setState(const OwnState& state);
+  // Whether anybody uses the lower layers of our video.
+  void setLowerLayers(bool areUsed);
 
   // The server has accepted what we send; only a way for it may be missing.
   bool isAccepted() const { return isAccepted_; }
@@ -71,8 +78,9 @@ class Publisher {
 
  private:
   void publish(const std::string& offer);
-  // In the encoding that the room has chosen, if it is one of ours.
+  // In the encoding that the room takes, if it is one of ours.
   void addVideo(const std::string& encoding);
+  void setFormat(const VideoSender::Format& format);
   void tellState();
   Json descriptions() const;
   // On a thread of the connection's.
@@ -81,13 +89,16 @@ class Publisher {
   JanusHandle& handle_;
   const Settings settings_;
   const Handlers handlers_;
+  const std::vector<LayerSsrcs> lowerLayers_;
   OwnState state_;
-  OwnState toldState_;
+  VideoSender::Format format_;
+  Json told_;
   bool isAccepted_ = false;
   Inbox inbox_;
   PeerConnection connection_;
   const ObjectPtr<GstPad> videoPlace_;
   std::shared_ptr<VideoSender> video_;
+  bool areLowerLayersUsed_ = false;
   AudioSender audio_;
   std::uint32_t repeatedVideoSsrc_ = 0;
   ConnectionMeter meter_;

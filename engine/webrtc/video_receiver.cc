@@ -1,5 +1,7 @@
 #include "engine/webrtc/video_receiver.h"
 
+#include <chrono>
+#include <limits>
 #include <map>
 
 #include "engine/webrtc/glib.h"
@@ -24,15 +26,13 @@ constexpr const char* kSink =
     " ! appsink name=sink sync=false max-buffers=2 drop=true enable-last-sample=false "
     "caps=video/x-raw,format=I420";
 
-// Between two of so many pictures per second. Of 30 every fourth stays for 7, not one less in two
-// seconds, as the layers of an encoder have it.
-support::Time periodOf(std::uint32_t perSecond) {
-  constexpr double kQuarterOf30 = 7.5;
-  const double exact = perSecond == 7 ? kQuarterOf30 : perSecond;
-  return std::chrono::duration_cast<support::Time>(std::chrono::duration<double>(1 / exact));
-}
-
 }  // namespace
+
+double mostPerSecond(const support::Reception& reception) {
+  constexpr double kQuarterOf30 = 7.5;
+  if (reception.mostPerSecond == 0) return std::numeric_limits<double>::infinity();
+  return reception.mostPerSecond == 7 ? kQuarterOf30 : reception.mostPerSecond;
+}
 
 GstElement* VideoReceiver::makeDecoder(const std::string& encoding) {
   const auto decoding = kDecodings.find(encoding);
@@ -71,7 +71,8 @@ void VideoReceiver::show(const std::shared_ptr<support::Frame>& frame) {
 
 bool VideoReceiver::isDue(support::Time time) {
   if (reception_.mostPerSecond == 0) return true;
-  const support::Time period = periodOf(reception_.mostPerSecond);
+  const auto period = std::chrono::duration_cast<support::Time>(
+      std::chrono::duration<double>(1 / mostPerSecond(reception_)));
   // Times that have nothing to do with those before, as after a pause, begin anew.
   if (time > nextDue_ + period || time < nextDue_ - 2 * period) nextDue_ = time;
   // Pictures arrive a little early or late.

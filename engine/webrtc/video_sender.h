@@ -7,54 +7,101 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "base/mutex.h"
 #include "engine/support/streams/frame_pool.h"
 #include "engine/webrtc/call_statistics.h"
 #include "engine/webrtc/glib.h"
 #include "engine/webrtc/peer_connection.h"
+#include "engine/webrtc/scaler.h"
 
 namespace webrtc {
 
-// Takes frames, without copying them, and puts them encoded into a connection. Shared by the
-// publisher and by the camera, which may still have it when the connection is over: frames are then
-// dropped. send() may be called from any thread; the rest belongs to the engine's thread.
+struct Encoding;
+
+inline constexpr std::size_t kMostLayers = 3;
+
+// The sizes in which pictures of this size are sent in layers: whole, half and quarter, the whole
+// one first, the others as long as they have a useful height.
+std::vector<support::Size> layerSizes(support::Size size);
+
+// Takes frames, without copying them, and puts them encoded into a connection: in one layer, or in
+// up to three, each of them with three temporal layers of which only the lowest is referred to, so
+// that the server can leave out and add the others at any picture. Shared by the publisher and by
+// the camera, which may still have it when the connection is over: frames are then dropped. send()
+// and requestKeyFrame() may be called from any thread; the rest belongs to the engine's thread.
 class VideoSender {
  public:
-  // What can be sent with this SSRC, for the connection's offer; the best first.
+  // What the frames become, the highest layer first; one layer without layers.
+  struct Format {
+    std::vector<support::Size> sizes;
+    std::uint32_t framesPerSecond = 0;
+
+    bool operator==(const Format&) const = default;
+  };
+
+  struct Settings {
+    std::vector<std::uint32_t> ssrcs;     // of the layers, or the only one; the highest first
+    std::uint32_t mostBitsPerSecond = 0;  // of all layers
+    std::shared_ptr<support::FramePool> pool;
+    // Called with each new format, on the thread that sends.
+    std::function<void(const Format&)> formatChanged;
+  };
+
+  // What can be sent, for the connection's offer; the best first.
   static std::string formats(std::uint32_t ssrc);
   // Whether this encoding, as the answer to the offer names it, is one of them.
   static bool canEncode(const std::string& encoding);
+  static bool canLayer(const std::string& encoding);
 
-  // Sends at `place` of the connection, in an encoding that canEncode() accepts, with this SSRC, at
-  // most so many bits per second.
+  // Sends at `place` of the connection, in an encoding that canEncode() accepts, and canLayer() if
+  // there are several layers.
   VideoSender(PeerConnection& connection, GstPad* place, const std::string& encoding,
-              std::uint32_t ssrc, std::uint32_t mostBitsPerSecond);
+              Settings settings);
   VideoSender(const VideoSender&) = delete;
   VideoSender& operator=(const VideoSender&) = delete;
 
   // Before that frames are dropped: nobody could receive them.
   void start() EXCLUDES(mutex_);
-  void send(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);
-  // What the encoder has made of them.
+  // Without them only the highest layer is encoded, as at the beginning.
+  void setLowerLayers(bool areSent) EXCLUDES(mutex_);
+  void send(const std::shared_ptr<support::Frame>& frame, support::FrameRate rate) EXCLUDES(mutex_);
+  // What the encoder of the highest layer has made of them.
   FrameCounts encoded() const EXCLUDES(mutex_);
+  // The next frame of the layer with this SSRC, or of all layers for 0, is a key frame.
+  void requestKeyFrame(std::uint32_t ssrc) const;
 
  private:
-  void setFormat(support::Size size);
+  struct Layer {
+    std::uint32_t ssrc = 0;
+    ObjectPtr<GstElement> source;
+    ObjectPtr<GstElement> encoder;
+    ObjectPtr<GstElement> payloader;
+    std::unique_ptr<Scaler> scaler;  // of the frames of the layer above
+  };
 
-  const std::uint32_t mostBitsPerSecond_;
+  GstElement* addLayer(const Encoding& encoding, std::uint32_t ssrc);
+  bool isLayered() const { return settings_.ssrcs.size() > 1; }
+  // How many of the layers are sent.
+  std::size_t sentLayers() const REQUIRES(mutex_);
+  void setFormat() REQUIRES(mutex_);
+  void setRates() REQUIRES(mutex_);
+
+  const Settings settings_;
   void (*const limit_)(GstElement* encoder, std::uint32_t bitsPerSecond, bool isStrict);
-  ObjectPtr<GstElement> source_;
-  ObjectPtr<GstElement> encoder_;
-  // Counted on the encoder's thread.
+  // Counted on the thread of the highest layer's encoder.
   const std::shared_ptr<std::atomic<std::uint64_t>> encodedFrames_ =
       std::make_shared<std::atomic<std::uint64_t>>(0);
+  std::vector<Layer> layers_;  // the highest first; constant after the construction
 
   mutable base::Mutex mutex_;
   bool isStarted_ GUARDED_BY(mutex_) = false;
-  support::Size size_ GUARDED_BY(mutex_);  // of the frames that are being sent
+  bool areLowerSent_ GUARDED_BY(mutex_) = false;
+  Format format_ GUARDED_BY(mutex_);  // of the frames that are being sent
 };
 
 }  // namespace webrtc

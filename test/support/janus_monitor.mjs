@@ -38,23 +38,46 @@ class JanusMonitor {
     return found;
   }
 
-  async #medium(kind, display, medium) {
+  async #handle(kind, display) {
     const handles = await this.#handles(kind, display);
     if (handles.length !== 1) throw new Error(`${handles.length} handles of ${display}`);
-    const [{ webrtc, current_time: microseconds }] = handles;
+    return handles[0];
+  }
+
+  async #medium(kind, display, medium) {
+    const { webrtc, current_time: microseconds } = await this.#handle(kind, display);
     const { stats, rtcp } = Object.values(webrtc.media).find(({ type }) => type === medium);
     return { stats, rtcp, seconds: microseconds / 1e6 };
   }
 
   async #count(kind, display, medium, direction) {
     const { stats, seconds } = await this.#medium(kind, display, medium);
-    return { bytes: stats[direction].bytes, seconds };
+    // The layers of a video are counted one by one.
+    const { bytes, ...others } = stats[direction];
+    const layers = Object.values(others).map((layer) => layer.bytes ?? 0);
+    return { bytes: [bytes, ...layers].reduce((sum, each) => sum + each), seconds };
   }
 
   // What the server itself has found out by RTCP of the medium that it receives from the participant.
   async reception(display, medium) {
     const { rtcp } = await this.#medium('publisher', display, medium);
     return rtcp;
+  }
+
+  // The bytes that the server has received of each layer of the participant's video, the lowest
+  // first.
+  async receivedLayers(display) {
+    const { stats } = await this.#medium('publisher', display, 'video');
+    const layers = [stats.in, stats.in['video-simulcast-1'], stats.in['video-simulcast-2']];
+    return layers.map((layer) => layer?.bytes ?? 0);
+  }
+
+  // The layer of the participant's video, and that in time, which the only subscriber is sent, from
+  // 0 for the lowest.
+  async passedOnLayers(display) {
+    const { plugin_specific } = await this.#handle('subscriber', display);
+    const { simulcast } = plugin_specific.streams.find(({ type }) => type === 'video');
+    return [simulcast.substream, simulcast['temporal-layer']];
   }
 
   // The bytes of "audio" or "video" that the server has received from the participant, and the time.

@@ -33,6 +33,7 @@ function parsePacket(datagram) {
   return {
     ssrc: datagram.readUInt32BE(8),
     endsFrame: (datagram[1] & 0x80) !== 0,
+    sequence: datagram.readUInt16BE(2),
     timestamp: datagram.readUInt32BE(4),
     bytes: datagram.length - TAG_BYTES,
     payloadBytes: datagram.length - TAG_BYTES - header,

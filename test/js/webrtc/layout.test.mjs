@@ -3,9 +3,10 @@
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
+import { isDeepStrictEqual } from 'node:util';
 
 import { startMonitoredServer } from '../../support/janus_monitor.mjs';
-import { remote } from '../../support/streams.mjs';
+import { LOCAL, remote } from '../../support/streams.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const CAPTURE = { width: 640, height: 360 };
@@ -139,3 +140,49 @@ for (const videocodec of ['vp8', 'h264']) {
     await shows('updateConfigData', { configData: ceiling }, { width: 320, height: 180 });
   });
 }
+
+test('the server passes on the lowest layer that is enough, which is sent only while it is used', async (t) => {
+  const { server, monitor } = await startMonitoredServer(t, { rooms: { meeting: ROOM } });
+  await join(t, server, 'Ada', 1);
+  const zoe = await join(t, server, 'Zoë', 2);
+  const { csrc } = await zoe.does('picture', remote(0));
+  // Whole pictures go on until the server has passed on these layers of Ada's video.
+  const passesOn = async (layers) => {
+    for (;;) {
+      const pictures = await zoe.does('pictures', remote(0), 5, CAPTURE);
+      assert.deepEqual(
+        pictures.map(({ card }) => card?.detail),
+        Array(5).fill(1),
+      );
+      if (isDeepStrictEqual(await monitor.passedOnLayers('Ada'), layers)) return;
+    }
+  };
+  // Resolves when the server has received nothing of the lower layers for one second.
+  const lowerLayersStandStill = async () => {
+    for (let before; ;) {
+      const lower = (await monitor.receivedLayers('Ada')).slice(0, 2);
+      if (isDeepStrictEqual(lower, before)) return lower;
+      before = lower;
+      await zoe.does('pictures', LOCAL, 30);
+    }
+  };
+
+  await passesOn([2, 2]);
+  assert.deepEqual(await lowerLayersStandStill(), [0, 0]);
+  // 640x360 is sent as 360, 180 and 90.
+  for (const [limits, layers] of [
+    [{ maxquality: 180 }, [1, 2]],
+    [{ maxquality: 90, maxfps: 7 }, [0, 0]],
+    [{ maxquality: 45, maxfps: 15 }, [0, 1]],
+    [{ maxquality: 360, maxfps: 3 }, [2, 0]],
+    [{}, [2, 2]],
+  ]) {
+    await zoe.does('call', 'updateVideoStreamsState', wishes([{ csrc }], [[limits]]));
+    await passesOn(layers);
+  }
+  const lower = await lowerLayersStandStill();
+  assert.ok(
+    lower.every((bytes) => bytes > 0),
+    `${lower} bytes of the lower layers`,
+  );
+});

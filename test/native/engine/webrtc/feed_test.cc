@@ -5,6 +5,7 @@
 #include <initializer_list>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace webrtc {
 namespace {
@@ -32,6 +33,28 @@ TEST(Feed, IsNotMutedWithoutAMuteState) {
   EXPECT_EQ(feed->name, "");
   EXPECT_EQ(feed->guid, "");
   EXPECT_FALSE(feed->isVideoMuted);
+}
+
+Feed feedWithVideo(const std::string& description) {
+  return *parseFeed(
+      {{"id", "p1"}, {"streams", {{{"type", "video"}, {"description", description}}}}});
+}
+
+TEST(Feed, TellsTheLayersOfItsVideo) {
+  const Feed feed = feedWithVideo(R"({"layers":[720,360,180],"rate":30,"usesLowerLayers":true})");
+  EXPECT_EQ(feed.layerHeights, (std::vector<std::uint32_t>{720, 360, 180}));
+  EXPECT_EQ(feed.framesPerSecond, 30U);
+  EXPECT_TRUE(feed.usesLowerLayers);
+}
+
+TEST(Feed, HasNoLayersWhenTheirDescriptionIsInvalid) {
+  for (const char* const layers : {"[1,2,3,4]", "[720,0]", "[720,-1]", "[720,99999]", "[720,\"x\"]",
+                                   "[720,1.5]", "7", "{}", "null"}) {
+    const Feed feed = feedWithVideo(std::string(R"({"layers":)") + layers + R"(,"rate":-3})");
+    EXPECT_TRUE(feed.layerHeights.empty()) << layers;
+    EXPECT_EQ(feed.framesPerSecond, 0U);
+    EXPECT_FALSE(feed.usesLowerLayers);
+  }
 }
 
 TEST(Feed, IsInvalidWithoutAnIdentifier) {

@@ -21,19 +21,20 @@ const CANDIDATE = /(candidate:\S+ \d+ )(\S+)( \d+ )(\S+) (\d+)( .*)/;
 
 export const now = () => performance.timeOrigin + performance.now();
 
+const isMedia = (datagram) => datagram.length >= FIXED_HEADER_BYTES && datagram[0] >> 6 === 2;
+const isControl = (datagram) => isMedia(datagram) && datagram[1] >= 192 && datagram[1] <= 223;
+
 // The packet of RTP in a datagram; nothing when it holds something else.
 function parsePacket(datagram) {
-  if (datagram.length < FIXED_HEADER_BYTES || datagram[0] >> 6 !== 2) return undefined;
-  const isControl = datagram[1] >= 192 && datagram[1] <= 223;
-  if (isControl) return undefined;
+  if (!isMedia(datagram) || isControl(datagram)) return undefined;
   const sources = datagram[0] & 0x0f;
   const hasExtension = (datagram[0] & 0x10) !== 0;
   let header = FIXED_HEADER_BYTES + 4 * sources;
   if (hasExtension) header += 4 + 4 * datagram.readUInt16BE(header + 2);
   return {
     ssrc: datagram.readUInt32BE(8),
-    endsFrame: (datagram[1] & 0x80) !== 0,
     sequence: datagram.readUInt16BE(2),
+    endsFrame: (datagram[1] & 0x80) !== 0,
     timestamp: datagram.readUInt32BE(4),
     bytes: datagram.length - TAG_BYTES,
     payloadBytes: datagram.length - TAG_BYTES - header,
@@ -56,6 +57,8 @@ class Path {
   // The packets that arrived here, in order, by direction: what they are, when they arrived and
   // left, and whether the relay has lost them.
   packets = { up: [], down: [] };
+  // How many packets of RTCP arrived here.
+  controls = { up: 0, down: 0 };
 
   static async open(test, relay, address) {
     const path = new Path();
@@ -78,6 +81,7 @@ class Path {
   #pass(direction, datagram) {
     const target = this.#targets[direction];
     if (!target) return;
+    if (isControl(datagram)) ++this.controls[direction];
     const packet = parsePacket(datagram);
     if (packet) {
       packet.at = now();
@@ -141,6 +145,13 @@ export class MediaRelay {
   async packets(direction) {
     const paths = await Promise.all(this.#paths.values());
     return paths.flatMap(({ packets }) => packets[direction]);
+  }
+
+  // How many packets of RTCP so far went "up" or "down" on the connection that carries this SSRC down.
+  async controls(direction, ssrc) {
+    const paths = await Promise.all(this.#paths.values());
+    const carrier = paths.find(({ packets }) => packets.down.some((each) => each.ssrc === ssrc));
+    return carrier.controls[direction];
   }
 
   #connect(member) {

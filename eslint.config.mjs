@@ -25,6 +25,7 @@ export default [
     files: [
       'js/renderer/*.mjs',
       'examples/meeting/page/*.mjs',
+      'examples/quickstart/page/*.mjs',
       'examples/sfu/guest/*.mjs',
       'test/js/browser/*.mjs',
       'test/js/webrtc/browser.test.mjs',

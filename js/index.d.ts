@@ -151,7 +151,10 @@ export interface TurnServerInfo {
 
 /** All parameters of joining a meeting. */
 export interface ConnectParams {
-  /** The meeting, in the engine's own scheme; `tessel:...` for the embedded engine. */
+  /**
+   * The meeting, in the engine's own scheme: `tessel:...` for the embedded engine, `janus+ws:...` and
+   * `janus+wss:...` for the WebRTC engine.
+   */
   uri: string;
   /** The local participant's name. */
   endpointName: string;
@@ -263,7 +266,7 @@ export interface VideoStreamsState {
 
 export interface MeetingStatsParams {
   enable: boolean;
-  /** How often, in milliseconds for the embedded engine. The low 16 bits count. */
+  /** How often, in milliseconds for both engines of the package. The low 16 bits count. */
   timerDuration: number;
 }
 
@@ -275,7 +278,7 @@ export interface ConfigDataParams {
 /** A subscription to a named event of the meeting's server; see "eventNotify". */
 export interface RegisterEventParams {
   eventName: string;
-  /** In seconds for the embedded engine: unsigned 32-bit. */
+  /** In seconds for both engines of the package: unsigned 32-bit. */
   expires: number;
   mimeType: string;
   mimeSubType: string;
@@ -452,7 +455,7 @@ export interface WrapperEvents {
   callDisconnect: CallDisconnect;
   /** Without `mediaType` when it is neither. */
   mediaMuteState: { mediaType?: 'video' | 'audio'; muted: boolean };
-  /** The microphone's level; from 0 to 100 on the embedded engine. */
+  /** The microphone's level; from 0 to 100 on both engines of the package. */
   micLevel: { level: number };
   /** Media stopped arriving (`up` is false) or arrives again. Without `mediaType` when it has no name. */
   noRtpMedia: { mediaType?: 'video' | 'audio' | 'content'; up: boolean };

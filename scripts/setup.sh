@@ -66,6 +66,7 @@ logged() {
 }
 
 has_command() { command -v "$1" >/dev/null; }
+has_program() { [[ -x $1 ]]; }
 has_header() {
   has_command g++ && printf '#if !__has_include(<%s>)\n#error\n#endif\n' "$1" |
     g++ -E -x c++ - >/dev/null 2>&1
@@ -141,13 +142,14 @@ missing_packages() {
     test)
       need ffmpeg has_command ffmpeg
       if [[ $preset == release ]]; then
-        need coturn has_command turnserver
+        need haproxy has_program /usr/sbin/haproxy
         need pipewire-bin has_command pw-cli
         need wireplumber has_command wireplumber
         need dbus-daemon has_command dbus-daemon
       fi
       case $preset in
         release | asan | tsan)
+          need coturn has_command turnserver
           need openssl has_command openssl
           need pulseaudio has_command pulseaudio
           need pulseaudio-utils has_command parec
@@ -196,7 +198,7 @@ allow_services() {
   [[ -n ${owns_policy:-} ]] && rm -f "$policy"
   for package in "${packages[@]}"; do
     case $package in
-      janus | coturn) update-rc.d "$package" disable >>"$log" 2>&1 || true ;;
+      janus | coturn | haproxy) update-rc.d "$package" disable >>"$log" 2>&1 || true ;;
     esac
   done
 }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "engine/support/streams/stream_keys.h"
+#include "engine/webrtc/glib.h"
 
 namespace webrtc {
 namespace {
@@ -15,7 +16,7 @@ using namespace std::chrono_literals;
 constexpr const char* kPlugin = "janus.plugin.videoroom";
 constexpr const char* kProtocol = "janus-protocol";
 constexpr int kMostParticipants = 50;
-// Of the server's answers, and of the way for media.
+// Of one of the server's answers; of the offer and its answer, and of the way for media.
 constexpr support::Time kLongestAnswer = 10s;
 constexpr support::Time kLongestSearch = 15s;
 
@@ -52,6 +53,13 @@ Refusal refusalOf(const JanusAnswer& answer) {
 std::uint32_t bitsPerSecond(std::int32_t most) {
   // What an application does not limit is limited by the picture's size alone.
   return most > 0 ? static_cast<std::uint32_t>(most) : UINT32_MAX;
+}
+
+// What is in front of several servers chooses one by the room, which the server itself reads in the
+// messages. Pins and tokens are in these only: requests are logged.
+std::string requestUrl(const CallTarget& target) {
+  const TextPtr room(g_uri_escape_string(target.room.c_str(), nullptr, FALSE));
+  return target.url + "?room=" + room.get();
 }
 
 // Whether a room may have this number.
@@ -92,7 +100,8 @@ void Call::join() {
   audio_ = std::make_unique<CallAudio>(context_.loop, devices_, target_.microphone);
   audio_->speaker().setMuted(isRemoteAudioMuted_);
   session_ = std::make_unique<JanusSession>(
-      context_.loop, WebSocketTarget{target_.url, kProtocol, target_.authorityFile}, target_.token,
+      context_.loop, WebSocketTarget{requestUrl(target_), kProtocol, target_.authorityFile},
+      target_.token,
       JanusSession::Handlers{
           .opened = [this] { attach(); },
           .ended =
@@ -111,10 +120,15 @@ void Call::join() {
                 }
               }});
   localVideo_.setSource(target_.camera);
+  waitForAnswer();
+}
+
+void Call::waitForAnswer() {
   timer_.runAt(context_.loop.now() + kLongestAnswer, [this] { timeOut(); });
 }
 
 void Call::attach() {
+  waitForAnswer();
   handle_ = std::make_unique<JanusHandle>(
       *session_,
       JanusHandle::Handlers{
@@ -138,6 +152,7 @@ void Call::attach() {
 
 void Call::enter(bool isRoomNumber) {
   state_ = State::kEntering;
+  waitForAnswer();
   room_ = Json::object();
   if (isRoomNumber) {
     room_["room"] = std::stoull(target_.room);
@@ -155,9 +170,14 @@ void Call::enter(bool isRoomNumber) {
 }
 
 void Call::entered(const JanusAnswer& answer, bool isRoomNumber) {
-  if (isRoomNumber && answer.errorCode == kJanusInvalidElement) {
-    // A server whose rooms have names may have a name of digits.
-    enter(false);
+  if (answer.errorCode == kJanusInvalidElement) {
+    // A server whose rooms have names may have a name of digits; one whose rooms have numbers has no
+    // names.
+    if (isRoomNumber) {
+      enter(false);
+    } else {
+      fail(kNoSuchRoom, "there is no such room");
+    }
     return;
   }
   if (answer.isError()) {
@@ -182,6 +202,7 @@ void Call::publish() {
                           .pool = pool_,
                           .state = ownState_},
       Publisher::Handlers{
+          .accepted = [this] { waitForMedia(); },
           .connected = [this] { joined(); },
           .refused =
               [this](int code, const std::string& reason) {
@@ -197,6 +218,10 @@ void Call::publish() {
               }});
   audio_->captureInto(publisher_->audioSource());
   publisher_->start();
+  waitForMedia();
+}
+
+void Call::waitForMedia() {
   timer_.runAt(context_.loop.now() + kLongestSearch, [this] { timeOut(); });
 }
 

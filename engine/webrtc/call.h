@@ -72,6 +72,10 @@ class Call {
  private:
   enum class State { kConnecting, kEntering, kPublishing, kJoined, kOver };
 
+  // Ends the call unless the server's next answer comes in time.
+  void waitForAnswer();
+  // Ends the call unless the next step towards media comes in time.
+  void waitForMedia();
   void attach();
   // Names the room as the server does: some take numbers, some texts.
   void enter(bool isRoomNumber);

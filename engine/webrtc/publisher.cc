@@ -73,6 +73,7 @@ void Publisher::publish(const std::string& madeOffer) {
                   handlers_.failed("the server did not answer the offer");
                 } else {
                   isAccepted_ = true;
+                  handlers_.accepted();
                   connection_.acceptAnswer(answer.jsep->sdp);
                   addVideo(videoEncodingOf(answer.jsep->sdp));
                   tellState();

@@ -41,6 +41,8 @@ class Publisher {
   };
 
   struct Handlers {
+    // The server has answered the offer.
+    std::function<void()> accepted;
     // Media can flow.
     std::function<void()> connected;
     // The server accepts nothing of ours, with a code of its own.

@@ -21,7 +21,7 @@ using support::ClipError;
 
 constexpr std::size_t kSamplesPerSecond = 48'000;
 constexpr std::size_t kMostSamples = 600 * kSamplesPerSecond;
-// Between two looks for errors, and of all.
+// Between two looks for errors, and for the next samples.
 constexpr GstClockTime kPatience = 20 * GST_MSECOND;
 constexpr GstClockTime kLongestReading = 10 * GST_SECOND;
 // Of 10 ms.
@@ -45,10 +45,19 @@ support::FileDescriptor openFile(const std::string& path) {
   throw ClipError(ClipError::Kind::kUnsupported, reason);
 }
 
+[[noreturn]] void refuseLength() { refuse("the clip is longer than ten minutes"); }
+
+// By what its header tells, before all of it is read.
+bool isTooLong(GstElement* sink) {
+  gint64 duration = 0;
+  return gst_element_query_duration(sink, GST_FORMAT_TIME, &duration) != FALSE &&
+         static_cast<GstClockTime>(duration) > kMostSamples / kSamplesPerSecond * GST_SECOND;
+}
+
 void append(GstSample* sample, std::vector<std::int16_t>& samples) {
   GstBuffer* const buffer = gst_sample_get_buffer(sample);
   const std::size_t count = gst_buffer_get_size(buffer) / sizeof(std::int16_t);
-  if (samples.size() + count > kMostSamples) refuse("the clip is longer than ten minutes");
+  if (samples.size() + count > kMostSamples) refuseLength();
   const std::size_t before = samples.size();
   samples.resize(before + count);
   gst_buffer_extract(buffer, 0, samples.data() + before, count * sizeof(std::int16_t));
@@ -100,7 +109,7 @@ SoundClip::SoundClip(const std::string& path) {
   const ObjectPtr<GstElement> sink(gst_bin_get_by_name(GST_BIN(decoder), "sink"));
   gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
   const ObjectPtr<GstBus> bus(gst_element_get_bus(pipeline.get()));
-  const GstClockTime start = gst_util_get_timestamp();
+  GstClockTime waitsSince = gst_util_get_timestamp();
   bool isEnd = false;
   while (!isEnd) {
     // The end comes after what is wrong.
@@ -108,9 +117,14 @@ SoundClip::SoundClip(const std::string& path) {
     const MessagePtr error(gst_bus_pop_filtered(bus.get(), GST_MESSAGE_ERROR));
     if (error) refuse("the clip is no WAV file that can be played: " + errorText(error.get()));
     const SamplePtr sample(gst_app_sink_try_pull_sample(GST_APP_SINK(sink.get()), kPatience));
-    if (sample) append(sample.get(), samples_);
-    if (gst_util_get_timestamp() - start > kLongestReading)
+    if (sample) {
+      if (samples_.empty() && isTooLong(sink.get())) refuseLength();
+      append(sample.get(), samples_);
+      waitsSince = gst_util_get_timestamp();
+    }
+    if (gst_util_get_timestamp() - waitsSince > kLongestReading) {
       refuse("the clip cannot be read in time");
+    }
   }
   if (samples_.empty()) refuse("the clip has no sound");
 }

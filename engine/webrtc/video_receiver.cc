@@ -1,5 +1,6 @@
 #include "engine/webrtc/video_receiver.h"
 
+#include <algorithm>
 #include <chrono>
 #include <limits>
 #include <map>
@@ -75,8 +76,9 @@ bool VideoReceiver::isDue(support::Time time) {
       std::chrono::duration<double>(1 / mostPerSecond(reception_)));
   // Times that have nothing to do with those before, as after a pause, begin anew.
   if (time > nextDue_ + period || time < nextDue_ - 2 * period) nextDue_ = time;
-  // Pictures arrive a little early or late.
-  if (time < nextDue_ - period / 4) return false;
+  // Pictures arrive a little early or late, at most by half the time between two of 30 per second.
+  constexpr support::Time kHalfOf30 = support::Time(std::chrono::seconds(1)) / 60;
+  if (time < nextDue_ - std::min(period / 4, kHalfOf30)) return false;
   nextDue_ += period;
   return true;
 }

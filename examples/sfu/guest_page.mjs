@@ -31,9 +31,8 @@ export async function servePage(port = 0) {
   return server;
 }
 
-// The link with which a browser joins a room of `janus`, which may ask for a pin.
-export function guestLink(pageServer, janus, room, pin) {
-  const query = new URLSearchParams({ server: `ws://${janus.authority}/`, room });
-  if (pin !== undefined) query.set('pin', pin);
+// The link with which a browser joins a room of `janus`, which may ask for a pin and a token.
+export function guestLink(pageServer, janus, room, access = {}) {
+  const query = new URLSearchParams({ server: `ws://${janus.authority}/`, room, ...access });
   return `http://127.0.0.1:${pageServer.address().port}/?${query}`;
 }

@@ -49,7 +49,8 @@ const groups = (all) =>
     .join('\n');
 
 function writeConfiguration(directory, options) {
-  const { address, port, securePort, rooms, certificate, administration, reclaimSeconds } = options;
+  const { address, port, securePort, rooms, hasNumbers, certificate } = options;
+  const { administration, reclaimSeconds } = options;
   const write = (name, all) => writeFileSync(path.join(directory, name), groups(all));
   write('janus.jcfg', {
     general: {
@@ -77,7 +78,7 @@ function writeConfiguration(directory, options) {
     ...(certificate && { certificates: certificate }),
   });
   write('janus.plugin.videoroom.jcfg', {
-    general: { string_ids: true },
+    general: { string_ids: !hasNumbers },
     ...Object.fromEntries(
       Object.entries(rooms).map(([name, room]) => [
         `room-${name}`,
@@ -98,31 +99,35 @@ export class JanusServer {
   #child;
   #directory;
 
-  // Resolves when the server listens. `rooms` has the settings of each room by its name. With a
+  // Resolves when the server listens. `rooms` has the settings of each room by its name, or by its
+  // number if the server `hasNumbers`: those are the default of the plugin for rooms. With a
   // `certificate`, { cert_pem, cert_key }, it listens with TLS, too; with an `administration`,
   // { port, secret }, for its administrator. A participant whose connection is lost stays in a room
-  // for `reclaimSeconds`, and may come back meanwhile.
+  // for `reclaimSeconds`, and may come back meanwhile. A `configuration`, a directory that the server
+  // then owns, takes the place of all others but the address and the port.
   static async start({
     address = ownAddress(),
     port,
     rooms = {},
+    hasNumbers = false,
     certificate,
     administration,
     reclaimSeconds = 30,
+    configuration,
   } = {}) {
     const server = new JanusServer();
     const ports = {
       port: port ?? (await freePort(address)),
       securePort: certificate && (await freePort(address)),
     };
-    const others = { rooms, certificate, administration, reclaimSeconds };
-    await server.#start({ address, ...ports, ...others });
+    const options = { rooms, hasNumbers, certificate, administration, reclaimSeconds };
+    await server.#start({ address, ...ports, ...options, configuration });
     return server;
   }
 
   async #start(options) {
-    this.#directory = mkdtempSync(path.join(tmpdir(), 'tessel-janus-'));
-    writeConfiguration(this.#directory, options);
+    this.#directory = options.configuration ?? mkdtempSync(path.join(tmpdir(), 'tessel-janus-'));
+    if (!options.configuration) writeConfiguration(this.#directory, options);
     this.authority = `${options.address}:${options.port}`;
     this.secureAuthority = `${options.address}:${options.securePort}`;
     const configuration = path.join(this.#directory, 'janus.jcfg');

@@ -66,14 +66,15 @@ const janus = await JanusServer.start({
   rooms: { [room]: pin === undefined ? {} : { pin } },
 });
 const pageServer = await servePage(Number(pagePort));
+const access = pin === undefined ? {} : { pin };
 console.log(`A room of the SFU is open. Join it with
 
-  npm start -- --uri '${janus.uri(room, pin === undefined ? {} : { pin })}'
+  npm start -- --uri '${janus.uri(room, access)}'
 
 in two terminals, or more; add &camera=card and &microphone=tone:440 to the uri where there are no
 devices. A browser on this machine joins it with
 
-  ${guestLink(pageServer, janus, room, pin)}
+  ${guestLink(pageServer, janus, room, access)}
 
 Ctrl+C closes the room.`);
 for (const signal of ['SIGINT', 'SIGTERM']) {

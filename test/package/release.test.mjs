@@ -1,15 +1,26 @@
-// The package as npm packs it: installed from its tarball into an empty project and used there for a
-// short meeting, with the binaries that it brings and with those that it builds itself; and the files
-// that an image needs.
+// The package as npm packs it: installed from its tarball into the project to start from and used
+// there for meetings, with the binaries that it brings and with those that it builds itself; and the
+// files that an image needs.
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { mkdirSync, readFileSync, readdirSync, statSync, writeFileSync } from 'node:fs';
+import {
+  mkdirSync,
+  readFileSync,
+  readdirSync,
+  statSync,
+  symlinkSync,
+  writeFileSync,
+} from 'node:fs';
 import path from 'node:path';
 import { before, test } from 'node:test';
+import { transformSync } from 'esbuild';
 
 import { repository } from '../support/build.mjs';
+import { openBrowser } from '../support/meeting_app/browser.mjs';
+import { cardOn, openPage } from '../support/meeting_app/meeting_page.mjs';
 import { environmentOfNode, pack, run } from '../support/packed.mjs';
+import { copyQuickstart, picturesOf, startQuickstart } from '../support/quickstart.mjs';
 import { temporaryDirectory } from '../support/temporary_directory.mjs';
 
 const MEETING = `
@@ -43,14 +54,18 @@ let packing;
 before((t) => {
   directory = temporaryDirectory(t);
   withoutCompiler = environmentOfNode(path.join(directory, 'commands'));
-  const tarball = pack(directory);
-  packing = readFileSync(path.join(repository, 'build/prepack.log'), 'utf8');
   project = path.join(directory, 'project');
   installed = path.join(project, 'node_modules/tessel-wrapper');
-  mkdirSync(project);
-  writeFileSync(path.join(project, 'package.json'), '{ "private": true }');
+  copyQuickstart(project);
+  pack(project); // under the name that the project's package.json has
+  packing = readFileSync(path.join(repository, 'build/prepack.log'), 'utf8');
+  // What it needs for development comes from the repository, below: nothing is fetched for it.
+  const description = path.join(project, 'package.json');
+  const { devDependencies, ...rest } = JSON.parse(readFileSync(description, 'utf8'));
+  assert.deepEqual(Object.keys(devDependencies), ['@types/node', 'typescript']);
+  writeFileSync(description, JSON.stringify(rest));
   const options = ['--prefer-offline', '--no-audit', '--no-fund'];
-  run(project, withoutCompiler, 'npm', 'install', ...options, tarball);
+  run(project, withoutCompiler, 'npm', 'install', ...options);
 });
 
 // Asserts that a project in this directory can run a meeting, with an addon in this place of the
@@ -96,12 +111,82 @@ function output(command, ...args) {
 test('an installed package takes part in a meeting where there is no compiler', () => {
   const there = readdirSync(installed);
   assert.ok(there.includes('LICENSE'));
-  for (const name of ['build', 'test', 'bench', 'examples']) assert.ok(!there.includes(name), name);
+  for (const name of ['build', 'test', 'bench']) assert.ok(!there.includes(name), name);
+  assert.deepEqual(readdirSync(path.join(installed, 'examples')), ['quickstart']);
   assert.deepEqual(filesIn(path.join(installed, 'prebuilt/linux-x64')), SHIPPED);
   for (const name of ['g++', 'cc', 'cmake']) {
     assert.equal(spawnSync(name, { env: withoutCompiler }).error.code, 'ENOENT', name);
   }
   expectMeeting(project, 'prebuilt/linux-x64', withoutCompiler);
+});
+
+const KEYS = ['local-0', 'remote-0', 'remote-1', 'remote-2', 'remote-3'];
+const keyOf = ({ type, streamIndex }) => `${type}-${streamIndex}`;
+
+// What `npm run` does by this name, after a compilation.
+function programOf(script) {
+  const { scripts } = JSON.parse(readFileSync(path.join(project, 'package.json'), 'utf8'));
+  const [, program] = scripts[script].match(/^(?:tsc && )?node (\S+)$/);
+  return program;
+}
+
+test('the project to start from shows its meeting on a page', async (t) => {
+  const address = await startQuickstart(t, project, withoutCompiler, programOf('start'));
+  const { page, errors } = await openPage(t, await openBrowser(t), address);
+  await page.locator(`figure:nth-child(${KEYS.length})`).waitFor();
+  const shown = [];
+  for (let place = 1; place <= KEYS.length; place += 1) {
+    const canvas = `figure:nth-child(${place}) canvas`;
+    const first = await cardOn(page, canvas);
+    await cardOn(page, canvas, ({ number }) => number > first.number); // it moves
+    const name = await page.locator(`figure:nth-child(${place}) figcaption`).textContent();
+    shown.push({ key: keyOf(first), name });
+  }
+  const given = await picturesOf(address, KEYS);
+  assert.equal(given[0].name, 'me');
+  const order = (one, other) => (one.key < other.key ? -1 : 1);
+  assert.deepEqual(
+    shown.sort(order),
+    given.map(({ key, name }) => ({ key, name })),
+  );
+  assert.deepEqual(errors, []);
+});
+
+test('the address of the page is secret', async (t) => {
+  const address = await startQuickstart(t, project, withoutCompiler, programOf('start'));
+  for (const place of ['/', '/pictures', `/${crypto.randomUUID()}/pictures`]) {
+    assert.equal((await fetch(new URL(place, address))).status, 404, place);
+  }
+});
+
+test('the project in TypeScript compiles with strict checks and shows its meeting', async (t) => {
+  for (const name of ['@types/node', 'undici-types']) {
+    const link = path.join(project, 'node_modules', name);
+    mkdirSync(path.dirname(link), { recursive: true });
+    symlinkSync(path.join(repository, 'node_modules', name), link);
+  }
+  run(project, {}, path.join(repository, 'node_modules/.bin/tsc'));
+  const address = await startQuickstart(t, project, withoutCompiler, programOf('start:ts'));
+  for (const { key, card } of await picturesOf(address, KEYS)) assert.equal(keyOf(card), key);
+});
+
+test('the main process for Electron gives its page the meeting, where Electron is a stand-in', () => {
+  const electron = path.join(project, 'node_modules/electron');
+  mkdirSync(electron);
+  writeFileSync(path.join(electron, 'package.json'), '{ "main": "index.mjs" }');
+  const standIn = path.join(repository, 'test/support/electron_stand_in.mjs');
+  symlinkSync(standIn, path.join(electron, 'index.mjs'));
+  const said = run(project, withoutCompiler, process.execPath, 'src/electron.mjs').split('\n');
+  assert.ok(said.includes(`shown: ${KEYS.join(' ')}`), said.join('\n'));
+});
+
+test('the two programs of the project differ in types alone', () => {
+  const [plain, typed] = ['mjs', 'ts'].map((extension) => {
+    const source = readFileSync(path.join(project, `src/main.${extension}`), 'utf8');
+    const loader = extension === 'ts' ? 'ts' : 'js';
+    return transformSync(source, { loader, format: 'esm', minifyWhitespace: true }).code;
+  });
+  assert.equal(typed, plain);
 });
 
 test('what the package brings needs no newer system than the documents say, or packing says so', () => {

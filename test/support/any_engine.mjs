@@ -74,17 +74,23 @@ export function testAnyEngine(uriOf) {
 
   test('participants are told to whoever asks for them, at once and at each change', async (t) => {
     const meeting = openMeeting(t);
+    // The names, without those events that tell something else of the same participants.
     const told = () =>
       meeting
         .payloads('eventNotify')
-        .map(({ eventBody }) => JSON.parse(eventBody).participants.map(({ name }) => name));
+        .map(({ eventBody }) =>
+          JSON.parse(eventBody)
+            .participants.map(({ name }) => name)
+            .join(),
+        )
+        .filter((names, index, all) => names !== all[index - 1]);
     meeting.wrapper.registerEvent(PARTICIPANTS);
     await meeting.until(() => told().length > 0);
     await meeting.join(await uriOf(t, 0), { endpointName: 'Ada' });
     await meeting.until(() => told().length > 1);
     await meeting.leave();
     await meeting.until(() => told().length > 2);
-    assert.deepEqual(told(), [[], ['Ada'], []]);
+    assert.deepEqual(told(), ['', 'Ada', '']);
   });
 
   test('the local video is captured in a call, numbered and timed', async (t) => {

@@ -27,10 +27,10 @@ class JanusMonitor {
     const found = [];
     const { sessions } = await this.#ask('list_sessions');
     for (const session_id of sessions) {
-      const { handles } = await this.#ask('list_handles', { session_id });
+      const { handles = [] } = await this.#askIfThere('list_handles', { session_id });
       for (const handle_id of handles) {
-        const { info } = await this.#ask('handle_info', { session_id, handle_id });
-        const { type, display: own, streams = [] } = info.plugin_specific;
+        const { info } = await this.#askIfThere('handle_info', { session_id, handle_id });
+        const { type, display: own, streams = [] } = info?.plugin_specific ?? {};
         const names = type === 'publisher' ? [own] : streams.map((each) => each.feed_display);
         if (type === kind && names.includes(display)) found.push(info);
       }
@@ -38,16 +38,30 @@ class JanusMonitor {
     return found;
   }
 
-  async #handle(kind, display) {
-    const handles = await this.#handles(kind, display);
-    if (handles.length !== 1) throw new Error(`${handles.length} handles of ${display}`);
-    return handles[0];
+  // Resolves to nothing about a session or a handle that has ended since it was listed.
+  async #askIfThere(janus, ids) {
+    try {
+      return await this.#ask(janus, ids);
+    } catch (error) {
+      if (!/^No such (session|handle)/.test(error.message)) throw error;
+      return {};
+    }
+  }
+
+  // Waits for the handle and for its connection, which follow the join.
+  async #handle(kind, display, medium) {
+    for (;;) {
+      const handles = await this.#handles(kind, display);
+      if (handles.length > 1) throw new Error(`${handles.length} handles of ${display}`);
+      const media = Object.values(handles[0]?.webrtc?.media ?? {});
+      const found = media.find(({ type }) => type === medium);
+      if (found) return { info: handles[0], found };
+    }
   }
 
   async #medium(kind, display, medium) {
-    const { webrtc, current_time: microseconds } = await this.#handle(kind, display);
-    const { stats, rtcp } = Object.values(webrtc.media).find(({ type }) => type === medium);
-    return { stats, rtcp, seconds: microseconds / 1e6 };
+    const { info, found } = await this.#handle(kind, display, medium);
+    return { stats: found.stats, rtcp: found.rtcp, seconds: info.current_time / 1e6 };
   }
 
   async #count(kind, display, medium, direction) {
@@ -75,8 +89,8 @@ class JanusMonitor {
   // The layer of the participant's video, and that in time, which the only subscriber is sent, from
   // 0 for the lowest.
   async passedOnLayers(display) {
-    const { plugin_specific } = await this.#handle('subscriber', display);
-    const { simulcast } = plugin_specific.streams.find(({ type }) => type === 'video');
+    const { info } = await this.#handle('subscriber', display, 'video');
+    const { simulcast } = info.plugin_specific.streams.find(({ type }) => type === 'video');
     return [simulcast.substream, simulcast['temporal-layer']];
   }
 

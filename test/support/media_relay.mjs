@@ -80,7 +80,7 @@ class Path {
 
   #pass(direction, datagram) {
     const target = this.#targets[direction];
-    if (!target) return;
+    if (!target || this.#relay.blocks(datagram)) return;
     if (isControl(datagram)) ++this.controls[direction];
     const packet = parsePacket(datagram);
     if (packet) {
@@ -114,6 +114,8 @@ export class MediaRelay {
   #authority;
   #paths = new Map(); // promises, by the handle of Janus
 
+  // Whether a datagram, of whatever kind, does not pass.
+  blocks = () => false;
   // Whether a packet that goes "up", to the server, or "down" is lost.
   loses = () => false;
   // For how many milliseconds it is delayed.

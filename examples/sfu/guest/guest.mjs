@@ -1,5 +1,6 @@
-// The guest's page: ?server=ws://...&room=... and, if the room requires it, &pin=... Joining is left
-// to a button: a browser plays other people's sound only after its user has done something.
+// The guest's page: ?server=ws://...&room=... and, if they are required, &pin=... and &token=...
+// Joining is left to a button: a browser plays other people's sound only after its user has done
+// something.
 
 import { joinRoom } from './room_guest.mjs';
 import { syntheticCamera, syntheticMicrophone } from './synthetic_sources.mjs';
@@ -59,6 +60,7 @@ async function join(name) {
       server: asked.get('server'),
       room: asked.get('room'),
       pin: asked.get('pin'),
+      token: asked.get('token'),
       name,
       tracks,
       onArrived: (id, displayName, stream) => show(`feed-${id}`, displayName, stream),

@@ -6,26 +6,31 @@ const KEEP_ALIVE_MS = 15_000;
 // One connection to the server, and the handles to its plugin.
 class Session {
   #socket;
-  #ids = {};
+  #ids;
   #asked = 0;
   #answers = new Map();
   #handles = new Map();
   #keepAlive;
 
-  constructor(socket) {
+  constructor(socket, token) {
     this.#socket = socket;
+    this.#ids = token ? { token } : {};
     socket.addEventListener('message', ({ data }) => this.#take(JSON.parse(data)));
   }
 
-  static async open(url) {
+  // The server requires the token, if any, in every request. The room in the address is for what is in
+  // front of several servers and chooses one by the room.
+  static async open(server, room, token) {
+    const url = new URL(server);
+    url.searchParams.set('room', room);
     const socket = new WebSocket(url, 'janus-protocol');
     await new Promise((resolve, reject) => {
       socket.addEventListener('open', resolve);
-      socket.addEventListener('error', () => reject(new Error(`${url} cannot be reached`)));
+      socket.addEventListener('error', () => reject(new Error(`${server} cannot be reached`)));
     });
-    const session = new Session(socket);
+    const session = new Session(socket, token);
     const { data } = await session.send({ janus: 'create' });
-    session.#ids = { session_id: data.id };
+    session.#ids.session_id = data.id;
     session.#keepAlive = setInterval(() => session.send({ janus: 'keepalive' }), KEEP_ALIVE_MS);
     return session;
   }
@@ -102,8 +107,8 @@ class Peer {
 
 // Joins `room` and sends `tracks`. `onArrived(id, name, stream)` and `onGone(id)` report the
 // others.
-export async function joinRoom({ server, room, pin, name, tracks, onArrived, onGone }) {
-  const session = await Session.open(server);
+export async function joinRoom({ server, room, pin, token, name, tracks, onArrived, onGone }) {
+  const session = await Session.open(server, room, token);
   const access = { room, ...(pin && { pin }) };
   const others = new Map();
   const sending = new Peer();
@@ -151,6 +156,8 @@ export async function joinRoom({ server, room, pin, name, tracks, onArrived, onG
     display: name,
     ...access,
   });
+  // Ties what is received to who is in the room.
+  access.private_id = data.private_id;
   for (const track of tracks) {
     sending.connection.addTransceiver(track, { direction: 'sendonly' });
   }

@@ -11,7 +11,9 @@ import { test } from 'node:test';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 
 // Even the smallest system has these.
-const ESSENTIAL = 'bash dirname env flock grep head mkdir sed sort tail unshare'.split(' ');
+const ESSENTIAL = 'bash chmod dirname env flock grep head mkdir rm sed sort tail unshare'.split(
+  ' ',
+);
 
 // A tree of its own, with an `apt-get` that installs nothing: what to spawn the set-up with.
 function makeTree(t) {
@@ -40,14 +42,15 @@ const TO_MEET = [
   ...['libgstreamer1.0-dev', 'libgstreamer-plugins-bad1.0-dev'],
   ...['libgstreamer-plugins-base1.0-dev', 'libsoup-3.0-dev', 'pkg-config'],
 ];
+const TO_TEST_METHODS = ['chromium', 'ffmpeg', 'libgmock-dev', 'libgtest-dev'];
+const TO_TEST_MEETINGS = ['coturn', 'openssl', 'pulseaudio', 'pulseaudio-utils'];
 const TO_TEST = [
-  ...['chromium', 'ffmpeg', 'libgmock-dev', 'libgtest-dev'],
-  ...['coturn', 'dbus-daemon', 'openssl', 'pipewire-bin', 'pulseaudio', 'pulseaudio-utils'],
-  ...['wireplumber'],
+  ...[...TO_TEST_METHODS, ...TO_TEST_MEETINGS],
+  ...['dbus-daemon', 'pipewire-bin', 'wireplumber'],
 ];
-// Chromium's sandbox is not needed everywhere, not every Debian has a Janus, and the plugins are
-// looked for where the system keeps them.
-const DEPENDING_ON_SYSTEM = /^(chromium-sandbox|janus|gstreamer1\.0-.*)$/;
+// Chromium's sandbox is not needed everywhere, not every Debian has a Janus, and HAProxy and the
+// plugins are looked for where the system keeps them.
+const DEPENDING_ON_SYSTEM = /^(chromium-sandbox|haproxy|janus|gstreamer1\.0-.*)$/;
 const TO_FUZZ = ['clang', 'libclang-rt-dev', 'llvm'];
 
 for (const [given, packages] of [
@@ -57,6 +60,8 @@ for (const [given, packages] of [
     [...TO_BUILD, ...TO_MEET],
   ],
   [['release'], [...TO_BUILD, ...TO_TEST]],
+  [['asan'], [...TO_BUILD, ...TO_TEST_METHODS, ...TO_TEST_MEETINGS]],
+  [['clang'], [...TO_BUILD, ...TO_TEST_METHODS, 'clang']],
   [
     ['fuzz', '--for', 'fuzz'],
     [...TO_BUILD, ...TO_FUZZ],

@@ -60,15 +60,41 @@ test('the engine, the elements that it needs and the devices that are there are 
   assert.match(examined({ PULSE_SERVER: 'unix:/nowhere' }).lines.join('\n'), /speakers: none$/m);
 });
 
-test('a plugin that is missing is a problem, and the package that has it is named', (t) => {
-  const { status, lines } = examined(withoutPlugin(t, 'libgstvpx.so'));
+// The problems that the doctor finds, each with its advice.
+function problems(environment) {
+  const { status, lines } = examined(environment);
   assert.equal(status, 1);
-  const index = lines.findIndex((line) => line.startsWith('problem'));
-  assert.deepEqual(lines.slice(index, index + 2), [
-    'problem  real meetings: gstreamer1.0-plugins-good is missing, with vp8dec, vp8enc',
-    '         -> Install it: gstreamer1.0-plugins-good',
+  return lines.flatMap((line, index) =>
+    line.startsWith('problem  ') ? [lines.slice(index, index + 2)] : [],
+  );
+}
+
+test('a plugin that is missing is a problem, and the package that has it is named', (t) => {
+  const environment = withoutPlugin(t, 'libgstvpx.so');
+  // GStreamer lists these plugins in a registry, and uses that as it is later.
+  spawnSync(path.join(build, 'webrtc/examine_webrtc_engine'), {
+    env: { ...process.env, ...environment },
+  });
+  const { GST_REGISTRY_1_0 } = environment;
+  assert.deepEqual(problems({ GST_REGISTRY_1_0, GST_REGISTRY_UPDATE: 'no' }), [
+    [
+      'problem  real meetings: gstreamer1.0-plugins-good is missing, with vp8dec, vp8enc',
+      '         -> Install it: gstreamer1.0-plugins-good',
+    ],
   ]);
-  assert.equal(lines.filter((line) => line.startsWith('problem')).length, 1);
+});
+
+test('where the environment hides the plugins that are installed, its variable is named', (t) => {
+  const found = problems({
+    GST_PLUGIN_SYSTEM_PATH: '/nowhere',
+    GST_REGISTRY_1_0: path.join(temporaryDirectory(t), 'registry.bin'),
+  });
+  assert.deepEqual(found.at(-1), [
+    'problem  real meetings: GStreamer does not find nicesrc of gstreamer1.0-nice',
+    '         -> The environment keeps it from that: correct or unset GST_PLUGIN_SYSTEM_PATH="/nowhere"',
+  ]);
+  assert.equal(found.length, 4);
+  for (const [, advice] of found) assert.equal(advice, found.at(-1)[1]);
 });
 
 for (const [plugin, reason] of [

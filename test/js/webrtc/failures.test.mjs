@@ -14,6 +14,7 @@ import { WebSocketServer } from 'ws';
 import { freePort, ownAddress } from '../../../examples/sfu/janus_server.mjs';
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
 import { makeCertificate } from '../../support/certificates.mjs';
+import { MediaRelay } from '../../support/media_relay.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { waveHeader, writeToneClip } from '../../support/tone_clip.mjs';
 import { startTurnServer } from '../../support/turn_server.mjs';
@@ -21,6 +22,9 @@ import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const address = ownAddress();
 const SOURCES = { camera: 'card:1', microphone: 'tone:440' };
+
+// The first byte of a datagram tells of which protocol it is.
+const isDtls = ([first]) => first >= 20 && first <= 63;
 
 async function listening(t, server, options) {
   if (options) server.listen(options);
@@ -164,16 +168,29 @@ test('a join to a server that does not answer is refused', async (t) => {
   });
 });
 
-test('a join without a path for media is refused', async (t) => {
+test('a join without a path for media is refused', { concurrency: true }, async (t) => {
   const server = await startServer(t, { rooms: { meeting: {} } });
-  const { username, password, port } = await startTurnServer(t, { deniedPeer: address });
-  const relay = { username, password, address, port, fqdn: '', priority: 0, bandwidth: 0 };
-  const member = await openMember(t);
-  const { code, reason } = await refusal(member, server.uri('meeting', SOURCES), {
-    ...{ forceTurn: true, turnServers: [{ ...relay, protocol: 'udp' }] },
-  });
-  assert.equal(code, 504);
-  assert.match(reason, /no way for media|gave up the media/);
+  await Promise.all([
+    t.test('because its relay does not reach the server', async (inner) => {
+      const { username, password, port } = await startTurnServer(inner, { deniedPeer: address });
+      const relay = { username, password, address, port, fqdn: '', priority: 0, bandwidth: 0 };
+      const member = await openMember(inner);
+      const { code, reason } = await refusal(member, server.uri('meeting', SOURCES), {
+        ...{ forceTurn: true, turnServers: [{ ...relay, protocol: 'udp' }] },
+      });
+      assert.equal(code, 504);
+      // The engine and the server give up at about the same time.
+      assert.match(reason, /^there is no way for media to the server$|gave up the media/);
+    }),
+    t.test('because nothing but the search for it passes', async (inner) => {
+      const relay = await MediaRelay.start(inner, server);
+      relay.blocks = isDtls;
+      assert.deepEqual(await refusal(await openMember(inner), relay.uri('meeting', SOURCES)), {
+        code: 504,
+        reason: 'no way for media was found',
+      });
+    }),
+  ]);
 });
 
 test("the server's certificate is verified, and an additional authority can be configured", async (t) => {
@@ -191,27 +208,41 @@ test("the server's certificate is verified, and an additional authority can be c
   assert.deepEqual(await member.does('join', uri), { connected: true });
 });
 
-test('a participant who is removed, or whose room is closed, gets the reason', async (t) => {
-  const server = await startServer(t);
-  const administrator = await JanusAdministrator.connect(t, server);
-  await administrator.ask({ request: 'create', room: 'meeting', secret: 's' });
-  const member = await openMember(t);
+for (const [what, room, hasNumbers] of [
+  ['names', 'meeting', false],
+  ['numbers', 4711, true],
+]) {
+  test(`a participant who is removed, or whose room is closed, gets the reason where rooms have ${what}`, async (t) => {
+    const server = await startServer(t, { hasNumbers });
+    const administrator = await JanusAdministrator.connect(t, server);
+    await administrator.ask({ request: 'create', room, secret: 's' });
+    const member = await openMember(t);
 
-  assert.deepEqual(await member.does('join', server.uri('meeting', SOURCES)), { connected: true });
-  const { participants } = await administrator.ask({
-    request: 'listparticipants',
-    room: 'meeting',
+    assert.deepEqual(await member.does('join', server.uri(room, SOURCES)), { connected: true });
+    const { participants } = await administrator.ask({ request: 'listparticipants', room });
+    assert.equal(participants.length, 1);
+    const [{ id }] = participants;
+    assert.equal(typeof id, typeof room);
+    await administrator.ask({ request: 'kick', room, secret: 's', id });
+    const removed = await member.does('seen', 'callDisconnect', { callId: 1 });
+    assert.deepEqual([removed.code, removed.reason], [410, 'the call was removed from the room']);
+
+    assert.deepEqual(await member.does('join', server.uri(room, SOURCES)), { connected: true });
+    await administrator.ask({ request: 'destroy', room, secret: 's' });
+    const closed = await member.does('seen', 'callDisconnect', { callId: 2 });
+    assert.deepEqual([closed.code, closed.reason], [410, 'the room was closed']);
   });
-  assert.equal(participants.length, 1);
-  const [{ id }] = participants;
-  await administrator.ask({ request: 'kick', room: 'meeting', secret: 's', id });
-  const removed = await member.does('seen', 'callDisconnect', { callId: 1 });
-  assert.deepEqual([removed.code, removed.reason], [410, 'the call was removed from the room']);
+}
 
-  assert.deepEqual(await member.does('join', server.uri('meeting', SOURCES)), { connected: true });
-  await administrator.ask({ request: 'destroy', room: 'meeting', secret: 's' });
-  const closed = await member.does('seen', 'callDisconnect', { callId: 2 });
-  assert.deepEqual([closed.code, closed.reason], [410, 'the room was closed']);
+test('a room that has neither this name nor this number is unknown', async (t) => {
+  const server = await startServer(t, { rooms: { 4711: {} }, hasNumbers: true });
+  const member = await openMember(t);
+  for (const room of ['meeting', '4712', '9'.repeat(30)]) {
+    assert.deepEqual(await refusal(member, server.uri(room)), {
+      code: 404,
+      reason: 'there is no such room',
+    });
+  }
 });
 
 test('the call ends when the server is killed', async (t) => {

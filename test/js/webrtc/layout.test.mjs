@@ -121,19 +121,13 @@ for (const videocodec of ['vp8', 'h264']) {
       }
     }
 
-    for (const [maxfps, everyNth] of [
-      [15, 2],
-      [7, 4],
-      [3, 10],
-    ]) {
-      await zoe.does('call', 'updateVideoStreamsState', limit({ maxfps }));
-      // What was on its way is over after the first ones.
-      const [, , first, ...others] = await zoe.does('pictures', remote(0), 7);
-      const last = others.at(-1);
-      const captured = last.card.number - first.card.number;
-      const leftOut = captured / (last.frameId - first.frameId);
-      assert.ok(leftOut > 0.8 * everyNth && leftOut < 1.5 * everyNth, `one of ${leftOut}`);
-    }
+    // How many are left out is up to how many the machine captures, but of more than three per second
+    // some are.
+    await zoe.does('call', 'updateVideoStreamsState', limit({ maxfps: 3 }));
+    // What was on its way is over after the first ones.
+    const [, , first, , last] = await zoe.does('pictures', remote(0), 5);
+    const captured = last.card.number - first.card.number;
+    assert.ok(captured > last.frameId - first.frameId, `${captured} pictures were captured`);
 
     await zoe.does('call', 'updateVideoStreamsState', limit({}));
     const ceiling = JSON.stringify({ maxVOQualityIndex: 2 });

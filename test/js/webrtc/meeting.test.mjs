@@ -10,6 +10,8 @@ import { LOCAL, remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
+// Here rooms and participants have numbers, the server's default. Elsewhere they have names.
+const ROOM = '4711';
 const LEFT = { reason: 'the call was left', code: 0 };
 
 // The codecs of a room, as its server's configuration has them, and the one that is then used.
@@ -20,7 +22,7 @@ const CODECS = [
 
 // Members of one room, the first one's card with the detail 1, and so on.
 async function meet(t, count, { capture, videocodec = 'vp8,h264' } = {}) {
-  const server = await startServer(t, { rooms: { meeting: { videocodec } } });
+  const server = await startServer(t, { rooms: { [ROOM]: { videocodec } }, hasNumbers: true });
   const members = await Promise.all(
     Array.from({ length: count }, () => openMember(t, { capture })),
   );
@@ -28,7 +30,7 @@ async function meet(t, count, { capture, videocodec = 'vp8,h264' } = {}) {
     members.map((member, index) =>
       member.does(
         'join',
-        server.uri('meeting', { camera: `card:${index + 1}`, microphone: `tone:${440 + index}` }),
+        server.uri(ROOM, { camera: `card:${index + 1}`, microphone: `tone:${440 + index}` }),
       ),
     ),
   );
@@ -85,7 +87,7 @@ test('a room whose only codec the engine does not have gets no video, and the lo
   // 0 is the csrc of a participant without video.
   await second.does('seen', 'streamAdded', { ...remote(0), csrc: 0 });
   assert.equal(await second.does('hasPicture', remote(0)), false);
-  assert.match(await first.does('log'), /the room takes no video in an encoding of ours/);
+  await first.does('logged', 'the room takes no video in an encoding of ours');
 });
 
 test('a participant who leaves is removed at the others, and may join again', async (t) => {
@@ -96,7 +98,7 @@ test('a participant who leaves is removed at the others, and may join again', as
   await second.does('seen', 'streamRemoved', remote(0));
 
   await second.does('forget');
-  const again = server.uri('meeting', { camera: 'card:9', microphone: 'tone:440' });
+  const again = server.uri(ROOM, { camera: 'card:9', microphone: 'tone:440' });
   assert.deepEqual(await first.does('join', again), { connected: true });
   await second.does('seen', 'streamAdded', remote(0));
   const { card } = await second.does('picture', remote(0));
@@ -121,7 +123,7 @@ test('a clip that replaces the camera is received', async (t) => {
   const clip = path.join(temporaryDirectory(t), 'camera.y4m');
   writeCardClip(clip, { width: 320, height: 180, detail: 99 });
   const player = await openMember(t);
-  await player.does('join', server.uri('meeting', { camera: clip, microphone: 'tone:440' }));
+  await player.does('join', server.uri(ROOM, { camera: clip, microphone: 'tone:440' }));
   const [{ width, height, card }] = await members[0].does('pictures', remote(0), 1);
   assert.deepEqual([width, height, card?.detail], [320, 180, 99]);
 });
@@ -129,9 +131,8 @@ test('a clip that replaces the camera is received', async (t) => {
 test('the microphone has a level unless it is muted', async (t) => {
   const { members } = await meet(t, 1);
   const [member] = members;
-  const { level } = await member.does('seen', 'micLevel');
-  // A sine of 0.3 is -13.5 dB.
-  assert.equal(level, 78);
+  // A sine of 0.3 is -13.5 dB. On a busy machine parts of it are left out.
+  await member.does('seen', 'micLevel', { level: 78 });
   await member.does('call', 'muteLocalAudio', true);
   await member.does('seen', 'mediaMuteState', { mediaType: 'audio', muted: true });
   const { csrc } = await member.does('picture', LOCAL);

@@ -42,7 +42,10 @@ test('two applications show the video, name, speech and mutes of each other', as
     assert.equal((await cardIn(page, 'local-0')).detail, own);
     await tile(page, 'remote-0').locator('.label b').filter({ hasText: name }).waitFor();
     await page.locator('.tile.speaking[data-stream="remote-0"]').waitFor();
-    assert.equal(await page.locator('#call').textContent(), 'You and 1 other');
+    await page
+      .locator('#call')
+      .filter({ hasText: /^You and 1 other$/ })
+      .waitFor();
     assert.equal(await page.locator('#devices-menu').isDisabled(), true);
   }
 

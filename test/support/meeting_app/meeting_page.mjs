@@ -34,18 +34,24 @@ export const tile = (page, name) => page.locator(`.tile[data-stream="${name}"]`)
 
 // Settles with the first test card that the stream's tile shows and that `matches`: what readCard
 // says, and the picture's width and height.
-export async function cardIn(page, name, matches = () => true) {
-  await page.locator(`.tile.live[data-stream="${name}"]`).waitFor();
+export async function cardIn(page, name, matches) {
+  const shown = `.tile.live[data-stream="${name}"]`;
+  await page.locator(shown).waitFor();
+  return cardOn(page, `${shown} canvas`, matches);
+}
+
+// The same of a canvas, which this selector finds.
+export async function cardOn(page, selector, matches = () => true) {
   for (;;) {
-    const card = await page.evaluate(cardOf, name);
+    const card = await page.evaluate(cardOf, selector);
     if (card && matches(card)) return card;
   }
 }
 
-// In the page: the card that the tile shows once more is drawn.
-async function cardOf(name) {
+// In the page: the card that the canvas shows once more is drawn.
+async function cardOf(selector) {
   await new Promise((resolve) => requestAnimationFrame(resolve));
-  const canvas = document.querySelector(`.tile.live[data-stream="${name}"] canvas`);
+  const canvas = document.querySelector(selector);
   if (!canvas) return null;
   const { width, height } = canvas;
   // The corner that holds the card's code.

@@ -116,6 +116,8 @@ const describe = (frame, drawn) => ({
   card: readCard(frame, drawn),
 });
 
+const log = () => readFileSync(path.join(directory, `${process.pid}tesselclient.log`), 'utf8');
+
 obey({
   open(logPath, { width = 640, height = 360, maxFPS = 30 } = {}) {
     directory = logPath;
@@ -244,7 +246,12 @@ obey({
     }
   },
 
-  log: () => readFileSync(path.join(directory, `${process.pid}tesselclient.log`), 'utf8'),
+  log,
+
+  // Settles when the log has this text, behind its first `from` characters.
+  async logged(text, from = 0) {
+    while (!log().includes(text, from)) await delay(POLL_INTERVAL_MS);
+  },
 
   threadsGone: untilThreadsAreGone,
 

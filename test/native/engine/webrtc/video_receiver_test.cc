@@ -57,9 +57,10 @@ struct Received {
 // A receiver that gets packets, one after the other.
 class Reception {
  public:
-  Reception(const Codec& codec, const CapsPtr& format)
+  Reception(const Codec& codec, const CapsPtr& format, const support::Reception& wanted = {})
       : decoder_(receiver_->makeDecoder(codec.encoding)),
         source_(GST_PAD(gst_object_ref_sink(gst_pad_new("src", GST_PAD_SRC)))) {
+    receiver_->setReception(wanted);
     gst_object_ref_sink(decoder_.get());
     gst_pad_set_element_private(source_.get(), &received_);
     gst_pad_set_event_function(source_.get(), &Reception::countRequest);
@@ -162,6 +163,26 @@ TEST_P(VideoReceiverTest, ShowsNothingBrokenAfterALossAndGoesOnAtAKeyFrame) {
       EXPECT_TRUE(!isEarly || received.pictures.size() >= kPictures - 2 * kKeyFrameInterval);
       EXPECT_TRUE(!isEarly || received.pictures.contains(lastTime)) << first;
     }
+  }
+}
+
+TEST_P(VideoReceiverTest, ShowsAsManyPicturesAsTheFrameRateAllows) {
+  const Sent sent = encode(GetParam());
+  const Received whole = receive(GetParam(), sent, 0, 0);
+  ASSERT_EQ(whole.pictures.size(), kPictures);
+  // Of 30 per second.
+  for (const auto& [mostPerSecond, everyNth] :
+       std::map<std::uint32_t, std::size_t>{{30, 1}, {15, 2}, {7, 4}, {3, 10}}) {
+    Reception reception(GetParam(), sent.format, {.mostPerSecond = mostPerSecond});
+    for (const BufferPtr& packet : sent.packets) reception.take(packet);
+    std::vector<std::uint64_t> due;
+    std::size_t number = 0;
+    for (const auto& [time, picture] : whole.pictures) {
+      if (number++ % everyNth == 0) due.push_back(time);
+    }
+    std::vector<std::uint64_t> shown;
+    for (const auto& [time, picture] : reception.received().pictures) shown.push_back(time);
+    EXPECT_EQ(shown, due) << mostPerSecond;
   }
 }
 

@@ -72,10 +72,11 @@ class JanusMonitor {
     return { bytes: [bytes, ...layers].reduce((sum, each) => sum + each), seconds };
   }
 
-  // What the server itself has found out by RTCP of the medium that it receives from the participant.
+  // What the server itself has found out by RTCP of the medium that it receives from the participant,
+  // of a video its highest layer.
   async reception(display, medium) {
     const { rtcp } = await this.#medium('publisher', display, medium);
-    return rtcp;
+    return rtcp.sim2 ?? rtcp.main;
   }
 
   // The bytes that the server has received of each layer of the participant's video, the lowest

@@ -215,8 +215,8 @@ test('losses are counted, and what repairs them', async (t) => {
       bitRateOf,
     );
     const [{ cumulative_loss }] = after.video_send_stats;
-    const { main } = await monitor.reception('Ada', 'video');
-    assert.deepEqual([cumulative_loss, main.lost], Array(2).fill(await lost('up', video.up)));
+    const { lost: missed } = await monitor.reception('Ada', 'video');
+    assert.deepEqual([cumulative_loss, missed], Array(2).fill(await lost('up', video.up)));
   });
 
   await t.test('of what is received', async () => {

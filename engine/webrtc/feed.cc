@@ -38,7 +38,6 @@ std::optional<std::uint32_t> ssrcOf(const std::string& offer, std::string_view m
 
 constexpr std::size_t kMostLayers = 3;
 constexpr std::int64_t kGreatestHeight = 16384;
-constexpr std::int64_t kHighestRate = 1000;
 
 // Empty unless these are the heights of several layers.
 std::vector<std::uint32_t> heightsAt(const Json& state) {
@@ -69,9 +68,6 @@ std::optional<Feed> parseFeed(const Json& publisher) {
     if (type == "video") {
       feed.isVideoMuted = isMuted;
       feed.layerHeights = heightsAt(state);
-      const std::int64_t rate = numberAt(state, "rate");
-      feed.framesPerSecond =
-          rate > 0 && rate <= kHighestRate ? static_cast<std::uint32_t>(rate) : 0;
       feed.usesLowerLayers = flagAt(state, "usesLowerLayers");
     }
     if (feed.guid.empty()) feed.guid = textAt(state, "guid");

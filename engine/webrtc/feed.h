@@ -22,7 +22,6 @@ struct Feed {
   bool isVideoMuted = false;
   // Of the layers of the video, the highest first; empty without layers.
   std::vector<std::uint32_t> layerHeights;
-  std::uint32_t framesPerSecond = 0;  // of the video with layers
   // It receives, or wants to receive, lower layers of others.
   bool usesLowerLayers = false;
 

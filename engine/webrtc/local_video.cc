@@ -136,9 +136,7 @@ void LocalVideo::watch() {
 }
 
 std::unique_ptr<Camera> LocalVideo::openCamera() {
-  const auto viewer = [this, rate = rate_](const std::shared_ptr<support::Frame>& frame) {
-    show(frame, rate);
-  };
+  const auto viewer = [this](const std::shared_ptr<support::Frame>& frame) { show(frame); };
   std::unique_ptr<support::PictureSource> source;
   support::FrameRate rate = rate_;
   switch (source_.kind) {
@@ -170,7 +168,7 @@ std::uint64_t LocalVideo::lastId() {
   return lastId_;
 }
 
-void LocalVideo::show(const std::shared_ptr<support::Frame>& frame, support::FrameRate rate) {
+void LocalVideo::show(const std::shared_ptr<support::Frame>& frame) {
   std::shared_ptr<VideoSender> sender;
   {
     base::MutexLock lock(mutex_);
@@ -180,7 +178,7 @@ void LocalVideo::show(const std::shared_ptr<support::Frame>& frame, support::Fra
   }
   frame->csrc = csrc();
   stream_->publish(frame);
-  if (sender) sender->send(frame, rate);
+  if (sender) sender->send(frame);
 }
 
 }  // namespace webrtc

@@ -68,7 +68,7 @@ class LocalVideo {
   void watch() EXCLUDES(mutex_);
   std::uint64_t lastId() EXCLUDES(mutex_);
   // On the camera's thread.
-  void show(const std::shared_ptr<support::Frame>& frame, support::FrameRate rate) EXCLUDES(mutex_);
+  void show(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);
 
   support::EngineContext& context_;
   Devices& devices_;

@@ -111,7 +111,7 @@ void Participant::accept(const std::string& offer, const Json& data) {
   connection_->acceptOffer(offer, [this](const std::string& sdp) { answer(sdp); });
 }
 
-// The lowest layers that are enough: what they have too much is reduced when it has arrived.
+// The lowest layer that is enough: what it has too much is reduced when it has arrived.
 Participant::Wanted Participant::wanted() const {
   Wanted wanted = {.audio = incoming_.audio, .video = incoming_.video && reception_.isWanted};
   const auto& heights = feed_.layerHeights;
@@ -121,11 +121,6 @@ Participant::Wanted Participant::wanted() const {
                                    [most](std::uint32_t height) { return height >= most; });
   if (lowest != heights.rend()) {
     wanted.layer = kHighestLayer - static_cast<int>(std::distance(lowest, heights.rend()) - 1);
-  }
-  double rate = feed_.framesPerSecond;
-  while (wanted.temporalLayer > 0 && rate / 2 >= mostPerSecond(reception_)) {
-    rate /= 2;
-    --wanted.temporalLayer;
   }
   return wanted;
 }
@@ -138,10 +133,7 @@ void Participant::askForWanted() {
     if (kind == "audio") {
       streams.push_back({{"mid", mid}, {"send", asked_.audio}});
     } else {
-      streams.push_back({{"mid", mid},
-                         {"send", asked_.video},
-                         {"substream", asked_.layer},
-                         {"temporal", asked_.temporalLayer}});
+      streams.push_back({{"mid", mid}, {"send", asked_.video}, {"substream", asked_.layer}});
     }
   }
   handle_.ask({{"request", "configure"}, {"streams", std::move(streams)}}, std::nullopt, nullptr);

@@ -76,13 +76,11 @@ class Participant {
   void accept(const std::string& offer, const Json& data);
   static constexpr int kHighestLayer = 2;
 
-  // What the server is to send. It numbers the layers of a video, and those in time, from the
-  // lowest.
+  // What the server is to send. It numbers the layers of a video from the lowest.
   struct Wanted {
     bool audio = true;
     bool video = true;
     int layer = kHighestLayer;
-    int temporalLayer = kHighestLayer;
 
     bool operator==(const Wanted&) const = default;
   };

@@ -93,14 +93,14 @@ void Publisher::addVideo(const std::string& encoding) {
           .ssrcs = std::move(ssrcs),
           .mostBitsPerSecond = settings_.mostBitsPerSecond,
           .pool = settings_.pool,
-          .formatChanged = [this, post = inbox_.poster()](const VideoSender::Format& format) {
-            post([this, format] { setFormat(format); });
+          .sizesChanged = [this, post = inbox_.poster()](const std::vector<support::Size>& sizes) {
+            post([this, sizes] { setLayerSizes(sizes); });
           }});
   video_->setLowerLayers(areLowerLayersUsed_);
 }
 
-void Publisher::setFormat(const VideoSender::Format& format) {
-  format_ = format;
+void Publisher::setLayerSizes(const std::vector<support::Size>& sizes) {
+  layerSizes_ = sizes;
   tellState();
 }
 
@@ -145,9 +145,8 @@ Json Publisher::descriptions() const {
   Json video = {{"guid", state_.guid},
                 {"muted", state_.isVideoMuted},
                 {"usesLowerLayers", state_.usesLowerLayers}};
-  if (format_.sizes.size() > 1) {
-    video["rate"] = format_.framesPerSecond;
-    for (const auto& size : format_.sizes) video["layers"].push_back(size.height);
+  if (layerSizes_.size() > 1) {
+    for (const auto& size : layerSizes_) video["layers"].push_back(size.height);
   }
   return Json::array({description(kVideoMid, video), description(kAudioMid, audio)});
 }

@@ -82,7 +82,7 @@ class Publisher {
   void publish(const std::string& offer);
   // In the encoding that the room takes, if it is one of ours.
   void addVideo(const std::string& encoding);
-  void setFormat(const VideoSender::Format& format);
+  void setLayerSizes(const std::vector<support::Size>& sizes);
   void tellState();
   Json descriptions() const;
   // On a thread of the connection's.
@@ -93,7 +93,7 @@ class Publisher {
   const Handlers handlers_;
   const std::vector<LayerSsrcs> lowerLayers_;
   OwnState state_;
-  VideoSender::Format format_;
+  std::vector<support::Size> layerSizes_;  // of the video that is being sent
   Json told_;
   bool isAccepted_ = false;
   Inbox inbox_;

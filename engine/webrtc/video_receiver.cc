@@ -1,8 +1,6 @@
 #include "engine/webrtc/video_receiver.h"
 
 #include <algorithm>
-#include <chrono>
-#include <limits>
 #include <map>
 
 #include "engine/webrtc/glib.h"
@@ -27,13 +25,15 @@ constexpr const char* kSink =
     " ! appsink name=sink sync=false max-buffers=2 drop=true enable-last-sample=false "
     "caps=video/x-raw,format=I420";
 
-}  // namespace
-
-double mostPerSecond(const support::Reception& reception) {
+// Between two of so many pictures per second. Of 30 every fourth stays for 7, not one less in two
+// seconds, as the layers of an encoder have it.
+support::Time periodOf(std::uint32_t perSecond) {
   constexpr double kQuarterOf30 = 7.5;
-  if (reception.mostPerSecond == 0) return std::numeric_limits<double>::infinity();
-  return reception.mostPerSecond == 7 ? kQuarterOf30 : reception.mostPerSecond;
+  const double exact = perSecond == 7 ? kQuarterOf30 : perSecond;
+  return std::chrono::duration_cast<support::Time>(std::chrono::duration<double>(1 / exact));
 }
+
+}  // namespace
 
 GstElement* VideoReceiver::makeDecoder(const std::string& encoding) {
   const auto decoding = kDecodings.find(encoding);
@@ -72,8 +72,7 @@ void VideoReceiver::show(const std::shared_ptr<support::Frame>& frame) {
 
 bool VideoReceiver::isDue(support::Time time) {
   if (reception_.mostPerSecond == 0) return true;
-  const auto period = std::chrono::duration_cast<support::Time>(
-      std::chrono::duration<double>(1 / mostPerSecond(reception_)));
+  const support::Time period = periodOf(reception_.mostPerSecond);
   // Times that have nothing to do with those before, as after a pause, begin anew.
   if (time > nextDue_ + period || time < nextDue_ - 2 * period) nextDue_ = time;
   // Pictures arrive a little early or late, at most by half the time between two of 30 per second.

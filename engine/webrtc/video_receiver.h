@@ -19,10 +19,6 @@
 
 namespace webrtc {
 
-// The pictures per second that a reception allows; infinity without a limit. For 7 every fourth of
-// 30 is shown, as in an encoder's layers, not one less in two seconds.
-double mostPerSecond(const support::Reception& reception);
-
 // Decodes the packets of one video, and publishes its frames, numbered from 1, in a stream. Shared
 // by the participant and by the decoding elements; all operations may be called from any thread.
 class VideoReceiver : public std::enable_shared_from_this<VideoReceiver> {

@@ -19,8 +19,7 @@ struct Encoding {
   // Tells the encoder how many bits it may make in a second, and whether it is to drop frames to
   // keep that.
   void (*limit)(GstElement* encoder, std::uint32_t bitsPerSecond, bool isStrict);
-  // Null when there is only one layer in this encoding.
-  void (*addTemporalLayers)(GstElement* encoder);
+  bool canBeLayered;
 };
 
 namespace {
@@ -30,43 +29,6 @@ constexpr double kBitsPerPixel = 0.1;
 constexpr std::uint32_t kLeastBitsPerSecond = 150'000;
 
 constexpr std::uint32_t kLeastHeight = 90;  // of a layer below the highest
-
-constexpr std::array kTemporalLayers = {0, 2, 1, 2};     // of four pictures
-constexpr std::array kDecimators = {4, 2, 1};            // of each temporal layer with those below
-constexpr std::array kTemporalShares = {0.4, 0.6, 1.0};  // the same, of the bits
-// Of four pictures: none refers to anything but the lowest temporal layer.
-constexpr const char* kReferences =
-    "<no-ref-golden+no-ref-alt+no-upd-golden+no-upd-alt,"
-    "no-ref-golden+no-ref-alt+no-upd-last+no-upd-golden+no-upd-alt+no-upd-entropy,"
-    "no-ref-golden+no-ref-alt+no-upd-last+no-upd-golden+no-upd-alt+no-upd-entropy,"
-    "no-ref-golden+no-ref-alt+no-upd-last+no-upd-golden+no-upd-alt+no-upd-entropy>";
-
-// The encoder takes some of its settings only in GLib's former arrays.
-template <typename Numbers>
-void setNumbers(GstElement* element, const char* property, const Numbers& numbers) {
-  G_GNUC_BEGIN_IGNORE_DEPRECATIONS
-  GValueArray* const array = g_value_array_new(static_cast<guint>(numbers.size()));
-  for (const auto number : numbers) {
-    GValue value = G_VALUE_INIT;
-    g_value_init(&value, G_TYPE_INT);
-    g_value_set_int(&value, static_cast<gint>(number));
-    g_value_array_append(array, &value);
-  }
-  g_object_set(element, property, array, nullptr);
-  g_value_array_free(array);
-  G_GNUC_END_IGNORE_DEPRECATIONS
-}
-
-void addTemporalLayers(GstElement* encoder) {
-  g_object_set(encoder, "temporal-scalability-number-layers", static_cast<gint>(kDecimators.size()),
-               "temporal-scalability-periodicity", static_cast<gint>(kTemporalLayers.size()),
-               nullptr);
-  setNumbers(encoder, "temporal-scalability-layer-id", kTemporalLayers);
-  setNumbers(encoder, "temporal-scalability-rate-decimator", kDecimators);
-  gst_util_set_object_arg(G_OBJECT(encoder), "temporal-scalability-layer-flags", kReferences);
-  gst_util_set_object_arg(G_OBJECT(encoder), "temporal-scalability-layer-sync-flags",
-                          "<false,true,true,true>");
-}
 
 constexpr const char* kSource =
     "appsrc name=source is-live=true format=time max-buffers=1 leaky-type=downstream ! ";
@@ -89,12 +51,8 @@ constexpr std::array kEncodings = {
                    constexpr gint kDropThreshold = 30;
                    g_object_set(encoder, "target-bitrate", static_cast<gint>(bitsPerSecond),
                                 "dropframe-threshold", isStrict ? kDropThreshold : 0, nullptr);
-                   if (property<gint>(encoder, "temporal-scalability-number-layers") == 1) return;
-                   auto rates = kTemporalShares;
-                   for (double& rate : rates) rate *= bitsPerSecond;
-                   setNumbers(encoder, "temporal-scalability-target-bitrate", rates);
                  },
-             .addTemporalLayers = addTemporalLayers},
+             .canBeLayered = true},
     // The profile that every browser decodes. The encoder puts the parameter sets before each key
     // frame. OpenH264 prints "cmInitParaError" when its stream ends, as that of an appsrc does when
     // what follows it has gone: GStreamer then asks without a frame for what is still in it, until
@@ -112,7 +70,7 @@ constexpr std::array kEncodings = {
                    g_object_set(encoder, "bitrate", bitsPerSecond, "enable-frame-skip",
                                 static_cast<gboolean>(isStrict), nullptr);
                  },
-             .addTemporalLayers = nullptr},
+             .canBeLayered = false},
 };
 
 const Encoding* encodingOf(const std::string& name) {
@@ -172,7 +130,7 @@ bool VideoSender::canEncode(const std::string& encoding) { return encodingOf(enc
 
 bool VideoSender::canLayer(const std::string& encoding) {
   const Encoding* const found = encodingOf(encoding);
-  return found && found->addTemporalLayers;
+  return found && found->canBeLayered;
 }
 
 VideoSender::VideoSender(PeerConnection& connection, GstPad* place, const std::string& encoding,
@@ -201,7 +159,6 @@ GstElement* VideoSender::addLayer(const Encoding& encoding, std::uint32_t ssrc) 
                  .encoder = elementIn(bin, "encoder"),
                  .payloader = elementIn(bin, "payloader"),
                  .scaler = std::make_unique<Scaler>(settings_.pool)};
-  if (isLayered()) encoding.addTemporalLayers(layer.encoder.get());
   g_object_set(layer.payloader.get(), "ssrc", layer.ssrc, nullptr);
   layers_.push_back(std::move(layer));
   return bin;
@@ -226,34 +183,32 @@ void VideoSender::setLowerLayers(bool areSent) {
 
 FrameCounts VideoSender::encoded() const {
   base::MutexLock lock(mutex_);
-  return {.frames = *encodedFrames_,
-          .size = format_.sizes.empty() ? support::Size() : format_.sizes.front()};
+  return {.frames = *encodedFrames_, .size = sizes_.empty() ? support::Size() : sizes_.front()};
 }
 
-void VideoSender::send(const std::shared_ptr<support::Frame>& frame, support::FrameRate rate) {
+void VideoSender::send(const std::shared_ptr<support::Frame>& frame) {
   base::MutexLock lock(mutex_);
   if (!isStarted_) return;
-  Format format = {.sizes = isLayered() ? layerSizes(frame->size()) : std::vector{frame->size()},
-                   .framesPerSecond = static_cast<std::uint32_t>(rate.perSecond())};
-  if (format != format_) {
-    format_ = std::move(format);
+  if (sizes_.empty() || frame->size() != sizes_.front()) {
+    sizes_ = isLayered() ? layerSizes(frame->size()) : std::vector{frame->size()};
     setFormat();
-    settings_.formatChanged(format_);
+    settings_.sizesChanged(sizes_);
   }
   std::shared_ptr<support::Frame> picture = frame;
   for (std::size_t index = 0; index < sentLayers(); ++index) {
     const Layer& layer = layers_[index];
-    if (index > 0) picture = layer.scaler->scale(*picture, format_.sizes[index]);
+    if (index > 0) picture = layer.scaler->scale(*picture, sizes_[index]);
     gst_app_src_push_buffer(GST_APP_SRC(layer.source.get()), bufferOf(picture).release());
   }
 }
 
-std::size_t VideoSender::sentLayers() const { return areLowerSent_ ? format_.sizes.size() : 1; }
+std::size_t VideoSender::sentLayers() const { return areLowerSent_ ? sizes_.size() : 1; }
 
 void VideoSender::setFormat() {
+  if (sizes_.empty()) return;
   setRates();
   for (std::size_t index = 0; index < sentLayers(); ++index) {
-    const auto [width, height] = format_.sizes[index];
+    const auto [width, height] = sizes_[index];
     const CapsPtr caps(gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width",
                                            G_TYPE_INT, static_cast<gint>(width), "height",
                                            G_TYPE_INT, static_cast<gint>(height), "framerate",
@@ -263,19 +218,18 @@ void VideoSender::setFormat() {
 }
 
 void VideoSender::setRates() {
-  if (format_.sizes.empty()) return;
   const auto wanted = [](support::Size size) {
     return static_cast<double>(support::pixels(size)) * 30 * kBitsPerPixel;
   };
   double sum = 0;
-  for (std::size_t index = 0; index < sentLayers(); ++index) sum += wanted(format_.sizes[index]);
+  for (std::size_t index = 0; index < sentLayers(); ++index) sum += wanted(sizes_[index]);
   const double least = kLeastBitsPerSecond;
   const double most = std::max<double>(settings_.mostBitsPerSecond, least);
   const double share = std::clamp(sum, least, most) / sum;
   const bool isStrict = settings_.mostBitsPerSecond < sum;
   for (std::size_t index = 0; index < sentLayers(); ++index) {
-    limit_(layers_[index].encoder.get(),
-           static_cast<std::uint32_t>(wanted(format_.sizes[index]) * share), isStrict);
+    limit_(layers_[index].encoder.get(), static_cast<std::uint32_t>(wanted(sizes_[index]) * share),
+           isStrict);
   }
 }
 

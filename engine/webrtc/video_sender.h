@@ -30,26 +30,18 @@ inline constexpr std::size_t kMostLayers = 3;
 std::vector<support::Size> layerSizes(support::Size size);
 
 // Takes frames, without copying them, and puts them encoded into a connection: in one layer, or in
-// up to three, each of them with three temporal layers of which only the lowest is referred to, so
-// that the server can leave out and add the others at any picture. Shared by the publisher and by
-// the camera, which may still have it when the connection is over: frames are then dropped. send()
-// and requestKeyFrame() may be called from any thread; the rest belongs to the engine's thread.
+// up to three. Shared by the publisher and by the camera, which may still have it when the
+// connection is over: frames are then dropped. send() and requestKeyFrame() may be called from any
+// thread; the rest belongs to the engine's thread.
 class VideoSender {
  public:
-  // What the frames become, the highest layer first; one layer without layers.
-  struct Format {
-    std::vector<support::Size> sizes;
-    std::uint32_t framesPerSecond = 0;
-
-    bool operator==(const Format&) const = default;
-  };
-
   struct Settings {
     std::vector<std::uint32_t> ssrcs;     // of the layers, or the only one; the highest first
     std::uint32_t mostBitsPerSecond = 0;  // of all layers
     std::shared_ptr<support::FramePool> pool;
-    // Called with each new format, on the thread that sends.
-    std::function<void(const Format&)> formatChanged;
+    // Called with the new sizes of the layers that the frames become, the highest first, on the
+    // thread that sends.
+    std::function<void(const std::vector<support::Size>&)> sizesChanged;
   };
 
   // What can be sent, for the connection's offer; the best first.
@@ -69,7 +61,7 @@ class VideoSender {
   void start() EXCLUDES(mutex_);
   // Without them only the highest layer is encoded, as at the beginning.
   void setLowerLayers(bool areSent) EXCLUDES(mutex_);
-  void send(const std::shared_ptr<support::Frame>& frame, support::FrameRate rate) EXCLUDES(mutex_);
+  void send(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);
   // What the encoder of the highest layer has made of them.
   FrameCounts encoded() const EXCLUDES(mutex_);
   // The next frame of the layer with this SSRC, or of all layers for 0, is a key frame.
@@ -101,7 +93,8 @@ class VideoSender {
   mutable base::Mutex mutex_;
   bool isStarted_ GUARDED_BY(mutex_) = false;
   bool areLowerSent_ GUARDED_BY(mutex_) = false;
-  Format format_ GUARDED_BY(mutex_);  // of the frames that are being sent
+  // Of the frames that are being sent.
+  std::vector<support::Size> sizes_ GUARDED_BY(mutex_);
 };
 
 }  // namespace webrtc

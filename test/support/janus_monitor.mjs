@@ -87,12 +87,11 @@ class JanusMonitor {
     return layers.map((layer) => layer?.bytes ?? 0);
   }
 
-  // The layer of the participant's video, and that in time, which the only subscriber is sent, from
-  // 0 for the lowest.
-  async passedOnLayers(display) {
+  // The layer of the participant's video that the only subscriber is sent, from 0 for the lowest.
+  async passedOnLayer(display) {
     const { info } = await this.#handle('subscriber', display, 'video');
     const { simulcast } = info.plugin_specific.streams.find(({ type }) => type === 'video');
-    return [simulcast.substream, simulcast['temporal-layer']];
+    return simulcast.substream;
   }
 
   // The bytes of "audio" or "video" that the server has received from the participant, and the time.

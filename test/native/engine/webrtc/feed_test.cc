@@ -41,18 +41,16 @@ Feed feedWithVideo(const std::string& description) {
 }
 
 TEST(Feed, TellsTheLayersOfItsVideo) {
-  const Feed feed = feedWithVideo(R"({"layers":[720,360,180],"rate":30,"usesLowerLayers":true})");
+  const Feed feed = feedWithVideo(R"({"layers":[720,360,180],"usesLowerLayers":true})");
   EXPECT_EQ(feed.layerHeights, (std::vector<std::uint32_t>{720, 360, 180}));
-  EXPECT_EQ(feed.framesPerSecond, 30U);
   EXPECT_TRUE(feed.usesLowerLayers);
 }
 
 TEST(Feed, HasNoLayersWhenTheirDescriptionIsInvalid) {
   for (const char* const layers : {"[1,2,3,4]", "[720,0]", "[720,-1]", "[720,99999]", "[720,\"x\"]",
                                    "[720,1.5]", "7", "{}", "null"}) {
-    const Feed feed = feedWithVideo(std::string(R"({"layers":)") + layers + R"(,"rate":-3})");
+    const Feed feed = feedWithVideo(std::string(R"({"layers":)") + layers + '}');
     EXPECT_TRUE(feed.layerHeights.empty()) << layers;
-    EXPECT_EQ(feed.framesPerSecond, 0U);
     EXPECT_FALSE(feed.usesLowerLayers);
   }
 }

@@ -13,6 +13,7 @@ import { sfuToken } from '../examples/operating/sfu_token.mjs';
 import { SECRETS, runExample, startConfiguredSfu } from '../test/support/operating.mjs';
 import { openMember } from '../test/support/webrtc_room.mjs';
 
+const SETTLING_MS = 3000;
 const CAPTURE = { width: 640, height: 360, maxFPS: 30 };
 const [seconds = 20, ...counts] = process.argv.slice(2).map(Number);
 const ticksPerSecond = Number(execFileSync('getconf', ['CLK_TCK']));
@@ -28,7 +29,7 @@ async function withCleanUp(part) {
   }
 }
 
-// Seconds of the processor, and bytes in memory, of a process.
+// Seconds of the processor, memory and threads of a process.
 function useOf(pid) {
   const fields = readFileSync(`/proc/${pid}/stat`, 'latin1').split(') ')[1].split(' ');
   const resident = /VmRSS:\s+(\d+)/.exec(readFileSync(`/proc/${pid}/status`, 'latin1'))[1];
@@ -69,8 +70,10 @@ for (const count of counts.length > 0 ? counts : [2, 3, 4]) {
       const joined = await (await openMember(test, { capture: CAPTURE })).does('join', uri);
       if (!joined.connected) throw new Error(joined.reason);
     }
-    await delay(3000);
-    const [before] = [await countsOf(sfu), await delay(seconds * 1000)];
+    // Connections are made and rates grow.
+    await delay(SETTLING_MS);
+    const before = await countsOf(sfu);
+    await delay(seconds * 1000);
     const after = await countsOf(sfu);
     const time = (after.at - before.at) / 1000;
     const packets = after.packets - before.packets;

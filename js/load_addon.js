@@ -109,6 +109,15 @@ function load(file) {
   return addon.exports;
 }
 
+// Whether this process has the libraries of the engine for real meetings; true when it may not look.
+function hasMedia() {
+  try {
+    return fs.readFileSync('/proc/self/maps', 'latin1').includes('/libgstwebrtc-1.0.so');
+  } catch {
+    return true;
+  }
+}
+
 const loaded = new Map(); // exports, by file
 
 // The addon's exports. Throws an Error that says what to do.
@@ -117,10 +126,13 @@ function loadAddon() {
   if (!loaded.has(file)) {
     const wrong = explained(file, () => fault(file));
     if (wrong) throw new Error(`Cannot load ${file}\n${wrong}\n${action()}`);
-    loaded.set(
-      file,
-      explained(file, () => load(file)),
-    );
+    const addon = explained(file, () => load(file));
+    if (engineName() === 'webrtc' && !hasMedia()) {
+      throw new Error(
+        `Cannot use ${file}\nIts engine is not the one for real meetings.\n${action()}`,
+      );
+    }
+    loaded.set(file, addon);
   }
   return loaded.get(file);
 }

@@ -34,7 +34,6 @@ EmbeddedEngine::EmbeddedEngine(support::EngineContext& context,
 
 void EmbeddedEngine::connect(const tsl::ConnectParams& params) {
   const int callId = ++lastCallId_;
-  context_.log->write("call " + std::to_string(callId) + " to " + params.uri);
   if (meeting_ && !meeting_->isOver()) {
     // The present call goes on; only the new one ends before it began.
     context_.notifier.notify(&INotifyCallback::NotifyCallDisconnect, callId, "already in a call",
@@ -43,6 +42,8 @@ void EmbeddedEngine::connect(const tsl::ConnectParams& params) {
   }
   try {
     MeetingPlan plan = parseMeetingUri(params.uri);
+    // Only now: a uri of another kind may hold secrets.
+    context_.log->write("call " + std::to_string(callId) + " to " + params.uri);
     auto clip = openClip(plan);
     meeting_ = std::make_unique<Meeting>(context_, streams_, local_, callId, std::move(plan),
                                          std::move(clip), params, [this] { roster_.update(); });

@@ -71,8 +71,10 @@ void QueryReader::readParameter(std::string_view parameter) {
   const auto single = single_.find(name);
   const auto list = lists_.find(name);
   if (single == single_.end() && list == lists_.end()) {
-    throw BadUri("unknown parameter: " + quoted(name));
+    throw BadUri(secret_.empty() ? "unknown parameter: " + quoted(name)
+                                 : "unknown parameter behind " + secret_);
   }
+  if (secrets_.contains(name)) secret_ = name;
   if (single != single_.end() && !given_.emplace(name).second) {
     throw BadUri("parameter given twice: " + quoted(name));
   }
@@ -85,7 +87,7 @@ void QueryReader::readParameter(std::string_view parameter) {
       for (const auto item : split(value, ',')) list->second(item);
     }
   } catch (const BadValue&) {
-    throw BadUri("bad value: " + quoted(secrets_.contains(name) ? name : parameter));
+    throw BadUri("bad value: " + quoted(secret_.empty() ? parameter : name));
   }
 }
 

@@ -39,7 +39,8 @@ class QueryReader {
   using Reads = std::map<std::string_view, Read>;
 
   // `single` are given once at most. `lists` are given any number of times, and what is read are
-  // their items, which commas separate. The values of `secrets` are in no error's text.
+  // their items, which commas separate. The values of `secrets` are in no error's text, nor is what
+  // follows them: it belongs to the secret where an & in it is not written as %26.
   explicit QueryReader(Reads single, Reads lists = {}, std::set<std::string_view> secrets = {});
 
   // Throws BadUri for a parameter that is not known, given twice, or has a value for which its
@@ -53,6 +54,7 @@ class QueryReader {
   const Reads lists_;
   const std::set<std::string_view> secrets_;
   std::set<std::string, std::less<>> given_;
+  std::string secret_;  // the name of the secret that was given last, if one was
 };
 
 }  // namespace support

@@ -1,6 +1,7 @@
 #include "engine/webrtc/call.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <set>
 #include <utility>
@@ -19,6 +20,13 @@ constexpr int kMostParticipants = 50;
 // Of one of the server's answers; of the offer and its answer, and of the way for media.
 constexpr support::Time kLongestAnswer = 10s;
 constexpr support::Time kLongestSearch = 15s;
+// After the loss of the server no more attempts to come back begin.
+constexpr support::Time kLongestReturn = 10s;
+constexpr support::Time kRetryPeriod = 500ms;
+// The others may come back later than us.
+constexpr support::Time kPlacesKept = 60s;
+constexpr support::Time kArrivalPeriod = 250ms;
+constexpr std::array kMedia = {MediaType::kVideo, MediaType::kAudio};
 
 // The room plugin's own codes.
 constexpr int kJanusNoSuchRoom = 426;
@@ -88,6 +96,9 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
       incoming_(incomingOf(params.mediaStreamState)),
       inbox_(context.loop),
       timer_(context.loop),
+      arrivalTimer_(context.loop),
+      placesTimer_(context.loop),
+      admission_(kMostParticipants),
       turnServers_(std::make_unique<TurnServers>(context, params, target_.authorityFile, [this] {
         if (!isJoined()) fail(kNoMediaPath, kNoRelay);
       })) {
@@ -99,6 +110,16 @@ Call::~Call() { release(); }
 void Call::join() {
   audio_ = std::make_unique<CallAudio>(context_.loop, devices_, target_.microphone);
   audio_->speaker().setMuted(isRemoteAudioMuted_);
+  localVideo_.setSource(target_.camera);
+  connect();
+}
+
+void Call::waitForAnswer() {
+  timer_.runAt(context_.loop.now() + kLongestAnswer, [this] { timeOut(); });
+}
+
+void Call::connect() {
+  waitForAnswer();
   session_ = std::make_unique<JanusSession>(
       context_.loop, WebSocketTarget{requestUrl(target_), kProtocol, target_.authorityFile},
       target_.token,
@@ -119,12 +140,6 @@ void Call::join() {
                     return fail(kUnreachable, "the server was lost: " + reason);
                 }
               }});
-  localVideo_.setSource(target_.camera);
-  waitForAnswer();
-}
-
-void Call::waitForAnswer() {
-  timer_.runAt(context_.loop.now() + kLongestAnswer, [this] { timeOut(); });
 }
 
 void Call::attach() {
@@ -165,14 +180,16 @@ void Call::enter(bool isRoomNumber) {
   request["ptype"] = "publisher";
   request["display"] = params_.endpointName;
   if (!target_.token.empty()) request["token"] = target_.token;
+  // The others recognise by it who comes back.
+  if (isReturning_) request["id"] = ownId_;
   handle_->ask(std::move(request), std::nullopt,
                [this, isRoomNumber](const JanusAnswer& answer) { entered(answer, isRoomNumber); });
 }
 
 void Call::entered(const JanusAnswer& answer, bool isRoomNumber) {
   if (answer.errorCode == kJanusInvalidElement) {
-    // A server whose rooms have names may have a name of digits; one whose rooms have numbers has no
-    // names.
+    // A server whose rooms have names may have a name of digits; one whose rooms have numbers has
+    // no names.
     if (isRoomNumber) {
       enter(false);
     } else {
@@ -214,6 +231,7 @@ void Call::publish() {
               [this](unsigned level) {
                 ownLevel_ = level;
                 ownSpeech_.heard(level);
+                if (isDebugging_) context_.log->write("microphone level " + std::to_string(level));
                 if (isJoined()) context_.notifier.notify(&INotifyCallback::NotifyMicLevel, level);
               }});
   audio_->captureInto(publisher_->audioSource());
@@ -234,16 +252,38 @@ void Call::joined() {
     context_.log->write("the room takes no video in an encoding of ours: none is sent");
   }
   localVideo_.setSender(publisher_->video());
-  context_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, true);
-  for (const auto& [event, isEnabled] : params_.gracefulEvents) {
-    if (isEnabled) context_.notifier.notify(&INotifyCallback::NotifyGracefulEvent, event, true);
+  if (std::exchange(isReturning_, false)) {
+    for (const MediaType type : kMedia) setMissing(type, false);
+  } else {
+    context_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, true);
+    for (const auto& [event, isEnabled] : params_.gracefulEvents) {
+      if (isEnabled) context_.notifier.notify(&INotifyCallback::NotifyGracefulEvent, event, true);
+    }
   }
   for (const auto& [key, participant] : participants_) participant->announce();
+  watchArrival();
   peopleChanged_();
 }
 
+void Call::watchArrival() {
+  for (const MediaType type : kMedia) {
+    bool isMissing = false;
+    for (const auto& [key, participant] : participants_) {
+      // Each is asked each time.
+      isMissing = participant->isMissing(type) || isMissing;
+    }
+    setMissing(type, isMissing);
+  }
+  arrivalTimer_.runAt(context_.loop.now() + kArrivalPeriod, [this] { watchArrival(); });
+}
+
+void Call::setMissing(MediaType type, bool isMissing) {
+  if (std::exchange(isMissing_[type], isMissing) == isMissing) return;
+  context_.notifier.notify(&INotifyCallback::NotifyRtpMediaState, type, !isMissing);
+}
+
 std::vector<support::Person> Call::people() const {
-  if (!isJoined()) return {};
+  if (!isJoined() && !isReturning_) return {};
   std::vector<support::Person> people = {
       {.stream = support::kLocalStream,
        .csrc = localVideo_.csrc(),
@@ -252,7 +292,9 @@ std::vector<support::Person> Call::people() const {
        .audioMuted = ownState_.isAudioMuted,
        .videoMuted = ownState_.isVideoMuted,
        .speaking = ownSpeech_.isSpeaking() && !ownState_.isAudioMuted}};
-  for (const auto& [key, participant] : participants_) people.push_back(participant->person());
+  if (isJoined()) {
+    for (const auto& [key, participant] : participants_) people.push_back(participant->person());
+  }
   std::sort(people.begin(), people.end(),
             [](const auto& a, const auto& b) { return a.stream < b.stream; });
   return people;
@@ -278,28 +320,44 @@ void Call::addFeeds(const Json& data) {
   for (const Json& publisher : listAt(data, "publishers")) {
     const auto feed = parseFeed(publisher);
     if (!feed || feed->id == ownId_) continue;
-    auto& participant = participants_[feed->key()];
-    if (participant) {
-      participant->update(*feed);
-    } else if (const auto index = freeIndex()) {
-      participant = std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(),
-                                                  turnServers_->ice(), room_, *feed, *index,
-                                                  incoming_, [this] {
-                                                    updateReceptions();
-                                                    peopleChanged_();
-                                                  });
-      if (isJoined()) participant->announce();
-    } else {
-      participants_.erase(feed->key());
-      context_.log->write("a participant more than can be received");
-    }
+    addFeed(*feed);
   }
   updateLowerLayers();
   peopleChanged_();
 }
 
+void Call::addFeed(const Feed& feed) {
+  const std::string key = feed.key();
+  if (const auto found = participants_.find(key); found != participants_.end()) {
+    found->second->update(feed);
+    return;
+  }
+  const bool wasWaiting = admission_.isWaiting(key);
+  const auto place = admission_.place(feed);
+  if (!place) {
+    if (!wasWaiting) context_.log->write("a participant more than can be received waits");
+    return;
+  }
+  try {
+    auto participant =
+        std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(),
+                                      turnServers_->ice(), room_, feed, *place, incoming_, [this] {
+                                        updateReceptions();
+                                        peopleChanged_();
+                                      });
+    if (isJoined()) participant->announce();
+    participants_.emplace(key, std::move(participant));
+  } catch (const std::exception& error) {
+    // The others are received all the same.
+    context_.log->write("participant " + std::to_string(*place) +
+                        " cannot be received: " + error.what());
+  }
+}
+
 void Call::removeFeed(const Json& id) {
-  participants_.erase(id.dump());
+  const std::string key = id.dump();
+  participants_.erase(key);
+  if (const auto next = admission_.remove(key)) addFeed(*next);
   updateReceptions();
   peopleChanged_();
 }
@@ -326,17 +384,6 @@ void Call::updateLowerLayers() {
   if (!publisher_) return;
   publisher_->setLowerLayers(isAny(&Participant::usesLowerLayers));
   publisher_->setState(ownState_);
-}
-
-std::optional<int> Call::freeIndex() const {
-  std::set<int> used;
-  for (const auto& [key, participant] : participants_) {
-    if (participant) used.insert(participant->index());
-  }
-  int index = 0;
-  while (used.contains(index)) ++index;
-  if (index == kMostParticipants) return std::nullopt;
-  return index;
 }
 
 void Call::deviceChanged(DeviceType type) {
@@ -393,9 +440,9 @@ void Call::collectStatistics(support::Time window, tsl::MeetingStats& stats) {
 
 void Call::timeOut() {
   if (publisher_ && publisher_->isAccepted()) {
-    end(kNoMediaPath, "no way for media was found");
+    failed(kNoMediaPath, "no way for media was found");
   } else {
-    end(kTimedOut, "the server did not answer in time");
+    failed(kTimedOut, "the server did not answer in time");
   }
 }
 
@@ -403,13 +450,62 @@ void Call::leave() {
   if (!isOver()) end(kLeft, "the call was left");
 }
 
+void Call::abort(const std::string& reason) { end(kEngineFailed, reason); }
+
 void Call::fail(int code, const std::string& reason) {
-  inbox_.poster()([this, code, reason] { end(code, reason); });
+  inbox_.poster()([this, session = releasedSessions_, code, reason] {
+    // What an earlier session has posted is of no interest any more.
+    if (session == releasedSessions_) failed(code, reason);
+  });
+}
+
+void Call::failed(int code, const std::string& reason) {
+  const bool isLoss = isJoined() && code == kUnreachable;
+  // As long as another server, or a load balancer, does not know of the loss.
+  const bool mayPass =
+      code == kUnreachable || code == kTimedOut || code == kNotAnSfu || code == kNoSuchRoom;
+  if (isLoss || (isReturning_ && mayPass)) {
+    comeBack(reason);
+  } else {
+    end(code, reason);
+  }
+}
+
+void Call::comeBack(const std::string& reason) {
+  const support::Time now = context_.loop.now();
+  const bool isFirst = !std::exchange(isReturning_, true);
+  if (isFirst) {
+    lostAt_ = now;
+    lossReason_ = reason;
+    placesTimer_.runAt(now + kPlacesKept, [this] { freePlaces(); });
+    for (const MediaType type : kMedia) setMissing(type, true);
+  } else if (now >= lostAt_ + kLongestReturn) {
+    end(kUnreachable, lossReason_);
+    return;
+  }
+  context_.log->write("call " + std::to_string(id_) + " comes back: " + reason);
+  state_ = State::kConnecting;
+  releaseSession();
+  peopleChanged_();
+  timer_.runAt(isFirst ? now : now + kRetryPeriod, [this] { connect(); });
+}
+
+void Call::freePlaces() {
+  if (!isJoined()) {
+    placesTimer_.runAt(context_.loop.now() + kPlacesKept, [this] { freePlaces(); });
+    return;
+  }
+  for (const std::string& key : admission_.placed()) {
+    if (participants_.contains(key)) continue;
+    if (const auto next = admission_.remove(key)) addFeed(*next);
+  }
+  peopleChanged_();
 }
 
 void Call::end(int code, const std::string& reason) {
   if (isOver()) return;
   state_ = State::kOver;
+  isReturning_ = false;
   release();
   peopleChanged_();
   context_.log->write("call " + std::to_string(id_) + " ended: " + reason);
@@ -417,16 +513,26 @@ void Call::end(int code, const std::string& reason) {
   context_.notifier.notify(&INotifyCallback::NotifyCallDisconnect, id_, reason, code);
 }
 
-void Call::release() {
-  timer_.stop();
+void Call::releaseSession() {
+  ++releasedSessions_;
+  arrivalTimer_.stop();
   localVideo_.setSender(nullptr);
-  localVideo_.setSource({});
   participants_.clear();
+  // Of those who have a place, it is kept; the room will name the others again.
+  admission_.forgetWaiting();
   publisher_.reset();
   handle_.reset();
   session_.reset();
+}
+
+void Call::release() {
+  timer_.stop();
+  placesTimer_.stop();
+  releaseSession();
   audio_.reset();
   turnServers_.reset();
+  // Last: nobody is told any more which camera captures.
+  localVideo_.setSource({});
 }
 
 }  // namespace webrtc

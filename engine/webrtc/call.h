@@ -14,6 +14,7 @@
 #include "engine/support/roster.h"
 #include "engine/support/streams/layout.h"
 #include "engine/support/task_loop.h"
+#include "engine/webrtc/admission.h"
 #include "engine/webrtc/audio_level.h"
 #include "engine/webrtc/call_audio.h"
 #include "engine/webrtc/call_end.h"
@@ -26,6 +27,7 @@
 #include "engine/webrtc/publisher.h"
 #include "engine/webrtc/turn_servers.h"
 #include "tesselclient/records.h"
+#include "tesselclient/types.h"
 
 namespace webrtc {
 
@@ -48,6 +50,8 @@ class Call {
   void join();
   // Ends the call, if it is not over.
   void leave();
+  // The same, because of an error of this machine's.
+  void abort(const std::string& reason);
   bool isJoined() const { return state_ == State::kJoined; }
   bool isOver() const { return state_ == State::kOver; }
   // Who is there, the local participant first; nobody unless the call is joined.
@@ -61,6 +65,8 @@ class Call {
   void setLayout(std::vector<tsl::VideoStreamInfo> streams,
                  std::vector<std::vector<tsl::VideoStreamConstraints>> constraints);
   void setTopRung(int rung);
+  // Whether each level of the microphone is logged.
+  void setAudioDebug(bool isDebugging) { isDebugging_ = isDebugging; }
   // What the others are to know.
   void setAudioMuted(bool isMuted);
   void setVideoMuted(bool isMuted);
@@ -76,6 +82,8 @@ class Call {
   void waitForAnswer();
   // Ends the call unless the next step towards media comes in time.
   void waitForMedia();
+  // Opens a session with the server, which then leads to the room.
+  void connect();
   void attach();
   // Names the room as the server does: some take numbers, some texts.
   void enter(bool isRoomNumber);
@@ -84,17 +92,28 @@ class Call {
   void joined();
   void received(const Json& data);
   void addFeeds(const Json& data);
+  void addFeed(const Feed& feed);
   void removeFeed(const Json& id);
   // Brings what is received in line with the layout.
   void updateReceptions();
   // Makes everybody encode the lower layers only while somebody uses them.
   void updateLowerLayers();
-  std::optional<int> freeIndex() const;
+  // Tells when media stop arriving, and when they arrive again.
+  void watchArrival();
+  void setMissing(MediaType type, bool isMissing);
   void timeOut();
 
-  // Ends the call as soon as nothing of it runs any more.
+  // Ends the call, or has it come back, as soon as nothing of it runs any more.
   void fail(int code, const std::string& reason);
+  void failed(int code, const std::string& reason);
+  // Joins the room again, at whichever server has it then. Repeated until this succeeds or takes
+  // too long.
+  void comeBack(const std::string& reason);
+  // Those who have not come back keep their places no longer.
+  void freePlaces();
   void end(int code, const std::string& reason);
+  // Everything that belongs to the session, and the session.
+  void releaseSession();
   void release();
 
   support::EngineContext& context_;
@@ -110,14 +129,23 @@ class Call {
   OwnState ownState_;
   SpeechDetector ownSpeech_;
   unsigned ownLevel_ = 0;  // of the microphone
+  bool isDebugging_ = false;
   CallStatistics statistics_;
   bool isRemoteAudioMuted_ = false;
   Incoming incoming_;
   support::Layout layout_;
-  Json room_;  // what every request to the room is to say
-  Json ownId_;
+  Json room_;   // what every request to the room is to say
+  Json ownId_;  // in the room; null before the first join
+  int releasedSessions_ = 0;
+  bool isReturning_ = false;
+  support::Time lostAt_ = {};
+  std::string lossReason_;
   Inbox inbox_;
   support::Timer timer_;
+  support::Timer arrivalTimer_;
+  support::Timer placesTimer_;
+  std::map<MediaType, bool> isMissing_;  // what the application was told last
+  Admission admission_;
   // Each uses those before it.
   std::unique_ptr<TurnServers> turnServers_;
   std::unique_ptr<CallAudio> audio_;

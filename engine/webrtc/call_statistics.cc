@@ -86,7 +86,7 @@ Traffic ConnectionMeter::closeWindow(support::Time length, RtpCounts counts, con
     }
   }
   if (traffic.video) {
-    const auto shown = static_cast<double>(frames.frames - framesBefore_.frames);
+    const auto shown = static_cast<double>(growth(framesBefore_.frames, frames.frames));
     traffic.video->width = static_cast<std::int32_t>(frames.size.width);
     traffic.video->height = static_cast<std::int32_t>(frames.size.height);
     traffic.video->fps = static_cast<std::int32_t>(std::lround(perSecond(shown, length)));

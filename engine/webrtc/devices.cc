@@ -1,6 +1,7 @@
 #include "engine/webrtc/devices.h"
 
 #include <algorithm>
+#include <chrono>
 #include <optional>
 #include <utility>
 
@@ -10,6 +11,8 @@ namespace {
 constexpr std::array kTypes = {DeviceType::kVideo, DeviceType::kAudioIn, DeviceType::kAudioOut};
 constexpr const char* kCameraClass = "Video/Source";
 constexpr const char* kSoundProvider = "pulsedeviceprovider";
+constexpr support::Time kShortestSoundDelay = std::chrono::seconds(1);
+constexpr support::Time kLongestSoundDelay = std::chrono::seconds(8);
 
 using StructurePtr = std::unique_ptr<GstStructure, ReleasedBy<gst_structure_free>>;
 
@@ -60,7 +63,10 @@ void StopProvider::operator()(GstDeviceProvider* provider) const {
 }
 
 Devices::Devices(support::EngineContext& context, Changed changed)
-    : context_(context), changed_(std::move(changed)), inbox_(context.loop) {}
+    : context_(context),
+      changed_(std::move(changed)),
+      inbox_(context.loop),
+      soundTimer_(context.loop) {}
 
 void Devices::start() {
   if (cameras_ && sound_) return;
@@ -93,6 +99,24 @@ void Devices::startSound() {
   const ObjectPtr<GstBus> bus(gst_device_provider_get_bus(provider.get()));
   watch(bus.get());
   if (gst_device_provider_start(provider.get())) sound_.reset(provider.release());
+}
+
+void Devices::restartSoundLater() {
+  if (std::exchange(isSoundAwaited_, true)) return;
+  soundDelay_ = std::clamp(2 * soundDelay_, kShortestSoundDelay, kLongestSoundDelay);
+  soundTimer_.runAt(context_.loop.now() + soundDelay_, [this] { restartSound(); });
+}
+
+void Devices::restartSound() {
+  isSoundAwaited_ = false;
+  sound_.reset();
+  startSound();
+  for (const DeviceType type : {DeviceType::kAudioIn, DeviceType::kAudioOut}) {
+    // A type of which one device works goes on with it.
+    if (!used(type)) types_[type].failedIds.clear();
+  }
+  refresh();
+  if (!sound_) restartSoundLater();
 }
 
 void Devices::watch(GstBus* bus) {
@@ -148,7 +172,10 @@ void Devices::adopt(DeviceType type, std::vector<Device> devices) {
   };
   compare(before, ofType.devices, "unplugged");
   compare(ofType.devices, before, "plugged in");
-  if (!changedIds.empty()) ofType.failedIds.clear();
+  if (!changedIds.empty()) {
+    ofType.failedIds.clear();
+    soundDelay_ = {};
+  }
   update(type);
   if (!isListed_) return;
   for (const auto& id : changedIds) {
@@ -188,6 +215,8 @@ void Devices::update(DeviceType type) {
     const bool isBetter = !chosen || (device.isUsual && chosen->id != ofType.selectedId);
     if (isBetter && works(device)) chosen = &device;
   }
+  const bool isSound = type != DeviceType::kVideo;
+  if (isSound && !chosen && !ofType.devices.empty()) restartSoundLater();
   const std::string id = chosen ? chosen->id : "";
   if (std::exchange(ofType.usedId, id) == id) return;
   if (chosen) context_.log->write("uses " + id);

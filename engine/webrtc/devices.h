@@ -39,7 +39,9 @@ struct StopProvider {
 
 // Which devices there are, and which of each type is used: the one that the application has
 // selected while it is there, otherwise the usual one, otherwise the first one. Coming and going is
-// notified to the application. Belongs to the engine's thread.
+// notified to the application. When no microphone or no speaker works that is there, or the sound
+// server has gone, the sound server is asked again after a while, which grows. Belongs to the
+// engine's thread.
 class Devices {
  public:
   // Another device of this type is used, or none.
@@ -73,6 +75,9 @@ class Devices {
 
   void startCameras();
   void startSound();
+  // Nobody tells when the server of the sound has gone, nor when it has come back.
+  void restartSoundLater();
+  void restartSound();
   // Has `bus` tell what is plugged and unplugged.
   void watch(GstBus* bus);
   void refresh();
@@ -84,6 +89,9 @@ class Devices {
   std::map<DeviceType, DevicesOfType> types_;
   bool isListed_ = false;  // what comes and goes from now on is news
   Inbox inbox_;
+  support::Time soundDelay_ = {};  // before the last restart of the sound
+  support::Timer soundTimer_;
+  bool isSoundAwaited_ = false;  // the timer is set
   // Last: their threads use the rest. Null while they do not run.
   std::unique_ptr<GstDeviceMonitor, StopMonitor> cameras_;
   std::unique_ptr<GstDeviceProvider, StopProvider> sound_;

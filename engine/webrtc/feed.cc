@@ -2,6 +2,7 @@
 
 #include <gst/sdp/sdp.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <string_view>
@@ -54,6 +55,10 @@ std::vector<std::uint32_t> heightsAt(const Json& state) {
 
 }  // namespace
 
+bool Feed::sendsMoreThan(const Feed& before) const {
+  return !std::includes(before.mids.begin(), before.mids.end(), mids.begin(), mids.end());
+}
+
 std::optional<Feed> parseFeed(const Json& publisher) {
   const Json& id = memberOf(publisher, "id");
   if (!id.is_string() && !id.is_number_unsigned()) return std::nullopt;
@@ -64,6 +69,7 @@ std::optional<Feed> parseFeed(const Json& publisher) {
     const Json state = stateOf(stream);
     const bool isMuted = flagAt(state, "muted");
     const std::string type = textAt(stream, "type");
+    if (!flagAt(stream, "disabled")) feed.mids.insert(textAt(stream, "mid"));
     if (type == "audio") feed.isAudioMuted = isMuted;
     if (type == "video") {
       feed.isVideoMuted = isMuted;

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,9 +25,12 @@ struct Feed {
   std::vector<std::uint32_t> layerHeights;
   // It receives, or wants to receive, lower layers of others.
   bool usesLowerLayers = false;
+  std::set<std::string> mids;  // of the streams that are sent
 
   // The identifier as a text.
   std::string key() const { return id.dump(); }
+  // Whether there is a stream that `before` does not have.
+  bool sendsMoreThan(const Feed& before) const;
 };
 
 // An element of a list of publishers. Nothing when it is not one.

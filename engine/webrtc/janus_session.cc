@@ -177,7 +177,8 @@ void JanusHandle::attach(const char* plugin, JanusSession::Reply reply) {
           if (id != 0) session.request("detach", {{"handle_id", id}}, nullptr);
           return;
         }
-        if (!answer.isError()) {
+        // Without an identifier every request is refused.
+        if (!answer.isError() && id != 0) {
           id_ = id;
           session_.handles_[id] = this;
         }

@@ -33,11 +33,12 @@ bool isPossible(const tsl::VideoDevice& camera) {
 }  // namespace
 
 LocalVideo::LocalVideo(support::EngineContext& context, Devices& devices,
-                       std::shared_ptr<support::FramePool> pool)
+                       std::shared_ptr<support::FramePool> pool, std::function<void()> changed)
     : context_(context),
       devices_(devices),
       pool_(std::move(pool)),
       stream_(std::make_shared<support::VideoStream>(kLocalStream, randomSsrc(), context.log)),
+      changed_(std::move(changed)),
       watch_(context.loop) {
   context_.streams.add(stream_);
 }
@@ -55,11 +56,8 @@ void LocalVideo::setCapturing(bool isCapturing) {
 }
 
 void LocalVideo::setMuted(bool isMuted) {
-  if (std::exchange(isMuted_, isMuted) == isMuted) return;
-  update();
-  if (isCapturing_) {
-    context_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, kLocalStream, csrc());
-  }
+  isMuted_ = isMuted;
+  updateAndNotify();
 }
 
 void LocalVideo::select(const tsl::VideoDevice& camera) {
@@ -73,15 +71,15 @@ void LocalVideo::select(const tsl::VideoDevice& camera) {
   rate_ = {static_cast<std::uint32_t>(camera.maxFps), 1};
   // Another device is opened in this size at once.
   if (!devices_.select(DeviceType::kVideo, camera.id)) std::tie(size_, rate_) = before;
-  update();
+  updateAndNotify();
 }
 
-void LocalVideo::deviceChanged() { update(); }
+void LocalVideo::deviceChanged() { updateAndNotify(); }
 
 void LocalVideo::setSource(const CameraSource& source) {
   if (source == source_) return;
   source_ = source;
-  update();
+  updateAndNotify();
 }
 
 void LocalVideo::setSender(std::shared_ptr<VideoSender> sender) {
@@ -100,14 +98,22 @@ std::optional<LocalVideo::Capture> LocalVideo::wantedCapture() const {
   return wanted;
 }
 
-void LocalVideo::update() {
+bool LocalVideo::update() {
   auto wanted = wantedCapture();
-  if (wanted == capture_) return;
+  if (wanted == capture_) return false;
   capture_ = std::move(wanted);
   camera_.reset();
   watch_.stop();
   if (capture_) open();
   if (!camera_) stream_->clear();
+  changed_();
+  return true;
+}
+
+void LocalVideo::updateAndNotify() {
+  if (update() && isCapturing_) {
+    context_.notifier.notify(&INotifyCallback::NotifyStreamUpdated, kLocalStream, csrc());
+  }
 }
 
 void LocalVideo::open() {

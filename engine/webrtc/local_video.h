@@ -4,6 +4,7 @@
 #define ENGINE_WEBRTC_LOCAL_VIDEO_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,8 +25,10 @@ namespace webrtc {
 // is opened again. Belongs to the engine's thread, except for what the camera's thread does.
 class LocalVideo {
  public:
+  // `changed` is called when another camera captures, the same one does otherwise, or none does any
+  // more.
   LocalVideo(support::EngineContext& context, Devices& devices,
-             std::shared_ptr<support::FramePool> pool);
+             std::shared_ptr<support::FramePool> pool, std::function<void()> changed);
   LocalVideo(const LocalVideo&) = delete;
   LocalVideo& operator=(const LocalVideo&) = delete;
 
@@ -33,7 +36,8 @@ class LocalVideo {
   void setCapturing(bool isCapturing);
   void setMuted(bool isMuted);
   bool isMuted() const { return isMuted_; }
-  bool isShowing() const { return isCapturing_ && !isMuted_; }
+  // There is a camera, and it captures.
+  bool isShowing() const { return capture_.has_value(); }
   // Which camera captures, and how. What is not there, or what no camera can do, is logged and
   // changes nothing.
   void select(const tsl::VideoDevice& camera);
@@ -59,8 +63,10 @@ class LocalVideo {
 
   // Nothing when there is nothing to capture.
   std::optional<Capture> wantedCapture() const;
-  // Brings the camera in line with what is wanted.
-  void update();
+  // Brings the camera in line with what is wanted; says whether that changed anything.
+  bool update();
+  // The same, and notifies a change of the local stream.
+  void updateAndNotify();
   // In the place of the present camera, if there is one.
   void open() EXCLUDES(mutex_);
   std::unique_ptr<Camera> openCamera();
@@ -74,6 +80,7 @@ class LocalVideo {
   Devices& devices_;
   const std::shared_ptr<support::FramePool> pool_;
   const std::shared_ptr<support::VideoStream> stream_;
+  const std::function<void()> changed_;
   support::Size size_ = {1280, 720};
   support::FrameRate rate_;
   CameraSource source_;

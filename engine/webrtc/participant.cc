@@ -1,6 +1,8 @@
 #include "engine/webrtc/participant.h"
 
 #include <algorithm>
+#include <chrono>
+#include <exception>
 #include <limits>
 #include <utility>
 
@@ -8,6 +10,13 @@
 
 namespace webrtc {
 namespace {
+
+using namespace std::chrono_literals;
+
+// Between the end of a connection and the next one; doubled each time, unless one has lasted.
+constexpr support::Time kShortestDelay = 500ms;
+constexpr support::Time kLongestDelay = 4s;
+constexpr support::Time kLasting = 10s;
 
 std::uint32_t mostHeight(const support::Reception& reception) {
   std::uint32_t most = std::numeric_limits<std::uint32_t>::max();
@@ -29,38 +38,36 @@ Participant::Participant(support::EngineContext& context, std::shared_ptr<suppor
                          std::function<void()> changed)
     : context_(context),
       pool_(std::move(pool)),
+      session_(session),
+      ice_(ice),
+      room_(room),
       index_(index),
       feed_(std::move(feed)),
       incoming_(incoming),
       changed_(std::move(changed)),
       voice_(speaker.addInput()),
       speech_(context.loop, changed_),
-      inbox_(context.loop),
-      handle_(session,
-              {.event =
-                   [this](const Json& data, const std::optional<Jsep>& jsep) {
-                     // The participant sends something else than before.
-                     if (jsep && jsep->type == "offer") accept(jsep->sdp, data);
-                   },
-               .trickle = [this](const Json& candidate) { connection_->addCandidate(candidate); },
-               .hungUp =
-                   [this](const std::string& reason) {
-                     context_.log->write("participant " + std::to_string(index_) +
-                                         " is not received any more: " + reason);
-                   }}) {
+      timer_(context.loop),
+      inbox_(context.loop) {
+  connect();
+}
+
+Participant::~Participant() {
+  connection_.reset();
+  notifyRemoved();
+}
+
+void Participant::connect() {
+  connectedAt_ = context_.loop.now();
   connection_.emplace(
-      context.loop, ice,
+      context_.loop, ice_,
       PeerConnection::Handlers{.candidate =
                                    [this](unsigned mediaLine, const std::string& candidate) {
-                                     handle_.trickle(mediaLine, candidate);
+                                     handle_->trickle(mediaLine, candidate);
                                    },
-                               .allCandidatesFound = [this] { handle_.trickleEnd(); },
+                               .allCandidatesFound = [this] { handle_->trickleEnd(); },
                                .connected = [] {},
-                               .failed =
-                                   [this](const std::string& reason) {
-                                     context_.log->write("participant " + std::to_string(index_) +
-                                                         " cannot be received: " + reason);
-                                   },
+                               .failed = [this](const std::string& reason) { fail(reason); },
                                .receiving = [this](GstPad* pad) { receive(pad); },
                                .keyFrameRequested = nullptr,
                                .told =
@@ -68,32 +75,88 @@ Participant::Participant(support::EngineContext& context, std::shared_ptr<suppor
                                      const auto level = levelOf(message);
                                      if (level) post([this, level] { speech_.heard(*level); });
                                    }});
+  handle_.emplace(
+      session_,
+      JanusHandle::Handlers{
+          .event =
+              [this](const Json& data, const std::optional<Jsep>& jsep) {
+                // The participant sends something else than before.
+                if (jsep && jsep->type == "offer") accept(jsep->sdp, data);
+              },
+          .trickle = [this](const Json& candidate) { connection_->addCandidate(candidate); },
+          .hungUp = [this](const std::string& reason) { fail(reason); }});
   connection_->start();
-  handle_.attach("janus.plugin.videoroom", [this, room](const JanusAnswer& answer) {
-    if (!answer.isError()) subscribe(room);
+  handle_->attach("janus.plugin.videoroom", [this](const JanusAnswer& answer) {
+    if (answer.isError()) {
+      fail(answer.errorReason);
+    } else {
+      subscribe();
+    }
   });
 }
 
-Participant::~Participant() {
+void Participant::disconnect() {
   connection_.reset();
-  if (!isAdded_) return;
-  const StreamKey key = support::remoteStream(index_);
-  context_.streams.remove(key);
-  context_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, key, stream_->csrc());
+  handle_.reset();
+  kinds_.clear();
+  const bool wasVideoShown = isVideoShown();
+  isSubscribed_ = false;
+  if (wasVideoShown) showVideo();
 }
 
-void Participant::subscribe(const Json& room) {
-  Json request = room;
+void Participant::subscribe() {
+  Json request = room_;
   request["request"] = "join";
   request["ptype"] = "subscriber";
   request["streams"] = Json::array({{{"feed", feed_.id}}});
-  handle_.ask(std::move(request), std::nullopt, [this](const JanusAnswer& answer) {
+  handle_->ask(std::move(request), std::nullopt, [this](const JanusAnswer& answer) {
     if (answer.jsep) {
       accept(answer.jsep->sdp, answer.data);
     } else {
-      context_.log->write("participant " + std::to_string(index_) +
-                          " cannot be received: " + answer.errorReason);
+      fail(answer.errorReason);
     }
+  });
+}
+
+void Participant::fail(const std::string& reason) {
+  // Not at once: who calls may belong to the connection or to the handle.
+  inbox_.poster()([this, reason] {
+    if (!connection_) return;
+    context_.log->write("participant " + std::to_string(index_) + " is not received: " + reason);
+    reconnectLater();
+  });
+}
+
+void Participant::reconnect() {
+  inbox_.poster()([this] {
+    if (!connection_) return;
+    if (context_.loop.now() - connectedAt_ < kShortestDelay) {
+      reconnectLater();
+    } else {
+      disconnect();
+      connectAgain();
+    }
+  });
+}
+
+void Participant::connectAgain() {
+  try {
+    connect();
+  } catch (const std::exception& error) {
+    context_.log->write("participant " + std::to_string(index_) +
+                        " is not received: " + error.what());
+    reconnectLater();
+  }
+}
+
+void Participant::reconnectLater() {
+  disconnect();
+  const support::Time now = context_.loop.now();
+  const bool wasLasting = now - connectedAt_ > kLasting;
+  delay_ = wasLasting ? kShortestDelay : std::clamp(2 * delay_, kShortestDelay, kLongestDelay);
+  timer_.runAt(now + delay_, [this] {
+    context_.log->write("participant " + std::to_string(index_) + " is requested again");
+    connectAgain();
   });
 }
 
@@ -103,7 +166,19 @@ void Participant::accept(const std::string& offer, const Json& data) {
     kinds_[textAt(stream, "mid")] = textAt(stream, "type");
   }
   asked_ = {};
-  if (!stream_) makeStream(videoSsrcOf(offer).value_or(0));
+  const std::uint32_t csrc = videoSsrcOf(offer).value_or(0);
+  const bool isNew = !stream_ || csrc != stream_->csrc();
+  if (isNew && isSubscribed_) {
+    // The elements that decode belong to the present stream.
+    reconnect();
+    return;
+  }
+  const bool wasSubscribed = std::exchange(isSubscribed_, true);
+  if (isNew) {
+    makeStream(csrc);
+  } else if (!wasSubscribed && isVideoShown()) {
+    showVideo();
+  }
   tracks_ = {.audio = audioSsrcOf(offer).value_or(0),
              .video = stream_->csrc(),
              .repeatedVideo = repetitionSsrcOf(offer, stream_->csrc()).value_or(0)};
@@ -136,20 +211,21 @@ void Participant::askForWanted() {
       streams.push_back({{"mid", mid}, {"send", asked_.video}, {"substream", asked_.layer}});
     }
   }
-  handle_.ask({{"request", "configure"}, {"streams", std::move(streams)}}, std::nullopt, nullptr);
+  handle_->ask({{"request", "configure"}, {"streams", std::move(streams)}}, std::nullopt, nullptr);
 }
 
 void Participant::answer(const std::string& sdp) {
-  handle_.ask({{"request", "start"}}, Jsep{"answer", sdp}, [this](const JanusAnswer& answer) {
-    if (answer.isError())
-      context_.log->write("the server refused an answer: " + answer.errorReason);
+  handle_->ask({{"request", "start"}}, Jsep{"answer", sdp}, [this](const JanusAnswer& answer) {
+    if (answer.isError()) fail("the server refused an answer: " + answer.errorReason);
   });
 }
 
 void Participant::makeStream(std::uint32_t csrc) {
+  notifyRemoved();
   stream_ =
       std::make_shared<support::VideoStream>(support::remoteStream(index_), csrc, context_.log);
   videoReceiver_ = std::make_shared<VideoReceiver>(stream_, pool_);
+  videoReceiver_->setReception(reception_);
   changed_();
   videoReceiver_->setShowing(isVideoShown());
   if (isAnnounced_) notifyAdded();
@@ -176,11 +252,19 @@ void Participant::notifyAdded() {
   context_.notifier.notify(&INotifyCallback::NotifyStreamAdded, stream_->key(), stream_->csrc());
 }
 
+void Participant::notifyRemoved() {
+  if (!std::exchange(isAdded_, false)) return;
+  context_.streams.remove(stream_->key());
+  context_.notifier.notify(&INotifyCallback::NotifyStreamRemoved, stream_->key(), stream_->csrc());
+}
+
 void Participant::update(const Feed& feed) {
   const bool wasVideoShown = isVideoShown();
+  const bool sendsMore = feed.sendsMoreThan(feed_);
   feed_ = feed;
   askForWanted();
   if (isVideoShown() != wasVideoShown) showVideo();
+  if (sendsMore) reconnect();
 }
 
 void Participant::setIncoming(Incoming incoming) {
@@ -200,8 +284,15 @@ void Participant::receive(const support::Reception& reception) {
   if (wasVideoShown || isVideoShown()) showVideo();
 }
 
+bool Participant::isMissing(MediaType type) {
+  const support::Time now = context_.loop.now();
+  return type == MediaType::kVideo
+             ? videoArrival_.isMissing(now, wanted().video && !feed_.isVideoMuted)
+             : audioArrival_.isMissing(now, wanted().audio && !feed_.isAudioMuted);
+}
+
 Traffic Participant::closeWindow(support::Time length) {
-  return meter_.closeWindow(length, connection_->counts(), tracks_,
+  return meter_.closeWindow(length, connection_ ? connection_->counts() : RtpCounts(), tracks_,
                             videoReceiver_ ? videoReceiver_->decoded() : FrameCounts());
 }
 
@@ -218,7 +309,12 @@ void Participant::receive(GstPad* pad) {
   const char* const media = format ? gst_structure_get_string(format, "media") : nullptr;
   const char* const encoding = format ? gst_structure_get_string(format, "encoding-name") : nullptr;
   GstElement* bin = nullptr;
-  if (media && encoding && std::string_view(media) == "video") {
+  const bool isVideo = media && std::string_view(media) == "video";
+  // The connection ends before this object does.
+  handleBuffers(pad, [this, &arrival = isVideo ? videoArrival_ : audioArrival_] {
+    arrival.arrived(context_.loop.now());
+  });
+  if (isVideo && encoding) {
     bin = videoReceiver_->makeDecoder(encoding);
   } else if (media && encoding && std::string_view(media) == "audio" &&
              std::string_view(encoding) == "OPUS") {

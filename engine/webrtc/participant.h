@@ -14,6 +14,7 @@
 #include "engine/support/roster.h"
 #include "engine/support/streams/layout.h"
 #include "engine/support/streams/video_stream.h"
+#include "engine/webrtc/arrival.h"
 #include "engine/webrtc/audio_level.h"
 #include "engine/webrtc/call_statistics.h"
 #include "engine/webrtc/feed.h"
@@ -23,6 +24,7 @@
 #include "engine/webrtc/speaker.h"
 #include "engine/webrtc/video_receiver.h"
 #include "tesselclient/records.h"
+#include "tesselclient/types.h"
 
 namespace webrtc {
 
@@ -37,8 +39,8 @@ struct Incoming {
 Incoming incomingOf(const tsl::MediaStreamState& state);
 
 // Receives what somebody sends to the room, over a connection of its own: in one that were shared
-// the server would send key frames for the first one only. Owned by the call; belongs to the
-// engine's thread.
+// the server would send key frames for the first one only. One that ends is replaced after a while,
+// which grows. Owned by the call; belongs to the engine's thread.
 class Participant {
  public:
   // `room` has what every request to the room is to say. `index` is that of the remote stream.
@@ -52,7 +54,6 @@ class Participant {
   Participant(const Participant&) = delete;
   Participant& operator=(const Participant&) = delete;
 
-  int index() const { return index_; }
   // Of the video; 0 as long as there is none.
   std::uint32_t csrc() const { return stream_ ? stream_->csrc() : 0; }
   support::Person person() const;
@@ -68,11 +69,23 @@ class Participant {
   bool usesLowerLayers() const { return feed_.usesLowerLayers; }
   // How the layout wants the video.
   void receive(const support::Reception& reception);
+  // Whether audio or video that is to arrive has stopped arriving. Called a few times per second.
+  bool isMissing(MediaType type);
   // What was received in a window of this length, which ends now.
   Traffic closeWindow(support::Time length);
 
  private:
-  void subscribe(const Json& room);
+  // Begins to receive.
+  void connect();
+  void subscribe();
+  void disconnect();
+  // Nothing is received any more: begins again after a while. May be called by any handler.
+  void fail(const std::string& reason);
+  void reconnectLater();
+  // Receives over another connection, because the server offers something else. May be called by
+  // any handler.
+  void reconnect();
+  void connectAgain();
   void accept(const std::string& offer, const Json& data);
   static constexpr int kHighestLayer = 2;
 
@@ -87,16 +100,21 @@ class Participant {
   Wanted wanted() const;
   // Asks the server for what is wanted, unless it sends that.
   void askForWanted();
-  bool isVideoShown() const { return wanted().video && !feed_.isVideoMuted; }
+  bool isVideoShown() const { return isSubscribed_ && wanted().video && !feed_.isVideoMuted; }
   void showVideo();
   void answer(const std::string& sdp);
+  // In the place of the present stream, if there is one.
   void makeStream(std::uint32_t csrc);
   void notifyAdded();
+  void notifyRemoved();
   // On a thread of the connection's.
   void receive(GstPad* pad);
 
   support::EngineContext& context_;
   const std::shared_ptr<support::FramePool> pool_;
+  JanusSession& session_;
+  const IceOptions& ice_;
+  const Json room_;
   const int index_;
   Feed feed_;
   Incoming incoming_;
@@ -112,8 +130,15 @@ class Participant {
   std::shared_ptr<VideoReceiver> videoReceiver_;  // with the stream
   const std::unique_ptr<SpeakerInput> voice_;
   SpeechDetector speech_;
+  bool isSubscribed_ = false;  // the server has offered what it sends
+  support::Time connectedAt_ = {};
+  support::Time delay_ = {};  // before the last connection; 0 for the first
+  support::Timer timer_;      // set while there is no connection
+  Arrival audioArrival_;
+  Arrival videoArrival_;
   Inbox inbox_;
-  JanusHandle handle_;
+  // Both or none.
+  std::optional<JanusHandle> handle_;
   std::optional<PeerConnection> connection_;  // last: its threads use the rest
 };
 

@@ -3,11 +3,12 @@
 #include <gst/rtp/gstrtcpbuffer.h>
 
 #include <algorithm>
-#include <array>
 #include <latch>
-#include <optional>
 #include <string_view>
 #include <utility>
+
+#include "engine/webrtc/feed.h"
+#include "engine/webrtc/feedback.h"
 
 namespace webrtc {
 namespace {
@@ -77,24 +78,6 @@ void hastenFeedback(GstElement* rtpbin, guint sessionId) {
   if (!session) return;
   g_object_set(session.get(), "rtcp-fraction", kFeedbackBitsPerSecond, "rtcp-min-interval",
                kFeedbackInterval, nullptr);
-}
-
-// The bits per second of a REMB, by what follows the SSRCs of a packet of feedback; nothing when it
-// is something else.
-std::optional<std::uint32_t> grantedRateOf(GstBuffer* feedback) {
-  // The name, the number of SSRCs, 6 bits of exponent and 18 of mantissa.
-  std::array<std::uint8_t, 8> bytes = {};
-  if (!feedback || gst_buffer_extract(feedback, 0, bytes.data(), bytes.size()) < bytes.size()) {
-    return std::nullopt;
-  }
-  if (std::string_view(reinterpret_cast<const char*>(bytes.data()), 4) != "REMB") {
-    return std::nullopt;
-  }
-  const unsigned exponent = bytes[5] >> 2;
-  const std::uint64_t mantissa = (bytes[5] & 3U) << 16 | std::uint32_t{bytes[6]} << 8 | bytes[7];
-  constexpr unsigned kMostExponent = 32;
-  if (exponent > kMostExponent) return UINT32_MAX;
-  return static_cast<std::uint32_t>(std::min<std::uint64_t>(mantissa << exponent, UINT32_MAX));
 }
 
 using IteratorPtr = std::unique_ptr<GstIterator, ReleasedBy<gst_iterator_free>>;
@@ -209,13 +192,26 @@ PeerConnection::~PeerConnection() {
 void PeerConnection::watchSessions() {
   const ObjectPtr<GstElement> rtpbin(gst_bin_get_by_name(GST_BIN(webrtc_), "rtpbin"));
   connect(rtpbin.get(), "new-jitterbuffer",
-          std::function(
-              [this, bin = rtpbin.get()](GstElement* jitterBuffer, guint session, guint ssrc) {
-                g_object_set(jitterBuffer, "faststart-min-packets", kFirstPackets, nullptr);
-                hastenFeedback(bin, session);
-                base::MutexLock lock(mutex_);
-                jitterBuffers_[ssrc] = share(jitterBuffer);
-              }));
+          std::function([this, bin = rtpbin.get()](GstElement* jitterBuffer, guint session,
+                                                   guint ssrc) {
+            // The server sends no audio again. It would take requests for the video's packets
+            // that stand behind others for the audio's, and refuse them, too.
+            g_object_set(jitterBuffer, "faststart-min-packets", kFirstPackets, "do-retransmission",
+                         static_cast<gboolean>(ssrc == receivedVideoSsrc_), nullptr);
+            hastenFeedback(bin, session);
+            watchFeedback(sessionOf(bin, session).get());
+            base::MutexLock lock(mutex_);
+            jitterBuffers_[ssrc] = share(jitterBuffer);
+          }));
+}
+
+void PeerConnection::watchFeedback(GObject* session) {
+  if (session == nullptr || isFeedbackWatched_.exchange(true)) return;
+  connect(session, "on-sending-rtcp",
+          std::function([this](GstBuffer* compound, gboolean) -> gboolean {
+            putReportFirst(compound, receivedVideoSsrc_);
+            return FALSE;
+          }));
 }
 
 ObjectPtr<GObject> PeerConnection::session() const {
@@ -320,6 +316,7 @@ void PeerConnection::makeOffer(Described described) {
 }
 
 void PeerConnection::acceptOffer(const std::string& sdp, Described described) {
+  receivedVideoSsrc_ = videoSsrcOf(sdp).value_or(0);
   setRemote(GST_WEBRTC_SDP_TYPE_OFFER, withoutFir(sdp),
             [this, kept = std::move(described)] { makeAnswer(kept); });
 }

@@ -68,7 +68,8 @@ class PeerConnection {
   void addReceiver(GstElement* bin, GstPad* pad);
 
   void start();
-  // Each is called once, after start(). The description that was made is set before it is told.
+  // After start(); an offer may be accepted again. The description that was made is set before it
+  // is told.
   void makeOffer(Described described);
   void acceptOffer(const std::string& sdp, Described described);
   void acceptAnswer(const std::string& sdp);
@@ -91,6 +92,8 @@ class PeerConnection {
   void adopt(const char* kind, const GstStructure* reply, const Described& described);
   void setRemote(GstWebRTCSDPType type, const std::string& sdp, std::function<void()> done);
   void watchSessions();
+  // On a thread of the pipeline's, for one session or for each of its media.
+  void watchFeedback(GObject* session);
   // The one for all media; null before these are described.
   ObjectPtr<GObject> session() const;
   void watchState();
@@ -104,6 +107,8 @@ class PeerConnection {
   bool hasFailed_ = false;
   Inbox inbox_;
   std::atomic<std::uint32_t> grantedBitsPerSecond_ = 0;
+  std::atomic<std::uint32_t> receivedVideoSsrc_ = 0;
+  std::atomic<bool> isFeedbackWatched_ = false;
 
   base::Mutex mutex_;
   JitterBuffers jitterBuffers_ GUARDED_BY(mutex_);

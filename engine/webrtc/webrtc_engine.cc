@@ -29,11 +29,12 @@ WebrtcEngine::WebrtcEngine(support::EngineContext& context,
     : context_(context),
       pool_(std::move(pool)),
       devices_(context, [this](DeviceType type) { deviceChanged(type); }),
-      localVideo_(context, devices_, pool_),
+      localVideo_(context, devices_, pool_, [this] { cameraChanged(); }),
       roster_(context.loop, context.notifier, [this] { return people(); }),
       exitGuard_(context.loop, [this] {
         call_.reset();
         localVideo_.setCapturing(false);
+        context_.log->write("the process ends: the camera is closed");
       }) {
   // After the notification that initialisation is complete, which the application waits for.
   context_.loop.post([this] { context_.loop.post([this] { warmUp(); }); });
@@ -87,10 +88,16 @@ void WebrtcEngine::connect(const tsl::ConnectParams& params) {
     refuse(callId, {kEngineFailed, error.what()});
     return;
   }
-  setMuted(params.mediaStreamState.outgoingAudioMuted, params.mediaStreamState.outgoingVideoMuted);
-  call_->setRemoteAudioMuted(isRemoteAudioMuted_);
-  tellVideoMuted();
-  call_->join();
+  try {
+    setMuted(params.mediaStreamState.outgoingAudioMuted,
+             params.mediaStreamState.outgoingVideoMuted);
+    call_->setRemoteAudioMuted(isRemoteAudioMuted_);
+    call_->setAudioDebug(isAudioDebugged_);
+    tellVideoMuted();
+    call_->join();
+  } catch (const std::exception& error) {
+    call_->abort(error.what());
+  }
 }
 
 void WebrtcEngine::refuse(int callId, const CallFailure& failure) {
@@ -110,8 +117,13 @@ void WebrtcEngine::disconnect() {
 
 void WebrtcEngine::muteLocalVideo(bool mute) {
   localVideo_.setMuted(mute);
-  tellVideoMuted();
   context_.notifier.notify(&INotifyCallback::NotifyMediaMuteState, MediaType::kVideo, mute);
+}
+
+void WebrtcEngine::cameraChanged() {
+  // Now the libraries of the camera are there.
+  if (localVideo_.isShowing()) ExitGuard::arm();
+  tellVideoMuted();
 }
 
 void WebrtcEngine::tellVideoMuted() {
@@ -129,12 +141,12 @@ void WebrtcEngine::muteRemoteAudio(bool mute) {
   if (call_) call_->setRemoteAudioMuted(mute);
 }
 
-void WebrtcEngine::enableCamera(bool enable) {
-  localVideo_.setCapturing(enable);
-  tellVideoMuted();
-}
+void WebrtcEngine::enableCamera(bool enable) { localVideo_.setCapturing(enable); }
 
-void WebrtcEngine::setAudioDebug(bool) {}
+void WebrtcEngine::setAudioDebug(bool enable) {
+  isAudioDebugged_ = enable;
+  if (call_) call_->setAudioDebug(enable);
+}
 
 void WebrtcEngine::updateMediaState(const tsl::MediaStreamState& state) {
   setMuted(state.outgoingAudioMuted, state.outgoingVideoMuted);

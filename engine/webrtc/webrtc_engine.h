@@ -59,8 +59,9 @@ class WebrtcEngine final : public support::Engine {
   // What cannot be made ready is logged; a call then says what is missing.
   void warmUp();
   void deviceChanged(DeviceType type);
+  void cameraChanged();
   void setMuted(bool isAudioMuted, bool isVideoMuted);
-  // A camera that does not capture counts as muted, so that the others clear its picture.
+  // Without a camera that captures the video counts as muted, so that the others clear its picture.
   void tellVideoMuted();
   std::vector<support::Person> people() const;
   void refuse(int callId, const CallFailure& failure);
@@ -71,6 +72,7 @@ class WebrtcEngine final : public support::Engine {
   LocalVideo localVideo_;
   bool isAudioMuted_ = false;
   bool isRemoteAudioMuted_ = false;
+  bool isAudioDebugged_ = false;
   int lastCallId_ = 0;
   std::unique_ptr<Call> call_;  // the present call or the last one
   support::Roster roster_;

@@ -63,7 +63,9 @@ function writeConfiguration(directory, options) {
       debug_colors: false,
     },
     nat: { full_trickle: true, ice_enforce_list: address },
-    plugins: { disable: objects('plugin', OTHER_PLUGINS) },
+    plugins: {
+      disable: objects('plugin', rooms ? OTHER_PLUGINS : [...OTHER_PLUGINS, 'videoroom']),
+    },
     transports: { disable: objects('transport', OTHER_TRANSPORTS) },
   });
   write('janus.transport.websockets.jcfg', {
@@ -80,7 +82,7 @@ function writeConfiguration(directory, options) {
   write('janus.plugin.videoroom.jcfg', {
     general: { string_ids: !hasNumbers },
     ...Object.fromEntries(
-      Object.entries(rooms).map(([name, room]) => [
+      Object.entries(rooms ?? {}).map(([name, room]) => [
         `room-${name}`,
         {
           publishers: 20,
@@ -100,8 +102,8 @@ export class JanusServer {
   #directory;
 
   // Resolves when the server listens. `rooms` has the settings of each room by its name, or by its
-  // number if the server `hasNumbers`: those are the default of the plugin for rooms. With a
-  // `certificate`, { cert_pem, cert_key }, it listens with TLS, too; with an `administration`,
+  // number if the server `hasNumbers`: those are the default of the plugin for rooms, which is left
+  // out if `rooms` is null. With a `certificate`, { cert_pem, cert_key }, it listens with TLS, too; with an `administration`,
   // { port, secret }, for its administrator. A participant whose connection is lost stays in a room
   // for `reclaimSeconds`, and may come back meanwhile. A `configuration`, a directory that the server
   // then owns, takes the place of all others but the address and the port.

@@ -134,21 +134,18 @@ test('the project to start from shows its meeting on a page', async (t) => {
   const address = await startQuickstart(t, project, withoutCompiler, programOf('start'));
   const { page, errors } = await openPage(t, await openBrowser(t), address);
   await page.locator(`figure:nth-child(${KEYS.length})`).waitFor();
-  const shown = [];
-  for (let place = 1; place <= KEYS.length; place += 1) {
-    const canvas = `figure:nth-child(${place}) canvas`;
-    const first = await cardOn(page, canvas);
-    await cardOn(page, canvas, ({ number }) => number > first.number); // it moves
-    const name = await page.locator(`figure:nth-child(${place}) figcaption`).textContent();
-    shown.push({ key: keyOf(first), name });
-  }
   const given = await picturesOf(address, KEYS);
   assert.equal(given[0].name, 'me');
-  const order = (one, other) => (one.key < other.key ? -1 : 1);
-  assert.deepEqual(
-    shown.sort(order),
-    given.map(({ key, name }) => ({ key, name })),
-  );
+  const shown = [];
+  for (let place = 1; place <= KEYS.length; place += 1) {
+    const tile = `figure:nth-child(${place})`;
+    const first = await cardOn(page, `${tile} canvas`);
+    await cardOn(page, `${tile} canvas`, ({ number }) => number > first.number); // it moves
+    const { name } = given.find(({ key }) => key === keyOf(first));
+    await page.locator(`${tile} figcaption`, { hasText: new RegExp(`^${name}$`) }).waitFor();
+    shown.push(keyOf(first));
+  }
+  assert.deepEqual(shown.sort(), KEYS);
   assert.deepEqual(errors, []);
 });
 

@@ -26,6 +26,7 @@ export const app = Object.assign(new EventEmitter(), {
   getPath: () => '/tmp',
   whenReady: () => setImmediate(),
   quit: () => app.emit('will-quit'),
+  exit: (code) => process.exit(code),
 });
 
 export class BrowserWindow {

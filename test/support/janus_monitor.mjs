@@ -72,6 +72,12 @@ class JanusMonitor {
     return { bytes: [bytes, ...layers].reduce((sum, each) => sum + each), seconds };
   }
 
+  // Ends the connection of the only handle of this kind for the media of the participant.
+  async hangUp(kind, display) {
+    const [{ session_id, handle_id }] = await this.#handles(kind, display);
+    await this.#ask('hangup_webrtc', { session_id, handle_id });
+  }
+
   // What the server itself has found out by RTCP of the medium that it receives from the participant,
   // of a video its highest layer.
   async reception(display, medium) {
@@ -92,6 +98,13 @@ class JanusMonitor {
     const { info } = await this.#handle('subscriber', display, 'video');
     const { simulcast } = info.plugin_specific.streams.find(({ type }) => type === 'video');
     return simulcast.substream;
+  }
+
+  // Of the medium as it is sent to the participant's only subscriber: how many milliseconds the way
+  // there and back takes, 0 until the server has found out; and the SSRC of what is sent again.
+  async passing(display, medium) {
+    const { rtcp, ssrc } = await this.#medium('subscriber', display, medium);
+    return { roundTrip: rtcp.main.rtt, repeatedSsrc: ssrc['ssrc-rtx'] };
   }
 
   // The bytes of "audio" or "video" that the server has received from the participant, and the time.

@@ -94,7 +94,8 @@ class Path {
       if (packet) packet.leftAt = now();
       this.#sockets[direction].send(datagram, target.port, target.address);
     };
-    const milliseconds = packet ? this.#relay.delays(direction, packet) : 0;
+    const own = packet ? this.#relay.delays(direction, packet) : 0;
+    const milliseconds = this.#relay.distance + own;
     if (milliseconds > 0) setTimeout(send, milliseconds);
     else send();
   }
@@ -120,6 +121,8 @@ export class MediaRelay {
   loses = () => false;
   // For how many milliseconds it is delayed.
   delays = () => 0;
+  // For how many milliseconds every datagram is delayed, besides.
+  distance = 0;
 
   // Relays to `server` until the test ends.
   static async start(test, server) {

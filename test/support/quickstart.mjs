@@ -28,13 +28,14 @@ export async function startQuickstart(t, directory, environment, program, ...arg
     child.kill('SIGTERM');
     assert.deepEqual(await ended, [128 + 15, null]);
   });
+  let address;
   for await (const line of createInterface({ input: child.stdout })) {
-    const [, address] = line.match(/^The meeting is shown at (.*)$/) ?? [];
-    if (!address) continue;
-    child.stdout.resume();
-    return address;
+    [, address] = line.match(/^The meeting is shown at (.*)$/) ?? [];
+    if (address) break;
   }
-  throw new Error(`${program} ended early`);
+  assert.ok(address, `${program} ended early`);
+  child.stdout.resume(); // the end of the loop has paused it
+  return address;
 }
 
 // The pictures that the program gives to its page: { key, name, width, height, card }.
@@ -54,12 +55,12 @@ async function pictures(address, get) {
   return all;
 }
 
-// The same, once there are pictures of these streams, each a test card. `get` is used in place of
-// fetch().
+// The same, once there are pictures of these streams, each a test card and with the name of its
+// participant. `get` is used in place of fetch().
 export async function picturesOf(address, keys, get = fetch) {
   for (;;) {
     const all = await pictures(address, get);
     const found = keys.map((key) => all.find((picture) => picture.key === key));
-    if (found.every((picture) => picture?.card)) return found;
+    if (found.every((picture) => picture?.card && picture.name !== picture.key)) return found;
   }
 }

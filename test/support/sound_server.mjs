@@ -26,39 +26,59 @@ export function shareOf(hertz, samples) {
 }
 
 export class SoundServer {
+  #directory;
+  #speakers;
+  #daemon;
+
   // With a speaker, unless it is told otherwise.
   static async start(test, { speakers = [SPEAKER] } = {}) {
     const server = new SoundServer();
-    const directory = temporaryDirectory(test);
+    server.#directory = temporaryDirectory(test);
+    server.#speakers = speakers;
     server.environment = {
-      XDG_RUNTIME_DIR: directory,
-      PULSE_SERVER: `unix:${directory}/native`,
-      XDG_CONFIG_HOME: directory,
+      XDG_RUNTIME_DIR: server.#directory,
+      PULSE_SERVER: `unix:${server.#directory}/native`,
+      XDG_CONFIG_HOME: server.#directory,
     };
+    test.after(() => server.#stop());
+    await server.#start();
+    return server;
+  }
+
+  // Ends, and starts anew with the speakers of the first start and no microphone.
+  async restart() {
+    await this.#stop();
+    await this.#start();
+  }
+
+  async #start() {
     const daemon = spawn(
       'pulseaudio',
       [
         ...['-n', '--daemonize=no', '--exit-idle-time=-1', '--use-pid-file=no'],
         ...['--log-target=stderr', '--log-level=info'],
-        ...['-L', `module-native-protocol-unix socket=${directory}/native auth-anonymous=1`],
+        '-L',
+        `module-native-protocol-unix socket=${this.#directory}/native auth-anonymous=1`,
       ],
       {
-        env: { ...process.env, ...server.environment, LD_PRELOAD: '', LC_ALL: 'C' },
+        env: { ...process.env, ...this.environment, LD_PRELOAD: '', LC_ALL: 'C' },
         stdio: ['ignore', 'ignore', 'pipe'],
       },
     );
-    test.after(async () => {
-      daemon.kill();
-      if (daemon.exitCode === null) await once(daemon, 'exit');
-    });
+    this.#daemon = daemon;
     await new Promise((resolve, reject) => {
       daemon.on('exit', (code) => reject(new Error(`pulseaudio ended: ${code}`)));
       createInterface({ input: daemon.stderr }).on('line', (line) => {
         if (line.includes(READY)) resolve();
       });
     });
-    for (const speaker of speakers) await server.plugSpeaker(speaker);
-    return server;
+    for (const speaker of this.#speakers) await this.plugSpeaker(speaker);
+  }
+
+  async #stop() {
+    const daemon = this.#daemon;
+    daemon.kill();
+    if (daemon.exitCode === null && daemon.signalCode === null) await once(daemon, 'exit');
   }
 
   // Settles with what pactl prints.

@@ -67,6 +67,15 @@ test('the release build is loaded unless the environment names another', (t) => 
   }
 });
 
+test('an addon with the embedded engine is reported where that for real meetings is selected', () => {
+  const { lines } = refusal({ TESSEL_WRAPPER_ADDON: addonFile, TESSEL_WRAPPER_ENGINE: 'webrtc' });
+  assert.deepEqual(lines, [
+    `Cannot use ${addonFile}`,
+    'Its engine is not the one for real meetings.',
+    ADVICE,
+  ]);
+});
+
 test('a missing addon file is reported', () => {
   const { lines, hasCause } = refusal({ TESSEL_WRAPPER_ADDON: '/nowhere/a.node' });
   assert.deepEqual(lines, ['Cannot load /nowhere/a.node', 'There is no such file.', ADVICE]);

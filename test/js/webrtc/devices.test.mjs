@@ -2,11 +2,15 @@
 // unplugged. Pictures are proved by their card's code, sound by its tone.
 
 import assert from 'node:assert/strict';
+import { readFileSync } from 'node:fs';
+import path from 'node:path';
 import { test } from 'node:test';
 
 import { CameraServer } from '../../support/camera_server.mjs';
+import { startProcess } from '../../support/commanded_process.mjs';
 import { SoundServer, shareOf } from '../../support/sound_server.mjs';
 import { LOCAL, remote } from '../../support/streams.mjs';
+import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const SMALL = { width: 320, height: 180 };
@@ -52,14 +56,21 @@ test('cameras are used before and during a call, and another one when one vanish
   );
 
   await t.test('it is sent', async () => {
-    await member.does('join', uri);
-    await viewer.does('join', uri);
+    await member.does('join', uri, { endpointName: 'member' });
+    await viewer.does('join', uri, { endpointName: 'viewer' });
     await shows(viewer, remote(0), 320);
+    await viewer.does('knows', 'member', { videoMuted: false });
   });
 
-  await t.test('it captures in another size', async () => {
+  await t.test('a participant without a camera counts as muted', () =>
+    member.does('knows', 'viewer', { videoMuted: true }),
+  );
+
+  await t.test('it captures in another size, which is notified', async () => {
+    await member.does('forget');
     await member.does('call', 'setVideoDevice', camera('first', { width: 640, height: 360 }));
     await shows(viewer, remote(0), 640);
+    await member.does('seen', 'streamUpdated', LOCAL);
   });
 
   await t.test('one that is plugged in is notified, and is sent once it is selected', async () => {
@@ -67,6 +78,7 @@ test('cameras are used before and during a call, and another one when one vanish
     await member.does('seen', 'deviceChange', { id: 'second', type: 'video' });
     await member.does('call', 'setVideoDevice', camera('second', { width: 480, height: 270 }));
     await shows(viewer, remote(0), 480);
+    await member.does('seen', 'streamUpdated', LOCAL);
     await member.does('logged', 'uses second');
   });
 
@@ -82,15 +94,20 @@ test('cameras are used before and during a call, and another one when one vanish
     const { length } = await member.does('log');
     await cameras.unplug(second);
     await member.does('seen', 'deviceChange', { id: 'second', type: 'video' });
+    await member.does('seen', 'streamUpdated', LOCAL);
     await member.does('logged', 'uses first', length);
     const { frameId } = await member.does('picture', LOCAL);
     await member.does('picture', LOCAL, frameId);
     await shows(viewer, remote(0), 480);
   });
 
-  await t.test('without one there is no picture, and the call goes on', async () => {
+  await t.test('without one nobody has a picture, and the call goes on', async () => {
+    await member.does('forget');
     await cameras.unplug(first);
     await member.does('cleared', LOCAL);
+    await member.does('seen', 'streamUpdated', LOCAL);
+    await viewer.does('cleared', remote(0));
+    await viewer.does('knows', 'member', { videoMuted: true });
     assert.equal((await member.does('leave')).code, 0);
   });
 
@@ -171,6 +188,28 @@ test('microphones and speakers change during a call', async (t) => {
     await ours.unplug(plugged);
     // PulseAudio's usual one is the first.
     await ours.hears(t, isTone(880), 'left');
+  });
+
+  await t.test('because the sound server restarts', async () => {
+    await ours.restart();
+    await ours.plugMicrophone('high', 1_500);
+    await theirs.hears(t, isTone(1_500));
+    await ours.hears(t, isTone(880), 'left');
     assert.equal((await member.does('leave')).code, 0);
   });
+});
+
+test('a process that exits while it previews a camera closes it first', async (t) => {
+  const cameras = await CameraServer.start(t);
+  await cameras.plug('only');
+  const directory = temporaryDirectory(t);
+  const member = startProcess(t, './support/processes/room_member.mjs', {
+    environment: { PULSE_SERVER: 'unix:/nowhere', ...cameras.environment },
+  });
+  await member.does('open', directory, SMALL);
+  await member.does('picture', LOCAL);
+  await member.does('exit', 3);
+  assert.deepEqual(await member.ended, { code: 3, signal: null });
+  const log = readFileSync(path.join(directory, `${member.pid}tesselclient.log`), 'utf8');
+  assert.match(log, /the process ends: the camera is closed\n$/);
 });

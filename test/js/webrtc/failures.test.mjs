@@ -13,8 +13,10 @@ import { WebSocketServer } from 'ws';
 
 import { freePort, ownAddress } from '../../../examples/sfu/janus_server.mjs';
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
+import { startMonitoredServer } from '../../support/janus_monitor.mjs';
 import { makeCertificate } from '../../support/certificates.mjs';
 import { MediaRelay } from '../../support/media_relay.mjs';
+import { remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { waveHeader, writeToneClip } from '../../support/tone_clip.mjs';
 import { startTurnServer } from '../../support/turn_server.mjs';
@@ -200,10 +202,17 @@ test("the server's certificate is verified, and an additional authority can be c
     certificate: { cert_pem: certificate, cert_key: key },
   });
   const member = await openMember(t);
-  assert.deepEqual(await refusal(member, server.secureUri('meeting', SOURCES)), {
-    code: 495,
-    reason: "the server's certificate is refused",
-  });
+  const pipe = path.join(temporaryDirectory(t), 'pipe.pem');
+  execFileSync('mkfifo', [pipe]);
+  for (const useless of [{}, { authority: pipe }, { authority: '/nowhere.pem' }]) {
+    assert.deepEqual(
+      await refusal(member, server.secureUri('meeting', { ...SOURCES, ...useless })),
+      {
+        code: 495,
+        reason: "the server's certificate is refused",
+      },
+    );
+  }
   const uri = server.secureUri('meeting', { ...SOURCES, authority });
   assert.deepEqual(await member.does('join', uri), { connected: true });
 });
@@ -245,14 +254,52 @@ test('a room that has neither this name nor this number is unknown', async (t) =
   }
 });
 
-test('the call ends when the server is killed', async (t) => {
+test('the call ends when the server is killed and does not come back', async (t) => {
   const server = await startServer(t, { rooms: { meeting: {} } });
-  const member = await openMember(t);
-  assert.deepEqual(await member.does('join', server.uri('meeting', SOURCES)), { connected: true });
+  const [patient, impatient] = [await openMember(t), await openMember(t)];
+  for (const member of [patient, impatient]) {
+    const uri = server.uri('meeting', SOURCES);
+    assert.deepEqual(await member.does('join', uri), { connected: true });
+  }
+  await patient.does('seen', 'streamAdded', remote(0));
+  await patient.does('forget');
   await server.stop();
-  const { code, reason } = await member.does('seen', 'callDisconnect');
+  await impatient.does('seen', 'noRtpMedia', { mediaType: 'audio', up: false });
+  const { code: left } = await impatient.does('leave');
+  assert.equal(left, 0);
+  const { code, reason } = await patient.does('seen', 'callDisconnect');
   assert.equal(code, 503);
   assert.match(reason, /^the server was lost: /);
+  const events = await patient.does('events');
+  assert.deepEqual(
+    events.map(([name]) => name).filter((name) => /^(noRtpMedia|streamRe|call)/.test(name)),
+    ['noRtpMedia', 'noRtpMedia', 'streamRemoved', 'callConnectionStatus', 'callDisconnect'],
+  );
+});
+
+test('a join to a server without rooms is refused', async (t) => {
+  const member = await openMember(t);
+  const empty = await startServer(t, { rooms: null });
+  assert.deepEqual(await refusal(member, empty.uri('meeting')), {
+    code: 502,
+    reason: 'the server has no rooms',
+  });
+});
+
+test('a second call is refused and the first one goes on, until the server ends its media', async (t) => {
+  const { server, monitor } = await startMonitoredServer(t, { rooms: { meeting: {} } });
+  const member = await openMember(t);
+  const uri = server.uri('meeting', SOURCES);
+  assert.deepEqual(await member.does('join', uri, { endpointName: 'Ada' }), { connected: true });
+  await member.does('forget');
+  const second = await member.does('join', uri);
+  assert.deepEqual([second.callId, second.code, second.reason], [2, 486, 'already in a call']);
+  await monitor.hangUp('publisher', 'Ada');
+  const { code, reason } = await member.does('seen', 'callDisconnect', { callId: 1 });
+  assert.equal(code, 504);
+  assert.match(reason, /^the server gave up the media: ./);
+  const told = (await member.does('events')).filter(([name]) => name === 'callConnectionStatus');
+  assert.deepEqual(told, [['callConnectionStatus', { connected: false }]]);
 });
 
 test('a clip that cannot be played is refused', async (t) => {
@@ -307,6 +354,7 @@ test('an invalid uri is refused', async (t) => {
     ['janus+ws://host/?room=r&camera=card:x', 'bad value: camera=card:x'],
     ['janus+ws://host/?room=r&microphone=voice.mp3', 'bad value: microphone=voice.mp3'],
     ['janus+ws://host/?room=r&pin=%zz', 'bad value: pin'],
+    ['janus+ws://host/?room=r&pin=a&b', 'unknown parameter behind pin'],
   ]) {
     await member.does('forget');
     const answer = await member.does('join', uri);

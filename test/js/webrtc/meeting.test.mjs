@@ -128,11 +128,14 @@ test('a clip that replaces the camera is received', async (t) => {
   assert.deepEqual([width, height, card?.detail], [320, 180, 99]);
 });
 
-test('the microphone has a level unless it is muted', async (t) => {
+test('the microphone has a level unless it is muted, which is logged on request', async (t) => {
   const { members } = await meet(t, 1);
   const [member] = members;
   // A sine of 0.3 is -13.5 dB. On a busy machine parts of it are left out.
   await member.does('seen', 'micLevel', { level: 78 });
+  assert.doesNotMatch(await member.does('log'), /microphone level/);
+  await member.does('call', 'setAudioDebug', true);
+  await member.does('logged', 'microphone level 78');
   await member.does('call', 'muteLocalAudio', true);
   await member.does('seen', 'mediaMuteState', { mediaType: 'audio', muted: true });
   const { csrc } = await member.does('picture', LOCAL);

@@ -29,6 +29,16 @@ test('a balancer needs a room, whose name may be escaped in several ways', async
   assert.match(await balancer.does('show table sfus'), /used:1\n/);
 });
 
+test('a balancer tells which servers are up, and nothing else, where its metrics are', async (t) => {
+  const { balancer } = await startServers(t, []);
+  const metrics = await (await fetch(balancer.metrics)).text();
+  for (const server of ['sfu1', 'sfu2']) {
+    const isUp = `haproxy_server_status{proxy="sfus",server="${server}",state="UP"} 1`;
+    assert.ok(metrics.split('\n').includes(isUp), metrics);
+  }
+  assert.equal((await fetch(new URL('/', balancer.metrics))).status, 403);
+});
+
 test('three rooms use two servers; a drained one takes no new room and loses no call', async (t) => {
   const { balancer } = await startServers(t, ROOMS);
   const members = await Promise.all(
@@ -51,5 +61,52 @@ test('three rooms use two servers; a drained one takes no new room and loses no 
   for (const member of members) {
     const events = await member.does('events');
     assert.ok(!events.some(([name]) => name === 'callDisconnect'));
+  }
+});
+
+test('the meetings of a server that is killed go on at the other one, with the same streams', async (t) => {
+  const { balancer, sfus } = await startServers(t, ROOMS);
+  const [room, other] = ROOMS.slice(1);
+  const members = [];
+  for (const detail of [1, 2, 3]) members.push(await joinedMember(t, balancer, room, detail));
+  const unaffected = await joinedMember(t, balancer, other, 4);
+  const killed = await balancer.serverOf(room);
+  assert.notEqual(await balancer.serverOf(other), killed);
+  // Whose picture each of them has in which stream.
+  const pictures = () =>
+    Promise.all(
+      members.map(async (member) => {
+        const shown = [];
+        for (const index of [0, 1]) {
+          shown.push((await member.does('picture', remote(index))).card.detail);
+        }
+        return shown;
+      }),
+    );
+  const before = await pictures();
+  assert.deepEqual(
+    before.map((shown) => shown.toSorted()),
+    [
+      [2, 3],
+      [1, 3],
+      [1, 2],
+    ],
+  );
+
+  await sfus[killed].stop();
+  for (const member of members) {
+    for (const up of [false, true]) {
+      for (const mediaType of ['video', 'audio']) {
+        await member.does('seen', 'noRtpMedia', { mediaType, up });
+      }
+    }
+  }
+  assert.deepEqual(await pictures(), before);
+  assert.equal(await balancer.serverOf(room), await balancer.serverOf(other));
+  for (const member of [...members, unaffected]) {
+    const names = (await member.does('events')).map(([name]) => name);
+    assert.equal(names.filter((name) => name === 'callConnectionStatus').length, 1);
+    assert.ok(!names.includes('callDisconnect'));
+    assert.equal(names.includes('noRtpMedia'), member !== unaffected);
   }
 });

@@ -9,7 +9,7 @@ import path from 'node:path';
 import { test } from 'node:test';
 import { pathToFileURL } from 'node:url';
 
-import { addonFile, repository } from '../../support/build.mjs';
+import { addonFile, build, repository } from '../../support/build.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 
 const guide = readFileSync(path.join(repository, 'docs/guide.md'), 'utf8');
@@ -83,6 +83,15 @@ function expectMeeting(outcome) {
   assert.ok(outcome.lines.includes('bytes: 3456'));
 }
 
+// The engine for real meetings takes no such uri.
+function expectRefusal({ status, stderr }) {
+  assert.equal(status, 1);
+  assert.match(
+    stderr,
+    /^CallError: the uri's scheme is neither janus\+ws nor janus\+wss \(400\)$/m,
+  );
+}
+
 const BY_THE_GUIDE = {
   async esbuild(project) {
     writeFileSync(path.join(project, 'esbuild.mjs'), programs.get('esbuild.mjs'));
@@ -145,7 +154,10 @@ const BUNDLED = {
 };
 
 for (const [name, bundle] of Object.entries(BUNDLED)) {
-  for (const imported of ['tessel-wrapper', 'tessel-wrapper/webrtc']) {
+  for (const [imported, addon, expectOutcome] of [
+    ['tessel-wrapper', addonFile, expectMeeting],
+    ['tessel-wrapper/webrtc', path.join(build, 'webrtc', 'tesselWrapper.node'), expectRefusal],
+  ]) {
     test(`bundled by ${name}, ${imported} says so, and loads the addon that is named`, async (t) => {
       const project = makeProject(t, imported);
       await bundle(project);
@@ -161,7 +173,7 @@ for (const [name, bundle] of Object.entries(BUNDLED)) {
         'tessel-wrapper was bundled, and its addon was not: keep tessel-wrapper external ' +
           '("Bundle your application" in its docs/guide.md), or name the addon in TESSEL_WRAPPER_ADDON.',
       ]);
-      expectMeeting(run(project, program, addonFile));
+      expectOutcome(run(project, program, addon));
     });
   }
 }

@@ -255,5 +255,8 @@ obey({
 
   threadsGone: untilThreadsAreGone,
 
+  // Without destroying the engine.
+  exit: (code) => void setImmediate(() => process.exit(code)),
+
   end: () => wrapper?.destroy(),
 });

@@ -98,6 +98,11 @@ TEST(CallUri, ContainsNoSecretsInItsReasons) {
   EXPECT_EQ(refusalOf("janus+ws://h/?room=r&pin=secret%"), "bad value: pin");
   EXPECT_EQ(refusalOf("janus+ws://h/?room=r&token=secret%zz"), "bad value: token");
   EXPECT_EQ(refusalOf("janus+ws://h/?room=r&pin=secret&pin=other"), "parameter given twice: pin");
+  // An & that was not escaped ends the pin.
+  EXPECT_EQ(refusalOf("janus+ws://h/?room=r&pin=sec&ret"), "unknown parameter behind pin");
+  EXPECT_EQ(refusalOf("janus+ws://h/?token=sec&ret=1&room=r"), "unknown parameter behind token");
+  EXPECT_EQ(refusalOf("janus+ws://h/?room=r&pin=sec&camera=ret"), "bad value: camera");
+  EXPECT_EQ(refusalOf("janus+ws://h/?room=r&colour=red&pin=secret"), "unknown parameter: colour");
 }
 
 }  // namespace

@@ -55,6 +55,21 @@ TEST(Feed, HasNoLayersWhenTheirDescriptionIsInvalid) {
   }
 }
 
+TEST(Feed, SendsMoreWhenAStreamIsNewOrEnabled) {
+  const auto feed = [](const std::string& streams) {
+    return *parseFeed(Json::parse(R"({"id": 7, "streams": [)" + streams + "]}"));
+  };
+  const std::string audio = R"({"type": "audio", "mid": "0"})";
+  const std::string video = R"({"type": "video", "mid": "1"})";
+  const std::string disabled = R"({"type": "video", "mid": "1", "disabled": true})";
+  const Feed one = feed(audio);
+  const Feed both = feed(audio + "," + video);
+  EXPECT_TRUE(both.sendsMoreThan(one));
+  EXPECT_TRUE(both.sendsMoreThan(feed(audio + "," + disabled)));
+  EXPECT_FALSE(one.sendsMoreThan(both));
+  EXPECT_FALSE(both.sendsMoreThan(both));
+}
+
 TEST(Feed, IsInvalidWithoutAnIdentifier) {
   for (const char* const text : {"null", "5", "{}", R"({"id": null})", R"({"id": [1]})"}) {
     EXPECT_FALSE(parseFeed(Json::parse(text))) << text;

@@ -61,7 +61,7 @@ class JanusMonitor {
 
   async #medium(kind, display, medium) {
     const { info, found } = await this.#handle(kind, display, medium);
-    return { stats: found.stats, rtcp: found.rtcp, seconds: info.current_time / 1e6 };
+    return { ...found, seconds: info.current_time / 1e6 };
   }
 
   async #count(kind, display, medium, direction) {

@@ -91,7 +91,8 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
       peopleChanged_(std::move(peopleChanged)),
       ownState_{.guid = params.meetingGuid,
                 .isAudioMuted = params.mediaStreamState.outgoingAudioMuted,
-                .isVideoMuted = params.mediaStreamState.outgoingVideoMuted},
+                .isVideoMuted = params.mediaStreamState.outgoingVideoMuted,
+                .received = std::nullopt},
       ownSpeech_(context.loop, peopleChanged_),
       incoming_(incomingOf(params.mediaStreamState)),
       inbox_(context.loop),
@@ -322,7 +323,7 @@ void Call::addFeeds(const Json& data) {
     if (!feed || feed->id == ownId_) continue;
     addFeed(*feed);
   }
-  updateLowerLayers();
+  updateLayers();
   peopleChanged_();
 }
 
@@ -372,17 +373,18 @@ void Call::updateReceptions() {
     const auto found = receptions.find(participant->csrc());
     if (found != receptions.end()) participant->receive(found->second);
   }
-  updateLowerLayers();
+  updateLayers();
 }
 
-void Call::updateLowerLayers() {
-  const auto isAny = [this](bool (Participant::*is)() const) {
-    return std::any_of(participants_.begin(), participants_.end(),
-                       [is](const auto& each) { return ((*each.second).*is)(); });
-  };
-  ownState_.usesLowerLayers = isAny(&Participant::isReceivedLower);
+void Call::updateLayers() {
+  std::optional<Heights> others;
+  ownState_.received.reset();
+  for (const auto& [key, participant] : participants_) {
+    ownState_.received = together(ownState_.received, participant->receivedHeights());
+    others = together(others, participant->heightsReceivedByIt());
+  }
   if (!publisher_) return;
-  publisher_->setLowerLayers(isAny(&Participant::usesLowerLayers));
+  publisher_->setReceived(others);
   publisher_->setState(ownState_);
 }
 

@@ -96,8 +96,8 @@ class Call {
   void removeFeed(const Json& id);
   // Brings what is received in line with the layout.
   void updateReceptions();
-  // Makes everybody encode the lower layers only while somebody uses them.
-  void updateLowerLayers();
+  // Makes everybody encode the layers only that somebody receives.
+  void updateLayers();
   // Tells when media stop arriving, and when they arrive again.
   void watchArrival();
   void setMissing(MediaType type, bool isMissing);

@@ -37,7 +37,6 @@ std::optional<std::uint32_t> ssrcOf(const std::string& offer, std::string_view m
   return numberIn(offer, found + kSsrc.size());
 }
 
-constexpr std::size_t kMostLayers = 3;
 constexpr std::int64_t kGreatestHeight = 16384;
 
 // Empty unless these are the heights of several layers.
@@ -51,6 +50,18 @@ std::vector<std::uint32_t> heightsAt(const Json& state) {
     heights.push_back(height.get<std::uint32_t>());
   }
   return heights;
+}
+
+// Who does not tell them in a valid way may receive videos as they are.
+std::optional<Heights> receivedHeightsAt(const Json& state) {
+  const Json& list = memberOf(state, "receives");
+  if (!list.is_array()) return Heights();
+  if (list.empty()) return std::nullopt;
+  const auto isHeight = [](const Json& height) {
+    return height.is_number_unsigned() && height <= Heights::kWhole;
+  };
+  if (list.size() != 2 || !std::all_of(list.begin(), list.end(), isHeight)) return Heights();
+  return Heights{.least = list[0].get<std::uint32_t>(), .most = list[1].get<std::uint32_t>()};
 }
 
 }  // namespace
@@ -74,7 +85,7 @@ std::optional<Feed> parseFeed(const Json& publisher) {
     if (type == "video") {
       feed.isVideoMuted = isMuted;
       feed.layerHeights = heightsAt(state);
-      feed.usesLowerLayers = flagAt(state, "usesLowerLayers");
+      feed.received = receivedHeightsAt(state);
     }
     if (feed.guid.empty()) feed.guid = textAt(state, "guid");
   }

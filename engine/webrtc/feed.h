@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "engine/webrtc/janus_message.h"
+#include "engine/webrtc/layer_plan.h"
 
 namespace webrtc {
 
@@ -23,8 +24,8 @@ struct Feed {
   bool isVideoMuted = false;
   // Of the layers of the video, the highest first; empty without layers.
   std::vector<std::uint32_t> layerHeights;
-  // It receives, or wants to receive, lower layers of others.
-  bool usesLowerLayers = false;
+  // With which it receives the videos of others; nothing when it receives none.
+  std::optional<Heights> received = Heights();
   std::set<std::string> mids;  // of the streams that are sent
 
   // The identifier as a text.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
-#include <limits>
 #include <utility>
 
 #include "engine/support/streams/stream_keys.h"
@@ -19,7 +18,7 @@ constexpr support::Time kLongestDelay = 4s;
 constexpr support::Time kLasting = 10s;
 
 std::uint32_t mostHeight(const support::Reception& reception) {
-  std::uint32_t most = std::numeric_limits<std::uint32_t>::max();
+  std::uint32_t most = Heights::kWhole;
   for (const std::uint32_t limit : {reception.height, reception.ceiling}) {
     if (limit != 0) most = std::min(most, limit);
   }
@@ -191,13 +190,14 @@ Participant::Wanted Participant::wanted() const {
   Wanted wanted = {.audio = incoming_.audio, .video = incoming_.video && reception_.isWanted};
   const auto& heights = feed_.layerHeights;
   if (heights.size() < 2 || !wanted.video) return wanted;
-  const std::uint32_t most = mostHeight(reception_);
-  const auto lowest = std::find_if(heights.rbegin(), heights.rend(),
-                                   [most](std::uint32_t height) { return height >= most; });
-  if (lowest != heights.rend()) {
-    wanted.layer = kHighestLayer - static_cast<int>(std::distance(lowest, heights.rend()) - 1);
-  }
+  wanted.layer = kHighestLayer - static_cast<int>(layerFor(heights, mostHeight(reception_)));
   return wanted;
+}
+
+std::optional<Heights> Participant::receivedHeights() const {
+  if (!wanted().video) return std::nullopt;
+  const std::uint32_t height = mostHeight(reception_);
+  return Heights{.least = height, .most = height};
 }
 
 void Participant::askForWanted() {

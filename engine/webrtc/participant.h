@@ -20,6 +20,7 @@
 #include "engine/webrtc/feed.h"
 #include "engine/webrtc/inbox.h"
 #include "engine/webrtc/janus_session.h"
+#include "engine/webrtc/layer_plan.h"
 #include "engine/webrtc/peer_connection.h"
 #include "engine/webrtc/speaker.h"
 #include "engine/webrtc/video_receiver.h"
@@ -63,10 +64,10 @@ class Participant {
   void update(const Feed& feed);
   // The server does not send disabled media.
   void setIncoming(Incoming incoming);
-  // Whether a lower layer of the participant's video is to be received.
-  bool isReceivedLower() const { return wanted().layer < kHighestLayer; }
-  // Whether the participant receives lower layers of others.
-  bool usesLowerLayers() const { return feed_.usesLowerLayers; }
+  // With which the participant's video is received; nothing while it is not.
+  std::optional<Heights> receivedHeights() const;
+  // With which the participant receives the videos of others; nothing when it receives none.
+  const std::optional<Heights>& heightsReceivedByIt() const { return feed_.received; }
   // How the layout wants the video.
   void receive(const support::Reception& reception);
   // Whether audio or video that is to arrive has stopped arriving. Called a few times per second.

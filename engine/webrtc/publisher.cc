@@ -63,7 +63,7 @@ void Publisher::publish(const std::string& madeOffer) {
     offer = withLowerLayers(offer, lowerLayers_);
     connection_.sendRepetitionsAs(repetitionSsrcs(offer));
   }
-  repeatedVideoSsrc_ = repetitionSsrcOf(offer, settings_.videoSsrc).value_or(0);
+  repetitions_ = repetitionSsrcs(offer);
   told_ = descriptions();
   handle_.ask({{"request", "publish"}, {"descriptions", told_}}, Jsep{"offer", offer},
               [this](const JanusAnswer& answer) {
@@ -96,7 +96,7 @@ void Publisher::addVideo(const std::string& encoding) {
           .sizesChanged = [this, post = inbox_.poster()](const std::vector<support::Size>& sizes) {
             post([this, sizes] { setLayerSizes(sizes); });
           }});
-  video_->setLowerLayers(areLowerLayersUsed_);
+  video_->setReceived(received_);
 }
 
 void Publisher::setLayerSizes(const std::vector<support::Size>& sizes) {
@@ -104,9 +104,9 @@ void Publisher::setLayerSizes(const std::vector<support::Size>& sizes) {
   tellState();
 }
 
-void Publisher::setLowerLayers(bool areUsed) {
-  areLowerLayersUsed_ = areUsed;
-  if (video_) video_->setLowerLayers(areUsed);
+void Publisher::setReceived(const std::optional<Heights>& heights) {
+  received_ = heights;
+  if (video_) video_->setReceived(heights);
 }
 
 void Publisher::setState(const OwnState& state) {
@@ -125,10 +125,14 @@ void Publisher::tellState() {
 }
 
 Traffic Publisher::closeWindow(support::Time length) {
-  return meter_.closeWindow(
+  const std::uint32_t ssrc = video_ ? video_->highestSsrc() : settings_.videoSsrc;
+  Traffic traffic = meter_.closeWindow(
       length, connection_.counts(),
-      {.audio = audio_.ssrc(), .video = settings_.videoSsrc, .repeatedVideo = repeatedVideoSsrc_},
+      {.audio = audio_.ssrc(), .video = ssrc, .repeatedVideo = repetitions_[ssrc]},
       video_ ? video_->encoded() : FrameCounts());
+  // Whichever layer it is, it is that stream's.
+  traffic.videoSsrc = settings_.videoSsrc;
+  return traffic;
 }
 
 void Publisher::read(GstMessage* message) const {
@@ -142,9 +146,8 @@ Json Publisher::descriptions() const {
                 {"description", state.dump(-1, ' ', false, Json::error_handler_t::replace)}};
   };
   const Json audio = {{"guid", state_.guid}, {"muted", state_.isAudioMuted}};
-  Json video = {{"guid", state_.guid},
-                {"muted", state_.isVideoMuted},
-                {"usesLowerLayers", state_.usesLowerLayers}};
+  Json video = {{"guid", state_.guid}, {"muted", state_.isVideoMuted}, {"receives", Json::array()}};
+  if (const auto& heights = state_.received) video["receives"] = {heights->least, heights->most};
   if (layerSizes_.size() > 1) {
     for (const auto& size : layerSizes_) video["layers"].push_back(size.height);
   }

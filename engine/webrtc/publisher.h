@@ -5,13 +5,16 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "engine/webrtc/audio_sender.h"
 #include "engine/webrtc/call_statistics.h"
 #include "engine/webrtc/janus_session.h"
+#include "engine/webrtc/layer_plan.h"
 #include "engine/webrtc/peer_connection.h"
 #include "engine/webrtc/video_layers.h"
 #include "engine/webrtc/video_sender.h"
@@ -23,7 +26,8 @@ struct OwnState {
   std::string guid;
   bool isAudioMuted = false;
   bool isVideoMuted = false;
-  bool usesLowerLayers = false;  // of others
+  // With which the videos of others are received; nothing when none is.
+  std::optional<Heights> received;
 
   bool operator==(const OwnState&) const = default;
 };
@@ -63,8 +67,8 @@ class Publisher {
   void addCandidate(const Json& candidate) { connection_.addCandidate(candidate); }
   // Tells the others.
   void setState(const OwnState& state);
-  // Whether anybody uses the lower layers of our video.
-  void setLowerLayers(bool areUsed);
+  // The heights with which the others receive videos; nothing when nobody does.
+  void setReceived(const std::optional<Heights>& heights);
 
   // The server has accepted what we send; only a way for it may be missing.
   bool isAccepted() const { return isAccepted_; }
@@ -100,9 +104,10 @@ class Publisher {
   PeerConnection connection_;
   const ObjectPtr<GstPad> videoPlace_;
   std::shared_ptr<VideoSender> video_;
-  bool areLowerLayersUsed_ = false;
+  std::optional<Heights> received_;  // by the others
   AudioSender audio_;
-  std::uint32_t repeatedVideoSsrc_ = 0;
+  // By the SSRC of what is sent.
+  std::map<std::uint32_t, std::uint32_t> repetitions_;
   ConnectionMeter meter_;
 };
 

@@ -24,12 +24,6 @@ struct Encoding {
 
 namespace {
 
-// Bits for a pixel, at 30 frames per second, above which the encoders gain little.
-constexpr double kBitsPerPixel = 0.1;
-constexpr std::uint32_t kLeastBitsPerSecond = 150'000;
-
-constexpr std::uint32_t kLeastHeight = 90;  // of a layer below the highest
-
 constexpr const char* kSource =
     "appsrc name=source is-live=true format=time max-buffers=1 leaky-type=downstream ! ";
 
@@ -105,16 +99,6 @@ ObjectPtr<GstElement> elementIn(GstElement* bin, const char* name) {
 
 }  // namespace
 
-std::vector<support::Size> layerSizes(support::Size size) {
-  std::vector<support::Size> sizes = {size};
-  while (sizes.size() < kMostLayers) {
-    const support::Size half = {std::max(2U, sizes.back().width / 4 * 2), sizes.back().height / 2};
-    if (half.height < kLeastHeight) break;
-    sizes.push_back(half);
-  }
-  return sizes;
-}
-
 std::string VideoSender::formats(std::uint32_t ssrc) {
   std::string all;
   for (const Encoding& encoding : kEncodings) {
@@ -144,9 +128,6 @@ VideoSender::VideoSender(PeerConnection& connection, GstPad* place, const std::s
     gst_bin_add(GST_BIN(bin), layer);
     gst_element_link(layer, funnel);
   }
-  const ObjectPtr<GstPad> encoded(
-      gst_element_get_static_pad(layers_.front().payloader.get(), "sink"));
-  handleBuffers(encoded.get(), [count = encodedFrames_] { ++*count; });
   const ObjectPtr<GstPad> source(gst_element_get_static_pad(funnel, "src"));
   gst_element_add_pad(bin, gst_ghost_pad_new("src", source.get()));
   connection.addSender(bin, place);
@@ -160,6 +141,10 @@ GstElement* VideoSender::addLayer(const Encoding& encoding, std::uint32_t ssrc) 
                  .payloader = elementIn(bin, "payloader"),
                  .scaler = std::make_unique<Scaler>(settings_.pool)};
   g_object_set(layer.payloader.get(), "ssrc", layer.ssrc, nullptr);
+  const ObjectPtr<GstPad> encoded(gst_element_get_static_pad(layer.payloader.get(), "sink"));
+  handleBuffers(encoded.get(), [count = encoded_, index = layers_.size()] {
+    if (index == count->highest) ++count->frames;
+  });
   layers_.push_back(std::move(layer));
   return bin;
 }
@@ -169,21 +154,22 @@ void VideoSender::start() {
   isStarted_ = true;
 }
 
-void VideoSender::setLowerLayers(bool areSent) {
+void VideoSender::setReceived(const std::optional<Heights>& heights) {
   base::MutexLock lock(mutex_);
-  if (!isLayered() || areSent == areLowerSent_) return;
-  areLowerSent_ = areSent;
-  setFormat();
-  if (!areSent) return;
-  // What they sent before is too old to be referred to.
-  for (std::size_t index = 1; index < layers_.size(); ++index) {
-    requestKeyFrame(layers_[index].ssrc);
-  }
+  if (heights == received_) return;
+  received_ = heights;
+  plan();
+}
+
+std::uint32_t VideoSender::highestSsrc() const {
+  base::MutexLock lock(mutex_);
+  return layers_[plan_.first].ssrc;
 }
 
 FrameCounts VideoSender::encoded() const {
   base::MutexLock lock(mutex_);
-  return {.frames = *encodedFrames_, .size = sizes_.empty() ? support::Size() : sizes_.front()};
+  return {.frames = encoded_->frames,
+          .size = sizes_.empty() ? support::Size() : sizes_[plan_.first]};
 }
 
 void VideoSender::send(const std::shared_ptr<support::Frame>& frame) {
@@ -191,45 +177,40 @@ void VideoSender::send(const std::shared_ptr<support::Frame>& frame) {
   if (!isStarted_) return;
   if (sizes_.empty() || frame->size() != sizes_.front()) {
     sizes_ = isLayered() ? layerSizes(frame->size()) : std::vector{frame->size()};
-    setFormat();
+    plan_ = {};
+    plan();
+    setFormats();
     settings_.sizesChanged(sizes_);
   }
   std::shared_ptr<support::Frame> picture = frame;
-  for (std::size_t index = 0; index < sentLayers(); ++index) {
+  for (std::size_t index = 0; index <= plan_.last; ++index) {
     const Layer& layer = layers_[index];
     if (index > 0) picture = layer.scaler->scale(*picture, sizes_[index]);
+    if (!plan_.isSent(index)) continue;
     gst_app_src_push_buffer(GST_APP_SRC(layer.source.get()), bufferOf(picture).release());
   }
 }
 
-std::size_t VideoSender::sentLayers() const { return areLowerSent_ ? sizes_.size() : 1; }
-
-void VideoSender::setFormat() {
+void VideoSender::plan() {
   if (sizes_.empty()) return;
-  setRates();
-  for (std::size_t index = 0; index < sentLayers(); ++index) {
+  const LayerPlan before =
+      std::exchange(plan_, planLayers(sizes_, received_, settings_.mostBitsPerSecond, plan_));
+  encoded_->highest = plan_.first;
+  for (std::size_t index = plan_.first; index <= plan_.last; ++index) {
+    limit_(layers_[index].encoder.get(), plan_.bitsPerSecond[index], plan_.isStrict);
+    // What it sent before is too old to be referred to.
+    if (!before.isSent(index)) requestKeyFrame(layers_[index].ssrc);
+  }
+}
+
+void VideoSender::setFormats() {
+  for (std::size_t index = 0; index < sizes_.size(); ++index) {
     const auto [width, height] = sizes_[index];
     const CapsPtr caps(gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width",
                                            G_TYPE_INT, static_cast<gint>(width), "height",
                                            G_TYPE_INT, static_cast<gint>(height), "framerate",
                                            GST_TYPE_FRACTION, 30, 1, nullptr));
     gst_app_src_set_caps(GST_APP_SRC(layers_[index].source.get()), caps.get());
-  }
-}
-
-void VideoSender::setRates() {
-  const auto wanted = [](support::Size size) {
-    return static_cast<double>(support::pixels(size)) * 30 * kBitsPerPixel;
-  };
-  double sum = 0;
-  for (std::size_t index = 0; index < sentLayers(); ++index) sum += wanted(sizes_[index]);
-  const double least = kLeastBitsPerSecond;
-  const double most = std::max<double>(settings_.mostBitsPerSecond, least);
-  const double share = std::clamp(sum, least, most) / sum;
-  const bool isStrict = settings_.mostBitsPerSecond < sum;
-  for (std::size_t index = 0; index < sentLayers(); ++index) {
-    limit_(layers_[index].encoder.get(), static_cast<std::uint32_t>(wanted(sizes_[index]) * share),
-           isStrict);
   }
 }
 

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,18 +17,13 @@
 #include "engine/support/streams/frame_pool.h"
 #include "engine/webrtc/call_statistics.h"
 #include "engine/webrtc/glib.h"
+#include "engine/webrtc/layer_plan.h"
 #include "engine/webrtc/peer_connection.h"
 #include "engine/webrtc/scaler.h"
 
 namespace webrtc {
 
 struct Encoding;
-
-inline constexpr std::size_t kMostLayers = 3;
-
-// The sizes in which pictures of this size are sent in layers: whole, half and quarter, the whole
-// one first, the others as long as they have a useful height.
-std::vector<support::Size> layerSizes(support::Size size);
 
 // Takes frames, without copying them, and puts them encoded into a connection: in one layer, or in
 // up to three. Shared by the publisher and by the camera, which may still have it when the
@@ -59,10 +55,12 @@ class VideoSender {
 
   // Before that frames are dropped: nobody could receive them.
   void start() EXCLUDES(mutex_);
-  // Without them only the highest layer is encoded, as at the beginning.
-  void setLowerLayers(bool areSent) EXCLUDES(mutex_);
+  // The heights with which others receive videos; nothing when nobody does, as at the beginning.
+  void setReceived(const std::optional<Heights>& heights) EXCLUDES(mutex_);
   void send(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);
-  // What the encoder of the highest layer has made of them.
+  // Of the highest layer that is sent.
+  std::uint32_t highestSsrc() const EXCLUDES(mutex_);
+  // What the encoder of the highest layer that is sent has made of them.
   FrameCounts encoded() const EXCLUDES(mutex_);
   // The next frame of the layer with this SSRC, or of all layers for 0, is a key frame.
   void requestKeyFrame(std::uint32_t ssrc) const;
@@ -78,23 +76,26 @@ class VideoSender {
 
   GstElement* addLayer(const Encoding& encoding, std::uint32_t ssrc);
   bool isLayered() const { return settings_.ssrcs.size() > 1; }
-  // How many of the layers are sent.
-  std::size_t sentLayers() const REQUIRES(mutex_);
-  void setFormat() REQUIRES(mutex_);
-  void setRates() REQUIRES(mutex_);
+  // Chooses the layers that are sent.
+  void plan() REQUIRES(mutex_);
+  void setFormats() REQUIRES(mutex_);
 
   const Settings settings_;
   void (*const limit_)(GstElement* encoder, std::uint32_t bitsPerSecond, bool isStrict);
-  // Counted on the thread of the highest layer's encoder.
-  const std::shared_ptr<std::atomic<std::uint64_t>> encodedFrames_ =
-      std::make_shared<std::atomic<std::uint64_t>>(0);
+  // Counted on the threads of the encoders.
+  struct Encoded {
+    std::atomic<std::size_t> highest = 0;  // of the layers that are sent
+    std::atomic<std::uint64_t> frames = 0;
+  };
+  const std::shared_ptr<Encoded> encoded_ = std::make_shared<Encoded>();
   std::vector<Layer> layers_;  // the highest first; constant after the construction
 
   mutable base::Mutex mutex_;
   bool isStarted_ GUARDED_BY(mutex_) = false;
-  bool areLowerSent_ GUARDED_BY(mutex_) = false;
+  std::optional<Heights> received_ GUARDED_BY(mutex_);
   // Of the frames that are being sent.
   std::vector<support::Size> sizes_ GUARDED_BY(mutex_);
+  LayerPlan plan_ GUARDED_BY(mutex_);
 };
 
 }  // namespace webrtc

@@ -41,9 +41,8 @@ Feed feedWithVideo(const std::string& description) {
 }
 
 TEST(Feed, TellsTheLayersOfItsVideo) {
-  const Feed feed = feedWithVideo(R"({"layers":[720,360,180],"usesLowerLayers":true})");
+  const Feed feed = feedWithVideo(R"({"layers":[720,360,180]})");
   EXPECT_EQ(feed.layerHeights, (std::vector<std::uint32_t>{720, 360, 180}));
-  EXPECT_TRUE(feed.usesLowerLayers);
 }
 
 TEST(Feed, HasNoLayersWhenTheirDescriptionIsInvalid) {
@@ -51,8 +50,23 @@ TEST(Feed, HasNoLayersWhenTheirDescriptionIsInvalid) {
                                    "[720,1.5]", "7", "{}", "null"}) {
     const Feed feed = feedWithVideo(std::string(R"({"layers":)") + layers + '}');
     EXPECT_TRUE(feed.layerHeights.empty()) << layers;
-    EXPECT_FALSE(feed.usesLowerLayers);
   }
+}
+
+TEST(Feed, TellsTheHeightsWithWhichItReceives) {
+  EXPECT_EQ(feedWithVideo(R"({"receives":[90,360]})").received, (Heights{90, 360}));
+  EXPECT_EQ(feedWithVideo(R"({"receives":[720,4294967295]})").received,
+            (Heights{720, Heights::kWhole}));
+  EXPECT_EQ(feedWithVideo(R"({"receives":[]})").received, std::nullopt);
+}
+
+TEST(Feed, ReceivesTheWholeHeightWhenItDoesNotTell) {
+  for (const char* const receives :
+       {"null", "7", "{}", "[1]", "[1,2,3]", "[-1,2]", "[1,4294967296]", "[1,\"x\"]", "[1.5,2]"}) {
+    const Feed feed = feedWithVideo(std::string(R"({"receives":)") + receives + '}');
+    EXPECT_EQ(feed.received, Heights()) << receives;
+  }
+  EXPECT_EQ(feedWithVideo("my camera").received, Heights());
 }
 
 TEST(Feed, SendsMoreWhenAStreamIsNewOrEnabled) {

@@ -93,7 +93,8 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
       handlers_(std::move(handlers)),
       ownState_{.guid = params.meetingGuid,
                 .isAudioMuted = params.mediaStreamState.outgoingAudioMuted,
-                .isVideoMuted = params.mediaStreamState.outgoingVideoMuted},
+                .isVideoMuted = params.mediaStreamState.outgoingVideoMuted,
+                .received = std::nullopt},
       ownSpeech_(context.loop, handlers_.peopleChanged),
       incoming_(incomingOf(params.mediaStreamState)),
       inbox_(context.loop),
@@ -216,7 +217,9 @@ void Call::publish() {
   publisher_ = std::make_unique<Publisher>(
       context_.loop, *handle_, turnServers_->ice(),
       Publisher::Settings{.videoSsrc = localVideo_.csrc(),
+                          .isLayered = target_.camera.kind != CameraSource::Kind::kClip,
                           .mostBitsPerSecond = bitsPerSecond(params_.maxBandwidth),
+                          .pool = pool_,
                           .state = ownState_},
       Publisher::Handlers{
           .accepted = [this] { waitForMedia(); },
@@ -327,6 +330,7 @@ void Call::addFeeds(const Json& data) {
     if (!feed || feed->id == ownId_) continue;
     addFeed(*feed);
   }
+  updateLayers();
   handlers_.peopleChanged();
 }
 
@@ -391,6 +395,19 @@ void Call::updateReceptions() {
     const auto found = receptions.find(participant->csrc());
     if (found != receptions.end()) participant->receive(found->second);
   }
+  updateLayers();
+}
+
+void Call::updateLayers() {
+  std::optional<Heights> others;
+  ownState_.received.reset();
+  for (const auto& [key, participant] : participants_) {
+    ownState_.received = together(ownState_.received, participant->receivedHeights());
+    others = together(others, participant->heightsReceivedByIt());
+  }
+  if (!publisher_) return;
+  publisher_->setReceived(others);
+  publisher_->setState(ownState_);
 }
 
 void Call::deviceChanged(DeviceType type) {

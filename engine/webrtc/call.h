@@ -102,6 +102,8 @@ class Call {
   void moderate(const Json& data);
   // Brings what is received in line with the layout.
   void updateReceptions();
+  // Makes everybody encode the layers only that somebody receives.
+  void updateLayers();
   // Tells when media stop arriving, and when they arrive again.
   void watchArrival();
   void setMissing(MediaType type, bool isMissing);

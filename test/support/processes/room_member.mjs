@@ -109,12 +109,12 @@ async function leave() {
   return events[await eventFrom(from, ([name]) => name === 'callDisconnect')][1];
 }
 
-const describe = (frame) => ({
+const describe = (frame, drawn) => ({
   frameId: frame.frameId,
   csrc: frame.csrc,
   width: frame.width,
   height: frame.height,
-  card: readCard(frame),
+  card: readCard(frame, drawn),
 });
 
 const log = () => readFileSync(path.join(directory, `${process.pid}tesselclient.log`), 'utf8');
@@ -212,11 +212,12 @@ obey({
   // Whether the stream has a picture.
   hasPicture: (stream) => !wrapper.getFrame(stream, 0).noUpdate,
 
-  // The content of the next `count` pictures.
-  async pictures(stream, count) {
+  // The content of the next `count` pictures, of cards drawn in another size than the pictures' if
+  // `drawn` is given.
+  async pictures(stream, count, drawn) {
     const described = [];
     for (let frameId = 0; described.length < count; frameId = described.at(-1).frameId) {
-      described.push(describe(await nextFrame(stream, frameId)));
+      described.push(describe(await nextFrame(stream, frameId), drawn));
     }
     return described;
   },
@@ -240,8 +241,7 @@ obey({
     for (let frameId = 0; ;) {
       const frame = await nextFrame(stream, frameId);
       if (frame.width === width && frame.height === height) {
-        const card = readCard(frame, capability);
-        return { ...describe(frame), card };
+        return describe(frame, capability);
       }
       ({ frameId } = frame);
     }

@@ -57,6 +57,7 @@ std::optional<Feed> parseFeed(const Json& publisher) {
     if (type == "audio") feed.isAudioMuted = isMuted;
     if (type == "video") feed.isVideoMuted = isMuted;
     if (feed.guid.empty()) feed.guid = textAt(state, "guid");
+    if (type == "video") feed.presenter = memberOf(state, "presenter").dump();
   }
   return feed;
 }

@@ -21,6 +21,8 @@ struct Feed {
   bool isAudioMuted = false;
   bool isVideoMuted = false;
   std::set<std::string> mids;  // of the streams that are sent
+  // The key of the participant who presents this content; "null" for what tells of none.
+  std::string presenter;
 
   // The identifier as a text.
   std::string key() const { return id.dump(); }

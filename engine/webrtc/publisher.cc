@@ -36,8 +36,9 @@ Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOpti
                    .failed = [this](const std::string& reason) { handlers_.failed(reason); },
                    .receiving = nullptr,
                    .told = [this](GstMessage* message) { read(message); }}),
-      videoPlace_(connection_.addPlace(VideoSender::formats(settings.videoSsrc))),
-      audio_(connection_, settings.state.isAudioMuted) {}
+      videoPlace_(connection_.addPlace(VideoSender::formats(settings.videoSsrc))) {
+  if (!isContent()) audio_.emplace(connection_, settings.state.isAudioMuted);
+}
 
 void Publisher::start() {
   connection_.start();
@@ -67,11 +68,12 @@ void Publisher::addVideo(const std::string& encoding) {
   if (!VideoSender::canEncode(encoding)) return;
   video_ = std::make_shared<VideoSender>(connection_, videoPlace_.get(), encoding,
                                          settings_.videoSsrc, settings_.mostBitsPerSecond);
+  if (isContent()) video_->keepDetails();
 }
 
 void Publisher::setState(const OwnState& state) {
   state_ = state;
-  audio_.setMuted(state.isAudioMuted);
+  if (audio_) audio_->setMuted(state.isAudioMuted);
   tellState();
 }
 
@@ -83,10 +85,11 @@ void Publisher::tellState() {
 }
 
 Traffic Publisher::closeWindow(support::Time length) {
-  return meter_.closeWindow(
-      length, connection_.counts(),
-      {.audio = audio_.ssrc(), .video = settings_.videoSsrc, .repeatedVideo = repeatedVideoSsrc_},
-      video_ ? video_->encoded() : FrameCounts());
+  return meter_.closeWindow(length, connection_.counts(),
+                            {.audio = audio_ ? audio_->ssrc() : 0,
+                             .video = settings_.videoSsrc,
+                             .repeatedVideo = repeatedVideoSsrc_},
+                            video_ ? video_->encoded() : FrameCounts());
 }
 
 void Publisher::read(GstMessage* message) const {
@@ -96,12 +99,14 @@ void Publisher::read(GstMessage* message) const {
 
 Json Publisher::descriptions() const {
   const auto description = [this](const char* mid, bool isMuted) {
-    const Json state = {{"guid", state_.guid}, {"muted", isMuted}};
+    Json state = {{"guid", state_.guid}, {"muted", isMuted}};
+    if (isContent()) state["presenter"] = settings_.presenter;
     return Json{{"mid", mid},
                 {"description", state.dump(-1, ' ', false, Json::error_handler_t::replace)}};
   };
-  return Json::array(
-      {description(kVideoMid, state_.isVideoMuted), description(kAudioMid, state_.isAudioMuted)});
+  Json all = Json::array({description(kVideoMid, state_.isVideoMuted)});
+  if (audio_) all.push_back(description(kAudioMid, state_.isAudioMuted));
+  return all;
 }
 
 }  // namespace webrtc

@@ -120,6 +120,16 @@ VideoSender::VideoSender(PeerConnection& connection, GstPad* place, const std::s
   connection.addSender(bin, place);
 }
 
+void VideoSender::keepDetails() {
+  // Of 63. Text stays readable.
+  constexpr gint kCoarsest = 36;
+  const char* const property =
+      g_object_class_find_property(G_OBJECT_GET_CLASS(encoder_.get()), "max-quantizer")
+          ? "max-quantizer"
+          : "qp-max";
+  g_object_set(encoder_.get(), property, kCoarsest, nullptr);
+}
+
 void VideoSender::start() {
   base::MutexLock lock(mutex_);
   isStarted_ = true;

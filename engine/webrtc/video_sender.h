@@ -35,6 +35,8 @@ class VideoSender {
   VideoSender(const VideoSender&) = delete;
   VideoSender& operator=(const VideoSender&) = delete;
 
+  // For pictures with text: they are blurred less, and rather left out. Called before start().
+  void keepDetails();
   // Before that frames are dropped: nobody could receive them.
   void start() EXCLUDES(mutex_);
   void send(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);

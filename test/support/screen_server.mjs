@@ -88,7 +88,7 @@ export class ScreenServer {
         ...['-name', name, '-title', name, '-geometry', `${width}x${height}+${x}+${y}`],
         ...['-bw', '0', '-bg', colour, '-fg', colour],
       ],
-      { env: this.#environment, stdio: ['ignore', 'ignore', 'inherit'] },
+      { env: this.#environment, stdio: 'ignore' },
     );
     const closed = once(child, 'exit');
     for (;;) {

@@ -13,7 +13,7 @@ const MONITORS = [
   [640, 480],
   [800, 480],
 ];
-const [GREY, GREEN] = ['#808080', '#20c040'];
+const [GREY, GREEN, RED, BLUE] = ['#808080', '#20c040', '#c02020', '#3030d0'];
 const EVERYWHERE = [0.1, 0.5, 0.9].flatMap((x) => [0.1, 0.5, 0.9].map((y) => [x, y]));
 const all = (colour) => EVERYWHERE.map((at) => ({ at, yuv: yuvOf(colour) }));
 
@@ -65,6 +65,34 @@ for (const [kind, room, hasNumbers] of [
   });
 }
 
+test('a killed presenter leaves the token to another participant at once', async (t) => {
+  const screens = await ScreenServer.start(t, MONITORS);
+  await screens.paint(GREY);
+  const server = await startServer(t, { rooms: { [ROOM]: {} } });
+  const ada = await join(t, server, 'Ada', { environment: screens.environment });
+  const zoe = await join(t, server, 'Zoë');
+  assert.equal(await requestToken(ada), 'token_granted');
+  await ada.does('call', 'startPresentation', { type: 'screen' });
+  await zoe.does('shows', CONTENT, all(GREY));
+  await ada.kill();
+  const killed = performance.now();
+  for (;;) {
+    if ((await requestToken(zoe)) === 'token_granted') break;
+  }
+  const seconds = (performance.now() - killed) / 1000;
+  assert.ok(seconds < 5, `after ${seconds} s`);
+});
+
+test('without a room for content that clients may create, nothing is shared, and the log says why', async (t) => {
+  const adminKey = crypto.randomUUID();
+  const server = await startServer(t, { rooms: { [ROOM]: {} }, adminKey });
+  const ada = await join(t, server, 'Ada');
+  assert.equal(await requestToken(ada), 'token_denied');
+  await ada.does('call', 'startPresentation', { type: 'screen' });
+  await status(ada, 'denied');
+  await ada.does('logged', 'no content can be shared: the server creates no room for it');
+});
+
 test('the second of two monitors is shown to the others', async (t) => {
   const screens = await ScreenServer.start(t, MONITORS);
   await screens.paint(GREY);
@@ -97,4 +125,55 @@ test('the second of two monitors is shown to the others', async (t) => {
   await zoe.does('seen', 'contentReceive', { ...told, isReceiving: false });
   await zoe.does('seen', 'streamRemoved', CONTENT);
   await zoe.does('knows', 'Ada', { presenting: false });
+});
+
+test('what cannot be captured is refused, and a window ends its share when it closes', async (t) => {
+  const screens = await ScreenServer.start(t, MONITORS.slice(0, 1));
+  await screens.paint(GREY);
+  const place = { x: 40, y: 30, width: 320, height: 200 };
+  const [below, above, other] = [
+    await screens.openWindow(RED, place),
+    await screens.openWindow(GREEN, { ...place, y: 20 }),
+    await screens.openWindow(BLUE, { x: 400, y: 0, width: 160, height: 120 }),
+  ];
+  await screens.list([other, below, above]);
+  const server = await startServer(t, { rooms: { [ROOM]: {} } });
+  const ada = await join(t, server, 'Ada', { environment: screens.environment });
+  const zoe = await join(t, server, 'Zoë');
+  const present = async (source) => {
+    await ada.does('forget');
+    await ada.does('call', 'startPresentation', source);
+    const { status: answer } = await ada.does('seen', 'screenShareStatus');
+    return answer;
+  };
+  assert.equal(await present({ type: 'window', windowId: below.id }), 'denied');
+  assert.equal(await requestToken(ada), 'token_granted');
+  for (const [source, reason] of [
+    [{ type: 'screen', screenId: 1 }, 'screen 1 cannot be captured: there is no such screen'],
+    [{ type: 'window', windowId: 1 }, 'window 1 cannot be captured: the window is not there'],
+    [{ type: 'window' }, 'window -1 cannot be captured: the window is not there'],
+    [{ type: 'application', applicationId: 1 }, 'the application has no window'],
+  ]) {
+    assert.equal(await present(source), 'failed');
+    await ada.does('logged', reason);
+  }
+
+  assert.equal(await present({ type: 'window', windowId: below.id }), 'started');
+  const size = { width: place.width, height: place.height };
+  assert.deepEqual(await zoe.does('shows', CONTENT, all(RED)), size, 'the covered window');
+  assert.equal(await present({ type: 'window', windowId: 1 }), 'failed');
+  await zoe.does('shows', CONTENT, all(RED));
+  assert.equal(await present({ type: 'application', applicationId: other.pid }), 'started');
+  assert.deepEqual(await zoe.does('shows', CONTENT, all(BLUE)), { width: 160, height: 120 });
+
+  await other.close();
+  await status(ada, 'stopped');
+  await zoe.does('seen', 'streamRemoved', CONTENT);
+  assert.equal(await requestToken(ada), 'token_granted');
+  assert.equal(await present({ type: 'window', windowId: above.id }), 'started');
+  assert.deepEqual(await zoe.does('shows', CONTENT, all(GREEN)), size);
+  await screens.stop();
+  await status(ada, 'stopped');
+  await ada.does('call', 'releaseContentShareToken');
+  await status(ada, 'token_relinquished');
 });

@@ -23,6 +23,10 @@ struct Feed {
   std::set<std::string> mids;  // of the streams that are sent
   // The key of the participant who presents this content; "null" for what tells of none.
   std::string presenter;
+  // Of the last stream of each kind; empty without one.
+  std::string audioMid;
+  std::string videoMid;
+  std::set<std::string> moderatedMids;  // of the streams that the room has muted
 
   // The identifier as a text.
   std::string key() const { return id.dump(); }

@@ -14,6 +14,7 @@
 #include "engine/webrtc/janus_session.h"
 #include "engine/webrtc/peer_connection.h"
 #include "engine/webrtc/video_sender.h"
+#include "tesselclient/types.h"
 
 namespace webrtc {
 
@@ -62,6 +63,9 @@ class Publisher {
   void addCandidate(const Json& candidate) { connection_.addCandidate(candidate); }
   // Tells the others.
   void setState(const OwnState& state);
+
+  // Of the media line with this mid; nothing when there is none.
+  static std::optional<MediaType> typeOf(const std::string& mid);
 
   // The server has accepted what we send; only a way for it may be missing.
   bool isAccepted() const { return isAccepted_; }

@@ -15,6 +15,8 @@ import { settledCounts, withoutGrowth } from '../reliability/holdings.mjs';
 
 const POLL_INTERVAL_MS = 5;
 const PARTS = 8;
+// Of a colour that was encoded and decoded.
+const MOST_DIFFERENCE = 4;
 const BYTES_PER_KILOBYTE = 1024;
 const FIRST_OF_THE_OTHERS = { type: 'remote', streamIndex: 0 };
 const LASTING_THREADS = /^(node|libuv-worker|V8|gmain|gdbus|pool-spawner|GstSystemClock)/;
@@ -116,6 +118,22 @@ const describe = (frame, drawn) => ({
   height: frame.height,
   card: readCard(frame, drawn),
 });
+
+function colourAt(frame, [across, down]) {
+  const planes = [
+    [frame.yPlaneBuffer, frame.yPlaneBufferStride, 1],
+    [frame.uPlaneBuffer, frame.uPlaneBufferStride, 2],
+    [frame.vPlaneBuffer, frame.vPlaneBufferStride, 2],
+  ];
+  return planes.map(([buffer, stride, reduction]) => {
+    const x = Math.floor((across * frame.width) / reduction);
+    const y = Math.floor((down * frame.height) / reduction);
+    return buffer[y * stride + x];
+  });
+}
+
+const isNear = (wanted, colour) =>
+  wanted.every((value, index) => Math.abs(value - colour[index]) <= MOST_DIFFERENCE);
 
 const log = () => readFileSync(path.join(directory, `${process.pid}tesselclient.log`), 'utf8');
 
@@ -234,6 +252,18 @@ obey({
     return { ...describe(frame), row: places.map((place) => luma[start + place]) };
   },
 
+  // Answers with the size of the first picture that has these luminances and chromas, each as [y, u,
+  // v], at these places, which are parts of its width and of its height.
+  async shows(stream, spots) {
+    for (let frameId = 0; ;) {
+      const frame = await nextFrame(stream, frameId);
+      if (spots.every(({ at, yuv }) => isNear(yuv, colourAt(frame, at)))) {
+        return { width: frame.width, height: frame.height };
+      }
+      ({ frameId } = frame);
+    }
+  },
+
   // Calls a method, and answers with the first picture of this size, of a card drawn in the size of
   // the capture.
   async pictureAfter(method, argument, stream, { width, height }) {
@@ -257,6 +287,15 @@ obey({
   },
 
   call: (method, ...args) => wrapper[method](...args),
+
+  // Answers when the application is told of so many monitors, with what it is told.
+  async monitors(count) {
+    for (;;) {
+      const monitors = wrapper.getScreenMonitorDetails();
+      if (monitors.length === count) return monitors;
+      await delay(POLL_INTERVAL_MS);
+    }
+  },
 
   // The next statistics that are published, and when that was.
   async statistics() {

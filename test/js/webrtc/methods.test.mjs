@@ -8,12 +8,18 @@ import { test } from 'node:test';
 import { CameraServer } from '../../support/camera_server.mjs';
 import { startMonitoredServer } from '../../support/janus_monitor.mjs';
 import { METHODS } from '../../support/scripted/method_table.mjs';
+import { ScreenServer, yuvOf } from '../../support/screen_server.mjs';
 import { SoundServer, shareOf } from '../../support/sound_server.mjs';
-import { LOCAL, remote } from '../../support/streams.mjs';
+import { CONTENT, LOCAL, remote } from '../../support/streams.mjs';
 import { openMember } from '../../support/webrtc_room.mjs';
 
 const ROOM = 'meeting';
 const [LOW, HIGH, OTHERS] = [500, 1_500, 880];
+const MONITORS = [
+  [640, 480],
+  [800, 480],
+];
+const GREEN = '#20c040';
 const SMALL = { width: 320, height: 180 };
 const EVERYTHING = {
   ...{ contentStreamEnabled: true, incomingAudioEnabled: true, incomingVideoEnabled: true },
@@ -41,9 +47,11 @@ async function open(t) {
   await ours.plugMicrophone('high', HIGH);
   const cameras = await CameraServer.start(t);
   for (const name of ['first', 'second']) await cameras.plug(name);
+  const screens = await ScreenServer.start(t, MONITORS);
+  await screens.paint(GREEN);
   const ada = await openMember(t, {
     capture: SMALL,
-    environment: { ...ours.environment, ...cameras.environment },
+    environment: { ...ours.environment, ...cameras.environment, ...screens.environment },
   });
   const zoe = await openMember(t, { environment: theirs.environment });
   const room = { t, server, monitor, ours, theirs, ada, zoe };
@@ -224,6 +232,41 @@ const ROWS = [
       assert.equal(sent.length, 1);
       assert.ok(sent[0].total_bitrate_bps > 0);
       assert.ok((await monitor.received('Ada', 'video')).bytes > before.bytes);
+    },
+  ],
+  [
+    ['getScreenMonitorDetails'],
+    'the monitors of the desktop are listed',
+    async ({ ada }) =>
+      assert.deepEqual(await ada.does('monitors', MONITORS.length), [
+        { x: 0, y: 0, width: 640, height: 480 },
+        { x: 640, y: 0, width: 800, height: 480 },
+      ]),
+  ],
+  [
+    ['requestContentShareToken', 'startPresentation'],
+    'the other sees a monitor, and gets no token',
+    async ({ ada, zoe, call }) => {
+      const answered = (status) => ada.does('seen', 'screenShareStatus', { status });
+      await call('requestContentShareToken');
+      await answered('token_granted');
+      await call('startPresentation', { type: 'screen', screenId: 1 });
+      await answered('started');
+      await zoe.does('shows', CONTENT, [{ at: [0.5, 0.5], yuv: yuvOf(GREEN) }]);
+      await zoe.does('call', 'requestContentShareToken');
+      await zoe.does('seen', 'screenShareStatus', { status: 'token_denied' });
+    },
+  ],
+  [
+    ['stopPresentation', 'releaseContentShareToken'],
+    'the other sees the content no more, and gets the token',
+    async ({ ada, zoe, call }) => {
+      await call('stopPresentation');
+      await zoe.does('seen', 'streamRemoved', CONTENT);
+      await call('releaseContentShareToken');
+      await ada.does('seen', 'screenShareStatus', { status: 'token_relinquished' });
+      await zoe.does('call', 'requestContentShareToken');
+      await zoe.does('seen', 'screenShareStatus', { status: 'token_granted' });
     },
   ],
   [

@@ -20,6 +20,8 @@ struct Feed {
   std::string guid;  // empty for who does not tell one
   bool isAudioMuted = false;
   bool isVideoMuted = false;
+  bool sendsAudio = false;
+  bool sendsVideo = false;
   std::set<std::string> mids;  // of the streams that are sent
 
   // The identifier as a text.

@@ -132,7 +132,10 @@ void JanusSession::received(const std::string& text) {
   const std::string transaction = textAt(message, "transaction");
   if (kind == "ack") return;  // the answer follows
   if (kind == "success") {
-    answer(transaction, {0, {}, memberOf(message, "data"), {}});
+    // A plugin answers some requests at once.
+    const bool isOfPlugin = message.contains("plugindata");
+    answer(transaction,
+           isOfPlugin ? pluginAnswer(message) : JanusAnswer{0, {}, memberOf(message, "data"), {}});
   } else if (kind == "error") {
     answer(transaction, failure(memberOf(message, "error")));
   } else if (kind == "event" && pending_.contains(transaction)) {

@@ -137,6 +137,7 @@ const WITHOUT_SANITIZER = [
     'repair',
     'several_servers',
     'sfu',
+    'silent_server',
     'two_terminals',
   ].map((name) => `test/js/webrtc/${name}.test.mjs`),
 ];

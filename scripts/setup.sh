@@ -126,6 +126,8 @@ missing_packages() {
   if [[ $preset == fuzz ]]; then
     need libclang-rt-dev has_fuzzer_runtime
     need llvm has_command llvm-symbolizer
+    need pkg-config has_command pkg-config
+    need libgstreamer-plugins-base1.0-dev has_module gstreamer-sdp-1.0
   fi
   [[ $purpose =~ ^(webrtc|lint)$ ]] && need_webrtc
   [[ $purpose =~ ^(start|install|webrtc|fuzz)$ ]] && return

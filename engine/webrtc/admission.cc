@@ -6,9 +6,9 @@
 namespace webrtc {
 namespace {
 
-auto find(auto& feeds, const std::string& key) {
-  return std::find_if(feeds.begin(), feeds.end(),
-                      [&key](const Feed& feed) { return feed.key() == key; });
+auto find(auto& waiting, const std::string& key) {
+  return std::find_if(waiting.begin(), waiting.end(),
+                      [&key](const auto& each) { return each.key == key; });
 }
 
 }  // namespace
@@ -18,14 +18,14 @@ std::optional<int> Admission::place(const Feed& feed) {
   if (const auto taken = taken_.find(key); taken != taken_.end()) return taken->second;
   const auto waiting = find(waiting_, key);
   if (waiting != waiting_.end()) {
-    *waiting = feed;
+    waiting->feed = feed;
     return std::nullopt;
   }
   const auto place = freePlace();
   if (place) {
     taken_.emplace(key, *place);
-  } else {
-    waiting_.push_back(feed);
+  } else if (waiting_.size() < mostWaiting_) {
+    waiting_.push_back({key, feed});
   }
   return place;
 }
@@ -44,7 +44,7 @@ std::optional<Feed> Admission::remove(const std::string& key) {
   taken_.erase(key);
   if (const auto waiting = find(waiting_, key); waiting != waiting_.end()) waiting_.erase(waiting);
   if (waiting_.empty() || !freePlace()) return std::nullopt;
-  Feed next = std::move(waiting_.front());
+  Feed next = std::move(waiting_.front().feed);
   waiting_.erase(waiting_.begin());
   return next;
 }

@@ -3,6 +3,7 @@
 #ifndef ENGINE_WEBRTC_ADMISSION_H_
 #define ENGINE_WEBRTC_ADMISSION_H_
 
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <string>
@@ -17,7 +18,8 @@ namespace webrtc {
 // that is free. Who finds none waits for one. Owned by the call; belongs to the engine's thread.
 class Admission {
  public:
-  explicit Admission(int places) : places_(places) {}
+  // Not more than `mostWaiting` wait; who comes later is forgotten.
+  Admission(int places, std::size_t mostWaiting) : places_(places), mostWaiting_(mostWaiting) {}
 
   // The place of somebody who is there or who has come. Nothing for who waits.
   std::optional<int> place(const Feed& feed);
@@ -31,9 +33,15 @@ class Admission {
  private:
   std::optional<int> freePlace() const;
 
+  struct Waiting {
+    std::string key;
+    Feed feed;
+  };
+
   const int places_;
+  const std::size_t mostWaiting_;
   std::map<std::string, int> taken_;  // by the key of the feed
-  std::vector<Feed> waiting_;         // in the order of their coming
+  std::vector<Waiting> waiting_;      // in the order of their coming
 };
 
 }  // namespace webrtc

@@ -17,6 +17,7 @@ using namespace std::chrono_literals;
 constexpr const char* kPlugin = "janus.plugin.videoroom";
 constexpr const char* kProtocol = "janus-protocol";
 constexpr int kMostParticipants = 50;
+constexpr std::size_t kMostWaiting = 1000;
 // Of one of the server's answers; of the offer and its answer, and of the way for media.
 constexpr support::Time kLongestAnswer = 10s;
 constexpr support::Time kLongestSearch = 15s;
@@ -102,7 +103,7 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
       timer_(context.loop),
       arrivalTimer_(context.loop),
       placesTimer_(context.loop),
-      admission_(kMostParticipants),
+      admission_(kMostParticipants, kMostWaiting),
       turnServers_(std::make_unique<TurnServers>(context, params, target_.authorityFile, [this] {
         if (!isJoined()) fail(kNoMediaPath, kNoRelay);
       })) {
@@ -208,7 +209,7 @@ void Call::entered(const JanusAnswer& answer, bool isRoomNumber) {
   }
   ownId_ = memberOf(answer.data, "id");
   // Ties our subscriptions to us.
-  room_["private_id"] = memberOf(answer.data, "private_id");
+  room_["private_id"] = numberAt(answer.data, "private_id");
   publish();
   addFeeds(answer.data);
 }
@@ -364,7 +365,8 @@ void Call::addFeed(const Feed& feed) {
   const bool wasWaiting = admission_.isWaiting(key);
   const auto place = admission_.place(feed);
   if (!place) {
-    if (!wasWaiting) context_.log->write("a participant more than can be received waits");
+    if (!wasWaiting && admission_.isWaiting(key))
+      context_.log->write("a participant more than can be received waits");
     return;
   }
   try {

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "engine/support/json.h"
 #include "engine/webrtc/glib.h"
 
 namespace webrtc {
@@ -14,7 +15,20 @@ namespace {
 
 // What a participant tells of itself with one of its streams; null when it is nothing of ours.
 Json stateOf(const Json& stream) {
-  return Json::parse(textAt(stream, "description"), nullptr, false);
+  return support::parseJson(textAt(stream, "description")).value_or(Json());
+}
+
+// What stands for a participant in each event "participants".
+std::string shortTextAt(const Json& object, const char* name) {
+  constexpr std::size_t kLongest = 256;
+  std::string text = textAt(object, name);
+  if (text.size() <= kLongest) return text;
+  // Not within a character of UTF-8.
+  const auto continues = [](char c) { return (static_cast<unsigned char>(c) & 0xc0U) == 0x80U; };
+  std::size_t end = kLongest;
+  while (continues(text[end])) --end;
+  text.resize(end);
+  return text;
 }
 
 // The number at this place of a text.
@@ -75,7 +89,7 @@ std::optional<Feed> parseFeed(const Json& publisher) {
   if (!id.is_string() && !id.is_number_unsigned()) return std::nullopt;
   Feed feed;
   feed.id = id;
-  feed.name = textAt(publisher, "display");
+  feed.name = shortTextAt(publisher, "display");
   for (const Json& stream : listAt(publisher, "streams")) {
     const Json state = stateOf(stream);
     const bool isMuted = flagAt(state, "muted");
@@ -93,7 +107,7 @@ std::optional<Feed> parseFeed(const Json& publisher) {
       feed.layerHeights = heightsAt(state);
       feed.received = receivedHeightsAt(state);
     }
-    if (feed.guid.empty()) feed.guid = textAt(state, "guid");
+    if (feed.guid.empty()) feed.guid = shortTextAt(state, "guid");
     if (type == "video") feed.presenter = memberOf(state, "presenter").dump();
   }
   return feed;
@@ -116,8 +130,8 @@ std::optional<std::uint32_t> repetitionSsrcOf(const std::string& description, st
 
 std::string videoEncodingOf(const std::string& answer) {
   GstSDPMessage* parsed = nullptr;
-  const bool isSdp =
-      !answer.empty() && gst_sdp_message_new_from_text(answer.c_str(), &parsed) == GST_SDP_OK;
+  const bool isSdp = *answer.c_str() != '\0' &&
+                     gst_sdp_message_new_from_text(answer.c_str(), &parsed) == GST_SDP_OK;
   const SdpPtr sdp(parsed);
   for (guint line = 0; isSdp && line < gst_sdp_message_medias_len(parsed); ++line) {
     const GstSDPMedia* const media = gst_sdp_message_get_media(parsed, line);

@@ -3,6 +3,8 @@
 #ifndef ENGINE_WEBRTC_JANUS_MESSAGE_H_
 #define ENGINE_WEBRTC_JANUS_MESSAGE_H_
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -24,6 +26,15 @@ inline const Json& memberOf(const Json& object, const char* name) {
 inline std::string textAt(const Json& object, const char* name) {
   const Json& member = memberOf(object, name);
   return member.is_string() ? member.get<std::string>() : std::string();
+}
+
+// The same for people to read: of moderate length, and of printable characters of ASCII.
+inline std::string reasonAt(const Json& object, const char* name) {
+  constexpr std::size_t kLongest = 200;
+  std::string reason = textAt(object, name).substr(0, kLongest);
+  std::replace_if(
+      reason.begin(), reason.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+  return reason;
 }
 
 // 0 when there is no such number.

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "engine/support/json.h"
+
 namespace webrtc {
 namespace {
 
@@ -30,12 +32,12 @@ const Json& dataOf(const Json& message) {
 JanusAnswer failure(const Json& error) {
   // An error without a code is one all the same.
   const auto code = static_cast<int>(numberAt(error, "code"));
-  return {code == 0 ? -1 : code, textAt(error, "reason"), {}, {}};
+  return {code == 0 ? -1 : code, reasonAt(error, "reason"), {}, {}};
 }
 
 JanusAnswer pluginAnswer(const Json& message) {
   const Json& data = dataOf(message);
-  return {static_cast<int>(numberAt(data, "error_code")), textAt(data, "error"), data,
+  return {static_cast<int>(numberAt(data, "error_code")), reasonAt(data, "error"), data,
           jsepOf(message)};
 }
 
@@ -125,7 +127,7 @@ void JanusSession::keepAlive() {
 void JanusSession::received(const std::string& text) {
   if (ended_) return;
   lastHeardAt_ = inbox_.loop().now();
-  const Json message = Json::parse(text, nullptr, false);
+  const Json message = support::parseJson(text).value_or(Json());
   const std::string kind = textAt(message, "janus");
   const std::string transaction = textAt(message, "transaction");
   if (kind == "ack") return;  // the answer follows
@@ -225,7 +227,7 @@ void JanusHandle::received(const std::string& kind, const Json& message) {
   } else if (kind == "trickle") {
     handlers_.trickle(memberOf(message, "candidate"));
   } else if (kind == "hangup") {
-    handlers_.hungUp(textAt(message, "reason"));
+    handlers_.hungUp(reasonAt(message, "reason"));
   }
 }
 

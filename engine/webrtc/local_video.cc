@@ -1,6 +1,7 @@
 #include "engine/webrtc/local_video.h"
 
 #include <chrono>
+#include <exception>
 #include <tuple>
 #include <utility>
 
@@ -122,7 +123,11 @@ void LocalVideo::open() {
     base::MutexLock lock(mutex_);
     shownAt_.reset();
   }
-  camera_ = openCamera();
+  try {
+    camera_ = openCamera();
+  } catch (const std::exception& error) {
+    context_.log->write(std::string("the camera cannot be opened: ") + error.what());
+  }
   if (capture_->source.kind == CameraSource::Kind::kDevice) watch();
 }
 
@@ -139,6 +144,9 @@ void LocalVideo::watch() {
   }
   context_.log->write(capture_->deviceId + " shows nothing any more: it is opened again");
   open();
+  if (camera_) return;
+  stream_->clear();
+  changed_();
 }
 
 std::unique_ptr<Camera> LocalVideo::openCamera() {

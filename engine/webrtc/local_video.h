@@ -36,7 +36,7 @@ class LocalVideo {
   void setCapturing(bool isCapturing);
   void setMuted(bool isMuted);
   // There is a camera, and it captures.
-  bool isShowing() const { return capture_.has_value(); }
+  bool isShowing() const { return camera_ != nullptr; }
   // Which camera captures, and how. What is not there, or what no camera can do, is logged and
   // changes nothing.
   void select(const tsl::VideoDevice& camera);
@@ -66,7 +66,7 @@ class LocalVideo {
   bool update();
   // The same, and notifies a change of the local stream.
   void updateAndNotify();
-  // In the place of the present camera, if there is one.
+  // In the place of the present camera, if there is one. What cannot be opened is logged.
   void open() EXCLUDES(mutex_);
   std::unique_ptr<Camera> openCamera();
   // Opens a device again that has shown frames but does so no more.

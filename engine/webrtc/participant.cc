@@ -48,7 +48,7 @@ Participant::Participant(support::EngineContext& context, std::shared_ptr<suppor
       speech_(context.loop, changed_),
       timer_(context.loop),
       inbox_(context.loop) {
-  connect();
+  connectOrRetry();
 }
 
 Participant::~Participant() {
@@ -62,6 +62,7 @@ std::string Participant::title() const {
 }
 
 void Participant::connect() {
+  ++connections_;
   connectedAt_ = context_.loop.now();
   connection_.emplace(
       context_.loop, ice_,
@@ -124,26 +125,26 @@ void Participant::subscribe() {
 
 void Participant::fail(const std::string& reason) {
   // Not at once: who calls may belong to the connection or to the handle.
-  inbox_.poster()([this, reason] {
-    if (!connection_) return;
+  inbox_.poster()([this, reason, number = connections_] {
+    if (!connection_ || number != connections_) return;
     context_.log->write(title() + " is not received: " + reason);
     reconnectLater();
   });
 }
 
 void Participant::reconnect() {
-  inbox_.poster()([this] {
-    if (!connection_) return;
+  inbox_.poster()([this, number = connections_] {
+    if (!connection_ || number != connections_) return;
     if (context_.loop.now() - connectedAt_ < kShortestDelay) {
       reconnectLater();
     } else {
       disconnect();
-      connectAgain();
+      connectOrRetry();
     }
   });
 }
 
-void Participant::connectAgain() {
+void Participant::connectOrRetry() {
   try {
     connect();
   } catch (const std::exception& error) {
@@ -159,7 +160,7 @@ void Participant::reconnectLater() {
   delay_ = wasLasting ? kShortestDelay : std::clamp(2 * delay_, kShortestDelay, kLongestDelay);
   timer_.runAt(now + delay_, [this] {
     context_.log->write(title() + " is requested again");
-    connectAgain();
+    connectOrRetry();
   });
 }
 
@@ -300,11 +301,15 @@ void Participant::receive(const support::Reception& reception) {
   if (wasVideoShown || isVideoShown()) showVideo();
 }
 
+bool Participant::sends(MediaType type) const {
+  return type == MediaType::kVideo ? feed_.mids.contains(feed_.videoMid) && !isVideoMuted()
+                                   : feed_.mids.contains(feed_.audioMid) && !isAudioMuted();
+}
+
 bool Participant::isMissing(MediaType type) {
   const support::Time now = context_.loop.now();
-  return type == MediaType::kVideo
-             ? videoArrival_.isMissing(now, wanted().video && !isVideoMuted())
-             : audioArrival_.isMissing(now, wanted().audio && !isAudioMuted());
+  return type == MediaType::kVideo ? videoArrival_.isMissing(now, wanted().video && sends(type))
+                                   : audioArrival_.isMissing(now, wanted().audio && sends(type));
 }
 
 Traffic Participant::closeWindow(support::Time length) {

@@ -85,13 +85,14 @@ class Participant {
   void connect();
   void subscribe();
   void disconnect();
-  // Nothing is received any more: begins again after a while. May be called by any handler.
+  // Nothing is received any more: begins again after a while. May be called by any handler of the
+  // present connection.
   void fail(const std::string& reason);
   void reconnectLater();
   // Receives over another connection, because the server offers something else. May be called by
   // any handler.
   void reconnect();
-  void connectAgain();
+  void connectOrRetry();
   void accept(const std::string& offer, const Json& data);
   static constexpr int kHighestLayer = 2;
 
@@ -113,7 +114,9 @@ class Participant {
   bool isVideoMuted() const {
     return feed_.isVideoMuted || feed_.moderatedMids.contains(feed_.videoMid);
   }
-  bool isVideoShown() const { return isSubscribed_ && wanted().video && !isVideoMuted(); }
+  // Whether the participant sends something of this type to whoever wants it.
+  bool sends(MediaType type) const;
+  bool isVideoShown() const { return isSubscribed_ && wanted().video && sends(MediaType::kVideo); }
   void showVideo();
   void answer(const std::string& sdp);
   // In the place of the present stream, if there is one.
@@ -144,6 +147,7 @@ class Participant {
   const std::unique_ptr<SpeakerInput> voice_;
   SpeechDetector speech_;
   bool isSubscribed_ = false;  // the server has offered what it sends
+  unsigned connections_ = 0;   // so far, with the present one
   support::Time connectedAt_ = {};
   support::Time delay_ = {};  // before the last connection; 0 for the first
   support::Timer timer_;      // set while there is no connection

@@ -392,8 +392,8 @@ void PeerConnection::adopt(const char* kind, const GstStructure* reply,
 void PeerConnection::setRemote(GstWebRTCSDPType type, const std::string& sdp,
                                std::function<void()> done) {
   GstSDPMessage* parsed = nullptr;
-  if (gst_sdp_message_new_from_text(sdp.c_str(), &parsed) != GST_SDP_OK) {
-    gst_sdp_message_free(parsed);
+  if (*sdp.c_str() == '\0' || gst_sdp_message_new_from_text(sdp.c_str(), &parsed) != GST_SDP_OK) {
+    if (parsed) gst_sdp_message_free(parsed);
     fail("the server's description is not one");
     return;
   }

@@ -149,12 +149,9 @@ void WebSocket::Connection::close(GMainContext* context) {
   // What goes with the last reference closes the stream, and keeps the context until it has.
   const auto stream = share(soup_websocket_connection_get_io_stream(socket_.get()));
   socket_.reset();
-  // A server that does not read what was sent would not read the end of the encryption either: to
-  // wait for it would be to wait for the network.
-  GSocket* const tcp = g_socket_connection_get_socket(tcp_.get());
-  if ((g_socket_condition_check(tcp, G_IO_OUT) & G_IO_OUT) == 0) {
-    g_socket_shutdown(tcp, TRUE, TRUE, nullptr);
-  }
+  runReady(context);
+  // What the system has taken it sends all the same; an encrypted stream could wait for more room.
+  g_socket_shutdown(g_socket_connection_get_socket(tcp_.get()), TRUE, TRUE, nullptr);
   while (!g_io_stream_is_closed(stream.get())) g_main_context_iteration(context, TRUE);
   runReady(context);
 }

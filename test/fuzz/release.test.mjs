@@ -1,5 +1,5 @@
 // Short runs of the fuzzers: data that a process reads from segments of another one, and
-// configurations. Only with the release build, beside which clang builds them.
+// configurations and what an SFU says. Only with the release build, beside which clang builds them.
 
 import assert from 'node:assert/strict';
 import { mkdtempSync, rmSync, writeFileSync } from 'node:fs';

@@ -16,6 +16,7 @@ export const FUZZERS = [
   ],
   ['stream_table_fuzzer', 'no table of the main segment crashes the widget that reads it'],
   ['configuration_fuzzer', 'no configuration text crashes the engine or gives values out of range'],
+  ['janus_message_fuzzer', 'nothing that an SFU says crashes the engine that reads it'],
 ];
 
 // Far above what any run takes beyond the time that it is given: it ends what would never end.

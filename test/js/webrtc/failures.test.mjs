@@ -15,6 +15,7 @@ import { freePort, ownAddress } from '../../../examples/sfu/janus_server.mjs';
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
 import { startMonitoredServer } from '../../support/janus_monitor.mjs';
 import { makeCertificate } from '../../support/certificates.mjs';
+import { FakeSfu } from '../../support/fake_sfu.mjs';
 import { MediaRelay } from '../../support/media_relay.mjs';
 import { remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
@@ -283,6 +284,17 @@ test('a join to a server without rooms is refused', async (t) => {
   assert.deepEqual(await refusal(member, empty.uri('meeting')), {
     code: 502,
     reason: 'the server has no rooms',
+  });
+});
+
+test('a join that the server refuses in its own way is refused', async (t) => {
+  const sfu = await FakeSfu.start(t);
+  const data = { videoroom: 'event', error_code: 499, error: 'An unknown error occurred' };
+  sfu.replies = (kind, answer) =>
+    kind === 'joined' ? [{ ...answer, plugindata: { data } }] : [answer];
+  assert.deepEqual(await refusal(await openMember(t), sfu.uri()), {
+    code: 502,
+    reason: 'the server refused the join',
   });
 });
 

@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+#include <vector>
+
 namespace support {
 namespace {
 
@@ -39,6 +42,41 @@ TEST(Layout, GivesTheTilesToTheHighestPrioritiesFirst) {
                    {{{720, 0, 0, 0}}, {{720, 0, 0, 0}, {90, 0, 0, 0}}});
   EXPECT_THAT(layout.receptions({7, 8, 9}),
               ElementsAre(Pair(7, atHeight(90)), Pair(8, atHeight(720)), Pair(9, kUnwanted)));
+}
+
+TEST(Layout, GivesTheTilesInTheOrderOfTheRequestsWherePrioritiesAreEqual) {
+  // More than a sort that is not stable leaves in order by chance.
+  constexpr std::uint32_t kStreams = 40;
+  std::vector<tsl::VideoStreamInfo> wishes;
+  std::set<std::uint32_t> present;
+  for (std::uint32_t csrc = kStreams; csrc > 0; --csrc) {
+    wishes.push_back({csrc, 0, 0, static_cast<std::uint16_t>(csrc % 2)});
+    present.insert(csrc);
+  }
+  Layout layout;
+  layout.setWishes(wishes, Constraints(kStreams / 2));
+  std::set<std::uint32_t> received;
+  for (const auto& [csrc, reception] : layout.receptions(present)) {
+    if (reception.isWanted) received.insert(csrc);
+  }
+  std::set<std::uint32_t> odd;
+  for (std::uint32_t csrc = 1; csrc < kStreams; csrc += 2) odd.insert(csrc);
+  EXPECT_EQ(received, odd);
+  layout.setWishes(wishes, Constraints(3));
+  for (const std::uint32_t csrc : {39U, 37U, 35U}) {
+    EXPECT_TRUE(layout.receptions(present).at(csrc).isWanted) << csrc;
+  }
+}
+
+TEST(Layout, AsksForTheLowestQualityAndLimitsToTheTopRung) {
+  Layout layout;
+  layout.setWishes({{7, 0, 0, 0}, {8, 0, 0, 0}}, {{}, {{0, 0, 200, 0}}});
+  EXPECT_EQ(layout.receptions({7, 8}).at(7), Reception{.lowest = 180});
+  layout.setTopRung(2);
+  EXPECT_EQ(layout.receptions({7, 8}).at(7), (Reception{.lowest = 180, .ceiling = 180}));
+  EXPECT_EQ(layout.receptions({7, 8}).at(8), Reception{.ceiling = 180});
+  layout.setTopRung(kTopRung);
+  EXPECT_EQ(layout.receptions({7, 8}).at(8), kUnlimited);
 }
 
 TEST(Layout, UsesTheRowForThePresentNumberOfTiles) {

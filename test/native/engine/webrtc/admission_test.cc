@@ -12,8 +12,10 @@ Feed feed(int id, const std::string& name = "") {
   return made;
 }
 
+constexpr std::size_t kMostWaiting = 3;
+
 TEST(Admission, GivesTheLowestFreePlace) {
-  Admission admission(3);
+  Admission admission(3, kMostWaiting);
   EXPECT_EQ(admission.place(feed(10)), 0);
   EXPECT_EQ(admission.place(feed(11)), 1);
   EXPECT_EQ(admission.place(feed(10)), 0);
@@ -23,7 +25,7 @@ TEST(Admission, GivesTheLowestFreePlace) {
 }
 
 TEST(Admission, LetsWhoFindsNoPlaceWaitForOne) {
-  Admission admission(2);
+  Admission admission(2, kMostWaiting);
   admission.place(feed(10));
   admission.place(feed(11));
   EXPECT_FALSE(admission.isWaiting("12"));
@@ -45,7 +47,7 @@ TEST(Admission, LetsWhoFindsNoPlaceWaitForOne) {
 }
 
 TEST(Admission, KeepsThePlacesOfThoseWhoAreAwayAndForgetsWhoWaited) {
-  Admission admission(2);
+  Admission admission(2, kMostWaiting);
   admission.place(feed(10));
   admission.place(feed(11));
   admission.place(feed(12));
@@ -54,6 +56,13 @@ TEST(Admission, KeepsThePlacesOfThoseWhoAreAwayAndForgetsWhoWaited) {
   EXPECT_EQ(admission.placed(), (std::vector<std::string>{"10", "11"}));
   EXPECT_EQ(admission.place(feed(13)), std::nullopt);
   EXPECT_EQ(admission.place(feed(11)), 1);
+}
+
+TEST(Admission, ForgetsWhoWouldBeOneTooManyToWait) {
+  Admission admission(1, kMostWaiting);
+  for (int id = 10; id < 16; ++id) admission.place(feed(id));
+  EXPECT_TRUE(admission.isWaiting("13"));
+  EXPECT_FALSE(admission.isWaiting("14"));
 }
 
 }  // namespace

@@ -36,6 +36,16 @@ TEST(Feed, IsNotMutedWithoutAMuteState) {
   EXPECT_FALSE(feed->isVideoMuted);
 }
 
+TEST(Feed, SendsWhatIsNotDisabled) {
+  const auto feed = parseFeed(Json::parse(R"({
+    "id": 7, "streams": [
+      {"type": "audio", "mid": "0", "disabled": true}, {"type": "video", "mid": "1"}
+    ]})"));
+  ASSERT_TRUE(feed);
+  EXPECT_FALSE(feed->mids.contains(feed->audioMid));
+  EXPECT_TRUE(feed->mids.contains(feed->videoMid));
+}
+
 TEST(Feed, HasTheStreamsThatTheRoomHasMuted) {
   const auto feed = parseFeed(Json::parse(R"({
     "id": 7,
@@ -98,6 +108,17 @@ TEST(Feed, SendsMoreWhenAStreamIsNewOrEnabled) {
   EXPECT_TRUE(both.sendsMoreThan(feed(audio + "," + disabled)));
   EXPECT_FALSE(one.sendsMoreThan(both));
   EXPECT_FALSE(both.sendsMoreThan(both));
+}
+
+TEST(Feed, HasTextsOfAtMost256BytesAndWholeCharacters) {
+  const std::string tooLong = std::string(255, 'x') + "\xc3\xab";
+  const Json state = {{"guid", tooLong}};
+  const Json stream = {{"description", state.dump()}};
+  const auto feed =
+      parseFeed({{"id", 7U}, {"display", tooLong}, {"streams", Json::array({stream})}});
+  ASSERT_TRUE(feed);
+  EXPECT_EQ(feed->name, std::string(255, 'x'));
+  EXPECT_EQ(feed->guid, std::string(255, 'x'));
 }
 
 TEST(Feed, IsInvalidWithoutAnIdentifier) {

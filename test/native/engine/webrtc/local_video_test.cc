@@ -3,6 +3,7 @@
 
 #include "engine/webrtc/local_video.h"
 
+#include <gmock/gmock.h>
 #include <gst/app/gstappsrc.h>
 #include <gst/gst.h>
 #include <gtest/gtest.h>
@@ -18,6 +19,8 @@
 #include "engine/webrtc/glib.h"
 #include "engine/webrtc/webrtc_engine.h"
 #include "test/native/engine/support/manual_clock.h"
+#include "test/native/engine/support/notification_recorder.h"
+#include "test/native/engine/webrtc/broken_element.h"
 
 namespace webrtc {
 namespace {
@@ -151,6 +154,19 @@ TEST_F(LocalVideoTest, OpensNoCameraAgainThatIsNotToCapture) {
   manager().EnableCameraCapture(false);
   pass(60s);
   EXPECT_EQ(timesOpened(), 1U);
+}
+
+TEST_F(LocalVideoTest, LeavesACallAfterWhichTheCameraCannotBeOpened) {
+  const auto recorder = std::make_shared<support::NotificationRecorder>();
+  manager().RegisterNotifyCallback(recorder);
+  tsl::ConnectParams params;
+  params.uri = "janus+ws://127.0.0.1:1/?room=r&camera=card";
+  manager().ConnectCall(params);
+  const BrokenElement broken("videoconvert");
+  manager().DisconnectCall();
+  pass(0s);
+  EXPECT_THAT(recorder->takeLines(),
+              testing::IsSupersetOf({"not connected", "disconnect 1 0 the call was left"}));
 }
 
 }  // namespace

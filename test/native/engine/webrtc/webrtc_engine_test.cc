@@ -13,6 +13,7 @@
 #include "engine/support/engine_manager.h"
 #include "test/native/engine/support/manual_clock.h"
 #include "test/native/engine/support/notification_recorder.h"
+#include "test/native/engine/webrtc/broken_element.h"
 
 namespace webrtc {
 namespace {
@@ -20,41 +21,6 @@ namespace {
 using support::Time;
 using testing::ElementsAre;
 using testing::StartsWith;
-
-// An element without any property.
-using BareElement = GstElement;
-using BareElementClass = GstElementClass;
-// NOLINTNEXTLINE: the macro's own code
-G_DEFINE_TYPE(BareElement, bare_element, GST_TYPE_ELEMENT)
-void bare_element_init(BareElement*) {}
-void bare_element_class_init(BareElementClass* klass) {
-  gst_element_class_set_static_metadata(klass, "bare", "Test", "Does nothing", "tessel");
-}
-
-// A bare element takes the place of one of GStreamer's while this object lives.
-class BrokenElement {
- public:
-  explicit BrokenElement(const char* name) : name_(name), working_(feature()) {
-    gst_registry_remove_feature(gst_registry_get(), working_.get());
-    gst_element_register(nullptr, name, GST_RANK_NONE, bare_element_get_type());
-  }
-  ~BrokenElement() {
-    gst_registry_remove_feature(gst_registry_get(), feature().get());
-    auto* const working = GST_PLUGIN_FEATURE(gst_object_ref(working_.get()));
-    gst_registry_add_feature(gst_registry_get(), working);
-  }
-  BrokenElement(const BrokenElement&) = delete;
-  BrokenElement& operator=(const BrokenElement&) = delete;
-
- private:
-  ObjectPtr<GstPluginFeature> feature() const {
-    return ObjectPtr<GstPluginFeature>(
-        gst_registry_find_feature(gst_registry_get(), name_, GST_TYPE_ELEMENT_FACTORY));
-  }
-
-  const char* const name_;
-  const ObjectPtr<GstPluginFeature> working_;
-};
 
 TEST(WebrtcEngine, EndsACallThatCannotBegin) {
   gst_init(nullptr, nullptr);
@@ -82,6 +48,29 @@ TEST(WebrtcEngine, EndsACallThatCannotBegin) {
     std::erase_if(lines, [](const std::string& line) { return line.starts_with("mute"); });
     EXPECT_THAT(lines, ElementsAre("not connected", StartsWith(end)));
   }
+  manager.DeInitialize();
+}
+
+TEST(WebrtcEngine, SaysWhichElementIsMissingAndWhichPackageHasIt) {
+  gst_init(nullptr, nullptr);
+  ::setenv("PULSE_SERVER", "unix:/nowhere", 1);
+  const MissingElement missing("opusenc");
+  const auto clock = std::make_shared<support::ManualClock>();
+  const auto recorder = std::make_shared<support::NotificationRecorder>();
+  const auto pool = std::make_shared<support::FramePool>(0);
+  support::EngineManager manager(tsl::CreateParams(), clock, [&](support::EngineContext& context) {
+    return std::make_unique<WebrtcEngine>(context, pool);
+  });
+  manager.RegisterNotifyCallback(recorder);
+  manager.Initialize();
+  tsl::ConnectParams params;
+  params.uri = "janus+ws://127.0.0.1:1/?room=r";
+  manager.ConnectCall(params);
+  clock->pass(Time(0), manager.session()->context().loop);
+  EXPECT_THAT(recorder->takeLines(),
+              testing::IsSupersetOf({"not connected",
+                                     "disconnect 1 500 GStreamer's element opusenc is missing: "
+                                     "install gstreamer1.0-plugins-base"}));
   manager.DeInitialize();
 }
 

@@ -23,6 +23,8 @@ constexpr support::Time kLongestSearch = 15s;
 // After the loss of the server no more attempts to come back begin.
 constexpr support::Time kLongestReturn = 10s;
 constexpr support::Time kRetryPeriod = 500ms;
+// A call that is lost sooner after it has come back is still the one that was lost before.
+constexpr support::Time kLasting = 5s;
 // The others may come back later than us.
 constexpr support::Time kPlacesKept = 60s;
 constexpr support::Time kArrivalPeriod = 250ms;
@@ -80,7 +82,7 @@ bool isNumber(const std::string& room) {
 
 Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
            LocalVideo& localVideo, Devices& devices, int id, CallTarget target,
-           const tsl::ConnectParams& params, PeopleChanged peopleChanged)
+           const tsl::ConnectParams& params, Handlers handlers)
     : context_(context),
       pool_(std::move(pool)),
       localVideo_(localVideo),
@@ -88,12 +90,14 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
       target_(std::move(target)),
       params_(params),
       devices_(devices),
-      peopleChanged_(std::move(peopleChanged)),
+      handlers_(std::move(handlers)),
       ownState_{.guid = params.meetingGuid,
                 .isAudioMuted = params.mediaStreamState.outgoingAudioMuted,
-                .isVideoMuted = params.mediaStreamState.outgoingVideoMuted},
-      ownSpeech_(context.loop, peopleChanged_),
+                .isVideoMuted = params.mediaStreamState.outgoingVideoMuted,
+                .received = std::nullopt},
+      ownSpeech_(context.loop, handlers_.peopleChanged),
       incoming_(incomingOf(params.mediaStreamState)),
+      isContentReceived_(params.mediaStreamState.contentStreamEnabled),
       inbox_(context.loop),
       timer_(context.loop),
       arrivalTimer_(context.loop),
@@ -122,7 +126,7 @@ void Call::connect() {
   waitForAnswer();
   session_ = std::make_unique<JanusSession>(
       context_.loop, WebSocketTarget{requestUrl(target_), kProtocol, target_.authorityFile},
-      target_.token,
+      target_.token, lostSession_,
       JanusSession::Handlers{
           .opened = [this] { attach(); },
           .ended =
@@ -214,7 +218,9 @@ void Call::publish() {
   publisher_ = std::make_unique<Publisher>(
       context_.loop, *handle_, turnServers_->ice(),
       Publisher::Settings{.videoSsrc = localVideo_.csrc(),
+                          .isLayered = target_.camera.kind != CameraSource::Kind::kClip,
                           .mostBitsPerSecond = bitsPerSecond(params_.maxBandwidth),
+                          .pool = pool_,
                           .state = ownState_},
       Publisher::Handlers{
           .accepted = [this] { waitForMedia(); },
@@ -247,6 +253,7 @@ void Call::waitForMedia() {
 void Call::joined() {
   if (state_ != State::kPublishing) return;
   state_ = State::kJoined;
+  joinedAt_ = context_.loop.now();
   timer_.stop();
   context_.log->write("call " + std::to_string(id_) + " joined");
   if (!publisher_->video()) {
@@ -262,8 +269,23 @@ void Call::joined() {
     }
   }
   for (const auto& [key, participant] : participants_) participant->announce();
+  enterContentRoom();
   watchArrival();
-  peopleChanged_();
+  handlers_.peopleChanged();
+}
+
+void Call::enterContentRoom() {
+  content_ = std::make_unique<ContentRoom>(
+      context_, pool_, *session_, audio_->speaker(), turnServers_->ice(),
+      ContentRoom::Settings{.meeting = room_["room"],
+                            .pin = target_.pin,
+                            .token = target_.token,
+                            .name = params_.endpointName,
+                            .guid = params_.meetingGuid,
+                            .ownId = ownId_,
+                            .mostBitsPerSecond = bitsPerSecond(params_.maxBandwidth),
+                            .isReceiving = isContentReceived_},
+      handlers_.peopleChanged);
 }
 
 void Call::watchArrival() {
@@ -275,6 +297,7 @@ void Call::watchArrival() {
     }
     setMissing(type, isMissing);
   }
+  setMissing(MediaType::kContent, content_->isMissing());
   arrivalTimer_.runAt(context_.loop.now() + kArrivalPeriod, [this] { watchArrival(); });
 }
 
@@ -292,9 +315,13 @@ std::vector<support::Person> Call::people() const {
        .name = params_.endpointName,
        .audioMuted = ownState_.isAudioMuted,
        .videoMuted = ownState_.isVideoMuted,
-       .speaking = ownSpeech_.isSpeaking() && !ownState_.isAudioMuted}};
+       .speaking = ownSpeech_.isSpeaking() && !ownState_.isAudioMuted,
+       .presenting = content_ && content_->isPresenting(ownId_.dump())}};
   if (isJoined()) {
-    for (const auto& [key, participant] : participants_) people.push_back(participant->person());
+    for (const auto& [key, participant] : participants_) {
+      people.push_back(participant->person());
+      people.back().presenting = content_ && content_->isPresenting(key);
+    }
   }
   std::sort(people.begin(), people.end(),
             [](const auto& a, const auto& b) { return a.stream < b.stream; });
@@ -307,6 +334,7 @@ void Call::received(const Json& data) {
     return;
   }
   addFeeds(data);
+  moderate(data);
   for (const char* const gone : {"unpublished", "leaving"}) {
     const Json& id = memberOf(data, gone);
     if (id == "ok" && textAt(data, "reason") == "kicked") {
@@ -323,7 +351,8 @@ void Call::addFeeds(const Json& data) {
     if (!feed || feed->id == ownId_) continue;
     addFeed(*feed);
   }
-  peopleChanged_();
+  updateLayers();
+  handlers_.peopleChanged();
 }
 
 void Call::addFeed(const Feed& feed) {
@@ -339,12 +368,12 @@ void Call::addFeed(const Feed& feed) {
     return;
   }
   try {
-    auto participant =
-        std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(),
-                                      turnServers_->ice(), room_, feed, *place, incoming_, [this] {
-                                        updateReceptions();
-                                        peopleChanged_();
-                                      });
+    auto participant = std::make_unique<Participant>(
+        context_, pool_, *session_, audio_->speaker(), turnServers_->ice(), room_, feed,
+        support::remoteStream(*place), incoming_, [this] {
+          updateReceptions();
+          handlers_.peopleChanged();
+        });
     if (isJoined()) participant->announce();
     participants_.emplace(key, std::move(participant));
   } catch (const std::exception& error) {
@@ -359,7 +388,22 @@ void Call::removeFeed(const Json& id) {
   participants_.erase(key);
   if (const auto next = admission_.remove(key)) addFeed(*next);
   updateReceptions();
-  peopleChanged_();
+  handlers_.peopleChanged();
+}
+
+void Call::moderate(const Json& data) {
+  const std::string moderation = textAt(data, "moderation");
+  if (moderation != "muted" && moderation != "unmuted") return;
+  const bool isMuted = moderation == "muted";
+  const Json& id = memberOf(data, "id");
+  const std::string mid = textAt(data, "mid");
+  if (id == ownId_) {
+    const auto type = Publisher::typeOf(mid);
+    if (type) handlers_.moderated(*type, isMuted);
+  } else if (const auto found = participants_.find(id.dump()); found != participants_.end()) {
+    found->second->moderate(mid, isMuted);
+    handlers_.peopleChanged();
+  }
 }
 
 void Call::updateReceptions() {
@@ -372,6 +416,19 @@ void Call::updateReceptions() {
     const auto found = receptions.find(participant->csrc());
     if (found != receptions.end()) participant->receive(found->second);
   }
+  updateLayers();
+}
+
+void Call::updateLayers() {
+  std::optional<Heights> others;
+  ownState_.received.reset();
+  for (const auto& [key, participant] : participants_) {
+    ownState_.received = together(ownState_.received, participant->receivedHeights());
+    others = together(others, participant->heightsReceivedByIt());
+  }
+  if (!publisher_) return;
+  publisher_->setReceived(others);
+  publisher_->setState(ownState_);
 }
 
 void Call::deviceChanged(DeviceType type) {
@@ -388,6 +445,11 @@ void Call::setIncoming(Incoming incoming) {
   for (const auto& [key, participant] : participants_) participant->setIncoming(incoming);
 }
 
+void Call::setContentReceived(bool isReceived) {
+  isContentReceived_ = isReceived;
+  if (content_) content_->setReceiving(isReceived);
+}
+
 void Call::setLayout(std::vector<tsl::VideoStreamInfo> streams,
                      std::vector<std::vector<tsl::VideoStreamConstraints>> constraints) {
   layout_.setWishes(std::move(streams), std::move(constraints));
@@ -402,13 +464,13 @@ void Call::setTopRung(int rung) {
 void Call::setAudioMuted(bool isMuted) {
   ownState_.isAudioMuted = isMuted;
   if (publisher_) publisher_->setState(ownState_);
-  peopleChanged_();
+  handlers_.peopleChanged();
 }
 
 void Call::setVideoMuted(bool isMuted) {
   ownState_.isVideoMuted = isMuted;
   if (publisher_) publisher_->setState(ownState_);
-  peopleChanged_();
+  handlers_.peopleChanged();
 }
 
 void Call::collectStatistics(support::Time window, tsl::MeetingStats& stats) {
@@ -418,7 +480,7 @@ void Call::collectStatistics(support::Time window, tsl::MeetingStats& stats) {
   for (const auto& [key, participant] : participants_) {
     received.push_back(participant->closeWindow(window));
   }
-  statistics_.collect(window, sent, received, stats);
+  statistics_.collect(window, sent, received, content_->closeWindow(window), stats);
   constexpr std::uint32_t kMost = std::numeric_limits<std::int32_t>::max();
   stats.outboundBweBps =
       static_cast<std::int32_t>(std::min(publisher_->grantedBitsPerSecond(), kMost));
@@ -461,20 +523,23 @@ void Call::failed(int code, const std::string& reason) {
 
 void Call::comeBack(const std::string& reason) {
   const support::Time now = context_.loop.now();
-  const bool isFirst = !std::exchange(isReturning_, true);
+  const bool isLoss = !std::exchange(isReturning_, true);
+  const bool isFirst = isLoss && (!lostAt_ || now >= joinedAt_ + kLasting);
+  if (isLoss) {
+    placesTimer_.runAt(now + kPlacesKept, [this] { freePlaces(); });
+    for (const MediaType type : kMedia) setMissing(type, true);
+  }
   if (isFirst) {
     lostAt_ = now;
     lossReason_ = reason;
-    placesTimer_.runAt(now + kPlacesKept, [this] { freePlaces(); });
-    for (const MediaType type : kMedia) setMissing(type, true);
-  } else if (now >= lostAt_ + kLongestReturn) {
+  } else if (now >= *lostAt_ + kLongestReturn) {
     end(kUnreachable, lossReason_);
     return;
   }
   context_.log->write("call " + std::to_string(id_) + " comes back: " + reason);
   state_ = State::kConnecting;
   releaseSession();
-  peopleChanged_();
+  handlers_.peopleChanged();
   timer_.runAt(isFirst ? now : now + kRetryPeriod, [this] { connect(); });
 }
 
@@ -487,7 +552,7 @@ void Call::freePlaces() {
     if (participants_.contains(key)) continue;
     if (const auto next = admission_.remove(key)) addFeed(*next);
   }
-  peopleChanged_();
+  handlers_.peopleChanged();
 }
 
 void Call::end(int code, const std::string& reason) {
@@ -495,7 +560,9 @@ void Call::end(int code, const std::string& reason) {
   state_ = State::kOver;
   isReturning_ = false;
   release();
-  peopleChanged_();
+  // The room's mutes end with the call.
+  for (const MediaType type : kMedia) handlers_.moderated(type, false);
+  handlers_.peopleChanged();
   context_.log->write("call " + std::to_string(id_) + " ended: " + reason);
   context_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, false);
   context_.notifier.notify(&INotifyCallback::NotifyCallDisconnect, id_, reason, code);
@@ -505,11 +572,14 @@ void Call::releaseSession() {
   ++releasedSessions_;
   arrivalTimer_.stop();
   localVideo_.setSender(nullptr);
+  if (content_ && participants_.empty()) content_->remove();
+  content_.reset();
   participants_.clear();
   // Of those who have a place, it is kept; the room will name the others again.
   admission_.forgetWaiting();
   publisher_.reset();
   handle_.reset();
+  if (session_ && session_->id() != 0) lostSession_ = session_->id();
   session_.reset();
 }
 

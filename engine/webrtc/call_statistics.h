@@ -44,6 +44,12 @@ struct Traffic {
   double lost = 0;     // of these
 };
 
+// Of content; nothing while there is none.
+struct ContentTraffic {
+  std::optional<Traffic> sent;
+  std::optional<Traffic> received;
+};
+
 // Counts in windows of time what one connection carries. It either sends or receives. Belongs to
 // the engine's thread.
 class ConnectionMeter {
@@ -62,7 +68,7 @@ class CallStatistics {
  public:
   // In a window of this length.
   void collect(support::Time length, const Traffic& sent, const std::vector<Traffic>& received,
-               tsl::MeetingStats& stats);
+               const ContentTraffic& content, tsl::MeetingStats& stats);
 
  private:
   tsl::AudioStats counted_;  // since the call began, also of those who have left it

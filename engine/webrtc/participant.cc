@@ -17,6 +17,14 @@ constexpr support::Time kShortestDelay = 500ms;
 constexpr support::Time kLongestDelay = 4s;
 constexpr support::Time kLasting = 10s;
 
+std::uint32_t mostHeight(const support::Reception& reception) {
+  std::uint32_t most = Heights::kWhole;
+  for (const std::uint32_t limit : {reception.height, reception.ceiling}) {
+    if (limit != 0) most = std::min(most, limit);
+  }
+  return most;
+}
+
 }  // namespace
 
 Incoming incomingOf(const tsl::MediaStreamState& state) {
@@ -25,14 +33,14 @@ Incoming incomingOf(const tsl::MediaStreamState& state) {
 
 Participant::Participant(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
                          JanusSession& session, Speaker& speaker, const IceOptions& ice,
-                         const Json& room, Feed feed, int index, Incoming incoming,
+                         const Json& room, Feed feed, StreamKey key, Incoming incoming,
                          std::function<void()> changed)
     : context_(context),
       pool_(std::move(pool)),
       session_(session),
       ice_(ice),
       room_(room),
-      index_(index),
+      key_(key),
       feed_(std::move(feed)),
       incoming_(incoming),
       changed_(std::move(changed)),
@@ -48,6 +56,11 @@ Participant::~Participant() {
   notifyRemoved();
 }
 
+std::string Participant::title() const {
+  return key_ == support::kContentStream ? "the content"
+                                         : "participant " + std::to_string(key_.second);
+}
+
 void Participant::connect() {
   connectedAt_ = context_.loop.now();
   connection_.emplace(
@@ -60,6 +73,7 @@ void Participant::connect() {
                                .connected = [] {},
                                .failed = [this](const std::string& reason) { fail(reason); },
                                .receiving = [this](GstPad* pad) { receive(pad); },
+                               .keyFrameRequested = nullptr,
                                .told =
                                    [this, post = inbox_.poster()](GstMessage* message) {
                                      const auto level = levelOf(message);
@@ -112,7 +126,7 @@ void Participant::fail(const std::string& reason) {
   // Not at once: who calls may belong to the connection or to the handle.
   inbox_.poster()([this, reason] {
     if (!connection_) return;
-    context_.log->write("participant " + std::to_string(index_) + " is not received: " + reason);
+    context_.log->write(title() + " is not received: " + reason);
     reconnectLater();
   });
 }
@@ -133,8 +147,7 @@ void Participant::connectAgain() {
   try {
     connect();
   } catch (const std::exception& error) {
-    context_.log->write("participant " + std::to_string(index_) +
-                        " is not received: " + error.what());
+    context_.log->write(title() + " is not received: " + error.what());
     reconnectLater();
   }
 }
@@ -145,7 +158,7 @@ void Participant::reconnectLater() {
   const bool wasLasting = now - connectedAt_ > kLasting;
   delay_ = wasLasting ? kShortestDelay : std::clamp(2 * delay_, kShortestDelay, kLongestDelay);
   timer_.runAt(now + delay_, [this] {
-    context_.log->write("participant " + std::to_string(index_) + " is requested again");
+    context_.log->write(title() + " is requested again");
     connectAgain();
   });
 }
@@ -176,13 +189,31 @@ void Participant::accept(const std::string& offer, const Json& data) {
   connection_->acceptOffer(offer, [this](const std::string& sdp) { answer(sdp); });
 }
 
+// The lowest layer that is enough: what it has too much is reduced when it has arrived.
+Participant::Wanted Participant::wanted() const {
+  Wanted wanted = {.audio = incoming_.audio, .video = incoming_.video && reception_.isWanted};
+  const auto& heights = feed_.layerHeights;
+  if (heights.size() < 2 || !wanted.video) return wanted;
+  wanted.layer = kHighestLayer - static_cast<int>(layerFor(heights, mostHeight(reception_)));
+  return wanted;
+}
+
+std::optional<Heights> Participant::receivedHeights() const {
+  if (!wanted().video) return std::nullopt;
+  const std::uint32_t height = mostHeight(reception_);
+  return Heights{.least = height, .most = height};
+}
+
 void Participant::askForWanted() {
   if (kinds_.empty() || wanted() == asked_) return;
   asked_ = wanted();
   Json streams = Json::array();
   for (const auto& [mid, kind] : kinds_) {
-    const bool isWanted = kind == "audio" ? asked_.audio : asked_.video;
-    streams.push_back({{"mid", mid}, {"send", isWanted}});
+    if (kind == "audio") {
+      streams.push_back({{"mid", mid}, {"send", asked_.audio}});
+    } else {
+      streams.push_back({{"mid", mid}, {"send", asked_.video}, {"substream", asked_.layer}});
+    }
   }
   handle_->ask({{"request", "configure"}, {"streams", std::move(streams)}}, std::nullopt, nullptr);
 }
@@ -195,8 +226,7 @@ void Participant::answer(const std::string& sdp) {
 
 void Participant::makeStream(std::uint32_t csrc) {
   notifyRemoved();
-  stream_ =
-      std::make_shared<support::VideoStream>(support::remoteStream(index_), csrc, context_.log);
+  stream_ = std::make_shared<support::VideoStream>(key_, csrc, context_.log);
   videoReceiver_ = std::make_shared<VideoReceiver>(stream_, pool_);
   videoReceiver_->setReception(reception_);
   changed_();
@@ -210,13 +240,13 @@ void Participant::announce() {
 }
 
 support::Person Participant::person() const {
-  return {.stream = support::remoteStream(index_),
+  return {.stream = key_,
           .csrc = csrc(),
           .guid = feed_.guid,
           .name = feed_.name,
-          .audioMuted = feed_.isAudioMuted,
-          .videoMuted = feed_.isVideoMuted,
-          .speaking = speech_.isSpeaking() && !feed_.isAudioMuted};
+          .audioMuted = isAudioMuted(),
+          .videoMuted = isVideoMuted(),
+          .speaking = speech_.isSpeaking() && !isAudioMuted()};
 }
 
 void Participant::notifyAdded() {
@@ -234,9 +264,23 @@ void Participant::notifyRemoved() {
 void Participant::update(const Feed& feed) {
   const bool wasVideoShown = isVideoShown();
   const bool sendsMore = feed.sendsMoreThan(feed_);
+  // What the room has muted is told by events; not every list of publishers has it.
+  auto moderatedMids = std::move(feed_.moderatedMids);
   feed_ = feed;
+  feed_.moderatedMids = std::move(moderatedMids);
+  askForWanted();
   if (isVideoShown() != wasVideoShown) showVideo();
   if (sendsMore) reconnect();
+}
+
+void Participant::moderate(const std::string& mid, bool isMuted) {
+  const bool wasVideoShown = isVideoShown();
+  if (isMuted) {
+    feed_.moderatedMids.insert(mid);
+  } else {
+    feed_.moderatedMids.erase(mid);
+  }
+  if (isVideoShown() != wasVideoShown) showVideo();
 }
 
 void Participant::setIncoming(Incoming incoming) {
@@ -259,8 +303,8 @@ void Participant::receive(const support::Reception& reception) {
 bool Participant::isMissing(MediaType type) {
   const support::Time now = context_.loop.now();
   return type == MediaType::kVideo
-             ? videoArrival_.isMissing(now, wanted().video && !feed_.isVideoMuted)
-             : audioArrival_.isMissing(now, wanted().audio && !feed_.isAudioMuted);
+             ? videoArrival_.isMissing(now, wanted().video && !isVideoMuted())
+             : audioArrival_.isMissing(now, wanted().audio && !isAudioMuted());
 }
 
 Traffic Participant::closeWindow(support::Time length) {

@@ -20,6 +20,7 @@
 #include "engine/webrtc/feed.h"
 #include "engine/webrtc/inbox.h"
 #include "engine/webrtc/janus_session.h"
+#include "engine/webrtc/layer_plan.h"
 #include "engine/webrtc/peer_connection.h"
 #include "engine/webrtc/speaker.h"
 #include "engine/webrtc/video_receiver.h"
@@ -38,17 +39,18 @@ struct Incoming {
 
 Incoming incomingOf(const tsl::MediaStreamState& state);
 
-// Receives what somebody sends to the room, over a connection of its own: in one that were shared
-// the server would send key frames for the first one only. One that ends is replaced after a while,
-// which grows. Owned by the call; belongs to the engine's thread.
+// Receives what somebody sends to a room, camera and microphone or content, over a connection of
+// its own: in one that were shared the server would send key frames for the first one only. One
+// that ends is replaced after a while, which grows. Owned by the call; belongs to the engine's
+// thread.
 class Participant {
  public:
-  // `room` has what every request to the room is to say. `index` is that of the remote stream.
+  // `room` has what every request to the room is to say. `key` is that of the stream.
   // `changed` is called when person() may have changed, except by update(), and thus when the
   // stream's csrc becomes known.
   Participant(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
               JanusSession& session, Speaker& speaker, const IceOptions& ice, const Json& room,
-              Feed feed, int index, Incoming incoming, std::function<void()> changed);
+              Feed feed, StreamKey key, Incoming incoming, std::function<void()> changed);
   // Notified, if the stream was.
   ~Participant();
   Participant(const Participant&) = delete;
@@ -61,8 +63,14 @@ class Participant {
   void announce();
   // What the participant tells of itself has changed.
   void update(const Feed& feed);
+  // The room mutes the stream with this mid, or does so no longer.
+  void moderate(const std::string& mid, bool isMuted);
   // The server does not send disabled media.
   void setIncoming(Incoming incoming);
+  // With which the participant's video is received; nothing while it is not.
+  std::optional<Heights> receivedHeights() const;
+  // With which the participant receives the videos of others; nothing when it receives none.
+  const std::optional<Heights>& heightsReceivedByIt() const { return feed_.received; }
   // How the layout wants the video.
   void receive(const support::Reception& reception);
   // Whether audio or video that is to arrive has stopped arriving. Called a few times per second.
@@ -71,6 +79,8 @@ class Participant {
   Traffic closeWindow(support::Time length);
 
  private:
+  // As the log names it.
+  std::string title() const;
   // Begins to receive.
   void connect();
   void subscribe();
@@ -83,12 +93,27 @@ class Participant {
   void reconnect();
   void connectAgain();
   void accept(const std::string& offer, const Json& data);
-  Incoming wanted() const {
-    return {.audio = incoming_.audio, .video = incoming_.video && reception_.isWanted};
-  }
+  static constexpr int kHighestLayer = 2;
+
+  // What the server is to send. It numbers the layers of a video from the lowest.
+  struct Wanted {
+    bool audio = true;
+    bool video = true;
+    int layer = kHighestLayer;
+
+    bool operator==(const Wanted&) const = default;
+  };
+  Wanted wanted() const;
   // Asks the server for what is wanted, unless it sends that.
   void askForWanted();
-  bool isVideoShown() const { return isSubscribed_ && wanted().video && !feed_.isVideoMuted; }
+  // By the participant or by the room.
+  bool isAudioMuted() const {
+    return feed_.isAudioMuted || feed_.moderatedMids.contains(feed_.audioMid);
+  }
+  bool isVideoMuted() const {
+    return feed_.isVideoMuted || feed_.moderatedMids.contains(feed_.videoMid);
+  }
+  bool isVideoShown() const { return isSubscribed_ && wanted().video && !isVideoMuted(); }
   void showVideo();
   void answer(const std::string& sdp);
   // In the place of the present stream, if there is one.
@@ -103,11 +128,11 @@ class Participant {
   JanusSession& session_;
   const IceOptions& ice_;
   const Json room_;
-  const int index_;
+  const StreamKey key_;
   Feed feed_;
   Incoming incoming_;
   support::Reception reception_;
-  Incoming asked_;  // what the server was asked for last; all without a request
+  Wanted asked_;  // what the server was asked for last; all without a request
   const std::function<void()> changed_;
   std::map<std::string, std::string> kinds_;  // "audio" or "video", by the media line's mid
   Tracks tracks_;                             // as the server has offered them

@@ -251,12 +251,18 @@ RtpCounts PeerConnection::counts() {
   return countsOf(counted.get(), buffers);
 }
 
-void PeerConnection::watchGrantedRate() {
+void PeerConnection::watchFeedback() {
   connect(session().get(), "on-feedback-rtcp",
-          std::function([this](guint type, guint format, guint, guint, GstBuffer* feedback) {
+          std::function([this](guint type, guint format, guint, guint ssrc, GstBuffer* feedback) {
             constexpr guint kAnyOther = 15;
-            if (type != GST_RTCP_TYPE_PSFB || format != kAnyOther) return;
-            if (const auto rate = grantedRateOf(feedback)) grantedBitsPerSecond_ = *rate;
+            if (type != GST_RTCP_TYPE_PSFB) return;
+            if (format == kAnyOther) {
+              if (const auto rate = grantedRateOf(feedback)) grantedBitsPerSecond_ = *rate;
+            } else if (handlers_.keyFrameRequested && format == GST_RTCP_PSFB_TYPE_PLI) {
+              handlers_.keyFrameRequested(ssrc);
+            } else if (handlers_.keyFrameRequested && format == GST_RTCP_PSFB_TYPE_FIR) {
+              handlers_.keyFrameRequested(0);
+            }
           }));
 }
 
@@ -334,6 +340,24 @@ void PeerConnection::acceptOffer(const std::string& sdp, Described described) {
   receivedVideoSsrc_ = videoSsrcOf(sdp).value_or(0);
   setRemote(GST_WEBRTC_SDP_TYPE_OFFER, withoutFir(sdp),
             [this, kept = std::move(described)] { makeAnswer(kept); });
+}
+
+// webrtcbin chooses SSRCs of its own for what its offer does not have, with the first packet. They
+// are replaced here before the element that sends again has seen a packet of the SSRC, when it
+// takes them over for good.
+void PeerConnection::sendRepetitionsAs(const std::map<std::uint32_t, std::uint32_t>& ssrcs) {
+  const std::shared_ptr<GstStructure> map(gst_structure_new_empty("application/x-rtp-ssrc-map"),
+                                          gst_structure_free);
+  for (const auto& [ssrc, repeated] : ssrcs) {
+    gst_structure_set(map.get(), std::to_string(ssrc).c_str(), G_TYPE_UINT, repeated, nullptr);
+  }
+  connect(webrtc_, "deep-element-added", std::function([map](GstBin*, GstElement* element) {
+            if (std::string_view(G_OBJECT_TYPE_NAME(element)) != "GstRtpRtxSend") return;
+            const ObjectPtr<GstPad> sink(gst_element_get_static_pad(element, "sink"));
+            handleBuffers(sink.get(), [map, element] {
+              g_object_set(element, "ssrc-map", map.get(), nullptr);
+            });
+          }));
 }
 
 void PeerConnection::acceptAnswer(const std::string& sdp) {

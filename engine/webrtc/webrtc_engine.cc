@@ -29,6 +29,7 @@ WebrtcEngine::WebrtcEngine(support::EngineContext& context,
     : context_(context),
       pool_(std::move(pool)),
       devices_(context, [this](DeviceType type) { deviceChanged(type); }),
+      screens_(context),
       localVideo_(context, devices_, pool_, [this] { cameraChanged(); }),
       roster_(context.loop, context.notifier, [this] { return people(); }),
       exitGuard_(context.loop, [this] {
@@ -47,6 +48,7 @@ WebrtcEngine::~WebrtcEngine() {
 }
 
 void WebrtcEngine::warmUp() {
+  screens_.start();
   try {
     warmUpElements();
     devices_.start();
@@ -79,8 +81,11 @@ void WebrtcEngine::connect(const tsl::ConnectParams& params) {
     openClips(target);
     devices_.start();
     ExitGuard::arm();
-    call_ = std::make_unique<Call>(context_, pool_, localVideo_, devices_, callId,
-                                   std::move(target), params, [this] { roster_.update(); });
+    call_ = std::make_unique<Call>(
+        context_, pool_, localVideo_, devices_, callId, std::move(target), params,
+        Call::Handlers{
+            .peopleChanged = [this] { roster_.update(); },
+            .moderated = [this](MediaType type, bool isMuted) { moderate(type, isMuted); }});
   } catch (const CallFailure& failure) {
     refuse(callId, failure);
     return;
@@ -116,8 +121,25 @@ void WebrtcEngine::disconnect() {
 }
 
 void WebrtcEngine::muteLocalVideo(bool mute) {
-  localVideo_.setMuted(mute);
-  context_.notifier.notify(&INotifyCallback::NotifyMediaMuteState, MediaType::kVideo, mute);
+  mutes_[MediaType::kVideo].byApplication = mute;
+  muteAndNotify(MediaType::kVideo);
+}
+
+void WebrtcEngine::muteAndNotify(MediaType type) {
+  const bool isMuted = mutes_[type].isMuted();
+  if (type == MediaType::kVideo) {
+    localVideo_.setMuted(isMuted);
+  } else if (call_) {
+    call_->setAudioMuted(isMuted);
+  }
+  context_.notifier.notify(&INotifyCallback::NotifyMediaMuteState, type, isMuted);
+}
+
+void WebrtcEngine::moderate(MediaType type, bool isMuted) {
+  Mute& mute = mutes_[type];
+  const bool wasMuted = mute.isMuted();
+  mute.byRoom = isMuted;
+  if (mute.isMuted() != wasMuted) muteAndNotify(type);
 }
 
 void WebrtcEngine::cameraChanged() {
@@ -131,9 +153,8 @@ void WebrtcEngine::tellVideoMuted() {
 }
 
 void WebrtcEngine::muteLocalAudio(bool mute) {
-  isAudioMuted_ = mute;
-  if (call_) call_->setAudioMuted(mute);
-  context_.notifier.notify(&INotifyCallback::NotifyMediaMuteState, MediaType::kAudio, mute);
+  mutes_[MediaType::kAudio].byApplication = mute;
+  muteAndNotify(MediaType::kAudio);
 }
 
 void WebrtcEngine::muteRemoteAudio(bool mute) {
@@ -150,12 +171,14 @@ void WebrtcEngine::setAudioDebug(bool enable) {
 
 void WebrtcEngine::updateMediaState(const tsl::MediaStreamState& state) {
   setMuted(state.outgoingAudioMuted, state.outgoingVideoMuted);
-  if (call_) call_->setIncoming(incomingOf(state));
+  if (!call_) return;
+  call_->setIncoming(incomingOf(state));
+  call_->setContentReceived(state.contentStreamEnabled);
 }
 
 void WebrtcEngine::setMuted(bool isAudioMuted, bool isVideoMuted) {
-  if (isVideoMuted != localVideo_.isMuted()) muteLocalVideo(isVideoMuted);
-  if (isAudioMuted != isAudioMuted_) muteLocalAudio(isAudioMuted);
+  if (isVideoMuted != mutes_[MediaType::kVideo].byApplication) muteLocalVideo(isVideoMuted);
+  if (isAudioMuted != mutes_[MediaType::kAudio].byApplication) muteLocalAudio(isAudioMuted);
 }
 
 void WebrtcEngine::selectMicrophone(const tsl::AudioInDevice& device) {
@@ -168,18 +191,29 @@ void WebrtcEngine::selectSpeaker(const tsl::AudioOutDevice& device) {
 
 void WebrtcEngine::selectCamera(const tsl::VideoDevice& device) { localVideo_.select(device); }
 
-// Sharing of content is not there yet: every request is denied.
-void WebrtcEngine::startPresentation(const tsl::ContentShareParams&) {
-  context_.notifier.notify(&INotifyCallback::NotifyScreenShareStatus, ShareStatus::kDenied);
+void WebrtcEngine::startPresentation(const tsl::ContentShareParams& params) {
+  if (ContentRoom* const room = content()) {
+    room->start(params);
+  } else {
+    context_.notifier.notify(&INotifyCallback::NotifyScreenShareStatus, ShareStatus::kDenied);
+  }
 }
 
-void WebrtcEngine::stopPresentation() {}
+void WebrtcEngine::stopPresentation() {
+  if (ContentRoom* const room = content()) room->stop();
+}
 
 void WebrtcEngine::requestToken() {
-  context_.notifier.notify(&INotifyCallback::NotifyScreenShareStatus, ShareStatus::kTokenDenied);
+  if (ContentRoom* const room = content()) {
+    room->requestToken();
+  } else {
+    context_.notifier.notify(&INotifyCallback::NotifyScreenShareStatus, ShareStatus::kTokenDenied);
+  }
 }
 
-void WebrtcEngine::releaseToken() {}
+void WebrtcEngine::releaseToken() {
+  if (ContentRoom* const room = content()) room->releaseToken();
+}
 
 void WebrtcEngine::setLayout(
     const std::vector<tsl::VideoStreamInfo>& streams,

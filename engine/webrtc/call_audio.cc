@@ -45,8 +45,10 @@ void CallAudio::play() {
   player_.reset();
   const Device* const device = devices_.used(DeviceType::kAudioOut);
   if (!device) return;
-  player_.emplace(
-      loop_, [this](const std::string& reason) { devices_.fail(DeviceType::kAudioOut, reason); });
+  // Nothing but the elements of the pipelines is used by their threads.
+  player_.emplace(loop_, DevicePipeline::Ending::kPrompt, [this](const std::string& reason) {
+    devices_.fail(DeviceType::kAudioOut, reason);
+  });
   GstElement* const bin =
       makeBin(std::string(kMixedSource) + " ! webrtcechoprobe name=" + kEchoProbe +
               " ! audioconvert ! audioresample");
@@ -57,8 +59,9 @@ void CallAudio::play() {
 
 void CallAudio::capture() {
   microphone_.reset();
-  microphone_.emplace(
-      loop_, [this](const std::string& reason) { devices_.fail(DeviceType::kAudioIn, reason); });
+  microphone_.emplace(loop_, DevicePipeline::Ending::kPrompt, [this](const std::string& reason) {
+    devices_.fail(DeviceType::kAudioIn, reason);
+  });
   // A clip must be held back to its own pace.
   const bool isClip = source_.kind == MicrophoneSource::Kind::kClip;
   GstElement* const bin =

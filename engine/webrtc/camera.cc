@@ -83,7 +83,9 @@ std::string conversion(const CapsPtr& format) {
 DeviceCamera::DeviceCamera(support::TaskLoop& loop, const Device& device, support::Size size,
                            support::FrameRate rate, std::shared_ptr<support::FramePool> pool,
                            Viewer viewer, DevicePipeline::Failed failed)
-    : pool_(std::move(pool)), viewer_(std::move(viewer)), pipeline_(loop, std::move(failed)) {
+    : pool_(std::move(pool)),
+      viewer_(std::move(viewer)),
+      pipeline_(loop, DevicePipeline::Ending::kComplete, std::move(failed)) {
   const CapsPtr format = chooseFormat(device, size, rate);
   GstElement* const bin = makeBin(conversion(format));
   const ObjectPtr<GstElement> filter(gst_bin_get_by_name(GST_BIN(bin), "format"));

@@ -22,8 +22,16 @@ class DevicePipeline {
   // Called once, on the engine's thread, when the device does not work or does not work any more.
   using Failed = std::function<void(std::string reason)>;
 
-  DevicePipeline(support::TaskLoop& loop, Failed failed);
-  // Waits for the pipeline's threads; nothing is told any more.
+  // How it ends.
+  enum class Ending {
+    kComplete,  // waits for the pipeline's threads
+    // The same, unless a server does not answer: then these are left behind for as long. Nothing of
+    // theirs may use an object that does not belong to the pipeline.
+    kPrompt,
+  };
+
+  DevicePipeline(support::TaskLoop& loop, Ending ending, Failed failed);
+  // Nothing is told any more.
   ~DevicePipeline();
   DevicePipeline(const DevicePipeline&) = delete;
   DevicePipeline& operator=(const DevicePipeline&) = delete;
@@ -33,14 +41,20 @@ class DevicePipeline {
   void start(GstElement* source, GstElement* sink);
 
  private:
+  struct Parts {
+    PipelinePtr pipeline = makePipeline();
+    ObjectPtr<GstElement> source = nullptr;
+    std::future<void> opening = {};  // last: its thread uses the rest
+  };
+
+  static void end(Parts& parts);
   void fail(const std::string& reason);
 
+  const Ending ending_;
   const Failed failed_;
   bool hasFailed_ = false;
   Inbox inbox_;
-  const PipelinePtr pipeline_;
-  ObjectPtr<GstElement> source_;
-  std::future<void> opening_;  // last: its thread uses the rest
+  Parts parts_;
 };
 
 }  // namespace webrtc

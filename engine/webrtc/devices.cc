@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <optional>
+#include <thread>
 #include <utility>
 
 namespace webrtc {
@@ -10,7 +11,9 @@ namespace {
 
 constexpr std::array kTypes = {DeviceType::kVideo, DeviceType::kAudioIn, DeviceType::kAudioOut};
 constexpr const char* kCameraClass = "Video/Source";
+constexpr std::array kSoundTypes = {DeviceType::kAudioIn, DeviceType::kAudioOut};
 constexpr const char* kSoundProvider = "pulsedeviceprovider";
+constexpr const char* kSoundPackage = "gstreamer1.0-pulseaudio";
 constexpr support::Time kShortestSoundDelay = std::chrono::seconds(1);
 constexpr support::Time kLongestSoundDelay = std::chrono::seconds(8);
 
@@ -42,6 +45,20 @@ std::string idOf(GstDevice* device, const GstStructure* properties) {
   return TextPtr(gst_device_get_display_name(device)).get();
 }
 
+// Null without its plugin. One of our own: the factory's is shared by all engines of the process,
+// and with it its bus.
+ObjectPtr<GstDeviceProvider> makeSoundProvider() {
+  const ObjectPtr<GstDeviceProviderFactory> found(gst_device_provider_factory_find(kSoundProvider));
+  const ObjectPtr<GstPluginFeature> factory(
+      found ? gst_plugin_feature_load(GST_PLUGIN_FEATURE(found.get())) : nullptr);
+  if (!factory) return nullptr;
+  const GType type = gst_device_provider_factory_get_device_provider_type(
+      GST_DEVICE_PROVIDER_FACTORY(factory.get()));
+  ObjectPtr<GstDeviceProvider> provider(GST_DEVICE_PROVIDER(g_object_new(type, nullptr)));
+  gst_object_ref_sink(provider.get());
+  return provider;
+}
+
 const Device* find(const std::vector<Device>& devices, const std::string& id) {
   const auto found = std::find_if(devices.begin(), devices.end(),
                                   [&id](const Device& device) { return device.id == id; });
@@ -58,6 +75,7 @@ void StopMonitor::operator()(GstDeviceMonitor* monitor) const {
 }
 
 void StopProvider::operator()(GstDeviceProvider* provider) const {
+  if (!provider) return;
   gst_device_provider_stop(provider);
   gst_object_unref(provider);
 }
@@ -69,11 +87,12 @@ Devices::Devices(support::EngineContext& context, Changed changed)
       soundTimer_(context.loop) {}
 
 void Devices::start() {
-  if (cameras_ && sound_) return;
-  if (!cameras_) startCameras();
-  if (!sound_) startSound();
-  refresh();
-  isListed_ = true;
+  if (!cameras_) {
+    startCameras();
+    refresh();
+    areCamerasListed_ = true;
+  }
+  if (!sound_) searchSound(false);
 }
 
 void Devices::startCameras() {
@@ -86,37 +105,57 @@ void Devices::startCameras() {
 
 // Not by a monitor as well: where PipeWire runs, a monitor leaves its sound to nobody but PipeWire,
 // whose devices have other identifiers than PulseAudio's.
-void Devices::startSound() {
-  const ObjectPtr<GstDeviceProviderFactory> found(gst_device_provider_factory_find(kSoundProvider));
-  const ObjectPtr<GstPluginFeature> factory(
-      found ? gst_plugin_feature_load(GST_PLUGIN_FEATURE(found.get())) : nullptr);
-  if (!factory) return;
-  const GType type = gst_device_provider_factory_get_device_provider_type(
-      GST_DEVICE_PROVIDER_FACTORY(factory.get()));
-  // One of our own: the factory's is shared by all engines of the process, and with it its bus.
-  ObjectPtr<GstDeviceProvider> provider(GST_DEVICE_PROVIDER(g_object_new(type, nullptr)));
-  gst_object_ref_sink(provider.get());
+void Devices::searchSound(bool isRepeated) {
+  if (isSoundSearched_) return;
+  auto provider = makeSoundProvider();
+  if (!provider) {
+    context_.log->write(std::string("there is no sound: ") + kSoundProvider +
+                        " is missing, install " + kSoundPackage);
+    soundListed();
+    return;
+  }
+  isSoundSearched_ = true;
   const ObjectPtr<GstBus> bus(gst_device_provider_get_bus(provider.get()));
   watch(bus.get());
-  if (gst_device_provider_start(provider.get())) sound_.reset(provider.release());
+  const auto search = [this, isRepeated,
+                       post = inbox_.poster()](ObjectPtr<GstDeviceProvider> asked) {
+    const bool isThere = gst_device_provider_start(asked.get()) != FALSE;
+    const std::shared_ptr<GstDeviceProvider> found(isThere ? asked.release() : nullptr,
+                                                   StopProvider());
+    post([this, found, isRepeated] { soundFound(found, isRepeated); });
+  };
+  std::thread(search, std::move(provider)).detach();
+}
+
+void Devices::soundFound(std::shared_ptr<GstDeviceProvider> found, bool isRepeated) {
+  isSoundSearched_ = false;
+  sound_ = std::move(found);
+  for (const DeviceType type : kSoundTypes) {
+    // A type of which one device works goes on with it.
+    if (!used(type)) types_[type].failedIds.clear();
+  }
+  refresh();
+  soundListed();
+  if (isRepeated && !sound_) restartSoundLater();
+}
+
+void Devices::soundListed() {
+  if (std::exchange(isSoundListed_, true)) return;
+  for (const DeviceType type : kSoundTypes)
+    select(type, std::exchange(types_[type].selectedId, ""));
+}
+
+bool Devices::isListed(DeviceType type) const {
+  return type == DeviceType::kVideo ? areCamerasListed_ : isSoundListed_;
 }
 
 void Devices::restartSoundLater() {
   if (std::exchange(isSoundAwaited_, true)) return;
   soundDelay_ = std::clamp(2 * soundDelay_, kShortestSoundDelay, kLongestSoundDelay);
-  soundTimer_.runAt(context_.loop.now() + soundDelay_, [this] { restartSound(); });
-}
-
-void Devices::restartSound() {
-  isSoundAwaited_ = false;
-  sound_.reset();
-  startSound();
-  for (const DeviceType type : {DeviceType::kAudioIn, DeviceType::kAudioOut}) {
-    // A type of which one device works goes on with it.
-    if (!used(type)) types_[type].failedIds.clear();
-  }
-  refresh();
-  if (!sound_) restartSoundLater();
+  soundTimer_.runAt(context_.loop.now() + soundDelay_, [this] {
+    isSoundAwaited_ = false;
+    searchSound(true);
+  });
 }
 
 void Devices::watch(GstBus* bus) {
@@ -177,7 +216,7 @@ void Devices::adopt(DeviceType type, std::vector<Device> devices) {
     soundDelay_ = {};
   }
   update(type);
-  if (!isListed_) return;
+  if (!isListed(type)) return;
   for (const auto& id : changedIds) {
     context_.notifier.notify(&INotifyCallback::NotifyDeviceChange, id, type);
   }
@@ -186,6 +225,10 @@ void Devices::adopt(DeviceType type, std::vector<Device> devices) {
 bool Devices::select(DeviceType type, const std::string& id) {
   start();
   DevicesOfType& ofType = types_[type];
+  if (!isListed(type)) {
+    ofType.selectedId = id;
+    return true;
+  }
   if (!id.empty() && !find(ofType.devices, id)) {
     context_.log->write("there is no device " + id);
     return false;

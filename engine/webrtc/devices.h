@@ -8,6 +8,7 @@
 #include <array>
 #include <functional>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -54,10 +55,11 @@ class Devices {
   Devices& operator=(const Devices&) = delete;
 
   // Looks for devices, and goes on watching them; again, after a sound server was not there. Blocks
-  // for some hundredths of a second.
+  // for some hundredths of a second, but never for the sound server, whose devices come later.
   void start();
   // An empty identifier stands for no choice of the application's. What is not there cannot be
-  // selected: that is logged and changes nothing.
+  // selected: that is logged and changes nothing. Until the sound server has answered for the first
+  // time, the choice waits for it.
   bool select(DeviceType type, const std::string& id);
   // Null when there is none. Valid until the engine's thread comes back to its loop.
   const Device* used(DeviceType type) const;
@@ -74,10 +76,14 @@ class Devices {
   };
 
   void startCameras();
-  void startSound();
+  // Asks the sound server on another thread, which is left behind when it does not answer.
+  void searchSound(bool isRepeated);
+  // Null when there is none.
+  void soundFound(std::shared_ptr<GstDeviceProvider> found, bool isRepeated);
+  void soundListed();
+  bool isListed(DeviceType type) const;
   // Nobody tells when the server of the sound has gone, nor when it has come back.
   void restartSoundLater();
-  void restartSound();
   // Has `bus` tell what is plugged and unplugged.
   void watch(GstBus* bus);
   void refresh();
@@ -87,14 +93,17 @@ class Devices {
   support::EngineContext& context_;
   const Changed changed_;
   std::map<DeviceType, DevicesOfType> types_;
-  bool isListed_ = false;  // what comes and goes from now on is news
+  // What comes and goes from then on is news.
+  bool areCamerasListed_ = false;
+  bool isSoundListed_ = false;
+  bool isSoundSearched_ = false;  // at this moment
   Inbox inbox_;
   support::Time soundDelay_ = {};  // before the last restart of the sound
   support::Timer soundTimer_;
   bool isSoundAwaited_ = false;  // the timer is set
   // Last: their threads use the rest. Null while they do not run.
   std::unique_ptr<GstDeviceMonitor, StopMonitor> cameras_;
-  std::unique_ptr<GstDeviceProvider, StopProvider> sound_;
+  std::shared_ptr<GstDeviceProvider> sound_;
 };
 
 }  // namespace webrtc

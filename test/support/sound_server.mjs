@@ -51,6 +51,11 @@ export class SoundServer {
     await this.#start();
   }
 
+  // Answers nobody any more, until the end.
+  pause() {
+    this.#daemon.kill('SIGSTOP');
+  }
+
   async #start() {
     const daemon = spawn(
       'pulseaudio',
@@ -78,6 +83,7 @@ export class SoundServer {
   async #stop() {
     const daemon = this.#daemon;
     daemon.kill();
+    daemon.kill('SIGCONT');
     if (daemon.exitCode === null && daemon.signalCode === null) await once(daemon, 'exit');
   }
 

@@ -8,6 +8,7 @@ import { test } from 'node:test';
 
 import { CameraServer } from '../../support/camera_server.mjs';
 import { startProcess } from '../../support/commanded_process.mjs';
+import { SilentServer } from '../../support/silent_server.mjs';
 import { SoundServer, shareOf } from '../../support/sound_server.mjs';
 import { LOCAL, remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
@@ -197,6 +198,55 @@ test('microphones and speakers change during a call', async (t) => {
     await ours.hears(t, isTone(880), 'left');
     assert.equal((await member.does('leave')).code, 0);
   });
+});
+
+// Whether a client of PulseAudio still waits for the server's first answer, which it does for half a
+// minute.
+const isAwaited = ({ connections }) => connections.some(({ destroyed }) => !destroyed);
+
+test('a call goes on, and ends, while the sound server does not answer', async (t) => {
+  const server = await startServer(t, { rooms: { meeting: {} } });
+  const silent = await SilentServer.start(t);
+  const directory = temporaryDirectory(t);
+  const member = startProcess(t, './support/processes/room_member.mjs', {
+    environment: { PULSE_SERVER: `tcp:127.0.0.1:${silent.port}` },
+  });
+  await member.does('open', directory, SMALL);
+  await silent.reached();
+  const uri = server.uri('meeting', { camera: 'card' });
+  assert.deepEqual(await member.does('join', uri), { connected: true });
+  await member.does('picture', LOCAL);
+  assert.equal((await member.does('leave')).code, 0);
+  await member.does('call', 'destroy');
+  await member.does('open', directory, SMALL);
+  assert.deepEqual(await member.does('join', uri), { connected: true });
+  assert.ok(isAwaited(silent), 'the sound server was given up before');
+  await member.does('exit', 3);
+  assert.deepEqual(await member.ended, { code: 3, signal: null });
+});
+
+test('a call ends, and the next one begins, when its sound server does not answer any more', async (t) => {
+  const server = await startServer(t, { rooms: { meeting: {} } });
+  const [ours, theirs] = [await SoundServer.start(t), await SoundServer.start(t)];
+  await ours.plugMicrophone('low', 500);
+  const member = startProcess(t, './support/processes/room_member.mjs', {
+    environment: ours.environment,
+  });
+  await member.does('open', temporaryDirectory(t), SMALL);
+  await member.does('call', 'setAudioInDevice', microphone('low'));
+  const uri = server.uri('meeting', { camera: 'card' });
+  await member.does('join', uri);
+  const other = await openMember(t, { environment: theirs.environment });
+  await other.does('join', server.uri('meeting', { microphone: 'tone:880' }));
+  await theirs.hears(t, (samples) => shareOf(500, samples) > 0.5);
+  await ours.hears(t, (samples) => shareOf(880, samples) > 0.5);
+
+  ours.pause();
+  assert.equal((await member.does('leave')).code, 0);
+  assert.deepEqual(await member.does('join', uri), { connected: true });
+  await member.does('picture', LOCAL);
+  await member.does('exit', 3);
+  assert.deepEqual(await member.ended, { code: 3, signal: null });
 });
 
 test('a process that exits while it previews a camera closes it first', async (t) => {

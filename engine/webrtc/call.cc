@@ -80,7 +80,7 @@ bool isNumber(const std::string& room) {
 
 Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
            LocalVideo& localVideo, Devices& devices, int id, CallTarget target,
-           const tsl::ConnectParams& params, PeopleChanged peopleChanged)
+           const tsl::ConnectParams& params, Handlers handlers)
     : context_(context),
       pool_(std::move(pool)),
       localVideo_(localVideo),
@@ -88,12 +88,12 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
       target_(std::move(target)),
       params_(params),
       devices_(devices),
-      peopleChanged_(std::move(peopleChanged)),
+      handlers_(std::move(handlers)),
       ownState_{.guid = params.meetingGuid,
                 .isAudioMuted = params.mediaStreamState.outgoingAudioMuted,
                 .isVideoMuted = params.mediaStreamState.outgoingVideoMuted,
                 .received = std::nullopt},
-      ownSpeech_(context.loop, peopleChanged_),
+      ownSpeech_(context.loop, handlers_.peopleChanged),
       incoming_(incomingOf(params.mediaStreamState)),
       inbox_(context.loop),
       timer_(context.loop),
@@ -263,7 +263,7 @@ void Call::joined() {
   }
   for (const auto& [key, participant] : participants_) participant->announce();
   watchArrival();
-  peopleChanged_();
+  handlers_.peopleChanged();
 }
 
 void Call::watchArrival() {
@@ -307,6 +307,7 @@ void Call::received(const Json& data) {
     return;
   }
   addFeeds(data);
+  moderate(data);
   for (const char* const gone : {"unpublished", "leaving"}) {
     const Json& id = memberOf(data, gone);
     if (id == "ok" && textAt(data, "reason") == "kicked") {
@@ -324,7 +325,7 @@ void Call::addFeeds(const Json& data) {
     addFeed(*feed);
   }
   updateLayers();
-  peopleChanged_();
+  handlers_.peopleChanged();
 }
 
 void Call::addFeed(const Feed& feed) {
@@ -344,7 +345,7 @@ void Call::addFeed(const Feed& feed) {
         std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(),
                                       turnServers_->ice(), room_, feed, *place, incoming_, [this] {
                                         updateReceptions();
-                                        peopleChanged_();
+                                        handlers_.peopleChanged();
                                       });
     if (isJoined()) participant->announce();
     participants_.emplace(key, std::move(participant));
@@ -360,7 +361,22 @@ void Call::removeFeed(const Json& id) {
   participants_.erase(key);
   if (const auto next = admission_.remove(key)) addFeed(*next);
   updateReceptions();
-  peopleChanged_();
+  handlers_.peopleChanged();
+}
+
+void Call::moderate(const Json& data) {
+  const std::string moderation = textAt(data, "moderation");
+  if (moderation != "muted" && moderation != "unmuted") return;
+  const bool isMuted = moderation == "muted";
+  const Json& id = memberOf(data, "id");
+  const std::string mid = textAt(data, "mid");
+  if (id == ownId_) {
+    const auto type = Publisher::typeOf(mid);
+    if (type) handlers_.moderated(*type, isMuted);
+  } else if (const auto found = participants_.find(id.dump()); found != participants_.end()) {
+    found->second->moderate(mid, isMuted);
+    handlers_.peopleChanged();
+  }
 }
 
 void Call::updateReceptions() {
@@ -416,13 +432,13 @@ void Call::setTopRung(int rung) {
 void Call::setAudioMuted(bool isMuted) {
   ownState_.isAudioMuted = isMuted;
   if (publisher_) publisher_->setState(ownState_);
-  peopleChanged_();
+  handlers_.peopleChanged();
 }
 
 void Call::setVideoMuted(bool isMuted) {
   ownState_.isVideoMuted = isMuted;
   if (publisher_) publisher_->setState(ownState_);
-  peopleChanged_();
+  handlers_.peopleChanged();
 }
 
 void Call::collectStatistics(support::Time window, tsl::MeetingStats& stats) {
@@ -488,7 +504,7 @@ void Call::comeBack(const std::string& reason) {
   context_.log->write("call " + std::to_string(id_) + " comes back: " + reason);
   state_ = State::kConnecting;
   releaseSession();
-  peopleChanged_();
+  handlers_.peopleChanged();
   timer_.runAt(isFirst ? now : now + kRetryPeriod, [this] { connect(); });
 }
 
@@ -501,7 +517,7 @@ void Call::freePlaces() {
     if (participants_.contains(key)) continue;
     if (const auto next = admission_.remove(key)) addFeed(*next);
   }
-  peopleChanged_();
+  handlers_.peopleChanged();
 }
 
 void Call::end(int code, const std::string& reason) {
@@ -509,7 +525,9 @@ void Call::end(int code, const std::string& reason) {
   state_ = State::kOver;
   isReturning_ = false;
   release();
-  peopleChanged_();
+  // The room's mutes end with the call.
+  for (const MediaType type : kMedia) handlers_.moderated(type, false);
+  handlers_.peopleChanged();
   context_.log->write("call " + std::to_string(id_) + " ended: " + reason);
   context_.notifier.notify(&INotifyCallback::NotifyCallConnectionStatus, false);
   context_.notifier.notify(&INotifyCallback::NotifyCallDisconnect, id_, reason, code);

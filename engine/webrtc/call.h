@@ -35,12 +35,16 @@ namespace webrtc {
 // engine; belongs to its thread.
 class Call {
  public:
-  // Called when people() may have changed.
-  using PeopleChanged = std::function<void()>;
+  struct Handlers {
+    // people() may have changed.
+    std::function<void()> peopleChanged;
+    // The room mutes our audio or video, or does so no longer.
+    std::function<void(MediaType type, bool isMuted)> moderated;
+  };
 
   Call(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
        LocalVideo& localVideo, Devices& devices, int id, CallTarget target,
-       const tsl::ConnectParams& params, PeopleChanged peopleChanged);
+       const tsl::ConnectParams& params, Handlers handlers);
   // Ends the call without a word to the application.
   ~Call();
   Call(const Call&) = delete;
@@ -94,6 +98,8 @@ class Call {
   void addFeeds(const Json& data);
   void addFeed(const Feed& feed);
   void removeFeed(const Json& id);
+  // The room mutes or unmutes somebody's stream.
+  void moderate(const Json& data);
   // Brings what is received in line with the layout.
   void updateReceptions();
   // Makes everybody encode the layers only that somebody receives.
@@ -123,7 +129,7 @@ class Call {
   const CallTarget target_;
   const tsl::ConnectParams params_;
   Devices& devices_;
-  const PeopleChanged peopleChanged_;
+  const Handlers handlers_;
 
   State state_ = State::kConnecting;
   OwnState ownState_;

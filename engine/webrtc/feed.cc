@@ -80,9 +80,15 @@ std::optional<Feed> parseFeed(const Json& publisher) {
     const Json state = stateOf(stream);
     const bool isMuted = flagAt(state, "muted");
     const std::string type = textAt(stream, "type");
-    if (!flagAt(stream, "disabled")) feed.mids.insert(textAt(stream, "mid"));
-    if (type == "audio") feed.isAudioMuted = isMuted;
+    const std::string mid = textAt(stream, "mid");
+    if (!flagAt(stream, "disabled")) feed.mids.insert(mid);
+    if (flagAt(stream, "moderated")) feed.moderatedMids.insert(mid);
+    if (type == "audio") {
+      feed.audioMid = mid;
+      feed.isAudioMuted = isMuted;
+    }
     if (type == "video") {
+      feed.videoMid = mid;
       feed.isVideoMuted = isMuted;
       feed.layerHeights = heightsAt(state);
       feed.received = receivedHeightsAt(state);

@@ -27,6 +27,10 @@ struct Feed {
   // With which it receives the videos of others; nothing when it receives none.
   std::optional<Heights> received = Heights();
   std::set<std::string> mids;  // of the streams that are sent
+  // Of the last stream of each kind; empty without one.
+  std::string audioMid;
+  std::string videoMid;
+  std::set<std::string> moderatedMids;  // of the streams that the room has muted
 
   // The identifier as a text.
   std::string key() const { return id.dump(); }

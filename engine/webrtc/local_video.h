@@ -35,7 +35,6 @@ class LocalVideo {
   // Notified as the local stream's coming and going.
   void setCapturing(bool isCapturing);
   void setMuted(bool isMuted);
-  bool isMuted() const { return isMuted_; }
   // There is a camera, and it captures.
   bool isShowing() const { return capture_.has_value(); }
   // Which camera captures, and how. What is not there, or what no camera can do, is logged and

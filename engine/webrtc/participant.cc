@@ -241,9 +241,9 @@ support::Person Participant::person() const {
           .csrc = csrc(),
           .guid = feed_.guid,
           .name = feed_.name,
-          .audioMuted = feed_.isAudioMuted,
-          .videoMuted = feed_.isVideoMuted,
-          .speaking = speech_.isSpeaking() && !feed_.isAudioMuted};
+          .audioMuted = isAudioMuted(),
+          .videoMuted = isVideoMuted(),
+          .speaking = speech_.isSpeaking() && !isAudioMuted()};
 }
 
 void Participant::notifyAdded() {
@@ -261,10 +261,23 @@ void Participant::notifyRemoved() {
 void Participant::update(const Feed& feed) {
   const bool wasVideoShown = isVideoShown();
   const bool sendsMore = feed.sendsMoreThan(feed_);
+  // What the room has muted is told by events; not every list of publishers has it.
+  auto moderatedMids = std::move(feed_.moderatedMids);
   feed_ = feed;
+  feed_.moderatedMids = std::move(moderatedMids);
   askForWanted();
   if (isVideoShown() != wasVideoShown) showVideo();
   if (sendsMore) reconnect();
+}
+
+void Participant::moderate(const std::string& mid, bool isMuted) {
+  const bool wasVideoShown = isVideoShown();
+  if (isMuted) {
+    feed_.moderatedMids.insert(mid);
+  } else {
+    feed_.moderatedMids.erase(mid);
+  }
+  if (isVideoShown() != wasVideoShown) showVideo();
 }
 
 void Participant::setIncoming(Incoming incoming) {
@@ -287,8 +300,8 @@ void Participant::receive(const support::Reception& reception) {
 bool Participant::isMissing(MediaType type) {
   const support::Time now = context_.loop.now();
   return type == MediaType::kVideo
-             ? videoArrival_.isMissing(now, wanted().video && !feed_.isVideoMuted)
-             : audioArrival_.isMissing(now, wanted().audio && !feed_.isAudioMuted);
+             ? videoArrival_.isMissing(now, wanted().video && !isVideoMuted())
+             : audioArrival_.isMissing(now, wanted().audio && !isAudioMuted());
 }
 
 Traffic Participant::closeWindow(support::Time length) {

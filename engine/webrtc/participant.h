@@ -62,6 +62,8 @@ class Participant {
   void announce();
   // What the participant tells of itself has changed.
   void update(const Feed& feed);
+  // The room mutes the stream with this mid, or does so no longer.
+  void moderate(const std::string& mid, bool isMuted);
   // The server does not send disabled media.
   void setIncoming(Incoming incoming);
   // With which the participant's video is received; nothing while it is not.
@@ -101,7 +103,14 @@ class Participant {
   Wanted wanted() const;
   // Asks the server for what is wanted, unless it sends that.
   void askForWanted();
-  bool isVideoShown() const { return isSubscribed_ && wanted().video && !feed_.isVideoMuted; }
+  // By the participant or by the room.
+  bool isAudioMuted() const {
+    return feed_.isAudioMuted || feed_.moderatedMids.contains(feed_.audioMid);
+  }
+  bool isVideoMuted() const {
+    return feed_.isVideoMuted || feed_.moderatedMids.contains(feed_.videoMid);
+  }
+  bool isVideoShown() const { return isSubscribed_ && wanted().video && !isVideoMuted(); }
   void showVideo();
   void answer(const std::string& sdp);
   // In the place of the present stream, if there is one.

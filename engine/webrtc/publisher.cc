@@ -52,6 +52,12 @@ Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOpti
       videoPlace_(connection_.addPlace(VideoSender::formats(settings.videoSsrc))),
       audio_(connection_, settings.state.isAudioMuted) {}
 
+std::optional<MediaType> Publisher::typeOf(const std::string& mid) {
+  if (mid == kVideoMid) return MediaType::kVideo;
+  if (mid == kAudioMid) return MediaType::kAudio;
+  return std::nullopt;
+}
+
 void Publisher::start() {
   connection_.start();
   connection_.makeOffer([this](const std::string& offer) { publish(offer); });

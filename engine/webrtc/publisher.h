@@ -18,6 +18,7 @@
 #include "engine/webrtc/peer_connection.h"
 #include "engine/webrtc/video_layers.h"
 #include "engine/webrtc/video_sender.h"
+#include "tesselclient/types.h"
 
 namespace webrtc {
 
@@ -69,6 +70,9 @@ class Publisher {
   void setState(const OwnState& state);
   // The heights with which the others receive videos; nothing when nobody does.
   void setReceived(const std::optional<Heights>& heights);
+
+  // Of the media line with this mid; nothing when there is none.
+  static std::optional<MediaType> typeOf(const std::string& mid);
 
   // The server has accepted what we send; only a way for it may be missing.
   bool isAccepted() const { return isAccepted_; }

@@ -79,8 +79,11 @@ void WebrtcEngine::connect(const tsl::ConnectParams& params) {
     openClips(target);
     devices_.start();
     ExitGuard::arm();
-    call_ = std::make_unique<Call>(context_, pool_, localVideo_, devices_, callId,
-                                   std::move(target), params, [this] { roster_.update(); });
+    call_ = std::make_unique<Call>(
+        context_, pool_, localVideo_, devices_, callId, std::move(target), params,
+        Call::Handlers{
+            .peopleChanged = [this] { roster_.update(); },
+            .moderated = [this](MediaType type, bool isMuted) { moderate(type, isMuted); }});
   } catch (const CallFailure& failure) {
     refuse(callId, failure);
     return;
@@ -116,8 +119,25 @@ void WebrtcEngine::disconnect() {
 }
 
 void WebrtcEngine::muteLocalVideo(bool mute) {
-  localVideo_.setMuted(mute);
-  context_.notifier.notify(&INotifyCallback::NotifyMediaMuteState, MediaType::kVideo, mute);
+  mutes_[MediaType::kVideo].byApplication = mute;
+  muteAndNotify(MediaType::kVideo);
+}
+
+void WebrtcEngine::muteAndNotify(MediaType type) {
+  const bool isMuted = mutes_[type].isMuted();
+  if (type == MediaType::kVideo) {
+    localVideo_.setMuted(isMuted);
+  } else if (call_) {
+    call_->setAudioMuted(isMuted);
+  }
+  context_.notifier.notify(&INotifyCallback::NotifyMediaMuteState, type, isMuted);
+}
+
+void WebrtcEngine::moderate(MediaType type, bool isMuted) {
+  Mute& mute = mutes_[type];
+  const bool wasMuted = mute.isMuted();
+  mute.byRoom = isMuted;
+  if (mute.isMuted() != wasMuted) muteAndNotify(type);
 }
 
 void WebrtcEngine::cameraChanged() {
@@ -131,9 +151,8 @@ void WebrtcEngine::tellVideoMuted() {
 }
 
 void WebrtcEngine::muteLocalAudio(bool mute) {
-  isAudioMuted_ = mute;
-  if (call_) call_->setAudioMuted(mute);
-  context_.notifier.notify(&INotifyCallback::NotifyMediaMuteState, MediaType::kAudio, mute);
+  mutes_[MediaType::kAudio].byApplication = mute;
+  muteAndNotify(MediaType::kAudio);
 }
 
 void WebrtcEngine::muteRemoteAudio(bool mute) {
@@ -154,8 +173,8 @@ void WebrtcEngine::updateMediaState(const tsl::MediaStreamState& state) {
 }
 
 void WebrtcEngine::setMuted(bool isAudioMuted, bool isVideoMuted) {
-  if (isVideoMuted != localVideo_.isMuted()) muteLocalVideo(isVideoMuted);
-  if (isAudioMuted != isAudioMuted_) muteLocalAudio(isAudioMuted);
+  if (isVideoMuted != mutes_[MediaType::kVideo].byApplication) muteLocalVideo(isVideoMuted);
+  if (isAudioMuted != mutes_[MediaType::kAudio].byApplication) muteLocalAudio(isAudioMuted);
 }
 
 void WebrtcEngine::selectMicrophone(const tsl::AudioInDevice& device) {

@@ -4,6 +4,7 @@
 #define ENGINE_WEBRTC_WEBRTC_ENGINE_H_
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -56,11 +57,21 @@ class WebrtcEngine final : public support::Engine {
   void collectStatistics(support::Time window, tsl::MeetingStats& stats) override;
 
  private:
+  struct Mute {
+    bool byApplication = false;
+    bool byRoom = false;
+
+    bool isMuted() const { return byApplication || byRoom; }
+  };
+
   // What cannot be made ready is logged; a call then says what is missing.
   void warmUp();
   void deviceChanged(DeviceType type);
   void cameraChanged();
   void setMuted(bool isAudioMuted, bool isVideoMuted);
+  // The room has muted or unmuted something of ours.
+  void moderate(MediaType type, bool isMuted);
+  void muteAndNotify(MediaType type);
   // Without a camera that captures the video counts as muted, so that the others clear its picture.
   void tellVideoMuted();
   std::vector<support::Person> people() const;
@@ -70,7 +81,7 @@ class WebrtcEngine final : public support::Engine {
   const std::shared_ptr<support::FramePool> pool_;
   Devices devices_;
   LocalVideo localVideo_;
-  bool isAudioMuted_ = false;
+  std::map<MediaType, Mute> mutes_;
   bool isRemoteAudioMuted_ = false;
   bool isAudioDebugged_ = false;
   int lastCallId_ = 0;

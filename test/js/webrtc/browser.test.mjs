@@ -8,6 +8,7 @@ import { test } from 'node:test';
 import { sfuToken } from '../../../examples/operating/sfu_token.mjs';
 import { guestLink, servePage } from '../../../examples/sfu/guest_page.mjs';
 import { writeCardClip } from '../../support/card_clip.mjs';
+import { JanusAdministrator } from '../../support/janus_administrator.mjs';
 import { PATIENCE_MS, openBrowser } from '../../support/meeting_app/browser.mjs';
 import { SECRETS, runExample, startConfiguredSfu } from '../../support/operating.mjs';
 import { SoundServer, shareOf } from '../../support/sound_server.mjs';
@@ -18,6 +19,8 @@ import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const CARD_CODE = readFileSync(new URL('../../support/card_code.mjs', import.meta.url), 'utf8');
 const ROOM = 'meeting';
+// In the order in which the page adds its tracks.
+const [VIDEO_MID, AUDIO_MID] = ['0', '1'];
 const TONES = { Ada: 440, Ben: 660, Grace: 880 };
 
 // The guest's page in a browser whose camera is `cameraArguments`.
@@ -125,6 +128,20 @@ for (const videocodec of ['vp8', 'h264']) {
         assert.equal(card?.detail, expected);
       }
     }
+
+    // The browser does not tell that it is muted, but the room does.
+    const administrator = await JanusAdministrator.connect(t, janus);
+    const { participants } = await administrator.ask({ request: 'listparticipants', room: ROOM });
+    const { id } = participants.find(({ display }) => display === 'Grace');
+    const moderate = (mid, mute) =>
+      administrator.ask({ request: 'moderate', room: ROOM, id, mid, mute });
+    await moderate(VIDEO_MID, true);
+    await members[0].does('cleared', remote(0));
+    await moderate(AUDIO_MID, true);
+    await members[0].does('knows', 'Grace', { videoMuted: true, audioMuted: true });
+    await moderate(VIDEO_MID, false);
+    const { card } = await members[0].does('picture', remote(0));
+    assert.equal(card?.detail, 77);
 
     await page.getByRole('button', { name: 'Leave' }).click();
     await members[0].does('seen', 'streamRemoved', remote(0));

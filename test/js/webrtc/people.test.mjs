@@ -6,6 +6,7 @@ import { writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { test } from 'node:test';
 
+import { JanusAdministrator } from '../../support/janus_administrator.mjs';
 import { startMonitoredServer } from '../../support/janus_monitor.mjs';
 import { SoundServer, shareOf } from '../../support/sound_server.mjs';
 import { LOCAL, remote } from '../../support/streams.mjs';
@@ -69,6 +70,41 @@ test('a participant who joins with muted video has no picture until it is unmute
   await ada.does('call', 'updateMediaStreamState', EVERYTHING);
   const { card } = await zoe.does('picture', remote(0));
   assert.equal(card?.detail, 1);
+});
+
+test('a participant whom the room mutes is muted until the room unmutes it or the call ends', async (t) => {
+  const room = 'meeting';
+  const server = await startServer(t, { rooms: { [room]: { secret: 's' } } });
+  const zoe = await join(t, server, 'Zoë', { detail: 2 });
+  const ada = await join(t, server, 'Ada', { detail: 1, microphone: `tone:${TONE}` });
+  await zoe.does('picture', remote(0));
+  const administrator = await JanusAdministrator.connect(t, server);
+  const { participants } = await administrator.ask({ request: 'listparticipants', room });
+  const { id } = participants.find(({ display }) => display === 'Ada');
+  const moderate = (mid, mute) =>
+    administrator.ask({ request: 'moderate', room, secret: 's', id, mid, mute });
+  const answered = (mediaType, muted) => ada.does('seen', 'mediaMuteState', { mediaType, muted });
+
+  await moderate('video0', true);
+  await answered('video', true);
+  await zoe.does('knows', 'Ada', { videoMuted: true, audioMuted: false, speaking: true });
+  await zoe.does('cleared', remote(0));
+  await ada.does('cleared', LOCAL);
+  await ada.does('forget');
+  await ada.does('call', 'muteLocalVideo', false);
+  await answered('video', true);
+  assert.equal(await ada.does('hasPicture', LOCAL), false);
+  await moderate('video0', false);
+  await answered('video', false);
+  const { card } = await zoe.does('picture', remote(0));
+  assert.equal(card?.detail, 1);
+
+  await moderate('audio1', true);
+  await answered('audio', true);
+  await zoe.does('knows', 'Ada', { audioMuted: true, speaking: false, videoMuted: false });
+  await ada.does('forget');
+  await ada.does('leave');
+  await answered('audio', false);
 });
 
 test('disabled incoming video is not sent, and restarts with whole pictures', async (t) => {

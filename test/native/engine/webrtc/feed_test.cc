@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -67,6 +68,21 @@ TEST(Feed, ReceivesTheWholeHeightWhenItDoesNotTell) {
     EXPECT_EQ(feed.received, Heights()) << receives;
   }
   EXPECT_EQ(feedWithVideo("my camera").received, Heights());
+}
+
+TEST(Feed, HasTheStreamsThatTheRoomHasMuted) {
+  const auto feed = parseFeed(Json::parse(R"({
+    "id": 7,
+    "streams": [
+      {"type": "audio", "mid": "0", "moderated": true},
+      {"type": "video", "mid": "1", "moderated": false},
+      {"type": "data", "mid": "2"}
+    ]})"));
+  ASSERT_TRUE(feed);
+  EXPECT_EQ(feed->audioMid, "0");
+  EXPECT_EQ(feed->videoMid, "1");
+  EXPECT_EQ(feed->moderatedMids, (std::set<std::string>{"0"}));
+  EXPECT_FALSE(feed->isAudioMuted);
 }
 
 TEST(Feed, SendsMoreWhenAStreamIsNewOrEnabled) {

@@ -7,7 +7,6 @@ namespace {
 
 // Bits for a pixel, at 30 frames per second, above which the encoders gain little.
 constexpr double kBitsPerPixel = 0.1;
-constexpr std::uint32_t kLeastBitsPerSecond = 150'000;
 constexpr std::uint32_t kLeastHeight = 90;  // of a layer below the highest
 
 // The share of its bits with which a layer is still sent, and with which it is sent again.
@@ -56,16 +55,20 @@ LayerPlan planLayers(const std::vector<support::Size>& sizes,
     plan.first = layerFor(heights, received->most);
     plan.last = layerFor(heights, received->least);
   }
+  const std::size_t firstReceived = plan.first;
   const double bits = std::max(most, kLeastBitsPerSecond);
   const auto wanted = [&](std::size_t first) {
     double sum = 0;
     for (std::size_t layer = first; layer <= plan.last; ++layer) sum += wantedBits(sizes[layer]);
     return sum;
   };
+  const double allWanted = std::max<double>(wanted(plan.first), kLeastBitsPerSecond);
+  plan.wantedBitsPerSecond = static_cast<std::uint32_t>(std::min<double>(allWanted, UINT32_MAX));
   for (; plan.first + 1 < sizes.size(); ++plan.first) {
-    const double share = plan.first < before.first ? kShareToReturn : kShareToStay;
+    const double share = plan.first < before.leftOut ? kShareToReturn : kShareToStay;
     if (share * wantedBits(sizes[plan.first]) + wanted(plan.first + 1) <= bits) break;
   }
+  if (plan.first > firstReceived) plan.leftOut = plan.first;
   plan.last = std::max(plan.first, plan.last);
   const double sum = wanted(plan.first);
   const double share = std::max<double>(std::min(sum, bits), kLeastBitsPerSecond) / sum;

@@ -13,6 +13,8 @@
 namespace webrtc {
 
 inline constexpr std::size_t kMostLayers = 3;
+// Of all layers together; with less there is no picture to speak of.
+inline constexpr std::uint32_t kLeastBitsPerSecond = 150'000;
 
 // The heights with which somebody receives videos; without a limit, the whole height.
 struct Heights {
@@ -41,15 +43,17 @@ struct LayerPlan {
   std::size_t first = 0;
   std::size_t last = 0;
   std::vector<std::uint32_t> bitsPerSecond;  // of each layer; 0 for those that are not sent
-  bool isStrict = false;                     // the layers get less than is good for them
+  std::uint32_t wantedBitsPerSecond = 0;     // that of the layers that are received
+  std::size_t leftOut = 0;                   // how many, from the highest, do not fit
+  bool isStrict = false;                     // the layers get less than they want
 
   bool isSent(std::size_t layer) const { return layer >= first && layer <= last; }
 };
 
 // For layers of these sizes, the highest first, that are received with these heights; of a video
 // that nobody receives the highest is sent. All together have `most` bits per second: where that is
-// far too little for the highest one that is sent, the next lower one takes its place, which stays
-// until there is clearly more than `before`.
+// far too little for the highest one that is received, the next lower one takes its place. One that
+// was left out `before` returns when there is clearly more.
 LayerPlan planLayers(const std::vector<support::Size>& sizes,
                      const std::optional<Heights>& received, std::uint32_t most,
                      const LayerPlan& before);

@@ -1,5 +1,7 @@
 #include "engine/webrtc/publisher.h"
 
+#include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "engine/webrtc/audio_level.h"
@@ -38,6 +40,7 @@ Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOpti
                        [this] {
                          connection_.watchFeedback();
                          if (video_) video_->start();
+                         followUplink();
                          handlers_.connected();
                        },
                    .failed = [this](const std::string& reason) { handlers_.failed(reason); },
@@ -49,7 +52,9 @@ Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOpti
                          });
                        },
                    .told = [this](GstMessage* message) { read(message); }}),
-      videoPlace_(connection_.addPlace(VideoSender::formats(settings.videoSsrc))) {
+      videoPlace_(connection_.addPlace(VideoSender::formats(settings.videoSsrc))),
+      loop_(loop),
+      rateTimer_(loop) {
   if (isContent()) {
     // Its receivers do not tell with which heights they receive it.
     received_ = Heights();
@@ -122,6 +127,18 @@ void Publisher::setReceived(const std::optional<Heights>& heights) {
   if (video_) video_->setReceived(heights);
 }
 
+void Publisher::followUplink() {
+  constexpr support::Time kPeriod = std::chrono::seconds(1);
+  rateTimer_.runAt(loop_.now() + kPeriod, [this] { followUplink(); });
+  const std::uint32_t wanted = video_ ? video_->wantedBitsPerSecond() : 0;
+  if (wanted == 0) return;
+  std::uint32_t most = std::min(settings_.mostBitsPerSecond, wanted);
+  if (const auto granted = connection_.grantedBitsPerSecond()) most = std::min(most, granted);
+  auto reports = connection_.counts().reports;
+  std::erase_if(reports, [this](const auto& each) { return !repetitions_.contains(each.first); });
+  video_->setMost(rate_.update(reports, most));
+}
+
 void Publisher::setState(const OwnState& state) {
   state_ = state;
   if (audio_) audio_->setMuted(state.isAudioMuted);
@@ -139,10 +156,13 @@ void Publisher::tellState() {
 
 Traffic Publisher::closeWindow(support::Time length) {
   const std::uint32_t ssrc = video_ ? video_->highestSsrc() : settings_.videoSsrc;
-  Traffic traffic = meter_.closeWindow(
-      length, connection_.counts(),
-      {.audio = audio_ ? audio_->ssrc() : 0, .video = ssrc, .repeatedVideo = repetitions_[ssrc]},
-      video_ ? video_->encoded() : FrameCounts());
+  const auto repeated = repetitions_.find(ssrc);
+  Traffic traffic =
+      meter_.closeWindow(length, connection_.counts(),
+                         {.audio = audio_ ? audio_->ssrc() : 0,
+                          .video = ssrc,
+                          .repeatedVideo = repeated == repetitions_.end() ? 0 : repeated->second},
+                         video_ ? video_->encoded() : FrameCounts());
   // Whichever layer it is, it is that stream's.
   traffic.videoSsrc = settings_.videoSsrc;
   return traffic;

@@ -16,6 +16,7 @@
 #include "engine/webrtc/janus_session.h"
 #include "engine/webrtc/layer_plan.h"
 #include "engine/webrtc/peer_connection.h"
+#include "engine/webrtc/uplink_rate.h"
 #include "engine/webrtc/video_layers.h"
 #include "engine/webrtc/video_sender.h"
 #include "tesselclient/types.h"
@@ -95,6 +96,8 @@ class Publisher {
   // In the encoding that the room takes, if it is one of ours.
   void addVideo(const std::string& encoding);
   void setLayerSizes(const std::vector<support::Size>& sizes);
+  // Sends as much as the way to the server and the server take.
+  void followUplink();
   void tellState();
   Json descriptions() const;
   // On a thread of the connection's.
@@ -117,6 +120,9 @@ class Publisher {
   // By the SSRC of what is sent.
   std::map<std::uint32_t, std::uint32_t> repetitions_;
   ConnectionMeter meter_;
+  support::TaskLoop& loop_;
+  UplinkRate rate_;
+  support::Timer rateTimer_;
 };
 
 }  // namespace webrtc

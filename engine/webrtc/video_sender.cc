@@ -119,7 +119,9 @@ bool VideoSender::canLayer(const std::string& encoding) {
 
 VideoSender::VideoSender(PeerConnection& connection, GstPad* place, const std::string& encoding,
                          Settings settings)
-    : settings_(std::move(settings)), limit_(encodingOf(encoding)->limit) {
+    : settings_(std::move(settings)),
+      limit_(encodingOf(encoding)->limit),
+      mostBitsPerSecond_(settings_.mostBitsPerSecond) {
   GstElement* const bin = gst_bin_new(nullptr);
   GstElement* const funnel = makeElement("rtpfunnel");
   gst_bin_add(GST_BIN(bin), funnel);
@@ -173,6 +175,18 @@ void VideoSender::setReceived(const std::optional<Heights>& heights) {
   plan();
 }
 
+void VideoSender::setMost(std::uint32_t bitsPerSecond) {
+  base::MutexLock lock(mutex_);
+  if (bitsPerSecond == mostBitsPerSecond_) return;
+  mostBitsPerSecond_ = bitsPerSecond;
+  plan();
+}
+
+std::uint32_t VideoSender::wantedBitsPerSecond() const {
+  base::MutexLock lock(mutex_);
+  return plan_.wantedBitsPerSecond;
+}
+
 std::uint32_t VideoSender::highestSsrc() const {
   base::MutexLock lock(mutex_);
   return layers_[plan_.first].ssrc;
@@ -206,7 +220,7 @@ void VideoSender::send(const std::shared_ptr<support::Frame>& frame) {
 void VideoSender::plan() {
   if (sizes_.empty()) return;
   const LayerPlan before =
-      std::exchange(plan_, planLayers(sizes_, received_, settings_.mostBitsPerSecond, plan_));
+      std::exchange(plan_, planLayers(sizes_, received_, mostBitsPerSecond_, plan_));
   encoded_->highest = plan_.first;
   for (std::size_t index = plan_.first; index <= plan_.last; ++index) {
     limit_(layers_[index].encoder.get(), plan_.bitsPerSecond[index], plan_.isStrict);

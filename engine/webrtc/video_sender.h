@@ -33,7 +33,7 @@ class VideoSender {
  public:
   struct Settings {
     std::vector<std::uint32_t> ssrcs;     // of the layers, or the only one; the highest first
-    std::uint32_t mostBitsPerSecond = 0;  // of all layers
+    std::uint32_t mostBitsPerSecond = 0;  // of all layers, at first
     std::shared_ptr<support::FramePool> pool;
     // Called with the new sizes of the layers that the frames become, the highest first, on the
     // thread that sends.
@@ -60,6 +60,10 @@ class VideoSender {
   // The heights with which others receive videos; nothing when nobody does, as at the beginning.
   void setReceived(const std::optional<Heights>& heights) EXCLUDES(mutex_);
   void send(const std::shared_ptr<support::Frame>& frame) EXCLUDES(mutex_);
+  // All layers together have no more than this.
+  void setMost(std::uint32_t bitsPerSecond) EXCLUDES(mutex_);
+  // What all layers that others receive have without a limit; 0 before the first frame.
+  std::uint32_t wantedBitsPerSecond() const EXCLUDES(mutex_);
   // Of the highest layer that is sent.
   std::uint32_t highestSsrc() const EXCLUDES(mutex_);
   // What the encoder of the highest layer that is sent has made of them.
@@ -95,6 +99,7 @@ class VideoSender {
   mutable base::Mutex mutex_;
   bool isStarted_ GUARDED_BY(mutex_) = false;
   std::optional<Heights> received_ GUARDED_BY(mutex_);
+  std::uint32_t mostBitsPerSecond_ GUARDED_BY(mutex_);
   // Of the frames that are being sent.
   std::vector<support::Size> sizes_ GUARDED_BY(mutex_);
   LayerPlan plan_ GUARDED_BY(mutex_);

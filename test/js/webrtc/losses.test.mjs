@@ -108,3 +108,26 @@ test('what is lost of a video is repaired', async (t) => {
     await assertRepeated(lower[0], half);
   });
 });
+
+test('fewer layers are sent while much is lost', async (t) => {
+  const capture = { width: 640, height: 360 };
+  const server = await startServer(t, { rooms: { meeting: ROOM } });
+  const relay = await MediaRelay.start(t, server);
+  const [ada, zoe] = await Promise.all([openMember(t, { capture }), openMember(t, { capture })]);
+  await ada.does('join', relay.uri('meeting', { camera: 'card:1' }));
+  await zoe.does('join', server.uri('meeting', { camera: 'card:2' }));
+  const { csrc: sent } = await ada.does('picture', LOCAL);
+  // Resolves when a whole picture of this height has been shown.
+  const shows = async (height) => {
+    let picture;
+    do [picture] = await zoe.does('pictures', remote(0), 1, capture);
+    while (picture.height !== height);
+    assert.equal(picture.card?.detail, 1);
+  };
+
+  await shows(360);
+  lose(relay, sent, 2);
+  await shows(180);
+  relay.loses = () => false;
+  await shows(360);
+});

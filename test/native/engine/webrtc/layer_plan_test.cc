@@ -49,10 +49,8 @@ TEST(ReceivedHeights, OfSeveralAreTheLeastAndTheMost) {
 constexpr std::uint32_t kNoLimit = UINT32_MAX;
 using Rates = std::vector<std::uint32_t>;
 
-Rates ratesFor(const std::optional<Heights>& received, std::uint32_t most,
-               std::size_t highestBefore = 0) {
-  const LayerPlan before = {.first = highestBefore, .last = 2, .bitsPerSecond = {}};
-  return planLayers(layerSizes({1280, 720}), received, most, before).bitsPerSecond;
+Rates ratesFor(const std::optional<Heights>& received, std::uint32_t most) {
+  return planLayers(layerSizes({1280, 720}), received, most, {}).bitsPerSecond;
 }
 
 TEST(LayerPlan, HasTheLayersThatAreReceived) {
@@ -66,6 +64,24 @@ TEST(LayerPlan, HasTheLayersThatAreReceived) {
   EXPECT_EQ(ratesFor(Heights{360, 720}, kNoLimit), (Rates{k720, k360, 0}));
   EXPECT_EQ(ratesFor(Heights{90, 180}, kNoLimit), (Rates{0, 0, k180}));
   EXPECT_EQ(ratesFor(Heights{180, 360}, kNoLimit), (Rates{0, k360, k180}));
+}
+
+TEST(LayerPlan, WantsWhatAllLayersThatAreReceivedNeed) {
+  const auto wanted = [](const std::optional<Heights>& received, std::uint32_t most) {
+    return planLayers(layerSizes({1280, 720}), received, most, {}).wantedBitsPerSecond;
+  };
+  for (const std::uint32_t most : {1'000U, 1'000'000U, kNoLimit}) {
+    EXPECT_EQ(wanted(std::nullopt, most), 2'764'800U);
+    EXPECT_EQ(wanted(Heights{180, 720}, most), 2'764'800U + 691'200 + 172'800);
+    EXPECT_EQ(wanted(Heights{180, 180}, most), 172'800U);
+  }
+  EXPECT_EQ(planLayers({{64, 36}}, std::nullopt, kNoLimit, {}).wantedBitsPerSecond, 150'000U);
+}
+
+TEST(LayerPlan, LeavesNothingOutThatIsNotReceived) {
+  LayerPlan small = planLayers(layerSizes({1280, 720}), Heights{180, 180}, 2'000'000, {});
+  EXPECT_EQ(small.leftOut, 0U);
+  EXPECT_EQ(planLayers(layerSizes({1280, 720}), Heights{180, 720}, 2'000'000, small).first, 0U);
 }
 
 TEST(LayerPlan, SharesTheBitsAmongTheLayersInProportion) {
@@ -82,7 +98,7 @@ TEST(LayerPlan, LeavesTheHighestLayersOutThatDoNotFit) {
   struct Row {
     std::optional<Heights> received;
     std::uint32_t most;
-    std::size_t before;
+    std::size_t leftOutBefore;
     std::size_t first;
   };
   for (const Row& row :
@@ -90,10 +106,14 @@ TEST(LayerPlan, LeavesTheHighestLayersOutThatDoNotFit) {
         Row{nobody, 1'383'000, 1, 0}, Row{nobody, 207'000, 1, 2}, Row{nobody, 345'000, 2, 2},
         Row{nobody, 346'000, 2, 1}, Row{nobody, 1'000, 0, 2}, Row{all, 1'694'000, 0, 0},
         Row{all, 1'693'000, 0, 1}, Row{all, 380'000, 0, 2}}) {
-    const auto rates = ratesFor(row.received, row.most, row.before);
-    std::size_t first = 0;
-    while (rates[first] == 0) ++first;
-    EXPECT_EQ(first, row.first) << row.most;
+    LayerPlan before;
+    before.leftOut = row.leftOutBefore;
+    const LayerPlan plan = planLayers(layerSizes({1280, 720}), row.received, row.most, before);
+    EXPECT_EQ(plan.first, row.first) << row.most;
+    EXPECT_EQ(plan.leftOut, row.first) << row.most;
+    for (std::size_t layer = 0; layer < 3; ++layer) {
+      EXPECT_EQ(plan.bitsPerSecond[layer] > 0, plan.isSent(layer)) << row.most;
+    }
   }
 }
 

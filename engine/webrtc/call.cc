@@ -23,6 +23,8 @@ constexpr support::Time kLongestSearch = 15s;
 // After the loss of the server no more attempts to come back begin.
 constexpr support::Time kLongestReturn = 10s;
 constexpr support::Time kRetryPeriod = 500ms;
+// A call that is lost sooner after it has come back is still the one that was lost before.
+constexpr support::Time kLasting = 5s;
 // The others may come back later than us.
 constexpr support::Time kPlacesKept = 60s;
 constexpr support::Time kArrivalPeriod = 250ms;
@@ -91,7 +93,8 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
       handlers_(std::move(handlers)),
       ownState_{.guid = params.meetingGuid,
                 .isAudioMuted = params.mediaStreamState.outgoingAudioMuted,
-                .isVideoMuted = params.mediaStreamState.outgoingVideoMuted},
+                .isVideoMuted = params.mediaStreamState.outgoingVideoMuted,
+                .received = std::nullopt},
       ownSpeech_(context.loop, handlers_.peopleChanged),
       incoming_(incomingOf(params.mediaStreamState)),
       isContentReceived_(params.mediaStreamState.contentStreamEnabled),
@@ -123,7 +126,7 @@ void Call::connect() {
   waitForAnswer();
   session_ = std::make_unique<JanusSession>(
       context_.loop, WebSocketTarget{requestUrl(target_), kProtocol, target_.authorityFile},
-      target_.token,
+      target_.token, lostSession_,
       JanusSession::Handlers{
           .opened = [this] { attach(); },
           .ended =
@@ -215,15 +218,20 @@ void Call::publish() {
   publisher_ = std::make_unique<Publisher>(
       context_.loop, *handle_, turnServers_->ice(),
       Publisher::Settings{.videoSsrc = localVideo_.csrc(),
+                          .isLayered = target_.camera.kind != CameraSource::Kind::kClip,
                           .mostBitsPerSecond = bitsPerSecond(params_.maxBandwidth),
+                          .pool = pool_,
                           .state = ownState_},
       Publisher::Handlers{
           .accepted = [this] { waitForMedia(); },
           .connected = [this] { joined(); },
           .refused =
               [this](int code, const std::string& reason) {
+                // The pin was right already.
                 const auto refusal = refusalOf({code, reason, {}, {}});
-                fail(refusal.code, refusal.reason);
+                const bool isFull = refusal.code == kRoomFull;
+                fail(isFull ? refusal.code : kNotAnSfu,
+                     isFull ? refusal.reason : "the server refused the join");
               },
           .failed = [this](const std::string& reason) { fail(kNoMediaPath, reason); },
           .heard =
@@ -245,6 +253,7 @@ void Call::waitForMedia() {
 void Call::joined() {
   if (state_ != State::kPublishing) return;
   state_ = State::kJoined;
+  joinedAt_ = context_.loop.now();
   timer_.stop();
   context_.log->write("call " + std::to_string(id_) + " joined");
   if (!publisher_->video()) {
@@ -342,6 +351,7 @@ void Call::addFeeds(const Json& data) {
     if (!feed || feed->id == ownId_) continue;
     addFeed(*feed);
   }
+  updateLayers();
   handlers_.peopleChanged();
 }
 
@@ -406,6 +416,19 @@ void Call::updateReceptions() {
     const auto found = receptions.find(participant->csrc());
     if (found != receptions.end()) participant->receive(found->second);
   }
+  updateLayers();
+}
+
+void Call::updateLayers() {
+  std::optional<Heights> others;
+  ownState_.received.reset();
+  for (const auto& [key, participant] : participants_) {
+    ownState_.received = together(ownState_.received, participant->receivedHeights());
+    others = together(others, participant->heightsReceivedByIt());
+  }
+  if (!publisher_) return;
+  publisher_->setReceived(others);
+  publisher_->setState(ownState_);
 }
 
 void Call::deviceChanged(DeviceType type) {
@@ -500,13 +523,16 @@ void Call::failed(int code, const std::string& reason) {
 
 void Call::comeBack(const std::string& reason) {
   const support::Time now = context_.loop.now();
-  const bool isFirst = !std::exchange(isReturning_, true);
+  const bool isLoss = !std::exchange(isReturning_, true);
+  const bool isFirst = isLoss && (!lostAt_ || now >= joinedAt_ + kLasting);
+  if (isLoss) {
+    placesTimer_.runAt(now + kPlacesKept, [this] { freePlaces(); });
+    for (const MediaType type : kMedia) setMissing(type, true);
+  }
   if (isFirst) {
     lostAt_ = now;
     lossReason_ = reason;
-    placesTimer_.runAt(now + kPlacesKept, [this] { freePlaces(); });
-    for (const MediaType type : kMedia) setMissing(type, true);
-  } else if (now >= lostAt_ + kLongestReturn) {
+  } else if (now >= *lostAt_ + kLongestReturn) {
     end(kUnreachable, lossReason_);
     return;
   }
@@ -552,6 +578,7 @@ void Call::releaseSession() {
   admission_.forgetWaiting();
   publisher_.reset();
   handle_.reset();
+  if (session_ && session_->id() != 0) lostSession_ = session_->id();
   session_.reset();
 }
 

@@ -107,6 +107,8 @@ class Call {
   void moderate(const Json& data);
   // Brings what is received in line with the layout.
   void updateReceptions();
+  // Makes everybody encode the layers only that somebody receives.
+  void updateLayers();
   // Tells when media stop arriving, and when they arrive again.
   void watchArrival();
   void setMissing(MediaType type, bool isMissing);
@@ -144,11 +146,13 @@ class Call {
   Incoming incoming_;
   bool isContentReceived_;
   support::Layout layout_;
-  Json room_;   // what every request to the room is to say
-  Json ownId_;  // in the room; null before the first join
+  Json room_;                      // what every request to the room is to say
+  Json ownId_;                     // in the room; null before the first join
+  std::uint64_t lostSession_ = 0;  // the last that the server made and we released
   int releasedSessions_ = 0;
   bool isReturning_ = false;
-  support::Time lostAt_ = {};
+  std::optional<support::Time> lostAt_;  // the first of the losses since the call last held
+  support::Time joinedAt_ = {};          // the last time
   std::string lossReason_;
   Inbox inbox_;
   support::Timer timer_;

@@ -84,7 +84,6 @@ Traffic ConnectionMeter::closeWindow(support::Time length, RtpCounts counts, con
                        .lost = grown.isOwn
                                    ? report.lost - std::min(before_.reports[ssrc].lost, report.lost)
                                    : grown.missing + grown.repaired,
-                       .repaired = grown.repaired,
                        .jitterMs = grown.isOwn ? report.jitterMs : counted.jitterMs};
     } else if (counted.packets > 0) {
       videoBytes = grown.bytes;

@@ -32,7 +32,7 @@ struct Traffic {
   struct Audio {
     std::uint64_t payloadBytes = 0;
     std::uint64_t lost = 0;
-    std::uint64_t repaired = 0;
+    std::uint64_t repaired = 0;  // counted by who decodes
     double jitterMs = 0;
   };
 

@@ -37,6 +37,33 @@ std::optional<std::uint32_t> ssrcOf(const std::string& offer, std::string_view m
   return numberIn(offer, found + kSsrc.size());
 }
 
+constexpr std::int64_t kGreatestHeight = 16384;
+
+// Empty unless these are the heights of several layers.
+std::vector<std::uint32_t> heightsAt(const Json& state) {
+  std::vector<std::uint32_t> heights;
+  const auto& list = listAt(state, "layers");
+  if (list.size() > kMostLayers) return {};
+  for (const Json& height : list) {
+    const bool isHeight = height.is_number_unsigned() && height > 0 && height < kGreatestHeight;
+    if (!isHeight) return {};
+    heights.push_back(height.get<std::uint32_t>());
+  }
+  return heights;
+}
+
+// Who does not tell them in a valid way may receive videos as they are.
+std::optional<Heights> receivedHeightsAt(const Json& state) {
+  const Json& list = memberOf(state, "receives");
+  if (!list.is_array()) return Heights();
+  if (list.empty()) return std::nullopt;
+  const auto isHeight = [](const Json& height) {
+    return height.is_number_unsigned() && height <= Heights::kWhole;
+  };
+  if (list.size() != 2 || !std::all_of(list.begin(), list.end(), isHeight)) return Heights();
+  return Heights{.least = list[0].get<std::uint32_t>(), .most = list[1].get<std::uint32_t>()};
+}
+
 }  // namespace
 
 bool Feed::sendsMoreThan(const Feed& before) const {
@@ -63,6 +90,8 @@ std::optional<Feed> parseFeed(const Json& publisher) {
     if (type == "video") {
       feed.videoMid = mid;
       feed.isVideoMuted = isMuted;
+      feed.layerHeights = heightsAt(state);
+      feed.received = receivedHeightsAt(state);
     }
     if (feed.guid.empty()) feed.guid = textAt(state, "guid");
     if (type == "video") feed.presenter = memberOf(state, "presenter").dump();

@@ -7,8 +7,10 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "engine/webrtc/janus_message.h"
+#include "engine/webrtc/layer_plan.h"
 
 namespace webrtc {
 
@@ -20,6 +22,10 @@ struct Feed {
   std::string guid;  // empty for who does not tell one
   bool isAudioMuted = false;
   bool isVideoMuted = false;
+  // Of the layers of the video, the highest first; empty without layers.
+  std::vector<std::uint32_t> layerHeights;
+  // With which it receives the videos of others; nothing when it receives none.
+  std::optional<Heights> received = Heights();
   std::set<std::string> mids;  // of the streams that are sent
   // The key of the participant who presents this content; "null" for what tells of none.
   std::string presenter;

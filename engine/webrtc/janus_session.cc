@@ -56,8 +56,9 @@ JanusSession::End sessionEnd(WebSocket::End end) {
 }  // namespace
 
 JanusSession::JanusSession(support::TaskLoop& loop, WebSocketTarget target, std::string token,
-                           Handlers handlers)
+                           std::uint64_t replaced, Handlers handlers)
     : token_(std::move(token)),
+      replaced_(replaced),
       handlers_(std::move(handlers)),
       inbox_(loop),
       keepAliveTimer_(loop),
@@ -95,6 +96,7 @@ void JanusSession::request(const char* janus, Json message, Reply reply) {
 }
 
 void JanusSession::opened() {
+  if (replaced_ != 0) request("destroy", {{"session_id", replaced_}}, nullptr);
   request("create", Json::object(), [this](const JanusAnswer& answer) {
     if (answer.isError()) {
       end(End::kRefused, answer.errorReason);

@@ -17,6 +17,14 @@ constexpr support::Time kShortestDelay = 500ms;
 constexpr support::Time kLongestDelay = 4s;
 constexpr support::Time kLasting = 10s;
 
+std::uint32_t mostHeight(const support::Reception& reception) {
+  std::uint32_t most = Heights::kWhole;
+  for (const std::uint32_t limit : {reception.height, reception.ceiling}) {
+    if (limit != 0) most = std::min(most, limit);
+  }
+  return most;
+}
+
 }  // namespace
 
 Incoming incomingOf(const tsl::MediaStreamState& state) {
@@ -65,6 +73,7 @@ void Participant::connect() {
                                .connected = [] {},
                                .failed = [this](const std::string& reason) { fail(reason); },
                                .receiving = [this](GstPad* pad) { receive(pad); },
+                               .keyFrameRequested = nullptr,
                                .told =
                                    [this, post = inbox_.poster()](GstMessage* message) {
                                      const auto level = levelOf(message);
@@ -180,13 +189,31 @@ void Participant::accept(const std::string& offer, const Json& data) {
   connection_->acceptOffer(offer, [this](const std::string& sdp) { answer(sdp); });
 }
 
+// The lowest layer that is enough: what it has too much is reduced when it has arrived.
+Participant::Wanted Participant::wanted() const {
+  Wanted wanted = {.audio = incoming_.audio, .video = incoming_.video && reception_.isWanted};
+  const auto& heights = feed_.layerHeights;
+  if (heights.size() < 2 || !wanted.video) return wanted;
+  wanted.layer = kHighestLayer - static_cast<int>(layerFor(heights, mostHeight(reception_)));
+  return wanted;
+}
+
+std::optional<Heights> Participant::receivedHeights() const {
+  if (!wanted().video) return std::nullopt;
+  const std::uint32_t height = mostHeight(reception_);
+  return Heights{.least = height, .most = height};
+}
+
 void Participant::askForWanted() {
   if (kinds_.empty() || wanted() == asked_) return;
   asked_ = wanted();
   Json streams = Json::array();
   for (const auto& [mid, kind] : kinds_) {
-    const bool isWanted = kind == "audio" ? asked_.audio : asked_.video;
-    streams.push_back({{"mid", mid}, {"send", isWanted}});
+    if (kind == "audio") {
+      streams.push_back({{"mid", mid}, {"send", asked_.audio}});
+    } else {
+      streams.push_back({{"mid", mid}, {"send", asked_.video}, {"substream", asked_.layer}});
+    }
   }
   handle_->ask({{"request", "configure"}, {"streams", std::move(streams)}}, std::nullopt, nullptr);
 }
@@ -241,6 +268,7 @@ void Participant::update(const Feed& feed) {
   auto moderatedMids = std::move(feed_.moderatedMids);
   feed_ = feed;
   feed_.moderatedMids = std::move(moderatedMids);
+  askForWanted();
   if (isVideoShown() != wasVideoShown) showVideo();
   if (sendsMore) reconnect();
 }
@@ -280,8 +308,11 @@ bool Participant::isMissing(MediaType type) {
 }
 
 Traffic Participant::closeWindow(support::Time length) {
-  return meter_.closeWindow(length, connection_ ? connection_->counts() : RtpCounts(), tracks_,
-                            videoReceiver_ ? videoReceiver_->decoded() : FrameCounts());
+  Traffic traffic =
+      meter_.closeWindow(length, connection_ ? connection_->counts() : RtpCounts(), tracks_,
+                         videoReceiver_ ? videoReceiver_->decoded() : FrameCounts());
+  traffic.audio.repaired = voice_->takeRepairedPackets();
+  return traffic;
 }
 
 void Participant::showVideo() {

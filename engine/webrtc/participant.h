@@ -20,6 +20,7 @@
 #include "engine/webrtc/feed.h"
 #include "engine/webrtc/inbox.h"
 #include "engine/webrtc/janus_session.h"
+#include "engine/webrtc/layer_plan.h"
 #include "engine/webrtc/peer_connection.h"
 #include "engine/webrtc/speaker.h"
 #include "engine/webrtc/video_receiver.h"
@@ -66,6 +67,10 @@ class Participant {
   void moderate(const std::string& mid, bool isMuted);
   // The server does not send disabled media.
   void setIncoming(Incoming incoming);
+  // With which the participant's video is received; nothing while it is not.
+  std::optional<Heights> receivedHeights() const;
+  // With which the participant receives the videos of others; nothing when it receives none.
+  const std::optional<Heights>& heightsReceivedByIt() const { return feed_.received; }
   // How the layout wants the video.
   void receive(const support::Reception& reception);
   // Whether audio or video that is to arrive has stopped arriving. Called a few times per second.
@@ -88,9 +93,17 @@ class Participant {
   void reconnect();
   void connectAgain();
   void accept(const std::string& offer, const Json& data);
-  Incoming wanted() const {
-    return {.audio = incoming_.audio, .video = incoming_.video && reception_.isWanted};
-  }
+  static constexpr int kHighestLayer = 2;
+
+  // What the server is to send. It numbers the layers of a video from the lowest.
+  struct Wanted {
+    bool audio = true;
+    bool video = true;
+    int layer = kHighestLayer;
+
+    bool operator==(const Wanted&) const = default;
+  };
+  Wanted wanted() const;
   // Asks the server for what is wanted, unless it sends that.
   void askForWanted();
   // By the participant or by the room.
@@ -119,7 +132,7 @@ class Participant {
   Feed feed_;
   Incoming incoming_;
   support::Reception reception_;
-  Incoming asked_;  // what the server was asked for last; all without a request
+  Wanted asked_;  // what the server was asked for last; all without a request
   const std::function<void()> changed_;
   std::map<std::string, std::string> kinds_;  // "audio" or "video", by the media line's mid
   Tracks tracks_;                             // as the server has offered them

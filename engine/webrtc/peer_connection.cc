@@ -18,6 +18,8 @@ using DescriptionPtr =
 
 // Covers the pacing of a browser that spreads a key frame, and one repetition of a lost packet.
 constexpr guint kJitterBufferMs = 200;
+// The mixer waits a little longer: what follows a lost packet of audio must not be too late for it.
+constexpr guint kAudioJitterBufferMs = 40;
 // The first packet is given on at once; the usual wait for a second one delays the first picture.
 constexpr guint kFirstPackets = 1;
 // Otherwise a request for a packet or a key frame waits for the next report, which may be seconds.
@@ -78,6 +80,17 @@ void hastenFeedback(GstElement* rtpbin, guint sessionId) {
   if (!session) return;
   g_object_set(session.get(), "rtcp-fraction", kFeedbackBitsPerSecond, "rtcp-min-interval",
                kFeedbackInterval, nullptr);
+}
+
+// Nothing when something else than audio comes out of the pad.
+std::optional<guint> audioSsrcOf(GstPad* pad) {
+  const CapsPtr caps(gst_pad_get_current_caps(pad));
+  const GstStructure* const format = caps ? gst_caps_get_structure(caps.get(), 0) : nullptr;
+  const char* const media = format ? gst_structure_get_string(format, "media") : nullptr;
+  guint ssrc = 0;
+  if (!media || std::string_view(media) != "audio") return std::nullopt;
+  if (!gst_structure_get_uint(format, "ssrc", &ssrc)) return std::nullopt;
+  return ssrc;
 }
 
 using IteratorPtr = std::unique_ptr<GstIterator, ReleasedBy<gst_iterator_free>>;
@@ -176,7 +189,15 @@ PeerConnection::PeerConnection(support::TaskLoop& loop, const IceOptions& ice, H
           }));
   if (handlers_.receiving) {
     connect(webrtc_, "pad-added", std::function([this](GstPad* pad) {
-              if (GST_PAD_DIRECTION(pad) == GST_PAD_SRC) handlers_.receiving(pad);
+              if (GST_PAD_DIRECTION(pad) != GST_PAD_SRC) return;
+              if (const auto ssrc = audioSsrcOf(pad)) {
+                base::MutexLock lock(mutex_);
+                const auto found = jitterBuffers_.find(*ssrc);
+                if (found != jitterBuffers_.end()) {
+                  g_object_set(found->second.get(), "latency", kAudioJitterBufferMs, nullptr);
+                }
+              }
+              handlers_.receiving(pad);
             }));
   }
   watchSessions();
@@ -230,12 +251,18 @@ RtpCounts PeerConnection::counts() {
   return countsOf(counted.get(), buffers);
 }
 
-void PeerConnection::watchGrantedRate() {
+void PeerConnection::watchFeedback() {
   connect(session().get(), "on-feedback-rtcp",
-          std::function([this](guint type, guint format, guint, guint, GstBuffer* feedback) {
+          std::function([this](guint type, guint format, guint, guint ssrc, GstBuffer* feedback) {
             constexpr guint kAnyOther = 15;
-            if (type != GST_RTCP_TYPE_PSFB || format != kAnyOther) return;
-            if (const auto rate = grantedRateOf(feedback)) grantedBitsPerSecond_ = *rate;
+            if (type != GST_RTCP_TYPE_PSFB) return;
+            if (format == kAnyOther) {
+              if (const auto rate = grantedRateOf(feedback)) grantedBitsPerSecond_ = *rate;
+            } else if (handlers_.keyFrameRequested && format == GST_RTCP_PSFB_TYPE_PLI) {
+              handlers_.keyFrameRequested(ssrc);
+            } else if (handlers_.keyFrameRequested && format == GST_RTCP_PSFB_TYPE_FIR) {
+              handlers_.keyFrameRequested(0);
+            }
           }));
 }
 
@@ -313,6 +340,24 @@ void PeerConnection::acceptOffer(const std::string& sdp, Described described) {
   receivedVideoSsrc_ = videoSsrcOf(sdp).value_or(0);
   setRemote(GST_WEBRTC_SDP_TYPE_OFFER, withoutFir(sdp),
             [this, kept = std::move(described)] { makeAnswer(kept); });
+}
+
+// webrtcbin chooses SSRCs of its own for what its offer does not have, with the first packet. They
+// are replaced here before the element that sends again has seen a packet of the SSRC, when it
+// takes them over for good.
+void PeerConnection::sendRepetitionsAs(const std::map<std::uint32_t, std::uint32_t>& ssrcs) {
+  const std::shared_ptr<GstStructure> map(gst_structure_new_empty("application/x-rtp-ssrc-map"),
+                                          gst_structure_free);
+  for (const auto& [ssrc, repeated] : ssrcs) {
+    gst_structure_set(map.get(), std::to_string(ssrc).c_str(), G_TYPE_UINT, repeated, nullptr);
+  }
+  connect(webrtc_, "deep-element-added", std::function([map](GstBin*, GstElement* element) {
+            if (std::string_view(G_OBJECT_TYPE_NAME(element)) != "GstRtpRtxSend") return;
+            const ObjectPtr<GstPad> sink(gst_element_get_static_pad(element, "sink"));
+            handleBuffers(sink.get(), [map, element] {
+              g_object_set(element, "ssrc-map", map.get(), nullptr);
+            });
+          }));
 }
 
 void PeerConnection::acceptAnswer(const std::string& sdp) {

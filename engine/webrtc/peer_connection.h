@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,9 @@ class PeerConnection {
     // Media come out of `pad`. Runs on one of the pipeline's threads; nothing flows until it
     // returns. May be empty.
     std::function<void(GstPad* pad)> receiving;
+    // The server asks for a key frame of what is sent with this SSRC, or of everything for 0. Runs
+    // on one of the pipeline's threads. May be empty.
+    std::function<void(std::uint32_t ssrc)> keyFrameRequested;
     // A message of one of the pipeline's elements; on the thread of that element. May be empty.
     std::function<void(GstMessage* message)> told;
   };
@@ -69,13 +73,17 @@ class PeerConnection {
   void makeOffer(Described described);
   void acceptOffer(const std::string& sdp, Described described);
   void acceptAnswer(const std::string& sdp);
+  // Packets that are sent again have these SSRCs, by those of the packets that were lost. Called
+  // before the answer is accepted.
+  void sendRepetitionsAs(const std::map<std::uint32_t, std::uint32_t>& ssrcs);
   // A way to the server, as the server tells it.
   void addCandidate(const Json& candidate);
 
   // What was sent and received; nothing before media flow.
   RtpCounts counts() EXCLUDES(mutex_);
-  // Called once, when media flow, and before those flow whose rate the server limits.
-  void watchGrantedRate();
+  // Called once, when media flow, and before those flow that the server limits, or of which it asks
+  // for key frames.
+  void watchFeedback();
   // How many bits per second the server accepts; 0 until it has said so.
   std::uint32_t grantedBitsPerSecond() const { return grantedBitsPerSecond_; }
 

@@ -12,6 +12,12 @@ namespace {
 constexpr const char* kVideoMid = "video0";
 constexpr const char* kAudioMid = "audio1";
 
+std::vector<LayerSsrcs> chooseLowerLayers(bool isLayered) {
+  std::vector<LayerSsrcs> lower(isLayered ? kMostLayers - 1 : 0);
+  for (LayerSsrcs& layer : lower) layer = {g_random_int() | 1U, g_random_int() | 1U};
+  return lower;
+}
+
 }  // namespace
 
 Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOptions& ice,
@@ -19,6 +25,7 @@ Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOpti
     : handle_(handle),
       settings_(settings),
       handlers_(std::move(handlers)),
+      lowerLayers_(chooseLowerLayers(settings.isLayered)),
       state_(settings.state),
       inbox_(loop),
       connection_(loop, ice,
@@ -29,15 +36,26 @@ Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOpti
                    .allCandidatesFound = [this] { handle_.trickleEnd(); },
                    .connected =
                        [this] {
-                         connection_.watchGrantedRate();
+                         connection_.watchFeedback();
                          if (video_) video_->start();
                          handlers_.connected();
                        },
                    .failed = [this](const std::string& reason) { handlers_.failed(reason); },
                    .receiving = nullptr,
+                   .keyFrameRequested =
+                       [this, post = inbox_.poster()](std::uint32_t ssrc) {
+                         post([this, ssrc] {
+                           if (video_) video_->requestKeyFrame(ssrc);
+                         });
+                       },
                    .told = [this](GstMessage* message) { read(message); }}),
       videoPlace_(connection_.addPlace(VideoSender::formats(settings.videoSsrc))) {
-  if (!isContent()) audio_.emplace(connection_, settings.state.isAudioMuted);
+  if (isContent()) {
+    // Its receivers do not tell with which heights they receive it.
+    received_ = Heights();
+  } else {
+    audio_.emplace(connection_, settings.state.isAudioMuted);
+  }
 }
 
 std::optional<MediaType> Publisher::typeOf(const std::string& mid) {
@@ -51,10 +69,15 @@ void Publisher::start() {
   connection_.makeOffer([this](const std::string& offer) { publish(offer); });
 }
 
-void Publisher::publish(const std::string& offer) {
-  repeatedVideoSsrc_ = repetitionSsrcOf(offer, settings_.videoSsrc).value_or(0);
-  toldState_ = state_;
-  handle_.ask({{"request", "publish"}, {"descriptions", descriptions()}}, Jsep{"offer", offer},
+void Publisher::publish(const std::string& madeOffer) {
+  std::string offer = madeOffer;
+  if (settings_.isLayered) {
+    offer = withLowerLayers(offer, lowerLayers_);
+    connection_.sendRepetitionsAs(repetitionSsrcs(offer));
+  }
+  repetitions_ = repetitionSsrcs(offer);
+  told_ = descriptions();
+  handle_.ask({{"request", "publish"}, {"descriptions", told_}}, Jsep{"offer", offer},
               [this](const JanusAnswer& answer) {
                 if (answer.isError()) {
                   handlers_.refused(answer.errorCode, answer.errorReason);
@@ -72,9 +95,31 @@ void Publisher::publish(const std::string& offer) {
 
 void Publisher::addVideo(const std::string& encoding) {
   if (!VideoSender::canEncode(encoding)) return;
-  video_ = std::make_shared<VideoSender>(connection_, videoPlace_.get(), encoding,
-                                         settings_.videoSsrc, settings_.mostBitsPerSecond);
+  std::vector<std::uint32_t> ssrcs = {settings_.videoSsrc};
+  if (VideoSender::canLayer(encoding)) {
+    for (const LayerSsrcs& layer : lowerLayers_) ssrcs.push_back(layer.video);
+  }
+  video_ = std::make_shared<VideoSender>(
+      connection_, videoPlace_.get(), encoding,
+      VideoSender::Settings{
+          .ssrcs = std::move(ssrcs),
+          .mostBitsPerSecond = settings_.mostBitsPerSecond,
+          .pool = settings_.pool,
+          .sizesChanged = [this, post = inbox_.poster()](const std::vector<support::Size>& sizes) {
+            post([this, sizes] { setLayerSizes(sizes); });
+          }});
   if (isContent()) video_->keepDetails();
+  video_->setReceived(received_);
+}
+
+void Publisher::setLayerSizes(const std::vector<support::Size>& sizes) {
+  layerSizes_ = sizes;
+  tellState();
+}
+
+void Publisher::setReceived(const std::optional<Heights>& heights) {
+  received_ = heights;
+  if (video_) video_->setReceived(heights);
 }
 
 void Publisher::setState(const OwnState& state) {
@@ -85,17 +130,22 @@ void Publisher::setState(const OwnState& state) {
 
 void Publisher::tellState() {
   // What changes while the offer is on its way is told once it was accepted.
-  if (!isAccepted_ || state_ == toldState_) return;
-  toldState_ = state_;
-  handle_.ask({{"request", "configure"}, {"descriptions", descriptions()}}, std::nullopt, nullptr);
+  Json descriptions = this->descriptions();
+  if (!isAccepted_ || descriptions == told_) return;
+  told_ = descriptions;
+  handle_.ask({{"request", "configure"}, {"descriptions", std::move(descriptions)}}, std::nullopt,
+              nullptr);
 }
 
 Traffic Publisher::closeWindow(support::Time length) {
-  return meter_.closeWindow(length, connection_.counts(),
-                            {.audio = audio_ ? audio_->ssrc() : 0,
-                             .video = settings_.videoSsrc,
-                             .repeatedVideo = repeatedVideoSsrc_},
-                            video_ ? video_->encoded() : FrameCounts());
+  const std::uint32_t ssrc = video_ ? video_->highestSsrc() : settings_.videoSsrc;
+  Traffic traffic = meter_.closeWindow(
+      length, connection_.counts(),
+      {.audio = audio_ ? audio_->ssrc() : 0, .video = ssrc, .repeatedVideo = repetitions_[ssrc]},
+      video_ ? video_->encoded() : FrameCounts());
+  // Whichever layer it is, it is that stream's.
+  traffic.videoSsrc = settings_.videoSsrc;
+  return traffic;
 }
 
 void Publisher::read(GstMessage* message) const {
@@ -104,15 +154,22 @@ void Publisher::read(GstMessage* message) const {
 }
 
 Json Publisher::descriptions() const {
-  const auto description = [this](const char* mid, bool isMuted) {
-    Json state = {{"guid", state_.guid}, {"muted", isMuted}};
-    if (isContent()) state["presenter"] = settings_.presenter;
+  const auto description = [](const char* mid, const Json& state) {
     return Json{{"mid", mid},
                 {"description", state.dump(-1, ' ', false, Json::error_handler_t::replace)}};
   };
-  Json all = Json::array({description(kVideoMid, state_.isVideoMuted)});
-  if (audio_) all.push_back(description(kAudioMid, state_.isAudioMuted));
-  return all;
+  Json video = {{"guid", state_.guid}, {"muted", state_.isVideoMuted}};
+  if (isContent()) {
+    video["presenter"] = settings_.presenter;
+    return Json::array({description(kVideoMid, video)});
+  }
+  video["receives"] = Json::array();
+  if (const auto& heights = state_.received) video["receives"] = {heights->least, heights->most};
+  if (layerSizes_.size() > 1) {
+    for (const auto& size : layerSizes_) video["layers"].push_back(size.height);
+  }
+  const Json audio = {{"guid", state_.guid}, {"muted", state_.isAudioMuted}};
+  return Json::array({description(kVideoMid, video), description(kAudioMid, audio)});
 }
 
 }  // namespace webrtc

@@ -5,14 +5,18 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "engine/webrtc/audio_sender.h"
 #include "engine/webrtc/call_statistics.h"
 #include "engine/webrtc/janus_session.h"
+#include "engine/webrtc/layer_plan.h"
 #include "engine/webrtc/peer_connection.h"
+#include "engine/webrtc/video_layers.h"
 #include "engine/webrtc/video_sender.h"
 #include "tesselclient/types.h"
 
@@ -23,6 +27,8 @@ struct OwnState {
   std::string guid;
   bool isAudioMuted = false;
   bool isVideoMuted = false;
+  // With which the videos of others are received; nothing when none is.
+  std::optional<Heights> received;
 
   bool operator==(const OwnState&) const = default;
 };
@@ -33,7 +39,9 @@ class Publisher {
  public:
   struct Settings {
     std::uint32_t videoSsrc = 0;
+    bool isLayered = false;  // the video, if the room takes it so
     std::uint32_t mostBitsPerSecond = 0;
+    std::shared_ptr<support::FramePool> pool;
     OwnState state;
     // Who presents this, as the main room names the participant; null for what is no content. There
     // is no audio with content.
@@ -63,6 +71,8 @@ class Publisher {
   void addCandidate(const Json& candidate) { connection_.addCandidate(candidate); }
   // Tells the others.
   void setState(const OwnState& state);
+  // The heights with which the others receive videos; nothing when nobody does.
+  void setReceived(const std::optional<Heights>& heights);
 
   // Of the media line with this mid; nothing when there is none.
   static std::optional<MediaType> typeOf(const std::string& mid);
@@ -82,8 +92,9 @@ class Publisher {
  private:
   bool isContent() const { return !settings_.presenter.is_null(); }
   void publish(const std::string& offer);
-  // In the encoding that the room has chosen, if it is one of ours.
+  // In the encoding that the room takes, if it is one of ours.
   void addVideo(const std::string& encoding);
+  void setLayerSizes(const std::vector<support::Size>& sizes);
   void tellState();
   Json descriptions() const;
   // On a thread of the connection's.
@@ -92,15 +103,19 @@ class Publisher {
   JanusHandle& handle_;
   const Settings settings_;
   const Handlers handlers_;
+  const std::vector<LayerSsrcs> lowerLayers_;
   OwnState state_;
-  OwnState toldState_;
+  std::vector<support::Size> layerSizes_;  // of the video that is being sent
+  Json told_;
   bool isAccepted_ = false;
   Inbox inbox_;
   PeerConnection connection_;
   const ObjectPtr<GstPad> videoPlace_;
   std::shared_ptr<VideoSender> video_;
+  std::optional<Heights> received_;   // by the others
   std::optional<AudioSender> audio_;  // unless it is content
-  std::uint32_t repeatedVideoSsrc_ = 0;
+  // By the SSRC of what is sent.
+  std::map<std::uint32_t, std::uint32_t> repetitions_;
   ConnectionMeter meter_;
 };
 

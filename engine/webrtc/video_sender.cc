@@ -6,13 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <utility>
 
 namespace webrtc {
-namespace {
-
-// Bits for a pixel, at 30 frames per second, above which the encoders gain little.
-constexpr double kBitsPerPixel = 0.1;
-constexpr std::uint32_t kLeastBitsPerSecond = 150'000;
 
 // How a picture of one encoding is made and described.
 struct Encoding {
@@ -23,7 +19,10 @@ struct Encoding {
   // Tells the encoder how many bits it may make in a second, and whether it is to drop frames to
   // keep that.
   void (*limit)(GstElement* encoder, std::uint32_t bitsPerSecond, bool isStrict);
+  bool canBeLayered;
 };
+
+namespace {
 
 constexpr const char* kSource =
     "appsrc name=source is-live=true format=time max-buffers=1 leaky-type=downstream ! ";
@@ -46,7 +45,8 @@ constexpr std::array kEncodings = {
                    constexpr gint kDropThreshold = 30;
                    g_object_set(encoder, "target-bitrate", static_cast<gint>(bitsPerSecond),
                                 "dropframe-threshold", isStrict ? kDropThreshold : 0, nullptr);
-                 }},
+                 },
+             .canBeLayered = true},
     // The profile that every browser decodes. The encoder puts the parameter sets before each key
     // frame. OpenH264 prints "cmInitParaError" when its stream ends, as that of an appsrc does when
     // what follows it has gone: GStreamer then asks without a frame for what is still in it, until
@@ -63,7 +63,8 @@ constexpr std::array kEncodings = {
                  [](GstElement* encoder, std::uint32_t bitsPerSecond, bool isStrict) {
                    g_object_set(encoder, "bitrate", bitsPerSecond, "enable-frame-skip",
                                 static_cast<gboolean>(isStrict), nullptr);
-                 }},
+                 },
+             .canBeLayered = false},
 };
 
 const Encoding* encodingOf(const std::string& name) {
@@ -92,6 +93,10 @@ BufferPtr bufferOf(const std::shared_ptr<support::Frame>& frame) {
   return buffer;
 }
 
+ObjectPtr<GstElement> elementIn(GstElement* bin, const char* name) {
+  return ObjectPtr<GstElement>(gst_bin_get_by_name(GST_BIN(bin), name));
+}
+
 }  // namespace
 
 std::string VideoSender::formats(std::uint32_t ssrc) {
@@ -107,27 +112,53 @@ std::string VideoSender::formats(std::uint32_t ssrc) {
 
 bool VideoSender::canEncode(const std::string& encoding) { return encodingOf(encoding) != nullptr; }
 
+bool VideoSender::canLayer(const std::string& encoding) {
+  const Encoding* const found = encodingOf(encoding);
+  return found && found->canBeLayered;
+}
+
 VideoSender::VideoSender(PeerConnection& connection, GstPad* place, const std::string& encoding,
-                         std::uint32_t ssrc, std::uint32_t mostBitsPerSecond)
-    : mostBitsPerSecond_(mostBitsPerSecond), limit_(encodingOf(encoding)->limit) {
-  GstElement* const bin = makeBin(std::string(kSource) + encodingOf(encoding)->elements);
-  source_.reset(gst_bin_get_by_name(GST_BIN(bin), "source"));
-  encoder_.reset(gst_bin_get_by_name(GST_BIN(bin), "encoder"));
-  const ObjectPtr<GstElement> payloader(gst_bin_get_by_name(GST_BIN(bin), "payloader"));
-  g_object_set(payloader.get(), "ssrc", ssrc, nullptr);
-  const ObjectPtr<GstPad> encoded(gst_element_get_static_pad(payloader.get(), "sink"));
-  handleBuffers(encoded.get(), [count = encodedFrames_] { ++*count; });
+                         Settings settings)
+    : settings_(std::move(settings)), limit_(encodingOf(encoding)->limit) {
+  GstElement* const bin = gst_bin_new(nullptr);
+  GstElement* const funnel = makeElement("rtpfunnel");
+  gst_bin_add(GST_BIN(bin), funnel);
+  for (const std::uint32_t ssrc : settings_.ssrcs) {
+    GstElement* const layer = addLayer(*encodingOf(encoding), ssrc);
+    gst_bin_add(GST_BIN(bin), layer);
+    gst_element_link(layer, funnel);
+  }
+  const ObjectPtr<GstPad> source(gst_element_get_static_pad(funnel, "src"));
+  gst_element_add_pad(bin, gst_ghost_pad_new("src", source.get()));
   connection.addSender(bin, place);
+}
+
+GstElement* VideoSender::addLayer(const Encoding& encoding, std::uint32_t ssrc) {
+  GstElement* const bin = makeBin(std::string(kSource) + encoding.elements);
+  Layer layer = {.ssrc = ssrc,
+                 .source = elementIn(bin, "source"),
+                 .encoder = elementIn(bin, "encoder"),
+                 .payloader = elementIn(bin, "payloader"),
+                 .scaler = std::make_unique<Scaler>(settings_.pool)};
+  g_object_set(layer.payloader.get(), "ssrc", layer.ssrc, nullptr);
+  const ObjectPtr<GstPad> encoded(gst_element_get_static_pad(layer.payloader.get(), "sink"));
+  handleBuffers(encoded.get(), [count = encoded_, index = layers_.size()] {
+    if (index == count->highest) ++count->frames;
+  });
+  layers_.push_back(std::move(layer));
+  return bin;
 }
 
 void VideoSender::keepDetails() {
   // Of 63. Text stays readable.
   constexpr gint kCoarsest = 36;
-  const char* const property =
-      g_object_class_find_property(G_OBJECT_GET_CLASS(encoder_.get()), "max-quantizer")
-          ? "max-quantizer"
-          : "qp-max";
-  g_object_set(encoder_.get(), property, kCoarsest, nullptr);
+  for (const Layer& layer : layers_) {
+    GstElement* const encoder = layer.encoder.get();
+    const char* const property =
+        g_object_class_find_property(G_OBJECT_GET_CLASS(encoder), "max-quantizer") ? "max-quantizer"
+                                                                                   : "qp-max";
+    g_object_set(encoder, property, kCoarsest, nullptr);
+  }
 }
 
 void VideoSender::start() {
@@ -135,32 +166,73 @@ void VideoSender::start() {
   isStarted_ = true;
 }
 
-void VideoSender::send(const std::shared_ptr<support::Frame>& frame) {
+void VideoSender::setReceived(const std::optional<Heights>& heights) {
   base::MutexLock lock(mutex_);
-  if (!isStarted_) return;
-  if (frame->size() != size_) {
-    size_ = frame->size();
-    setFormat(size_);
-  }
-  gst_app_src_push_buffer(GST_APP_SRC(source_.get()), bufferOf(frame).release());
+  if (heights == received_) return;
+  received_ = heights;
+  plan();
+}
+
+std::uint32_t VideoSender::highestSsrc() const {
+  base::MutexLock lock(mutex_);
+  return layers_[plan_.first].ssrc;
 }
 
 FrameCounts VideoSender::encoded() const {
   base::MutexLock lock(mutex_);
-  return {.frames = *encodedFrames_, .size = size_};
+  return {.frames = encoded_->frames,
+          .size = sizes_.empty() ? support::Size() : sizes_[plan_.first]};
 }
 
-void VideoSender::setFormat(support::Size size) {
-  const auto wanted =
-      static_cast<std::uint32_t>(static_cast<double>(support::pixels(size)) * 30 * kBitsPerPixel);
-  const auto rate =
-      std::clamp(wanted, kLeastBitsPerSecond, std::max(mostBitsPerSecond_, kLeastBitsPerSecond));
-  limit_(encoder_.get(), rate, mostBitsPerSecond_ < wanted);
-  const CapsPtr caps(gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width",
-                                         G_TYPE_INT, static_cast<gint>(size.width), "height",
-                                         G_TYPE_INT, static_cast<gint>(size.height), "framerate",
-                                         GST_TYPE_FRACTION, 30, 1, nullptr));
-  gst_app_src_set_caps(GST_APP_SRC(source_.get()), caps.get());
+void VideoSender::send(const std::shared_ptr<support::Frame>& frame) {
+  base::MutexLock lock(mutex_);
+  if (!isStarted_) return;
+  if (sizes_.empty() || frame->size() != sizes_.front()) {
+    sizes_ = isLayered() ? layerSizes(frame->size()) : std::vector{frame->size()};
+    plan_ = {};
+    plan();
+    setFormats();
+    settings_.sizesChanged(sizes_);
+  }
+  std::shared_ptr<support::Frame> picture = frame;
+  for (std::size_t index = 0; index <= plan_.last; ++index) {
+    const Layer& layer = layers_[index];
+    if (index > 0) picture = layer.scaler->scale(*picture, sizes_[index]);
+    if (!plan_.isSent(index)) continue;
+    gst_app_src_push_buffer(GST_APP_SRC(layer.source.get()), bufferOf(picture).release());
+  }
+}
+
+void VideoSender::plan() {
+  if (sizes_.empty()) return;
+  const LayerPlan before =
+      std::exchange(plan_, planLayers(sizes_, received_, settings_.mostBitsPerSecond, plan_));
+  encoded_->highest = plan_.first;
+  for (std::size_t index = plan_.first; index <= plan_.last; ++index) {
+    limit_(layers_[index].encoder.get(), plan_.bitsPerSecond[index], plan_.isStrict);
+    // What it sent before is too old to be referred to.
+    if (!before.isSent(index)) requestKeyFrame(layers_[index].ssrc);
+  }
+}
+
+void VideoSender::setFormats() {
+  for (std::size_t index = 0; index < sizes_.size(); ++index) {
+    const auto [width, height] = sizes_[index];
+    const CapsPtr caps(gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width",
+                                           G_TYPE_INT, static_cast<gint>(width), "height",
+                                           G_TYPE_INT, static_cast<gint>(height), "framerate",
+                                           GST_TYPE_FRACTION, 30, 1, nullptr));
+    gst_app_src_set_caps(GST_APP_SRC(layers_[index].source.get()), caps.get());
+  }
+}
+
+void VideoSender::requestKeyFrame(std::uint32_t ssrc) const {
+  for (const Layer& layer : layers_) {
+    if (ssrc != 0 && ssrc != layer.ssrc) continue;
+    const ObjectPtr<GstPad> sink(gst_element_get_static_pad(layer.payloader.get(), "sink"));
+    gst_pad_push_event(sink.get(),
+                       gst_video_event_new_upstream_force_key_unit(GST_CLOCK_TIME_NONE, TRUE, 0));
+  }
 }
 
 }  // namespace webrtc

@@ -60,19 +60,27 @@ class JanusMonitor {
   }
 
   // Waits for the handle and for its connection, which follow the join.
-  async #medium(kind, display, medium) {
+  async #handle(kind, display, medium) {
     for (;;) {
       const handles = await this.#handles(kind, display);
       if (handles.length > 1) throw new Error(`${handles.length} handles of ${display}`);
-      const [{ webrtc, current_time: microseconds } = {}] = handles;
-      const found = Object.values(webrtc?.media ?? {}).find(({ type }) => type === medium);
-      if (found) return { ...found, seconds: microseconds / 1e6 };
+      const media = Object.values(handles[0]?.webrtc?.media ?? {});
+      const found = media.find(({ type }) => type === medium);
+      if (found) return { info: handles[0], found };
     }
+  }
+
+  async #medium(kind, display, medium) {
+    const { info, found } = await this.#handle(kind, display, medium);
+    return { ...found, seconds: info.current_time / 1e6 };
   }
 
   async #count(kind, display, medium, direction) {
     const { stats, seconds } = await this.#medium(kind, display, medium);
-    return { bytes: stats[direction].bytes, seconds };
+    // The layers of a video are counted one by one.
+    const { bytes, ...others } = stats[direction];
+    const layers = Object.values(others).map((layer) => layer.bytes ?? 0);
+    return { bytes: [bytes, ...layers].reduce((sum, each) => sum + each), seconds };
   }
 
   // Ends the connection of the only handle of this kind for the media of the participant.
@@ -81,10 +89,26 @@ class JanusMonitor {
     await this.#ask('hangup_webrtc', { session_id, handle_id });
   }
 
-  // What the server itself has found out by RTCP of the medium that it receives from the participant.
+  // What the server itself has found out by RTCP of the medium that it receives from the participant,
+  // of a video its highest layer.
   async reception(display, medium) {
     const { rtcp } = await this.#medium('publisher', display, medium);
-    return rtcp;
+    return rtcp.sim2 ?? rtcp.main;
+  }
+
+  // The bytes that the server has received of each layer of the participant's video, the lowest
+  // first.
+  async receivedLayers(display) {
+    const { stats } = await this.#medium('publisher', display, 'video');
+    const layers = [stats.in, stats.in['video-simulcast-1'], stats.in['video-simulcast-2']];
+    return layers.map((layer) => layer?.bytes ?? 0);
+  }
+
+  // The layer of the participant's video that the only subscriber is sent, from 0 for the lowest.
+  async passedOnLayer(display) {
+    const { info } = await this.#handle('subscriber', display, 'video');
+    const { simulcast } = info.plugin_specific.streams.find(({ type }) => type === 'video');
+    return simulcast.substream;
   }
 
   // Of the medium as it is sent to the participant's only subscriber: how many milliseconds the way

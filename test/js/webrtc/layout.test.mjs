@@ -3,9 +3,10 @@
 
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
+import { isDeepStrictEqual } from 'node:util';
 
 import { startMonitoredServer } from '../../support/janus_monitor.mjs';
-import { remote } from '../../support/streams.mjs';
+import { LOCAL, remote } from '../../support/streams.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const CAPTURE = { width: 640, height: 360 };
@@ -26,10 +27,11 @@ const wishes = (streams, VideoOccupancyConstraints = []) => ({
 });
 
 // Joins the room as `name`, with a test card of this detail as the camera.
-async function join(t, server, name, detail) {
+async function join(t, server, name, detail, parameters) {
   const member = await openMember(t);
   const uri = server.uri('meeting', { camera: `card:${detail}` });
-  assert.deepEqual(await member.does('join', uri, { endpointName: name }), { connected: true });
+  const answer = await member.does('join', uri, { endpointName: name, ...parameters });
+  assert.deepEqual(answer, { connected: true });
   return member;
 }
 
@@ -133,3 +135,64 @@ for (const videocodec of ['vp8', 'h264']) {
     await shows('updateConfigData', { configData: ceiling }, { width: 320, height: 180 });
   });
 }
+
+test('the server passes on the lowest layer that is enough, and only layers that it passes on are sent', async (t) => {
+  const { server, monitor } = await startMonitoredServer(t, { rooms: { meeting: ROOM } });
+  await join(t, server, 'Ada', 1);
+  const zoe = await join(t, server, 'Zoë', 2);
+  const { csrc } = await zoe.does('picture', remote(0));
+  // Whole pictures go on until the server has passed on this layer of Ada's video.
+  const passesOn = async (layer) => {
+    for (;;) {
+      const pictures = await zoe.does('pictures', remote(0), 5, CAPTURE);
+      assert.deepEqual(
+        pictures.map(({ card }) => card?.detail),
+        Array(5).fill(1),
+      );
+      if ((await monitor.passedOnLayer('Ada')) === layer) return;
+    }
+  };
+  // Resolves when the server has received nothing of the other layers for one second.
+  const othersStandStill = async (layer) => {
+    for (let before; ;) {
+      const others = (await monitor.receivedLayers('Ada')).filter((_, index) => index !== layer);
+      if (isDeepStrictEqual(others, before)) return others;
+      before = others;
+      await zoe.does('pictures', LOCAL, 30);
+    }
+  };
+
+  await passesOn(2);
+  assert.deepEqual(await othersStandStill(2), [0, 0]);
+  // 640x360 is sent as 360, 180 and 90.
+  for (const [limits, layer] of [
+    [{ maxquality: 180 }, 1],
+    [{ maxquality: 90 }, 0],
+    [{ maxquality: 360 }, 2],
+    [{ maxquality: 45 }, 0],
+    [{}, 2],
+  ]) {
+    await zoe.does('call', 'updateVideoStreamsState', wishes([{ csrc }], [[limits]]));
+    await passesOn(layer);
+    await othersStandStill(layer);
+  }
+});
+
+test('layers that do not fit into the bandwidth of the call are not sent', async (t) => {
+  const { server, monitor } = await startMonitoredServer(t, { rooms: { meeting: ROOM } });
+  const ada = await join(t, server, 'Ada', 1, { maxBandwidth: 160_000 });
+  const zoe = await join(t, server, 'Zoë', 2);
+  for (const { width, height, card } of await zoe.does('pictures', remote(0), 30, CAPTURE)) {
+    assert.deepEqual([width, height, card?.detail], [320, 180, 1]);
+  }
+  const [lowest, middle, highest] = await monitor.receivedLayers('Ada');
+  assert.ok(middle > 0);
+  assert.deepEqual([lowest, highest], [0, 0]);
+
+  await ada.does('call', 'configureMeetingStats', { enable: true, timerDuration: 500 });
+  let sent;
+  do [sent] = (await ada.does('statistics')).video_send_stats;
+  while (!sent?.fps);
+  assert.deepEqual([sent.width, sent.height], [320, 180]);
+  assert.ok(sent.total_bitrate_bps > 0);
+});

@@ -37,6 +37,7 @@ for (const name of EVENT_NAMES) {
 let directory;
 let capability;
 let wrapper;
+let another;
 
 // The place of the first event at `from` or later for which `matches` holds, waited for.
 async function eventFrom(from, matches) {
@@ -110,12 +111,12 @@ async function leave() {
   return events[await eventFrom(from, ([name]) => name === 'callDisconnect')][1];
 }
 
-const describe = (frame) => ({
+const describe = (frame, drawn) => ({
   frameId: frame.frameId,
   csrc: frame.csrc,
   width: frame.width,
   height: frame.height,
-  card: readCard(frame),
+  card: readCard(frame, drawn),
 });
 
 function colourAt(frame, [across, down]) {
@@ -174,6 +175,29 @@ obey({
     return settledCounts(expected);
   },
 
+  // Another engine, which begins to join.
+  startAnother(uri, overrides = {}) {
+    another = makeWrapper();
+    another.connectCall({ ...connectParams(uri), ...overrides });
+  },
+
+  // Answers with what the process holds when the other engine is destroyed, which is to be what is
+  // `expected`, and with how many milliseconds the destruction took.
+  async destroyAnother(expected) {
+    const startedAt = performance.now();
+    another.destroy();
+    const milliseconds = performance.now() - startedAt;
+    another = undefined;
+    await untilThreadsAreGone();
+    return { held: await settledCounts(expected), milliseconds };
+  },
+
+  // What the process holds, which is to be what is `expected`.
+  async held(expected) {
+    await untilThreadsAreGone();
+    return settledCounts(expected);
+  },
+
   // The payload of the first past or future event of this name that has these values.
   async seen(name, part = {}) {
     const place = await eventFrom(0, ([each, payload]) => each === name && contains(payload, part));
@@ -206,11 +230,12 @@ obey({
   // Whether the stream has a picture.
   hasPicture: (stream) => !wrapper.getFrame(stream, 0).noUpdate,
 
-  // The content of the next `count` pictures.
-  async pictures(stream, count) {
+  // The content of the next `count` pictures, of cards drawn in another size than the pictures' if
+  // `drawn` is given.
+  async pictures(stream, count, drawn) {
     const described = [];
     for (let frameId = 0; described.length < count; frameId = described.at(-1).frameId) {
-      described.push(describe(await nextFrame(stream, frameId)));
+      described.push(describe(await nextFrame(stream, frameId), drawn));
     }
     return described;
   },
@@ -246,8 +271,7 @@ obey({
     for (let frameId = 0; ;) {
       const frame = await nextFrame(stream, frameId);
       if (frame.width === width && frame.height === height) {
-        const card = readCard(frame, capability);
-        return { ...describe(frame), card };
+        return describe(frame, capability);
       }
       ({ frameId } = frame);
     }

@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace webrtc {
 namespace {
@@ -48,6 +49,40 @@ TEST(Feed, HasTheStreamsThatTheRoomHasMuted) {
   EXPECT_EQ(feed->videoMid, "1");
   EXPECT_EQ(feed->moderatedMids, (std::set<std::string>{"0"}));
   EXPECT_FALSE(feed->isAudioMuted);
+}
+
+Feed feedWithVideo(const std::string& description) {
+  return *parseFeed(
+      {{"id", "p1"}, {"streams", {{{"type", "video"}, {"description", description}}}}});
+}
+
+TEST(Feed, TellsTheLayersOfItsVideo) {
+  const Feed feed = feedWithVideo(R"({"layers":[720,360,180]})");
+  EXPECT_EQ(feed.layerHeights, (std::vector<std::uint32_t>{720, 360, 180}));
+}
+
+TEST(Feed, HasNoLayersWhenTheirDescriptionIsInvalid) {
+  for (const char* const layers : {"[1,2,3,4]", "[720,0]", "[720,-1]", "[720,99999]", "[720,\"x\"]",
+                                   "[720,1.5]", "7", "{}", "null"}) {
+    const Feed feed = feedWithVideo(std::string(R"({"layers":)") + layers + '}');
+    EXPECT_TRUE(feed.layerHeights.empty()) << layers;
+  }
+}
+
+TEST(Feed, TellsTheHeightsWithWhichItReceives) {
+  EXPECT_EQ(feedWithVideo(R"({"receives":[90,360]})").received, (Heights{90, 360}));
+  EXPECT_EQ(feedWithVideo(R"({"receives":[720,4294967295]})").received,
+            (Heights{720, Heights::kWhole}));
+  EXPECT_EQ(feedWithVideo(R"({"receives":[]})").received, std::nullopt);
+}
+
+TEST(Feed, ReceivesTheWholeHeightWhenItDoesNotTell) {
+  for (const char* const receives :
+       {"null", "7", "{}", "[1]", "[1,2,3]", "[-1,2]", "[1,4294967296]", "[1,\"x\"]", "[1.5,2]"}) {
+    const Feed feed = feedWithVideo(std::string(R"({"receives":)") + receives + '}');
+    EXPECT_EQ(feed.received, Heights()) << receives;
+  }
+  EXPECT_EQ(feedWithVideo("my camera").received, Heights());
 }
 
 TEST(Feed, SendsMoreWhenAStreamIsNewOrEnabled) {

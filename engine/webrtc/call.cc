@@ -574,7 +574,6 @@ void Call::releaseSession() {
   ++releasedSessions_;
   arrivalTimer_.stop();
   localVideo_.setSender(nullptr);
-  if (content_ && participants_.empty()) content_->remove();
   content_.reset();
   participants_.clear();
   // Of those who have a place, it is kept; the room will name the others again.

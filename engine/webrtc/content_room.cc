@@ -16,7 +16,6 @@ constexpr int kPresenterNumber = 1;
 constexpr const char* kSuffix = "-content";
 // Numbers of rooms stay exact in a browser.
 constexpr std::uint64_t kNumberOffset = 1'000'000'000'000'000;
-// By which the engine recognises rooms that engines have created.
 constexpr const char* kDescription = "content of a meeting";
 constexpr int kMostAttempts = 4;
 // Enough for text in 1920x1080.
@@ -113,7 +112,6 @@ void ContentRoom::joined(const JanusAnswer& answer) {
   if (answer.isError()) return giveUp(answer.errorReason);
   attempts_ = 0;
   isThere_ = true;
-  isOurs_ = textAt(answer.data, "description") == kDescription;
   // Ties our subscription to us.
   room_["private_id"] = memberOf(answer.data, "private_id");
   addPresenters(answer.data);
@@ -252,8 +250,13 @@ void ContentRoom::tokenReceived(const Json& data) {
 
 void ContentRoom::releaseToken() {
   inTurn([this] {
-    dropToken();
-    endTurn();
+    if (!hasToken_) return endTurn();
+    endPresentation();
+    // Once it is said to be free, somebody else gets it.
+    token_->ask({{"request", "leave"}}, std::nullopt, [this](const JanusAnswer&) {
+      dropToken();
+      endTurn();
+    });
   });
 }
 
@@ -336,11 +339,6 @@ ContentTraffic ContentRoom::closeWindow(support::Time length) {
   if (presentation_) traffic.sent = presentation_->closeWindow(length);
   if (content_) traffic.received = content_->closeWindow(length);
   return traffic;
-}
-
-void ContentRoom::remove() {
-  if (!isThere_ || !isOurs_) return;
-  listener_->ask({{"request", "destroy"}, {"room", room_["room"]}}, std::nullopt, nullptr);
 }
 
 void ContentRoom::report(ShareStatus status) {

@@ -61,9 +61,6 @@ class ContentRoom {
   bool isMissing();
   // What was sent and received in a window of this length, which ends now.
   ContentTraffic closeWindow(support::Time length);
-  // Nobody else is in the meeting: the room is not needed any more, unless the server has it by
-  // itself.
-  void remove();
 
  private:
   static Incoming incomingOf(bool isReceiving) {
@@ -105,7 +102,6 @@ class ContentRoom {
   bool isReceiving_;
   Json room_;             // what every request to the room is to say
   bool isThere_ = false;  // we are in the room
-  bool isOurs_ = false;   // an engine has created it
   int attempts_ = 0;      // to join
   bool isBusy_ = false;   // a task is not over
   std::deque<std::function<void()>> waiting_;

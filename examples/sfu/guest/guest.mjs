@@ -9,6 +9,7 @@ const status = document.querySelector('#status');
 const people = document.querySelector('#people');
 const form = document.querySelector('form');
 const leaveButton = document.querySelector('#leave');
+const presentButton = document.querySelector('#present');
 const asked = new URLSearchParams(location.search);
 
 // The camera and the microphone, or replacements for missing ones.
@@ -46,7 +47,43 @@ function showForm(text) {
   status.textContent = text;
   form.hidden = false;
   leaveButton.hidden = true;
+  presentButton.hidden = true;
   people.replaceChildren();
+}
+
+// Lets the button begin and end a presentation of the guest's.
+function offerToPresent(guest) {
+  let stop;
+  const end = () => {
+    stop?.();
+    stop = undefined;
+    presentButton.textContent = 'Present';
+  };
+  presentButton.textContent = 'Present';
+  presentButton.hidden = false;
+  presentButton.onclick = async () => {
+    if (stop) return end();
+    presentButton.disabled = true;
+    let track;
+    try {
+      const endTransmission = await guest.present(async () => {
+        const screen = await navigator.mediaDevices.getDisplayMedia({ video: true });
+        [track] = screen.getVideoTracks();
+        return track;
+      });
+      stop = () => {
+        endTransmission();
+        track.stop();
+      };
+      track.addEventListener('ended', end);
+      presentButton.textContent = 'Stop presenting';
+    } catch (error) {
+      track?.stop();
+      status.textContent = `Not presented: ${error.message}`;
+    } finally {
+      presentButton.disabled = false;
+    }
+  };
 }
 
 async function join(name) {
@@ -65,9 +102,13 @@ async function join(name) {
       tracks,
       onArrived: (id, displayName, stream) => show(`feed-${id}`, displayName, stream),
       onGone: (id) => document.getElementById(`feed-${id}`)?.remove(),
+      onContent: (id, displayName, stream) =>
+        show(`content-${id}`, `${displayName} presents`, stream),
+      onContentGone: (id) => document.getElementById(`content-${id}`)?.remove(),
     });
     status.textContent = `In the room.${note}`;
     leaveButton.hidden = false;
+    offerToPresent(guest);
     const leave = () => {
       removeEventListener('pagehide', leave);
       guest.leave();

@@ -2,6 +2,17 @@
 
 const PLUGIN = 'janus.plugin.videoroom';
 const KEEP_ALIVE_MS = 15_000;
+// The plugin's own codes.
+const NO_SUCH_ROOM = 426;
+const ROOM_EXISTS = 427;
+const ID_EXISTS = 436;
+// Who has this identity in the room for content may present. The server gives it to one at a time.
+const PRESENTER = 'presenter';
+// What the engine creates, too.
+const CONTENT_ROOM = {
+  ...{ description: 'content of a meeting', permanent: false, is_private: true, publishers: 1 },
+  ...{ require_pvtid: true, bitrate: 3_000_000, videocodec: 'vp8,h264' },
+};
 
 // One connection to the server, and the handles to its plugin.
 class Session {
@@ -65,7 +76,8 @@ class Session {
           ...{ janus: 'message', handle_id, body },
           ...(jsep && { jsep: { type: jsep.type, sdp: jsep.sdp } }),
         });
-        if (plugindata.data.error) throw new Error(plugindata.data.error);
+        const { error, error_code: code } = plugindata.data;
+        if (error) throw Object.assign(new Error(error), { code });
         return { data: plugindata.data, jsep: answer };
       },
     };
@@ -105,13 +117,10 @@ class Peer {
   }
 }
 
-// Joins `room` and sends `tracks`. `onArrived(id, name, stream)` and `onGone(id)` report the
-// others.
-export async function joinRoom({ server, room, pin, token, name, tracks, onArrived, onGone }) {
-  const session = await Session.open(server, room, token);
-  const access = { room, ...(pin && { pin }) };
+// Receives what others send to the room that `access` leads to. `onArrived(id, name, stream)` and
+// `onGone(id)` report them.
+function receiveFrom(session, access, { onArrived, onGone }) {
   const others = new Map();
-  const sending = new Peer();
 
   async function receive({ id, display }) {
     if (others.has(id)) return;
@@ -141,35 +150,125 @@ export async function joinRoom({ server, room, pin, token, name, tracks, onArriv
     onGone(id);
   }
 
-  const take = ({ publishers = [], unpublished, leaving }) => {
-    publishers.forEach(receive);
-    for (const id of [unpublished, leaving]) forget(id);
+  return {
+    // What the server tells of the room.
+    take({ publishers = [], unpublished, leaving }) {
+      publishers.forEach(receive);
+      for (const id of [unpublished, leaving]) forget(id);
+    },
+    close() {
+      for (const other of others.values()) other?.peer.connection.close();
+    },
   };
+}
 
+// Enters a room, as whom `identity` says. `told` is called with what the server tells of the room.
+async function enter(session, access, identity, told = () => {}) {
+  const sending = new Peer();
   const handle = await session.attach(({ janus, candidate, plugindata }) => {
     if (janus === 'trickle') sending.addCandidate(candidate);
-    if (janus === 'event') take(plugindata.data);
+    if (janus === 'event') told(plugindata.data);
   });
-  const { data } = await handle.ask({
-    request: 'join',
-    ptype: 'publisher',
-    display: name,
-    ...access,
-  });
-  // Ties what is received to who is in the room.
-  access.private_id = data.private_id;
+  try {
+    const request = { request: 'join', ptype: 'publisher', ...identity, ...access };
+    const { data } = await handle.ask(request);
+    return { data, handle, sending };
+  } catch (error) {
+    handle.detach();
+    throw error;
+  }
+}
+
+// Sends `tracks` to a room that was entered; `descriptions` go with them.
+async function send({ handle, sending }, tracks, descriptions) {
   for (const track of tracks) {
     sending.connection.addTransceiver(track, { direction: 'sendonly' });
   }
   sending.tellThrough(handle);
   await sending.connection.setLocalDescription();
-  const { jsep } = await handle.ask({ request: 'publish' }, sending.connection.localDescription);
+  const request = { request: 'publish', ...(descriptions && { descriptions }) };
+  const { jsep } = await handle.ask(request, sending.connection.localDescription);
   await sending.accept(jsep);
-  take(data);
+}
+
+// Enters the room for content beside the meeting's, where `ownId` is the guest's identity. Resolves
+// to a function that presents a track, and resolves to one that ends this.
+async function enterContent(session, { room, pin }, { name, ownId, token, ...reports }) {
+  const access = { room: `${room}-content`, ...(pin && { pin }) };
+  const allowed = token ? { token } : {};
+  let presentation;
+  const receiver = receiveFrom(session, access, reports);
+  const take = ({ publishers = [], ...others }) =>
+    receiver.take({
+      publishers: publishers.filter(({ id }) => id !== presentation?.data.id),
+      ...others,
+    });
+  const enterAs = (identity, told) => enter(session, access, { ...identity, ...allowed }, told);
+  let listener;
+  try {
+    listener = await enterAs({}, take);
+  } catch (error) {
+    if (error.code !== NO_SUCH_ROOM) throw error;
+    const handle = await session.attach(() => {});
+    await handle.ask({ request: 'create', ...access, ...CONTENT_ROOM }).catch((refusal) => {
+      if (refusal.code !== ROOM_EXISTS) throw refusal;
+    });
+    handle.detach();
+    listener = await enterAs({}, take);
+  }
+  access.private_id = listener.data.private_id;
+  take(listener.data);
+
+  async function present(openTrack) {
+    const taken = (error) => {
+      throw error.code === ID_EXISTS ? new Error('somebody else presents') : error;
+    };
+    const place = await enterAs({ id: PRESENTER }).catch(taken);
+    const stop = () => {
+      presentation?.sending.connection.close();
+      presentation?.handle.detach();
+      presentation = undefined;
+      place.handle.detach();
+    };
+    try {
+      if (place.data.publishers.length > 0) throw new Error('somebody else presents');
+      const track = await openTrack();
+      presentation = await enterAs({ display: name });
+      const state = JSON.stringify({ presenter: ownId, muted: false });
+      await send(presentation, [track], [{ mid: '0', description: state }]);
+    } catch (error) {
+      stop();
+      throw error;
+    }
+    return stop;
+  }
+  return { present, close: receiver.close };
+}
+
+// Joins `room` and sends `tracks`. `onArrived(id, name, stream)` and `onGone(id)` report the
+// others, `onContent(id, name, stream)` and `onContentGone(id)` what they present.
+export async function joinRoom({ server, room, pin, token, name, tracks, ...reports }) {
+  const session = await Session.open(server, room, token);
+  const access = { room, ...(pin && { pin }) };
+  const receiver = receiveFrom(session, access, reports);
+  const own = await enter(session, access, { display: name }, receiver.take);
+  // Ties what is received to who is in the room.
+  access.private_id = own.data.private_id;
+  await send(own, tracks);
+  receiver.take(own.data);
+  const { onContent: onArrived, onContentGone: onGone } = reports;
+  const identity = { name, token, ownId: own.data.id };
+  // A server may have no such room, and let nobody make it.
+  const content = await enterContent(
+    session,
+    { room, pin },
+    { ...identity, onArrived, onGone },
+  ).catch((error) => ({ close() {}, present: () => Promise.reject(error) }));
   const leave = () => {
-    for (const other of others.values()) other?.peer.connection.close();
-    sending.connection.close();
+    receiver.close();
+    content.close();
+    own.sending.connection.close();
     session.close();
   };
-  return { leave };
+  return { leave, present: content.present };
 }

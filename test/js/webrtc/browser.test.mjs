@@ -11,8 +11,9 @@ import { writeCardClip } from '../../support/card_clip.mjs';
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
 import { PATIENCE_MS, openBrowser } from '../../support/meeting_app/browser.mjs';
 import { SECRETS, runExample, startConfiguredSfu } from '../../support/operating.mjs';
+import { ScreenServer, yuvOf } from '../../support/screen_server.mjs';
 import { SoundServer, shareOf } from '../../support/sound_server.mjs';
-import { remote } from '../../support/streams.mjs';
+import { CONTENT, remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { writeToneClip } from '../../support/tone_clip.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
@@ -164,4 +165,52 @@ test('a browser without camera and microphone reports it, sends a replacement, a
   const { width, height, card } = await member.does('picture', remote(0));
   assert.equal(card, null);
   assert.equal(width / height, 640 / 360);
+});
+
+// The colour in the middle of a video of the page, as [red, green, blue].
+const shownColour = (video) =>
+  video.evaluate(async (element) => {
+    await new Promise((resolve) => element.requestVideoFrameCallback(resolve));
+    const { videoWidth: width, videoHeight: height } = element;
+    const context = new OffscreenCanvas(width, height).getContext('2d');
+    context.drawImage(element, 0, 0);
+    return Array.from(context.getImageData(width / 2, height / 2, 1, 1).data.slice(0, 3));
+  });
+
+test('a guest presents a page of the browser, and sees what others present, one at a time', async (t) => {
+  const janus = await startServer(t, { rooms: { [ROOM]: { pin: 'a pin' } } });
+  const screens = await ScreenServer.start(t, [[640, 480]]);
+  await screens.paint('#c02020');
+  const choice = '--auto-select-tab-capture-source-by-title=Slides';
+  const page = await openGuest(t, janus, [choice], { pin: 'a pin' });
+  const slides = await page.context().newPage();
+  await slides.setContent(
+    '<title>Slides</title><body style="background: #20c040; height: 100vh; margin: 0"></body>',
+  );
+  const member = await openMember(t, { environment: screens.environment });
+  const uri = janus.uri(ROOM, { camera: 'card:5', pin: 'a pin' });
+  assert.deepEqual(await member.does('join', uri, { endpointName: 'Ada' }), { connected: true });
+  await page.getByRole('button', { name: 'Present', exact: true }).click();
+  const green = yuvOf('#20c040');
+  await member.does('shows', CONTENT, [
+    { at: [0.2, 0.2], yuv: green },
+    { at: [0.8, 0.8], yuv: green },
+  ]);
+  await member.does('knows', 'Grace', { presenting: true });
+  await member.does('call', 'requestContentShareToken');
+  await member.does('seen', 'screenShareStatus', { status: 'token_denied' });
+  await page.getByRole('button', { name: 'Stop presenting' }).click();
+  await member.does('seen', 'streamRemoved', CONTENT);
+
+  await member.does('call', 'requestContentShareToken');
+  await member.does('seen', 'screenShareStatus', { status: 'token_granted' });
+  await page.getByRole('button', { name: 'Present', exact: true }).click();
+  await page.getByText('Not presented: somebody else presents').waitFor();
+  await member.does('call', 'startPresentation', { type: 'screen' });
+  const shown = await shownColour(await shownVideo(page, 'Ada presents'));
+  for (const [index, wanted] of [0xc0, 0x20, 0x20].entries()) {
+    assert.ok(Math.abs(shown[index] - wanted) <= 8, `${shown}`);
+  }
+  await member.does('call', 'stopPresentation');
+  await page.locator('figure', { hasText: 'Ada presents' }).waitFor({ state: 'detached' });
 });

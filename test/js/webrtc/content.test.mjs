@@ -4,8 +4,10 @@
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
+import { JanusAdministrator } from '../../support/janus_administrator.mjs';
+import { startMonitoredServer } from '../../support/janus_monitor.mjs';
 import { ScreenServer, yuvOf } from '../../support/screen_server.mjs';
-import { CONTENT } from '../../support/streams.mjs';
+import { CONTENT, remote } from '../../support/streams.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const ROOM = 'meeting';
@@ -14,6 +16,10 @@ const MONITORS = [
   [800, 480],
 ];
 const [GREY, GREEN, RED, BLUE] = ['#808080', '#20c040', '#c02020', '#3030d0'];
+const EVERYTHING = {
+  ...{ contentStreamEnabled: true, incomingAudioEnabled: true, incomingVideoEnabled: true },
+  ...{ outgoingAudioMuted: false, outgoingVideoMuted: false },
+};
 const EVERYWHERE = [0.1, 0.5, 0.9].flatMap((x) => [0.1, 0.5, 0.9].map((y) => [x, y]));
 const all = (colour) => EVERYWHERE.map((at) => ({ at, yuv: yuvOf(colour) }));
 
@@ -97,7 +103,7 @@ test('the second of two monitors is shown to the others', async (t) => {
   const screens = await ScreenServer.start(t, MONITORS);
   await screens.paint(GREY);
   await screens.openWindow(GREEN, { x: 640, y: 0, width: 800, height: 480 });
-  const server = await startServer(t, { rooms: { [ROOM]: {} } });
+  const { server, monitor } = await startMonitoredServer(t, { rooms: { [ROOM]: {} } });
   const ada = await join(t, server, 'Ada', {
     ...{ environment: screens.environment, meetingGuid: 'guid of Ada' },
   });
@@ -116,6 +122,26 @@ test('the second of two monitors is shown to the others', async (t) => {
   const told = { isReceiving: true, presenterGuid: 'guid of Ada' };
   await zoe.does('seen', 'contentReceive', told);
   assert.equal(await requestToken(zoe), 'token_denied');
+
+  for (const [member, name] of [
+    [ada, 'content_send_stats'],
+    [zoe, 'content_recv_stats'],
+  ]) {
+    await member.does('call', 'configureMeetingStats', { enable: true, timerDuration: 1000 });
+    const { [name]: measured } = await member.does('statistics');
+    assert.deepEqual([measured.width, measured.height], [800, 480], name);
+    assert.ok(measured.fps > 0 && measured.fps <= 16, `${measured.fps} per second`);
+    assert.ok(measured.total_bitrate_bps > 0, name);
+  }
+
+  const [others, pictures] = [monitor.in(`${ROOM}-content`), await zoe.does('picture', CONTENT)];
+  await zoe.does('call', 'updateMediaStreamState', { ...EVERYTHING, contentStreamEnabled: false });
+  await zoe.does('cleared', CONTENT);
+  await zoe.does('seen', 'streamUpdated', { ...CONTENT, csrc: pictures.csrc });
+  await others.standsStill('Ada', 'video', zoe);
+  await zoe.does('picture', remote(0));
+  await zoe.does('call', 'updateMediaStreamState', EVERYTHING);
+  await zoe.does('shows', CONTENT, all(GREEN));
 
   await ada.does('call', 'startPresentation', { type: 'screen', screenId: 0 });
   assert.deepEqual(await zoe.does('shows', CONTENT, all(GREY)), { width: 640, height: 480 });
@@ -176,4 +202,36 @@ test('what cannot be captured is refused, and a window ends its share when it cl
   await status(ada, 'stopped');
   await ada.does('call', 'releaseContentShareToken');
   await status(ada, 'token_relinquished');
+});
+
+test('the share ends with the call, and who joins during it sees it', async (t) => {
+  const screens = await ScreenServer.start(t, MONITORS.slice(0, 1));
+  await screens.paint(GREY);
+  const server = await startServer(t, { rooms: { [ROOM]: {} } });
+  const ada = await join(t, server, 'Ada', { environment: screens.environment });
+  assert.equal(await requestToken(ada), 'token_granted');
+  await ada.does('call', 'startPresentation', { type: 'screen' });
+  await status(ada, 'started');
+  const zoe = await join(t, server, 'Zoë');
+  await zoe.does('shows', CONTENT, all(GREY));
+
+  await ada.does('forget');
+  await ada.does('leave');
+  const told = await ada.does('events');
+  const ends = told.flatMap(([name, { status: value }]) =>
+    name === 'screenShareStatus' ? [value] : name === 'callDisconnect' ? [name] : [],
+  );
+  assert.deepEqual(ends, ['stopped', 'token_relinquished', 'callDisconnect']);
+  await zoe.does('seen', 'streamRemoved', CONTENT);
+});
+
+test('a room for content that is destroyed is made again, without its token', async (t) => {
+  const server = await startServer(t, { rooms: { [ROOM]: {} } });
+  const administrator = await JanusAdministrator.connect(t, server);
+  const [ada, zoe] = [await join(t, server, 'Ada'), await join(t, server, 'Zoë')];
+  assert.equal(await requestToken(ada), 'token_granted');
+  await administrator.ask({ request: 'destroy', room: `${ROOM}-content` });
+  await status(ada, 'token_relinquished');
+  assert.equal(await requestToken(zoe), 'token_granted');
+  assert.equal(await requestToken(ada), 'token_denied');
 });

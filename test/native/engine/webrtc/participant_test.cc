@@ -12,6 +12,7 @@
 #include <string>
 
 #include "engine/support/engine_manager.h"
+#include "engine/support/streams/stream_keys.h"
 #include "engine/webrtc/webrtc_engine.h"
 #include "test/native/engine/support/manual_clock.h"
 #include "test/native/engine/support/temporary_directory.h"
@@ -61,8 +62,8 @@ TEST(Participant, IsRequestedAgainWhenTheFirstConnectionCannotBeMade) {
     run([&] {
       Feed feed;
       feed.id = "p1";
-      participant.emplace(context, pool, *session, *speaker, ice, Json::object(), feed, 0,
-                          Incoming(), [] {});
+      participant.emplace(context, pool, *session, *speaker, ice, Json::object(), feed,
+                          support::remoteStream(0), Incoming(), [] {});
     });
   }
   clock->pass(500ms, context.loop);

@@ -1,5 +1,5 @@
 // A server that speaks the protocol of a Janus server with a room, and of which a test decides what it
-// says. No media pass.
+// says. No media pass, and there is no other room.
 
 import { EventEmitter, once } from 'node:events';
 import { readFileSync } from 'node:fs';
@@ -11,6 +11,7 @@ import { ownAddress } from '../../examples/sfu/janus_server.mjs';
 
 const ROOM = 'meeting';
 const PRIVATE_ID = 4711;
+const NO_SUCH_ROOM = 426;
 
 const lines = (...all) => all.map((line) => `${line}\r\n`).join('');
 const connection = (direction, mid, setup) => [
@@ -73,7 +74,7 @@ export class FakeSfu extends EventEmitter {
   // Who is there when somebody joins.
   publishers = [];
   // What is sent in place of an answer of this kind: messages, or texts that are none. The kinds are
-  // "created", "attached", "joined", "published", "offered", "started" and "done".
+  // "created", "attached", "joined", "published", "offered", "started", "configured" and "refused".
   replies = (kind, answer) => [answer];
 
   // Until the test ends; with a `certificate`, { certificate, key }, over TLS. Emits "request" for each
@@ -168,6 +169,13 @@ export class FakeSfu extends EventEmitter {
       kind,
       { janus: 'event', ...this.#plugin(data), ...(jsep && { jsep }) },
     ];
+    if (body.room !== undefined && body.room !== ROOM) {
+      return event('refused', {
+        videoroom: 'event',
+        error_code: NO_SUCH_ROOM,
+        error: 'No such room',
+      });
+    }
     switch (`${body.request} ${body.ptype ?? ''}`) {
       case 'join publisher':
         this.#publisherHandle = handle_id;

@@ -13,7 +13,7 @@ import { PATIENCE_MS, openBrowser } from '../../support/meeting_app/browser.mjs'
 import { SECRETS, runExample, startConfiguredSfu } from '../../support/operating.mjs';
 import { ScreenServer, yuvOf } from '../../support/screen_server.mjs';
 import { SoundServer, shareOf } from '../../support/sound_server.mjs';
-import { CONTENT, remote } from '../../support/streams.mjs';
+import { CONTENT, LOCAL, remote } from '../../support/streams.mjs';
 import { temporaryDirectory } from '../../support/temporary_directory.mjs';
 import { writeToneClip } from '../../support/tone_clip.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
@@ -23,6 +23,47 @@ const ROOM = 'meeting';
 // In the order in which the page adds its tracks.
 const [VIDEO_MID, AUDIO_MID] = ['0', '1'];
 const TONES = { Ada: 440, Ben: 660, Grace: 880 };
+
+// In the page: keeps the connection over which the guest sends, and how it was published.
+function keepPublisher() {
+  const connections = [];
+  globalThis.RTCPeerConnection = class extends RTCPeerConnection {
+    constructor(...args) {
+      super(...args);
+      connections.push(this);
+    }
+  };
+  const { send } = WebSocket.prototype;
+  WebSocket.prototype.send = function (text) {
+    const { janus, session_id, handle_id, token, body } = JSON.parse(text);
+    if (body?.request === 'publish') {
+      // The others only answer.
+      const offering = ({ signalingState }) => signalingState === 'have-local-offer';
+      const connection = connections.find(offering);
+      const ids = { janus, session_id, handle_id, token };
+      globalThis.publisher = { connection, socket: this, ids };
+    }
+    send.call(this, text);
+  };
+}
+
+// In the page: the guest sends no audio any more, and has told the server.
+async function deactivateAudio() {
+  const { connection, socket, ids } = globalThis.publisher;
+  const sent = connection.getTransceivers().find(({ sender }) => sender.track.kind === 'audio');
+  sent.direction = 'inactive';
+  const jsep = await connection.createOffer();
+  await connection.setLocalDescription(jsep);
+  const answered = new Promise((resolve) => {
+    socket.addEventListener('message', ({ data }) => {
+      const { transaction, jsep: answer } = JSON.parse(data);
+      if (transaction === 'deactivation' && answer) resolve(answer);
+    });
+  });
+  const body = { request: 'configure' };
+  socket.send(JSON.stringify({ ...ids, transaction: 'deactivation', body, jsep }));
+  await connection.setRemoteDescription(await answered);
+}
 
 // The guest's page in a browser whose camera is `cameraArguments`.
 async function openGuest(t, janus, cameraArguments, access) {
@@ -34,6 +75,7 @@ async function openGuest(t, janus, cameraArguments, access) {
   const browser = await openBrowser(t, cameraArguments);
   const page = await (await browser.newContext()).newPage();
   page.setDefaultTimeout(PATIENCE_MS);
+  await page.addInitScript(keepPublisher);
   await page.goto(guestLink(pageServer, janus, ROOM, access));
   await page.getByLabel('Your name').fill('Grace');
   await page.getByRole('button', { name: 'Join' }).click();
@@ -129,6 +171,16 @@ for (const videocodec of ['vp8', 'h264']) {
         assert.equal(card?.detail, expected);
       }
     }
+
+    // What is not sent any more is not missing; it would be after 1.5 seconds.
+    await members[0].does('forget');
+    await page.evaluate(deactivateAudio);
+    await members[0].does('pictures', LOCAL, 90);
+    const events = await members[0].does('events');
+    assert.deepEqual(
+      events.filter(([name]) => name === 'noRtpMedia'),
+      [],
+    );
 
     // The browser does not tell that it is muted, but the room does.
     const administrator = await JanusAdministrator.connect(t, janus);

@@ -218,11 +218,9 @@ async function descriptions(sfu, member) {
     const call = begin(sfu, member, 'published');
     await call.reached;
     // What is told after the answer is read after it.
-    const attached = sfu.asked('attached');
-    sfu.tellRoom({ videoroom: 'event', publishers: [publisher('Ada')] });
-    const outcome = await Promise.race([attached, call.over]);
-    if (outcome.code) assertRefused(outcome);
-    else await call.leave();
+    const outcome = await hasRead(sfu, call);
+    if (outcome === 'asked') await call.leave();
+    else assertRefused(outcome);
     await member.does('forget');
   }
 }
@@ -240,7 +238,7 @@ async function lateEnd(sfu, member) {
   const sdp = OFFER.replaceAll('473907205', '4711');
   sfu.tellRoom({ videoroom: 'updated', streams: [] }, { type: 'offer', sdp }, handle);
   sfu.tell({ janus: 'hangup', reason: 'late' }, handle);
-  await again;
+  assertReadOrTooLate(await Promise.race([again.then(() => 'asked'), call.over]));
   assert.doesNotMatch(await member.does('log'), /late/);
   await call.leave();
   sfu.publishers = [];

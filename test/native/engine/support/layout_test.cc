@@ -36,6 +36,12 @@ TEST(Layout, FindsAStreamByEitherSource) {
               ElementsAre(Pair(7, kUnlimited), Pair(8, kUnlimited), Pair(9, kUnwanted)));
 }
 
+TEST(Layout, GivesOneTileToAStreamThatIsNamedTwice) {
+  Layout layout;
+  layout.setWishes({{7, 0, 0, 0}, {0, 7, 0, 0}, {8, 0, 0, 0}}, Constraints(2));
+  EXPECT_THAT(layout.receptions({7, 8}), ElementsAre(Pair(7, kUnlimited), Pair(8, kUnlimited)));
+}
+
 TEST(Layout, GivesTheTilesToTheHighestPrioritiesFirst) {
   Layout layout;
   layout.setWishes({{7, 0, 0, 1}, {8, 0, 0, 5}, {9, 0, 0, 1}},
@@ -133,6 +139,7 @@ TEST(CardSize, IsTheRequestedQualityOfTheLadder) {
 TEST(CardSize, IsNotBelowTheLowestQualityUnlessAHeightIsRequested) {
   EXPECT_EQ(cardSize({64, 36}, {.lowest = 180}), (Size{320, 180}));
   EXPECT_EQ(cardSize({640, 360}, {.lowest = 180}), (Size{640, 360}));
+  EXPECT_EQ(cardSize({240, 180}, {.lowest = 180}), (Size{240, 180}));
   EXPECT_EQ(cardSize({64, 36}, {.height = 90, .lowest = 180}), (Size{160, 90}));
 }
 
@@ -152,6 +159,7 @@ TEST(ClipSize, KeepsTheAspectRatioAndIsNeverEnlarged) {
   EXPECT_EQ(shapedSize({640, 480}, atHeight(180)), (Size{240, 180}));
   EXPECT_EQ(shapedSize({640, 480}, atHeight(720)), (Size{640, 480}));
   EXPECT_EQ(shapedSize({640, 480}, {.height = 360, .ceiling = 90}), (Size{120, 90}));
+  EXPECT_EQ(shapedSize({642, 360}, atHeight(180)), (Size{320, 180}));
   EXPECT_EQ(shapedSize({1, 4096}, atHeight(45)), (Size{2, 45}));
 }
 

@@ -108,8 +108,11 @@ class LocalVideoTest : public testing::Test {
       stream->GetFrame(lastId_, frame);
     } while (frame.noUpdate);
     lastId_ = static_cast<std::uint32_t>(frame.frameId);
+    capturedAt_ = support::Time(static_cast<support::Time::rep>(frame.engineValue));
   }
   std::uint32_t lastId() const { return lastId_; }
+  // Of the last picture.
+  support::Time capturedAt() const { return capturedAt_; }
 
  private:
   const std::shared_ptr<support::ManualClock> clock_ = std::make_shared<support::ManualClock>();
@@ -119,6 +122,7 @@ class LocalVideoTest : public testing::Test {
                                               std::make_shared<support::FramePool>(std::size_t{0}));
       });
   std::uint32_t lastId_ = 0;
+  support::Time capturedAt_ = {};
 
  protected:
   support::EngineManager& manager() { return *manager_; }
@@ -137,6 +141,16 @@ TEST_F(LocalVideoTest, OpensACameraAgainThatHasShownNothingForThreeSeconds) {
   EXPECT_EQ(lastId(), 3U);
   pass(3s);
   EXPECT_EQ(timesOpened(), 3U);
+}
+
+TEST_F(LocalVideoTest, TellsWhenAPictureWasCaptured) {
+  showPicture();
+  const support::Time first = capturedAt();
+  const support::Time between = support::realClock()->now();
+  EXPECT_LT(first, between);
+  showPicture();
+  EXPECT_GE(capturedAt(), between);
+  EXPECT_LE(capturedAt(), support::realClock()->now());
 }
 
 TEST_F(LocalVideoTest, WaitsForTheFirstPictureOfACamera) {

@@ -104,7 +104,9 @@ TEST_F(RtpCountsTest, HaveTheReportsOfWhatWeSend) {
       {source("s, ssrc=(uint)8, have-rb=(boolean)true, rb-ssrc=(uint)7, rb-fractionlost=(uint)64, "
               "rb-packetslost=(int)3, rb-jitter=(uint)900"),
        source("s, ssrc=(uint)7, internal=(boolean)true, clock-rate=(int)90000"),
-       source("s, ssrc=(uint)9, have-rb=(boolean)true, rb-ssrc=(uint)6, rb-packetslost=(int)-2"),
+       source("s, ssrc=(uint)9, have-rb=(boolean)true, rb-ssrc=(uint)6, rb-packetslost=(int)-2, "
+              "rb-jitter=(uint)480"),
+       source("s, ssrc=(uint)6, internal=(boolean)true, clock-rate=(int)48000"),
        source("s, ssrc=(uint)10, have-rb=(boolean)false, rb-ssrc=(uint)5, rb-packetslost=(int)1")});
   const RtpCounts counts = countsOf(G_OBJECT(session.get()), {});
   ASSERT_EQ(counts.reports.size(), 2U);
@@ -112,6 +114,7 @@ TEST_F(RtpCountsTest, HaveTheReportsOfWhatWeSend) {
   EXPECT_EQ(report.fractionLost, 0.25);
   EXPECT_EQ(report.lost, 3U);
   EXPECT_EQ(report.jitterMs, 10);
+  EXPECT_EQ(counts.reports.at(6).jitterMs, 10);
   EXPECT_EQ(counts.reports.at(6).lost, 0U) << "more have arrived than were sent";
 }
 

@@ -82,6 +82,12 @@ function checkDevices(kind, devices) {
   return good(`real meetings: ${kind}s: ${names.join(', ') || 'none'}`);
 }
 
+// Whether there is a camera that this engine can use; false without the engine.
+function hasCamera(directory) {
+  const { found } = ask(path.join(directory, 'webrtc', PROGRAM));
+  return found?.devices.some(({ kind }) => kind === 'camera') ?? false;
+}
+
 // All findings, as the doctor's. `directory` is that of a build.
 function examineRealMeetings(directory) {
   const engine = path.join(directory, 'webrtc', 'libtesselclient.so');
@@ -111,4 +117,4 @@ function examineRealMeetings(directory) {
   ];
 }
 
-module.exports = { examineRealMeetings };
+module.exports = { examineRealMeetings, hasCamera };

@@ -35,29 +35,41 @@ void CallAudio::captureInto(ObjectPtr<GstElement> target) {
 
 void CallAudio::deviceChanged(DeviceType type) {
   if (type == DeviceType::kAudioOut) play();
-  // The canceller must hear another speaker, too.
-  const bool isDevice = source_.kind == MicrophoneSource::Kind::kDevice;
-  if (isDevice && target_ && type != DeviceType::kVideo) capture();
+  if (type == DeviceType::kAudioIn && isDeviceCaptured()) capture();
+}
+
+bool CallAudio::isDeviceCaptured() const {
+  return target_ && source_.kind == MicrophoneSource::Kind::kDevice;
+}
+
+// The canceller must hear this speaker, but none is worth an interruption of the microphone that
+// does not work.
+void CallAudio::played() {
+  if (!hearsPlayer_ && isDeviceCaptured()) capture();
 }
 
 void CallAudio::play() {
   speaker_.setOutput(nullptr);
   player_.reset();
+  hearsPlayer_ = false;
   const Device* const device = devices_.used(DeviceType::kAudioOut);
   if (!device) return;
   // Nothing but the elements of the pipelines is used by their threads.
-  player_.emplace(loop_, DevicePipeline::Ending::kPrompt, [this](const std::string& reason) {
-    devices_.fail(DeviceType::kAudioOut, reason);
-  });
+  player_.emplace(
+      loop_, DevicePipeline::Ending::kPrompt,
+      [this](const std::string& reason) { devices_.fail(DeviceType::kAudioOut, reason); },
+      [this] { played(); });
   GstElement* const bin =
       makeBin(std::string(kMixedSource) + " ! webrtcechoprobe name=" + kEchoProbe +
               " ! audioconvert ! audioresample");
+  echoProbe_.reset(gst_bin_get_by_name(GST_BIN(bin), kEchoProbe));
   ObjectPtr<GstElement> source(gst_bin_get_by_name(GST_BIN(bin), "source"));
   player_->start(bin, makeSoundElement(*device));
   speaker_.setOutput(std::move(source));
 }
 
 void CallAudio::capture() {
+  hearsPlayer_ = player_.has_value();
   microphone_.reset();
   microphone_.emplace(loop_, DevicePipeline::Ending::kPrompt, [this](const std::string& reason) {
     devices_.fail(DeviceType::kAudioIn, reason);
@@ -93,7 +105,7 @@ std::string CallAudio::processing() const {
   const bool isVoice = source_.kind == MicrophoneSource::Kind::kDevice &&
                        devices_.used(DeviceType::kAudioIn) != nullptr;
   if (!isVoice) return conversion;
-  return conversion + kVoiceFormat + " ! webrtcdsp echo-cancel=" + (player_ ? "true" : "false") +
+  return conversion + kVoiceFormat + " ! webrtcdsp echo-cancel=" + (echoProbe_ ? "true" : "false") +
          " probe=" + kEchoProbe + " ! ";
 }
 

@@ -34,7 +34,10 @@ class CallAudio {
 
  private:
   void play();
+  // The present player works.
+  void played();
   void capture();
+  bool isDeviceCaptured() const;
   // The start of what captures, and the elements that follow it.
   GstElement* makeSource();
   std::string processing() const;
@@ -44,7 +47,11 @@ class CallAudio {
   const MicrophoneSource source_;
   Speaker speaker_;
   std::optional<DevicePipeline> player_;  // while there is a device that plays
-  ObjectPtr<GstElement> target_;          // null until something is to be captured
+  // That of the last player: a microphone that is being opened looks for it, and does not work
+  // without it.
+  ObjectPtr<GstElement> echoProbe_;
+  bool hearsPlayer_ = false;      // the canceller of echoes of what captures
+  ObjectPtr<GstElement> target_;  // null until something is to be captured
   std::optional<DevicePipeline> microphone_;
 };
 

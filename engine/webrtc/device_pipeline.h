@@ -21,6 +21,8 @@ class DevicePipeline {
  public:
   // Called once, on the engine's thread, when the device does not work or does not work any more.
   using Failed = std::function<void(std::string reason)>;
+  // Called on the engine's thread when the device works. May be empty.
+  using Started = std::function<void()>;
 
   // How it ends.
   enum class Ending {
@@ -30,7 +32,7 @@ class DevicePipeline {
     kPrompt,
   };
 
-  DevicePipeline(support::TaskLoop& loop, Ending ending, Failed failed);
+  DevicePipeline(support::TaskLoop& loop, Ending ending, Failed failed, Started started = nullptr);
   // Nothing is told any more.
   ~DevicePipeline();
   DevicePipeline(const DevicePipeline&) = delete;
@@ -52,6 +54,7 @@ class DevicePipeline {
 
   const Ending ending_;
   const Failed failed_;
+  const Started started_;
   bool hasFailed_ = false;
   Inbox inbox_;
   Parts parts_;

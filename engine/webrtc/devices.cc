@@ -24,15 +24,6 @@ std::string textIn(const GstStructure* properties, const char* name) {
   return text ? text : "";
 }
 
-std::optional<DeviceType> typeOf(GstDevice* device, const GstStructure* properties) {
-  // What plays on a speaker can be recorded, too, but that is no microphone.
-  if (textIn(properties, "device.class") == "monitor") return std::nullopt;
-  if (gst_device_has_classes(device, kCameraClass)) return DeviceType::kVideo;
-  if (gst_device_has_classes(device, "Audio/Source")) return DeviceType::kAudioIn;
-  if (gst_device_has_classes(device, "Audio/Sink")) return DeviceType::kAudioOut;
-  return std::nullopt;
-}
-
 // What names a device in every process and after a new start.
 std::string idOf(GstDevice* device, const GstStructure* properties) {
   if (g_object_class_find_property(G_OBJECT_GET_CLASS(device), "internal-name")) {
@@ -66,6 +57,16 @@ const Device* find(const std::vector<Device>& devices, const std::string& id) {
 }
 
 }  // namespace
+
+std::optional<DeviceType> typeOf(GstDevice* device) {
+  const StructurePtr properties(gst_device_get_properties(device));
+  // What plays on a speaker can be recorded, too, but that is no microphone.
+  if (textIn(properties.get(), "device.class") == "monitor") return std::nullopt;
+  if (gst_device_has_classes(device, kCameraClass)) return DeviceType::kVideo;
+  if (gst_device_has_classes(device, "Audio/Source")) return DeviceType::kAudioIn;
+  if (gst_device_has_classes(device, "Audio/Sink")) return DeviceType::kAudioOut;
+  return std::nullopt;
+}
 
 GstElement* Device::makeElement() const { return gst_device_create_element(handle.get(), nullptr); }
 
@@ -178,7 +179,7 @@ void Devices::refresh() {
     for (const GList* each = handles; each; each = each->next) {
       ObjectPtr<GstDevice> handle(GST_DEVICE(each->data));
       const StructurePtr properties(gst_device_get_properties(handle.get()));
-      const auto type = typeOf(handle.get(), properties.get());
+      const auto type = typeOf(handle.get());
       if (!type) continue;
       auto& devices = found[*type];
       // A camera with several pictures is one device for each.

@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -30,6 +31,9 @@ struct Device {
   // An element that captures with it or plays on it.
   GstElement* makeElement() const;
 };
+
+// What the engine uses a device of GStreamer's as; nothing for one that it does not use.
+std::optional<DeviceType> typeOf(GstDevice* device);
 
 struct StopMonitor {
   void operator()(GstDeviceMonitor* monitor) const;

@@ -20,26 +20,53 @@ struct NeededElement {
 constexpr const char* kBase = "gstreamer1.0-plugins-base";
 constexpr const char* kGood = "gstreamer1.0-plugins-good";
 constexpr const char* kBad = "gstreamer1.0-plugins-bad";
+constexpr const char* kPulse = "gstreamer1.0-pulseaudio";
 
 // Threads of pipelines that have gone are kept for the next ones, but not for the usual 15 seconds.
 constexpr guint kLongestIdleMs = 500;
 
 constexpr std::array kNeededElements = {
-    NeededElement{"appsrc", kBase},        NeededElement{"appsink", kBase},
-    NeededElement{"audioconvert", kBase},  NeededElement{"audiomixer", kBase},
-    NeededElement{"audioresample", kBase}, NeededElement{"audiotestsrc", kBase},
-    NeededElement{"opusdec", kBase},       NeededElement{"opusenc", kBase},
-    NeededElement{"wavparse", kGood},      NeededElement{"volume", kBase},
-    NeededElement{"level", kGood},         NeededElement{"rtpbin", kGood},
-    NeededElement{"rtpopusdepay", kGood},  NeededElement{"rtpopuspay", kGood},
-    NeededElement{"rtph264depay", kGood},  NeededElement{"rtph264pay", kGood},
-    NeededElement{"rtpvp8depay", kGood},   NeededElement{"rtpvp8pay", kGood},
-    NeededElement{"vp8dec", kGood},        NeededElement{"vp8enc", kGood},
-    NeededElement{"dtlssrtpdec", kBad},    NeededElement{"h264parse", kBad},
-    NeededElement{"openh264dec", kBad},    NeededElement{"openh264enc", kBad},
-    NeededElement{"srtpenc", kBad},        NeededElement{"webrtcbin", kBad},
-    NeededElement{"webrtcdsp", kBad},      NeededElement{"nicesrc", "gstreamer1.0-nice"},
+    NeededElement{"appsrc", kBase},
+    NeededElement{"appsink", kBase},
+    NeededElement{"audioconvert", kBase},
+    NeededElement{"audiomixer", kBase},
+    NeededElement{"audioresample", kBase},
+    NeededElement{"audiotestsrc", kBase},
+    NeededElement{"videoconvert", kBase},
+    NeededElement{"videotestsrc", kBase},
+    NeededElement{"opusdec", kBase},
+    NeededElement{"opusenc", kBase},
+    NeededElement{"wavparse", kGood},
+    NeededElement{"volume", kBase},
+    NeededElement{"level", kGood},
+    NeededElement{"rtpbin", kGood},
+    NeededElement{"jpegdec", kGood},
+    NeededElement{"rtpopusdepay", kGood},
+    NeededElement{"rtpopuspay", kGood},
+    NeededElement{"rtph264depay", kGood},
+    NeededElement{"rtph264pay", kGood},
+    NeededElement{"rtpvp8depay", kGood},
+    NeededElement{"rtpvp8pay", kGood},
+    NeededElement{"vp8dec", kGood},
+    NeededElement{"vp8enc", kGood},
+    NeededElement{"dtlssrtpdec", kBad},
+    NeededElement{"h264parse", kBad},
+    NeededElement{"openh264dec", kBad},
+    NeededElement{"openh264enc", kBad},
+    NeededElement{"srtpenc", kBad},
+    NeededElement{"webrtcbin", kBad},
+    NeededElement{"webrtcdsp", kBad},
+    NeededElement{"nicesrc", "gstreamer1.0-nice"},
 };
+
+// Without these a call has no sound of its own, and goes on.
+constexpr std::array kSoundElements = {NeededElement{"pulsesrc", kPulse},
+                                       NeededElement{"pulsesink", kPulse}};
+
+bool isThere(const char* factory) {
+  const ObjectPtr<GstElementFactory> found(gst_element_factory_find(factory));
+  return found != nullptr;
+}
 
 void initialise() {
   GError* raised = nullptr;
@@ -55,16 +82,20 @@ void initialise() {
 std::vector<ElementState> examineElements() {
   initialise();
   std::vector<ElementState> states;
-  for (const auto& [factory, package] : kNeededElements) {
-    const ObjectPtr<GstElementFactory> found(gst_element_factory_find(factory));
-    states.push_back({factory, package, found != nullptr});
-  }
+  const auto add = [&states](const auto& elements) {
+    for (const auto& [factory, package] : elements) {
+      states.push_back({factory, package, isThere(factory)});
+    }
+  };
+  add(kNeededElements);
+  add(kSoundElements);
   return states;
 }
 
 void requireElements() {
-  for (const auto& [factory, package, isThere] : examineElements()) {
-    if (isThere) continue;
+  initialise();
+  for (const auto& [factory, package] : kNeededElements) {
+    if (isThere(factory)) continue;
     throw CallFailure(kEngineFailed, std::string("GStreamer's element ") + factory +
                                          " is missing: install " + package);
   }

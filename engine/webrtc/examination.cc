@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "engine/webrtc/devices.h"
 #include "engine/webrtc/elements.h"
 #include "engine/webrtc/glib.h"
 #include "engine/webrtc/janus_message.h"
@@ -26,9 +27,16 @@ Json elements() {
   return all;
 }
 
-const char* kindOf(GstDevice* device) {
-  if (gst_device_has_classes(device, "Video/Source")) return "camera";
-  return gst_device_has_classes(device, "Audio/Source") ? "microphone" : "speaker";
+const char* kindOf(DeviceType type) {
+  switch (type) {
+    case DeviceType::kVideo:
+      return "camera";
+    case DeviceType::kAudioIn:
+      return "microphone";
+    case DeviceType::kAudioOut:
+      break;
+  }
+  return "speaker";
 }
 
 Json devices() {
@@ -41,8 +49,10 @@ Json devices() {
   GList* const found = gst_device_monitor_get_devices(monitor.get());
   for (const GList* each = found; each; each = each->next) {
     auto* const device = static_cast<GstDevice*>(each->data);
+    const auto type = webrtc::typeOf(device);
+    if (!type) continue;
     const TextPtr name(gst_device_get_display_name(device));
-    all.push_back({{"kind", kindOf(device)}, {"name", name.get()}});
+    all.push_back({{"kind", kindOf(*type)}, {"name", name.get()}});
   }
   g_list_free_full(found, gst_object_unref);
   gst_device_monitor_stop(monitor.get());

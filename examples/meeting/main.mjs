@@ -24,7 +24,8 @@ const HELP = `A meeting on the embedded engine, shown by a page on the loopback 
   npm start -- --participants 12        how many others are there (default: 5)
   npm start -- --video FILE.y4m         a clip as their video
   npm start -- --uri tessel:...         any meeting of the embedded engine, instead of both
-  npm start -- --uri janus+ws://...     a real meeting; npm run sfu opens a room and prints its uri
+  npm start -- --uri janus+ws://...     a real meeting; npm run sfu opens a room and prints its uri.
+                                        Without a camera a test card is sent
   npm start -- --name Ada               your name for the others (default: the user's name)
   npm start -- --port 8080              a port of one's own choice
   npm start -- --output DIRECTORY       where the engine's log goes (default: out/)
@@ -68,6 +69,16 @@ function chooseEngine(uri) {
   if (uri.startsWith('janus+')) process.env.TESSEL_WRAPPER_ENGINE = 'webrtc';
 }
 
+// A real meeting gets a test card where there is no camera and the uri names nothing in its place.
+// Answers with the uri, and with what the page says about it.
+async function withCamera(uri) {
+  if (!uri.startsWith('janus+') || !uri.includes('?') || /[?&]camera=/.test(uri)) return { uri };
+  const { buildDirectory } = await import('../../js/load_addon.js');
+  const { hasCamera } = await import('../../js/real_meetings.js');
+  if (hasCamera(buildDirectory())) return { uri };
+  return { uri: `${uri}&camera=card`, hint: 'No camera: a test card is sent' };
+}
+
 // A missing addon or engine is reported by its message alone, which names the command that builds it.
 async function importRoom() {
   try {
@@ -79,7 +90,7 @@ async function importRoom() {
 }
 
 async function openMeeting(options) {
-  const uri = uriOf(options);
+  const { uri, hint } = await withCamera(uriOf(options));
   chooseEngine(uri);
   const { PageServer } = await import('./page_server.mjs');
   const { PageSession } = await import('./page_session.mjs');
@@ -88,7 +99,7 @@ async function openMeeting(options) {
   const { pageFiles } = await import('./page_files.mjs');
 
   makeOutputDirectory(options, USAGE);
-  const room = await Room.open({ uri, name: options.name, logPath: options.output });
+  const room = await Room.open({ uri, hint, name: options.name, logPath: options.output });
   const widget = new WidgetHost(room);
   for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) process.once(signal, close);
   let session;

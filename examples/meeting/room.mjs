@@ -29,6 +29,7 @@ const LOGGED = EVENT_NAMES.filter((name) => !UNLOGGED.includes(name));
 
 export class Room extends EventEmitter {
   #uri;
+  #hint;
   #name;
   #meeting;
   #layout = new Map(); // { height, frameRate } by stream name, the most important first
@@ -47,15 +48,17 @@ export class Room extends EventEmitter {
   statistics = [];
   log = [];
 
-  static async open({ uri, name, logPath }) {
-    return new Room({ uri, name }, await Meeting.open({ logPath, logPrefix: 'meeting-' }));
+  static async open({ logPath, ...described }) {
+    return new Room(described, await Meeting.open({ logPath, logPrefix: 'meeting-' }));
   }
 
-  // Takes ownership of `meeting`. `name` is the local participant's name for the others.
-  constructor({ uri, name }, meeting) {
+  // Takes ownership of `meeting`. `name` is the local participant's name for the others, `hint` what
+  // the page says about the meeting, if anything.
+  constructor({ uri, name, hint = '' }, meeting) {
     super();
     this.setMaxListeners(0);
     this.#uri = uri;
+    this.#hint = hint;
     this.#name = name;
     this.#devices = new Devices(uri);
     this.#meeting = meeting;
@@ -77,6 +80,7 @@ export class Room extends EventEmitter {
   get state() {
     return {
       call: this.#call,
+      hint: this.#hint,
       local: this.#local,
       streams: this.#streams(),
       devices: this.#devices.all,

@@ -71,8 +71,8 @@ console.log(`A room of the SFU is open. Join it with
 
   npm start -- --uri '${janus.uri(room, access)}'
 
-in two terminals, or more; add &camera=card and &microphone=tone:440 to the uri where there are no
-devices. A browser on this machine joins it with
+in two terminals, or more. Without a camera a test card is sent; &microphone=tone:440 in the uri sends a
+tone. A browser on this machine joins it with
 
   ${guestLink(pageServer, janus, room, access)}
 

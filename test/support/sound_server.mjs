@@ -108,6 +108,35 @@ export class SoundServer {
       `master=${name}-feed.monitor`,
     );
   }
+  // A microphone that hears this tone, and needs no speaker.
+  plugTone(name, hertz) {
+    return this.#control(
+      'load-module',
+      'module-sine-source',
+      `source_name=${name}`,
+      `frequency=${hertz}`,
+    );
+  }
+  // A speaker that plays nothing that is not encoded.
+  plugBrokenSpeaker(name) {
+    return this.#control(
+      'load-module',
+      'module-null-sink',
+      `sink_name=${name}`,
+      'formats=ac3-iec61937',
+    );
+  }
+  // The streams from microphones, or those to speakers, each as pactl prints it.
+  async #streams(kind) {
+    const text = await this.#control('list', 'short', kind);
+    return text === '' ? [] : text.split('\n');
+  }
+  captured() {
+    return this.#streams('source-outputs');
+  }
+  played() {
+    return this.#streams('sink-inputs');
+  }
   unplug(plugged) {
     return this.#control('unload-module', plugged);
   }

@@ -62,6 +62,7 @@ connection.addEventListener('lost', () =>
 // Removes everything that belongs to a meeting; `text` and the overlay's `children` say why.
 function clear(text, ...children) {
   byId('call').textContent = text;
+  byId('hint').textContent = '';
   byId('sharing').hidden = true;
   shareDialog.close();
   for (const menu of [layoutForm, deviceForm]) menu.hidePopover();
@@ -86,6 +87,7 @@ function showState(next) {
     left: 'Not in the meeting',
     notJoined: 'Not in the meeting',
   }[call.phase];
+  byId('hint').textContent = state.hint;
   document.body.classList.toggle('joined', call.phase === 'joined');
 
   showSwitch('mute', !local.audioMuted, 'Mute', 'Unmute');

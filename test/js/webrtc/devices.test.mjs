@@ -8,6 +8,7 @@ import { test } from 'node:test';
 
 import { CameraServer } from '../../support/camera_server.mjs';
 import { startProcess } from '../../support/commanded_process.mjs';
+import { JanusAdministrator } from '../../support/janus_administrator.mjs';
 import { SilentServer } from '../../support/silent_server.mjs';
 import { SoundServer, shareOf } from '../../support/sound_server.mjs';
 import { LOCAL, remote } from '../../support/streams.mjs';
@@ -247,6 +248,69 @@ test('a call ends, and the next one begins, when its sound server does not answe
   await member.does('picture', LOCAL);
   await member.does('exit', 3);
   assert.deepEqual(await member.ended, { code: 3, signal: null });
+});
+
+test('a speaker that does not work does not interrupt the microphone', async (t) => {
+  const server = await startServer(t, { rooms: { meeting: {} } });
+  const sound = await SoundServer.start(t, { speakers: [] });
+  await sound.plugTone('low', 500);
+  await sound.plugBrokenSpeaker('broken');
+  const member = await openMember(t, { environment: sound.environment });
+  await member.does('join', server.uri('meeting'));
+  const failure = 'broken does not work';
+  await member.does('logged', failure);
+  let captured;
+  do captured = await sound.captured();
+  while (captured.length === 0);
+  // It is tried again.
+  const { length } = await member.does('log');
+  await member.does('logged', failure, length);
+  assert.deepEqual(await sound.captured(), captured);
+  assert.doesNotMatch(await member.does('log'), /low does not work/);
+});
+
+// Settles when so many streams of a sound server's are captured and played.
+async function isUsed(sound, count) {
+  for (;;) {
+    const streams = await Promise.all([sound.captured(), sound.played()]);
+    if (streams.every(({ length }) => length === count)) return;
+  }
+}
+
+test('microphone and speaker are given back at the end of a call, however it ends', async (t) => {
+  const room = { room: 'meeting', secret: 's' };
+  const server = await startServer(t);
+  const administrator = await JanusAdministrator.connect(t, server);
+  await administrator.ask({ request: 'create', ...room });
+  const sound = await SoundServer.start(t);
+  await sound.plugTone('low', 500);
+  const member = await openMember(t, { environment: sound.environment });
+  const uri = server.uri('meeting');
+  const join = async () => {
+    await member.does('join', uri);
+    await isUsed(sound, 1);
+  };
+
+  await t.test('removed by the server', async () => {
+    await join();
+    await member.does('forget');
+    const { participants } = await administrator.ask({ request: 'listparticipants', ...room });
+    await administrator.ask({ request: 'kick', ...room, id: participants[0].id });
+    assert.equal((await member.does('seen', 'callDisconnect')).code, 410);
+    await isUsed(sound, 0);
+  });
+
+  await t.test('left', async () => {
+    await join();
+    await member.does('leave');
+    await isUsed(sound, 0);
+  });
+
+  await t.test('destroyed', async () => {
+    await join();
+    await member.does('call', 'destroy');
+    await isUsed(sound, 0);
+  });
 });
 
 test('a process that exits while it previews a camera closes it first', async (t) => {

@@ -51,8 +51,10 @@ test('the engine, the elements that it needs and the devices that are there are 
     /^ok {7}real meetings: gstreamer1\.0-plugins-good has .*\bvp8enc\b/m,
     /^ok {7}real meetings: gstreamer1\.0-plugins-bad has .*\bwebrtcbin\b/m,
     /^ok {7}real meetings: gstreamer1\.0-nice has nicesrc$/m,
+    /^ok {7}real meetings: gstreamer1\.0-pulseaudio has pulsesrc, pulsesink$/m,
     /^ok {7}real meetings: cameras: /m,
-    /^ok {7}real meetings: microphones: /m,
+    // What a speaker plays is none.
+    /^ok {7}real meetings: microphones: none$/m,
     /^ok {7}real meetings: speakers: Null Output$/m,
   ]) {
     assert.match(text, line);
@@ -69,20 +71,25 @@ function problems(environment) {
   );
 }
 
-test('a plugin that is missing is a problem, and the package that has it is named', (t) => {
-  const environment = withoutPlugin(t, 'libgstvpx.so');
-  // GStreamer lists these plugins in a registry, and uses that as it is later.
-  spawnSync(path.join(build, 'webrtc/examine_webrtc_engine'), {
-    env: { ...process.env, ...environment },
+for (const [plugin, package_, elements] of [
+  ['libgstvpx.so', 'gstreamer1.0-plugins-good', 'vp8dec, vp8enc'],
+  ['libgstpulseaudio.so', 'gstreamer1.0-pulseaudio', 'pulsesrc, pulsesink'],
+]) {
+  test(`without ${plugin} the package that has it is a problem`, (t) => {
+    const environment = withoutPlugin(t, plugin);
+    // GStreamer lists these plugins in a registry, and uses that as it is later.
+    spawnSync(path.join(build, 'webrtc/examine_webrtc_engine'), {
+      env: { ...process.env, ...environment },
+    });
+    const { GST_REGISTRY_1_0 } = environment;
+    assert.deepEqual(problems({ GST_REGISTRY_1_0, GST_REGISTRY_UPDATE: 'no' }), [
+      [
+        `problem  real meetings: ${package_} is missing, with ${elements}`,
+        `         -> Install it: ${package_}`,
+      ],
+    ]);
   });
-  const { GST_REGISTRY_1_0 } = environment;
-  assert.deepEqual(problems({ GST_REGISTRY_1_0, GST_REGISTRY_UPDATE: 'no' }), [
-    [
-      'problem  real meetings: gstreamer1.0-plugins-good is missing, with vp8dec, vp8enc',
-      '         -> Install it: gstreamer1.0-plugins-good',
-    ],
-  ]);
-});
+}
 
 test('where the environment hides the plugins that are installed, its variable is named', (t) => {
   const found = problems({
@@ -90,10 +97,10 @@ test('where the environment hides the plugins that are installed, its variable i
     GST_REGISTRY_1_0: path.join(temporaryDirectory(t), 'registry.bin'),
   });
   assert.deepEqual(found.at(-1), [
-    'problem  real meetings: GStreamer does not find nicesrc of gstreamer1.0-nice',
+    'problem  real meetings: GStreamer does not find pulsesrc, pulsesink of gstreamer1.0-pulseaudio',
     '         -> The environment keeps it from that: correct or unset GST_PLUGIN_SYSTEM_PATH="/nowhere"',
   ]);
-  assert.equal(found.length, 4);
+  assert.equal(found.length, 5);
   for (const [, advice] of found) assert.equal(advice, found.at(-1)[1]);
 });
 
@@ -111,6 +118,14 @@ for (const [plugin, reason] of [
     assert.deepEqual([answer.code, answer.reason], [500, reason]);
   });
 }
+
+test('without the plugin for sound the log names its package', async (t) => {
+  const member = await openMember(t, { environment: withoutPlugin(t, 'libgstpulseaudio.so') });
+  await member.does(
+    'logged',
+    'there is no sound: pulsedeviceprovider is missing, install gstreamer1.0-pulseaudio',
+  );
+});
 
 test('a build without the engine says how to get it', (t) => {
   const directory = temporaryDirectory(t);

@@ -10,10 +10,11 @@ import { startMeetingApp } from '../../support/meeting_app/meeting_app.mjs';
 import { cardIn, openPage, tile } from '../../support/meeting_app/meeting_page.mjs';
 import { startServer } from '../../support/webrtc_room.mjs';
 
-// The build under test, and no sound server.
+// The build under test, no sound server and no camera server.
 const ENVIRONMENT = {
   TESSEL_WRAPPER_ADDON: path.join(build, 'webrtc', 'tesselWrapper.node'),
   PULSE_SERVER: 'unix:/nowhere',
+  XDG_RUNTIME_DIR: '/nowhere',
 };
 
 let browser;
@@ -21,8 +22,8 @@ before(async (t) => {
   browser = await openBrowser(t);
 });
 
-async function openApp(t, server, name, detail) {
-  const uri = server.uri('meeting', { camera: `card:${detail}`, microphone: `tone:440` });
+async function openApp(t, server, name, parameters) {
+  const uri = server.uri('meeting', { ...parameters, microphone: `tone:440` });
   const options = ['--name', name];
   const app = await startMeetingApp(t, uri, { options, environment: ENVIRONMENT });
   return { ...app, ...(await openPage(t, browser, app.address)) };
@@ -30,11 +31,12 @@ async function openApp(t, server, name, detail) {
 
 test('two applications show the video, name, speech and mutes of each other', async (t) => {
   const server = await startServer(t, { rooms: { meeting: {} } });
-  const ada = await openApp(t, server, 'Ada', 11);
-  const zoe = await openApp(t, server, 'Zoë', 22);
+  // On a machine without a camera.
+  const ada = await openApp(t, server, 'Ada', {});
+  const zoe = await openApp(t, server, 'Zoë', { camera: 'card:22' });
   for (const [{ page }, own, other, name] of [
-    [ada, 11, 22, 'Zoë'],
-    [zoe, 22, 11, 'Ada'],
+    [ada, 0, 22, 'Zoë'],
+    [zoe, 22, 0, 'Ada'],
   ]) {
     const shown = await cardIn(page, 'remote-0');
     assert.equal(shown.detail, other);
@@ -48,6 +50,9 @@ test('two applications show the video, name, speech and mutes of each other', as
       .waitFor();
     assert.equal(await page.locator('#devices-menu').isDisabled(), true);
   }
+
+  assert.equal(await ada.page.locator('#hint').textContent(), 'No camera: a test card is sent');
+  assert.equal(await zoe.page.locator('#hint').textContent(), '');
 
   await ada.page.click('#mute');
   await zoe.page.locator('.tile:not(.speaking)[data-stream="remote-0"]').waitFor();

@@ -16,7 +16,7 @@ const BUILD = path.join(HOME, 'build', 'release');
 const PREBUILT = path.join(HOME, 'prebuilt', 'linux-x64');
 
 const MEDIA_PACKAGES =
-  'apt-get install gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-nice gstreamer1.0-pulseaudio gstreamer1.0-pipewire libsoup-3.0-0';
+  'apt-get install gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-nice gstreamer1.0-pulseaudio gstreamer1.0-pipewire libsoup-3.0-0 libxcb-composite0 libxcb-randr0';
 
 // Advice for a failure to load, by the system's error message.
 const REMEDIES = [
@@ -29,8 +29,8 @@ const REMEDIES = [
     'The engine that was found does not fit: look at LD_LIBRARY_PATH, which comes before the directory of the addon.',
   ],
   [
-    /lib(gst|soup|gio|gobject|glib)[^ ]*: cannot open shared object file/,
-    `The engine for real meetings needs GStreamer and libsoup: ${MEDIA_PACKAGES}`,
+    /lib(gst|soup|xcb|gio|gobject|glib)[^ ]*: cannot open shared object file/,
+    `The engine for real meetings needs GStreamer, libsoup and XCB: ${MEDIA_PACKAGES}`,
   ],
   [
     /GLIBC|wrong ELF class|invalid ELF header|file too short/,

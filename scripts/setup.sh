@@ -102,6 +102,8 @@ need_webrtc() {
   need libgstreamer-plugins-base1.0-dev has_module gstreamer-app-1.0
   need libgstreamer-plugins-bad1.0-dev has_module gstreamer-webrtc-1.0
   need libsoup-3.0-dev has_module libsoup-3.0
+  need libxcb-composite0-dev has_module xcb-composite
+  need libxcb-randr0-dev has_module xcb-randr
   need gstreamer1.0-plugins-base has_plugin app
   need gstreamer1.0-plugins-good has_plugin vpx
   need gstreamer1.0-plugins-bad has_plugin webrtc
@@ -153,6 +155,10 @@ missing_packages() {
           need openssl has_command openssl
           need pulseaudio has_command pulseaudio
           need pulseaudio-utils has_command parec
+          need x11-apps has_command xlogo
+          need x11-utils has_command xwininfo
+          need x11-xserver-utils has_command xrandr
+          need xvfb has_command Xvfb
           ;;
       esac
       ;;

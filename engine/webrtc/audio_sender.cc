@@ -12,7 +12,8 @@ constexpr const char* kSource =
     "appsrc name=source is-live=true format=time max-time=200000000 leaky-type=downstream caps=";
 constexpr const char* kEncoding =
     " ! valve name=valve ! level interval=200000000 ! "
-    "opusenc inband-fec=true packet-loss-percentage=5 dtx=true ! rtpopuspay name=payloader";
+    "opusenc inband-fec=true packet-loss-percentage=5 dtx=true ! rtpopuspay name=payloader "
+    "dtx=true";
 
 }  // namespace
 

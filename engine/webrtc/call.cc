@@ -23,6 +23,8 @@ constexpr support::Time kLongestSearch = 15s;
 // After the loss of the server no more attempts to come back begin.
 constexpr support::Time kLongestReturn = 10s;
 constexpr support::Time kRetryPeriod = 500ms;
+// A call that is lost sooner after it has come back is still the one that was lost before.
+constexpr support::Time kLasting = 5s;
 // The others may come back later than us.
 constexpr support::Time kPlacesKept = 60s;
 constexpr support::Time kArrivalPeriod = 250ms;
@@ -95,6 +97,7 @@ Call::Call(support::EngineContext& context, std::shared_ptr<support::FramePool> 
                 .received = std::nullopt},
       ownSpeech_(context.loop, handlers_.peopleChanged),
       incoming_(incomingOf(params.mediaStreamState)),
+      isContentReceived_(params.mediaStreamState.contentStreamEnabled),
       inbox_(context.loop),
       timer_(context.loop),
       arrivalTimer_(context.loop),
@@ -123,7 +126,7 @@ void Call::connect() {
   waitForAnswer();
   session_ = std::make_unique<JanusSession>(
       context_.loop, WebSocketTarget{requestUrl(target_), kProtocol, target_.authorityFile},
-      target_.token,
+      target_.token, lostSession_,
       JanusSession::Handlers{
           .opened = [this] { attach(); },
           .ended =
@@ -224,8 +227,11 @@ void Call::publish() {
           .connected = [this] { joined(); },
           .refused =
               [this](int code, const std::string& reason) {
+                // The pin was right already.
                 const auto refusal = refusalOf({code, reason, {}, {}});
-                fail(refusal.code, refusal.reason);
+                const bool isFull = refusal.code == kRoomFull;
+                fail(isFull ? refusal.code : kNotAnSfu,
+                     isFull ? refusal.reason : "the server refused the join");
               },
           .failed = [this](const std::string& reason) { fail(kNoMediaPath, reason); },
           .heard =
@@ -247,6 +253,7 @@ void Call::waitForMedia() {
 void Call::joined() {
   if (state_ != State::kPublishing) return;
   state_ = State::kJoined;
+  joinedAt_ = context_.loop.now();
   timer_.stop();
   context_.log->write("call " + std::to_string(id_) + " joined");
   if (!publisher_->video()) {
@@ -262,8 +269,23 @@ void Call::joined() {
     }
   }
   for (const auto& [key, participant] : participants_) participant->announce();
+  enterContentRoom();
   watchArrival();
   handlers_.peopleChanged();
+}
+
+void Call::enterContentRoom() {
+  content_ = std::make_unique<ContentRoom>(
+      context_, pool_, *session_, audio_->speaker(), turnServers_->ice(),
+      ContentRoom::Settings{.meeting = room_["room"],
+                            .pin = target_.pin,
+                            .token = target_.token,
+                            .name = params_.endpointName,
+                            .guid = params_.meetingGuid,
+                            .ownId = ownId_,
+                            .mostBitsPerSecond = bitsPerSecond(params_.maxBandwidth),
+                            .isReceiving = isContentReceived_},
+      handlers_.peopleChanged);
 }
 
 void Call::watchArrival() {
@@ -275,6 +297,7 @@ void Call::watchArrival() {
     }
     setMissing(type, isMissing);
   }
+  setMissing(MediaType::kContent, content_->isMissing());
   arrivalTimer_.runAt(context_.loop.now() + kArrivalPeriod, [this] { watchArrival(); });
 }
 
@@ -292,9 +315,13 @@ std::vector<support::Person> Call::people() const {
        .name = params_.endpointName,
        .audioMuted = ownState_.isAudioMuted,
        .videoMuted = ownState_.isVideoMuted,
-       .speaking = ownSpeech_.isSpeaking() && !ownState_.isAudioMuted}};
+       .speaking = ownSpeech_.isSpeaking() && !ownState_.isAudioMuted,
+       .presenting = content_ && content_->isPresenting(ownId_.dump())}};
   if (isJoined()) {
-    for (const auto& [key, participant] : participants_) people.push_back(participant->person());
+    for (const auto& [key, participant] : participants_) {
+      people.push_back(participant->person());
+      people.back().presenting = content_ && content_->isPresenting(key);
+    }
   }
   std::sort(people.begin(), people.end(),
             [](const auto& a, const auto& b) { return a.stream < b.stream; });
@@ -341,12 +368,12 @@ void Call::addFeed(const Feed& feed) {
     return;
   }
   try {
-    auto participant =
-        std::make_unique<Participant>(context_, pool_, *session_, audio_->speaker(),
-                                      turnServers_->ice(), room_, feed, *place, incoming_, [this] {
-                                        updateReceptions();
-                                        handlers_.peopleChanged();
-                                      });
+    auto participant = std::make_unique<Participant>(
+        context_, pool_, *session_, audio_->speaker(), turnServers_->ice(), room_, feed,
+        support::remoteStream(*place), incoming_, [this] {
+          updateReceptions();
+          handlers_.peopleChanged();
+        });
     if (isJoined()) participant->announce();
     participants_.emplace(key, std::move(participant));
   } catch (const std::exception& error) {
@@ -418,6 +445,11 @@ void Call::setIncoming(Incoming incoming) {
   for (const auto& [key, participant] : participants_) participant->setIncoming(incoming);
 }
 
+void Call::setContentReceived(bool isReceived) {
+  isContentReceived_ = isReceived;
+  if (content_) content_->setReceiving(isReceived);
+}
+
 void Call::setLayout(std::vector<tsl::VideoStreamInfo> streams,
                      std::vector<std::vector<tsl::VideoStreamConstraints>> constraints) {
   layout_.setWishes(std::move(streams), std::move(constraints));
@@ -448,7 +480,7 @@ void Call::collectStatistics(support::Time window, tsl::MeetingStats& stats) {
   for (const auto& [key, participant] : participants_) {
     received.push_back(participant->closeWindow(window));
   }
-  statistics_.collect(window, sent, received, stats);
+  statistics_.collect(window, sent, received, content_->closeWindow(window), stats);
   constexpr std::uint32_t kMost = std::numeric_limits<std::int32_t>::max();
   stats.outboundBweBps =
       static_cast<std::int32_t>(std::min(publisher_->grantedBitsPerSecond(), kMost));
@@ -491,13 +523,16 @@ void Call::failed(int code, const std::string& reason) {
 
 void Call::comeBack(const std::string& reason) {
   const support::Time now = context_.loop.now();
-  const bool isFirst = !std::exchange(isReturning_, true);
+  const bool isLoss = !std::exchange(isReturning_, true);
+  const bool isFirst = isLoss && (!lostAt_ || now >= joinedAt_ + kLasting);
+  if (isLoss) {
+    placesTimer_.runAt(now + kPlacesKept, [this] { freePlaces(); });
+    for (const MediaType type : kMedia) setMissing(type, true);
+  }
   if (isFirst) {
     lostAt_ = now;
     lossReason_ = reason;
-    placesTimer_.runAt(now + kPlacesKept, [this] { freePlaces(); });
-    for (const MediaType type : kMedia) setMissing(type, true);
-  } else if (now >= lostAt_ + kLongestReturn) {
+  } else if (now >= *lostAt_ + kLongestReturn) {
     end(kUnreachable, lossReason_);
     return;
   }
@@ -537,11 +572,14 @@ void Call::releaseSession() {
   ++releasedSessions_;
   arrivalTimer_.stop();
   localVideo_.setSender(nullptr);
+  if (content_ && participants_.empty()) content_->remove();
+  content_.reset();
   participants_.clear();
   // Of those who have a place, it is kept; the room will name the others again.
   admission_.forgetWaiting();
   publisher_.reset();
   handle_.reset();
+  if (session_ && session_->id() != 0) lostSession_ = session_->id();
   session_.reset();
 }
 

@@ -20,6 +20,7 @@
 #include "engine/webrtc/call_end.h"
 #include "engine/webrtc/call_statistics.h"
 #include "engine/webrtc/call_uri.h"
+#include "engine/webrtc/content_room.h"
 #include "engine/webrtc/inbox.h"
 #include "engine/webrtc/janus_session.h"
 #include "engine/webrtc/local_video.h"
@@ -65,6 +66,9 @@ class Call {
   void deviceChanged(DeviceType type);
   void setRemoteAudioMuted(bool isMuted);
   void setIncoming(Incoming incoming);
+  void setContentReceived(bool isReceived);
+  // Null until the call is joined.
+  ContentRoom* content() { return isJoined() ? content_.get() : nullptr; }
   // Which remote videos are to be received, and how.
   void setLayout(std::vector<tsl::VideoStreamInfo> streams,
                  std::vector<std::vector<tsl::VideoStreamConstraints>> constraints);
@@ -94,6 +98,7 @@ class Call {
   void entered(const JanusAnswer& answer, bool isRoomNumber);
   void publish();
   void joined();
+  void enterContentRoom();
   void received(const Json& data);
   void addFeeds(const Json& data);
   void addFeed(const Feed& feed);
@@ -139,12 +144,15 @@ class Call {
   CallStatistics statistics_;
   bool isRemoteAudioMuted_ = false;
   Incoming incoming_;
+  bool isContentReceived_;
   support::Layout layout_;
-  Json room_;   // what every request to the room is to say
-  Json ownId_;  // in the room; null before the first join
+  Json room_;                      // what every request to the room is to say
+  Json ownId_;                     // in the room; null before the first join
+  std::uint64_t lostSession_ = 0;  // the last that the server made and we released
   int releasedSessions_ = 0;
   bool isReturning_ = false;
-  support::Time lostAt_ = {};
+  std::optional<support::Time> lostAt_;  // the first of the losses since the call last held
+  support::Time joinedAt_ = {};          // the last time
   std::string lossReason_;
   Inbox inbox_;
   support::Timer timer_;
@@ -159,6 +167,7 @@ class Call {
   std::unique_ptr<JanusHandle> handle_;
   std::unique_ptr<Publisher> publisher_;
   std::map<std::string, std::unique_ptr<Participant>> participants_;  // by the key of their feeds
+  std::unique_ptr<ContentRoom> content_;
 };
 
 }  // namespace webrtc

@@ -36,6 +36,12 @@ SourceCounts growth(const SourceCounts& before, const SourceCounts& after) {
   return grown;
 }
 
+void add(const Traffic& traffic, Traffic& sum) {
+  sum.bytes += traffic.bytes;
+  sum.packets += traffic.packets;
+  sum.lost += traffic.lost;
+}
+
 // The video's losses and their repair: `grown` in the window, `counted` in the whole call.
 tsl::VideoStats lossesOf(const SourceCounts& grown, const SourceCounts& counted,
                          const ReceiverReport& report) {
@@ -78,7 +84,6 @@ Traffic ConnectionMeter::closeWindow(support::Time length, RtpCounts counts, con
                        .lost = grown.isOwn
                                    ? report.lost - std::min(before_.reports[ssrc].lost, report.lost)
                                    : grown.missing + grown.repaired,
-                       .repaired = grown.repaired,
                        .jitterMs = grown.isOwn ? report.jitterMs : counted.jitterMs};
     } else if (counted.packets > 0) {
       videoBytes = grown.bytes;
@@ -99,7 +104,13 @@ Traffic ConnectionMeter::closeWindow(support::Time length, RtpCounts counts, con
 }
 
 void CallStatistics::collect(support::Time length, const Traffic& sent,
-                             const std::vector<Traffic>& received, tsl::MeetingStats& stats) {
+                             const std::vector<Traffic>& received, const ContentTraffic& content,
+                             tsl::MeetingStats& stats) {
+  Traffic sentInAll = sent;
+  if (content.sent) {
+    add(*content.sent, sentInAll);
+    stats.contentSend = content.sent->video.value_or(tsl::VideoStats());
+  }
   counted_.uplinkPayloadBytes += sent.audio.payloadBytes;
   counted_.uplinkPacketLossCount += static_cast<std::uint32_t>(sent.audio.lost);
   Traffic all;
@@ -108,16 +119,18 @@ void CallStatistics::collect(support::Time length, const Traffic& sent,
     counted_.downlinkPacketLossCount += static_cast<std::uint32_t>(each.audio.lost);
     counted_.downlinkPacketCorrectedCount += static_cast<std::uint32_t>(each.audio.repaired);
     all.audio.jitterMs = std::max(all.audio.jitterMs, each.audio.jitterMs);
-    all.bytes += each.bytes;
-    all.packets += each.packets;
-    all.lost += each.lost;
+    add(each, all);
     if (each.video) stats.videoReceive[each.videoSsrc] = *each.video;
+  }
+  if (content.received) {
+    add(*content.received, all);
+    stats.contentReceive = content.received->video.value_or(tsl::VideoStats());
   }
   if (sent.video) stats.videoSend[sent.videoSsrc] = *sent.video;
   stats.totalInboundBps = bitsPerSecond(all.bytes, length);
-  stats.totalOutboundBps = bitsPerSecond(sent.bytes, length);
+  stats.totalOutboundBps = bitsPerSecond(sentInAll.bytes, length);
   stats.instantInboundLoss = ratio(all.lost, all.packets);
-  stats.instantOutboundLoss = ratio(sent.lost, sent.packets);
+  stats.instantOutboundLoss = ratio(sentInAll.lost, sentInAll.packets);
   stats.audio = counted_;
   stats.audio.downlinkJitter = static_cast<std::uint32_t>(std::lround(all.audio.jitterMs));
   stats.audio.uplinkJitter = static_cast<std::uint32_t>(std::lround(sent.audio.jitterMs));

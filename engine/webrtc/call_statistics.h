@@ -32,7 +32,7 @@ struct Traffic {
   struct Audio {
     std::uint64_t payloadBytes = 0;
     std::uint64_t lost = 0;
-    std::uint64_t repaired = 0;
+    std::uint64_t repaired = 0;  // counted by who decodes
     double jitterMs = 0;
   };
 
@@ -42,6 +42,12 @@ struct Traffic {
   std::uint64_t bytes = 0;
   double packets = 0;  // expected, without repetitions
   double lost = 0;     // of these
+};
+
+// Of content; nothing while there is none.
+struct ContentTraffic {
+  std::optional<Traffic> sent;
+  std::optional<Traffic> received;
 };
 
 // Counts in windows of time what one connection carries. It either sends or receives. Belongs to
@@ -62,7 +68,7 @@ class CallStatistics {
  public:
   // In a window of this length.
   void collect(support::Time length, const Traffic& sent, const std::vector<Traffic>& received,
-               tsl::MeetingStats& stats);
+               const ContentTraffic& content, tsl::MeetingStats& stats);
 
  private:
   tsl::AudioStats counted_;  // since the call began, also of those who have left it

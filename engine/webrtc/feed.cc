@@ -94,6 +94,7 @@ std::optional<Feed> parseFeed(const Json& publisher) {
       feed.received = receivedHeightsAt(state);
     }
     if (feed.guid.empty()) feed.guid = textAt(state, "guid");
+    if (type == "video") feed.presenter = memberOf(state, "presenter").dump();
   }
   return feed;
 }

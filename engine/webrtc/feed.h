@@ -27,6 +27,8 @@ struct Feed {
   // With which it receives the videos of others; nothing when it receives none.
   std::optional<Heights> received = Heights();
   std::set<std::string> mids;  // of the streams that are sent
+  // The key of the participant who presents this content; "null" for what tells of none.
+  std::string presenter;
   // Of the last stream of each kind; empty without one.
   std::string audioMid;
   std::string videoMid;

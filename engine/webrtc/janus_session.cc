@@ -56,8 +56,9 @@ JanusSession::End sessionEnd(WebSocket::End end) {
 }  // namespace
 
 JanusSession::JanusSession(support::TaskLoop& loop, WebSocketTarget target, std::string token,
-                           Handlers handlers)
+                           std::uint64_t replaced, Handlers handlers)
     : token_(std::move(token)),
+      replaced_(replaced),
       handlers_(std::move(handlers)),
       inbox_(loop),
       keepAliveTimer_(loop),
@@ -95,6 +96,7 @@ void JanusSession::request(const char* janus, Json message, Reply reply) {
 }
 
 void JanusSession::opened() {
+  if (replaced_ != 0) request("destroy", {{"session_id", replaced_}}, nullptr);
   request("create", Json::object(), [this](const JanusAnswer& answer) {
     if (answer.isError()) {
       end(End::kRefused, answer.errorReason);
@@ -128,7 +130,10 @@ void JanusSession::received(const std::string& text) {
   const std::string transaction = textAt(message, "transaction");
   if (kind == "ack") return;  // the answer follows
   if (kind == "success") {
-    answer(transaction, {0, {}, memberOf(message, "data"), {}});
+    // A plugin answers some requests at once.
+    const bool isOfPlugin = message.contains("plugindata");
+    answer(transaction,
+           isOfPlugin ? pluginAnswer(message) : JanusAnswer{0, {}, memberOf(message, "data"), {}});
   } else if (kind == "error") {
     answer(transaction, failure(memberOf(message, "error")));
   } else if (kind == "event" && pending_.contains(transaction)) {

@@ -39,13 +39,18 @@ class JanusSession {
 
   using Reply = std::function<void(const JanusAnswer& answer)>;
 
-  // `token` is what the server asks of all requests, if it asks for one.
+  // `token` is what the server asks of all requests, if it asks for one. `replaced` is the
+  // identifier of a session of ours that was lost, or 0: the server, which may not know of the
+  // loss, ends it first.
   JanusSession(support::TaskLoop& loop, WebSocketTarget target, std::string token,
-               Handlers handlers);
+               std::uint64_t replaced, Handlers handlers);
   // Ends the session at the server, without waiting for it.
   ~JanusSession();
   JanusSession(const JanusSession&) = delete;
   JanusSession& operator=(const JanusSession&) = delete;
+
+  // At the server; 0 until it has made the session.
+  std::uint64_t id() const { return id_; }
 
  private:
   friend class JanusHandle;
@@ -59,10 +64,11 @@ class JanusSession {
   void keepAlive();
 
   const std::string token_;
+  const std::uint64_t replaced_;
   const Handlers handlers_;
   Inbox inbox_;
   support::Timer keepAliveTimer_;
-  std::uint64_t id_ = 0;  // at the server
+  std::uint64_t id_ = 0;
   std::uint64_t lastTransaction_ = 0;
   support::Time lastHeardAt_ = {};
   bool ended_ = false;

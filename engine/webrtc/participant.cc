@@ -33,14 +33,14 @@ Incoming incomingOf(const tsl::MediaStreamState& state) {
 
 Participant::Participant(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
                          JanusSession& session, Speaker& speaker, const IceOptions& ice,
-                         const Json& room, Feed feed, int index, Incoming incoming,
+                         const Json& room, Feed feed, StreamKey key, Incoming incoming,
                          std::function<void()> changed)
     : context_(context),
       pool_(std::move(pool)),
       session_(session),
       ice_(ice),
       room_(room),
-      index_(index),
+      key_(key),
       feed_(std::move(feed)),
       incoming_(incoming),
       changed_(std::move(changed)),
@@ -54,6 +54,11 @@ Participant::Participant(support::EngineContext& context, std::shared_ptr<suppor
 Participant::~Participant() {
   connection_.reset();
   notifyRemoved();
+}
+
+std::string Participant::title() const {
+  return key_ == support::kContentStream ? "the content"
+                                         : "participant " + std::to_string(key_.second);
 }
 
 void Participant::connect() {
@@ -121,7 +126,7 @@ void Participant::fail(const std::string& reason) {
   // Not at once: who calls may belong to the connection or to the handle.
   inbox_.poster()([this, reason] {
     if (!connection_) return;
-    context_.log->write("participant " + std::to_string(index_) + " is not received: " + reason);
+    context_.log->write(title() + " is not received: " + reason);
     reconnectLater();
   });
 }
@@ -142,8 +147,7 @@ void Participant::connectAgain() {
   try {
     connect();
   } catch (const std::exception& error) {
-    context_.log->write("participant " + std::to_string(index_) +
-                        " is not received: " + error.what());
+    context_.log->write(title() + " is not received: " + error.what());
     reconnectLater();
   }
 }
@@ -154,7 +158,7 @@ void Participant::reconnectLater() {
   const bool wasLasting = now - connectedAt_ > kLasting;
   delay_ = wasLasting ? kShortestDelay : std::clamp(2 * delay_, kShortestDelay, kLongestDelay);
   timer_.runAt(now + delay_, [this] {
-    context_.log->write("participant " + std::to_string(index_) + " is requested again");
+    context_.log->write(title() + " is requested again");
     connectAgain();
   });
 }
@@ -222,8 +226,7 @@ void Participant::answer(const std::string& sdp) {
 
 void Participant::makeStream(std::uint32_t csrc) {
   notifyRemoved();
-  stream_ =
-      std::make_shared<support::VideoStream>(support::remoteStream(index_), csrc, context_.log);
+  stream_ = std::make_shared<support::VideoStream>(key_, csrc, context_.log);
   videoReceiver_ = std::make_shared<VideoReceiver>(stream_, pool_);
   videoReceiver_->setReception(reception_);
   changed_();
@@ -237,7 +240,7 @@ void Participant::announce() {
 }
 
 support::Person Participant::person() const {
-  return {.stream = support::remoteStream(index_),
+  return {.stream = key_,
           .csrc = csrc(),
           .guid = feed_.guid,
           .name = feed_.name,
@@ -305,8 +308,11 @@ bool Participant::isMissing(MediaType type) {
 }
 
 Traffic Participant::closeWindow(support::Time length) {
-  return meter_.closeWindow(length, connection_ ? connection_->counts() : RtpCounts(), tracks_,
-                            videoReceiver_ ? videoReceiver_->decoded() : FrameCounts());
+  Traffic traffic =
+      meter_.closeWindow(length, connection_ ? connection_->counts() : RtpCounts(), tracks_,
+                         videoReceiver_ ? videoReceiver_->decoded() : FrameCounts());
+  traffic.audio.repaired = voice_->takeRepairedPackets();
+  return traffic;
 }
 
 void Participant::showVideo() {

@@ -39,17 +39,18 @@ struct Incoming {
 
 Incoming incomingOf(const tsl::MediaStreamState& state);
 
-// Receives what somebody sends to the room, over a connection of its own: in one that were shared
-// the server would send key frames for the first one only. One that ends is replaced after a while,
-// which grows. Owned by the call; belongs to the engine's thread.
+// Receives what somebody sends to a room, camera and microphone or content, over a connection of
+// its own: in one that were shared the server would send key frames for the first one only. One
+// that ends is replaced after a while, which grows. Owned by the call; belongs to the engine's
+// thread.
 class Participant {
  public:
-  // `room` has what every request to the room is to say. `index` is that of the remote stream.
+  // `room` has what every request to the room is to say. `key` is that of the stream.
   // `changed` is called when person() may have changed, except by update(), and thus when the
   // stream's csrc becomes known.
   Participant(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
               JanusSession& session, Speaker& speaker, const IceOptions& ice, const Json& room,
-              Feed feed, int index, Incoming incoming, std::function<void()> changed);
+              Feed feed, StreamKey key, Incoming incoming, std::function<void()> changed);
   // Notified, if the stream was.
   ~Participant();
   Participant(const Participant&) = delete;
@@ -78,6 +79,8 @@ class Participant {
   Traffic closeWindow(support::Time length);
 
  private:
+  // As the log names it.
+  std::string title() const;
   // Begins to receive.
   void connect();
   void subscribe();
@@ -125,7 +128,7 @@ class Participant {
   JanusSession& session_;
   const IceOptions& ice_;
   const Json room_;
-  const int index_;
+  const StreamKey key_;
   Feed feed_;
   Incoming incoming_;
   support::Reception reception_;

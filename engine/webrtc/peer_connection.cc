@@ -18,6 +18,8 @@ using DescriptionPtr =
 
 // Covers the pacing of a browser that spreads a key frame, and one repetition of a lost packet.
 constexpr guint kJitterBufferMs = 200;
+// The mixer waits a little longer: what follows a lost packet of audio must not be too late for it.
+constexpr guint kAudioJitterBufferMs = 40;
 // The first packet is given on at once; the usual wait for a second one delays the first picture.
 constexpr guint kFirstPackets = 1;
 // Otherwise a request for a packet or a key frame waits for the next report, which may be seconds.
@@ -78,6 +80,17 @@ void hastenFeedback(GstElement* rtpbin, guint sessionId) {
   if (!session) return;
   g_object_set(session.get(), "rtcp-fraction", kFeedbackBitsPerSecond, "rtcp-min-interval",
                kFeedbackInterval, nullptr);
+}
+
+// Nothing when something else than audio comes out of the pad.
+std::optional<guint> audioSsrcOf(GstPad* pad) {
+  const CapsPtr caps(gst_pad_get_current_caps(pad));
+  const GstStructure* const format = caps ? gst_caps_get_structure(caps.get(), 0) : nullptr;
+  const char* const media = format ? gst_structure_get_string(format, "media") : nullptr;
+  guint ssrc = 0;
+  if (!media || std::string_view(media) != "audio") return std::nullopt;
+  if (!gst_structure_get_uint(format, "ssrc", &ssrc)) return std::nullopt;
+  return ssrc;
 }
 
 using IteratorPtr = std::unique_ptr<GstIterator, ReleasedBy<gst_iterator_free>>;
@@ -176,7 +189,15 @@ PeerConnection::PeerConnection(support::TaskLoop& loop, const IceOptions& ice, H
           }));
   if (handlers_.receiving) {
     connect(webrtc_, "pad-added", std::function([this](GstPad* pad) {
-              if (GST_PAD_DIRECTION(pad) == GST_PAD_SRC) handlers_.receiving(pad);
+              if (GST_PAD_DIRECTION(pad) != GST_PAD_SRC) return;
+              if (const auto ssrc = audioSsrcOf(pad)) {
+                base::MutexLock lock(mutex_);
+                const auto found = jitterBuffers_.find(*ssrc);
+                if (found != jitterBuffers_.end()) {
+                  g_object_set(found->second.get(), "latency", kAudioJitterBufferMs, nullptr);
+                }
+              }
+              handlers_.receiving(pad);
             }));
   }
   watchSessions();

@@ -53,9 +53,15 @@ Publisher::Publisher(support::TaskLoop& loop, JanusHandle& handle, const IceOpti
                        },
                    .told = [this](GstMessage* message) { read(message); }}),
       videoPlace_(connection_.addPlace(VideoSender::formats(settings.videoSsrc))),
-      audio_(connection_, settings.state.isAudioMuted),
       loop_(loop),
-      rateTimer_(loop) {}
+      rateTimer_(loop) {
+  if (isContent()) {
+    // Its receivers do not tell with which heights they receive it.
+    received_ = Heights();
+  } else {
+    audio_.emplace(connection_, settings.state.isAudioMuted);
+  }
+}
 
 std::optional<MediaType> Publisher::typeOf(const std::string& mid) {
   if (mid == kVideoMid) return MediaType::kVideo;
@@ -107,6 +113,7 @@ void Publisher::addVideo(const std::string& encoding) {
           .sizesChanged = [this, post = inbox_.poster()](const std::vector<support::Size>& sizes) {
             post([this, sizes] { setLayerSizes(sizes); });
           }});
+  if (isContent()) video_->keepDetails();
   video_->setReceived(received_);
 }
 
@@ -134,7 +141,7 @@ void Publisher::followUplink() {
 
 void Publisher::setState(const OwnState& state) {
   state_ = state;
-  audio_.setMuted(state.isAudioMuted);
+  if (audio_) audio_->setMuted(state.isAudioMuted);
   tellState();
 }
 
@@ -152,7 +159,7 @@ Traffic Publisher::closeWindow(support::Time length) {
   const auto repeated = repetitions_.find(ssrc);
   Traffic traffic =
       meter_.closeWindow(length, connection_.counts(),
-                         {.audio = audio_.ssrc(),
+                         {.audio = audio_ ? audio_->ssrc() : 0,
                           .video = ssrc,
                           .repeatedVideo = repeated == repetitions_.end() ? 0 : repeated->second},
                          video_ ? video_->encoded() : FrameCounts());
@@ -171,12 +178,17 @@ Json Publisher::descriptions() const {
     return Json{{"mid", mid},
                 {"description", state.dump(-1, ' ', false, Json::error_handler_t::replace)}};
   };
-  const Json audio = {{"guid", state_.guid}, {"muted", state_.isAudioMuted}};
-  Json video = {{"guid", state_.guid}, {"muted", state_.isVideoMuted}, {"receives", Json::array()}};
+  Json video = {{"guid", state_.guid}, {"muted", state_.isVideoMuted}};
+  if (isContent()) {
+    video["presenter"] = settings_.presenter;
+    return Json::array({description(kVideoMid, video)});
+  }
+  video["receives"] = Json::array();
   if (const auto& heights = state_.received) video["receives"] = {heights->least, heights->most};
   if (layerSizes_.size() > 1) {
     for (const auto& size : layerSizes_) video["layers"].push_back(size.height);
   }
+  const Json audio = {{"guid", state_.guid}, {"muted", state_.isAudioMuted}};
   return Json::array({description(kVideoMid, video), description(kAudioMid, audio)});
 }
 

@@ -34,8 +34,8 @@ struct OwnState {
   bool operator==(const OwnState&) const = default;
 };
 
-// Sends the local audio and video over a connection of its own, through a handle that has joined
-// the room. Owned by the call; belongs to the engine's thread.
+// Sends the local audio and video, or content, over a connection of its own, through a handle that
+// has joined the room. Owned by the call; belongs to the engine's thread.
 class Publisher {
  public:
   struct Settings {
@@ -44,6 +44,9 @@ class Publisher {
     std::uint32_t mostBitsPerSecond = 0;
     std::shared_ptr<support::FramePool> pool;
     OwnState state;
+    // Who presents this, as the main room names the participant; null for what is no content. There
+    // is no audio with content.
+    Json presenter = {};
   };
 
   struct Handlers {
@@ -79,8 +82,8 @@ class Publisher {
   bool isAccepted() const { return isAccepted_; }
   // Empty before, and when the room takes no video that can be sent.
   const std::shared_ptr<VideoSender>& video() const { return video_; }
-  // An appsrc, into which the microphone's buffers go.
-  ObjectPtr<GstElement> audioSource() const { return audio_.source(); }
+  // An appsrc, into which the microphone's buffers go. Not for content.
+  ObjectPtr<GstElement> audioSource() const { return audio_->source(); }
 
   // What was sent in a window of this length, which ends now.
   Traffic closeWindow(support::Time length);
@@ -88,6 +91,7 @@ class Publisher {
   std::uint32_t grantedBitsPerSecond() const { return connection_.grantedBitsPerSecond(); }
 
  private:
+  bool isContent() const { return !settings_.presenter.is_null(); }
   void publish(const std::string& offer);
   // In the encoding that the room takes, if it is one of ours.
   void addVideo(const std::string& encoding);
@@ -111,8 +115,8 @@ class Publisher {
   PeerConnection connection_;
   const ObjectPtr<GstPad> videoPlace_;
   std::shared_ptr<VideoSender> video_;
-  std::optional<Heights> received_;  // by the others
-  AudioSender audio_;
+  std::optional<Heights> received_;   // by the others
+  std::optional<AudioSender> audio_;  // unless it is content
   // By the SSRC of what is sent.
   std::map<std::uint32_t, std::uint32_t> repetitions_;
   ConnectionMeter meter_;

@@ -3,18 +3,25 @@
 #include <gst/app/gstappsink.h>
 #include <gst/app/gstappsrc.h>
 
+#include <span>
 #include <string>
 #include <utility>
 
 #include "engine/webrtc/audio_level.h"
+#include "engine/webrtc/opus_repair.h"
 
 namespace webrtc {
 namespace {
 
 constexpr const char* kFormat = "audio/x-raw,format=S16LE,rate=48000,channels=2,layout=interleaved";
 
-// How much later than expected a packet may come and still be heard. The picture is about as late.
-constexpr GstClockTime kJitter = 60 * GST_MSECOND;
+// How much later than expected audio may come and still be heard: the time for which the jitter
+// buffer waits for a packet, the packet that the decoder holds back, and some for the way from
+// there. The picture is about as late.
+constexpr GstClockTime kJitter = 80 * GST_MSECOND;
+
+// What is longer counts as several lost packets.
+constexpr GstClockTime kLongestPacket = 40 * GST_MSECOND;
 
 // A silent voice that is always there keeps the device running while nobody speaks.
 std::string mixing() {
@@ -26,16 +33,41 @@ std::string mixing() {
          kFormat + " ! mixer.";
 }
 
+// The decoder holds each packet back until the next one: the repair data for a lost packet comes
+// with the one that follows it.
 constexpr const char* kDecoding =
-    "rtpopusdepay ! opusdec plc=true ! level interval=200000000 ! audioconvert ! audioresample ! "
+    "rtpopusdepay ! opusdec name=decoder plc=true use-inband-fec=true ! level interval=200000000 ! "
+    "audioconvert ! audioresample ! "
     "appsink name=sink sync=false max-buffers=50 drop=true enable-last-sample=false";
+
+using DecoderProbe = Handed<GstPadProbeReturn, GstPadProbeInfo*>;
+
+// The jitter buffer measures a lost packet's length by the arrival of those around it. The decoder
+// knows it exactly, by that of the packet before, and uses that when it is told none: audio would
+// be shifted otherwise, and repair data of another length not be used.
+void omitLength(GstPadProbeInfo* info) {
+  GstClockTime start = 0;
+  GstClockTime length = 0;
+  gst_event_parse_gap(GST_PAD_PROBE_INFO_EVENT(info), &start, &length);
+  if (length > kLongestPacket) return;
+  gst_event_unref(GST_PAD_PROBE_INFO_EVENT(info));
+  info->data = gst_event_new_gap(start, GST_CLOCK_TIME_NONE);
+}
+
+bool carriesRepairData(GstBuffer* packet) {
+  GstMapInfo mapped;
+  if (!gst_buffer_map(packet, &mapped, GST_MAP_READ)) return false;
+  const bool hasData = hasRepairData(std::span(mapped.data, mapped.size));
+  gst_buffer_unmap(packet, &mapped);
+  return hasData;
+}
 
 }  // namespace
 
 // A mix is ready that much later than it is to be heard: the wait for late packets, and two pieces.
 const char* const kMixedSource =
     "appsrc name=source is-live=true format=time max-time=1000000000 leaky-type=downstream "
-    "min-latency=80000000 "
+    "min-latency=100000000 "
     "caps=audio/x-raw,format=S16LE,rate=48000,channels=2,layout=interleaved";
 
 Speaker::Speaker() : pipeline_(makePipeline()) {
@@ -103,6 +135,22 @@ SpeakerInput::~SpeakerInput() {
 GstElement* SpeakerInput::makeDecoder() const {
   GstElement* const bin = makeBin(kDecoding);
   const ObjectPtr<GstElement> sink(gst_bin_get_by_name(GST_BIN(bin), "sink"));
+  const ObjectPtr<GstElement> decoder(gst_bin_get_by_name(GST_BIN(bin), "decoder"));
+  const ObjectPtr<GstPad> pad(gst_element_get_static_pad(decoder.get(), "sink"));
+  const auto probe = [count = repairedPackets_, isLost = false](GstPadProbeInfo* info) mutable {
+    if ((info->type & GST_PAD_PROBE_TYPE_BUFFER) != 0) {
+      const bool wasLost = std::exchange(isLost, false);
+      if (wasLost && carriesRepairData(GST_PAD_PROBE_INFO_BUFFER(info))) ++*count;
+    } else if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_GAP) {
+      isLost = true;
+      omitLength(info);
+    }
+    return GST_PAD_PROBE_OK;
+  };
+  gst_pad_add_probe(
+      pad.get(), GstPadProbeType(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM),
+      [](GstPad*, GstPadProbeInfo* info, gpointer data) { return DecoderProbe::call(data, info); },
+      new DecoderProbe(probe), DecoderProbe::destroy);
   const CapsPtr caps(gst_caps_from_string(kFormat));
   gst_app_sink_set_caps(GST_APP_SINK(sink.get()), caps.get());
   passOn(sink.get(), source_.get());

@@ -6,6 +6,7 @@
 #include <gst/gst.h>
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 
 #include "base/mutex.h"
@@ -60,8 +61,12 @@ class SpeakerInput {
   // Elements that decode Opus packets into this input. May be called from any thread; they may
   // outlive the input, and then decode for nobody.
   GstElement* makeDecoder() const;
+  // How many lost packets the decoders have replaced with repair data since the last call.
+  std::uint64_t takeRepairedPackets() { return repairedPackets_->exchange(0); }
 
  private:
+  const std::shared_ptr<std::atomic<std::uint64_t>> repairedPackets_ =
+      std::make_shared<std::atomic<std::uint64_t>>(0);
   GstBin* const pipeline_;
   GstElement* const mixer_;
   const ObjectPtr<GstElement> source_;

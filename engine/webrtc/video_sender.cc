@@ -151,6 +151,18 @@ GstElement* VideoSender::addLayer(const Encoding& encoding, std::uint32_t ssrc) 
   return bin;
 }
 
+void VideoSender::keepDetails() {
+  // Of 63. Text stays readable.
+  constexpr gint kCoarsest = 36;
+  for (const Layer& layer : layers_) {
+    GstElement* const encoder = layer.encoder.get();
+    const char* const property =
+        g_object_class_find_property(G_OBJECT_GET_CLASS(encoder), "max-quantizer") ? "max-quantizer"
+                                                                                   : "qp-max";
+    g_object_set(encoder, property, kCoarsest, nullptr);
+  }
+}
+
 void VideoSender::start() {
   base::MutexLock lock(mutex_);
   isStarted_ = true;

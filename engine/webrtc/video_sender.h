@@ -53,6 +53,8 @@ class VideoSender {
   VideoSender(const VideoSender&) = delete;
   VideoSender& operator=(const VideoSender&) = delete;
 
+  // For pictures with text: they are blurred less, and rather left out. Called before start().
+  void keepDetails();
   // Before that frames are dropped: nobody could receive them.
   void start() EXCLUDES(mutex_);
   // The heights with which others receive videos; nothing when nobody does, as at the beginning.

@@ -15,9 +15,6 @@ constexpr guint64 kLargestMessage = guint64{4} << 20;
 
 constexpr guint16 kUsualPort = 443;
 
-// The system needs no time to close a stream, unless it is encrypted and its buffers are full.
-constexpr guint kLongestClosingMs = 500;
-
 // Without waiting.
 void runReady(GMainContext* context) {
   while (g_main_context_iteration(context, FALSE)) {
@@ -61,6 +58,7 @@ class WebSocket::Connection {
   const ObjectPtr<SoupSession> session_;
   const ObjectPtr<GCancellable> cancellable_;
   ObjectPtr<SoupMessage> request_;
+  ObjectPtr<GSocketConnection> tcp_;  // below any encryption
   ObjectPtr<SoupWebsocketConnection> socket_;
   bool isOpening_ = false;
   bool ended_ = false;
@@ -80,6 +78,10 @@ void WebSocket::Connection::open() {
                 g_network_address_parse_uri(target_.url.c_str(), kUsualPort, nullptr));
             return static_cast<gboolean>(
                 isTrusted(certificate, errors, server.get(), target_.authorityFile));
+          }));
+  connect(request_.get(), "network-event",
+          std::function([this](GSocketClientEvent event, GIOStream* stream) {
+            if (event == G_SOCKET_CLIENT_CONNECTED) tcp_ = share(G_SOCKET_CONNECTION(stream));
           }));
   isOpening_ = true;
   std::array<char*, 2> protocols = {const_cast<char*>(target_.protocol.c_str()), nullptr};
@@ -147,18 +149,13 @@ void WebSocket::Connection::close(GMainContext* context) {
   // What goes with the last reference closes the stream, and keeps the context until it has.
   const auto stream = share(soup_websocket_connection_get_io_stream(socket_.get()));
   socket_.reset();
-  const SourcePtr limit(g_timeout_source_new(kLongestClosingMs));
-  bool isOver = false;
-  g_source_set_callback(
-      limit.get(),
-      [](gpointer over) -> gboolean {
-        *static_cast<bool*>(over) = true;
-        return G_SOURCE_REMOVE;
-      },
-      &isOver, nullptr);
-  g_source_attach(limit.get(), context);
-  while (!isOver && !g_io_stream_is_closed(stream.get())) g_main_context_iteration(context, TRUE);
-  g_source_destroy(limit.get());
+  // A server that does not read what was sent would not read the end of the encryption either: to
+  // wait for it would be to wait for the network.
+  GSocket* const tcp = g_socket_connection_get_socket(tcp_.get());
+  if ((g_socket_condition_check(tcp, G_IO_OUT) & G_IO_OUT) == 0) {
+    g_socket_shutdown(tcp, TRUE, TRUE, nullptr);
+  }
+  while (!g_io_stream_is_closed(stream.get())) g_main_context_iteration(context, TRUE);
   runReady(context);
 }
 

@@ -29,6 +29,7 @@ WebrtcEngine::WebrtcEngine(support::EngineContext& context,
     : context_(context),
       pool_(std::move(pool)),
       devices_(context, [this](DeviceType type) { deviceChanged(type); }),
+      screens_(context),
       localVideo_(context, devices_, pool_, [this] { cameraChanged(); }),
       roster_(context.loop, context.notifier, [this] { return people(); }),
       exitGuard_(context.loop, [this] {
@@ -47,6 +48,7 @@ WebrtcEngine::~WebrtcEngine() {
 }
 
 void WebrtcEngine::warmUp() {
+  screens_.start();
   try {
     warmUpElements();
     devices_.start();
@@ -169,7 +171,9 @@ void WebrtcEngine::setAudioDebug(bool enable) {
 
 void WebrtcEngine::updateMediaState(const tsl::MediaStreamState& state) {
   setMuted(state.outgoingAudioMuted, state.outgoingVideoMuted);
-  if (call_) call_->setIncoming(incomingOf(state));
+  if (!call_) return;
+  call_->setIncoming(incomingOf(state));
+  call_->setContentReceived(state.contentStreamEnabled);
 }
 
 void WebrtcEngine::setMuted(bool isAudioMuted, bool isVideoMuted) {
@@ -187,18 +191,29 @@ void WebrtcEngine::selectSpeaker(const tsl::AudioOutDevice& device) {
 
 void WebrtcEngine::selectCamera(const tsl::VideoDevice& device) { localVideo_.select(device); }
 
-// Sharing of content is not there yet: every request is denied.
-void WebrtcEngine::startPresentation(const tsl::ContentShareParams&) {
-  context_.notifier.notify(&INotifyCallback::NotifyScreenShareStatus, ShareStatus::kDenied);
+void WebrtcEngine::startPresentation(const tsl::ContentShareParams& params) {
+  if (ContentRoom* const room = content()) {
+    room->start(params);
+  } else {
+    context_.notifier.notify(&INotifyCallback::NotifyScreenShareStatus, ShareStatus::kDenied);
+  }
 }
 
-void WebrtcEngine::stopPresentation() {}
+void WebrtcEngine::stopPresentation() {
+  if (ContentRoom* const room = content()) room->stop();
+}
 
 void WebrtcEngine::requestToken() {
-  context_.notifier.notify(&INotifyCallback::NotifyScreenShareStatus, ShareStatus::kTokenDenied);
+  if (ContentRoom* const room = content()) {
+    room->requestToken();
+  } else {
+    context_.notifier.notify(&INotifyCallback::NotifyScreenShareStatus, ShareStatus::kTokenDenied);
+  }
 }
 
-void WebrtcEngine::releaseToken() {}
+void WebrtcEngine::releaseToken() {
+  if (ContentRoom* const room = content()) room->releaseToken();
+}
 
 void WebrtcEngine::setLayout(
     const std::vector<tsl::VideoStreamInfo>& streams,

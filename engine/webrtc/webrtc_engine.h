@@ -16,6 +16,7 @@
 #include "engine/webrtc/devices.h"
 #include "engine/webrtc/exit_guard.h"
 #include "engine/webrtc/local_video.h"
+#include "engine/webrtc/screens.h"
 #include "tesselclient/tesselclient.h"
 
 namespace webrtc {
@@ -66,6 +67,8 @@ class WebrtcEngine final : public support::Engine {
 
   // What cannot be made ready is logged; a call then says what is missing.
   void warmUp();
+  // Null outside a call.
+  ContentRoom* content() { return call_ ? call_->content() : nullptr; }
   void deviceChanged(DeviceType type);
   void cameraChanged();
   void setMuted(bool isAudioMuted, bool isVideoMuted);
@@ -80,6 +83,7 @@ class WebrtcEngine final : public support::Engine {
   support::EngineContext& context_;
   const std::shared_ptr<support::FramePool> pool_;
   Devices devices_;
+  Screens screens_;
   LocalVideo localVideo_;
   std::map<MediaType, Mute> mutes_;
   bool isRemoteAudioMuted_ = false;

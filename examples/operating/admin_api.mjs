@@ -1,6 +1,13 @@
 // Requests to the admin API of an SFU.
 
 const TIMEOUT_MS = 5000;
+const CONTENT = '-content';
+
+// The room beside a meeting's, for what is presented in it.
+export const contentRoomOf = (room) => `${room}${CONTENT}`;
+
+// The rooms of meetings among those that a server lists.
+export const meetingsOf = (rooms) => rooms.filter(({ room }) => !room.endsWith(CONTENT));
 
 // Resolves with the answer; rejects with the server's error.
 export async function ask(server, janus, request = {}) {

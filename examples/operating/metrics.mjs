@@ -6,14 +6,15 @@
 // A SERVER is the uri of an admin API, as http://10.0.0.11:7088/admin. A server that does not answer
 // has tessel_sfu_up 0 and nothing else.
 
-import { ask, askRooms } from './admin_api.mjs';
+import { ask, askRooms, meetingsOf } from './admin_api.mjs';
 
 async function measure(server) {
   const { sessions } = await ask(server, 'list_sessions');
-  const { list: rooms } = await askRooms(server, {
+  const { list } = await askRooms(server, {
     request: 'list',
     admin_key: process.env.JANUS_ADMIN_KEY,
   });
+  const rooms = meetingsOf(list);
   const inUse = rooms.filter(({ num_participants: count }) => count > 0);
   return {
     up: 1,
@@ -21,7 +22,8 @@ async function measure(server) {
     rooms: rooms.length,
     rooms_in_use: inUse.length,
     participants: inUse.reduce((sum, { num_participants: count }) => sum + count, 0),
-    // Of one participant each, and of what each receives of each other one.
+    // Of one participant each, and of what each receives of each other one. A presentation adds as
+    // many as the room has participants.
     connections: inUse.reduce((sum, { num_participants: count }) => sum + count * count, 0),
   };
 }

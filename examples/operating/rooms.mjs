@@ -1,4 +1,4 @@
-// Makes, removes and lists rooms at all SFUs, through their admin API. Any server may then get the
+// Makes, removes and lists rooms, each with the one for its content, at all SFUs, through their admin API. Any server may then get the
 // room, now or when another one fails.
 //
 //   JANUS_ADMIN_SECRET=... JANUS_ADMIN_KEY=... [ROOM_PIN=...] node rooms.mjs create ROOM SERVER...
@@ -8,7 +8,7 @@
 // A SERVER is the uri of an admin API, as http://10.0.0.11:7088/admin. Secrets are variables of the
 // environment, since everybody on a machine sees the arguments of its programs.
 
-import { askRooms } from './admin_api.mjs';
+import { askRooms, contentRoomOf, meetingsOf } from './admin_api.mjs';
 
 const ROOM_EXISTS = 427;
 const NO_SUCH_ROOM = 426;
@@ -39,23 +39,31 @@ const settings = () => ({
   fir_freq: 10,
 });
 
-// A room that is there already is left as it is, so that this may be repeated at any time.
-const create = (server, room) =>
-  askRooms(
-    server,
-    { request: 'create', admin_key: process.env.JANUS_ADMIN_KEY, room, ...settings() },
-    ROOM_EXISTS,
-  );
+// What the room for content has besides: one presenter, and bits enough for text.
+const contentSettings = () => ({ ...settings(), publishers: 1, bitrate: 3_000_000 });
 
-const destroy = (server, room) =>
-  askRooms(server, { request: 'destroy', room, secret: process.env.JANUS_ADMIN_KEY }, NO_SUCH_ROOM);
+// A room that is there already is left as it is, so that this may be repeated at any time.
+async function create(server, room) {
+  const request = { request: 'create', admin_key: process.env.JANUS_ADMIN_KEY };
+  await askRooms(server, { ...request, room, ...settings() }, ROOM_EXISTS);
+  const content = { room: contentRoomOf(room), ...contentSettings() };
+  await askRooms(server, { ...request, ...content }, ROOM_EXISTS);
+}
+
+async function destroy(server, meeting) {
+  const request = { request: 'destroy', secret: process.env.JANUS_ADMIN_KEY };
+  for (const room of [meeting, contentRoomOf(meeting)]) {
+    await askRooms(server, { ...request, room }, NO_SUCH_ROOM);
+  }
+}
 
 async function list(server) {
   const { list: rooms } = await askRooms(server, {
     request: 'list',
     admin_key: process.env.JANUS_ADMIN_KEY,
   });
-  for (const { room, num_participants: count } of rooms) console.log(server, room, count);
+  for (const { room, num_participants: count } of meetingsOf(rooms))
+    console.log(server, room, count);
 }
 
 const [command, ...words] = process.argv.slice(2);

@@ -50,7 +50,7 @@ const groups = (all) =>
 
 function writeConfiguration(directory, options) {
   const { address, port, securePort, rooms, hasNumbers, certificate } = options;
-  const { administration, reclaimSeconds } = options;
+  const { administration, reclaimSeconds, adminKey } = options;
   const write = (name, all) => writeFileSync(path.join(directory, name), groups(all));
   write('janus.jcfg', {
     general: {
@@ -80,7 +80,7 @@ function writeConfiguration(directory, options) {
     ...(certificate && { certificates: certificate }),
   });
   write('janus.plugin.videoroom.jcfg', {
-    general: { string_ids: !hasNumbers },
+    general: { string_ids: !hasNumbers, ...(adminKey && { admin_key: adminKey }) },
     ...Object.fromEntries(
       Object.entries(rooms ?? {}).map(([name, room]) => [
         `room-${name}`,
@@ -105,7 +105,7 @@ export class JanusServer {
   // number if the server `hasNumbers`: those are the default of the plugin for rooms, which is left
   // out if `rooms` is null. With a `certificate`, { cert_pem, cert_key }, it listens with TLS, too; with an `administration`,
   // { port, secret }, for its administrator. A participant whose connection is lost stays in a room
-  // for `reclaimSeconds`, and may come back meanwhile. A `configuration`, a directory that the server
+  // for `reclaimSeconds`. With an `adminKey` nobody makes rooms who does not know it. A `configuration`, a directory that the server
   // then owns, takes the place of all others but the address and the port.
   static async start({
     address = ownAddress(),
@@ -114,7 +114,8 @@ export class JanusServer {
     hasNumbers = false,
     certificate,
     administration,
-    reclaimSeconds = 30,
+    reclaimSeconds = 0,
+    adminKey,
     configuration,
   } = {}) {
     const server = new JanusServer();
@@ -122,7 +123,7 @@ export class JanusServer {
       port: port ?? (await freePort(address)),
       securePort: certificate && (await freePort(address)),
     };
-    const options = { rooms, hasNumbers, certificate, administration, reclaimSeconds };
+    const options = { rooms, hasNumbers, certificate, administration, reclaimSeconds, adminKey };
     await server.#start({ address, ...ports, ...options, configuration });
     return server;
   }

@@ -8,6 +8,16 @@ import { startServer } from './webrtc_room.mjs';
 class JanusMonitor {
   #connection;
   #secret;
+  #room;
+
+  // The same, of what is in this room only.
+  in(room) {
+    const monitor = new JanusMonitor();
+    monitor.#connection = this.#connection;
+    monitor.#secret = this.#secret;
+    monitor.#room = room;
+    return monitor;
+  }
 
   static async connect(test, { port, secret }) {
     const monitor = new JanusMonitor();
@@ -30,7 +40,8 @@ class JanusMonitor {
       const { handles = [] } = await this.#askIfThere('list_handles', { session_id });
       for (const handle_id of handles) {
         const { info } = await this.#askIfThere('handle_info', { session_id, handle_id });
-        const { type, display: own, streams = [] } = info?.plugin_specific ?? {};
+        const { type, room, display: own, streams = [] } = info?.plugin_specific ?? {};
+        if (this.#room !== undefined && room !== this.#room) continue;
         const names = type === 'publisher' ? [own] : streams.map((each) => each.feed_display);
         if (type === kind && names.includes(display)) found.push(info);
       }

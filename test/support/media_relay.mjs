@@ -114,6 +114,7 @@ export class MediaRelay {
   #server;
   #authority;
   #paths = new Map(); // promises, by the handle of Janus
+  #members = new Set(); // their sockets for the signalling
 
   // Whether a datagram, of whatever kind, does not pass.
   blocks = () => false;
@@ -159,7 +160,17 @@ export class MediaRelay {
     return carrier.controls[direction];
   }
 
+  // Ends the signalling of all members. The server does not notice.
+  dropMembers() {
+    for (const member of this.#members) {
+      member.removeAllListeners('close');
+      member.terminate();
+    }
+    this.#members.clear();
+  }
+
   #connect(member) {
+    this.#members.add(member);
     const server = new WebSocket(`ws://${this.#server.authority}/`, PROTOCOL);
     this.#test.after(() => server.terminate());
     const opened = once(server, 'open');

@@ -133,8 +133,8 @@ export class SoundServer {
     }
   }
 
-  // Settles when the speaker plays what `matches`.
-  async hears(test, matches, speaker) {
-    for await (const samples of this.listen(test, RATE / 2, speaker)) if (matches(samples)) return;
+  // Settles when the speaker plays `count` samples that `matches`.
+  async hears(test, matches, speaker, count = RATE / 2) {
+    for await (const samples of this.listen(test, count, speaker)) if (matches(samples)) return;
   }
 }

@@ -24,18 +24,24 @@ export function waveHeader({ rate, channels, bits, format = PCM, dataBytes }) {
   return header;
 }
 
-// Writes a sine of half the full scale, the same in every channel.
-export function writeToneClip(file, { rate, channels, bits, hertz, seconds }) {
+// Writes as many samples, the same in every channel, as `sampleAt` gives for its times in seconds;
+// they lie between -1 and 1.
+export function writeSoundClip(file, { rate, channels, bits, seconds }, sampleAt) {
   const bytes = bits / 8;
   const count = Math.round(rate * seconds);
   const data = Buffer.alloc(count * channels * bytes);
   for (let index = 0; index < count * channels; index++) {
-    const time = Math.floor(index / channels) / rate;
-    const sample = Math.round(2 ** (bits - 2) * Math.sin(2 * Math.PI * hertz * time));
+    const value = sampleAt(Math.floor(index / channels) / rate);
+    const sample = Math.round(2 ** (bits - 1) * value);
     // Eight bits have no sign.
     if (bits === 8) data.writeUInt8(sample + 128, index);
     else data.writeIntLE(sample, index * bytes, bytes);
   }
   const header = waveHeader({ rate, channels, bits, dataBytes: data.length });
   writeFileSync(file, Buffer.concat([header, data]));
+}
+
+// Writes a sine of half the full scale.
+export function writeToneClip(file, { hertz, ...format }) {
+  writeSoundClip(file, format, (time) => Math.sin(2 * Math.PI * hertz * time) / 2);
 }

@@ -41,9 +41,13 @@ const TO_BUILD = ['cmake', 'g++', 'ninja-build', 'nlohmann-json3-dev'];
 const TO_MEET = [
   ...['libgstreamer1.0-dev', 'libgstreamer-plugins-bad1.0-dev'],
   ...['libgstreamer-plugins-base1.0-dev', 'libsoup-3.0-dev', 'pkg-config'],
+  ...['libxcb-composite0-dev', 'libxcb-randr0-dev'],
 ];
 const TO_TEST_METHODS = ['chromium', 'ffmpeg', 'libgmock-dev', 'libgtest-dev'];
-const TO_TEST_MEETINGS = ['coturn', 'openssl', 'pulseaudio', 'pulseaudio-utils'];
+const TO_TEST_MEETINGS = [
+  ...['coturn', 'openssl', 'pulseaudio', 'pulseaudio-utils'],
+  ...['x11-apps', 'x11-utils', 'x11-xserver-utils', 'xvfb'],
+];
 const TO_TEST = [
   ...[...TO_TEST_METHODS, ...TO_TEST_MEETINGS],
   ...['dbus-daemon', 'pipewire-bin', 'wireplumber'],

@@ -286,6 +286,14 @@ test('a join to a server without rooms is refused', async (t) => {
   });
 });
 
+test('a join whose media the room refuses is refused', async (t) => {
+  const server = await startServer(t, { rooms: { meeting: { require_e2ee: true } } });
+  assert.deepEqual(await refusal(await openMember(t), server.uri('meeting', SOURCES)), {
+    code: 502,
+    reason: 'the server refused the join',
+  });
+});
+
 test('a second call is refused and the first one goes on, until the server ends its media', async (t) => {
   const { server, monitor } = await startMonitoredServer(t, { rooms: { meeting: {} } });
   const member = await openMember(t);

@@ -68,6 +68,9 @@ test('the metrics count sessions, rooms, participants and connections, and tell 
   ]);
   for (const room of ['empty', 'empty'])
     await runExample('rooms.mjs', ['destroy', room, sfu.admin]);
+  // Clients could not have made the room for content.
+  await ada.does('call', 'requestContentShareToken');
+  await ada.does('seen', 'screenShareStatus', { status: 'token_granted' });
   const left = await runExample('rooms.mjs', ['list', sfu.admin]);
   assert.equal(left.stdout, `${sfu.admin} r 2\n`);
 });

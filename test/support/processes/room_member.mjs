@@ -15,6 +15,8 @@ import { settledCounts, withoutGrowth } from '../reliability/holdings.mjs';
 
 const POLL_INTERVAL_MS = 5;
 const PARTS = 8;
+// Of a colour that was encoded and decoded.
+const MOST_DIFFERENCE = 4;
 const BYTES_PER_KILOBYTE = 1024;
 const FIRST_OF_THE_OTHERS = { type: 'remote', streamIndex: 0 };
 const LASTING_THREADS = /^(node|libuv-worker|V8|gmain|gdbus|pool-spawner|GstSystemClock)/;
@@ -35,6 +37,7 @@ for (const name of EVENT_NAMES) {
 let directory;
 let capability;
 let wrapper;
+let another;
 
 // The place of the first event at `from` or later for which `matches` holds, waited for.
 async function eventFrom(from, matches) {
@@ -116,6 +119,22 @@ const describe = (frame, drawn) => ({
   card: readCard(frame, drawn),
 });
 
+function colourAt(frame, [across, down]) {
+  const planes = [
+    [frame.yPlaneBuffer, frame.yPlaneBufferStride, 1],
+    [frame.uPlaneBuffer, frame.uPlaneBufferStride, 2],
+    [frame.vPlaneBuffer, frame.vPlaneBufferStride, 2],
+  ];
+  return planes.map(([buffer, stride, reduction]) => {
+    const x = Math.floor((across * frame.width) / reduction);
+    const y = Math.floor((down * frame.height) / reduction);
+    return buffer[y * stride + x];
+  });
+}
+
+const isNear = (wanted, colour) =>
+  wanted.every((value, index) => Math.abs(value - colour[index]) <= MOST_DIFFERENCE);
+
 const log = () => readFileSync(path.join(directory, `${process.pid}tesselclient.log`), 'utf8');
 
 obey({
@@ -152,6 +171,29 @@ obey({
     abandoned.connectCall({ ...connectParams(uri), ...overrides });
     await delay(milliseconds);
     abandoned.destroy();
+    await untilThreadsAreGone();
+    return settledCounts(expected);
+  },
+
+  // Another engine, which begins to join.
+  startAnother(uri, overrides = {}) {
+    another = makeWrapper();
+    another.connectCall({ ...connectParams(uri), ...overrides });
+  },
+
+  // Answers with what the process holds when the other engine is destroyed, which is to be what is
+  // `expected`, and with how many milliseconds the destruction took.
+  async destroyAnother(expected) {
+    const startedAt = performance.now();
+    another.destroy();
+    const milliseconds = performance.now() - startedAt;
+    another = undefined;
+    await untilThreadsAreGone();
+    return { held: await settledCounts(expected), milliseconds };
+  },
+
+  // What the process holds, which is to be what is `expected`.
+  async held(expected) {
     await untilThreadsAreGone();
     return settledCounts(expected);
   },
@@ -210,6 +252,18 @@ obey({
     return { ...describe(frame), row: places.map((place) => luma[start + place]) };
   },
 
+  // Answers with the size of the first picture that has these luminances and chromas, each as [y, u,
+  // v], at these places, which are parts of its width and of its height.
+  async shows(stream, spots) {
+    for (let frameId = 0; ;) {
+      const frame = await nextFrame(stream, frameId);
+      if (spots.every(({ at, yuv }) => isNear(yuv, colourAt(frame, at)))) {
+        return { width: frame.width, height: frame.height };
+      }
+      ({ frameId } = frame);
+    }
+  },
+
   // Calls a method, and answers with the first picture of this size, of a card drawn in the size of
   // the capture.
   async pictureAfter(method, argument, stream, { width, height }) {
@@ -233,6 +287,15 @@ obey({
   },
 
   call: (method, ...args) => wrapper[method](...args),
+
+  // Answers when the application is told of so many monitors, with what it is told.
+  async monitors(count) {
+    for (;;) {
+      const monitors = wrapper.getScreenMonitorDetails();
+      if (monitors.length === count) return monitors;
+      await delay(POLL_INTERVAL_MS);
+    }
+  },
 
   // The next statistics that are published, and when that was.
   async statistics() {

@@ -134,9 +134,9 @@ TEST(CallStatisticsTest, AddsUpTheConnections) {
 
   CallStatistics statistics;
   tsl::MeetingStats stats;
-  statistics.collect(kWindow, sentTraffic, {one, other}, stats);
+  statistics.collect(kWindow, sentTraffic, {one, other}, {}, stats);
   stats = {};
-  statistics.collect(kWindow, sentTraffic, {one, other}, stats);
+  statistics.collect(kWindow, sentTraffic, {one, other}, {}, stats);
   EXPECT_EQ(stats.totalOutboundBps, 160'000);
   EXPECT_EQ(stats.totalInboundBps, 640'000);
   EXPECT_FLOAT_EQ(static_cast<float>(stats.instantInboundLoss), 0.25F);
@@ -158,7 +158,7 @@ TEST(CallStatisticsTest, AddsUpTheConnections) {
 TEST(CallStatisticsTest, HasNoLossWithoutPackets) {
   CallStatistics statistics;
   tsl::MeetingStats stats;
-  statistics.collect(kWindow, {}, {}, stats);
+  statistics.collect(kWindow, {}, {}, {}, stats);
   EXPECT_EQ(stats.instantInboundLoss, 0);
   EXPECT_EQ(stats.instantOutboundLoss, 0);
 }

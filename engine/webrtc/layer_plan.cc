@@ -50,6 +50,7 @@ LayerPlan planLayers(const std::vector<support::Size>& sizes,
   plan.bitsPerSecond.resize(sizes.size());
   if (sizes.empty()) return plan;
   std::vector<std::uint32_t> heights;
+  heights.reserve(sizes.size());
   for (const auto& size : sizes) heights.push_back(size.height);
   if (received) {
     plan.first = layerFor(heights, received->most);

@@ -9,7 +9,7 @@ namespace {
 constexpr double kBitsPerPixel = 0.1;
 constexpr std::uint32_t kLeastHeight = 90;  // of a layer below the highest
 
-// The share of its bits with which a layer is still sent, and with which it is sent again.
+// The share of their bits with which the layers are still sent, and with which one is sent again.
 constexpr double kShareToStay = 0.3;
 constexpr double kShareToReturn = 0.5;
 
@@ -50,6 +50,7 @@ LayerPlan planLayers(const std::vector<support::Size>& sizes,
   plan.bitsPerSecond.resize(sizes.size());
   if (sizes.empty()) return plan;
   std::vector<std::uint32_t> heights;
+  heights.reserve(sizes.size());
   for (const auto& size : sizes) heights.push_back(size.height);
   if (received) {
     plan.first = layerFor(heights, received->most);
@@ -59,14 +60,16 @@ LayerPlan planLayers(const std::vector<support::Size>& sizes,
   const double bits = std::max(most, kLeastBitsPerSecond);
   const auto wanted = [&](std::size_t first) {
     double sum = 0;
-    for (std::size_t layer = first; layer <= plan.last; ++layer) sum += wantedBits(sizes[layer]);
+    for (std::size_t layer = first; layer <= std::max(first, plan.last); ++layer) {
+      sum += wantedBits(sizes[layer]);
+    }
     return sum;
   };
   const double allWanted = std::max<double>(wanted(plan.first), kLeastBitsPerSecond);
   plan.wantedBitsPerSecond = static_cast<std::uint32_t>(std::min<double>(allWanted, UINT32_MAX));
   for (; plan.first + 1 < sizes.size(); ++plan.first) {
     const double share = plan.first < before.leftOut ? kShareToReturn : kShareToStay;
-    if (share * wantedBits(sizes[plan.first]) + wanted(plan.first + 1) <= bits) break;
+    if (share * wanted(plan.first) <= bits) break;
   }
   if (plan.first > firstReceived) plan.leftOut = plan.first;
   plan.last = std::max(plan.first, plan.last);

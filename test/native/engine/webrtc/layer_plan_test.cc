@@ -91,7 +91,7 @@ TEST(LayerPlan, SharesTheBitsAmongTheLayersInProportion) {
   EXPECT_FALSE(planLayers(layerSizes({1280, 720}), Heights{180, 720}, 4'000'000, {}).isStrict);
 }
 
-// The highest takes 0.3 of its bits to stay and 0.5 to return, beside the whole of the lower ones.
+// 0.3 of their bits are enough for the layers to stay, and 0.5 for the highest to return.
 TEST(LayerPlan, LeavesTheHighestLayersOutThatDoNotFit) {
   const std::optional<Heights> nobody;
   const Heights all = {180, 720};
@@ -104,8 +104,9 @@ TEST(LayerPlan, LeavesTheHighestLayersOutThatDoNotFit) {
   for (const Row& row :
        {Row{nobody, 830'000, 0, 0}, Row{nobody, 829'000, 0, 1}, Row{nobody, 1'382'000, 1, 1},
         Row{nobody, 1'383'000, 1, 0}, Row{nobody, 207'000, 1, 2}, Row{nobody, 345'000, 2, 2},
-        Row{nobody, 346'000, 2, 1}, Row{nobody, 1'000, 0, 2}, Row{all, 1'694'000, 0, 0},
-        Row{all, 1'693'000, 0, 1}, Row{all, 380'000, 0, 2}}) {
+        Row{nobody, 346'000, 2, 1}, Row{nobody, 1'000, 0, 2}, Row{all, 1'089'000, 0, 0},
+        Row{all, 1'088'000, 0, 1}, Row{all, 1'814'000, 1, 1}, Row{all, 1'815'000, 1, 0},
+        Row{all, 260'000, 0, 1}, Row{all, 259'000, 0, 2}}) {
     LayerPlan before;
     before.leftOut = row.leftOutBefore;
     const LayerPlan plan = planLayers(layerSizes({1280, 720}), row.received, row.most, before);

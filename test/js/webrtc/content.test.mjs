@@ -235,3 +235,18 @@ test('a room for content that is destroyed is made again, without its token', as
   assert.equal(await requestToken(zoe), 'token_granted');
   assert.equal(await requestToken(ada), 'token_denied');
 });
+
+test('an X server that does not answer holds up neither the call nor the engine', async (t) => {
+  const screens = await ScreenServer.start(t, MONITORS.slice(0, 1));
+  await screens.paint(GREY);
+  const server = await startServer(t, { rooms: { [ROOM]: {} } });
+  const ada = await join(t, server, 'Ada', { environment: screens.environment });
+  assert.equal(await requestToken(ada), 'token_granted');
+  await ada.does('call', 'startPresentation', { type: 'screen' });
+  await status(ada, 'started');
+  screens.freeze();
+  await ada.does('call', 'stopPresentation');
+  await status(ada, 'stopped');
+  await ada.does('call', 'destroy');
+  await ada.does('threadsGone');
+});

@@ -7,7 +7,7 @@ import { test } from 'node:test';
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
 import { startMonitoredServer } from '../../support/janus_monitor.mjs';
 import { ScreenServer, yuvOf } from '../../support/screen_server.mjs';
-import { CONTENT, remote } from '../../support/streams.mjs';
+import { CONTENT, LOCAL, remote } from '../../support/streams.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const ROOM = 'meeting';
@@ -245,6 +245,8 @@ test('an X server that does not answer holds up neither the call nor the engine'
   await ada.does('call', 'startPresentation', { type: 'screen' });
   await status(ada, 'started');
   screens.freeze();
+  // Time enough for the next picture to be asked for.
+  await ada.does('pictures', LOCAL, 30);
   await ada.does('call', 'stopPresentation');
   await status(ada, 'stopped');
   await ada.does('call', 'destroy');

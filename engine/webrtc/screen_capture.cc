@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "engine/webrtc/glib.h"
-#include "engine/webrtc/x_display.h"
 
 namespace webrtc {
 namespace {
@@ -82,7 +81,8 @@ class Converter {
 // What the parameters name. Used by one thread.
 class Subject {
  public:
-  explicit Subject(const tsl::ContentShareParams& params) : params_(params) {
+  Subject(const tsl::ContentShareParams& params, XInterrupter& interrupter)
+      : params_(params), display_(interrupter) {
     if (params_.type == ShareType::kScreen) {
       // What other programs show there is not the X server's.
       if (g_getenv("WAYLAND_DISPLAY")) throw XError("screens of Wayland cannot be captured");
@@ -193,6 +193,7 @@ ScreenCapture::~ScreenCapture() {
     isStopped_ = true;
     changed_.NotifyAll();
   }
+  interrupter_.interrupt();
   worker_.finish();
 }
 
@@ -210,7 +211,7 @@ std::string ScreenCapture::title() const {
 
 void ScreenCapture::run() {
   try {
-    Subject subject(params_);
+    Subject subject(params_, interrupter_);
     Converter converter(pool_);
     bool isFirst = true;
     for (support::Time due = clock_->now(); waitUntil(due);

@@ -11,6 +11,7 @@
 #include "engine/support/clock.h"
 #include "engine/support/streams/frame_pool.h"
 #include "engine/support/worker.h"
+#include "engine/webrtc/x_display.h"
 #include "tesselclient/records.h"
 
 namespace webrtc {
@@ -26,7 +27,7 @@ class ScreenCapture {
 
   ScreenCapture(const tsl::ContentShareParams& params, std::shared_ptr<support::FramePool> pool,
                 Viewer viewer, Failed failed);
-  // Waits for the frame that is being captured.
+  // Waits for the frame that is being handed over.
   ~ScreenCapture();
   ScreenCapture(const ScreenCapture&) = delete;
   ScreenCapture& operator=(const ScreenCapture&) = delete;
@@ -49,6 +50,7 @@ class ScreenCapture {
   base::CondVar changed_;
   bool isStopped_ GUARDED_BY(mutex_) = false;
 
+  XInterrupter interrupter_;
   support::Worker worker_;  // last: it uses the rest
 };
 

@@ -10,8 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "engine/webrtc/x_display.h"
-
 namespace webrtc {
 namespace {
 
@@ -41,6 +39,7 @@ Screens::Screens(support::EngineContext& context)
 
 Screens::~Screens() {
   eventfd_write(stop_.get(), 1);
+  interrupter_.interrupt();
   worker_.finish();
 }
 
@@ -50,7 +49,7 @@ void Screens::start() {
 
 void Screens::run() {
   try {
-    const XDisplay display;
+    const XDisplay display(interrupter_);
     display.watchMonitors();
     std::size_t count = 0;
     do {

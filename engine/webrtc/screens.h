@@ -6,6 +6,7 @@
 #include "engine/support/engine.h"
 #include "engine/support/file_descriptor.h"
 #include "engine/support/worker.h"
+#include "engine/webrtc/x_display.h"
 
 namespace webrtc {
 
@@ -26,7 +27,8 @@ class Screens {
 
   support::EngineContext& context_;
   const support::FileDescriptor stop_;  // readable when the thread is to end
-  support::Worker worker_;              // last: it uses the rest
+  XInterrupter interrupter_;
+  support::Worker worker_;  // last: it uses the rest
 };
 
 }  // namespace webrtc

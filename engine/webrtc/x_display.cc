@@ -1,5 +1,6 @@
 #include "engine/webrtc/x_display.h"
 
+#include <sys/socket.h>
 #include <xcb/randr.h>
 
 #include <algorithm>
@@ -21,8 +22,22 @@ bool canTellMonitors(xcb_connection_t* connection) {
 
 }  // namespace
 
-XDisplay::XDisplay() : connection_(xcb_connect(nullptr, nullptr)) {
+void XInterrupter::interrupt() {
+  base::MutexLock lock(mutex_);
+  isInterrupted_ = true;
+  if (socket_ >= 0) shutdown(socket_, SHUT_RDWR);
+}
+
+void XInterrupter::setSocket(int socket) {
+  base::MutexLock lock(mutex_);
+  socket_ = socket;
+  if (socket_ >= 0 && isInterrupted_) shutdown(socket_, SHUT_RDWR);
+}
+
+XDisplay::XDisplay(XInterrupter& interrupter)
+    : interrupter_(interrupter), connection_(xcb_connect(nullptr, nullptr)) {
   if (xcb_connection_has_error(connection_.get()) != 0) throw XError("there is no X server");
+  interrupter_.setSocket(xcb_get_file_descriptor(connection_.get()));
   screen_ = xcb_setup_roots_iterator(xcb_get_setup(connection_.get())).data;
   hasMonitors_ = canTellMonitors(connection_.get());
 }

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "base/mutex.h"
 #include "engine/webrtc/glib.h"
 #include "tesselclient/records.h"
 
@@ -28,12 +29,35 @@ class XError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Ends the wait of one thread for an X server that does not answer. All operations may be called
+// from any thread.
+class XInterrupter {
+ public:
+  XInterrupter() = default;
+  XInterrupter(const XInterrupter&) = delete;
+  XInterrupter& operator=(const XInterrupter&) = delete;
+
+  // From now on the thread's connection is useless: its requests fail.
+  void interrupt() EXCLUDES(mutex_);
+
+ private:
+  friend class XDisplay;
+
+  // What is interrupted; -1 for nothing.
+  void setSocket(int socket) EXCLUDES(mutex_);
+
+  base::Mutex mutex_;
+  int socket_ GUARDED_BY(mutex_) = -1;
+  bool isInterrupted_ GUARDED_BY(mutex_) = false;
+};
+
 // A connection to the X server that the environment names. XCB tells errors, where Xlib ends the
 // process. Used by one thread at a time.
 class XDisplay {
  public:
-  // Throws XError when there is no X server.
-  XDisplay();
+  // Throws XError when there is no X server. The interrupter outlives it.
+  explicit XDisplay(XInterrupter& interrupter);
+  ~XDisplay() { interrupter_.setSocket(-1); }
   XDisplay(const XDisplay&) = delete;
   XDisplay& operator=(const XDisplay&) = delete;
 
@@ -52,6 +76,7 @@ class XDisplay {
 
   using ConnectionPtr = std::unique_ptr<xcb_connection_t, ReleasedBy<xcb_disconnect>>;
 
+  XInterrupter& interrupter_;
   const ConnectionPtr connection_;
   const xcb_screen_t* screen_ = nullptr;
   bool hasMonitors_ = false;  // the server tells of them

@@ -120,9 +120,14 @@ export class ScreenServer {
     await this.#run('xprop', '-root', ...format, '-set', '_NET_CLIENT_LIST_STACKING', ids);
   }
 
+  // The server answers nobody any more.
+  freeze() {
+    this.#daemon.kill('SIGSTOP');
+  }
+
   async stop() {
     if (this.#daemon.exitCode !== null || this.#daemon.signalCode !== null) return;
-    this.#daemon.kill();
+    this.#daemon.kill('SIGKILL');
     await once(this.#daemon, 'exit');
   }
 }

@@ -7,7 +7,7 @@ import { test } from 'node:test';
 import { JanusAdministrator } from '../../support/janus_administrator.mjs';
 import { startMonitoredServer } from '../../support/janus_monitor.mjs';
 import { ScreenServer, yuvOf } from '../../support/screen_server.mjs';
-import { CONTENT, remote } from '../../support/streams.mjs';
+import { CONTENT, LOCAL, remote } from '../../support/streams.mjs';
 import { openMember, startServer } from '../../support/webrtc_room.mjs';
 
 const ROOM = 'meeting';
@@ -234,4 +234,21 @@ test('a room for content that is destroyed is made again, without its token', as
   await status(ada, 'token_relinquished');
   assert.equal(await requestToken(zoe), 'token_granted');
   assert.equal(await requestToken(ada), 'token_denied');
+});
+
+test('an X server that does not answer holds up neither the call nor the engine', async (t) => {
+  const screens = await ScreenServer.start(t, MONITORS.slice(0, 1));
+  await screens.paint(GREY);
+  const server = await startServer(t, { rooms: { [ROOM]: {} } });
+  const ada = await join(t, server, 'Ada', { environment: screens.environment });
+  assert.equal(await requestToken(ada), 'token_granted');
+  await ada.does('call', 'startPresentation', { type: 'screen' });
+  await status(ada, 'started');
+  screens.freeze();
+  // Time enough for the next picture to be asked for.
+  await ada.does('pictures', LOCAL, 30);
+  await ada.does('call', 'stopPresentation');
+  await status(ada, 'stopped');
+  await ada.does('call', 'destroy');
+  await ada.does('threadsGone');
 });

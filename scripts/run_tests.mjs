@@ -31,7 +31,7 @@ import { fileURLToPath } from 'node:url';
 import { parseArgs } from 'node:util';
 import { isSanitizer, sanitizerEnvironment } from './sanitizer_environment.mjs';
 
-const PARALLEL = 2;
+const PARALLEL = 3;
 // Far longer than any test takes, even under a sanitizer: it ends a process that hangs.
 const TIME_LIMIT_SECONDS = 600;
 

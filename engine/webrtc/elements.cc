@@ -6,6 +6,7 @@
 #include <string>
 
 #include "engine/webrtc/call_end.h"
+#include "engine/webrtc/exit_guard.h"
 #include "engine/webrtc/glib.h"
 #include "engine/webrtc/pipeline.h"
 
@@ -112,6 +113,7 @@ void warmUpElements() {
   // a second of a processor.
   for (const auto& [factory, package] : kNeededElements) {
     const ObjectPtr<GstElement> loaded(GST_ELEMENT(gst_object_ref_sink(makeElement(factory))));
+    ExitGuard::arm();
   }
   GstElement* const webrtc = add(makeElement("webrtcbin"));
   GstElement* const sender =

@@ -1,5 +1,8 @@
 #include "engine/webrtc/exit_guard.h"
 
+#include <link.h>
+
+#include <atomic>
 #include <cstdlib>
 #include <future>
 #include <memory>
@@ -22,12 +25,27 @@ Guards& guards() {
   return made;
 }
 
+// How many libraries this process has ever loaded.
+unsigned long long loadedLibraries() {
+  unsigned long long count = 0;
+  dl_iterate_phdr(
+      [](dl_phdr_info* info, std::size_t, void* found) {
+        *static_cast<unsigned long long*>(found) = info->dlpi_adds;
+        return 1;
+      },
+      &count);
+  return count;
+}
+
 }  // namespace
 
 ExitGuard::ExitGuard(support::TaskLoop& loop, std::function<void()> end)
     : loop_(loop), end_(std::move(end)) {
-  base::MutexLock lock(guards().mutex);
-  guards().all.insert(this);
+  {
+    base::MutexLock lock(guards().mutex);
+    guards().all.insert(this);
+  }
+  arm();
 }
 
 ExitGuard::~ExitGuard() {
@@ -35,7 +53,11 @@ ExitGuard::~ExitGuard() {
   guards().all.erase(this);
 }
 
-void ExitGuard::arm() { [[maybe_unused]] static const int isArmed = std::atexit(runAll); }
+void ExitGuard::arm() {
+  static std::atomic<unsigned long long> armedAt = 0;
+  const unsigned long long libraries = loadedLibraries();
+  if (armedAt.exchange(libraries) != libraries) std::atexit(runAll);
+}
 
 void ExitGuard::runAll() {
   base::MutexLock lock(guards().mutex);
@@ -43,6 +65,7 @@ void ExitGuard::runAll() {
 }
 
 void ExitGuard::run() const {
+  if (std::exchange(hasRun_, true)) return;
   auto done = std::make_shared<std::promise<void>>();
   const std::future<void> ended = done->get_future();
   // A stopped loop drops the task, and with it the promise, which ends the wait.

@@ -15,7 +15,8 @@ namespace webrtc {
 // participant until the session times out, and media threads would use libraries that are being
 // taken down.
 //
-// Owned by an engine. Made before the loop starts, and destroyed after it was stopped.
+// Owned by an engine. Made before the loop starts, and destroyed after it was stopped. Armed from
+// its construction on.
 class ExitGuard {
  public:
   ExitGuard(support::TaskLoop& loop, std::function<void()> end);
@@ -23,8 +24,9 @@ class ExitGuard {
   ExitGuard(const ExitGuard&) = delete;
   ExitGuard& operator=(const ExitGuard&) = delete;
 
-  // From now on, for all guards of the process. exit() runs last what was registered first: called
-  // once the libraries that `end` uses have registered their own ends. Any thread.
+  // For all guards of the process. exit() runs last what was registered first, and each library
+  // registers its own end when it is loaded: called whenever libraries may have been loaded that
+  // the engine uses. Any thread.
   static void arm();
 
  private:
@@ -33,6 +35,7 @@ class ExitGuard {
 
   support::TaskLoop& loop_;
   const std::function<void()> end_;
+  mutable bool hasRun_ = false;  // of the thread that exits
 };
 
 }  // namespace webrtc

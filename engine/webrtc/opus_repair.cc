@@ -17,8 +17,8 @@ bool hasRepairData(std::span<const std::uint8_t> packet) {
   constexpr std::array kSilkFrames = {1U, 1U, 2U, 3U};
   const unsigned frames = configuration < kFirstHybrid ? kSilkFrames.at(configuration & 3U) : 1;
   // One bit for each frame and one for the repair data, for the middle and then for the side.
-  const bool hasMiddle = ((packet[1] >> (7 - frames)) & 1U) != 0;
-  const bool hasSide = isStereo && ((packet[1] >> (6 - 2 * frames)) & 1U) != 0;
+  const bool hasMiddle = ((unsigned{packet[1]} >> (7 - frames)) & 1U) != 0;
+  const bool hasSide = isStereo && ((unsigned{packet[1]} >> (6 - 2 * frames)) & 1U) != 0;
   return hasMiddle || hasSide;
 }
 

@@ -33,6 +33,7 @@ WebrtcEngine::WebrtcEngine(support::EngineContext& context,
       localVideo_(context, devices_, pool_, [this] { cameraChanged(); }),
       roster_(context.loop, context.notifier, [this] { return people(); }),
       exitGuard_(context.loop, [this] {
+        isEnding_ = true;
         call_.reset();
         localVideo_.setCapturing(false);
         context_.log->write("the process ends: the camera is closed");
@@ -48,6 +49,7 @@ WebrtcEngine::~WebrtcEngine() {
 }
 
 void WebrtcEngine::warmUp() {
+  if (isEnding_) return;
   screens_.start();
   try {
     warmUpElements();
@@ -55,6 +57,7 @@ void WebrtcEngine::warmUp() {
   } catch (const CallFailure& failure) {
     context_.log->write(std::string("no call can be held: ") + failure.what());
   }
+  ExitGuard::arm();
 }
 
 void WebrtcEngine::deviceChanged(DeviceType type) {

@@ -91,6 +91,7 @@ class WebrtcEngine final : public support::Engine {
   int lastCallId_ = 0;
   std::unique_ptr<Call> call_;  // the present call or the last one
   support::Roster roster_;
+  bool isEnding_ = false;      // the process exits
   const ExitGuard exitGuard_;  // last: it uses the rest
 };
 

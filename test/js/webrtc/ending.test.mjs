@@ -16,6 +16,9 @@ import { openMember, startServer } from '../../support/webrtc_room.mjs';
 const program = fileURLToPath(
   new URL('../../support/processes/ending_member.mjs', import.meta.url),
 );
+const warming = fileURLToPath(
+  new URL('../../support/processes/warming_member.mjs', import.meta.url),
+);
 const SMALL = { width: 320, height: 180, maxFPS: 15 };
 const ROOM = 'meeting';
 
@@ -28,6 +31,17 @@ const startPatientServer = (t) => startServer(t, { rooms: { [ROOM]: {} }, reclai
 
 const uriOf = (server, detail) =>
   server.uri(ROOM, { camera: `card:${detail}`, microphone: 'tone:440' });
+
+test('a process that exits while its engine is made ready ends with its code', async (t) => {
+  for (let moment = 0; moment < MOMENTS; ++moment) {
+    const child = spawn(process.execPath, [warming, temporaryDirectory(t), `${10 * moment}`], {
+      env: { ...process.env, PULSE_SERVER: 'unix:/nowhere' },
+      stdio: ['ignore', 'ignore', 'pipe'],
+    });
+    const [stderr, [code, signal]] = await Promise.all([text(child.stderr), once(child, 'close')]);
+    assert.deepEqual({ code, signal }, { code: 3, signal: null }, stderr);
+  }
+});
 
 test('a process that ends in a call ends with its code, and is gone at the others', async (t) => {
   const server = await startPatientServer(t);

@@ -31,7 +31,6 @@ import { fileURLToPath } from 'node:url';
 import { parseArgs } from 'node:util';
 import { isSanitizer, sanitizerEnvironment } from './sanitizer_environment.mjs';
 
-const PARALLEL = 3;
 // Far longer than any test takes, even under a sanitizer: it ends a process that hangs.
 const TIME_LIMIT_SECONDS = 600;
 
@@ -71,6 +70,8 @@ function readCommandLine() {
 }
 
 const { preset, only, without, withNative, withBrowser } = readCommandLine();
+// On two cores. Many tests wait for a while; under a sanitizer fewer of them do.
+const PARALLEL = isSanitizer(preset) ? 2 : 3;
 const build = path.resolve('build', preset);
 const results = path.join(build, 'test_results');
 const reports = path.join(results, 'sanitizer_reports');

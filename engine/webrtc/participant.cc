@@ -32,14 +32,13 @@ Incoming incomingOf(const tsl::MediaStreamState& state) {
 }
 
 Participant::Participant(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
-                         JanusSession& session, Speaker& speaker, const IceOptions& ice,
-                         const Json& room, Feed feed, StreamKey key, Incoming incoming,
-                         std::function<void()> changed)
+                         JanusSession& session, Speaker& speaker, const IceOptions& ice, Json room,
+                         Feed feed, StreamKey key, Incoming incoming, std::function<void()> changed)
     : context_(context),
       pool_(std::move(pool)),
       session_(session),
       ice_(ice),
-      room_(room),
+      room_(std::move(room)),
       key_(key),
       feed_(std::move(feed)),
       incoming_(incoming),

@@ -49,8 +49,8 @@ class Participant {
   // `changed` is called when person() may have changed, except by update(), and thus when the
   // stream's csrc becomes known.
   Participant(support::EngineContext& context, std::shared_ptr<support::FramePool> pool,
-              JanusSession& session, Speaker& speaker, const IceOptions& ice, const Json& room,
-              Feed feed, StreamKey key, Incoming incoming, std::function<void()> changed);
+              JanusSession& session, Speaker& speaker, const IceOptions& ice, Json room, Feed feed,
+              StreamKey key, Incoming incoming, std::function<void()> changed);
   // Notified, if the stream was.
   ~Participant();
   Participant(const Participant&) = delete;

@@ -130,7 +130,7 @@ test('the second of two monitors is shown to the others', async (t) => {
     await member.does('call', 'configureMeetingStats', { enable: true, timerDuration: 1000 });
     const { [name]: measured } = await member.does('statistics');
     assert.deepEqual([measured.width, measured.height], [800, 480], name);
-    assert.ok(measured.fps > 0 && measured.fps <= 16, `${measured.fps} per second`);
+    assert.ok(measured.fps > 0, name);
     assert.ok(measured.total_bitrate_bps > 0, name);
   }
 

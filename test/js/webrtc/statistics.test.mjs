@@ -247,8 +247,11 @@ test('losses are counted, and what repairs them', async (t) => {
     const last = await afterWindows(member, 4);
     const [received] = last.video_recv_stats;
     assertLost(received.cumulative_loss, await lost('down', video.down));
-    assert.ok(received.cumulative_loss > before.cumulative_loss);
-    assert.equal(received.rtx_recovered_packets, before.rtx_recovered_packets);
+    const missed = received.cumulative_loss - before.cumulative_loss;
+    assert.ok(missed > 0);
+    // A packet that comes by itself, but after it was asked for, counts as one that was sent again.
+    const recovered = received.rtx_recovered_packets - before.rtx_recovered_packets;
+    assert.ok(recovered < missed / 2, `${recovered} of ${missed}`);
     // The repetitions of audio are none of the video's.
     assert.equal(last.audio_stats.uplink_packet_loss_count, await lost('up', audio.up));
     assert.equal(last.video_send_stats[0].retransmit_bitrate_bps, 0);

@@ -119,6 +119,10 @@ void ContentRoom::joined(const JanusAnswer& answer) {
 }
 
 void ContentRoom::create() {
+  // Only the server's administrator can give a room a list of tokens.
+  if (!settings_.token.empty() && settings_.pin.empty()) {
+    return giveUp("the server has no room for it, and a new one would be open to everybody");
+  }
   Json request = {{"request", "create"},         {"room", room_["room"]},
                   {"description", kDescription}, {"permanent", false},
                   {"is_private", true},          {"publishers", 1},
@@ -269,8 +273,9 @@ void ContentRoom::dropToken() {
 
 void ContentRoom::start(const tsl::ContentShareParams& params) {
   inTurn([this, params] {
-    if (hasToken_) return beginPresentation(params);
-    report(ShareStatus::kDenied);
+    if (hasToken_ && !presenter_) return beginPresentation(params);
+    // Somebody may present without the token.
+    report(hasToken_ ? ShareStatus::kFailed : ShareStatus::kDenied);
     endTurn();
   });
 }

@@ -20,16 +20,18 @@ constexpr auto kLongestEnd = 1s;
 DevicePipeline::DevicePipeline(support::TaskLoop& loop, Ending ending, Failed failed,
                                Started started)
     : ending_(ending), failed_(std::move(failed)), started_(std::move(started)), inbox_(loop) {
-  handleMessages(parts_.pipeline.get(), [this, post = inbox_.poster()](GstMessage* message) {
-    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
-      post([this, reason = errorText(message)] { fail(reason); });
-    } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
-      post([this] { fail("the device has ended"); });
-    } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ASYNC_DONE && started_) {
-      // A copy: the handler may end this object.
-      post([started = started_] { started(); });
-    }
-  });
+  // What is posted is dropped once this object has gone; the rest of the handler may outlive it.
+  handleMessages(parts_.pipeline.get(),
+                 [this, post = inbox_.poster(), started = started_](GstMessage* message) {
+                   if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
+                     post([this, reason = errorText(message)] { fail(reason); });
+                   } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
+                     post([this] { fail("the device has ended"); });
+                   } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ASYNC_DONE && started) {
+                     // A copy: the handler may end this object.
+                     post([started] { started(); });
+                   }
+                 });
 }
 
 DevicePipeline::~DevicePipeline() {

@@ -97,7 +97,7 @@ void Presentation::failed(std::uint64_t capture, const std::string& reason) {
     context_.log->write("not presented: " + reason);
     const auto notChanged = handlers_.notChanged;
     notChanged();
-  } else if (capture == lastCapture_) {
+  } else if (capture == lastCapture_ || capture == capturing_) {
     end(reason);
   }
 }
@@ -148,6 +148,8 @@ void Presentation::publish() {
 }
 
 void Presentation::sent() {
+  // A connection that was interrupted is connected again.
+  if (isStarted_) return;
   if (!publisher_->video()) return end("the room takes no video in an encoding of ours");
   timer_.stop();
   {

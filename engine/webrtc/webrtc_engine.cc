@@ -34,8 +34,9 @@ WebrtcEngine::WebrtcEngine(support::EngineContext& context,
       roster_(context.loop, context.notifier, [this] { return people(); }),
       exitGuard_(context.loop, [this] {
         isEnding_ = true;
-        call_.reset();
+        // First: without the call a device would take the place of its card or clip.
         localVideo_.setCapturing(false);
+        call_.reset();
         context_.log->write("the process ends: the camera is closed");
       }) {
   // After the notification that initialisation is complete, which the application waits for.

@@ -198,6 +198,7 @@ test('what cannot be captured is refused, and a window ends its share when it cl
   assert.equal(await requestToken(ada), 'token_granted');
   assert.equal(await present({ type: 'window', windowId: above.id }), 'started');
   assert.deepEqual(await zoe.does('shows', CONTENT, all(GREEN)), size);
+  assert.equal(await present({ type: 'window', windowId: 1 }), 'failed');
   await screens.stop();
   await status(ada, 'stopped');
   await ada.does('call', 'releaseContentShareToken');

@@ -231,8 +231,16 @@ test('a room for content that is destroyed is made again, without its token', as
   const administrator = await JanusAdministrator.connect(t, server);
   const [ada, zoe] = [await join(t, server, 'Ada'), await join(t, server, 'Zoë')];
   assert.equal(await requestToken(ada), 'token_granted');
-  await administrator.ask({ request: 'destroy', room: `${ROOM}-content` });
+  const room = `${ROOM}-content`;
+  await administrator.ask({ request: 'destroy', room });
   await status(ada, 'token_relinquished');
+  // A token of the old room would be lost with it.
+  const present = () =>
+    administrator.ask({ request: 'listparticipants', room }).then(
+      ({ participants }) => participants.length,
+      () => 0, // the room is not there yet
+    );
+  while ((await present()) < 2);
   assert.equal(await requestToken(zoe), 'token_granted');
   assert.equal(await requestToken(ada), 'token_denied');
 });
